@@ -1,0 +1,17 @@
+# SPDX-License-Identifier: Apache-2.0
+include(CMakePackageConfigHelpers)
+
+install(TARGETS QZsys QZmath EXPORT QZmathTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT QZmathTargets NAMESPACE QZmath:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)
+
+configure_package_config_file(cmake/QZmathConfig.cmake.in QZmathConfig.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)
+write_basic_package_version_file(QZmathConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmathConfig.cmake" "${CMAKE_CURRENT_BINARY_DIR}/QZmathConfigVersion.cmake"
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)
+
+configure_file(cmake/QZmath.pc.in QZmath.pc @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmath.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
