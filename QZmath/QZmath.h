@@ -3,5 +3,12 @@
 
 /// Umbrella over every public header of the library and of the system library beside it.
 #include <QZmath/Export.h>
+#include <QZmath/VolTriang/InputSamples.h>
+#include <QZmath/VolTriang/Lattice.h>
+#include <QZmath/VolTriang/Parallelepiped.h>
+#include <QZmath/VolTriang/TriangulationTarget.h>
+#include <QZmath/VolTriang/VolTriangulationError.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
+#include <QZmath/VolTriang/VolumetricTriangulator.h>
 
 #include <QZsys/QZsys.h>

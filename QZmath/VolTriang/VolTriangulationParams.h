@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/Export.h>
+
+namespace VsUt
+{
+class IDebugLog;
+}
+
+namespace VolTr
+{
+
+/// Parameters of a reconstruction. A plain value: every field `f` is read by `getF()`, written by
+/// `setF(value)` and reached by reference as `f()`. Nothing is checked here; `CVolumetricTriangulator::run`
+/// refuses what cannot be used.
+class QZMATH_API CVolTriangulationParams
+{
+public:
+    CVolTriangulationParams();
+    virtual ~CVolTriangulationParams();
+    CVolTriangulationParams(CVolTriangulationParams const &);
+    CVolTriangulationParams & operator=(CVolTriangulationParams const &);
+
+    /// Depth of the octree: the leaf lattice has `1 << octreeDepth` steps along each axis. It must be set:
+    /// the default is refused by `run`. At least 2 with `useCenter`, 1 without; at most 29. Default -1.
+    int getOctreeDepth() const { return m_octreeDepth; }
+    int & octreeDepth() { return m_octreeDepth; }
+    void setOctreeDepth(int value) { m_octreeDepth = value; }
+
+    /// Subdivision of the polygoniser's cubes against the octree: their edge is
+    /// `COctree::getCellSize(octreeDepth - 1) / reconstructFactor`. Default 1.0.
+    float getReconstructFactor() const { return m_reconstructFactor; }
+    float & reconstructFactor() { return m_reconstructFactor; }
+    void setReconstructFactor(float value) { m_reconstructFactor = value; }
+
+    /// The surface is closed. When false, extraction stops at cells far from any sample and at samples marked
+    /// as boundary, so that holes and borders stay open. Default true.
+    bool getClosed() const { return m_closed; }
+    bool & closed() { return m_closed; }
+    void setClosed(bool value) { m_closed = value; }
+
+    /// Vertices get normals from the gradient of the implicit function; otherwise their normals are zero.
+    /// Default false.
+    bool getEstimateResultNormals() const { return m_estimateResultNormals; }
+    bool & estimateResultNormals() { return m_estimateResultNormals; }
+    void setEstimateResultNormals(bool value) { m_estimateResultNormals = value; }
+
+    /// The progress counter is told the name of each phase (`CProgressCounter::onPhaseName`). Default false.
+    bool getPhaseNameShown() const { return m_phaseNameShown; }
+    bool & phaseNameShown() { return m_phaseNameShown; }
+    void setPhaseNameShown(bool value) { m_phaseNameShown = value; }
+
+    /// Basis functions stand at cell centres instead of cell corners. Default true.
+    bool getUseCenter() const { return m_useCenter; }
+    bool & useCenter() { return m_useCenter; }
+    void setUseCenter(bool value) { m_useCenter = value; }
+
+    /// Width of the basis functions relative to the quadratic B-spline on their cells. Above 1 widens them; 0
+    /// or a negative value leaves them as they are. Default 0.95.
+    float getKernelScaleFactor() const { return m_kernelScaleFactor; }
+    float & kernelScaleFactor() { return m_kernelScaleFactor; }
+    void setKernelScaleFactor(float value) { m_kernelScaleFactor = value; }
+
+    /// Sink of the log lines, not owned; null silences the log. It is called from worker threads too.
+    /// Default null.
+    VsUt::IDebugLog * getDebugLog() const { return m_debugLog; }
+    VsUt::IDebugLog *& debugLog() { return m_debugLog; }
+    void setDebugLog(VsUt::IDebugLog * value) { m_debugLog = value; }
+
+    /// Estimate the density of the samples; it decides how deep each sample is taken into account and weighs
+    /// it. Default true.
+    bool getVariableDensity() const { return m_variableDensity; }
+    bool & variableDensity() { return m_variableDensity; }
+    void setVariableDensity(bool value) { m_variableDensity = value; }
+
+    /// How many depths above the deepest node depth the density is estimated; negative values count as 0.
+    /// Default 2.
+    int getDensityEstimationDepthDelta() const { return m_densityEstimationDepthDelta; }
+    int & densityEstimationDepthDelta() { return m_densityEstimationDepthDelta; }
+    void setDensityEstimationDepthDelta(int value) { m_densityEstimationDepthDelta = value; }
+
+    /// How many depths above the deepest one carry basis functions; a negative value, or one larger than the
+    /// deepest depth, means all depths from 0. Default -1.
+    int getDetalizationLevel() const { return m_detalizationLevel; }
+    int & detalizationLevel() { return m_detalizationLevel; }
+    void setDetalizationLevel(int value) { m_detalizationLevel = value; }
+
+    /// Linear solver: 0 by the size of the system, 1 or 2 direct, 3 iterative, 4 decomposing. `run` refuses
+    /// others. Default 0.
+    int getPrefferedSolver() const { return m_prefferedSolver; }
+    int & prefferedSolver() { return m_prefferedSolver; }
+    void setPrefferedSolver(int value) { m_prefferedSolver = value; }
+
+    /// Polygoniser cubes along an edge of the octree's cube: `(1 << octreeDepth) * reconstructFactor`.
+    float getCellFactor() const;
+    /// Expected edge length of a triangle for a model whose largest extent is `modelSize`.
+    float estimateTriangleSize(float modelSize) const;
+    /// Expected number of triangles, 6 f f with f = `getCellFactor()`, truncated; at most the greatest `int`.
+    int estimateTrianglesNumber() const;
+
+private:
+    int m_octreeDepth;
+    float m_reconstructFactor;
+    bool m_closed;
+    bool m_estimateResultNormals;
+    bool m_phaseNameShown;
+    bool m_useCenter;
+    float m_kernelScaleFactor;
+    VsUt::IDebugLog * m_debugLog;
+    bool m_variableDensity;
+    int m_densityEstimationDepthDelta;
+    int m_detalizationLevel;
+    int m_prefferedSolver;
+};
+
+} // namespace VolTr
