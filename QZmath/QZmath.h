@@ -3,6 +3,9 @@
 
 /// Umbrella over every public header of the library and of the system library beside it.
 #include <QZmath/Export.h>
+#include <QZmath/Foundation/Coord3DRefs.h>
+#include <QZmath/Foundation/Functor.h>
+#include <QZmath/Foundation/Point3D.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Lattice.h>
 #include <QZmath/VolTriang/Parallelepiped.h>

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Foundation/Coord3DRefs.h>
+#include <QZmath/Foundation/Functor.h>
+#include <QZmath/Foundation/Point3D.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+using REmath::HPoint3D;
+using REmath::HPoint3D_d;
+using REmath::Point3D;
+using REmath::Point3D_d;
+
+static_assert(sizeof(Point3D) == 3 * sizeof(float) && std::is_trivially_copyable_v<Point3D>);
+static_assert(sizeof(Point3D_d) == 3 * sizeof(double) && std::is_trivially_copyable_v<Point3D_d>);
+static_assert(sizeof(HPoint3D) == 4 * sizeof(float) && std::is_trivially_copyable_v<HPoint3D>);
+static_assert(sizeof(HPoint3D_d) == 4 * sizeof(double) && std::is_trivially_copyable_v<HPoint3D_d>);
+
+TEST(Point3D, ConstructorsTakeEveryKindOfNumber)
+{
+    double const doubles[] = {1, 2, 3, 4};
+    float const floats[] = {1, 2, 3, 4};
+    EXPECT_EQ(Point3D(1, 2.0, 3.0F), Point3D(floats));
+    EXPECT_EQ(Point3D(doubles), Point3D(floats));
+    EXPECT_EQ(Point3D_d(1, 2.0, 3.0F), Point3D_d(doubles));
+    EXPECT_EQ(Point3D_d(floats), Point3D_d(doubles));
+    EXPECT_EQ(Point3D(0), Point3D());
+    EXPECT_EQ(Point3D_d(2), Point3D_d(2, 2, 2));
+    EXPECT_EQ(Point3D(0.1).x(), 0.1F);
+    EXPECT_EQ(HPoint3D(7), HPoint3D(7, 7, 7, 7));
+    EXPECT_EQ(HPoint3D_d(floats), HPoint3D_d(doubles));
+    EXPECT_EQ(HPoint3D(Point3D(1, 2, 3)), HPoint3D(1, 2, 3, 1));
+
+    HPoint3D_d homogeneous;
+    homogeneous = 5;
+    EXPECT_EQ(homogeneous, HPoint3D_d(5, 5, 5, 5));
+    homogeneous = Point3D_d(1, 2, 3);
+    EXPECT_EQ(homogeneous, HPoint3D_d(1, 2, 3, 1));
+    homogeneous.w() = 2;
+    EXPECT_EQ(homogeneous.projectW(), Point3D_d(1, 2, 3));
+}
+
+TEST(Point3D, ArraysGoInAndOut)
+{
+    Point3D point;
+    double const source[] = {0.1, -2, 1e10};
+    point.fromArray(source);
+    EXPECT_EQ(point, Point3D(source));
+    EXPECT_EQ(point.asArray()[2], 1e10F);
+    double widened[3];
+    point.toArray(widened);
+    EXPECT_EQ(widened[0], static_cast<double>(0.1F));
+    Point3D_d precise;
+    precise.fromArray(source);
+    float narrowed[3];
+    precise.toArray(narrowed);
+    EXPECT_EQ(Point3D(narrowed), point);
+    precise.y() = 7;
+    EXPECT_EQ(precise.asArray()[1], 7);
+}
+
+TEST(Point3D, ScalingKeepsThePrecisionOfItsFactor)
+{
+    // 2^24 + 2 times 1.5: exact in double, rounded once; the float factor 0.1 and the double 0.1 differ.
+    float const large = 16777218.0F;
+    EXPECT_EQ((Point3D(large) * 0.1).x(), static_cast<float>(static_cast<double>(large) * 0.1));
+    EXPECT_EQ((0.1F * Point3D(large)).y(), large * 0.1F);
+    EXPECT_NE((Point3D(large) * 0.1).x(), (Point3D(large) * 0.1F).x());
+    // A float factor would round 2^24 + 1 to 2^24.
+    EXPECT_EQ((Point3D(1) * 16777217LL).x(), 16777216.0F);
+    EXPECT_EQ((Point3D(3) * 16777217).x(), 50331652.0F);
+    // True division: 5 / 49 differs from 5 * (1 / 49).
+    EXPECT_EQ((Point3D_d(5) / 49).z(), 5.0 / 49.0);
+    EXPECT_NE(5.0 / 49.0, 5.0 * (1.0 / 49.0));
+    EXPECT_EQ(HPoint3D(1, 2, 3, 4) * 2 - HPoint3D(1), HPoint3D(1, 3, 5, 7));
+    EXPECT_EQ(-HPoint3D_d(1, 2, 3, 4) / 2, HPoint3D_d(-0.5, -1, -1.5, -2));
+    EXPECT_TRUE(std::signbit((-Point3D(0)).x()));
+}
+
+TEST(Point3D, NormalizedVectorsHaveUnitLengthAndDirection)
+{
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> coordinate(-1, 1);
+    std::uniform_real_distribution<double> exponent(-9, 9);
+    for (int round = 0; round < 200; ++round) {
+        double const scale = std::pow(10.0, exponent(random));
+        Point3D_d const vector =
+            Point3D_d(coordinate(random), coordinate(random), coordinate(random)) * scale;
+        Point3D_d unit = vector.unitLength();
+        EXPECT_NEAR(unit.length(), 1, 1e-15);
+        EXPECT_NEAR(unit.angleCos(vector), 1, 1e-14);
+        EXPECT_TRUE(unit.isUnitLength());
+        EXPECT_FALSE((unit * (1 + 1e-14)).isUnitLength());
+
+        Point3D const single(vector.asArray());
+        double widened[3];
+        single.unitLength().toArray(widened);
+        EXPECT_NEAR(Point3D_d(widened).length(), 1, 3e-7);
+
+        double raw[3];
+        vector.toArray(raw);
+        NormalizeVector(raw);
+        EXPECT_EQ(Point3D_d(raw), unit);
+    }
+    for (float const scale : {1e-30F, 3e20F, std::numeric_limits<float>::denorm_min()}) {
+        float extreme[] = {scale, 0, -scale};
+        NormalizeVectorNoZeroCheck(extreme);
+        EXPECT_NEAR(extreme[0], std::sqrt(0.5), 1e-7);
+        EXPECT_NEAR(extreme[2], -std::sqrt(0.5), 1e-7);
+    }
+}
+
+TEST(Point3D, ZeroVectors)
+{
+    float zero[] = {0, 0, 0};
+    double zeroDouble[] = {0, 0, 0};
+    NormalizeVector(zero);
+    NormalizeVectorNoZeroCheck(zeroDouble);
+    EXPECT_EQ(Point3D(zero), Point3D(0));
+    EXPECT_EQ(Point3D_d(zeroDouble), Point3D_d(0));
+    EXPECT_TRUE(std::isnan(Point3D(0).normalize().x()));
+    EXPECT_TRUE(std::isnan(Point3D_d(0).angleCos(Point3D_d(1, 0, 0))));
+}
+
+TEST(Point3D, HomogeneousOrderIgnoresWAndDirection)
+{
+    HPoint3D const left(1, 2, 2, 9);
+    HPoint3D const right(3, 0, 0, 0);
+    EXPECT_FALSE(left < right);
+    EXPECT_FALSE(right < left);
+    EXPECT_TRUE(left <= right && left >= right && left != right);
+    EXPECT_TRUE(HPoint3D_d(0, 0, 4, -100) > HPoint3D_d(2));
+    // Each square overflows nothing and is rounded to float; their sum is not.
+    EXPECT_EQ(HPoint3D(4097, 4096, 0, 0).norm2(), static_cast<double>(4097.0F * 4097.0F) + 16777216.0);
+}
+
+TEST(Point3D, NoValueMarkHasItsBits)
+{
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &REmath::st_NoValueMark, sizeof bits);
+    EXPECT_EQ(bits, 0x606710AFU);
+}
+
+TEST(Coord3DRefs, ViewFollowsTheVector)
+{
+    std::vector<Point3D> points{{1, 2, 3}};
+    REmath::CPtVecAdapder<std::vector<Point3D>> const adapter(points);
+    REmath::ICoord3DRefs const & view = adapter;
+    points.emplace_back(4, 5, 6);
+    EXPECT_EQ(view.getPointsNumber(), 2);
+    EXPECT_EQ(view.getPointCoords(1), points[1].asArray());
+}
+
+TEST(Functor, CallsThroughTheBaseAndIsUnbound)
+{
+    class Sum : public REmath::Functor2<int, int const &, int *>
+    {
+    public:
+        int operator()(int const & left, int * right) const override { return left + *right; }
+    };
+    Sum const sum;
+    REmath::Functor2<int, int const &, int *> const & function = sum;
+    int right = 4;
+    EXPECT_EQ(function(3, &right), 7);
+    EXPECT_FALSE(function.isBound());
+}
