@@ -18,8 +18,8 @@ private:
     std::string m_text;
 };
 
-/// The user asked a running operation to stop. Not a `CVescaException`, so that a handler of failures does not
-/// take a cancelled operation for a failed one.
+/// The user asked a running operation to stop. Not a `CVescaException`, so that a handler of failures does
+/// not take a cancelled operation for a failed one.
 class QZSYS_API CUserIntrException : public std::exception
 {
 public:

@@ -3,4 +3,11 @@
 
 /// Umbrella over the system library.
 #include <QZsys/CpuConf.h>
+#include <QZsys/DebugLog.h>
 #include <QZsys/Exceptions.h>
+#include <QZsys/Export.h>
+#include <QZsys/Fragments.h>
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
+#include <QZsys/ProgressBlocks.h>
+#include <QZsys/Threads.h>
