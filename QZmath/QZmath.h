@@ -2,6 +2,7 @@
 #pragma once
 
 /// Umbrella over every public header of the library and of the system library beside it.
+#include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 #include <QZmath/Export.h>
 #include <QZmath/Foundation/Coord3DRefs.h>
 #include <QZmath/Foundation/Functor.h>
