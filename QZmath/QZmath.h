@@ -9,6 +9,10 @@
 #include <QZmath/Foundation/Point3D.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Lattice.h>
+#include <QZmath/VolTriang/LatticeIndex.h>
+#include <QZmath/VolTriang/NodesPositioningPolicy.h>
+#include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Parallelepiped.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>

@@ -21,14 +21,19 @@ public:
     int y() const { return m_coords[1]; }
     int z() const { return m_coords[2]; }
     /// Coordinate of an axis 0, 1 or 2. Any other axis throws like `coordMod`.
-    int coord(int axis) const;
+    int coord(int axis) const { return const_cast<CInt3 *>(this)->coordMod(axis); }
 
     int & xMod() { return m_coords[0]; }
     int & yMod() { return m_coords[1]; }
     int & zMod() { return m_coords[2]; }
     /// Coordinate of an axis 0, 1 or 2. Any other axis throws `std::exception` with
     /// "CInt3::coordMod incorrect argument".
-    int & coordMod(int axis);
+    int & coordMod(int axis)
+    {
+        if (axis < 0 || axis > 2)
+            throwIncorrectAxis();
+        return m_coords[axis];
+    }
 
     CInt3 & operator+=(CInt3 const & other)
     {
@@ -46,6 +51,8 @@ public:
     }
 
 private:
+    [[noreturn]] static void throwIncorrectAxis();
+
     int m_coords[3];
 };
 

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/NodesPositioningPolicy.h>
+
+#include <memory>
+
+namespace VolTr
+{
+
+/// The policy with nodes at cell centres or at cell corners, for a tree of `depth` (0 to 29) whose nodes
+/// begin at `nodeDepthBegin`.
+std::unique_ptr<INodesPositioningPolicy> makeNodesPositioningPolicy(bool useCenter, int depth,
+                                                                    int nodeDepthBegin);
+
+} // namespace VolTr
