@@ -4,6 +4,7 @@
 
 #include <support/PointCloudSamples.h>
 
+#include <QZsys/Exceptions.h>
 #include <QZsys/Progress.h>
 
 #include <gtest/gtest.h>
@@ -39,7 +40,8 @@ struct ReferenceTree
             for (int axis = 0; axis < 3; ++axis) {
                 double const low = octree.getBoxMin()[axis];
                 double const high = octree.getBoxMax()[axis];
-                int const coord = low == high ? 0 : static_cast<int>(std::floor(size * (point[axis] - low) / (high - low)));
+                int const coord =
+                    low == high ? 0 : static_cast<int>(std::floor(size * (point[axis] - low) / (high - low)));
                 cell.coordMod(axis) = std::min(coord, size - 1);
             }
             cellIndexes.emplace(cell, static_cast<int>(cellIndexes.size()));
@@ -135,8 +137,10 @@ TEST_P(OctreeOfKind, NodeIteratorsYieldWhatABoxHolds)
                         int const size = 1 << GetParam().depth;
                         double const edge = octree.getBoxMax()[axis] - octree.getBoxMin()[axis];
                         double const origin = octree.getBoxMin()[axis];
-                        inside = inside && node.shift().coord(axis) >= std::floor(size * (low[axis] - origin) / edge) &&
-                                 node.shift().coord(axis) <= std::floor(size * (high[axis] - origin) / edge) + 1;
+                        inside =
+                            inside &&
+                            node.shift().coord(axis) >= std::floor(size * (low[axis] - origin) / edge) &&
+                            node.shift().coord(axis) <= std::floor(size * (high[axis] - origin) / edge) + 1;
                     }
                     if (inside)
                         expected.push_back(index);
@@ -193,7 +197,8 @@ TEST_P(OctreeOfKind, SampleIteratorYieldsTheSamplesOfTouchedCells)
         for (auto const & [cell, sample] : reference.cellSamples) {
             bool inside = true;
             for (int axis = 0; axis < 3; ++axis) {
-                inside = inside && cell.coord(axis) >= std::max(0, octree.realToLattice(low[axis], axis, 0)) &&
+                inside = inside &&
+                         cell.coord(axis) >= std::max(0, octree.realToLattice(low[axis], axis, 0)) &&
                          cell.coord(axis) <= std::min(last, octree.realToLattice(high[axis], axis, 0));
             }
             if (inside && (limit < 0 || taken[cell]++ < limit))
@@ -215,8 +220,8 @@ TEST_P(OctreeOfKind, SampleIteratorYieldsTheSamplesOfTouchedCells)
 INSTANTIATE_TEST_SUITE_P(Kinds, OctreeOfKind,
                          testing::Values(TreeKind{1, false, -1}, TreeKind{2, true, -1}, TreeKind{5, true, -1},
                                          TreeKind{5, true, 0}, TreeKind{6, true, 2}, TreeKind{5, false, -1},
-                                         TreeKind{6, false, 1}, TreeKind{16, true, 3}, TreeKind{29, false, -1},
-                                         TreeKind{29, true, -1}));
+                                         TreeKind{6, false, 1}, TreeKind{16, true, 3},
+                                         TreeKind{29, false, -1}, TreeKind{29, true, -1}));
 
 TEST(Octree, DepthRanges)
 {
@@ -231,7 +236,8 @@ TEST(Octree, DepthRanges)
     EXPECT_EQ(range(5, true, 5), std::pair(0, 5));
     EXPECT_EQ(range(5, false, 5), std::pair(0, 6));
     EXPECT_EQ(range(5, false, 2), std::pair(3, 6));
-    for (auto const & [depth, useCenter] : {std::pair(-1, true), {1, true}, {0, false}, {30, true}, {1000, false}}) {
+    for (auto const & [depth, useCenter] :
+         {std::pair(-1, true), {1, true}, {0, false}, {30, true}, {1000, false}}) {
         EXPECT_EQ(what([&, d = depth, c = useCenter] { COctree(&samples, d, nullptr, c, -1); }),
                   "Incorrect tree depth detected in VolTr::COctree constructor");
     }
