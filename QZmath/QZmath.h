@@ -7,6 +7,11 @@
 #include <QZmath/Foundation/Coord3DRefs.h>
 #include <QZmath/Foundation/Functor.h>
 #include <QZmath/Foundation/Point3D.h>
+#include <QZmath/LinSys/CsrMatrix.h>
+#include <QZmath/LinSys/CsrStorage.h>
+#include <QZmath/LinSys/LinSysVariableManager.h>
+#include <QZmath/LinSys/LinearSystem.h>
+#include <QZmath/LinSys/VertexLinearCombination.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Lattice.h>
 #include <QZmath/VolTriang/LatticeIndex.h>

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/LinSys/LinearSystem.h>
+
+namespace REmath
+{
+
+template <class T>
+IVertexPosInformer<T>::~IVertexPosInformer() = default;
+
+template <class T>
+IEqSysResultReciever<T>::~IEqSysResultReciever() = default;
+
+template <class T>
+ILinearSystemReadOnly<T>::ILinearSystemReadOnly() = default;
+
+template <class T>
+ILinearSystemReadOnly<T>::ILinearSystemReadOnly(ILinearSystemReadOnly const &) = default;
+
+template <class T>
+ILinearSystemReadOnly<T> & ILinearSystemReadOnly<T>::operator=(ILinearSystemReadOnly const &) = default;
+
+template <class T>
+ILinearSystemReadOnly<T>::~ILinearSystemReadOnly() = default;
+
+template <class T>
+bool ILinearSystemReadOnly<T>::isSymmetric() const
+{
+    return onIsSymmetric();
+}
+
+template <class T>
+bool ILinearSystemReadOnly<T>::isPositiveDefinite() const
+{
+    return onIsPositiveDefinite();
+}
+
+template <class T>
+ILinearSystemStorage<T>::ILinearSystemStorage() = default;
+
+template <class T>
+ILinearSystemStorage<T>::ILinearSystemStorage(ILinearSystemStorage const &) = default;
+
+template <class T>
+ILinearSystemStorage<T> & ILinearSystemStorage<T>::operator=(ILinearSystemStorage const &) = default;
+
+template <class T>
+ILinearSystemStorage<T>::~ILinearSystemStorage() = default;
+
+template <class T>
+IVertexPosLinearSystem<T>::~IVertexPosLinearSystem() = default;
+
+template <class T>
+void IVertexPosLinearSystem<T>::DefineFreeVertex(int vertex)
+{
+    OnDefineFreeVertex(vertex);
+}
+
+template <class T>
+void IVertexPosLinearSystem<T>::DefineFixedVertex(int vertex)
+{
+    OnDefineFixedVertex(vertex);
+}
+
+template class IVertexPosInformer<float>;
+template class IVertexPosInformer<double>;
+template class IEqSysResultReciever<float>;
+template class IEqSysResultReciever<double>;
+template class ILinearSystemReadOnly<float>;
+template class ILinearSystemReadOnly<double>;
+template class ILinearSystemStorage<float>;
+template class ILinearSystemStorage<double>;
+template class IVertexPosLinearSystem<float>;
+template class IVertexPosLinearSystem<double>;
+
+} // namespace REmath
