@@ -12,13 +12,17 @@
 #include <QZmath/LinSys/LinSysVariableManager.h>
 #include <QZmath/LinSys/LinearSystem.h>
 #include <QZmath/LinSys/VertexLinearCombination.h>
+#include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>
+#include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Lattice.h>
 #include <QZmath/VolTriang/LatticeIndex.h>
 #include <QZmath/VolTriang/NodesPositioningPolicy.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Parallelepiped.h>
+#include <QZmath/VolTriang/ProductPiecewisePolynom.h>
+#include <QZmath/VolTriang/SingleVarPolynom.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Kernels.h>
+
+#include <cmath>
+
+namespace VolTr
+{
+
+template <>
+CProductPiecewisePolynom makeApproxGaussian<CProductPiecewisePolynom>()
+{
+    double const left[3] = {1.125, 1.5, 0.5};
+    double const middle[3] = {0.75, 0.0, -1.0};
+    double const right[3] = {1.125, -1.5, 0.5};
+    CSingleVarPolynom const pieces[3] = {{3, left}, {3, middle}, {3, right}};
+    double const knots[4] = {-1.5, -0.5, 0.5, 1.5};
+    CSingleVarLimitedPolynom const spline(0.0, 3, pieces, 4, knots);
+    CProductPolynom const summand(spline, spline, spline);
+    return CProductPiecewisePolynom(1, &summand);
+}
+
+template <>
+CProductPiecewisePolynom DgaussianDx<CProductPiecewisePolynom>(int axis)
+{
+    CProductPiecewisePolynom derivative;
+    makeApproxGaussian<CProductPiecewisePolynom>().makePartialDerivative(&derivative, axis);
+    return derivative;
+}
+
+template <>
+CProductPiecewisePolynom makeApproxGaussianLaplacian<CProductPiecewisePolynom>()
+{
+    CProductPiecewisePolynom laplacian;
+    makeApproxGaussian<CProductPiecewisePolynom>().makeLaplacian(&laplacian);
+    return laplacian;
+}
+
+template <class TKernel>
+TKernel polynomByShiftedKernel(CCSFunc3Tmpl<TKernel> const & function)
+{
+    TKernel polynom(function.getkernelRef());
+    double const scale[3] = {function.getArgumentScale(), function.getArgumentScale(),
+                             function.getArgumentScale()};
+    double const * centre = function.getArgumentShift();
+    double const shift[3] = {0.0 - centre[0], 0.0 - centre[1], 0.0 - centre[2]};
+    polynom.scaleArgument(scale);
+    polynom.substituteArgPlusConst(shift);
+    polynom *= function.getNormalizationScale();
+    return polynom;
+}
+
+template <class TKernel>
+TKernel makeProduct(CCSFunc3Tmpl<TKernel> const & f, CCSFunc3Tmpl<TKernel> const & g)
+{
+    return polynomByShiftedKernel(f) * polynomByShiftedKernel(g);
+}
+
+template <class TKernel>
+CParallelepiped getScaledFunctionCommonSupport(CCSFunc3Tmpl<TKernel> const & function)
+{
+    CParallelepiped box = function.getkernelRef().getCommonSupportRef();
+    double const * centre = function.getArgumentShift();
+    double const cellSize = 1.0 / function.getArgumentScale();
+    for (int axis = 0; axis < 3; ++axis) {
+        box.getMinMod()[axis] = box.getMin()[axis] * cellSize + centre[axis];
+        box.getMaxMod()[axis] = box.getMax()[axis] * cellSize + centre[axis];
+    }
+    return box;
+}
+
+template <class TKernel>
+double integrateOnSupport(TKernel const & function)
+{
+    return function.integrateOnSupport();
+}
+
+CSingleVarLimitedPolynom summandByShiftedKernel(CCSFunc3Tmpl<CProductPiecewisePolynom> const & function,
+                                                int summandIndex, int axis)
+{
+    CSingleVarLimitedPolynom factor = function.getkernelRef().getSummand(summandIndex).getMultiplier(axis);
+    factor.scaleArgument(function.getArgumentScale());
+    factor.substituteArgPlusConst(0.0 - function.getArgumentShift()[axis]);
+    factor *= std::cbrt(function.getNormalizationScale());
+    return factor;
+}
+
+double calcTrilinearWeight(double const * const point, double const * const node,
+                           CParallelepiped const & cell)
+{
+    double weight = 1.0;
+    for (int axis = 0; axis < 3; ++axis) {
+        double const width = cell.getMax()[axis] - cell.getMin()[axis];
+        if (std::fabs(width) < 1e-10)
+            continue;
+        weight *= 1.0 - std::fabs(point[axis] - node[axis]) / width;
+    }
+    return weight;
+}
+
+double calcTrilinearWeight(float const * const point, double const * const node, CParallelepiped const & cell)
+{
+    double const widened[3] = {point[0], point[1], point[2]};
+    return calcTrilinearWeight(widened, node, cell);
+}
+
+template CProductPiecewisePolynom
+polynomByShiftedKernel(CCSFunc3Tmpl<CProductPiecewisePolynom> const & function);
+template CProductPiecewisePolynom makeProduct(CCSFunc3Tmpl<CProductPiecewisePolynom> const & f,
+                                              CCSFunc3Tmpl<CProductPiecewisePolynom> const & g);
+template CParallelepiped
+getScaledFunctionCommonSupport(CCSFunc3Tmpl<CProductPiecewisePolynom> const & function);
+template double integrateOnSupport(CProductPiecewisePolynom const & function);
+
+} // namespace VolTr

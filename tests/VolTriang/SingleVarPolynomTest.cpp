@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/SingleVarPolynom.h>
+
+#include <support/PiecewisePolynomials.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+
+using namespace VolTr;
+using namespace TestPolynomials;
+
+namespace
+{
+
+CSingleVarPolynom polynom(std::vector<double> const & coefficients)
+{
+    return CSingleVarPolynom(static_cast<int>(coefficients.size()), coefficients.data());
+}
+
+TEST(SingleVarPolynom, AlgebraAgreesWithPointwiseValues)
+{
+    std::mt19937 random(1);
+    for (int trial = 0; trial < 200; ++trial) {
+        CSingleVarPolynom const p = randomPolynom(random, 6);
+        CSingleVarPolynom const q = randomPolynom(random, 6);
+        double const a = uniform(random, -1.5, 1.5);
+        double const x = uniform(random, -1.5, 1.5);
+        CSingleVarPolynom product, derivative, primitive, buffer;
+        p.multiply(&product, q);
+        p.makePrimitive(&primitive);
+        primitive.makeDerivative(&derivative);
+        EXPECT_NEAR(product.eval(x), p.eval(x) * q.eval(x), 1e-9);
+        EXPECT_NEAR(derivative.eval(x), p.eval(x), 1e-11);
+        EXPECT_NEAR(p.integrateOnIntervalWithBuffer(a, x, &buffer),
+                    gaussLegendre([&p](double t) { return p.eval(t); }, a, x), 1e-10);
+        CSingleVarPolynom moved = p;
+        moved.substituteArgPlusConst(a);
+        EXPECT_NEAR(moved.eval(x), p.eval(x + a), 1e-8);
+        CSingleVarPolynom scaled = p;
+        scaled.scaleArgument(a);
+        EXPECT_NEAR(scaled.eval(x), p.eval(x * a), 1e-8);
+        p.multiply(&product, p);
+        EXPECT_NEAR(product.eval(x), p.eval(x) * p.eval(x), 1e-8);
+    }
+}
+
+TEST(SingleVarPolynom, ZeroesAndEmptyLists)
+{
+    CSingleVarPolynom p = polynom({3.0, 1.0});
+    p.scaleArgument(0.0);
+    EXPECT_EQ(p, polynom({3.0}));
+    CSingleVarPolynom empty;
+    EXPECT_EQ(empty.power(), -1);
+    EXPECT_EQ(empty.eval(2.0), 0.0);
+    empty.scaleArgument(0.0);
+    EXPECT_EQ(empty, polynom({0.0}));
+    EXPECT_FALSE(empty.checkClassInvariants());
+    p *= 0.0;
+    EXPECT_EQ(p.power(), -1);
+    CSingleVarPolynom out = polynom({1.0, 2.0});
+    polynom({1.0, 1.0}).multiply(&out, p);
+    EXPECT_EQ(out.power(), -1);
+    CSingleVarPolynom square = polynom({0.0, 0.0, 1.0});
+    square.substituteArgPlusConst(1.0);
+    EXPECT_EQ(square, polynom({1.0, 2.0, 1.0}));
+}
+
+TEST(SingleVarPolynom, ShiftOfHighPowerStaysExact)
+{
+    std::vector<double> coefficients(41, 0.0);
+    coefficients.back() = 1.0;
+    CSingleVarPolynom p = polynom(coefficients);
+    p.substituteArgPlusConst(1.0);
+    EXPECT_EQ(p.getCoefficient(20), 137846528820.0); // 40 over 20
+    EXPECT_EQ(p.eval(1.0), std::ldexp(1.0, 40));
+}
+
+TEST(SingleVarLimitedPolynom, RefusesBadPiecesAndKnots)
+{
+    CSingleVarPolynom const pieces[2] = {polynom({1.0}), polynom({2.0})};
+    double const good[3] = {0.0, 1.0, 2.0};
+    double const repeated[3] = {0.0, 0.0, 1.0};
+    double const notNumbers[3] = {0.0, std::numeric_limits<double>::quiet_NaN(), 1.0};
+    CSingleVarLimitedPolynom f(0.5, 2, pieces, 3, good);
+    CSingleVarLimitedPolynom const before = f;
+    EXPECT_FALSE(f.assign(0.0, 2, pieces, 3, repeated));
+    EXPECT_FALSE(f.assign(0.0, 2, pieces, 3, notNumbers));
+    EXPECT_FALSE(f.assign(0.0, 2, pieces, 2, good));
+    EXPECT_FALSE(f.assign(0.0, 0, pieces, 1, good));
+    EXPECT_FALSE(
+        f.assign(0.0, std::numeric_limits<int>::max(), pieces, std::numeric_limits<int>::min(), good));
+    EXPECT_FALSE(f.assign(0.0, 2, nullptr, 3, good));
+    EXPECT_FALSE(f.assign(0.0, 2, pieces, 3, nullptr));
+    EXPECT_EQ(f, before);
+    try {
+        CSingleVarLimitedPolynom const refused(0.0, 2, pieces, 3, repeated);
+        FAIL();
+    } catch (std::exception const & error) {
+        EXPECT_STREQ(error.what(), "VolTr::CSingleVarLimitedPolynom: ctor fails");
+    }
+}
+
+TEST(SingleVarLimitedPolynom, PiecesAreClosedOnTheLeftOnly)
+{
+    CSingleVarPolynom const pieces[2] = {polynom({1.0}), polynom({2.0})};
+    double const knots[3] = {0.0, 1.0, 2.0};
+    CSingleVarLimitedPolynom const f(4.0, 2, pieces, 3, knots);
+    EXPECT_EQ(f.eval(4.0), 1.0);
+    EXPECT_EQ(f.eval(5.0), 2.0);
+    EXPECT_EQ(f.eval(6.0), 0.0);
+    EXPECT_EQ(f.eval(std::nextafter(4.0, 0.0)), 0.0);
+    EXPECT_EQ(f.eval(std::numeric_limits<double>::quiet_NaN()), 0.0);
+    EXPECT_EQ(f.getLeftBound(), 4.0);
+    EXPECT_EQ(f.getRightBound(), 6.0);
+    EXPECT_EQ(CSingleVarLimitedPolynom().eval(0.0), 0.0);
+}
+
+TEST(SingleVarLimitedPolynom, OperationsAgreeWithPointwiseValues)
+{
+    std::mt19937 random(2);
+    CSingleVarPolynom buffer;
+    for (int trial = 0; trial < 300; ++trial) {
+        CSingleVarLimitedPolynom const f = randomLimitedPolynom(random);
+        CSingleVarLimitedPolynom g = randomLimitedPolynom(random);
+        if (trial % 3 == 0)
+            g.changeShift(f.getArgShift());
+        double const a = uniform(random, 0.3, 2.0);
+        CSingleVarLimitedPolynom const product = f * g;
+        CSingleVarLimitedPolynom translated = f, scaled = f, rewritten = f;
+        translated.substituteArgPlusConst(a);
+        scaled.scaleArgument(a);
+        rewritten.changeShift(a);
+        EXPECT_EQ(rewritten.getArgShift(), a);
+        for (int i = 0; i < 20; ++i) {
+            double const x = uniform(random, -3.5, 3.5);
+            EXPECT_NEAR(product.eval(x), f.eval(x) * g.eval(x), 1e-7);
+            EXPECT_NEAR(translated.eval(x), f.eval(x + a), 1e-9);
+            EXPECT_NEAR(scaled.eval(x), f.eval(x * a), 1e-9);
+            EXPECT_NEAR(rewritten.eval(x), f.eval(x), 1e-8);
+            EXPECT_NEAR((a * f).eval(x), a * f.eval(x), 1e-10);
+        }
+        std::vector<double> knots = absoluteKnots(f);
+        std::vector<double> const others = absoluteKnots(g);
+        knots.insert(knots.end(), others.begin(), others.end());
+        std::sort(knots.begin(), knots.end());
+        EXPECT_NEAR(product.integrateWithBuffer(&buffer),
+                    integrateBetweenKnots([&](double x) { return f.eval(x) * g.eval(x); }, knots), 1e-9);
+        ASSERT_TRUE(product.checkClassInvariants());
+        if (!product.empty()) {
+            EXPECT_NEAR(product.getLeftBound(), std::max(f.getLeftBound(), g.getLeftBound()), 1e-12);
+            EXPECT_NEAR(product.getRightBound(), std::min(f.getRightBound(), g.getRightBound()), 1e-12);
+        }
+    }
+}
+
+TEST(SingleVarLimitedPolynom, DerivativeKeepsEmptyPieces)
+{
+    CSingleVarPolynom const piece = polynom({1.0, 2.0, 3.0});
+    double const knots[2] = {0.0, 1.0};
+    CSingleVarLimitedPolynom const f(0.0, 1, &piece, 2, knots);
+    CSingleVarLimitedPolynom first, second, third;
+    f.makeDerivative(&first);
+    first.makeDerivative(&second);
+    second.makeDerivative(&third);
+    EXPECT_EQ(first.eval(0.5), 5.0);
+    EXPECT_EQ(second.eval(0.5), 6.0);
+    EXPECT_EQ(third.piecesNumber(), 1);
+    EXPECT_EQ(third.maxPower(), -1);
+    EXPECT_EQ(third.eval(0.5), 0.0);
+}
+
+TEST(SingleVarLimitedPolynom, TheHigherPowerKeepsItsShiftInAProduct)
+{
+    CSingleVarPolynom const line = polynom({1.0, 1.0});
+    CSingleVarPolynom const parabola = polynom({1.0, 1.0, 1.0});
+    double const knots[2] = {0.0, 4.0};
+    CSingleVarLimitedPolynom const low(1.0, 1, &line, 2, knots);
+    CSingleVarLimitedPolynom const high(2.0, 1, &parabola, 2, knots);
+    EXPECT_EQ((low * high).getArgShift(), 2.0);
+    EXPECT_EQ((high * low).getArgShift(), 2.0);
+    CSingleVarLimitedPolynom const same(3.0, 1, &line, 2, knots);
+    EXPECT_EQ((low * same).getArgShift(), 1.0);
+    CSingleVarLimitedPolynom const touching(5.0, 1, &line, 2, knots);
+    EXPECT_TRUE((low * touching).empty());
+}
+
+} // namespace
