@@ -27,5 +27,6 @@
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
+#include <QZmath/VolTriang/jbProcess.h>
 
 #include <QZsys/QZsys.h>

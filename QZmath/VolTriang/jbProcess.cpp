@@ -1,0 +1,546 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/jbProcess.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <new>
+#include <tuple>
+#include <utility>
+
+using REmath::Point3D_d;
+
+namespace
+{
+
+constexpr int findAttempts = 10000;
+constexpr double findWidening = 1.0005;
+constexpr int bisectionSteps = 11;
+constexpr int firstVertexCapacity = 10;
+constexpr std::size_t firstTableSize = 1024;
+constexpr std::size_t firstBlockBytes = std::size_t{1} << 14;
+constexpr std::size_t largestBlockBytes = std::size_t{1} << 20;
+constexpr int noVertex = -1;
+
+constexpr int tetrahedra[6][4] = {{0, 2, 4, 1}, {6, 2, 1, 4}, {6, 2, 3, 1},
+                                  {6, 4, 1, 5}, {6, 1, 3, 5}, {6, 3, 7, 5}};
+
+struct Face
+{
+    int step[3];
+    int corners[4];
+};
+constexpr Face faces[6] = {{{-1, 0, 0}, {0, 1, 2, 3}}, {{1, 0, 0}, {4, 5, 6, 7}},  {{0, -1, 0}, {0, 1, 4, 5}},
+                           {{0, 1, 0}, {2, 3, 6, 7}},  {{0, 0, -1}, {0, 2, 4, 6}}, {{0, 0, 1}, {1, 3, 5, 7}}};
+constexpr int faceBit[6] = {2, 2, 1, 1, 0, 0};
+
+// Ends of the six edges of a tetrahedron, as positions among its four corners.
+constexpr int tetrahedronEdges[6][2] = {{0, 1}, {0, 2}, {0, 3}, {1, 2}, {1, 3}, {2, 3}};
+
+// Triangles of a tetrahedron by the signs of its corners (the first corner is the highest bit), as numbers of
+// its edges from 1; 0 stands for no triangle.
+constexpr int triangles[16][2][3] = {
+    {{0, 0, 0}, {0, 0, 0}}, {{5, 6, 3}, {0, 0, 0}}, {{2, 6, 4}, {0, 0, 0}}, {{3, 5, 4}, {3, 4, 2}},
+    {{1, 4, 5}, {0, 0, 0}}, {{3, 1, 4}, {3, 4, 6}}, {{1, 2, 6}, {1, 6, 5}}, {{1, 2, 3}, {0, 0, 0}},
+    {{1, 3, 2}, {0, 0, 0}}, {{1, 5, 6}, {1, 6, 2}}, {{1, 3, 6}, {1, 6, 4}}, {{1, 5, 4}, {0, 0, 0}},
+    {{3, 2, 4}, {3, 4, 5}}, {{6, 2, 4}, {0, 0, 0}}, {{5, 3, 6}, {0, 0, 0}}, {{0, 0, 0}, {0, 0, 0}}};
+
+bool isPositive(jbCornerlist const * corner) { return corner->value > 0; }
+
+// Points of one block of 4 x 4 x 4 share a hash up to the low 6 bits, which tell them apart: the walk stays
+// in one place for long, and so do its memory accesses.
+std::uint64_t hashBlock(std::uint32_t i, std::uint32_t j, std::uint32_t k)
+{
+    std::uint64_t const mixed =
+        (i >> 2) * 0x9E3779B97F4A7C15U ^ (j >> 2) * 0xC2B2AE3D27D4EB4FU ^ (k >> 2) * 0x165667B19E3779F9U;
+    return (mixed ^ mixed >> 29) * 0xBF58476D1CE4E5B9U >> 24;
+}
+
+std::size_t hashPoint(int i, int j, int k)
+{
+    auto const x = static_cast<std::uint32_t>(i);
+    auto const y = static_cast<std::uint32_t>(j);
+    auto const z = static_cast<std::uint32_t>(k);
+    return hashBlock(x, y, z) << 6 | ((x & 3) << 4 | (y & 3) << 2 | (z & 3));
+}
+
+// The seven directions of the edges of the tetrahedra differ in the parities of their three steps.
+std::size_t hashEdge(int i1, int j1, int k1, int i2, int j2, int k2)
+{
+    std::size_t const direction =
+        static_cast<std::size_t>(((i1 ^ i2) & 1) << 2 | ((j1 ^ j2) & 1) << 1 | ((k1 ^ k2) & 1));
+    return hashPoint(i1, j1, k1) << 3 | direction;
+}
+
+void orderEnds(int & i1, int & j1, int & k1, int & i2, int & j2, int & k2)
+{
+    if (std::tie(i2, j2, k2) < std::tie(i1, j1, k1)) {
+        std::swap(i1, i2);
+        std::swap(j1, j2);
+        std::swap(k1, k2);
+    }
+}
+
+int steps(double length, double size)
+{
+    double const quotient = length / size;
+    // Also false for NaN. The margin leaves room for the index one past the last corner.
+    bool const isCountable = quotient > -1 && quotient < std::numeric_limits<int>::max() - 2;
+    return isCountable ? static_cast<int>(quotient) : -1;
+}
+
+// Takes the first entry of one chain and puts it in front of another.
+template <class Entry>
+void moveToHead(Entry *& from, Entry *& to)
+{
+    Entry * const moved = from;
+    from = moved->next;
+    moved->next = to;
+    to = moved;
+}
+
+struct FreeMemory
+{
+    void operator()(void * memory) const { std::free(memory); }
+};
+
+} // namespace
+
+struct jbProcess::Block
+{
+    Block * next;
+};
+
+// Frees everything at the end of a call, in whatever way it ends.
+class jbProcess::Release
+{
+public:
+    explicit Release(jbProcess & process) : m_process(process) {}
+    ~Release() { m_process.freeprocess(); }
+    Release(Release const &) = delete;
+    Release & operator=(Release const &) = delete;
+
+private:
+    jbProcess & m_process;
+};
+
+int jbVertices::add(jbVertex vertex)
+{
+    if (count >= capacity) {
+        if (capacity > std::numeric_limits<int>::max() / 2)
+            throw std::bad_alloc();
+        int const larger = capacity > 0 ? capacity * 2 : firstVertexCapacity;
+        void * const memory = std::realloc(items, static_cast<std::size_t>(larger) * sizeof(jbVertex));
+        if (memory == nullptr)
+            throw std::bad_alloc();
+        items = static_cast<jbVertex *>(memory);
+        capacity = larger;
+    }
+    items[count] = vertex;
+    return count++;
+}
+
+void * jbProcess::allocate(std::size_t bytes)
+{
+    if (bytes > m_blockRestBytes) {
+        std::size_t const blockBytes = std::max(m_nextBlockBytes, firstBlockBytes);
+        auto * const block = static_cast<Block *>(std::calloc(1, blockBytes));
+        if (block == nullptr)
+            throw std::bad_alloc();
+        block->next = m_blocks;
+        m_blocks = block;
+        m_blockRest = reinterpret_cast<char *>(block) + sizeof(Block);
+        m_blockRestBytes = blockBytes - sizeof(Block);
+        m_nextBlockBytes = std::min(2 * blockBytes, largestBlockBytes);
+    }
+    void * const memory = m_blockRest;
+    m_blockRest += bytes;
+    m_blockRestBytes -= bytes;
+    return memory;
+}
+
+// Makes the table at its first use and doubles it when it has become half full.
+template <class Entry, class Hash>
+void jbProcess::reserveBucket(Entry **& table, std::size_t & mask, std::size_t count, Hash hash)
+{
+    if (table != nullptr && 2 * count <= mask)
+        return;
+    std::size_t const largerSize = table != nullptr ? 2 * (mask + 1) : firstTableSize;
+    auto ** const larger = static_cast<Entry **>(std::calloc(largerSize, sizeof(Entry *)));
+    if (larger == nullptr)
+        throw std::bad_alloc();
+    if (table != nullptr) {
+        for (std::size_t bucket = 0; bucket <= mask; ++bucket) {
+            // Reversed first, so that newer entries stay before older ones: each bucket splits into two of
+            // its own.
+            Entry * reversed = nullptr;
+            for (Entry * entry = table[bucket]; entry != nullptr;)
+                moveToHead(entry, reversed);
+            while (reversed != nullptr) {
+                std::size_t const target = hash(*reversed) & (largerSize - 1);
+                moveToHead(reversed, larger[target]);
+            }
+        }
+        std::free(table);
+    }
+    table = larger;
+    mask = largerSize - 1;
+}
+
+void jbProcess::begin(Function & implicitFunction, double cubeSize, TriangleProcessor & sink)
+{
+    freeprocess();
+    function = &implicitFunction;
+    triangleProcessor = &sink;
+    size = cubeSize;
+    delta = cubeSize / 100;
+    m_randomState = 1;
+}
+
+// The 15 upper bits of a linear congruential generator modulo 2^31, as a number from 0 to 1.
+double jbProcess::random()
+{
+    m_randomState = m_randomState * 214013U + 2531011U;
+    return (m_randomState >> 16 & 0x7fff) / 32767.0;
+}
+
+jbTest jbProcess::find(int sign, Point3D_d from)
+{
+    jbTest result;
+    double range = size;
+    for (int attempt = 0; attempt < findAttempts; ++attempt) {
+        result.point.x() = (random() - 0.5) * range + from.x();
+        result.point.y() = (random() - 0.5) * range + from.y();
+        result.point.z() = (random() - 0.5) * range + from.z();
+        int flag = 0;
+        result.value = (*function)(result.point, &flag);
+        if ((result.value > 0 ? 1 : 0) == sign && flag == 0) {
+            result.ok = 1;
+            return result;
+        }
+        range *= findWidening;
+    }
+    return result;
+}
+
+Point3D_d jbProcess::converge(Point3D_d p1, Point3D_d p2, double value1)
+{
+    Point3D_d positive = value1 >= 0 ? p1 : p2;
+    Point3D_d negative = value1 >= 0 ? p2 : p1;
+    for (int step = 1;; ++step) {
+        Point3D_d const middle = (positive + negative) * 0.5;
+        if (step == bisectionSteps)
+            return middle;
+        int flag = 0;
+        if ((*function)(middle, &flag) > 0)
+            positive = middle;
+        else
+            negative = middle;
+    }
+}
+
+Point3D_d jbProcess::setpoint(int i, int j, int k)
+{
+    return {start.x() - (i - 0.5) * size, start.y() - (j - 0.5) * size, start.z() - (k - 0.5) * size};
+}
+
+jbCornerlist * jbProcess::setcorner(int i, int j, int k)
+{
+    std::size_t const hash = hashPoint(i, j, k);
+    if (corners != nullptr) {
+        for (jbCornerlist * entry = corners[hash & m_cornerMask]; entry != nullptr; entry = entry->next) {
+            if (entry->i == i && entry->j == j && entry->k == k)
+                return entry;
+        }
+    }
+    int flag = 0;
+    double const value = (*function)(setpoint(i, j, k), &flag);
+    reserveBucket(corners, m_cornerMask, m_cornerCount,
+                  [](jbCornerlist const & entry) { return hashPoint(entry.i, entry.j, entry.k); });
+    jbCornerlist *& head = corners[hash & m_cornerMask];
+    head = new (allocate(sizeof(jbCornerlist))) jbCornerlist{i, j, k, flag, value, head};
+    ++m_cornerCount;
+    return head;
+}
+
+int jbProcess::setcenter(int i, int j, int k)
+{
+    std::size_t const hash = hashPoint(i, j, k);
+    if (centers != nullptr) {
+        for (jbCenterlist const * entry = centers[hash & m_centerMask]; entry != nullptr;
+             entry = entry->next) {
+            if (entry->i == i && entry->j == j && entry->k == k)
+                return 1;
+        }
+    }
+    reserveBucket(centers, m_centerMask, m_centerCount,
+                  [](jbCenterlist const & entry) { return hashPoint(entry.i, entry.j, entry.k); });
+    jbCenterlist *& head = centers[hash & m_centerMask];
+    head = new (allocate(sizeof(jbCenterlist))) jbCenterlist{i, j, k, head};
+    ++m_centerCount;
+    return 0;
+}
+
+void jbProcess::setedge(int i1, int j1, int k1, int i2, int j2, int k2, int vertex)
+{
+    orderEnds(i1, j1, k1, i2, j2, k2);
+    reserveBucket(edges, m_edgeMask, m_edgeCount, [](jbEdgelist const & entry) {
+        return hashEdge(entry.i1, entry.j1, entry.k1, entry.i2, entry.j2, entry.k2);
+    });
+    jbEdgelist *& head = edges[hashEdge(i1, j1, k1, i2, j2, k2) & m_edgeMask];
+    head = new (allocate(sizeof(jbEdgelist))) jbEdgelist{i1, j1, k1, i2, j2, k2, vertex, head};
+    ++m_edgeCount;
+}
+
+int jbProcess::getedge(int i1, int j1, int k1, int i2, int j2, int k2)
+{
+    if (edges == nullptr)
+        return noVertex;
+    orderEnds(i1, j1, k1, i2, j2, k2);
+    for (jbEdgelist const * entry = edges[hashEdge(i1, j1, k1, i2, j2, k2) & m_edgeMask]; entry != nullptr;
+         entry = entry->next) {
+        if (entry->i1 == i1 && entry->j1 == j1 && entry->k1 == k1 && entry->i2 == i2 && entry->j2 == j2 &&
+            entry->k2 == k2)
+            return entry->vertex;
+    }
+    return noVertex;
+}
+
+int jbProcess::vertid(jbCornerlist * c1, jbCornerlist * c2)
+{
+    int const known = getedge(c1->i, c1->j, c1->k, c2->i, c2->j, c2->k);
+    if (known != noVertex)
+        return known;
+    jbVertex vertex;
+    vertex.position = converge(setpoint(c1->i, c1->j, c1->k), setpoint(c2->i, c2->j, c2->k), c1->value);
+    int const index = vertices.add(vertex);
+    setedge(c1->i, c1->j, c1->k, c2->i, c2->j, c2->k, index);
+    return index;
+}
+
+// `edgeVertices` remembers the vertices of a cube's edges, at 8 * a + b for the corners a < b: neighbouring
+// tetrahedra share most of them, and a look-up in the hash table costs more.
+int jbProcess::cutTetrahedron(jbCube const & cube, int a, int b, int c, int d, int * edgeVertices)
+{
+    int const corner[4] = {a, b, c, d};
+    int signs = 0;
+    for (int const number : corner)
+        signs = 2 * signs + (isPositive(cube.corners[number]) ? 1 : 0);
+    if (signs == 0 || signs == 15)
+        return 1;
+
+    int edgeVertex[6] = {noVertex, noVertex, noVertex, noVertex, noVertex, noVertex};
+    for (int edge = 0; edge < 6; ++edge) {
+        int const first = tetrahedronEdges[edge][0];
+        int const second = tetrahedronEdges[edge][1];
+        if (((signs >> (3 - first) ^ signs >> (3 - second)) & 1) == 0)
+            continue;
+        int & known = edgeVertices[8 * std::min(corner[first], corner[second]) +
+                                   std::max(corner[first], corner[second])];
+        if (known == noVertex)
+            known = vertid(cube.corners[corner[first]], cube.corners[corner[second]]);
+        edgeVertex[edge] = known;
+    }
+    for (int const(&triangle)[3] : triangles[signs]) {
+        if (triangle[0] == 0)
+            break;
+        if ((*triangleProcessor)(edgeVertex[triangle[0] - 1], edgeVertex[triangle[1] - 1],
+                                 edgeVertex[triangle[2] - 1], vertices) == 0)
+            return 0;
+    }
+    return 1;
+}
+
+int jbProcess::dotet(jbCube * cube, int a, int b, int c, int d)
+{
+    int edgeVertices[64];
+    std::fill(std::begin(edgeVertices), std::end(edgeVertices), noVertex);
+    return cutTetrahedron(*cube, a, b, c, d, edgeVertices);
+}
+
+int jbProcess::cutCube(jbCube const & cube, bool stopAtRefusal)
+{
+    int edgeVertices[64];
+    std::fill(std::begin(edgeVertices), std::end(edgeVertices), noVertex);
+    for (int const(&t)[4] : tetrahedra) {
+        if (cutTetrahedron(cube, t[0], t[1], t[2], t[3], edgeVertices) == 0 && stopAtRefusal)
+            return 0;
+    }
+    return 1;
+}
+
+bool jbProcess::isOutside(int i, int j, int k) const
+{
+    // The largest index is kept out as well, since a cube's far corners lie one further.
+    constexpr std::int64_t largest = std::numeric_limits<int>::max() - 1;
+    int const index[3] = {i, j, k};
+    for (int axis = 0; axis < 3; ++axis) {
+        if (std::abs(std::int64_t{index[axis]}) > std::min(std::int64_t{bounds[axis]}, largest))
+            return true;
+    }
+    return false;
+}
+
+void jbProcess::push(jbCube const & cube)
+{
+    jbCubes * entry = m_freeCubes;
+    if (entry != nullptr)
+        m_freeCubes = entry->next;
+    else
+        entry = static_cast<jbCubes *>(allocate(sizeof(jbCubes)));
+    cubes = new (entry) jbCubes{cube, cubes};
+}
+
+void jbProcess::testface(int i, int j, int k, jbCube * old, int face, int c1, int c2, int c3, int c4)
+{
+    bool const sign = isPositive(old->corners[c1]);
+    if (isPositive(old->corners[c2]) == sign && isPositive(old->corners[c3]) == sign &&
+        isPositive(old->corners[c4]) == sign)
+        return;
+    if (isOutside(i, j, k) || setcenter(i, j, k) != 0)
+        return;
+
+    jbCube cube;
+    cube.i = i;
+    cube.j = j;
+    cube.k = k;
+    int const across = 1 << faceBit[face];
+    for (int const shared : {c1, c2, c3, c4})
+        cube.corners[shared ^ across] = old->corners[shared];
+    for (int n = 0; n < 8; ++n) {
+        if (cube.corners[n] == nullptr)
+            cube.corners[n] = setcorner(i + (n >> 2 & 1), j + (n >> 1 & 1), k + (n & 1));
+    }
+    for (jbCornerlist const * const corner : cube.corners) {
+        if (corner->flag != 0)
+            return;
+    }
+    push(cube);
+}
+
+int jbProcess::polygonize(Function & implicitFunction, double cubeSize, int * cubeBounds,
+                          Point3D_d startPoint, TriangleProcessor & sink)
+{
+    begin(implicitFunction, cubeSize, sink);
+    Release const release(*this);
+    std::copy(cubeBounds, cubeBounds + 3, bounds);
+    start = startPoint;
+
+    jbTest const inside = find(1, start);
+    jbTest const outside = find(0, start);
+    if (inside.ok == 0 || outside.ok == 0)
+        return 1;
+    start = converge(inside.point, outside.point, inside.value);
+
+    jbCube first;
+    for (int n = 0; n < 8; ++n)
+        first.corners[n] = setcorner(n >> 2 & 1, n >> 1 & 1, n & 1);
+    setcenter(0, 0, 0);
+    push(first);
+
+    while (cubes != nullptr) {
+        jbCube cube = cubes->cube;
+        if (cutCube(cube, true) == 0)
+            return 2;
+        jbCubes * const top = cubes;
+        cubes = top->next;
+        top->next = m_freeCubes;
+        m_freeCubes = top;
+        for (int face = 0; face < 6; ++face) {
+            int const(&step)[3] = faces[face].step;
+            int const(&shared)[4] = faces[face].corners;
+            testface(cube.i + step[0], cube.j + step[1], cube.k + step[2], &cube, face, shared[0], shared[1],
+                     shared[2], shared[3]);
+        }
+    }
+    return 0;
+}
+
+int jbProcess::marchingcubes(Function & implicitFunction, double cubeSize, Point3D_d low, Point3D_d high,
+                             TriangleProcessor & sink)
+{
+    begin(implicitFunction, cubeSize, sink);
+    Release const release(*this);
+    std::fill(std::begin(bounds), std::end(bounds), 0);
+    // The jitter keeps lattice points off special values of the function, such as a plane through the box
+    // corner.
+    start.x() = high.x() - size * 0.5 - random() * size * 0.001;
+    start.y() = high.y() - size * 0.5 - random() * size * 0.001;
+    start.z() = high.z() - size * 0.5 - random() * size * 0.001;
+
+    int const nx = steps(high.x() - low.x(), size);
+    int const ny = steps(high.y() - low.y(), size);
+    int const nz = steps(high.z() - low.z(), size);
+    if (nx < 0 || ny < 0 || nz < 0)
+        return 0;
+
+    // A row of cubes touches two layers of corners across k, so only these are kept, as one plain array.
+    std::size_t const rowCorners = static_cast<std::size_t>(nx) + 2;
+    std::size_t const layerCorners = rowCorners * (static_cast<std::size_t>(ny) + 2);
+    if (layerCorners > std::numeric_limits<std::size_t>::max() / (2 * sizeof(jbCornerlist)))
+        throw std::bad_alloc();
+    std::unique_ptr<jbCornerlist, FreeMemory> const layers(
+        static_cast<jbCornerlist *>(std::calloc(2 * layerCorners, sizeof(jbCornerlist))));
+    if (layers == nullptr)
+        throw std::bad_alloc();
+    auto const cornerAt = [&](int i, int j, int k) {
+        std::size_t const layer = static_cast<std::size_t>(k & 1) * layerCorners;
+        return layers.get() + layer + static_cast<std::size_t>(j) * rowCorners + static_cast<std::size_t>(i);
+    };
+
+    for (int k = 0; k <= nz; ++k) {
+        for (int j = 0; j <= ny; ++j) {
+            for (int i = 0; i <= nx; ++i) {
+                jbCube cube;
+                cube.i = i;
+                cube.j = j;
+                cube.k = k;
+                int positive = 0;
+                for (int n = 0; n < 8; ++n) {
+                    int const ci = i + (n >> 2 & 1);
+                    int const cj = j + (n >> 1 & 1);
+                    int const ck = k + (n & 1);
+                    jbCornerlist * const corner = cornerAt(ci, cj, ck);
+                    // Every other corner was met in a cube before this one.
+                    bool const isNew = (ci > i || i == 0) && (cj > j || j == 0) && (ck > k || k == 0);
+                    if (isNew) {
+                        int flag = 0;
+                        double const value = (*function)(setpoint(ci, cj, ck), &flag);
+                        new (corner) jbCornerlist{ci, cj, ck, flag, value, nullptr};
+                    }
+                    cube.corners[n] = corner;
+                    positive += isPositive(corner) ? 1 : 0;
+                }
+                if (positive != 0 && positive != 8)
+                    cutCube(cube, false);
+            }
+        }
+    }
+    return 0;
+}
+
+void jbProcess::freeprocess()
+{
+    std::free(centers);
+    std::free(corners);
+    std::free(edges);
+    std::free(vertices.items);
+    while (m_blocks != nullptr) {
+        Block * const next = m_blocks->next;
+        std::free(m_blocks);
+        m_blocks = next;
+    }
+    centers = nullptr;
+    corners = nullptr;
+    edges = nullptr;
+    vertices = jbVertices();
+    cubes = nullptr;
+    m_freeCubes = nullptr;
+    m_centerMask = m_cornerMask = m_edgeMask = 0;
+    m_centerCount = m_cornerCount = m_edgeCount = 0;
+    m_blockRest = nullptr;
+    m_blockRestBytes = 0;
+    m_nextBlockBytes = 0;
+}

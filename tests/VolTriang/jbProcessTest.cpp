@@ -1,0 +1,458 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/jbProcess.h>
+
+#include <support/Frames.h>
+#include <support/Mesh.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <map>
+#include <new>
+#include <stdexcept>
+#include <thread>
+#include <tuple>
+
+using qz_test::Mesh;
+using qz_test::Topology;
+using REmath::Point3D_d;
+
+namespace
+{
+
+class Field : public jbProcess::Function
+{
+public:
+    explicit Field(std::function<double(Point3D_d const &)> value) : m_value(std::move(value)) {}
+    double operator()(Point3D_d const & point, int * flag) const override
+    {
+        ++m_calls;
+        if (flag != nullptr)
+            *flag = m_refuses && m_refuses(point) ? 1 : 0;
+        return m_value(point);
+    }
+    std::function<bool(Point3D_d const &)> m_refuses;
+    mutable long m_calls = 0;
+
+private:
+    std::function<double(Point3D_d const &)> m_value;
+};
+
+// Copies the mesh out as it grows, and checks that vertices are announced before their use.
+class Collector : public jbProcess::TriangleProcessor
+{
+public:
+    int operator()(int a, int b, int c, jbVertices vertices) const override
+    {
+        for (int const index : {a, b, c}) {
+            if (index < 0 || index >= vertices.count)
+                ADD_FAILURE() << "triangle over vertex " << index << " of " << vertices.count;
+        }
+        for (int n = static_cast<int>(m_mesh.vertices.size()); n < vertices.count; ++n)
+            m_mesh.vertices.push_back(vertices.items[n].position);
+        m_mesh.triangles.push_back({a, b, c});
+        if (m_action)
+            m_action();
+        return static_cast<long>(m_mesh.triangles.size()) < m_limit ? 1 : 0;
+    }
+    mutable Mesh m_mesh;
+    std::function<void()> m_action;
+    long m_limit = std::numeric_limits<long>::max();
+};
+
+struct Result
+{
+    int status = 0;
+    Mesh mesh;
+};
+
+Result walk(Field & field, double size, Point3D_d start, int bound = 1000)
+{
+    Collector collector;
+    int bounds[3] = {bound, bound, bound};
+    jbProcess process;
+    int const status = process.polygonize(field, size, bounds, start, collector);
+    return {status, std::move(collector.m_mesh)};
+}
+
+Field sphere(Point3D_d centre, double radius)
+{
+    return Field([=](Point3D_d const & p) { return radius - (p - centre).length(); });
+}
+
+Field torus(qz_test::Frame const & frame, double ring, double tube)
+{
+    return Field([=](Point3D_d const & p) {
+        Point3D_d const q = frame.toLocal(p);
+        return tube - std::hypot(std::hypot(q.x(), q.y()) - ring, q.z());
+    });
+}
+
+void expectSameMesh(Mesh const & left, Mesh const & right)
+{
+    EXPECT_TRUE(left == right) << left.triangles.size() << " and " << right.triangles.size() << " triangles";
+}
+
+} // namespace
+
+TEST(jbProcess, SpheresAreClosedAndAccurate)
+{
+    qz_sampling::Random random(11);
+    for (int round = 0; round < 25; ++round) {
+        double const radius = random.uniform(0.5, 3);
+        double const size = radius / random.uniform(3, 25);
+        Point3D_d const centre(random.uniform(-9, 9), random.uniform(-9, 9), random.uniform(-9, 9));
+        Field field = sphere(centre, radius);
+        Result const result = walk(field, size, centre + Point3D_d(0, radius, 0));
+        ASSERT_EQ(result.status, 0);
+        Topology const topology = examine(result.mesh);
+        EXPECT_TRUE(topology.isClosed());
+        EXPECT_EQ(topology.eulerNumber(), 2);
+        EXPECT_EQ(topology.unusedVertices, 0);
+        // Counter-clockwise as seen from the positive side, which is the inner one.
+        double const volume = 4.0 / 3 * std::acos(-1.0) * radius * radius * radius;
+        EXPECT_NEAR(-signedVolume(result.mesh), volume, volume * 0.5 * std::pow(size / radius, 2));
+        for (Point3D_d const & vertex : result.mesh.vertices)
+            ASSERT_NEAR((vertex - centre).length(), radius, std::sqrt(3.0) * size / 2048);
+    }
+}
+
+TEST(jbProcess, ToriHaveEulerNumberZero)
+{
+    qz_sampling::Random random(12);
+    for (int round = 0; round < 25; ++round) {
+        qz_test::Frame const frame = qz_test::randomFrame(random, 4);
+        Field field = torus(frame, 1, random.uniform(0.25, 0.6));
+        Result const result = walk(field, random.uniform(0.05, 0.1), frame.toWorld({1, 0, 0}));
+        ASSERT_EQ(result.status, 0);
+        EXPECT_TRUE(examine(result.mesh).isClosed());
+        EXPECT_EQ(examine(result.mesh).eulerNumber(), 0);
+        EXPECT_EQ(examine(result.mesh).components, 1);
+    }
+}
+
+// Signs without any smoothness: the mesh is a manifold by the way the tetrahedra fit, whatever the function.
+TEST(jbProcess, NoiseGivesClosedManifolds)
+{
+    int large = 0;
+    for (int seed = 0; seed < 20; ++seed) {
+        double const size = 0.25;
+        Field field([=](Point3D_d const & p) {
+            if (p.length() > 1.6)
+                return -1.0;
+            double value = 0;
+            for (int wave = 1; wave < 9; ++wave)
+                value += std::sin(wave * 3.1 * p.x() + seed) * std::cos(wave * 2.7 * p.y() - seed * wave) *
+                         std::sin(wave * 3.7 * p.z() + wave);
+            return value;
+        });
+        Result const result = walk(field, size, {0, 0, 0});
+        // A start in a feature smaller than a cube gives nothing.
+        if (result.mesh.triangles.empty())
+            continue;
+        EXPECT_EQ(result.status, 0);
+        Topology const topology = examine(result.mesh);
+        EXPECT_TRUE(topology.isClosed()) << "seed " << seed;
+        large += topology.triangles > 1000 ? 1 : 0;
+    }
+    EXPECT_GE(large, 10);
+}
+
+// The walk against visiting all cubes: same number of everything, since both cut the same kind of lattice.
+TEST(jbProcess, MarchingCubesFindsAllComponents)
+{
+    Field pair([](Point3D_d const & p) {
+        return std::max(0.8 - (p - Point3D_d(1, 0, 0)).length(), 0.7 - (p + Point3D_d(1, 0, 0)).length());
+    });
+    Collector collector;
+    jbProcess process;
+    EXPECT_EQ(process.marchingcubes(pair, 0.1, {-2, -1, -1}, {2, 1, 1}, collector), 0);
+    Topology const both = examine(collector.m_mesh);
+    EXPECT_TRUE(both.isClosed());
+    EXPECT_EQ(both.components, 2);
+    EXPECT_EQ(both.eulerNumber(), 4);
+    // 42 x 22 x 22 corners, all of which are evaluated once, and ten bisections for each vertex.
+    EXPECT_EQ(pair.m_calls, 42L * 22 * 22 + 10L * both.usedVertices);
+
+    Result const one = walk(pair, 0.1, {0.2, 0, 0});
+    EXPECT_EQ(examine(one.mesh).components, 1);
+    EXPECT_TRUE(examine(one.mesh).isClosed());
+
+    // On the lattice of the walk, shifted by the box corner, both give the same surface of one sphere.
+    Field single = sphere({0, 0, 0}, 0.8);
+    Collector whole;
+    process.marchingcubes(single, 0.05, Point3D_d(-1), Point3D_d(1), whole);
+    Result const walked = walk(single, 0.05, {0.8, 0, 0});
+    EXPECT_NEAR(signedVolume(whole.m_mesh), signedVolume(walked.mesh), 2e-3);
+    EXPECT_NEAR(area(whole.m_mesh), area(walked.mesh), 1e-2);
+}
+
+TEST(jbProcess, EachCornerIsEvaluatedOnce)
+{
+    std::map<std::tuple<double, double, double>, int> visits;
+    Field field([&](Point3D_d const & p) {
+        ++visits[{p.x(), p.y(), p.z()}];
+        return 1 - p.length();
+    });
+    Result const result = walk(field, 0.03, {0, 0, 1});
+    EXPECT_TRUE(examine(result.mesh).isClosed());
+    for (auto const & [point, count] : visits)
+        ASSERT_EQ(count, 1);
+}
+
+TEST(jbProcess, BoundsCutAPlaneToARectangle)
+{
+    Field plane([](Point3D_d const & p) { return p.z(); });
+    Collector collector;
+    int bounds[3] = {7, 3, 0};
+    jbProcess process;
+    EXPECT_EQ(process.polygonize(plane, 0.5, bounds, {0, 0, 0.1}, collector), 0);
+    Topology const topology = examine(collector.m_mesh);
+    EXPECT_TRUE(topology.isManifold());
+    EXPECT_EQ(topology.eulerNumber(), 1);
+    EXPECT_NEAR(area(collector.m_mesh), 15 * 7 * 0.25, 1e-9);
+    EXPECT_GT(topology.boundaryEdges, 0);
+
+    int const none[3] = {-1, -1, -1};
+    Collector first;
+    EXPECT_EQ(process.polygonize(plane, 0.5, const_cast<int *>(none), {0, 0, 0.1}, first), 0);
+    EXPECT_NEAR(area(first.m_mesh), 0.25, 1e-9);
+}
+
+TEST(jbProcess, RefusedPointsEndTheSurface)
+{
+    Field field = sphere({0, 0, 0}, 1);
+    field.m_refuses = [](Point3D_d const & p) { return p.z() < -0.3; };
+    double const size = 0.05;
+    Result const result = walk(field, size, {0, 0, 1});
+    Topology const topology = examine(result.mesh);
+    EXPECT_TRUE(topology.isManifold());
+    EXPECT_EQ(topology.eulerNumber(), 1);
+    double lowest = 1;
+    for (Point3D_d const & vertex : result.mesh.vertices)
+        lowest = std::min(lowest, vertex.z());
+    EXPECT_GE(lowest, -0.3);
+    EXPECT_LT(lowest, -0.3 + size);
+}
+
+TEST(jbProcess, NoStart)
+{
+    Field positive([](Point3D_d const &) { return 1.0; });
+    EXPECT_EQ(walk(positive, 1, {0, 0, 0}).status, 1);
+    EXPECT_EQ(positive.m_calls, 10001);
+    Field refused = sphere({0, 0, 0}, 1);
+    refused.m_refuses = [](Point3D_d const &) { return true; };
+    EXPECT_EQ(walk(refused, 0.1, {0, 0, 1}).status, 1);
+    // The search widens by a factor of about 148, so it finds a surface that is 50 cubes away.
+    Field distant = sphere({0, 0, 5}, 1);
+    EXPECT_EQ(walk(distant, 0.1, {0, 0, 0}).status, 0);
+}
+
+TEST(jbProcess, SinkStopsAtOnce)
+{
+    Field field = sphere({0, 0, 0}, 1);
+    Collector collector;
+    collector.m_limit = 77;
+    int bounds[3] = {100, 100, 100};
+    jbProcess process;
+    EXPECT_EQ(process.polygonize(field, 0.1, bounds, {0, 0, 1}, collector), 2);
+    EXPECT_EQ(collector.m_mesh.triangles.size(), 77U);
+    EXPECT_EQ(process.cubes, nullptr);
+    EXPECT_EQ(process.vertices.items, nullptr);
+    // The exhaustive form goes on; only the second triangle of a pair is dropped.
+    Collector stubborn;
+    stubborn.m_limit = 0;
+    EXPECT_EQ(process.marchingcubes(field, 0.1, Point3D_d(-1.1), Point3D_d(1.1), stubborn), 0);
+    EXPECT_GT(stubborn.m_mesh.triangles.size(), 1000U);
+    EXPECT_FALSE(examine(stubborn.m_mesh).isClosed());
+}
+
+TEST(jbProcess, ExceptionsPassAndTheObjectServesAgain)
+{
+    Field good = sphere({0, 0, 0}, 1);
+    Mesh const expected = walk(good, 0.1, {0, 0, 1}).mesh;
+    jbProcess process;
+    int bounds[3] = {100, 100, 100};
+    for (long const moment : {1L, 5L, 20L, 500L, 5000L}) {
+        Field failing([&, calls = 0L](Point3D_d const & p) mutable {
+            if (++calls == moment)
+                throw std::runtime_error("function");
+            return 1 - p.length();
+        });
+        Collector collector;
+        EXPECT_THROW(process.polygonize(failing, 0.1, bounds, {0, 0, 1}, collector), std::runtime_error);
+        Field failingBox([&, calls = 0L](Point3D_d const & p) mutable {
+            if (++calls == moment)
+                throw std::runtime_error("function");
+            return 1 - p.length();
+        });
+        EXPECT_THROW(process.marchingcubes(failingBox, 0.1, Point3D_d(-2), Point3D_d(2), collector),
+                     std::runtime_error);
+
+        Collector throwing;
+        throwing.m_action = [&] {
+            if (static_cast<long>(throwing.m_mesh.triangles.size()) == moment)
+                throw std::logic_error("sink");
+        };
+        if (moment < 1000) {
+            EXPECT_THROW(process.polygonize(good, 0.1, bounds, {0, 0, 1}, throwing), std::logic_error);
+        }
+        Collector after;
+        EXPECT_EQ(process.polygonize(good, 0.1, bounds, {0, 0, 1}, after), 0);
+        expectSameMesh(after.m_mesh, expected);
+    }
+}
+
+TEST(jbProcess, SameBitsAgainAndConcurrently)
+{
+    qz_sampling::Random random(5);
+    qz_test::Frame const frame = qz_test::randomFrame(random, 1);
+    Field field = torus(frame, 1, 0.4);
+    Mesh const expected = walk(field, 0.07, frame.toWorld({1, 0, 0})).mesh;
+    std::vector<Mesh> meshes(4);
+    std::vector<std::thread> threads;
+    for (Mesh & mesh : meshes) {
+        threads.emplace_back([&] {
+            Field own = torus(frame, 1, 0.4);
+            mesh = walk(own, 0.07, frame.toWorld({1, 0, 0})).mesh;
+        });
+    }
+    for (std::thread & thread : threads)
+        thread.join();
+    for (Mesh const & mesh : meshes)
+        expectSameMesh(mesh, expected);
+}
+
+// Nothing may crash, hang or leave the bounds, whatever comes out.
+TEST(jbProcess, HostileInput)
+{
+    double const nan = std::numeric_limits<double>::quiet_NaN();
+    double const infinite = std::numeric_limits<double>::infinity();
+    std::vector<std::function<double(Point3D_d const &)>> const functions = {
+        [](Point3D_d const & p) { return 1 - p.length(); },
+        [=](Point3D_d const & p) { return p.x() > 0.5 ? nan : 1 - p.length(); },
+        [=](Point3D_d const &) { return nan; },
+        [=](Point3D_d const & p) { return p.z() > 0 ? infinite : -infinite; },
+        [](Point3D_d const &) { return 0.0; },
+        [calls = 0](Point3D_d const &) mutable { return ++calls % 3 == 0 ? 1.0 : -1.0; },
+    };
+    for (auto const & function : functions) {
+        for (double const size : {0.2, 0.0, -0.2, nan, infinite, 1e-300, 1e300}) {
+            for (int const bound : {-5, 0, 4}) {
+                Field field(function);
+                Result const result = walk(field, size, {0, 0, 1}, bound);
+                EXPECT_EQ(examine(result.mesh).brokenTriangles, 0);
+            }
+            if (size == 1e-300)
+                continue;
+            Field field(function);
+            Collector collector;
+            jbProcess process;
+            EXPECT_EQ(process.marchingcubes(field, size, Point3D_d(-1), Point3D_d(1), collector), 0);
+            EXPECT_EQ(process.marchingcubes(field, size, Point3D_d(nan), Point3D_d(1), collector), 0);
+            EXPECT_EQ(process.marchingcubes(field, size, Point3D_d(1), Point3D_d(-1), collector), 0);
+        }
+    }
+    Field field = sphere({0, 0, 0}, 1);
+    Collector collector;
+    jbProcess process;
+    EXPECT_THROW(process.marchingcubes(field, 1e-9, Point3D_d(-1), Point3D_d(1), collector), std::bad_alloc);
+}
+
+TEST(jbProcess, StepsByHand)
+{
+    Field field = sphere({0, 0, 0}, 10);
+    Collector collector;
+    jbProcess process;
+    process.function = &field;
+    process.triangleProcessor = &collector;
+    process.size = 2;
+    process.start = {1, 2, 3};
+    EXPECT_EQ(process.setpoint(0, 1, -2), Point3D_d(2, 1, 8));
+
+    EXPECT_EQ(process.getedge(0, 0, 0, 1, 0, 0), -1);
+    qz_sampling::Random random(8);
+    std::map<std::array<int, 6>, int> expected;
+    for (int n = 0; n < 20000; ++n) {
+        std::array<int, 6> edge{};
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            edge[axis] = static_cast<int>(random.uniform(-20, 20));
+            edge[axis + 3] = edge[axis] + static_cast<int>(random.uniform(0, 2));
+        }
+        expected[edge] = n;
+        process.setedge(edge[3], edge[4], edge[5], edge[0], edge[1], edge[2], n);
+    }
+    for (auto const & [edge, vertex] : expected)
+        ASSERT_EQ(process.getedge(edge[0], edge[1], edge[2], edge[3], edge[4], edge[5]), vertex);
+
+    EXPECT_EQ(process.setcenter(1, 2, 3), 0);
+    EXPECT_EQ(process.setcenter(3, 2, 1), 0);
+    EXPECT_EQ(process.setcenter(1, 2, 3), 1);
+    jbCornerlist * const corner = process.setcorner(-1, 0, 7);
+    EXPECT_EQ(corner->value, 10 - process.setpoint(-1, 0, 7).length());
+    for (int n = 0; n < 5000; ++n)
+        process.setcorner(n, n / 7, -n);
+    EXPECT_EQ(process.setcorner(-1, 0, 7), corner);
+
+    // A vanishing value counts as negative for the triangles and as positive for the bisection.
+    Field plane([](Point3D_d const & p) { return p.x(); });
+    process.function = &plane;
+    EXPECT_NEAR(process.converge({0, 0, 0}, {2, 0, 0}, 0).x(), 2, 1.0 / 1024);
+    EXPECT_NEAR(process.converge({-1, 0, 0}, {1, 0, 0}, -1).x(), 0, 1.0 / 1024);
+
+    // All sign patterns of one tetrahedron: the triangles separate the positive corners from the others.
+    process.size = 1;
+    process.start = {0, 0, 0};
+    for (int signs = 0; signs < 16; ++signs) {
+        process.freeprocess();
+        collector.m_mesh = Mesh();
+        int const numbers[4] = {0, 2, 4, 1};
+        jbCornerlist records[8];
+        jbCube cube;
+        Point3D_d positive(0);
+        int count = 0;
+        for (int n = 0; n < 8; ++n) {
+            records[n] = {n >> 2 & 1, n >> 1 & 1, n & 1, 0, -1, nullptr};
+            cube.corners[n] = &records[n];
+        }
+        for (int n = 0; n < 4; ++n) {
+            jbCornerlist & record = records[numbers[n]];
+            if ((signs >> (3 - n) & 1) != 0) {
+                record.value = 1;
+                positive += process.setpoint(record.i, record.j, record.k);
+                ++count;
+            }
+        }
+        EXPECT_EQ(process.dotet(&cube, 0, 2, 4, 1), 1);
+        EXPECT_EQ(collector.m_mesh.triangles.size(), std::size_t(count == 0 || count == 4 ? 0
+                                                                 : count == 2             ? 2
+                                                                                          : 1));
+        EXPECT_EQ(examine(collector.m_mesh).badEdges, 0);
+        for (auto const & triangle : collector.m_mesh.triangles) {
+            auto const vertex = [&](std::size_t n) {
+                return collector.m_mesh.vertices[static_cast<std::size_t>(triangle[n])];
+            };
+            Mesh towardsPositive;
+            towardsPositive.vertices = {vertex(0), vertex(1), vertex(2), positive / count};
+            towardsPositive.triangles = {{0, 2, 1}, {0, 1, 3}, {1, 2, 3}, {2, 0, 3}};
+            EXPECT_GT(signedVolume(towardsPositive), 0) << "signs " << signs;
+        }
+    }
+    process.freeprocess();
+}
+
+TEST(jbVertices, GrowsFromTen)
+{
+    jbVertices list;
+    for (int n = 0; n < 21; ++n) {
+        jbVertex vertex;
+        vertex.position = Point3D_d(n);
+        EXPECT_EQ(list.add(vertex), n);
+        EXPECT_EQ(list.capacity, n < 10 ? 10 : n < 20 ? 20 : 40);
+    }
+    for (int n = 0; n < list.count; ++n)
+        EXPECT_EQ(list.items[n].position, Point3D_d(n));
+    std::free(list.items);
+}

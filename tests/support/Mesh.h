@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/Foundation/Point3D.h>
+#include <QZmath/VolTriang/TriangulationTarget.h>
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace qz_test
+{
+
+/// Indexed triangle mesh. `normals` is empty or as long as `vertices`.
+struct Mesh
+{
+    std::vector<REmath::Point3D_d> vertices;
+    std::vector<REmath::Point3D_d> normals;
+    std::vector<std::array<int, 3>> triangles;
+};
+
+bool operator==(Mesh const & left, Mesh const & right);
+
+/// Collects what a reconstruction delivers. Records a violation of the delivery order instead of failing at
+/// once.
+class MeshTarget : public VolTr::ITriangulationTarget
+{
+public:
+    MeshTarget() = default;
+    ~MeshTarget() override;
+
+    Mesh const & mesh() const { return m_mesh; }
+    /// Empty as long as vertices came with rising indices from 0 and before the triangles that use them.
+    std::string const & violation() const { return m_violation; }
+
+private:
+    void onAddNewVertex(int index, double const * coords, double const * normal) override;
+    void onAddNewVertex(int index, float const * coords, float const * normal) override;
+    void onAddNewTriangle(int a, int b, int c) override;
+
+    Mesh m_mesh;
+    std::string m_violation;
+};
+
+/// The topology of a mesh, in one pass. Vertices that no triangle uses are counted apart and left out of the
+/// rest.
+struct Topology
+{
+    int unusedVertices = 0;
+    int usedVertices = 0;
+    int edges = 0;
+    int triangles = 0;
+    /// Connected by shared vertices.
+    int components = 0;
+    /// Triangles with two equal corners or an index out of range; they are left out of the rest.
+    int brokenTriangles = 0;
+    /// Edges with exactly one triangle.
+    int boundaryEdges = 0;
+    /// Edges with more than two triangles, or with two that run through it in the same direction.
+    int badEdges = 0;
+    /// Vertices whose triangles are not one fan.
+    int badVertices = 0;
+
+    int eulerNumber() const { return usedVertices - edges + triangles; }
+    bool isManifold() const { return brokenTriangles == 0 && badEdges == 0 && badVertices == 0; }
+    /// Closed, consistently oriented and manifold.
+    bool isClosed() const { return triangles > 0 && boundaryEdges == 0 && isManifold(); }
+};
+
+Topology examine(Mesh const & mesh);
+
+/// Volume inside a closed mesh; positive when its triangles are counter-clockwise as seen from outside.
+double signedVolume(Mesh const & mesh);
+double area(Mesh const & mesh);
+
+/// The vertices that lie on an edge with one triangle only, rising.
+std::vector<int> boundaryVertices(Mesh const & mesh);
+
+/// For each vertex the least number of edges to one of `sources`; -1 when there is no way.
+std::vector<int> edgeDistances(Mesh const & mesh, std::vector<int> const & sources);
+
+/// Distance of one point to the triangles of a mesh, by a grid over the triangles. Refers to the mesh.
+class MeshDistance
+{
+public:
+    explicit MeshDistance(Mesh const & mesh);
+    /// Exact; infinite for a mesh without triangles.
+    double operator()(REmath::Point3D_d const & point) const;
+
+private:
+    std::array<int, 3> cellOf(REmath::Point3D_d const & point) const;
+    std::size_t cellIndex(std::array<int, 3> const & cell) const;
+
+    Mesh const & m_mesh;
+    REmath::Point3D_d m_low;
+    double m_cellSize = 1;
+    std::array<int, 3> m_cellNumber = {1, 1, 1};
+    /// Triangles of cell c: m_cellTriangles[m_cellStart[c] .. m_cellStart[c + 1]).
+    std::vector<std::size_t> m_cellStart;
+    std::vector<int> m_cellTriangles;
+};
+
+/// Distance of a point to one triangle, degenerate ones included.
+double distanceToTriangle(REmath::Point3D_d const & point, REmath::Point3D_d const & a,
+                          REmath::Point3D_d const & b, REmath::Point3D_d const & c);
+
+/// Middle element of the values, the upper one of two; reorders them. The list must not be empty.
+double median(std::vector<double> & values);
+
+} // namespace qz_test
