@@ -14,11 +14,15 @@
 #include <QZmath/LinSys/VertexLinearCombination.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>
+#include <QZmath/VolTriang/InterlacedSupportIterator.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Lattice.h>
 #include <QZmath/VolTriang/LatticeIndex.h>
 #include <QZmath/VolTriang/NodesPositioningPolicy.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/OctreeFuncBasis.h>
+#include <QZmath/VolTriang/OctreeFuncEvalHelper.h>
+#include <QZmath/VolTriang/OctreeFuncLinComb.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Parallelepiped.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
