@@ -54,20 +54,21 @@ public:
         if (!m_task || !wait(0))
             return;
         release();
-        m_state->running = true;
+        setRunning(*m_state, true);
         try {
             m_thread = std::thread([state = m_state, task = m_task] {
                 try {
                     task->Invoke();
                 } catch (...) { // documented: the task keeps what it has to report
                 }
-                std::lock_guard<std::mutex> const lock(state->mutex);
-                state->running = false;
-                state->ended.notify_all();
+                setRunning(*state, false);
             });
         } catch (std::system_error const &) {
-            m_state->running = false;
+            setRunning(*m_state, false);
             throw CVescaException("Cannot start a thread");
+        } catch (...) {
+            setRunning(*m_state, false);
+            throw;
         }
     }
 
@@ -85,6 +86,13 @@ private:
         std::condition_variable ended;
         bool running = false;
     };
+
+    static void setRunning(State & state, bool running)
+    {
+        std::lock_guard<std::mutex> const lock(state.mutex);
+        state.running = running;
+        state.ended.notify_all();
+    }
 
     void release()
     {

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
+
+#include <deque>
+#include <exception>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// A task made from a function.
+class FunctionTask : public IVescaInvokeProc
+{
+public:
+    explicit FunctionTask(std::function<void()> action) : m_action(std::move(action)) {}
+    void Invoke() override { m_action(); }
+
+private:
+    std::function<void()> m_action;
+};
+
+inline void perform(std::deque<FunctionTask> & tasks, IVescaThreadOnTimerObserver * observer = nullptr)
+{
+    std::vector<IVescaInvokeProc *> pointers;
+    for (FunctionTask & task : tasks)
+        pointers.push_back(&task);
+    CVescaThreadingTasksHelper::performInParallel(pointers.data(), static_cast<int>(pointers.size()),
+                                                  observer);
+}
+
+/// Records what the hooks get, and calls back from them.
+class RecordingCounter : public CProgressCounter
+{
+public:
+    std::vector<double> positions;
+    std::vector<std::string> names;
+    std::function<void()> inPosition, inName;
+
+protected:
+    void onPosition(double overall) override
+    {
+        positions.push_back(overall);
+        if (inPosition)
+            inPosition();
+    }
+    void onPhaseName(std::string const & name) override
+    {
+        names.push_back(name);
+        if (inName)
+            inName();
+    }
+};
+
+/// The text of the exception that `action` throws, empty for none.
+inline std::string thrownBy(std::function<void()> const & action)
+{
+    try {
+        action();
+    } catch (std::exception const & thrown) {
+        return thrown.what();
+    }
+    return "";
+}
