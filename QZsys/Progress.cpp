@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 static_assert(std::atomic<bool>::is_always_lock_free, "interrupt() is called from signal handlers");
@@ -94,11 +93,7 @@ CPrgCntSubPhase::CPrgCntSubPhase(CProgressCounter * counter, double start, doubl
         return;
     counter->throwPending();
     double const begin = unitClamped(start);
-    double end = std::min(begin + unitClamped(length), 1.0);
-    // The last of n parts made as (i / n, 1.0 / n) must end at 1 in spite of rounding.
-    if (end > 1.0 - 4.0 * std::numeric_limits<double>::epsilon())
-        end = 1.0;
-
+    double const end = std::min(begin + unitClamped(length), 1.0);
     CProgressCounter::Range const outer = counter->innermostRange();
     double const outerLength = outer.end - outer.begin;
     m_range.begin = std::min(outer.begin + begin * outerLength, outer.end);

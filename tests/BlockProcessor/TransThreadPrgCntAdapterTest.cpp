@@ -77,9 +77,8 @@ TEST(TransThreadPrgCntAdapter, ForeignThreadsOnlyCount)
     EXPECT_TRUE(counter.positions.empty());
     adapter.increment(); // the owner passes all of them on
     EXPECT_EQ((std::vector<double>{0.25, 0.5, 0.75, 1.0}), counter.positions);
-    adapter.increment(); // a new period has just begun
-    EXPECT_EQ(4u, counter.positions.size());
-    adapter.processTimerEvent(); // past the total
+    incrementElsewhere(adapter, 1); // past the total
+    adapter.processTimerEvent();
     EXPECT_EQ(5u, counter.positions.size());
     EXPECT_EQ(1.0, counter.positions.back());
     adapter.processTimerEvent();
