@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Backend/Blas.h>
+
+#include <algorithm>
+#include <cblas.h>
+#include <mutex>
+
+// Present in OpenBLAS only; null at run time with any other BLAS.
+extern "C" {
+__attribute__((weak)) void openblas_set_num_threads(int count);
+__attribute__((weak)) int openblas_get_num_threads(void);
+}
+
+namespace QzBackend
+{
+namespace
+{
+
+// OpenBLAS divides vectors of more than 10000 elements among threads.
+constexpr std::size_t chunkSize = 8192;
+
+template <class Operation>
+void forChunks(std::size_t size, Operation operation)
+{
+    for (std::size_t begin = 0; begin < size; begin += chunkSize)
+        operation(begin, int(std::min(chunkSize, size - begin)));
+}
+
+std::mutex threadSettingMutex;
+int singleThreadScopes = 0;
+int savedThreads = 0;
+
+} // namespace
+
+float dot(std::size_t size, float const * left, float const * right)
+{
+    float sum = 0;
+    forChunks(size, [&](std::size_t begin, int count) {
+        sum += cblas_sdot(count, left + begin, 1, right + begin, 1);
+    });
+    return sum;
+}
+
+double dot(std::size_t size, double const * left, double const * right)
+{
+    double sum = 0;
+    forChunks(size, [&](std::size_t begin, int count) {
+        sum += cblas_ddot(count, left + begin, 1, right + begin, 1);
+    });
+    return sum;
+}
+
+void axpy(std::size_t size, float factor, float const * x, float * y)
+{
+    forChunks(size,
+              [&](std::size_t begin, int count) { cblas_saxpy(count, factor, x + begin, 1, y + begin, 1); });
+}
+
+void axpy(std::size_t size, double factor, double const * x, double * y)
+{
+    forChunks(size,
+              [&](std::size_t begin, int count) { cblas_daxpy(count, factor, x + begin, 1, y + begin, 1); });
+}
+
+void copy(std::size_t size, float const * x, float * y)
+{
+    forChunks(size, [&](std::size_t begin, int count) { cblas_scopy(count, x + begin, 1, y + begin, 1); });
+}
+
+void copy(std::size_t size, double const * x, double * y)
+{
+    forChunks(size, [&](std::size_t begin, int count) { cblas_dcopy(count, x + begin, 1, y + begin, 1); });
+}
+
+void scal(std::size_t size, float factor, float * x)
+{
+    forChunks(size, [&](std::size_t begin, int count) { cblas_sscal(count, factor, x + begin, 1); });
+}
+
+void scal(std::size_t size, double factor, double * x)
+{
+    forChunks(size, [&](std::size_t begin, int count) { cblas_dscal(count, factor, x + begin, 1); });
+}
+
+void gemmTransposed(int rows, int columns, int inner, double factor, double const * a, int leadingA,
+                    double const * b, int leadingB, double * c, int leadingC)
+{
+    if (rows <= 0 || columns <= 0 || inner <= 0)
+        return;
+    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasTrans, rows, columns, inner, factor, a, leadingA, b,
+                leadingB, 1.0, c, leadingC);
+}
+
+void solveLowerTransposedFromRight(int rows, int size, double const * lower, int leadingL, double * b,
+                                   int leadingB)
+{
+    if (rows <= 0 || size <= 0)
+        return;
+    cblas_dtrsm(CblasColMajor, CblasRight, CblasLower, CblasTrans, CblasNonUnit, rows, size, 1.0, lower,
+                leadingL, b, leadingB);
+}
+
+CBlasSingleThread::CBlasSingleThread()
+{
+    if (!openblas_set_num_threads || !openblas_get_num_threads)
+        return;
+    std::lock_guard<std::mutex> const lock(threadSettingMutex);
+    if (singleThreadScopes++ == 0) {
+        savedThreads = openblas_get_num_threads();
+        openblas_set_num_threads(1);
+    }
+}
+
+CBlasSingleThread::~CBlasSingleThread()
+{
+    if (!openblas_set_num_threads || !openblas_get_num_threads)
+        return;
+    std::lock_guard<std::mutex> const lock(threadSettingMutex);
+    if (--singleThreadScopes == 0)
+        openblas_set_num_threads(savedThreads);
+}
+
+} // namespace QzBackend

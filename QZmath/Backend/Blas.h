@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+
+/// The dense vector and matrix kernels that the library takes from BLAS.
+///
+/// Every result depends on the operands only, not on the number of threads: long vectors go to BLAS in pieces
+/// too short for it to divide among threads, and matrix kernels are to be called inside a `CBlasSingleThread`
+/// scope. All functions are thread-safe. Vectors are contiguous; lengths of 0 do nothing.
+namespace QzBackend
+{
+
+/// Sum of the products of the elements, accumulated in the type of the vectors.
+float dot(std::size_t size, float const * left, float const * right);
+double dot(std::size_t size, double const * left, double const * right);
+
+/// y += factor * x
+void axpy(std::size_t size, float factor, float const * x, float * y);
+void axpy(std::size_t size, double factor, double const * x, double * y);
+
+/// y = x
+void copy(std::size_t size, float const * x, float * y);
+void copy(std::size_t size, double const * x, double * y);
+
+/// x *= factor
+void scal(std::size_t size, float factor, float * x);
+void scal(std::size_t size, double factor, double * x);
+
+/// C = C + factor * A * B^T for column-major A (rows by inner), B (columns by inner) and C (rows by columns).
+void gemmTransposed(int rows, int columns, int inner, double factor, double const * a, int leadingA,
+                    double const * b, int leadingB, double * c, int leadingC);
+
+/// B = B * L^-T for the lower triangular L (size by size) and column-major B (rows by size).
+void solveLowerTransposedFromRight(int rows, int size, double const * lower, int leadingL, double * b,
+                                   int leadingB);
+
+/// As long as one of these exists, BLAS runs its kernels on the calling thread alone, in the whole process:
+/// it would otherwise split its sums by the number of threads. The first scope saves the former number of
+/// threads and the last one gives it back. Scopes may nest and overlap on any threads. Without effect on a
+/// BLAS that has no such setting.
+class CBlasSingleThread
+{
+public:
+    CBlasSingleThread();
+    ~CBlasSingleThread();
+    CBlasSingleThread(CBlasSingleThread const &) = delete;
+    CBlasSingleThread & operator=(CBlasSingleThread const &) = delete;
+};
+
+} // namespace QzBackend

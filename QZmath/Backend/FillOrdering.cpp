@@ -1,0 +1,387 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Backend/FillOrdering.h>
+
+#include <QZsys/Progress.h>
+
+#include <algorithm>
+#include <amd.h>
+#include <array>
+#include <cholmod.h>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <metis.h>
+#include <mutex>
+#include <new>
+#include <numeric>
+#include <utility>
+
+namespace QzBackend
+{
+namespace
+{
+
+static_assert(sizeof(idx_t) == sizeof(int), "graphs are handed to METIS as they stand");
+
+constexpr double denseDegreeFactor = 10.0;
+constexpr int mergedRows = 3;
+constexpr std::int64_t mergeAboveNeighbours = 2000000;
+constexpr std::size_t dissectAtOnceNeighbours = 1000000;
+constexpr int metisSeed = 4711;
+
+/// Neighbours of each row, without the row itself, in both directions.
+struct Adjacency
+{
+    std::vector<std::int64_t> begin;
+    std::vector<int> neighbours;
+
+    int size() const { return int(begin.size()) - 1; }
+    std::int64_t degree(int row) const { return begin[std::size_t(row) + 1] - begin[std::size_t(row)]; }
+    int const * first(int row) const { return neighbours.data() + begin[std::size_t(row)]; }
+    int const * last(int row) const { return neighbours.data() + begin[std::size_t(row) + 1]; }
+};
+
+/// The graph in the form of METIS and AMD; a node stands for `weights` rows.
+struct Graph
+{
+    std::vector<int> begin{0};
+    std::vector<int> neighbours;
+    std::vector<int> weights;
+
+    int size() const { return int(weights.size()); }
+};
+
+void report(CProgressCounter * progress, double position)
+{
+    if (progress)
+        progress->SetPosFloat(position);
+}
+
+Adjacency adjacencyOf(SparsePattern const & pattern, CProgressCounter * progress, double end)
+{
+    Adjacency result;
+    std::size_t const size = std::size_t(pattern.size);
+    result.begin.assign(size + 1, 0);
+    std::vector<std::int64_t> & begin = result.begin;
+    for (int row = 0; row < pattern.size; ++row) {
+        if (row % 4096 == 0)
+            report(progress, end * 0.4 * row / pattern.size);
+        pattern.visitUpper(row, [&](int upper, int other, int) {
+            if (upper != other) {
+                ++begin[std::size_t(upper) + 1];
+                ++begin[std::size_t(other) + 1];
+            }
+        });
+    }
+    std::partial_sum(begin.begin(), begin.end(), begin.begin());
+    result.neighbours.resize(std::size_t(begin[size]));
+    std::vector<std::int64_t> place(begin.begin(), begin.end() - 1);
+    for (int row = 0; row < pattern.size; ++row) {
+        if (row % 4096 == 0)
+            report(progress, end * (0.4 + 0.6 * row / pattern.size));
+        pattern.visitUpper(row, [&](int upper, int other, int) {
+            if (upper != other) {
+                result.neighbours[std::size_t(place[std::size_t(upper)]++)] = other;
+                result.neighbours[std::size_t(place[std::size_t(other)]++)] = upper;
+            }
+        });
+    }
+    return result;
+}
+
+/// Groups the rows that `selected` marks; the result holds for each group its rows. Groups of one row if
+/// `groupSize` is 1.
+std::vector<std::vector<int>> groupRows(Adjacency const & adjacency, std::vector<char> const & selected,
+                                        int groupSize, CProgressCounter * progress, double begin, double end)
+{
+    int const size = adjacency.size();
+    std::vector<std::vector<int>> groups;
+    if (groupSize == 1) {
+        for (int row = 0; row < size; ++row)
+            if (selected[std::size_t(row)])
+                groups.push_back({row});
+        return groups;
+    }
+    // Rows of few neighbours first: they are the most local ones and have the least choice of partners.
+    std::vector<int> seeds;
+    for (int row = 0; row < size; ++row)
+        if (selected[std::size_t(row)])
+            seeds.push_back(row);
+    std::stable_sort(seeds.begin(), seeds.end(),
+                     [&](int left, int right) { return adjacency.degree(left) < adjacency.degree(right); });
+
+    std::vector<char> free(selected);
+    std::vector<int> neighbourOf(std::size_t(size), -1);
+    std::vector<std::pair<double, int>> candidates; // by falling similarity, then by row
+    for (std::size_t number = 0; number < seeds.size(); ++number) {
+        if (number % 256 == 0)
+            report(progress, begin + (end - begin) * double(number) / double(seeds.size()));
+        int const seed = seeds[number];
+        if (!free[std::size_t(seed)])
+            continue;
+        free[std::size_t(seed)] = 0;
+        neighbourOf[std::size_t(seed)] = seed;
+        std::for_each(adjacency.first(seed), adjacency.last(seed),
+                      [&](int other) { neighbourOf[std::size_t(other)] = seed; });
+        candidates.clear();
+        for (int const * other = adjacency.first(seed); other != adjacency.last(seed); ++other) {
+            if (!free[std::size_t(*other)] || adjacency.degree(*other) > 2 * adjacency.degree(seed))
+                continue;
+            std::int64_t const shared =
+                std::count_if(adjacency.first(*other), adjacency.last(*other),
+                              [&](int third) { return neighbourOf[std::size_t(third)] == seed; });
+            std::int64_t const united = adjacency.degree(*other) + adjacency.degree(seed) - shared;
+            candidates.emplace_back(-double(shared) / double(united), *other);
+        }
+        std::size_t const partners = std::min(candidates.size(), std::size_t(groupSize) - 1);
+        std::partial_sort(candidates.begin(), candidates.begin() + std::ptrdiff_t(partners),
+                          candidates.end());
+        std::vector<int> group{seed};
+        for (std::size_t partner = 0; partner < partners; ++partner) {
+            group.push_back(candidates[partner].second);
+            free[std::size_t(candidates[partner].second)] = 0;
+        }
+        groups.push_back(std::move(group));
+    }
+    return groups;
+}
+
+/// False when the graph has more neighbours than 32-bit positions hold.
+bool makeGroupGraph(Adjacency const & adjacency, std::vector<std::vector<int>> const & groups, Graph & graph)
+{
+    std::vector<int> groupOf(std::size_t(adjacency.size()), -1);
+    for (std::size_t group = 0; group < groups.size(); ++group)
+        for (int const row : groups[group])
+            groupOf[std::size_t(row)] = int(group);
+    std::vector<int> seenBy(groups.size(), -1);
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        seenBy[group] = int(group);
+        for (int const row : groups[group])
+            for (int const * other = adjacency.first(row); other != adjacency.last(row); ++other) {
+                int const otherGroup = groupOf[std::size_t(*other)];
+                if (otherGroup >= 0 && seenBy[std::size_t(otherGroup)] != int(group)) {
+                    seenBy[std::size_t(otherGroup)] = int(group);
+                    graph.neighbours.push_back(otherGroup);
+                }
+            }
+        if (graph.neighbours.size() > std::size_t(std::numeric_limits<int>::max()))
+            return false;
+        graph.begin.push_back(int(graph.neighbours.size()));
+        graph.weights.push_back(int(groups[group].size()));
+    }
+    return true;
+}
+
+/// Lends METIS a random generator of its own and gives the process's one back.
+class MetisScope
+{
+public:
+    MetisScope() : m_lock(mutex()), m_processState(initstate(metisSeed, m_state.data(), m_state.size())) {}
+    ~MetisScope()
+    {
+        if (m_processState)
+            setstate(m_processState);
+    }
+    MetisScope(MetisScope const &) = delete;
+    MetisScope & operator=(MetisScope const &) = delete;
+
+private:
+    static std::mutex & mutex()
+    {
+        static std::mutex theMutex;
+        return theMutex;
+    }
+
+    std::lock_guard<std::mutex> m_lock;
+    std::array<char, 128> m_state{};
+    char * m_processState;
+};
+
+std::array<idx_t, METIS_NOPTIONS> metisOptions()
+{
+    std::array<idx_t, METIS_NOPTIONS> options{};
+    METIS_SetDefaultOptions(options.data());
+    options[METIS_OPTION_NUMBERING] = 0;
+    options[METIS_OPTION_SEED] = metisSeed;
+    return options;
+}
+
+void checkMetis(int status)
+{
+    if (status != METIS_OK)
+        throw std::bad_alloc();
+}
+
+void dissectAtOnce(Graph & graph, std::vector<int> const & names, std::vector<int> & order)
+{
+    if (graph.neighbours.empty()) {
+        order.insert(order.end(), names.begin(), names.end());
+        return;
+    }
+    std::vector<int> permutation(std::size_t(graph.size())), inverse(std::size_t(graph.size()));
+    {
+        MetisScope const scope;
+        auto options = metisOptions();
+        idx_t size = graph.size();
+        checkMetis(METIS_NodeND(&size, graph.begin.data(), graph.neighbours.data(), graph.weights.data(),
+                                options.data(), permutation.data(), inverse.data()));
+    }
+    for (int const node : permutation)
+        order.push_back(names[std::size_t(node)]);
+}
+
+Graph partOf(Graph const & graph, std::vector<int> const & side, int wanted, std::vector<int> const & names,
+             std::vector<int> & partNames)
+{
+    std::vector<int> newNumber(std::size_t(graph.size()), -1);
+    int count = 0;
+    for (int node = 0; node < graph.size(); ++node)
+        if (side[std::size_t(node)] == wanted)
+            newNumber[std::size_t(node)] = count++;
+    Graph part;
+    for (int node = 0; node < graph.size(); ++node) {
+        if (side[std::size_t(node)] != wanted)
+            continue;
+        for (int position = graph.begin[std::size_t(node)]; position < graph.begin[std::size_t(node) + 1];
+             ++position)
+            if (int const other = newNumber[std::size_t(graph.neighbours[std::size_t(position)])]; other >= 0)
+                part.neighbours.push_back(other);
+        part.begin.push_back(int(part.neighbours.size()));
+        part.weights.push_back(graph.weights[std::size_t(node)]);
+        partNames.push_back(names[std::size_t(node)]);
+    }
+    return part;
+}
+
+/// Appends the nodes of the graph, by their names, in the order of a nested dissection. The first cuts of a
+/// large graph are made one by one, so that the time between two reports stays short.
+void dissect(Graph graph, std::vector<int> names, std::vector<int> & order, std::size_t total,
+             CProgressCounter * progress, double begin, double end)
+{
+    report(progress, begin + (end - begin) * double(order.size()) / double(total));
+    if (graph.neighbours.size() <= dissectAtOnceNeighbours) {
+        dissectAtOnce(graph, names, order);
+        return;
+    }
+    std::vector<int> side(std::size_t(graph.size()));
+    {
+        MetisScope const scope;
+        auto options = metisOptions();
+        idx_t size = graph.size(), separatorSize = 0;
+        checkMetis(METIS_ComputeVertexSeparator(&size, graph.begin.data(), graph.neighbours.data(),
+                                                graph.weights.data(), options.data(), &separatorSize,
+                                                side.data()));
+    }
+    std::ptrdiff_t const left = std::count(side.begin(), side.end(), 0);
+    std::ptrdiff_t const right = std::count(side.begin(), side.end(), 1);
+    if (std::max(left, right) > std::ptrdiff_t(side.size()) * 9 / 10 || left == 0 || right == 0) {
+        // No cut worth the name: dissecting further by hand would go too deep.
+        dissectAtOnce(graph, names, order);
+        return;
+    }
+    std::vector<int> leftNames, rightNames, separator;
+    Graph leftPart = partOf(graph, side, 0, names, leftNames);
+    Graph rightPart = partOf(graph, side, 1, names, rightNames);
+    for (std::size_t node = 0; node < side.size(); ++node)
+        if (side[node] == 2)
+            separator.push_back(names[node]);
+    graph = Graph();
+    dissect(std::move(leftPart), std::move(leftNames), order, total, progress, begin, end);
+    dissect(std::move(rightPart), std::move(rightNames), order, total, progress, begin, end);
+    order.insert(order.end(), separator.begin(), separator.end());
+}
+
+std::vector<int> minimumDegree(Graph const & graph)
+{
+    std::vector<int> order(std::size_t(graph.size()));
+    std::array<double, AMD_CONTROL> control{};
+    amd_defaults(control.data());
+    int const status = amd_order(graph.size(), graph.begin.data(), graph.neighbours.data(), order.data(),
+                                 control.data(), nullptr);
+    if (status != AMD_OK && status != AMD_OK_BUT_JUMBLED)
+        throw std::bad_alloc();
+    return order;
+}
+
+/// Number of elements of the Cholesky factor of the graph in this order.
+double factorElements(Graph & graph, std::vector<int> & order)
+{
+    cholmod_common common;
+    cholmod_start(&common);
+    common.print = 0;
+    common.error_handler = nullptr;
+    std::size_t const size = order.size();
+    double elements = 0;
+    bool succeeded = false;
+    try {
+        std::vector<int> parent(size), postorder(size), counts(size), first(size), level(size);
+        cholmod_sparse matrix{};
+        matrix.nrow = matrix.ncol = size;
+        matrix.nzmax = graph.neighbours.size();
+        matrix.p = graph.begin.data();
+        matrix.i = graph.neighbours.data();
+        matrix.stype = 1;
+        matrix.itype = CHOLMOD_INT;
+        matrix.xtype = CHOLMOD_PATTERN;
+        matrix.packed = 1;
+        succeeded =
+            cholmod_analyze_ordering(&matrix, CHOLMOD_GIVEN, order.data(), nullptr, 0, parent.data(),
+                                     postorder.data(), counts.data(), first.data(), level.data(), &common);
+        elements = common.lnz;
+    } catch (...) {
+        cholmod_finish(&common);
+        throw;
+    }
+    cholmod_finish(&common);
+    if (!succeeded)
+        throw std::bad_alloc();
+    return elements;
+}
+
+} // namespace
+
+std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCounter * progress)
+{
+    int const size = pattern.size;
+    Adjacency const adjacency = adjacencyOf(pattern, progress, 0.2);
+    double const neighbours = double(adjacency.neighbours.size());
+    double const denseDegree = denseDegreeFactor * neighbours / std::max(size, 1);
+    std::vector<char> selected(std::size_t(size), 1);
+    std::vector<int> dense;
+    for (int row = 0; row < size; ++row)
+        if (double(adjacency.degree(row)) > denseDegree) {
+            selected[std::size_t(row)] = 0;
+            dense.push_back(row);
+        }
+    std::stable_sort(dense.begin(), dense.end(),
+                     [&](int left, int right) { return adjacency.degree(left) < adjacency.degree(right); });
+
+    int const groupSize = neighbours > double(mergeAboveNeighbours) ? mergedRows : 1;
+    std::vector<std::vector<int>> const groups =
+        groupRows(adjacency, selected, groupSize, progress, 0.2, 0.6);
+    std::vector<int> groupOrder;
+    Graph graph;
+    if (!makeGroupGraph(adjacency, groups, graph) || graph.neighbours.empty()) {
+        groupOrder.resize(groups.size());
+        std::iota(groupOrder.begin(), groupOrder.end(), 0);
+    } else {
+        report(progress, 0.6);
+        std::vector<int> names(groups.size());
+        std::iota(names.begin(), names.end(), 0);
+        dissect(graph, std::move(names), groupOrder, groups.size(), progress, 0.6, 0.9);
+        report(progress, 0.9);
+        std::vector<int> degreeOrder = minimumDegree(graph);
+        report(progress, 0.95);
+        if (factorElements(graph, degreeOrder) < factorElements(graph, groupOrder))
+            groupOrder = std::move(degreeOrder);
+    }
+    std::vector<int> order;
+    order.reserve(std::size_t(size));
+    for (int const group : groupOrder)
+        order.insert(order.end(), groups[std::size_t(group)].begin(), groups[std::size_t(group)].end());
+    order.insert(order.end(), dense.begin(), dense.end());
+    report(progress, 1.0);
+    return order;
+}
+
+} // namespace QzBackend

@@ -1,0 +1,325 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Backend/DirectSolver.h>
+#include <QZmath/Backend/FillOrdering.h>
+#include <QZsys/Exceptions.h>
+#include <QZsys/Progress.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "support/SparseSystems.h"
+
+namespace
+{
+
+using QzBackend::CDirectSolver;
+using testSupport::CompressedMatrix;
+using testSupport::DenseMatrix;
+using Structure = CDirectSolver::Structure;
+using Definiteness = CDirectSolver::Definiteness;
+
+bool define(CDirectSolver & solver, CompressedMatrix const & matrix)
+{
+    return solver.defineStructure(matrix.size, matrix.rowIndex.data(), matrix.columns.data(),
+                                  matrix.nonZeros(), matrix.indexBase);
+}
+
+/// Empty on failure.
+std::vector<double> solveDirectly(CompressedMatrix const & matrix, Definiteness definiteness,
+                                  std::vector<double> const & right, CProgressCounter * progress = nullptr)
+{
+    CDirectSolver solver(matrix.upperOnly ? Structure::symmetricUpper : Structure::general, definiteness);
+    std::vector<double> solution(right.size(), -7.0);
+    int const count = matrix.size > 0 ? int(right.size()) / matrix.size : 1;
+    if (define(solver, matrix) && solver.reorder(progress) && solver.factor(matrix.values.data(), progress) &&
+        solver.solve(right.data(), count, solution.data()))
+        return solution;
+    return {};
+}
+
+TEST(DirectSolver, AllKindsAgreeWithElimination)
+{
+    std::mt19937 random(11);
+    for (int round = 0; round < 60; ++round) {
+        int const size = 1 + int(random() % 60);
+        for (bool const symmetric : {true, false})
+            for (bool const definite : {true, false}) {
+                DenseMatrix const dense =
+                    testSupport::randomSparse(size, 4.0, symmetric, definite ? 1.2 : 0.0, random);
+                for (bool const upperOnly : {true, false}) {
+                    if (upperOnly && !symmetric)
+                        continue;
+                    CompressedMatrix const matrix = testSupport::compress(dense, upperOnly, round % 2);
+                    std::vector<double> right = testSupport::randomVector(size, random);
+                    std::vector<double> const expected = testSupport::eliminate(dense, right);
+                    if (testSupport::norm(expected) > 1e5)
+                        continue; // badly conditioned by chance: elimination is no judge
+                    std::vector<double> const solution = solveDirectly(
+                        matrix, definite ? Definiteness::positiveDefinite : Definiteness::indefinite, right);
+                    ASSERT_EQ(solution.size(), right.size()) << round << symmetric << definite << upperOnly;
+                    EXPECT_LT(testSupport::relativeDistance(solution, expected), 1e-8)
+                        << round << symmetric << definite << upperOnly;
+                }
+            }
+    }
+}
+
+TEST(DirectSolver, UnsymmetricMatrixDeclaredDefiniteIsSolvedAsItStands)
+{
+    std::mt19937 random(12);
+    DenseMatrix const dense = testSupport::randomSparse(40, 5.0, false, 1.5, random);
+    std::vector<double> const right = testSupport::randomVector(40, random);
+    std::vector<double> const solution =
+        solveDirectly(testSupport::compress(dense, false, 1), Definiteness::positiveDefinite, right);
+    ASSERT_FALSE(solution.empty());
+    EXPECT_LT(testSupport::relativeDistance(solution, testSupport::eliminate(dense, right)), 1e-10);
+}
+
+// Large enough for merged rows, nested dissection by hand and several blocks in the dense kernels; arrow rows
+// that couple with everything go last in the order.
+TEST(DirectSolver, GridWithArrowRowsHasSmallResidual)
+{
+    for (int const reach : {1, 2}) {
+        CompressedMatrix matrix = testSupport::gridOperator(reach == 1 ? 24 : 26, reach, 0.01, 1);
+        // The first row couples with every point.
+        int const size = matrix.size;
+        std::vector<int> columns(static_cast<std::size_t>(size));
+        std::iota(columns.begin(), columns.end(), 1);
+        std::vector<double> values(static_cast<std::size_t>(size), -1e-3);
+        values[0] = 100.0;
+        int const removed = matrix.rowIndex[1] - 1;
+        matrix.columns.erase(matrix.columns.begin(), matrix.columns.begin() + removed);
+        matrix.values.erase(matrix.values.begin(), matrix.values.begin() + removed);
+        matrix.columns.insert(matrix.columns.begin(), columns.begin(), columns.end());
+        matrix.values.insert(matrix.values.begin(), values.begin(), values.end());
+        for (std::size_t row = 1; row < matrix.rowIndex.size(); ++row)
+            matrix.rowIndex[row] += size - removed;
+
+        std::mt19937 random(13);
+        std::vector<double> const right = testSupport::randomVector(3 * size, random);
+        std::vector<double> const solution = solveDirectly(matrix, Definiteness::positiveDefinite, right);
+        ASSERT_EQ(solution.size(), right.size());
+        for (std::ptrdiff_t part = 0; part < 3; ++part) {
+            std::vector<double> const x(solution.begin() + part * size, solution.begin() + (part + 1) * size);
+            std::vector<double> const b(right.begin() + part * size, right.begin() + (part + 1) * size);
+            EXPECT_LT(testSupport::relativeDistance(matrix.product(x), b), 1e-11);
+        }
+        EXPECT_EQ(
+            QzBackend::fillReducingOrder({size, matrix.rowIndex.data(), matrix.columns.data(), 1}, nullptr)
+                .back(),
+            0);
+    }
+}
+
+TEST(DirectSolver, SaddlePointsAreSolvedWithStoredAndMissingZeros)
+{
+    std::mt19937 random(14);
+    int const points = 50, conditions = 15;
+    DenseMatrix dense = testSupport::randomSparse(points + conditions, 4.0, true, 2.0, random);
+    for (int row = points; row < points + conditions; ++row) {
+        for (int column = points; column < points + conditions; ++column)
+            dense(row, column) = 0.0;
+        dense(row, row - points) = dense(row - points, row) = 1.0;
+    }
+    std::vector<double> const right = testSupport::randomVector(points + conditions, random);
+    std::vector<double> const expected = testSupport::eliminate(dense, right);
+    for (bool const stored : {true, false}) {
+        CompressedMatrix const matrix = testSupport::compress(dense, true, 1, stored);
+        std::vector<double> const solution = solveDirectly(matrix, Definiteness::indefinite, right);
+        ASSERT_FALSE(solution.empty());
+        EXPECT_LT(testSupport::relativeDistance(solution, expected), 1e-10);
+        EXPECT_TRUE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty());
+    }
+}
+
+TEST(DirectSolver, SingularMatricesFail)
+{
+    std::mt19937 random(15);
+    // Rank deficient by construction, with rounding errors in place of the zero pivot: L has the constants in
+    // its kernel, and the other has two columns in proportion.
+    CompressedMatrix const neumann = testSupport::gridOperator(7, 1, 0.0, 1);
+    std::vector<double> const right = testSupport::randomVector(neumann.size, random);
+    EXPECT_TRUE(solveDirectly(neumann, Definiteness::positiveDefinite, right).empty());
+    EXPECT_TRUE(solveDirectly(neumann, Definiteness::indefinite, right).empty());
+    for (int round = 0; round < 20; ++round) {
+        DenseMatrix dense = testSupport::randomSparse(30, 6.0, false, 1.5, random);
+        for (int row = 0; row < 30; ++row)
+            dense(row, 17) = dense(row, 4) * 0.7;
+        EXPECT_TRUE(solveDirectly(testSupport::compress(dense, false, 0), Definiteness::indefinite,
+                                  testSupport::randomVector(30, random))
+                        .empty());
+    }
+    CompressedMatrix emptyRow;
+    emptyRow.size = 3;
+    emptyRow.rowIndex = {1, 2, 2, 3};
+    emptyRow.columns = {1, 3};
+    emptyRow.values = {1.0, 1.0};
+    emptyRow.indexBase = 1;
+    for (bool const upper : {true, false})
+        for (Definiteness const kind : {Definiteness::positiveDefinite, Definiteness::indefinite}) {
+            emptyRow.upperOnly = upper;
+            EXPECT_TRUE(solveDirectly(emptyRow, kind, {1.0, 1.0, 1.0}).empty());
+        }
+}
+
+TEST(DirectSolver, ValuesThatAreNotFiniteOrNotDefiniteFail)
+{
+    CompressedMatrix const good = testSupport::gridOperator(8, 1, 0.5, 1);
+    std::vector<double> const right(std::size_t(good.size), 1.0);
+    std::mt19937 random(16);
+    double const infinity = std::numeric_limits<double>::infinity();
+    for (double const bad : {std::nan(""), infinity, -infinity})
+        for (int round = 0; round < 10; ++round) {
+            CompressedMatrix matrix = good;
+            matrix.values[random() % matrix.values.size()] = bad;
+            EXPECT_TRUE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty());
+            EXPECT_TRUE(solveDirectly(matrix, Definiteness::indefinite, right).empty());
+            std::vector<double> badRight = right;
+            badRight[random() % badRight.size()] = bad;
+            EXPECT_TRUE(solveDirectly(good, Definiteness::positiveDefinite, badRight).empty());
+            EXPECT_TRUE(solveDirectly(good, Definiteness::indefinite, badRight).empty());
+        }
+    for (int round = 0; round < 10; ++round) {
+        CompressedMatrix matrix = good;
+        int const row = int(random() % unsigned(matrix.size));
+        matrix.values[std::size_t(matrix.rowIndex[std::size_t(row)] - 1)] = -1.0;
+        EXPECT_TRUE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty());
+        EXPECT_FALSE(solveDirectly(matrix, Definiteness::indefinite, right).empty());
+    }
+}
+
+TEST(DirectSolver, BadStructuresAreRefused)
+{
+    CompressedMatrix const good = testSupport::gridOperator(3, 1, 0.5, 1);
+    CDirectSolver solver(Structure::symmetricUpper, Definiteness::positiveDefinite);
+    ASSERT_TRUE(define(solver, good));
+    EXPECT_FALSE(solver.factor(good.values.data(), nullptr)); // out of turn
+    auto const refused = [&](auto && damage) {
+        CompressedMatrix matrix = good;
+        damage(matrix);
+        return !define(solver, matrix) && !solver.reorder(nullptr);
+    };
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.size = 0; }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.indexBase = 0; }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.rowIndex.back() = -1; }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.rowIndex[3] = -1; }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.rowIndex[5] = std::numeric_limits<int>::max(); }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.rowIndex[5] = std::numeric_limits<int>::min(); }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.columns[1] = m.columns[0]; }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { std::swap(m.columns[1], m.columns[2]); }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.columns.back() = m.size + 1; }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.columns.back() = 1; }));
+    EXPECT_TRUE(refused([](CompressedMatrix & m) { m.columns.front() = std::numeric_limits<int>::min(); }));
+}
+
+TEST(DirectSolver, RepeatedFactorsAndSolvesAreIndependentAndBitEqual)
+{
+    CompressedMatrix matrix = testSupport::gridOperator(12, 2, 0.1, 0);
+    std::mt19937 random(17);
+    std::vector<double> const right = testSupport::randomVector(matrix.size, random);
+    std::vector<double> const first = solveDirectly(matrix, Definiteness::positiveDefinite, right);
+
+    CDirectSolver solver(Structure::symmetricUpper, Definiteness::positiveDefinite);
+    ASSERT_TRUE(define(solver, matrix) && solver.reorder(nullptr));
+    std::vector<double> bad(matrix.values.size(), -1.0);
+    std::vector<double> solution(right.size());
+    EXPECT_FALSE(solver.factor(bad.data(), nullptr));
+    EXPECT_FALSE(solver.solve(right.data(), 1, solution.data()));
+    ASSERT_TRUE(solver.factor(matrix.values.data(), nullptr));
+    ASSERT_TRUE(solver.solve(right.data(), 1, solution.data()));
+    EXPECT_EQ(solution, first);
+    ASSERT_TRUE(solver.factor(matrix.values.data(), nullptr, 0.25));
+    ASSERT_TRUE(solver.solve(right.data(), 1, solution.data()));
+    EXPECT_LT(
+        testSupport::relativeDistance(testSupport::gridOperator(12, 2, 0.35, 0).product(solution), right),
+        1e-11);
+}
+
+TEST(DirectSolver, ConcurrentSolversGiveTheBitsOfOne)
+{
+    std::vector<CompressedMatrix> matrices;
+    std::vector<std::vector<double>> rights, serial, concurrent(6);
+    std::mt19937 random(18);
+    for (int number = 0; number < 6; ++number) {
+        matrices.push_back(testSupport::gridOperator(9 + number, 1, 0.1, 1));
+        rights.push_back(testSupport::randomVector(matrices.back().size, random));
+        serial.push_back(solveDirectly(matrices.back(),
+                                       number % 3 ? Definiteness::positiveDefinite : Definiteness::indefinite,
+                                       rights.back()));
+        ASSERT_FALSE(serial.back().empty());
+    }
+    std::vector<std::thread> threads;
+    for (std::size_t number = 0; number < 6; ++number)
+        threads.emplace_back([&, number] {
+            concurrent[number] = solveDirectly(
+                matrices[number], number % 3 ? Definiteness::positiveDefinite : Definiteness::indefinite,
+                rights[number]);
+        });
+    for (std::thread & thread : threads)
+        thread.join();
+    for (std::size_t number = 0; number < 6; ++number)
+        EXPECT_EQ(concurrent[number], serial[number]) << number;
+}
+
+TEST(DirectSolver, TheProcessKeepsItsRandomNumbers)
+{
+    CompressedMatrix const matrix = testSupport::gridOperator(12, 1, 0.1, 1);
+    std::vector<double> const right(std::size_t(matrix.size), 1.0);
+    std::srand(5);
+    int const first = std::rand(), second = std::rand();
+    std::srand(5);
+    EXPECT_EQ(std::rand(), first);
+    ASSERT_FALSE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty());
+    EXPECT_EQ(std::rand(), second);
+}
+
+/// Interrupts at the n-th report and checks that positions rise.
+class InterruptingCounter : public CProgressCounter
+{
+public:
+    explicit InterruptingCounter(int reportsAllowed) : m_left(reportsAllowed) {}
+    int reports = 0;
+
+private:
+    void onPosition(double overall) override
+    {
+        EXPECT_GE(overall, m_last);
+        m_last = overall;
+        ++reports;
+        if (m_left-- == 0)
+            throw CUserIntrException("user interruption");
+    }
+    int m_left;
+    double m_last = 0.0;
+};
+
+TEST(DirectSolver, InterruptionAtAnyReportReleasesEverything)
+{
+    CompressedMatrix const matrix = testSupport::gridOperator(20, 1, 0.1, 1);
+    std::vector<double> const right(std::size_t(matrix.size), 1.0);
+    auto const run = [&](InterruptingCounter & counter) {
+        CDirectSolver solver(Structure::symmetricUpper, Definiteness::positiveDefinite);
+        ASSERT_TRUE(define(solver, matrix));
+        {
+            CPrgCntSubPhase const phase(&counter, 0, 20, 0, true);
+            ASSERT_TRUE(solver.reorder(&counter));
+        }
+        CPrgCntSubPhase const phase(&counter, 20, 80, 0, true);
+        ASSERT_TRUE(solver.factor(matrix.values.data(), &counter));
+    };
+    InterruptingCounter counting(std::numeric_limits<int>::max());
+    run(counting);
+    ASSERT_GT(counting.reports, 20);
+    for (int allowed = 0; allowed < counting.reports - 1; allowed += 1 + counting.reports / 40) {
+        InterruptingCounter counter(allowed);
+        EXPECT_THROW(run(counter), CUserIntrException) << allowed;
+    }
+}
+
+} // namespace
