@@ -1,0 +1,536 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <apps/sampling/SampleShapes.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+using REmath::Point3D_d;
+
+namespace qz_sampling
+{
+
+namespace
+{
+
+constexpr double pi = 3.14159265358979323846;
+
+double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
+
+double length(double x, double y) { return std::sqrt(x * x + y * y); }
+
+// Uniform on the unit circle and on the unit sphere, by rejection from the square and the cube.
+void randomDirection(Random & random, double & x, double & y)
+{
+    double squaredLength = 0;
+    do {
+        x = random.uniform(-1, 1);
+        y = random.uniform(-1, 1);
+        squaredLength = x * x + y * y;
+    } while (squaredLength > 1 || squaredLength < 1e-4);
+    x /= std::sqrt(squaredLength);
+    y /= std::sqrt(squaredLength);
+}
+
+Point3D_d randomDirection(Random & random)
+{
+    for (;;) {
+        double const x = random.uniform(-1, 1);
+        double const y = random.uniform(-1, 1);
+        double const z = random.uniform(-1, 1);
+        double const squaredLength = x * x + y * y + z * z;
+        if (squaredLength <= 1 && squaredLength >= 1e-4)
+            return Point3D_d(x, y, z) / std::sqrt(squaredLength);
+    }
+}
+
+// The direction of a vector, or z for the zero vector: a point at the centre of a ball has no better answer.
+Point3D_d directionOf(Point3D_d const & vector)
+{
+    double const ownLength = vector.length();
+    return ownLength > 0 ? vector / ownLength : Point3D_d(0, 0, 1);
+}
+
+class Sphere : public Shape
+{
+public:
+    std::string name() const override { return "sphere"; }
+    SurfacePoint sample(Random & random) const override
+    {
+        Point3D_d const direction = randomDirection(random);
+        return {direction, direction};
+    }
+    double signedDistance(Point3D_d const & point) const override { return point.length() - 1; }
+    Point3D_d normalNear(Point3D_d const & point) const override { return directionOf(point); }
+    int eulerNumber() const override { return 2; }
+    double area() const override { return 4 * pi; }
+    Point3D_d halfExtent() const override { return Point3D_d(1); }
+};
+
+class Torus : public Shape
+{
+public:
+    std::string name() const override { return "torus"; }
+    SurfacePoint sample(Random & random) const override
+    {
+        double alongX = 0;
+        double alongY = 0;
+        randomDirection(random, alongX, alongY);
+        double outward = 0;
+        double upward = 0;
+        do
+            randomDirection(random, outward, upward);
+        while (random.uniform() * (ring + tube) > ring + tube * outward);
+        Point3D_d const normal(alongX * outward, alongY * outward, upward);
+        return {Point3D_d(alongX * ring, alongY * ring, 0) + normal * tube, normal};
+    }
+    double signedDistance(Point3D_d const & point) const override
+    {
+        return length(length(point.x(), point.y()) - ring, point.z()) - tube;
+    }
+    Point3D_d normalNear(Point3D_d const & point) const override
+    {
+        Point3D_d const along = directionOf({point.x(), point.y(), 0});
+        return directionOf(point - Point3D_d(along.x(), along.y(), 0) * ring);
+    }
+    int eulerNumber() const override { return 0; }
+    double area() const override { return 4 * pi * pi * ring * tube; }
+    Point3D_d halfExtent() const override { return {ring + tube, ring + tube, tube}; }
+
+private:
+    static constexpr double ring = 1;
+    static constexpr double tube = 0.4;
+};
+
+// Parallel surface of a box: faces, quarter cylinders and eighths of a sphere.
+class Plate : public Shape
+{
+public:
+    std::string name() const override { return "plate"; }
+    SurfacePoint sample(Random & random) const override
+    {
+        double choice = random.uniform() * area();
+        for (int axis = 0; axis < 3; ++axis) {
+            int const second = (axis + 1) % 3;
+            int const third = (axis + 2) % 3;
+            double core[3];
+            double normal[3] = {0, 0, 0};
+            choice -= 8 * half[second] * half[third];
+            if (choice < 0) {
+                normal[axis] = random.uniform() < 0.5 ? -1 : 1;
+                core[axis] = normal[axis] * half[axis];
+                core[second] = random.uniform(-half[second], half[second]);
+                core[third] = random.uniform(-half[third], half[third]);
+                return offset(core, normal);
+            }
+            choice -= 4 * pi * radius * half[axis];
+            if (choice < 0) {
+                randomDirection(random, normal[second], normal[third]);
+                core[axis] = random.uniform(-half[axis], half[axis]);
+                core[second] = std::copysign(half[second], normal[second]);
+                core[third] = std::copysign(half[third], normal[third]);
+                return offset(core, normal);
+            }
+        }
+        Point3D_d const normal = randomDirection(random);
+        double core[3];
+        for (int axis = 0; axis < 3; ++axis)
+            core[axis] = std::copysign(half[axis], normal.asArray()[axis]);
+        return offset(core, normal.asArray());
+    }
+    double signedDistance(Point3D_d const & point) const override
+    {
+        Point3D_d const outside = outsideOf(point);
+        double inside = -std::numeric_limits<double>::infinity();
+        for (int axis = 0; axis < 3; ++axis)
+            inside = std::max(inside, std::abs(point.asArray()[axis]) - half[axis]);
+        return outside.length() + std::min(inside, 0.0) - radius;
+    }
+    Point3D_d normalNear(Point3D_d const & point) const override
+    {
+        Point3D_d const outside = outsideOf(point);
+        if (outside != Point3D_d(0))
+            return directionOf(outside);
+        // Within the core box the nearest face decides.
+        int nearest = 0;
+        for (int axis = 1; axis < 3; ++axis) {
+            if (std::abs(point.asArray()[axis]) - half[axis] >
+                std::abs(point.asArray()[nearest]) - half[nearest])
+                nearest = axis;
+        }
+        double normal[3] = {0, 0, 0};
+        normal[nearest] = std::copysign(1.0, point.asArray()[nearest]);
+        return normal;
+    }
+    int eulerNumber() const override { return 2; }
+    double area() const override
+    {
+        return 8 * (half[0] * half[1] + half[1] * half[2] + half[2] * half[0]) +
+               4 * pi * radius * (half[0] + half[1] + half[2]) + 4 * pi * radius * radius;
+    }
+    Point3D_d halfExtent() const override { return Point3D_d(half) + Point3D_d(radius); }
+
+private:
+    static SurfacePoint offset(double const * core, double const * normal)
+    {
+        return {Point3D_d(core) + Point3D_d(normal) * radius, normal};
+    }
+    // What leads from the core box to the point; zero inside the box.
+    static Point3D_d outsideOf(Point3D_d const & point)
+    {
+        double outside[3];
+        for (int axis = 0; axis < 3; ++axis) {
+            double const coord = point.asArray()[axis];
+            outside[axis] = std::copysign(std::max(std::abs(coord) - half[axis], 0.0), coord);
+        }
+        return outside;
+    }
+
+    static constexpr double radius = 0.13;
+    static constexpr double half[3] = {0.87, 0.57, 0.02};
+};
+
+// Base of the shapes that are given by a function, positive outside, and its gradient.
+class ImplicitShape : public Shape
+{
+public:
+    double signedDistance(Point3D_d const & point) const override
+    {
+        double const distance = (point - foot(point)).length();
+        return value(point) < 0 ? -distance : distance;
+    }
+    Point3D_d normalNear(Point3D_d const & point) const override
+    {
+        return directionOf(gradient(foot(point)));
+    }
+
+protected:
+    virtual double value(Point3D_d const & point) const = 0;
+    virtual Point3D_d gradient(Point3D_d const & point) const = 0;
+    virtual Point3D_d foot(Point3D_d const & point) const { return project(point); }
+
+    // Newton steps along the gradient. Converges for points nearer than the radius of curvature.
+    Point3D_d project(Point3D_d point) const
+    {
+        for (int step = 0; step < 8; ++step) {
+            double const level = value(point);
+            Point3D_d const slope = gradient(point);
+            double const squaredSlope = dot(slope, slope);
+            if (std::abs(level) < 1e-14 || squaredSlope == 0)
+                break;
+            point -= slope * (level / squaredSlope);
+        }
+        return point;
+    }
+};
+
+// Double sheet z² = thickness * h(x, y) over a disk with three holes, where h falls to 0 at all four circles.
+// Each circle contributes a factor that rises from 0 at the circle to 1 far from it, so that the thickness is
+// about even.
+class Genus3 : public ImplicitShape
+{
+public:
+    std::string name() const override { return "genus3"; }
+
+    // By the Cauchy-Crofton formula, the crossings of uniformly distributed random lines with a surface are
+    // uniformly distributed by area. A step along the line is at most what the bound of the slope allows, and
+    // at least minStep: shorter chords are missed, which concerns about a thousandth of the area.
+    SurfacePoint sample(Random & random) const override
+    {
+        for (;;) {
+            // At most one crossing of a line is taken, each with the same odds: the one of a number drawn
+            // before.
+            auto wanted = static_cast<int>(random.uniform() * maxCrossings);
+            Point3D_d const along = randomDirection(random);
+            Point3D_d const origin = randomOffset(random, along);
+            // The part of the line that is both in the ball and in the slab which the surface lies in.
+            double const reach = std::sqrt(ballRadius * ballRadius - dot(origin, origin));
+            double position = -reach;
+            double end = reach;
+            if (along.z() != 0) {
+                double const bottom = (-slabHalfWidth - origin.z()) / along.z();
+                double const top = (slabHalfWidth - origin.z()) / along.z();
+                position = std::max(position, std::min(bottom, top));
+                end = std::min(end, std::max(bottom, top));
+            } else if (std::abs(origin.z()) > slabHalfWidth)
+                continue;
+            double level = value(origin + along * position);
+            while (position < end) {
+                double const next = position + std::max(std::abs(level) / slopeBound, minStep);
+                double const nextLevel = value(origin + along * next);
+                if ((level < 0) != (nextLevel < 0) && wanted-- == 0) {
+                    Point3D_d const point = origin + along * bisect(origin, along, position, next, level < 0);
+                    return {point, directionOf(gradient(point))};
+                }
+                position = next;
+                level = nextLevel;
+            }
+        }
+    }
+    int eulerNumber() const override { return -4; }
+    double area() const override { return 11.075; }
+    Point3D_d halfExtent() const override { return {discRadius, discRadius, slabHalfWidth}; }
+
+protected:
+    double value(Point3D_d const & point) const override
+    {
+        double product = thickness;
+        for (int circle = 0; circle < 4; ++circle)
+            product *= factor(circle, point.x(), point.y()).value;
+        return point.z() * point.z() - product;
+    }
+    Point3D_d gradient(Point3D_d const & point) const override
+    {
+        Factor factors[4];
+        for (int circle = 0; circle < 4; ++circle)
+            factors[circle] = factor(circle, point.x(), point.y());
+        double dx = 0;
+        double dy = 0;
+        for (int circle = 0; circle < 4; ++circle) {
+            double others = thickness;
+            for (int other = 0; other < 4; ++other)
+                others *= other != circle ? factors[other].value : 1;
+            dx += others * factors[circle].dx;
+            dy += others * factors[circle].dy;
+        }
+        return {-dx, -dy, 2 * point.z()};
+    }
+
+private:
+    struct Factor
+    {
+        double value;
+        double dx;
+        double dy;
+    };
+    // t / sqrt(1 + t²) of a t that vanishes at the circle and is positive on the side of the disk's body.
+    static Factor factor(int circle, double x, double y)
+    {
+        double const offsetX = x - centres[circle][0];
+        double const offsetY = y - centres[circle][1];
+        double const radius = circle == 0 ? discRadius : holeRadius;
+        double const scale = (circle == 0 ? -steepness : steepness) / (2 * radius);
+        double const t = scale * (offsetX * offsetX + offsetY * offsetY - radius * radius);
+        double const root = std::sqrt(1 + t * t);
+        double const slope = 2 * scale / (root * root * root);
+        return {t / root, slope * offsetX, slope * offsetY};
+    }
+    // Uniform in the disk of the bounding ball that is perpendicular to a direction.
+    static Point3D_d randomOffset(Random & random, Point3D_d const & along)
+    {
+        Point3D_d const helper = std::abs(along.x()) < 0.6 ? Point3D_d(1, 0, 0) : Point3D_d(0, 1, 0);
+        Point3D_d const first = directionOf(helper - along * dot(along, helper));
+        Point3D_d const second(along.y() * first.z() - along.z() * first.y(),
+                               along.z() * first.x() - along.x() * first.z(),
+                               along.x() * first.y() - along.y() * first.x());
+        double u = 0;
+        double v = 0;
+        do {
+            u = random.uniform(-1, 1);
+            v = random.uniform(-1, 1);
+        } while (u * u + v * v > 1);
+        return first * (u * ballRadius) + second * (v * ballRadius);
+    }
+    double bisect(Point3D_d const & origin, Point3D_d const & along, double low, double high,
+                  bool isLowInside) const
+    {
+        for (int step = 0; step < 50; ++step) {
+            double const middle = 0.5 * (low + high);
+            ((value(origin + along * middle) < 0) == isLowInside ? low : high) = middle;
+        }
+        return 0.5 * (low + high);
+    }
+
+    static constexpr double discRadius = 1.2;
+    static constexpr double holeRadius = 0.25;
+    static constexpr double centres[4][2] = {
+        {0, 0}, {0.6, 0}, {-0.3, 0.5196152422706632}, {-0.3, -0.5196152422706632}};
+    static constexpr double steepness = 5;
+    static constexpr double thickness = 0.08;
+    static constexpr double ballRadius = 1.25;
+    static constexpr double slabHalfWidth = 0.285;
+    static constexpr double slopeBound = 1.05;
+    static constexpr double minStep = 0.004;
+    static constexpr int maxCrossings = 6;
+};
+
+// Chebyshev polynomials of the first kind make bumps without a transcendental function.
+double chebyshev3(double t) { return t * (4 * t * t - 3); }
+double chebyshev4(double t) { return 8 * t * t * (t * t - 1) + 1; }
+double chebyshev5(double t) { return t * (t * t * (16 * t * t - 20) + 5); }
+double chebyshev3Slope(double t) { return 12 * t * t - 3; }
+double chebyshev4Slope(double t) { return t * (32 * t * t - 16); }
+double chebyshev5Slope(double t) { return t * t * (80 * t * t - 60) + 5; }
+
+// Star-shaped: |p| = r(p / |p|).
+class BumpySphere : public ImplicitShape
+{
+public:
+    std::string name() const override { return "bumpy-sphere"; }
+    SurfacePoint sample(Random & random) const override
+    {
+        for (;;) {
+            Point3D_d const direction = randomDirection(random);
+            double const radius = radiusAt(direction);
+            Point3D_d const slope = gradient(direction * radius);
+            // The surface element over the direction is r² / cos, the cosine between normal and direction
+            // being 1 / |gradient|.
+            if (random.uniform() * elementBound < radius * radius * slope.length())
+                return {direction * radius, directionOf(slope)};
+        }
+    }
+    int eulerNumber() const override { return 2; }
+    double area() const override { return 14.099; }
+    Point3D_d halfExtent() const override { return Point3D_d(1.13); }
+
+protected:
+    double value(Point3D_d const & point) const override
+    {
+        return point.length() - radiusAt(directionOf(point));
+    }
+    Point3D_d gradient(Point3D_d const & point) const override
+    {
+        Point3D_d const direction = directionOf(point);
+        Point3D_d const bumps(chebyshev5Slope(direction.x()), chebyshev5Slope(direction.y()),
+                              chebyshev5Slope(direction.z()));
+        Point3D_d const acrossBumps = bumps - direction * dot(bumps, direction);
+        return direction - acrossBumps * (height / std::max(point.length(), 1e-3));
+    }
+
+private:
+    static double radiusAt(Point3D_d const & direction)
+    {
+        return 1 +
+               height * (chebyshev5(direction.x()) + chebyshev5(direction.y()) + chebyshev5(direction.z()));
+    }
+
+    static constexpr double height = 0.08;
+    static constexpr double elementBound = 1.55;
+};
+
+// z = g(x, y) over the square from -1 to 1.
+class Sheet : public ImplicitShape
+{
+public:
+    std::string name() const override { return "sheet"; }
+    SurfacePoint sample(Random & random) const override
+    {
+        for (;;) {
+            double const x = random.uniform(-1, 1);
+            double const y = random.uniform(-1, 1);
+            Point3D_d const slope = gradient({x, y, 0});
+            if (random.uniform() * elementBound < slope.length())
+                return {{x, y, heightAt(x, y)}, directionOf(slope)};
+        }
+    }
+    double distanceToBorder(Point3D_d const & point) const override
+    {
+        return 1 - std::max(std::abs(point.x()), std::abs(point.y()));
+    }
+    int eulerNumber() const override { return 1; }
+    bool isClosed() const override { return false; }
+    double area() const override { return 4.1528; }
+    Point3D_d halfExtent() const override { return {1, 1, height}; }
+
+protected:
+    double value(Point3D_d const & point) const override
+    {
+        return point.z() - heightAt(point.x(), point.y());
+    }
+    Point3D_d gradient(Point3D_d const & point) const override
+    {
+        double const x = stretch * point.x();
+        double const y = stretch * point.y();
+        return {-height * stretch * chebyshev4Slope(x) * chebyshev3(y),
+                -height * stretch * chebyshev4(x) * chebyshev3Slope(y), 1};
+    }
+    // Beyond the border the nearest point is on it, up to the slope of the border.
+    Point3D_d foot(Point3D_d const & point) const override
+    {
+        Point3D_d const projected = project(clampToSquare(point));
+        Point3D_d const clamped = clampToSquare(projected);
+        return {clamped.x(), clamped.y(), heightAt(clamped.x(), clamped.y())};
+    }
+
+private:
+    static double heightAt(double x, double y)
+    {
+        return height * chebyshev4(stretch * x) * chebyshev3(stretch * y);
+    }
+    static Point3D_d clampToSquare(Point3D_d const & point)
+    {
+        return {std::clamp(point.x(), -1.0, 1.0), std::clamp(point.y(), -1.0, 1.0), point.z()};
+    }
+
+    static constexpr double height = 0.08;
+    static constexpr double stretch = 0.95;
+    static constexpr double elementBound = 1.4;
+};
+
+} // namespace
+
+Shape::~Shape() = default;
+
+double Shape::distanceToBorder(Point3D_d const &) const { return std::numeric_limits<double>::infinity(); }
+
+bool Shape::isClosed() const { return true; }
+
+std::vector<std::string> const & shapeNames()
+{
+    static std::vector<std::string> const names = {"sphere", "torus",        "genus3",
+                                                   "plate",  "bumpy-sphere", "sheet"};
+    return names;
+}
+
+std::unique_ptr<Shape> makeShape(std::string const & name)
+{
+    if (name == "sphere")
+        return std::make_unique<Sphere>();
+    if (name == "torus")
+        return std::make_unique<Torus>();
+    if (name == "genus3")
+        return std::make_unique<Genus3>();
+    if (name == "plate")
+        return std::make_unique<Plate>();
+    if (name == "bumpy-sphere")
+        return std::make_unique<BumpySphere>();
+    if (name == "sheet")
+        return std::make_unique<Sheet>();
+    return nullptr;
+}
+
+Cloud sampleCloud(Shape const & shape, SamplingOptions const & options)
+{
+    Random random(options.seed);
+    Point3D_d const half = shape.halfExtent();
+    double const sigma = options.noise * 2 * std::max({half.x(), half.y(), half.z()});
+    double const meanSpacing =
+        std::sqrt(shape.area() / static_cast<double>(std::max<std::size_t>(1, options.pointNumber)));
+    double const largestDensity = std::max(1.0, options.densityRatio);
+
+    Cloud cloud;
+    cloud.positions.reserve(3 * options.pointNumber);
+    cloud.normals.reserve(3 * options.pointNumber);
+    while (cloud.size() < options.pointNumber) {
+        SurfacePoint point = shape.sample(random);
+        double const alongX = (point.position.x() + half.x()) / (2 * half.x());
+        double const density = 1 + (options.densityRatio - 1) * alongX;
+        if (options.densityRatio != 1 && random.uniform() * largestDensity > density)
+            continue;
+        if (!shape.isClosed())
+            cloud.boundaryMarks.push_back(shape.distanceToBorder(point.position) < 1.5 * meanSpacing ? 1 : 0);
+        if (sigma > 0) {
+            double const x = random.normal();
+            double const y = random.normal();
+            double const z = random.normal();
+            point.position += Point3D_d(x, y, z) * sigma;
+        }
+        for (int axis = 0; axis < 3; ++axis) {
+            cloud.positions.push_back(static_cast<float>(point.position.asArray()[axis]));
+            cloud.normals.push_back(static_cast<float>(point.normal.asArray()[axis]));
+        }
+    }
+    return cloud;
+}
+
+} // namespace qz_sampling

@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <support/SurfaceScores.h>
+
+#include <QZmath/VolTriang/jbProcess.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+using qz_sampling::Cloud;
+using qz_sampling::Random;
+using qz_sampling::SamplingOptions;
+using qz_sampling::Shape;
+using qz_test::Mesh;
+using REmath::Point3D_d;
+
+namespace
+{
+
+class DistanceField : public jbProcess::Function
+{
+public:
+    explicit DistanceField(Shape const & shape) : m_shape(shape) {}
+    double operator()(Point3D_d const & point, int * flag) const override
+    {
+        // Far from the surface of an open shape the signed distance means nothing.
+        bool const isBeyond = !m_shape.isClosed() && m_shape.distanceToBorder(point) < 0;
+        *flag = isBeyond ? 1 : 0;
+        return m_shape.signedDistance(point);
+    }
+
+private:
+    Shape const & m_shape;
+};
+
+class MeshSink : public jbProcess::TriangleProcessor
+{
+public:
+    int operator()(int a, int b, int c, jbVertices vertices) const override
+    {
+        for (int n = static_cast<int>(m_mesh.vertices.size()); n < vertices.count; ++n)
+            m_mesh.vertices.push_back(vertices.items[n].position);
+        m_mesh.triangles.push_back({a, b, c});
+        return 1;
+    }
+    mutable Mesh m_mesh;
+};
+
+Mesh polygonize(Shape const & shape, double size)
+{
+    DistanceField field(shape);
+    MeshSink sink;
+    jbProcess process;
+    Random random(1);
+    int bounds[3] = {1000, 1000, 1000};
+    EXPECT_EQ(process.polygonize(field, size, bounds, shape.sample(random).position, sink), 0);
+    return std::move(sink.m_mesh);
+}
+
+class SampleShapes : public testing::TestWithParam<std::string>
+{
+protected:
+    std::unique_ptr<Shape> const m_shape = qz_sampling::makeShape(GetParam());
+};
+
+INSTANTIATE_TEST_SUITE_P(All, SampleShapes, testing::ValuesIn(qz_sampling::shapeNames()),
+                         [](auto const & parameter) {
+                             std::string name = parameter.param;
+                             name.erase(std::remove(name.begin(), name.end(), '-'), name.end());
+                             return name;
+                         });
+
+} // namespace
+
+// The distance, the Euler number and the area against a mesh of the distance's zero level.
+TEST_P(SampleShapes, LevelSetOfTheDistanceIsTheShape)
+{
+    Mesh const mesh = polygonize(*m_shape, 0.02);
+    qz_test::Topology const topology = examine(mesh);
+    EXPECT_TRUE(topology.isManifold());
+    EXPECT_EQ(topology.isClosed(), m_shape->isClosed());
+    EXPECT_EQ(topology.components, 1);
+    EXPECT_EQ(topology.eulerNumber(), m_shape->eulerNumber());
+    // The mesh of the open sheet ends up to one cube before the border.
+    EXPECT_NEAR(area(mesh), m_shape->area(), (m_shape->isClosed() ? 0.01 : 0.04) * m_shape->area());
+    Point3D_d largest(0);
+    for (Point3D_d const & vertex : mesh.vertices) {
+        largest = {std::max(largest.x(), std::abs(vertex.x())), std::max(largest.y(), std::abs(vertex.y())),
+                   std::max(largest.z(), std::abs(vertex.z()))};
+    }
+    EXPECT_LE(largest.x(), m_shape->halfExtent().x() + 1e-4);
+    EXPECT_LE(largest.y(), m_shape->halfExtent().y() + 1e-4);
+    EXPECT_LE(largest.z(), m_shape->halfExtent().z() + 1e-4);
+}
+
+TEST_P(SampleShapes, SamplesLieOnTheSurfaceWithItsNormals)
+{
+    Random random(2);
+    for (int round = 0; round < 2000; ++round) {
+        qz_sampling::SurfacePoint const point = m_shape->sample(random);
+        ASSERT_NEAR(m_shape->signedDistance(point.position), 0, 1e-12);
+        ASSERT_NEAR(point.normal.length(), 1, 1e-12);
+        // A step along the normal has its length as distance, and the same normal.
+        double const step = random.uniform(-0.005, 0.005);
+        Point3D_d const aside = point.position + point.normal * step;
+        if (m_shape->distanceToBorder(aside) < 0.01)
+            continue;
+        ASSERT_NEAR(m_shape->signedDistance(aside), step, 2e-4);
+        ASSERT_GT(m_shape->normalNear(aside).angleCos(point.normal), 0.99);
+    }
+}
+
+// Each triangle of a fine mesh should have samples by its area: the shares of slanted slabs are compared.
+TEST_P(SampleShapes, SamplesAreUniformByArea)
+{
+    Mesh const mesh = polygonize(*m_shape, 0.02);
+    Random random(3);
+    int const sampleNumber = 40000;
+    std::vector<Point3D_d> samples;
+    for (int n = 0; n < sampleNumber; ++n)
+        samples.push_back(m_shape->sample(random).position);
+    auto const isInside = [&](Point3D_d const & point) { return m_shape->distanceToBorder(point) > 0.05; };
+    for (int slab = 0; slab < 12; ++slab) {
+        Point3D_d const axis = Point3D_d(random.normal(), random.normal(), random.normal()).normalize();
+        double const offset = random.uniform(-0.5, 0.5);
+        auto const isInSlab = [&](Point3D_d const & point) {
+            double const height = point.x() * axis.x() + point.y() * axis.y() + point.z() * axis.z() - offset;
+            return height > 0 && height < 0.3;
+        };
+        double areaInside = 0;
+        double areaInSlab = 0;
+        Mesh single;
+        single.triangles = {{0, 1, 2}};
+        for (auto const & triangle : mesh.triangles) {
+            auto const vertex = [&](std::size_t n) {
+                return mesh.vertices[static_cast<std::size_t>(triangle[n])];
+            };
+            single.vertices = {vertex(0), vertex(1), vertex(2)};
+            Point3D_d const centroid = (vertex(0) + vertex(1) + vertex(2)) / 3;
+            double const triangleArea = isInside(centroid) ? area(single) : 0;
+            areaInside += triangleArea;
+            areaInSlab += isInSlab(centroid) ? triangleArea : 0;
+        }
+        double samplesInside = 0;
+        double samplesInSlab = 0;
+        for (Point3D_d const & sample : samples) {
+            samplesInside += isInside(sample) ? 1 : 0;
+            samplesInSlab += isInside(sample) && isInSlab(sample) ? 1 : 0;
+        }
+        // Four standard deviations of the share, and the coarseness of the mesh.
+        EXPECT_NEAR(samplesInSlab / samplesInside, areaInSlab / areaInside, 0.01 + 0.002);
+    }
+}
+
+TEST_P(SampleShapes, CloudHonoursItsOptions)
+{
+    SamplingOptions options;
+    options.pointNumber = 20000;
+    Cloud const plain = sampleCloud(*m_shape, options);
+    ASSERT_EQ(plain.size(), options.pointNumber);
+    EXPECT_EQ(plain.normals.size(), plain.positions.size());
+    EXPECT_EQ(plain.positions, sampleCloud(*m_shape, options).positions);
+    EXPECT_EQ(plain.boundaryMarks.empty(), m_shape->isClosed());
+    if (!m_shape->isClosed()) {
+        // A rim of 1.5 mean distances along the square's border.
+        double const share = 8 * 1.5 * std::sqrt(m_shape->area() / 20000) / 4;
+        auto const marked = std::count(plain.boundaryMarks.begin(), plain.boundaryMarks.end(), 1);
+        EXPECT_NEAR(static_cast<double>(marked) / 20000, share, 0.3 * share);
+    }
+
+    options.noise = 0.002;
+    options.densityRatio = 10;
+    options.seed = 9;
+    Cloud const noisy = sampleCloud(*m_shape, options);
+    double sum = 0;
+    int low = 0;
+    int high = 0;
+    Point3D_d const half = m_shape->halfExtent();
+    for (std::size_t n = 0; n < noisy.size(); ++n) {
+        Point3D_d const point(noisy.positions.data() + 3 * n);
+        sum += std::pow(m_shape->signedDistance(point), 2);
+        low += point.x() < 0 ? 1 : 0;
+        high += point.x() > 0 ? 1 : 0;
+    }
+    double const sigma = options.noise * 2 * std::max({half.x(), half.y(), half.z()});
+    EXPECT_NEAR(std::sqrt(sum / 20000), sigma, 0.1 * sigma);
+    // The halves of an even body would have 1 + 9 / 4 against 1 + 27 / 4 or less extreme shares.
+    EXPECT_GT(high, 1.6 * low);
+    EXPECT_LT(high, 3.2 * low);
+}
+
+TEST(Random, KnownSequence)
+{
+    // The first outputs of SplitMix64 for the seed 1234567.
+    Random random(1234567);
+    EXPECT_EQ(random.next(), 6457827717110365317U);
+    EXPECT_EQ(random.next(), 3203168211198807973U);
+    double sum = 0;
+    double squares = 0;
+    for (int n = 0; n < 100000; ++n) {
+        double const deviate = random.normal();
+        sum += deviate;
+        squares += deviate * deviate;
+    }
+    EXPECT_NEAR(sum / 100000, 0, 0.015);
+    EXPECT_NEAR(squares / 100000, 1, 0.02);
+}
