@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/LinSys/LinSysSolverSparse.h>
+
+namespace REmath
+{
+
+template <class T>
+CSparseStoreSparseLinSysSolver<T>::CSparseStoreSparseLinSysSolver(int expectedElementsPerLine)
+    : m_semidefiniteLift(0)
+{
+    this->getStorageRefMod().setIndexBase(1);
+    if (expectedElementsPerLine > 0)
+        this->getStorageRefMod().setExpectedElementsPerLine(expectedElementsPerLine);
+}
+
+template <class T>
+CSparseStoreSparseLinSysSolver<T>::~CSparseStoreSparseLinSysSolver() = default;
+
+template <class T>
+CSparseStoreSparseLinSysSolver<T> * CSparseStoreSparseLinSysSolver<T>::Copy() const
+{
+    return new CSparseStoreSparseLinSysSolver(*this);
+}
+
+template <class T>
+void CSparseStoreSparseLinSysSolver<T>::reserveMemory(int count)
+{
+    if (count > 0)
+        this->getStorageRefMod().reserveMatrixMemory(count);
+}
+
+template <class T>
+bool CSparseStoreSparseLinSysSolver<T>::OnSolveSystem(int nRightParts,
+                                                      IVertexPosInformer<T> const ** informers,
+                                                      IEqSysResultReciever<T> ** recievers,
+                                                      CProgressCounter * progress)
+{
+    CLinSysSolverSparseDss<T> core;
+    core.setSemidefiniteLift(m_semidefiniteLift);
+    return core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
+}
+
+template <class T>
+CSparseStoreBicgstabLinSysSolver<T>::CSparseStoreBicgstabLinSysSolver(int expectedElementsPerLine, T eps,
+                                                                      int maxIterations)
+    : m_eps(eps), m_maxIterations(maxIterations), m_iterationsUsed(0), m_limitReached(false),
+      m_relativeResidual(0)
+{
+    this->getStorageRefMod().setIndexBase(0);
+    if (expectedElementsPerLine > 0)
+        this->getStorageRefMod().setExpectedElementsPerLine(expectedElementsPerLine);
+}
+
+template <class T>
+CSparseStoreBicgstabLinSysSolver<T>::~CSparseStoreBicgstabLinSysSolver() = default;
+
+template <class T>
+CSparseStoreBicgstabLinSysSolver<T> * CSparseStoreBicgstabLinSysSolver<T>::Copy() const
+{
+    return new CSparseStoreBicgstabLinSysSolver(*this);
+}
+
+template <class T>
+bool CSparseStoreBicgstabLinSysSolver<T>::OnSolveSystem(int nRightParts,
+                                                        IVertexPosInformer<T> const ** informers,
+                                                        IEqSysResultReciever<T> ** recievers,
+                                                        CProgressCounter * progress)
+{
+    CLinSysSolverSparseMKL<T> core(m_eps, m_maxIterations);
+    bool const solved = core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
+    m_iterationsUsed = solved ? core.getIterationsUsed() : -1;
+    m_limitReached = core.isIterationLimitReached();
+    m_relativeResidual = core.getRelativeResidual();
+    return solved;
+}
+
+template class CSparseStoreSparseLinSysSolver<float>;
+template class CSparseStoreSparseLinSysSolver<double>;
+template class CSparseStoreBicgstabLinSysSolver<float>;
+template class CSparseStoreBicgstabLinSysSolver<double>;
+
+} // namespace REmath
