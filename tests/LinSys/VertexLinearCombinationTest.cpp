@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/LinSys/LinearSystem.h>
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <map>
+#include <random>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+using namespace REmath;
+
+namespace
+{
+
+template <class T>
+class VertexLinearCombinationTest : public testing::Test
+{};
+
+using Scalars = testing::Types<float, double>;
+TYPED_TEST_SUITE(VertexLinearCombinationTest, Scalars);
+
+template <class T>
+std::vector<std::pair<int, T>> terms(CVertexLinearCombination<T> const & combination)
+{
+    std::vector<std::pair<int, T>> found;
+    for (CVertexMonom<T> const & term : combination) {
+        found.emplace_back(term.GetVertexIdx(), term.GetCoeff());
+    }
+    return found;
+}
+
+template <class T>
+std::vector<std::pair<int, T>> terms(std::map<int, T> const & model)
+{
+    return {model.begin(), model.end()};
+}
+
+template <class T>
+class RecordingInformer : public IVertexPosInformer<T>
+{
+public:
+    T GetVertexPosition(int vertex) const override
+    {
+        m_asked.push_back(vertex);
+        return T(vertex) / 4;
+    }
+    mutable std::vector<int> m_asked;
+};
+
+} // namespace
+
+TYPED_TEST(VertexLinearCombinationTest, BehavesAsAnOrderedMapThatAccumulates)
+{
+    using T = TypeParam;
+    std::mt19937 random(1);
+    for (int round = 0; round < 200; ++round) {
+        CVertexLinearCombination<T> combination;
+        CVertexLinearCombination<T> other;
+        std::map<int, T> model;
+        std::map<int, T> otherModel;
+        for (int step = 0; step < 40; ++step) {
+            int const vertex = int(random() % 20) - 10;
+            T const coeff = T(int(random() % 9) - 4);
+            switch (random() % 6) {
+            case 0:
+                combination *= coeff;
+                for (auto & term : model) {
+                    term.second *= coeff;
+                }
+                break;
+            case 1:
+                combination += other;
+                for (auto const & term : otherModel) {
+                    model[term.first] += term.second;
+                }
+                break;
+            case 2:
+                combination += combination;
+                for (auto & term : model) {
+                    term.second += term.second;
+                }
+                break;
+            case 3: {
+                CVertexLinearCombination<T> const copy(combination);
+                combination.AddVertex(vertex, 1);
+                other = copy; // must not see the term just added
+                otherModel = model;
+                model[vertex] += 1;
+                break;
+            }
+            default:
+                combination.AddVertex(vertex, coeff);
+                model[vertex] += coeff;
+            }
+            ASSERT_EQ(terms(combination), terms(model));
+            ASSERT_EQ(terms(other), terms(otherModel));
+            ASSERT_EQ(combination.VertexCoeff(vertex), model.count(vertex) ? model[vertex] : T(0));
+            // Keep the coefficients exact.
+            if (step % 8 == 7) {
+                combination = CVertexLinearCombination<T>();
+                model.clear();
+            }
+        }
+    }
+}
+
+TYPED_TEST(VertexLinearCombinationTest, IteratorsKeepTheirTermAndCompareByPlace)
+{
+    using T = TypeParam;
+    using Iterator = CLinearCombIterator<T>;
+    static_assert(!std::is_default_constructible_v<Iterator>);
+    CVertexLinearCombination<T> combination;
+    EXPECT_EQ(combination.begin(), combination.end());
+    combination.AddVertex(7, 0);
+    combination.AddVertex(-3, 2);
+
+    Iterator first = combination.begin();
+    Iterator const former = first++;
+    EXPECT_EQ(former->GetVertexIdx(), -3);
+    EXPECT_EQ((*first).GetVertexIdx(), 7);
+    EXPECT_NE(former, first);
+
+    // A term that comes in between is met, a changed coefficient is seen by the next one to arrive only.
+    combination.AddVertex(-3, 5);
+    combination.AddVertex(0, 1);
+    EXPECT_EQ(former->GetCoeff(), 2);
+    EXPECT_EQ(former, combination.begin());
+    EXPECT_EQ(combination.begin()->GetCoeff(), 7);
+    Iterator walker = former;
+    EXPECT_EQ((++walker)->GetVertexIdx(), 0);
+    EXPECT_EQ(++walker, first);
+    EXPECT_EQ(++walker, combination.end());
+    EXPECT_EQ(++walker, combination.end());
+    CVertexLinearCombination<T> const copy(combination);
+    EXPECT_NE(copy.begin(), combination.begin());
+}
+
+TYPED_TEST(VertexLinearCombinationTest, EvaluationAsksForVerticesWithACoefficientOnly)
+{
+    using T = TypeParam;
+    RecordingInformer<T> informer;
+    CVertexLinearCombination<T> combination;
+    EXPECT_EQ(EvaluateLinCombination<T>(combination, informer), T(0));
+    EXPECT_TRUE(informer.m_asked.empty());
+
+    combination.AddVertex(8, 3);
+    combination.AddVertex(5, T(-0.0));
+    combination.AddVertex(-4, 2);
+    combination.AddVertex(6, std::numeric_limits<T>::denorm_min());
+    EXPECT_EQ(EvaluateLinCombination<T>(combination, informer), T(4));
+    EXPECT_EQ(informer.m_asked, (std::vector<int>{-4, 6, 8}));
+}
