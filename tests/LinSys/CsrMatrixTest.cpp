@@ -129,7 +129,7 @@ class CsrMatrixTest : public testing::Test
 {};
 
 using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(CsrMatrixTest, Scalars);
+TYPED_TEST_SUITE(CsrMatrixTest, Scalars, );
 
 } // namespace
 

@@ -81,7 +81,7 @@ class CsrStorageTest : public testing::Test
 {};
 
 using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(CsrStorageTest, Scalars);
+TYPED_TEST_SUITE(CsrStorageTest, Scalars, );
 
 } // namespace
 

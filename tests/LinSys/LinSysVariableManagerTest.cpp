@@ -203,7 +203,7 @@ class LinSysVariableManagerTest : public testing::Test
 {};
 
 using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(LinSysVariableManagerTest, Scalars);
+TYPED_TEST_SUITE(LinSysVariableManagerTest, Scalars, );
 
 } // namespace
 

@@ -20,7 +20,7 @@ class VertexLinearCombinationTest : public testing::Test
 {};
 
 using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(VertexLinearCombinationTest, Scalars);
+TYPED_TEST_SUITE(VertexLinearCombinationTest, Scalars, );
 
 template <class T>
 std::vector<std::pair<int, T>> terms(CVertexLinearCombination<T> const & combination)
