@@ -34,6 +34,7 @@
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Parallelepiped.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
+#include <QZmath/VolTriang/ScalarProductHelper.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
