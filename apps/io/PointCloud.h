@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/InputSamples.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace qz_io
+{
+
+/// An oriented point cloud in memory.
+struct PointCloud
+{
+    std::vector<float> coords;          ///< x y z of one point behind the other
+    std::vector<float> normals;         ///< as long as `coords`, in the same order
+    std::vector<std::uint8_t> boundary; ///< empty, or one mark per point: 0, or 1 on the border of the surface
+
+    std::size_t size() const { return coords.size() / 3; }
+};
+
+/// Throws `InputError` when a reconstruction cannot start from the cloud: no points, more than `int` can
+/// count, coordinates or normals that are not finite (how many points, and the first of them), coordinates
+/// beyond 1e30, or normals that are all zero. One pass.
+void checkCloud(PointCloud const & cloud);
+
+/// The cloud as the reconstruction reads it. Keeps a reference.
+class CloudSamples : public VolTr::IInputSamples
+{
+public:
+    explicit CloudSamples(PointCloud const & cloud) : m_cloud(cloud) {}
+
+private:
+    int onPointsNumber() const override { return static_cast<int>(m_cloud.size()); }
+    float const * onGetSampleCoords3(int sample) const override
+    {
+        return m_cloud.coords.data() + 3 * static_cast<std::size_t>(sample);
+    }
+    float const * onGetSampleNormal3(int sample) const override
+    {
+        return m_cloud.normals.data() + 3 * static_cast<std::size_t>(sample);
+    }
+    bool onIsBoundaryVertex(int sample) const override
+    {
+        return !m_cloud.boundary.empty() && m_cloud.boundary[static_cast<std::size_t>(sample)] != 0;
+    }
+
+    PointCloud const & m_cloud;
+};
+
+} // namespace qz_io
