@@ -12,6 +12,9 @@ write_basic_package_version_file(QZmathConfigVersion.cmake COMPATIBILITY SameMaj
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmathConfig.cmake" "${CMAKE_CURRENT_BINARY_DIR}/QZmathConfigVersion.cmake"
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)
 
+# Relative to the file itself, so that the installed tree may be moved.
+file(RELATIVE_PATH QZMATH_PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" QZMATH_PC_PREFIX "${QZMATH_PC_PREFIX}")
 configure_file(cmake/QZmath.pc.in QZmath.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmath.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+// The rules of the house, checked on the files as they are.
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+struct Include
+{
+    std::string target; ///< path from the root of the tree, or what stands between the brackets
+    bool ours;
+};
+
+struct SourceFile
+{
+    std::vector<Include> includes;
+
+    bool includesFile(std::string const & path) const
+    {
+        return std::any_of(includes.begin(), includes.end(),
+                           [&](Include const & include) { return include.target == path; });
+    }
+};
+
+bool endsWith(std::string const & text, std::string const & ending)
+{
+    return text.size() >= ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+bool isHeader(std::string const & path) { return endsWith(path, ".h"); }
+
+bool isPrivateHeader(std::string const & path)
+{
+    return endsWith(path, "Impl.h") || endsWith(path, "Detail.h") || path.rfind("QZmath/Backend/", 0) == 0;
+}
+
+/// "QZsys", "QZmath" for the files of the library's root folder, or the name of a folder of it.
+std::string roomOf(std::string const & path)
+{
+    std::vector<std::string> parts;
+    for (fs::path const & part : fs::path(path))
+        parts.push_back(part.string());
+    return parts[0] == "QZmath" && parts.size() > 2 ? parts[1] : parts[0];
+}
+
+SourceFile readSource(fs::path const & root, std::string const & path)
+{
+    SourceFile file;
+    std::ifstream stream(root / path);
+    std::string line;
+    while (std::getline(stream, line)) {
+        std::size_t const hash = line.find_first_not_of(" \t");
+        if (hash == std::string::npos || line[hash] != '#' || line.find("include") == std::string::npos)
+            continue;
+        std::size_t const open = line.find_first_of("<\"");
+        std::size_t const close = open == std::string::npos ? open : line.find_first_of(">\"", open + 1);
+        if (close == std::string::npos)
+            continue;
+        std::string target = line.substr(open + 1, close - open - 1);
+        if (line[open] == '"')
+            target = (fs::path(path).parent_path() / target).lexically_normal().string();
+        bool const ours = target.rfind("QZmath/", 0) == 0 || target.rfind("QZsys/", 0) == 0;
+        file.includes.push_back({target, ours});
+    }
+    return file;
+}
+
+class IncludeGraph : public testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        fs::path const root(QZ_SOURCE_DIR);
+        for (char const * library : {"QZmath", "QZsys"})
+            for (auto const & entry : fs::recursive_directory_iterator(root / library)) {
+                std::string const path = fs::relative(entry.path(), root).string();
+                if (isHeader(path) || endsWith(path, ".cpp"))
+                    files()[path] = readSource(root, path);
+            }
+        ASSERT_GT(files().size(), 20u);
+    }
+
+    static std::map<std::string, SourceFile> & files()
+    {
+        static std::map<std::string, SourceFile> all;
+        return all;
+    }
+};
+
+TEST_F(IncludeGraph, everyArrowIsListed)
+{
+    std::string const adapter = "QZmath/BlockProcessor/TransThreadPrgCntAdapter.h";
+    std::map<std::string, std::set<std::string>> const roomsBelow = {
+        {"QZsys", {}},
+        {"Backend", {"QZsys"}},
+        {"Foundation", {"QZsys", "Backend"}},
+        {"LinSys", {"QZsys", "Backend", "Foundation"}},
+        {"VolTriang", {"QZsys", "Foundation", "LinSys"}},
+        {"BlockProcessor", {"QZsys"}},
+        {"Fitting", {"QZsys", "Backend", "Foundation"}},
+        {"SurfaceAnalysis", {"QZsys", "Foundation"}},
+        {"Persistence", {"QZsys", "Foundation"}},
+    };
+    for (auto const & [path, file] : files()) {
+        if (path == "QZmath/QZmath.h")
+            continue;
+        std::string const room = roomOf(path);
+        for (Include const & include : file.includes) {
+            if (!include.ours || include.target == "QZmath/Export.h")
+                continue;
+            EXPECT_TRUE(files().count(include.target)) << path << " includes the missing " << include.target;
+            EXPECT_NE(include.target, "QZmath/QZmath.h") << path << " includes the umbrella";
+            EXPECT_NE(include.target, "QZsys/QZsys.h") << path << " includes the umbrella";
+            std::string const target = roomOf(include.target);
+            bool const listed = target == room || (room == "VolTriang" && include.target == adapter) ||
+                                (roomsBelow.count(room) && roomsBelow.at(room).count(target)) ||
+                                (room == "QZmath" && target == "QZsys");
+            EXPECT_TRUE(listed) << path << " -> " << include.target;
+        }
+    }
+}
+
+TEST_F(IncludeGraph, noFileIncludesItselfThroughOthers)
+{
+    enum Mark
+    {
+        unseen,
+        open,
+        done
+    };
+    std::map<std::string, Mark> marks;
+    std::function<void(std::string const &)> visit = [&](std::string const & path) {
+        marks[path] = open;
+        for (Include const & include : files()[path].includes) {
+            if (!include.ours)
+                continue;
+            if (marks[include.target] == open)
+                ADD_FAILURE() << "a circle closes from " << path << " to " << include.target;
+            else if (marks[include.target] == unseen && files().count(include.target))
+                visit(include.target);
+        }
+        marks[path] = done;
+    };
+    for (auto const & entry : std::map<std::string, SourceFile>(files()))
+        if (marks[entry.first] == unseen)
+            visit(entry.first);
+}
+
+TEST_F(IncludeGraph, foreignHeadersStayBehindTheBackend)
+{
+    for (auto const & [path, file] : files()) {
+        std::string const room = roomOf(path);
+        for (Include const & include : file.includes) {
+            bool const standard = include.target.find_first_of("./") == std::string::npos;
+            if (include.ours || standard)
+                continue;
+            // The operating system is the business of QZsys; Boost.Math is headers of plain numbers.
+            bool const allowed =
+                !isHeader(path) &&
+                (room == "Backend" || room == "QZsys" ||
+                 (room == "VolTriang" && include.target.rfind("boost/math/", 0) == 0) || include.target == "stdio.h");
+            EXPECT_TRUE(allowed) << path << " includes " << include.target;
+        }
+    }
+}
+
+TEST_F(IncludeGraph, publicHeadersNeedNoPrivateOnesAndStandInTheUmbrella)
+{
+    for (auto const & [path, file] : files()) {
+        if (!isHeader(path) || isPrivateHeader(path))
+            continue;
+        for (Include const & include : file.includes)
+            EXPECT_FALSE(isPrivateHeader(include.target)) << path << " includes " << include.target;
+        std::string const umbrella = roomOf(path) == "QZsys" ? "QZsys/QZsys.h" : "QZmath/QZmath.h";
+        if (path != umbrella) {
+            EXPECT_TRUE(files()[umbrella].includesFile(path)) << path << " is missing in " << umbrella;
+        }
+    }
+    EXPECT_TRUE(files()["QZmath/QZmath.h"].includesFile("QZsys/QZsys.h"));
+}
+
+TEST(House, everySourceNamesItsLicence)
+{
+    fs::path const root(QZ_SOURCE_DIR);
+    std::size_t checked = 0;
+    for (char const * folder : {"QZmath", "QZsys", "apps", "benchmarks", "cmake", "docs", "examples", "fuzz",
+                                "scripts", "tests", ".ci"}) {
+        if (!fs::exists(root / folder))
+            continue;
+        for (auto const & entry : fs::recursive_directory_iterator(root / folder)) {
+            std::string const name = entry.path().filename().string();
+            std::string const ending = entry.path().extension().string();
+            bool const isScript = ending.empty() && entry.is_regular_file();
+            if (ending != ".h" && ending != ".cpp" && ending != ".cmake" && name != "CMakeLists.txt" && !isScript)
+                continue;
+            std::ifstream stream(entry.path());
+            std::string first, second;
+            std::getline(stream, first);
+            std::getline(stream, second);
+            std::string const & line = first.rfind("#!", 0) == 0 ? second : first;
+            EXPECT_NE(line.find("SPDX-License-Identifier: Apache-2.0"), std::string::npos) << entry.path();
+            ++checked;
+        }
+    }
+    EXPECT_GT(checked, 40u);
+}
+
+} // namespace
