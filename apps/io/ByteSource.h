@@ -18,7 +18,7 @@ class ByteSource
 {
 public:
     /// No line and no block may be longer than this.
-    static std::size_t const st_window = std::size_t(1) << 18;
+    static constexpr std::size_t st_window = std::size_t(1) << 18;
 
     /// Opens a regular file.
     explicit ByteSource(std::string const & path);

@@ -92,10 +92,10 @@ std::unique_ptr<aiVector3D[]> vectorsOf(std::vector<float> const & values)
 std::unique_ptr<aiScene> sceneOf(TriangleMesh const & mesh)
 {
     auto scene = std::make_unique<aiScene>(); // owns what is hung into it
-    scene->mMaterials = new aiMaterial *[1]{};
+    scene->mMaterials = new aiMaterial * [1] {};
     scene->mNumMaterials = 1;
     scene->mMaterials[0] = new aiMaterial;
-    scene->mMeshes = new aiMesh *[1]{};
+    scene->mMeshes = new aiMesh * [1] {};
     scene->mNumMeshes = 1;
     aiMesh * const out = scene->mMeshes[0] = new aiMesh;
     scene->mRootNode = new aiNode;

@@ -13,7 +13,7 @@ enum class MeshFormat
 {
     ply, ///< binary, little-endian
     obj,
-    stl, ///< binary
+    stl,  ///< binary
     gltf, ///< with the numbers in a file of the same name and the ending .bin beside it
     glb,
 };

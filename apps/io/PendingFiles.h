@@ -18,15 +18,16 @@ public:
     PendingFiles(PendingFiles const &) = delete;
     PendingFiles & operator=(PendingFiles const &) = delete;
 
-    /// Creates an empty file beside `finalPath` and returns its path. A second call with the same path returns
-    /// the same file. Throws `OutputError`.
+    /// Creates an empty file beside `finalPath` and returns its path. A second call with the same path
+    /// returns the same file. Throws `OutputError`.
     std::string const & create(std::string const & finalPath);
 
     /// Moves all files to their places, the one created last first. Throws `OutputError` and keeps the rest
     /// pending.
     void commit();
 
-    /// Removes the pending files of all objects of the process. Safe in a signal handler that ends the process.
+    /// Removes the pending files of all objects of the process. Safe in a signal handler that ends the
+    /// process.
     static void removeAllFromSignalHandler() noexcept;
 
 private:

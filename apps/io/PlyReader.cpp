@@ -42,7 +42,8 @@ Scalar scalarNamed(std::string_view name)
     for (std::size_t i = 0; i < oldNames.size(); ++i)
         if (name == oldNames[i] || name == newNames[i])
             return static_cast<Scalar>(i);
-    throw InputError("the header has a property of the unknown type \"" + std::string(name.substr(0, 40)) + "\"");
+    throw InputError("the header has a property of the unknown type \"" + std::string(name.substr(0, 40)) +
+                     "\"");
 }
 
 enum class Encoding
@@ -52,7 +53,8 @@ enum class Encoding
     bigEndian
 };
 
-template <class T> double decodeAs(char const * bytes, bool reversed)
+template <class T>
+double decodeAs(char const * bytes, bool reversed)
 {
     char copy[sizeof(T)];
     if (reversed)
@@ -182,7 +184,8 @@ Header readHeader(ByteSource & source)
             if (header.elements.empty())
                 throw InputError("the header has a property before the first element");
             if (++propertyNumber > mostProperties)
-                throw InputError("the header has more than " + std::to_string(mostProperties) + " properties");
+                throw InputError("the header has more than " + std::to_string(mostProperties) +
+                                 " properties");
             Property property;
             std::string_view type = takeWord(line);
             property.isList = type == "list";
@@ -196,7 +199,8 @@ Header readHeader(ByteSource & source)
             property.role = property.isList ? -1 : roleOf(takeWord(line));
             header.elements.back().properties.push_back(property);
         } else if (!keyword.empty() && keyword != "comment" && keyword != "obj_info") {
-            throw InputError("the header has the unknown keyword \"" + std::string(keyword.substr(0, 40)) + "\"");
+            throw InputError("the header has the unknown keyword \"" + std::string(keyword.substr(0, 40)) +
+                             "\"");
         }
     }
     if (!formatKnown)
@@ -251,7 +255,8 @@ private:
         if (bytes.size() < m_stride)
             return false;
         for (Field const & field : m_fields)
-            row[static_cast<std::size_t>(field.role)] = decode(bytes.data() + field.offset, field.type, m_reversed);
+            row[static_cast<std::size_t>(field.role)] =
+                decode(bytes.data() + field.offset, field.type, m_reversed);
         m_source.skip(m_stride);
         return true;
     }

@@ -37,7 +37,8 @@ struct Finding
     }
 };
 
-template <class TPredicate> bool anyOf3(float const * triple, TPredicate predicate)
+template <class TPredicate>
+bool anyOf3(float const * triple, TPredicate predicate)
 {
     return predicate(triple[0]) || predicate(triple[1]) || predicate(triple[2]);
 }

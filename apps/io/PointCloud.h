@@ -13,9 +13,10 @@ namespace qz_io
 /// An oriented point cloud in memory.
 struct PointCloud
 {
-    std::vector<float> coords;          ///< x y z of one point behind the other
-    std::vector<float> normals;         ///< as long as `coords`, in the same order
-    std::vector<std::uint8_t> boundary; ///< empty, or one mark per point: 0, or 1 on the border of the surface
+    std::vector<float> coords;  ///< x y z of one point behind the other
+    std::vector<float> normals; ///< as long as `coords`, in the same order
+    std::vector<std::uint8_t>
+        boundary; ///< empty, or one mark per point: 0, or 1 on the border of the surface
 
     std::size_t size() const { return coords.size() / 3; }
 };

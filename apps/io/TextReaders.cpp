@@ -45,7 +45,7 @@ public:
     }
 
 private:
-    static std::size_t const st_none = static_cast<std::size_t>(-1);
+    static constexpr std::size_t st_none = static_cast<std::size_t>(-1);
 
     std::vector<std::size_t> m_normals;
 };
@@ -117,7 +117,8 @@ PointCloud readObj(ByteSource & source, CProgressCounter * progress)
     for (std::size_t vertex = 0; vertex < cloud.size(); ++vertex) {
         std::size_t const normal = assigned.of(vertex);
         if (3 * normal >= normals.size())
-            throw InputError("the point at index " + std::to_string(vertex) + ", counted from 0, has no normal");
+            throw InputError("the point at index " + std::to_string(vertex) +
+                             ", counted from 0, has no normal");
         for (std::size_t axis = 0; axis < 3; ++axis)
             cloud.normals[3 * vertex + axis] = normals[3 * normal + axis];
     }
@@ -137,7 +138,8 @@ PointCloud readText(ByteSource & source, CProgressCounter * progress)
         std::size_t count = 0;
         for (std::string_view word = takeWord(line); !word.empty(); word = takeWord(line), ++count) {
             if (count < 7 && !parseNumber(word, values[count]))
-                throw InputError(atLine(source) + ", column " + std::to_string(count + 1) + " is not a number");
+                throw InputError(atLine(source) + ", column " + std::to_string(count + 1) +
+                                 " is not a number");
         }
         if (count == 0)
             continue;

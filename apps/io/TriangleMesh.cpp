@@ -8,8 +8,8 @@ namespace qz_io
 
 bool isClosed(TriangleMesh const & mesh)
 {
-    // An edge is keyed by its lower and higher vertex, with its direction in the lowest bit: the two triangles
-    // of an edge of a closed oriented mesh are neighbours after sorting and differ in that bit.
+    // An edge is keyed by its lower and higher vertex, with its direction in the lowest bit: the two
+    // triangles of an edge of a closed oriented mesh are neighbours after sorting and differ in that bit.
     std::vector<std::uint64_t> edges;
     edges.reserve(mesh.triangles.size());
     for (std::size_t triangle = 0; triangle < mesh.triangleCount(); ++triangle)

@@ -15,8 +15,8 @@ namespace qz_recon
 {
 
 /// Shows the progress on the standard error stream: on a terminal a bar with the name of the phase and the
-/// elapsed time, which a thread of its own keeps alive; otherwise a line at the start of each phase. Notes how
-/// long each phase takes.
+/// elapsed time, which a thread of its own keeps alive; otherwise a line at the start of each phase. Notes
+/// how long each phase takes.
 class ConsoleProgress : public CProgressCounter
 {
 public:
@@ -33,7 +33,8 @@ public:
     explicit ConsoleProgress(Display display);
     ~ConsoleProgress() override;
 
-    /// Opens a phase that belongs to the program and not to the reconstruction. An empty name closes the last.
+    /// Opens a phase that belongs to the program and not to the reconstruction. An empty name closes the
+    /// last.
     void enterPhase(std::string const & name);
 
     /// Ends the last phase and clears the bar away.

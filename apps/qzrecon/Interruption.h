@@ -8,9 +8,10 @@ namespace qz_recon
 
 int const st_exitInterrupted = 130;
 
-/// What SIGINT, SIGTERM and SIGHUP do to the program: the first one asks the counter to interrupt the operation, and
-/// if that has not ended the program shortly after, it is ended in the middle; a second one ends it at once.
-/// Either way files that are not committed are removed and the exit code is 130. One object at a time.
+/// What SIGINT, SIGTERM and SIGHUP do to the program: the first one asks the counter to interrupt the
+/// operation, and if that has not ended the program shortly after, it is ended in the middle; a second one
+/// ends it at once. Either way files that are not committed are removed and the exit code is 130. One object
+/// at a time.
 class Interruption
 {
 public:

@@ -59,10 +59,12 @@ std::uint64_t countCorners(std::vector<CellKey> cells)
 {
     for (CellKey const step : st_stepOnAxis) {
         std::vector<CellKey> shifted(cells.size());
-        std::transform(cells.begin(), cells.end(), shifted.begin(), [step](CellKey key) { return key + step; });
+        std::transform(cells.begin(), cells.end(), shifted.begin(),
+                       [step](CellKey key) { return key + step; });
         std::vector<CellKey> merged;
         merged.reserve(2 * cells.size());
-        std::set_union(cells.begin(), cells.end(), shifted.begin(), shifted.end(), std::back_inserter(merged));
+        std::set_union(cells.begin(), cells.end(), shifted.begin(), shifted.end(),
+                       std::back_inserter(merged));
         cells = std::move(merged);
     }
     return cells.size();
@@ -132,15 +134,15 @@ std::uint64_t countOctreeNodes(qz_io::PointCloud const & cloud, VolTr::CVolTrian
     return nodes;
 }
 
-double estimateMemory(std::uint64_t samples, std::uint64_t nodes, VolTr::CVolTriangulationParams const & params)
+double estimateMemory(std::uint64_t samples, std::uint64_t nodes,
+                      VolTr::CVolTriangulationParams const & params)
 {
     // The matrix holds some 240 elements of 12 bytes for each node; octree, bases and coefficients add a
     // third of that. Direct factors of surface-like systems grow a little faster than the system.
     double const n = static_cast<double>(nodes);
     double const matrix = n * 240 * 12;
-    bool const direct =
-        params.getPrefferedSolver() == 1 || params.getPrefferedSolver() == 2 ||
-        (params.getPrefferedSolver() == 0 && nodes < 200000);
+    bool const direct = params.getPrefferedSolver() == 1 || params.getPrefferedSolver() == 2 ||
+                        (params.getPrefferedSolver() == 0 && nodes < 200000);
     double const factor = direct ? 1.0 * matrix + n * 8 * 200 * std::log2(n + 2) : 0.0;
     return 100.0 * static_cast<double>(samples) + 1.4 * matrix + factor;
 }
@@ -164,10 +166,11 @@ double availableMemory()
         for (std::string path = line.substr(second + 1);; path.resize(path.rfind('/'))) {
             if (!path.empty() && path.back() == '/')
                 path.pop_back();
-            limit = smaller(limit, unified ? leftInGroup("/sys/fs/cgroup" + path, "memory.max", "memory.current",
-                                                         "inactive_file")
-                                           : leftInGroup("/sys/fs/cgroup/memory" + path, "memory.limit_in_bytes",
-                                                         "memory.usage_in_bytes", "total_inactive_file"));
+            limit =
+                smaller(limit, unified ? leftInGroup("/sys/fs/cgroup" + path, "memory.max", "memory.current",
+                                                     "inactive_file")
+                                       : leftInGroup("/sys/fs/cgroup/memory" + path, "memory.limit_in_bytes",
+                                                     "memory.usage_in_bytes", "total_inactive_file"));
             if (path.rfind('/') == std::string::npos)
                 break;
         }

@@ -46,7 +46,8 @@ void check(Options const & options)
     if (options.threads < 0 || options.threads > 1024)
         throw UsageError("the value of --threads is out of range: 0 to 1024");
     if (!std::isfinite(options.memoryLimit) || options.memoryLimit < 0.0)
-        throw UsageError("the value of --max-memory is out of range: a number of GB, or 0 for what is available");
+        throw UsageError(
+            "the value of --max-memory is out of range: a number of GB, or 0 for what is available");
 }
 
 } // namespace

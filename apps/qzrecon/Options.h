@@ -34,8 +34,8 @@ struct Options
     double memoryLimit = 0.0; ///< bytes; 0: what is available
 };
 
-/// Reads the command line. Nothing when the program has only been asked for its help or version, which is then
-/// printed. Throws `UsageError`.
+/// Reads the command line. Nothing when the program has only been asked for its help or version, which is
+/// then printed. Throws `UsageError`.
 std::optional<Options> parseOptions(int argc, char const * const * argv);
 
 } // namespace qz_recon

@@ -50,7 +50,8 @@ private:
 };
 
 /// Calls a function with the 27 cells around a cell, itself included, until it returns true.
-template <class TFunction> bool anyNeighbour(CellKey key, TFunction function)
+template <class TFunction>
+bool anyNeighbour(CellKey key, TFunction function)
 {
     for (CellKey const x : {key - st_stepOnAxis[0], key, key + st_stepOnAxis[0]})
         for (CellKey const y : {x - st_stepOnAxis[1], x, x + st_stepOnAxis[1]})
@@ -69,8 +70,8 @@ std::size_t rootOf(std::vector<std::size_t> & parents, std::size_t member)
 
 } // namespace
 
-std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud, qz_io::TriangleMesh const & mesh,
-                                              double distance)
+std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud,
+                                              qz_io::TriangleMesh const & mesh, double distance)
 {
     std::size_t const leastSamples = 10;
     Lattice const lattice(cloud.coords, distance);
@@ -124,9 +125,8 @@ std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud, q
     parts.erase(std::remove_if(parts.begin(), parts.end(),
                                [](UnreachedPart const & part) { return part.samples < leastSamples; }),
                 parts.end());
-    std::stable_sort(parts.begin(), parts.end(), [](UnreachedPart const & a, UnreachedPart const & b) {
-        return a.samples > b.samples;
-    });
+    std::stable_sort(parts.begin(), parts.end(),
+                     [](UnreachedPart const & a, UnreachedPart const & b) { return a.samples > b.samples; });
     return parts;
 }
 

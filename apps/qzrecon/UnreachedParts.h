@@ -20,7 +20,7 @@ struct UnreachedPart
 /// Finds the parts of a cloud that are farther than `distance` from every vertex of the mesh, the largest
 /// first. Samples within about the same distance of each other belong to one part; groups of fewer than 10
 /// samples are taken for stray points and left out. O(n log n).
-std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud, qz_io::TriangleMesh const & mesh,
-                                              double distance);
+std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud,
+                                              qz_io::TriangleMesh const & mesh, double distance);
 
 } // namespace qz_recon

@@ -1,0 +1,321 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <apps/io/CloudReader.h>
+#include <apps/io/InputError.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <string>
+
+using namespace qz_io;
+using testing::HasSubstr;
+
+namespace
+{
+
+PointCloud readFrom(std::string const & bytes, CloudFormat format)
+{
+    ByteSource source(bytes.data(), bytes.size());
+    return readCloud(source, format, nullptr);
+}
+
+/// The sentence of the `InputError`, empty when there is none.
+std::string complaintOf(std::string const & bytes, CloudFormat format)
+{
+    try {
+        checkCloud(readFrom(bytes, format));
+    } catch (InputError const & error) {
+        return error.what();
+    }
+    return std::string();
+}
+
+PointCloud randomCloud(std::size_t size, unsigned seed)
+{
+    std::mt19937 engine(seed);
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    PointCloud cloud;
+    for (std::size_t i = 0; i < 3 * size; ++i) {
+        cloud.coords.push_back(uniform(engine) * 100.0f);
+        cloud.normals.push_back(uniform(engine));
+    }
+    for (std::size_t i = 0; i < size; ++i)
+        cloud.boundary.push_back(engine() % 3 == 0);
+    return cloud;
+}
+
+template <class T>
+void appendBinary(std::string & bytes, T value, bool bigEndian)
+{
+    char raw[sizeof(T)];
+    std::memcpy(raw, &value, sizeof(T));
+    if (bigEndian)
+        std::reverse(raw, raw + sizeof(T));
+    bytes.append(raw, sizeof(T));
+}
+
+/// A PLY file with everything around the points that a reader has to skip: an element with a list before, a
+/// list and foreign properties among the vertex's own, coordinates in `double`, faces behind.
+std::string richPly(PointCloud const & cloud, std::string const & format)
+{
+    std::ostringstream header;
+    header << "ply\nformat " << format << " 1.0\ncomment made for a test\nobj_info none\n"
+           << "element camera 2\nproperty list uchar int views\nproperty float gain\n"
+           << "element vertex " << cloud.size() << "\n"
+           << "property uchar red\nproperty double x\nproperty double y\nproperty double z\n"
+           << "property list ushort float weights\nproperty float nx\nproperty float ny\nproperty float nz\n"
+           << "property uchar boundary\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+    std::string bytes = header.str();
+    bool const big = format == "binary_big_endian";
+    if (format == "ascii") {
+        std::ostringstream body;
+        body.precision(9);
+        body << "3 7 8 9 0.5\n0 1.5\n";
+        for (std::size_t i = 0; i < cloud.size(); ++i) {
+            float const * const p = &cloud.coords[3 * i];
+            float const * const n = &cloud.normals[3 * i];
+            body << "17 " << p[0] << "  " << p[1] << '\t' << p[2] << " 2 0.25 0.5 " << n[0] << ' ' << n[1]
+                 << ' ' << n[2] << ' ' << int(cloud.boundary[i]) << (i % 2 ? "\r\n" : "\n");
+        }
+        return bytes + body.str() + "3 0 1 2\n";
+    }
+    for (int camera = 0; camera < 2; ++camera) {
+        appendBinary<std::uint8_t>(bytes, std::uint8_t(3 * camera), big);
+        for (int view = 0; view < 3 * camera; ++view)
+            appendBinary<std::int32_t>(bytes, view, big);
+        appendBinary<float>(bytes, 0.5f, big);
+    }
+    for (std::size_t i = 0; i < cloud.size(); ++i) {
+        appendBinary<std::uint8_t>(bytes, 17, big);
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            appendBinary<double>(bytes, static_cast<double>(cloud.coords[3 * i + axis]), big);
+        appendBinary<std::uint16_t>(bytes, std::uint16_t(i % 3), big);
+        for (std::size_t weight = 0; weight < i % 3; ++weight)
+            appendBinary<float>(bytes, 0.25f, big);
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            appendBinary<float>(bytes, cloud.normals[3 * i + axis], big);
+        appendBinary<std::uint8_t>(bytes, cloud.boundary[i], big);
+    }
+    return bytes;
+}
+
+/// The plain layout of seven properties that most scanners write.
+std::string plainPly(PointCloud const & cloud, std::string const & promised)
+{
+    std::string bytes = "ply\nformat binary_little_endian 1.0\nelement vertex " + promised +
+                        "\nproperty float x\nproperty float y\nproperty float z\nproperty float nx\n"
+                        "property float ny\nproperty float nz\nend_header\n";
+    for (std::size_t i = 0; i < cloud.size(); ++i) {
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            appendBinary<float>(bytes, cloud.coords[3 * i + axis], false);
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            appendBinary<float>(bytes, cloud.normals[3 * i + axis], false);
+    }
+    return bytes;
+}
+
+std::string textOf(PointCloud const & cloud)
+{
+    std::ostringstream text;
+    text.precision(9);
+    text << "# x y z nx ny nz boundary\n\n";
+    for (std::size_t i = 0; i < cloud.size(); ++i) {
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            text << ' ' << cloud.coords[3 * i + axis];
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            text << '\t' << cloud.normals[3 * i + axis];
+        text << ' ' << int(cloud.boundary[i]) << (i % 4 ? "\n" : " # odd one\r\n");
+    }
+    return text.str();
+}
+
+void expectSame(PointCloud const & read, PointCloud const & expected, bool withMarks)
+{
+    EXPECT_EQ(read.coords, expected.coords);
+    EXPECT_EQ(read.normals, expected.normals);
+    if (withMarks) {
+        EXPECT_EQ(read.boundary, expected.boundary);
+    }
+}
+
+} // namespace
+
+TEST(CloudReader, everyFormatGivesTheSameCloud)
+{
+    // More than one window of the source, so that instances and lines straddle its ends.
+    PointCloud const cloud = randomCloud(20000, 1);
+    for (char const * format : {"ascii", "binary_little_endian", "binary_big_endian"}) {
+        SCOPED_TRACE(format);
+        expectSame(readFrom(richPly(cloud, format), CloudFormat::ply), cloud, true);
+    }
+    expectSame(readFrom(plainPly(cloud, "20000"), CloudFormat::ply), cloud, false);
+    expectSame(readFrom(textOf(cloud), CloudFormat::text), cloud, true);
+}
+
+TEST(CloudReader, fileAndMemoryAreReadAlike)
+{
+    PointCloud const cloud = randomCloud(30000, 2);
+    std::string const path = testing::TempDir() + "cloud-reader-test.PLY";
+    for (char const * format : {"ascii", "binary_big_endian"}) {
+        std::string const bytes = richPly(cloud, format);
+        std::FILE * const file = std::fopen(path.c_str(), "wb");
+        ASSERT_TRUE(file);
+        std::fwrite(bytes.data(), 1, bytes.size(), file);
+        std::fclose(file);
+        expectSame(readCloud(path, nullptr), cloud, true);
+    }
+    std::remove(path.c_str());
+}
+
+TEST(CloudReader, objFacesSayWhichNormalIsWhose)
+{
+    std::string const points = "# c\nv 0 0 0\nv 1 0 0 1.0\nv 0 1 0 0.5 0.5 0.5\n";
+    std::string const normals = "vn 0 0 1\nvn 0 1 0\nvn 1 0 0\n";
+    std::vector<float> const inOrder = {0, 0, 1, 0, 1, 0, 1, 0, 0};
+    std::vector<float> const reversed = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    EXPECT_EQ(readFrom(points + normals, CloudFormat::obj).normals, inOrder);
+    EXPECT_EQ(readFrom(points + "vt 0 0\n" + normals + "f 1 2 3\nf 1/1 2/1 3/1\n", CloudFormat::obj).normals,
+              inOrder);
+    EXPECT_EQ(readFrom(points + normals + "f 1//3 2//2 3//1\n", CloudFormat::obj).normals, reversed);
+    EXPECT_EQ(readFrom(points + normals + "f -3/7/-1 -2/7/-2 -1/7/-3\n", CloudFormat::obj).normals, reversed);
+    EXPECT_EQ(readFrom(points + "vn 0 0 1\nf 1//1 2//1 3//1\n", CloudFormat::obj).normals,
+              (std::vector<float>{0, 0, 1, 0, 0, 1, 0, 0, 1}));
+    EXPECT_THAT(complaintOf(points + "vn 0 0 1\n", CloudFormat::obj), HasSubstr("3 points but 1 normals"));
+    EXPECT_THAT(complaintOf(points + "vn 0 0 1\nf 1//1\n", CloudFormat::obj),
+                HasSubstr("index 1, counted from 0"));
+    for (char const * corner : {"4//1", "0//1", "1//2", "-4//1", "1//-2", "99999999999999999999//1", "1//x",
+                                "-9223372036854775808//1"})
+        EXPECT_THAT(complaintOf(points + "vn 0 0 1\nf " + corner + "\n", CloudFormat::obj),
+                    HasSubstr("does not exist"))
+            << corner;
+}
+
+TEST(CloudReader, whatIsWrongIsSaid)
+{
+    std::string const plyHead = "ply\nformat ascii 1.0\n";
+    std::string const xyz = "property float x\nproperty float y\nproperty float z\n";
+    std::string const nxnynz = "property float nx\nproperty float ny\nproperty float nz\nend_header\n";
+    struct Case
+    {
+        CloudFormat format;
+        std::string bytes;
+        char const * complaint;
+    };
+    Case const cases[] = {
+        {CloudFormat::ply, "", "not a PLY file"},
+        {CloudFormat::ply, "solid cube\n", "not a PLY file"},
+        {CloudFormat::ply, plyHead + "element vertex 1\n" + xyz, "truncated inside the header"},
+        {CloudFormat::ply, "ply\nelement vertex 0\n" + xyz + nxnynz, "no known format"},
+        {CloudFormat::ply, plyHead + "element vertex\n" + xyz + nxnynz, "without a count"},
+        {CloudFormat::ply, plyHead + "element vertex -4\n" + xyz + nxnynz, "without a count"},
+        {CloudFormat::ply, plyHead + "element vertex 1\n" + xyz + "end_header\n0 0 0\n", "no normals"},
+        {CloudFormat::ply, plyHead + "element vertex 1\nproperty float x\n" + nxnynz + "0 0 0 0\n",
+         "no properties x"},
+        {CloudFormat::ply, plyHead + "element vertex 1\nproperty half x\n", "unknown type \"half\""},
+        {CloudFormat::ply, plyHead + "property float x\n", "before the first element"},
+        {CloudFormat::ply, plyHead + "element face 0\nproperty list float int i\n", "not a whole number"},
+        {CloudFormat::ply, plyHead + "element face 0\nend_header\n", "no vertices"},
+        {CloudFormat::ply, plyHead + "element vertex 0\n" + xyz + nxnynz, "no points"},
+        {CloudFormat::ply, plyHead + "element vertex 2\n" + xyz + nxnynz + "1 2 3 0 0 1\n", "truncated"},
+        {CloudFormat::ply, plyHead + "element vertex 1\n" + xyz + nxnynz + "1 2 3 0 0\n\n\n\n",
+         "does not hold"},
+        {CloudFormat::ply, plyHead + "element vertex 1\n" + xyz + nxnynz + "1 2 3 0 0 one\n",
+         "does not hold"},
+        {CloudFormat::ply, plyHead + "element vertex 1\n" + xyz + nxnynz + "0 0 0 0 0 0\n", "all normals"},
+        {CloudFormat::obj, "", "no points"},
+        {CloudFormat::obj, "v 1 2 3\n", "no normals"},
+        {CloudFormat::obj, "v 1 2\n", "line 1 does not hold three numbers"},
+        {CloudFormat::text, "# nothing\n\n", "no points"},
+        {CloudFormat::text, "1 2 3\n", "no normals"},
+        {CloudFormat::text, "1 2 3 0 0 1\n1 2 3 0 0\n", "line 2 has 5 columns instead of 6"},
+        {CloudFormat::text, "1 2 3 0 0 1 1\n1 2 3 0 0 1\n", "line 2 has 6 columns instead of 7"},
+        {CloudFormat::text, "1 2 3 0 0 1 1 1\n", "8 columns"},
+        {CloudFormat::text, "x y z nx ny nz\n", "column 1 is not a number"},
+        {CloudFormat::text, "1 2 3 0 0 1\n1 2 nan 0 0 1\n1 inf 2 0 0 1\n",
+         "at 2 points, the first at index 1,"},
+        {CloudFormat::text, "1 2 1e39 0 0 1\n", "coordinates that are not finite at 1 point,"},
+        {CloudFormat::text, "1 2 3 0 0 1\n1 2 3 0 -infinity 1\n", "normals that are not finite at 1 point"},
+        {CloudFormat::text, "1 2 3e35 0 0 1\n", "beyond 1e30"},
+        {CloudFormat::text, "1 2 3 0 0 0\n", "all normals of the input are zero"},
+    };
+    for (Case const & one : cases)
+        EXPECT_THAT(complaintOf(one.bytes, one.format), HasSubstr(one.complaint)) << one.bytes;
+    EXPECT_EQ(complaintOf("1 2 1e-999 0 0 +1\n", CloudFormat::text), "");
+}
+
+TEST(CloudReader, absurdCountsTakeNoMemory)
+{
+    PointCloud const cloud = randomCloud(5, 3);
+    for (char const * promised : {"6", "2147483648", "768614336404564651", "9223372036854775807"})
+        EXPECT_THAT(complaintOf(plainPly(cloud, promised), CloudFormat::ply), HasSubstr("truncated"))
+            << promised;
+    std::string const count = "9223372036854775807\n";
+    // Elements without any properties, and lists that claim more than there is.
+    EXPECT_THAT(complaintOf("ply\nformat ascii 1.0\nelement a " + count + "end_header\n", CloudFormat::ply),
+                HasSubstr("truncated"));
+    EXPECT_THAT(complaintOf("ply\nformat binary_little_endian 1.0\nelement a " + count + "end_header\n",
+                            CloudFormat::ply),
+                HasSubstr("no vertices"));
+    EXPECT_THAT(
+        complaintOf(
+            std::string("ply\nformat binary_little_endian 1.0\nelement a 1\nproperty list uint double "
+                        "i\nend_header\n\xff\xff\xff\xff"),
+            CloudFormat::ply),
+        HasSubstr("truncated"));
+    EXPECT_THAT(
+        complaintOf("ply\nformat ascii 1.0\nelement a 1\nproperty list uint int i\nend_header\n1e300 1\n",
+                    CloudFormat::ply),
+        HasSubstr("does not hold"));
+    EXPECT_THAT(complaintOf("v " + std::string(1 << 20, '1'), CloudFormat::obj), HasSubstr("is longer than"));
+    std::string header = "ply\n";
+    while (header.size() < (2 << 20))
+        header += "comment and no end\n";
+    EXPECT_THAT(complaintOf(header, CloudFormat::ply), HasSubstr("header is longer"));
+}
+
+TEST(CloudReader, everyTruncationAndManyMutationsEndInASentence)
+{
+    PointCloud const cloud = randomCloud(12, 4);
+    std::mt19937 engine(5);
+    std::pair<CloudFormat, std::string> const inputs[] = {
+        {CloudFormat::ply, richPly(cloud, "ascii")},
+        {CloudFormat::ply, richPly(cloud, "binary_big_endian")},
+        {CloudFormat::ply, plainPly(cloud, "12")},
+        {CloudFormat::text, textOf(cloud)},
+        {CloudFormat::obj, "v 1 2 3\nv 4 5 6\nvn 0 0 1\nvn 1 0 0\nf 1//2 2//1\nf -1/1/-1 -2/1/-2\n"},
+    };
+    for (auto const & [format, bytes] : inputs) {
+        std::size_t complaints = 0;
+        for (std::size_t length = 0; length < bytes.size(); ++length)
+            complaints += !complaintOf(bytes.substr(0, length), format).empty();
+        EXPECT_GT(complaints, 3u);
+        for (int round = 0; round < 3000; ++round) {
+            std::string mutated = bytes;
+            for (unsigned change = 0; change < 1 + engine() % 4; ++change)
+                mutated[engine() % mutated.size()] = static_cast<char>(engine());
+            complaintOf(mutated, format);
+        }
+    }
+    // Binary points that are cut anywhere are missed.
+    std::string const plain = plainPly(cloud, "12");
+    for (std::size_t cut = 1; cut < 12 * 24; ++cut)
+        EXPECT_THAT(complaintOf(plain.substr(0, plain.size() - cut), CloudFormat::ply),
+                    HasSubstr("truncated"));
+}
+
+TEST(CloudReader, endingsDecideTheFormat)
+{
+    EXPECT_EQ(cloudFormatOf("a/b.c/X.Ply"), CloudFormat::ply);
+    EXPECT_EQ(cloudFormatOf("x.obj"), CloudFormat::obj);
+    for (char const * name : {"x.xyz", "x.xyzn", "x.asc", "x.TXT"})
+        EXPECT_EQ(cloudFormatOf(name), CloudFormat::text);
+    for (char const * name : {"ply", "a.ply/x", ".ply", "x.stl", "x.", ""})
+        EXPECT_THROW(cloudFormatOf(name), InputError) << name;
+}
