@@ -49,6 +49,48 @@ constexpr int triangles[16][2][3] = {
 
 bool isPositive(jbCornerlist const * corner) { return corner->value > 0; }
 
+// The steps from the lexicographically smaller to the larger end of a tetrahedron's edge.
+constexpr int edgeDirections = 7;
+constexpr int edgeSteps[edgeDirections][3] = {{0, 0, 1},  {0, 1, 0},  {1, 0, 0}, {0, 1, -1},
+                                              {1, -1, 0}, {1, 0, -1}, {1, 1, -1}};
+
+constexpr int edgeDirection(int di, int dj, int dk)
+{
+    for (int direction = 0; direction < edgeDirections; ++direction) {
+        if (edgeSteps[direction][0] == di && edgeSteps[direction][1] == dj && edgeSteps[direction][2] == dk)
+            return direction;
+    }
+    return -1;
+}
+
+// Where the vertex of the edge between two corners of a cube stands: in the record of the corner `first`,
+// under `direction`, which is -1 for a pair that is no edge of a tetrahedron.
+struct EdgePlace
+{
+    int first = 0;
+    int direction = -1;
+};
+
+struct EdgePlaces
+{
+    constexpr EdgePlaces()
+    {
+        for (int a = 0; a < 8; ++a) {
+            for (int b = 0; b < 8; ++b) {
+                // Corner numbers order like the lexicographic order of the corners.
+                int const low = a < b ? a : b;
+                int const high = a < b ? b : a;
+                places[a][b].first = low;
+                places[a][b].direction =
+                    edgeDirection((high >> 2 & 1) - (low >> 2 & 1), (high >> 1 & 1) - (low >> 1 & 1),
+                                  (high & 1) - (low & 1));
+            }
+        }
+    }
+    EdgePlace places[8][8] = {};
+};
+constexpr EdgePlaces edgePlaces;
+
 // Points of one block of 4 x 4 x 4 share a hash up to the low 6 bits, which tell them apart: the walk stays
 // in one place for long, and so do its memory accesses.
 std::uint64_t hashBlock(std::uint32_t i, std::uint32_t j, std::uint32_t k)
@@ -83,6 +125,15 @@ void orderEnds(int & i1, int & j1, int & k1, int & i2, int & j2, int & k2)
     }
 }
 
+// Of two points in lexicographic order, which may be far apart.
+int edgeDirectionBetween(int i1, int j1, int k1, int i2, int j2, int k2)
+{
+    auto const step = [](int from, int to) {
+        return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{to} - from, -2, 2));
+    };
+    return edgeDirection(step(i1, i2), step(j1, j2), step(k1, k2));
+}
+
 int steps(double length, double size)
 {
     double const quotient = length / size;
@@ -108,9 +159,24 @@ struct FreeMemory
 
 } // namespace
 
-struct jbProcess::Block
+// Blocks and what is cut from them are aligned to cache lines as far as sizes allow.
+struct alignas(64) jbProcess::Block
 {
     Block * next;
+};
+
+// What the tables hold as a corner: also the vertices of the edges that begin at it, and whether the cube
+// whose corner 0 it is was seen. The walk has these records at hand anyway, while tables of their own would
+// cost a cache miss for each look-up.
+struct jbProcess::Corner : jbCornerlist
+{
+    explicit Corner(jbCornerlist const & corner) : jbCornerlist(corner)
+    {
+        std::fill(std::begin(edgeVertices), std::end(edgeVertices), noVertex);
+    }
+
+    int edgeVertices[edgeDirections];
+    int isCubeSeen = 0;
 };
 
 // Frees everything at the end of a call, in whatever way it ends.
@@ -146,7 +212,7 @@ void * jbProcess::allocate(std::size_t bytes)
 {
     if (bytes > m_blockRestBytes) {
         std::size_t const blockBytes = std::max(m_nextBlockBytes, firstBlockBytes);
-        auto * const block = static_cast<Block *>(std::calloc(1, blockBytes));
+        auto * const block = static_cast<Block *>(std::aligned_alloc(alignof(Block), blockBytes));
         if (block == nullptr)
             throw std::bad_alloc();
         block->next = m_blocks;
@@ -246,38 +312,52 @@ Point3D_d jbProcess::setpoint(int i, int j, int k)
     return {start.x() - (i - 0.5) * size, start.y() - (j - 0.5) * size, start.z() - (k - 0.5) * size};
 }
 
+jbProcess::Corner * jbProcess::findCorner(int i, int j, int k) const
+{
+    if (corners == nullptr)
+        return nullptr;
+    jbCornerlist * entry = corners[hashPoint(i, j, k) & m_cornerMask];
+    while (entry != nullptr && (entry->i != i || entry->j != j || entry->k != k))
+        entry = entry->next;
+    return static_cast<Corner *>(entry);
+}
+
 jbCornerlist * jbProcess::setcorner(int i, int j, int k)
 {
-    std::size_t const hash = hashPoint(i, j, k);
-    if (corners != nullptr) {
-        for (jbCornerlist * entry = corners[hash & m_cornerMask]; entry != nullptr; entry = entry->next) {
-            if (entry->i == i && entry->j == j && entry->k == k)
-                return entry;
-        }
-    }
+    if (Corner * const known = findCorner(i, j, k))
+        return known;
     int flag = 0;
     double const value = (*function)(setpoint(i, j, k), &flag);
     reserveBucket(corners, m_cornerMask, m_cornerCount,
                   [](jbCornerlist const & entry) { return hashPoint(entry.i, entry.j, entry.k); });
-    jbCornerlist *& head = corners[hash & m_cornerMask];
-    head = new (allocate(sizeof(jbCornerlist))) jbCornerlist{i, j, k, flag, value, head};
+    jbCornerlist *& head = corners[hashPoint(i, j, k) & m_cornerMask];
+    head = new (allocate(sizeof(Corner))) Corner(jbCornerlist{i, j, k, flag, value, head});
     ++m_cornerCount;
     return head;
 }
 
+bool jbProcess::isListedCenter(int i, int j, int k) const
+{
+    if (centers == nullptr)
+        return false;
+    jbCenterlist const * entry = centers[hashPoint(i, j, k) & m_centerMask];
+    while (entry != nullptr && (entry->i != i || entry->j != j || entry->k != k))
+        entry = entry->next;
+    return entry != nullptr;
+}
+
 int jbProcess::setcenter(int i, int j, int k)
 {
-    std::size_t const hash = hashPoint(i, j, k);
-    if (centers != nullptr) {
-        for (jbCenterlist const * entry = centers[hash & m_centerMask]; entry != nullptr;
-             entry = entry->next) {
-            if (entry->i == i && entry->j == j && entry->k == k)
-                return 1;
-        }
+    Corner * const corner = findCorner(i, j, k);
+    if ((corner != nullptr && corner->isCubeSeen != 0) || isListedCenter(i, j, k))
+        return 1;
+    if (corner != nullptr) {
+        corner->isCubeSeen = 1;
+        return 0;
     }
     reserveBucket(centers, m_centerMask, m_centerCount,
                   [](jbCenterlist const & entry) { return hashPoint(entry.i, entry.j, entry.k); });
-    jbCenterlist *& head = centers[hash & m_centerMask];
+    jbCenterlist *& head = centers[hashPoint(i, j, k) & m_centerMask];
     head = new (allocate(sizeof(jbCenterlist))) jbCenterlist{i, j, k, head};
     ++m_centerCount;
     return 0;
@@ -286,6 +366,12 @@ int jbProcess::setcenter(int i, int j, int k)
 void jbProcess::setedge(int i1, int j1, int k1, int i2, int j2, int k2, int vertex)
 {
     orderEnds(i1, j1, k1, i2, j2, k2);
+    int const direction = edgeDirectionBetween(i1, j1, k1, i2, j2, k2);
+    Corner * const corner = direction >= 0 ? findCorner(i1, j1, k1) : nullptr;
+    if (corner != nullptr) {
+        corner->edgeVertices[direction] = vertex;
+        return;
+    }
     reserveBucket(edges, m_edgeMask, m_edgeCount, [](jbEdgelist const & entry) {
         return hashEdge(entry.i1, entry.j1, entry.k1, entry.i2, entry.j2, entry.k2);
     });
@@ -296,9 +382,13 @@ void jbProcess::setedge(int i1, int j1, int k1, int i2, int j2, int k2, int vert
 
 int jbProcess::getedge(int i1, int j1, int k1, int i2, int j2, int k2)
 {
+    orderEnds(i1, j1, k1, i2, j2, k2);
+    int const direction = edgeDirectionBetween(i1, j1, k1, i2, j2, k2);
+    Corner const * const corner = direction >= 0 ? findCorner(i1, j1, k1) : nullptr;
+    if (corner != nullptr && corner->edgeVertices[direction] != noVertex)
+        return corner->edgeVertices[direction];
     if (edges == nullptr)
         return noVertex;
-    orderEnds(i1, j1, k1, i2, j2, k2);
     for (jbEdgelist const * entry = edges[hashEdge(i1, j1, k1, i2, j2, k2) & m_edgeMask]; entry != nullptr;
          entry = entry->next) {
         if (entry->i1 == i1 && entry->j1 == j1 && entry->k1 == k1 && entry->i2 == i2 && entry->j2 == j2 &&
@@ -308,23 +398,36 @@ int jbProcess::getedge(int i1, int j1, int k1, int i2, int j2, int k2)
     return noVertex;
 }
 
+int jbProcess::makeVertex(jbCornerlist const & c1, jbCornerlist const & c2)
+{
+    jbVertex vertex;
+    vertex.position = converge(setpoint(c1.i, c1.j, c1.k), setpoint(c2.i, c2.j, c2.k), c1.value);
+    return vertices.add(vertex);
+}
+
 int jbProcess::vertid(jbCornerlist * c1, jbCornerlist * c2)
 {
     int const known = getedge(c1->i, c1->j, c1->k, c2->i, c2->j, c2->k);
     if (known != noVertex)
         return known;
-    jbVertex vertex;
-    vertex.position = converge(setpoint(c1->i, c1->j, c1->k), setpoint(c2->i, c2->j, c2->k), c1->value);
-    int const index = vertices.add(vertex);
+    int const index = makeVertex(*c1, *c2);
     setedge(c1->i, c1->j, c1->k, c2->i, c2->j, c2->k, index);
     return index;
 }
 
-// `edgeVertices` remembers the vertices of a cube's edges, at 8 * a + b for the corners a < b: neighbouring
-// tetrahedra share most of them, and a look-up in the hash table costs more.
-int jbProcess::cutTetrahedron(jbCube const & cube, int a, int b, int c, int d, int * edgeVertices)
+// As `vertid`, for corners of a cube that are records of this object and the ends of a tetrahedron's edge.
+int jbProcess::latticeEdgeVertex(jbCube const & cube, int a, int b)
 {
-    int const corner[4] = {a, b, c, d};
+    EdgePlace const & place = edgePlaces.places[a][b];
+    int & vertex = static_cast<Corner *>(cube.corners[place.first])->edgeVertices[place.direction];
+    if (vertex == noVertex)
+        vertex = makeVertex(*cube.corners[a], *cube.corners[b]);
+    return vertex;
+}
+
+template <class VertexOfEdge>
+int jbProcess::cutTetrahedron(jbCube const & cube, int const (&corner)[4], VertexOfEdge vertexOfEdge)
+{
     int signs = 0;
     for (int const number : corner)
         signs = 2 * signs + (isPositive(cube.corners[number]) ? 1 : 0);
@@ -335,13 +438,8 @@ int jbProcess::cutTetrahedron(jbCube const & cube, int a, int b, int c, int d, i
     for (int edge = 0; edge < 6; ++edge) {
         int const first = tetrahedronEdges[edge][0];
         int const second = tetrahedronEdges[edge][1];
-        if (((signs >> (3 - first) ^ signs >> (3 - second)) & 1) == 0)
-            continue;
-        int & known = edgeVertices[8 * std::min(corner[first], corner[second]) +
-                                   std::max(corner[first], corner[second])];
-        if (known == noVertex)
-            known = vertid(cube.corners[corner[first]], cube.corners[corner[second]]);
-        edgeVertex[edge] = known;
+        if (((signs >> (3 - first) ^ signs >> (3 - second)) & 1) != 0)
+            edgeVertex[edge] = vertexOfEdge(corner[first], corner[second]);
     }
     for (int const(&triangle)[3] : triangles[signs]) {
         if (triangle[0] == 0)
@@ -355,20 +453,32 @@ int jbProcess::cutTetrahedron(jbCube const & cube, int a, int b, int c, int d, i
 
 int jbProcess::dotet(jbCube * cube, int a, int b, int c, int d)
 {
-    int edgeVertices[64];
-    std::fill(std::begin(edgeVertices), std::end(edgeVertices), noVertex);
-    return cutTetrahedron(*cube, a, b, c, d, edgeVertices);
+    return cutTetrahedron(*cube, {a, b, c, d}, [&](int first, int second) {
+        return vertid(cube->corners[first], cube->corners[second]);
+    });
 }
 
 int jbProcess::cutCube(jbCube const & cube, bool stopAtRefusal)
 {
-    int edgeVertices[64];
-    std::fill(std::begin(edgeVertices), std::end(edgeVertices), noVertex);
-    for (int const(&t)[4] : tetrahedra) {
-        if (cutTetrahedron(cube, t[0], t[1], t[2], t[3], edgeVertices) == 0 && stopAtRefusal)
+    for (int const(&corner)[4] : tetrahedra) {
+        int const goesOn = cutTetrahedron(
+            cube, corner, [&](int first, int second) { return latticeEdgeVertex(cube, first, second); });
+        if (goesOn == 0 && stopAtRefusal)
             return 0;
     }
     return 1;
+}
+
+// The cube at (i, j, k) across a face of `old`, with the four corners that they share.
+jbCube jbProcess::neighbour(int i, int j, int k, jbCube const & old, int face, int const (&shared)[4])
+{
+    jbCube cube;
+    cube.i = i;
+    cube.j = j;
+    cube.k = k;
+    for (int const number : shared)
+        cube.corners[number ^ 1 << faceBit[face]] = old.corners[number];
+    return cube;
 }
 
 bool jbProcess::isOutside(int i, int j, int k) const
@@ -393,31 +503,55 @@ void jbProcess::push(jbCube const & cube)
     cubes = new (entry) jbCubes{cube, cubes};
 }
 
-void jbProcess::testface(int i, int j, int k, jbCube * old, int face, int c1, int c2, int c3, int c4)
+bool jbProcess::isNeighbourWanted(int i, int j, int k, jbCube const & old, int const (&shared)[4]) const
 {
-    bool const sign = isPositive(old->corners[c1]);
-    if (isPositive(old->corners[c2]) == sign && isPositive(old->corners[c3]) == sign &&
-        isPositive(old->corners[c4]) == sign)
-        return;
-    if (isOutside(i, j, k) || setcenter(i, j, k) != 0)
-        return;
+    bool const sign = isPositive(old.corners[shared[0]]);
+    bool const isCrossed = isPositive(old.corners[shared[1]]) != sign ||
+                           isPositive(old.corners[shared[2]]) != sign ||
+                           isPositive(old.corners[shared[3]]) != sign;
+    return isCrossed && !isOutside(i, j, k);
+}
 
-    jbCube cube;
-    cube.i = i;
-    cube.j = j;
-    cube.k = k;
-    int const across = 1 << faceBit[face];
-    for (int const shared : {c1, c2, c3, c4})
-        cube.corners[shared ^ across] = old->corners[shared];
+// Completes the corners of a cube and pushes it, if all of them are usable.
+void jbProcess::pushUsable(jbCube & cube)
+{
     for (int n = 0; n < 8; ++n) {
         if (cube.corners[n] == nullptr)
-            cube.corners[n] = setcorner(i + (n >> 2 & 1), j + (n >> 1 & 1), k + (n & 1));
+            cube.corners[n] = setcorner(cube.i + (n >> 2 & 1), cube.j + (n >> 1 & 1), cube.k + (n & 1));
     }
     for (jbCornerlist const * const corner : cube.corners) {
         if (corner->flag != 0)
             return;
     }
     push(cube);
+}
+
+void jbProcess::testface(int i, int j, int k, jbCube * old, int face, int c1, int c2, int c3, int c4)
+{
+    if (!isNeighbourWanted(i, j, k, *old, {c1, c2, c3, c4}) || setcenter(i, j, k) != 0)
+        return;
+    jbCube cube = neighbour(i, j, k, *old, face, {c1, c2, c3, c4});
+    pushUsable(cube);
+}
+
+// As `testface`, for a cube whose corners are records of this object.
+void jbProcess::walkAcross(jbCube const & old, int face)
+{
+    int const i = old.i + faces[face].step[0];
+    int const j = old.j + faces[face].step[1];
+    int const k = old.k + faces[face].step[2];
+    int const(&shared)[4] = faces[face].corners;
+    if (!isNeighbourWanted(i, j, k, old, shared))
+        return;
+    jbCube cube = neighbour(i, j, k, old, face, shared);
+    if (cube.corners[0] == nullptr)
+        cube.corners[0] = findCorner(i, j, k);
+    if (cube.corners[0] != nullptr && static_cast<Corner *>(cube.corners[0])->isCubeSeen != 0)
+        return;
+    if (cube.corners[0] == nullptr)
+        cube.corners[0] = setcorner(i, j, k);
+    static_cast<Corner *>(cube.corners[0])->isCubeSeen = 1;
+    pushUsable(cube);
 }
 
 int jbProcess::polygonize(Function & implicitFunction, double cubeSize, int * cubeBounds,
@@ -441,19 +575,15 @@ int jbProcess::polygonize(Function & implicitFunction, double cubeSize, int * cu
     push(first);
 
     while (cubes != nullptr) {
-        jbCube cube = cubes->cube;
+        jbCube const cube = cubes->cube;
         if (cutCube(cube, true) == 0)
             return 2;
         jbCubes * const top = cubes;
         cubes = top->next;
         top->next = m_freeCubes;
         m_freeCubes = top;
-        for (int face = 0; face < 6; ++face) {
-            int const(&step)[3] = faces[face].step;
-            int const(&shared)[4] = faces[face].corners;
-            testface(cube.i + step[0], cube.j + step[1], cube.k + step[2], &cube, face, shared[0], shared[1],
-                     shared[2], shared[3]);
-        }
+        for (int face = 0; face < 6; ++face)
+            walkAcross(cube, face);
     }
     return 0;
 }
@@ -479,10 +609,10 @@ int jbProcess::marchingcubes(Function & implicitFunction, double cubeSize, Point
     // A row of cubes touches two layers of corners across k, so only these are kept, as one plain array.
     std::size_t const rowCorners = static_cast<std::size_t>(nx) + 2;
     std::size_t const layerCorners = rowCorners * (static_cast<std::size_t>(ny) + 2);
-    if (layerCorners > std::numeric_limits<std::size_t>::max() / (2 * sizeof(jbCornerlist)))
+    if (layerCorners > std::numeric_limits<std::size_t>::max() / (2 * sizeof(Corner)))
         throw std::bad_alloc();
-    std::unique_ptr<jbCornerlist, FreeMemory> const layers(
-        static_cast<jbCornerlist *>(std::calloc(2 * layerCorners, sizeof(jbCornerlist))));
+    std::unique_ptr<Corner, FreeMemory> const layers(
+        static_cast<Corner *>(std::calloc(2 * layerCorners, sizeof(Corner))));
     if (layers == nullptr)
         throw std::bad_alloc();
     auto const cornerAt = [&](int i, int j, int k) {
@@ -502,13 +632,13 @@ int jbProcess::marchingcubes(Function & implicitFunction, double cubeSize, Point
                     int const ci = i + (n >> 2 & 1);
                     int const cj = j + (n >> 1 & 1);
                     int const ck = k + (n & 1);
-                    jbCornerlist * const corner = cornerAt(ci, cj, ck);
+                    Corner * const corner = cornerAt(ci, cj, ck);
                     // Every other corner was met in a cube before this one.
                     bool const isNew = (ci > i || i == 0) && (cj > j || j == 0) && (ck > k || k == 0);
                     if (isNew) {
                         int flag = 0;
                         double const value = (*function)(setpoint(ci, cj, ck), &flag);
-                        new (corner) jbCornerlist{ci, cj, ck, flag, value, nullptr};
+                        new (corner) Corner(jbCornerlist{ci, cj, ck, flag, value, nullptr});
                     }
                     cube.corners[n] = corner;
                     positive += isPositive(corner) ? 1 : 0;

@@ -108,7 +108,7 @@ struct jbCubes
 /// returns 0 refuses to go on.
 ///
 /// Cost: each lattice corner near the surface is evaluated once and each crossed edge bisected once, in
-/// memory of about 200 bytes per corner, taken in large blocks. Exceptions of the function and the sink pass
+/// memory of about 150 bytes per corner, taken in large blocks. Exceptions of the function and the sink pass
 /// through `polygonize` and `marchingcubes`, after all memory was freed; `std::bad_alloc` is thrown on
 /// exhausted memory.
 ///
@@ -211,6 +211,7 @@ public:
 
 private:
     struct Block;
+    struct Corner;
     class Release;
 
     /// Piece of zeroed memory that lives until `freeprocess`.
@@ -219,9 +220,18 @@ private:
     double random();
     template <class Entry, class Hash>
     static void reserveBucket(Entry **& table, std::size_t & mask, std::size_t count, Hash hash);
-    void push(jbCube const & cube);
     bool isOutside(int i, int j, int k) const;
-    int cutTetrahedron(jbCube const & cube, int a, int b, int c, int d, int * edgeVertices);
+    bool isNeighbourWanted(int i, int j, int k, jbCube const & old, int const (&shared)[4]) const;
+    static jbCube neighbour(int i, int j, int k, jbCube const & old, int face, int const (&shared)[4]);
+    void push(jbCube const & cube);
+    void pushUsable(jbCube & cube);
+    void walkAcross(jbCube const & old, int face);
+    Corner * findCorner(int i, int j, int k) const;
+    bool isListedCenter(int i, int j, int k) const;
+    int makeVertex(jbCornerlist const & c1, jbCornerlist const & c2);
+    int latticeEdgeVertex(jbCube const & cube, int a, int b);
+    template <class VertexOfEdge>
+    int cutTetrahedron(jbCube const & cube, int const (&corner)[4], VertexOfEdge vertexOfEdge);
     int cutCube(jbCube const & cube, bool stopAtRefusal);
 
     std::size_t m_centerMask = 0;

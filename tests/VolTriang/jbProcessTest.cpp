@@ -443,6 +443,59 @@ TEST(jbProcess, StepsByHand)
     process.freeprocess();
 }
 
+// The walk written down with the public steps, whose look-ups go other ways than those of `polygonize`.
+TEST(jbProcess, WalkByHandGivesTheSameMesh)
+{
+    qz_sampling::Random random(21);
+    for (int round = 0; round < 5; ++round) {
+        qz_test::Frame const frame = qz_test::randomFrame(random, 2);
+        Field field = torus(frame, 1, 0.4);
+        Point3D_d const hole = frame.toWorld({0, 1.2, 0});
+        field.m_refuses = [=](Point3D_d const & p) { return (p - hole).length() < 0.4; };
+        Point3D_d const startPoint = frame.toWorld({1.4, 0, 0});
+        double const size = 0.06;
+
+        Collector collector;
+        jbProcess process;
+        process.function = &field;
+        process.triangleProcessor = &collector;
+        process.size = size;
+        int bounds[3] = {26, 1000, 17};
+        std::copy(bounds, bounds + 3, process.bounds);
+        jbTest const inside = process.find(1, startPoint);
+        jbTest const outside = process.find(0, startPoint);
+        ASSERT_EQ(inside.ok + outside.ok, 2);
+        process.start = process.converge(inside.point, outside.point, inside.value);
+        jbCubes first;
+        for (int n = 0; n < 8; ++n)
+            first.cube.corners[n] = process.setcorner(n / 4, n / 2 % 2, n % 2);
+        process.setcenter(0, 0, 0);
+        process.cubes = &first;
+        while (process.cubes != nullptr) {
+            jbCube cube = process.cubes->cube;
+            process.dotet(&cube, 0, 2, 4, 1);
+            process.dotet(&cube, 6, 2, 1, 4);
+            process.dotet(&cube, 6, 2, 3, 1);
+            process.dotet(&cube, 6, 4, 1, 5);
+            process.dotet(&cube, 6, 1, 3, 5);
+            process.dotet(&cube, 6, 3, 7, 5);
+            process.cubes = process.cubes->next;
+            process.testface(cube.i - 1, cube.j, cube.k, &cube, 0, 0, 1, 2, 3);
+            process.testface(cube.i + 1, cube.j, cube.k, &cube, 1, 4, 5, 6, 7);
+            process.testface(cube.i, cube.j - 1, cube.k, &cube, 2, 0, 1, 4, 5);
+            process.testface(cube.i, cube.j + 1, cube.k, &cube, 3, 2, 3, 6, 7);
+            process.testface(cube.i, cube.j, cube.k - 1, &cube, 4, 0, 2, 4, 6);
+            process.testface(cube.i, cube.j, cube.k + 1, &cube, 5, 1, 3, 5, 7);
+        }
+        process.freeprocess();
+        Collector walked;
+        EXPECT_EQ(jbProcess().polygonize(field, size, bounds, startPoint, walked), 0);
+        EXPECT_GT(walked.m_mesh.triangles.size(), 1000U);
+        EXPECT_GT(examine(walked.m_mesh).boundaryEdges, 0);
+        expectSameMesh(walked.m_mesh, collector.m_mesh);
+    }
+}
+
 TEST(jbVertices, GrowsFromTen)
 {
     jbVertices list;
