@@ -39,6 +39,30 @@ constexpr int faceBit[6] = {2, 2, 1, 1, 0, 0};
 // Ends of the six edges of a tetrahedron, as positions among its four corners.
 constexpr int tetrahedronEdges[6][2] = {{0, 1}, {0, 2}, {0, 3}, {1, 2}, {1, 3}, {2, 3}};
 
+// The edges of a tetrahedron whose ends differ in sign, in their order, by the signs of its corners.
+struct Crossings
+{
+    int number = 0;
+    int edges[4] = {};
+};
+
+struct CrossingTable
+{
+    constexpr CrossingTable()
+    {
+        for (int signs = 0; signs < 16; ++signs) {
+            for (int edge = 0; edge < 6; ++edge) {
+                int const first = signs >> (3 - tetrahedronEdges[edge][0]) & 1;
+                int const second = signs >> (3 - tetrahedronEdges[edge][1]) & 1;
+                if (first != second)
+                    bySigns[signs].edges[bySigns[signs].number++] = edge;
+            }
+        }
+    }
+    Crossings bySigns[16] = {};
+};
+constexpr CrossingTable crossingTable;
+
 // Triangles of a tetrahedron by the signs of its corners (the first corner is the highest bit), as numbers of
 // its edges from 1; 0 stands for no triangle.
 constexpr int triangles[16][2][3] = {
@@ -48,6 +72,22 @@ constexpr int triangles[16][2][3] = {
     {{3, 2, 4}, {3, 4, 5}}, {{6, 2, 4}, {0, 0, 0}}, {{5, 3, 6}, {0, 0, 0}}, {{0, 0, 0}, {0, 0, 0}}};
 
 bool isPositive(jbCornerlist const * corner) { return corner->value > 0; }
+
+// Bit n is set when corner n is positive.
+int signsOf(jbCube const & cube)
+{
+    int signs = 0;
+    for (int n = 0; n < 8; ++n)
+        signs |= (isPositive(cube.corners[n]) ? 1 : 0) << n;
+    return signs;
+}
+
+// The signs of four corners, the first one highest.
+int signsAt(int cubeSigns, int const (&corner)[4])
+{
+    return (cubeSigns >> corner[0] & 1) << 3 | (cubeSigns >> corner[1] & 1) << 2 |
+           (cubeSigns >> corner[2] & 1) << 1 | (cubeSigns >> corner[3] & 1);
+}
 
 // The steps from the lexicographically smaller to the larger end of a tetrahedron's edge.
 constexpr int edgeDirections = 7;
@@ -426,20 +466,13 @@ int jbProcess::latticeEdgeVertex(jbCube const & cube, int a, int b)
 }
 
 template <class VertexOfEdge>
-int jbProcess::cutTetrahedron(jbCube const & cube, int const (&corner)[4], VertexOfEdge vertexOfEdge)
+int jbProcess::cutTetrahedron(int signs, int const (&corner)[4], VertexOfEdge vertexOfEdge)
 {
-    int signs = 0;
-    for (int const number : corner)
-        signs = 2 * signs + (isPositive(cube.corners[number]) ? 1 : 0);
-    if (signs == 0 || signs == 15)
-        return 1;
-
-    int edgeVertex[6] = {noVertex, noVertex, noVertex, noVertex, noVertex, noVertex};
-    for (int edge = 0; edge < 6; ++edge) {
-        int const first = tetrahedronEdges[edge][0];
-        int const second = tetrahedronEdges[edge][1];
-        if (((signs >> (3 - first) ^ signs >> (3 - second)) & 1) != 0)
-            edgeVertex[edge] = vertexOfEdge(corner[first], corner[second]);
+    Crossings const & crossings = crossingTable.bySigns[signs];
+    int edgeVertex[6];
+    for (int n = 0; n < crossings.number; ++n) {
+        int const edge = crossings.edges[n];
+        edgeVertex[edge] = vertexOfEdge(corner[tetrahedronEdges[edge][0]], corner[tetrahedronEdges[edge][1]]);
     }
     for (int const(&triangle)[3] : triangles[signs]) {
         if (triangle[0] == 0)
@@ -453,16 +486,21 @@ int jbProcess::cutTetrahedron(jbCube const & cube, int const (&corner)[4], Verte
 
 int jbProcess::dotet(jbCube * cube, int a, int b, int c, int d)
 {
-    return cutTetrahedron(*cube, {a, b, c, d}, [&](int first, int second) {
+    int const corner[4] = {a, b, c, d};
+    int signs = 0;
+    for (int const number : corner)
+        signs = 2 * signs + (isPositive(cube->corners[number]) ? 1 : 0);
+    return cutTetrahedron(signs, corner, [&](int first, int second) {
         return vertid(cube->corners[first], cube->corners[second]);
     });
 }
 
-int jbProcess::cutCube(jbCube const & cube, bool stopAtRefusal)
+int jbProcess::cutCube(jbCube const & cube, int signs, bool stopAtRefusal)
 {
     for (int const(&corner)[4] : tetrahedra) {
-        int const goesOn = cutTetrahedron(
-            cube, corner, [&](int first, int second) { return latticeEdgeVertex(cube, first, second); });
+        int const goesOn = cutTetrahedron(signsAt(signs, corner), corner, [&](int first, int second) {
+            return latticeEdgeVertex(cube, first, second);
+        });
         if (goesOn == 0 && stopAtRefusal)
             return 0;
     }
@@ -503,15 +541,6 @@ void jbProcess::push(jbCube const & cube)
     cubes = new (entry) jbCubes{cube, cubes};
 }
 
-bool jbProcess::isNeighbourWanted(int i, int j, int k, jbCube const & old, int const (&shared)[4]) const
-{
-    bool const sign = isPositive(old.corners[shared[0]]);
-    bool const isCrossed = isPositive(old.corners[shared[1]]) != sign ||
-                           isPositive(old.corners[shared[2]]) != sign ||
-                           isPositive(old.corners[shared[3]]) != sign;
-    return isCrossed && !isOutside(i, j, k);
-}
-
 // Completes the corners of a cube and pushes it, if all of them are usable.
 void jbProcess::pushUsable(jbCube & cube)
 {
@@ -528,20 +557,26 @@ void jbProcess::pushUsable(jbCube & cube)
 
 void jbProcess::testface(int i, int j, int k, jbCube * old, int face, int c1, int c2, int c3, int c4)
 {
-    if (!isNeighbourWanted(i, j, k, *old, {c1, c2, c3, c4}) || setcenter(i, j, k) != 0)
+    bool const sign = isPositive(old->corners[c1]);
+    bool const isCrossed = isPositive(old->corners[c2]) != sign || isPositive(old->corners[c3]) != sign ||
+                           isPositive(old->corners[c4]) != sign;
+    if (!isCrossed || isOutside(i, j, k) || setcenter(i, j, k) != 0)
         return;
     jbCube cube = neighbour(i, j, k, *old, face, {c1, c2, c3, c4});
     pushUsable(cube);
 }
 
 // As `testface`, for a cube whose corners are records of this object.
-void jbProcess::walkAcross(jbCube const & old, int face)
+void jbProcess::walkAcross(jbCube const & old, int signs, int face)
 {
+    int const sharedSigns = signsAt(signs, faces[face].corners);
+    if (sharedSigns == 0 || sharedSigns == 15)
+        return;
     int const i = old.i + faces[face].step[0];
     int const j = old.j + faces[face].step[1];
     int const k = old.k + faces[face].step[2];
     int const(&shared)[4] = faces[face].corners;
-    if (!isNeighbourWanted(i, j, k, old, shared))
+    if (isOutside(i, j, k))
         return;
     jbCube cube = neighbour(i, j, k, old, face, shared);
     if (cube.corners[0] == nullptr)
@@ -576,14 +611,15 @@ int jbProcess::polygonize(Function & implicitFunction, double cubeSize, int * cu
 
     while (cubes != nullptr) {
         jbCube const cube = cubes->cube;
-        if (cutCube(cube, true) == 0)
+        int const signs = signsOf(cube);
+        if (cutCube(cube, signs, true) == 0)
             return 2;
         jbCubes * const top = cubes;
         cubes = top->next;
         top->next = m_freeCubes;
         m_freeCubes = top;
         for (int face = 0; face < 6; ++face)
-            walkAcross(cube, face);
+            walkAcross(cube, signs, face);
     }
     return 0;
 }
@@ -627,7 +663,6 @@ int jbProcess::marchingcubes(Function & implicitFunction, double cubeSize, Point
                 cube.i = i;
                 cube.j = j;
                 cube.k = k;
-                int positive = 0;
                 for (int n = 0; n < 8; ++n) {
                     int const ci = i + (n >> 2 & 1);
                     int const cj = j + (n >> 1 & 1);
@@ -641,10 +676,10 @@ int jbProcess::marchingcubes(Function & implicitFunction, double cubeSize, Point
                         new (corner) Corner(jbCornerlist{ci, cj, ck, flag, value, nullptr});
                     }
                     cube.corners[n] = corner;
-                    positive += isPositive(corner) ? 1 : 0;
                 }
-                if (positive != 0 && positive != 8)
-                    cutCube(cube, false);
+                int const signs = signsOf(cube);
+                if (signs != 0 && signs != 255)
+                    cutCube(cube, signs, false);
             }
         }
     }

@@ -221,18 +221,17 @@ private:
     template <class Entry, class Hash>
     static void reserveBucket(Entry **& table, std::size_t & mask, std::size_t count, Hash hash);
     bool isOutside(int i, int j, int k) const;
-    bool isNeighbourWanted(int i, int j, int k, jbCube const & old, int const (&shared)[4]) const;
     static jbCube neighbour(int i, int j, int k, jbCube const & old, int face, int const (&shared)[4]);
     void push(jbCube const & cube);
     void pushUsable(jbCube & cube);
-    void walkAcross(jbCube const & old, int face);
+    void walkAcross(jbCube const & old, int signs, int face);
     Corner * findCorner(int i, int j, int k) const;
     bool isListedCenter(int i, int j, int k) const;
     int makeVertex(jbCornerlist const & c1, jbCornerlist const & c2);
     int latticeEdgeVertex(jbCube const & cube, int a, int b);
     template <class VertexOfEdge>
-    int cutTetrahedron(jbCube const & cube, int const (&corner)[4], VertexOfEdge vertexOfEdge);
-    int cutCube(jbCube const & cube, bool stopAtRefusal);
+    int cutTetrahedron(int signs, int const (&corner)[4], VertexOfEdge vertexOfEdge);
+    int cutCube(jbCube const & cube, int signs, bool stopAtRefusal);
 
     std::size_t m_centerMask = 0;
     std::size_t m_cornerMask = 0;
