@@ -88,7 +88,8 @@ double COneVariableProductCache::lookUp(int leftDepth, int rightDepth, std::int6
 }
 
 // The left factor stands at the origin, whatever nodes were asked for: the value must be the same for all
-// pairs that share it.
+// pairs that share it. The product is written about the centre of the deeper factor. Far from it, the
+// coefficients of that factor grow with the square of the distance in its cells and cancel.
 double COneVariableProductCache::integrate(int leftDepth, int rightDepth, std::int64_t offset)
 {
     double const leftScale = 1.0 / m_setup.octree->getCellSize(leftDepth);
@@ -102,6 +103,10 @@ double COneVariableProductCache::integrate(int leftDepth, int rightDepth, std::i
     m_rightTemp.scaleArgument(rightScale);
     m_rightTemp.substituteArgPlusConst(static_cast<double>(offset) * m_setup.octree->getUnit());
     m_rightTemp *= std::cbrt(rightNormalization);
+    if (leftDepth < rightDepth)
+        m_leftTemp.changeShift(m_rightTemp.getArgShift());
+    else
+        m_rightTemp.changeShift(m_leftTemp.getArgShift());
     m_leftTemp.multiply(&m_productTemp, m_rightTemp);
     return m_productTemp.integrateWithBuffer(&m_primitive);
 }

@@ -1,0 +1,316 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/ScalarProductHelper.h>
+
+#include <QZmath/VolTriang/InterlacedSupportIterator.h>
+#include <QZmath/VolTriang/Kernels.h>
+
+#include <support/PiecewisePolynomials.h>
+#include <support/PointCloudSamples.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <tuple>
+#include <utility>
+
+using namespace VolTr;
+using namespace TestPolynomials;
+
+namespace
+{
+
+using Kernel = CProductPiecewisePolynom;
+using Basis = COctreeFuncBasisTmpl<Kernel>;
+using Combination = COctreeFuncLinCombTmpl<Kernel>;
+using Helper = CCSFProductHelperTmpl<Kernel>;
+using Function = CCSFunc3Tmpl<Kernel>;
+
+int const evenParity[3] = {1, 1, 1};
+int const oddAlongXParity[3] = {-1, 1, 1};
+
+PointCloudSamples makeCloud(int size)
+{
+    std::mt19937 random(11);
+    PointCloudSamples samples;
+    for (int sample = 0; sample < size; ++sample) {
+        float const x = static_cast<float>(uniform(random, 0.0, 1.0));
+        samples.add({x, static_cast<float>(uniform(random, 0.0, 1.0)), 0.4f * x}, {0.0f, 0.0f, 1.0f});
+    }
+    return samples;
+}
+
+/// The bases of a reconstruction over one octree: a kernel of some width, its derivatives and its Laplacian.
+struct Bases
+{
+    Bases(COctree const & octree, double width)
+    {
+        Kernel kernel = makeApproxGaussian<Kernel>();
+        double const scale[3] = {1.0 / width, 1.0 / width, 1.0 / width};
+        kernel.scaleArgument(scale);
+        plain = std::make_unique<Basis>(kernel, &octree, 0);
+        Kernel derived;
+        for (int axis = 0; axis < 3; ++axis) {
+            kernel.makePartialDerivative(&derived, axis);
+            gradient[axis] = std::make_unique<Basis>(derived, &octree, 1);
+        }
+        kernel.makeLaplacian(&derived);
+        laplacian = std::make_unique<Basis>(derived, &octree, 2);
+    }
+
+    std::unique_ptr<Basis> plain;
+    std::unique_ptr<Basis> gradient[3];
+    std::unique_ptr<Basis> laplacian;
+};
+
+/// Pairs of functions with overlapping supports, from every pair of depths.
+std::vector<std::pair<int, int>> overlappingPairs(Basis const & basis, int perFunction, std::mt19937 & random)
+{
+    std::vector<std::pair<int, int>> pairs;
+    for (int i = 0; i < basis.getFunctionsNumber(); i += 5) {
+        std::vector<int> others;
+        CParallelepiped const box = getScaledFunctionCommonSupport(basis.makeFunctionByIndex(i));
+        for (CInterlacedSupportIteratorTmpl<Kernel> it(&basis, box); !it.isFinished(); it.next())
+            others.push_back(it.functionIndex());
+        std::shuffle(others.begin(), others.end(), random);
+        for (int j = 0; j < std::min(perFunction, static_cast<int>(others.size())); ++j)
+            pairs.emplace_back(i, others[static_cast<std::size_t>(j)]);
+    }
+    return pairs;
+}
+
+/// Bound of an integral of f g: the greatest |f| times the integral of |g|, whichever way is less.
+double magnitude(Function const & f, Function const & g)
+{
+    double const greatestF = f.getNormalizationScale();
+    double const greatestG = g.getNormalizationScale();
+    return std::min(greatestF * greatestG * std::pow(f.getArgumentScale(), -3.0),
+                    greatestF * greatestG * std::pow(g.getArgumentScale(), -3.0));
+}
+
+double integrateDirectly(Function const & f, Function const & g)
+{
+    return integrateOnSupport(makeProduct(f, g));
+}
+
+class Products : public testing::TestWithParam<std::tuple<bool, int, double>>
+{
+protected:
+    PointCloudSamples samples = makeCloud(40);
+    COctree octree{&samples, 5, nullptr, std::get<0>(GetParam()), std::get<1>(GetParam())};
+    Bases bases{octree, std::get<2>(GetParam())};
+    std::mt19937 random{12};
+};
+
+TEST_P(Products, AgreeWithDirectIntegration)
+{
+    std::vector<std::pair<int, int>> const pairs = overlappingPairs(*bases.plain, 25, random);
+    ASSERT_GT(pairs.size(), 500u);
+    Helper mass(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
+    Helper massWithParity(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, evenParity);
+    Helper gradient(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
+    Helper laplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
+    Helper laplacianFromLeft(bases.laplacian.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
+    for (auto const & [i, j] : pairs) {
+        Function const f = bases.plain->makeFunctionByIndex(i);
+        Function const g = bases.plain->makeFunctionByIndex(j);
+        Function const gLaplacian = bases.laplacian->makeFunctionByIndex(j);
+        double const product = integrateDirectly(f, g);
+        EXPECT_NEAR(mass.evalScalarProduct(f, g), product, 1e-9 * magnitude(f, g));
+        EXPECT_NEAR(massWithParity.evalScalarProduct(f, g), product, 1e-9 * magnitude(f, g));
+        double const viaLaplacian = laplacian.evalScalarProduct(f, gLaplacian);
+        EXPECT_NEAR(viaLaplacian, integrateDirectly(f, gLaplacian), 1e-9 * magnitude(f, gLaplacian));
+        // The Laplacian is self-adjoint, and the kernel has no steps.
+        EXPECT_NEAR(
+            laplacianFromLeft.evalScalarProduct(bases.laplacian->makeFunctionByIndex(i), g), viaLaplacian,
+            1e-9 * std::max(magnitude(f, gLaplacian), magnitude(bases.laplacian->makeFunctionByIndex(i), g)));
+    }
+    for (int axis = 0; axis < 3; ++axis) {
+        if (axis > 0)
+            gradient.initWithVariablesSwap(axis - 1, axis, bases.plain.get(), bases.gradient[axis].get());
+        EXPECT_EQ(&gradient.rightBasisRef(), bases.gradient[axis].get());
+        for (auto const & [i, j] : pairs) {
+            Function const f = bases.plain->makeFunctionByIndex(i);
+            Function const g = bases.gradient[axis]->makeFunctionByIndex(j);
+            EXPECT_NEAR(gradient.evalScalarProduct(f, g), integrateDirectly(f, g), 1e-9 * magnitude(f, g));
+        }
+    }
+}
+
+TEST_P(Products, AgreeWithQuadrature)
+{
+    Helper laplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
+    std::vector<std::pair<int, int>> pairs = overlappingPairs(*bases.plain, 3, random);
+    std::shuffle(pairs.begin(), pairs.end(), random);
+    pairs.resize(15);
+    double const width = std::get<2>(GetParam());
+    for (auto const & [i, j] : pairs) {
+        Function const f = bases.plain->makeFunctionByIndex(i);
+        Function const g = bases.laplacian->makeFunctionByIndex(j);
+        std::vector<double> knots[3];
+        for (int axis = 0; axis < 3; ++axis) {
+            for (double knot : {-1.5, -0.5, 0.5, 1.5}) {
+                knots[axis].push_back(f.getArgumentShift()[axis] + knot * width / f.getArgumentScale());
+                knots[axis].push_back(g.getArgumentShift()[axis] + knot * width / g.getArgumentScale());
+            }
+            std::sort(knots[axis].begin(), knots[axis].end());
+        }
+        double const integral = integrateBetweenKnots(
+            [&](double x) {
+                return integrateBetweenKnots(
+                    [&](double y) {
+                        return integrateBetweenKnots(
+                            [&](double z) {
+                                double const p[3] = {x, y, z};
+                                return f.eval(p) * g.eval(p);
+                            },
+                            knots[2]);
+                    },
+                    knots[1]);
+            },
+            knots[0]);
+        EXPECT_NEAR(laplacian.evalScalarProduct(f, g), integral, 1e-9 * magnitude(f, g));
+    }
+}
+
+TEST_P(Products, DoNotDependOnTheOrderOfLookups)
+{
+    std::vector<std::pair<int, int>> pairs = overlappingPairs(*bases.plain, 40, random);
+    Helper laplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
+    Helper gradient(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
+    auto const value = [&](Helper & helper, std::pair<int, int> const & pair) {
+        return helper.evalScalarProduct(helper.leftBasisRef().makeFunctionByIndex(pair.first),
+                                        helper.rightBasisRef().makeFunctionByIndex(pair.second));
+    };
+    std::vector<double> laplacians;
+    std::vector<double> gradients;
+    for (auto const & pair : pairs) {
+        laplacians.push_back(value(laplacian, pair));
+        gradients.push_back(value(gradient, pair));
+    }
+    Helper otherLaplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
+    Helper otherGradient(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
+    for (std::size_t i = pairs.size(); i-- > 0;) {
+        EXPECT_EQ(value(otherLaplacian, pairs[i]), laplacians[i]);
+        EXPECT_EQ(value(otherGradient, pairs[i]), gradients[i]);
+        EXPECT_EQ(value(laplacian, pairs[i]), laplacians[i]);
+    }
+}
+
+TEST_P(Products, WithACombinationAreTheSumOverItsFunctions)
+{
+    Combination combination(bases.gradient[0].get());
+    int const count = bases.plain->getFunctionsNumber();
+    for (int node = 0; node < count; ++node)
+        combination.setBasisCoefficient(node, node % 3 == 0 ? 0.0 : uniform(random, -1.0, 1.0));
+    Helper helper(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
+    int const size = helper.cashSize();
+    for (int i = 0; i < count; i += 17) {
+        Function const f = bases.plain->makeFunctionByIndex(i);
+        double sum = 0.0;
+        double magnitudes = 0.0;
+        for (int j = 0; j < count; ++j) {
+            double const term = combination.getBasisCoefficient(j) *
+                                helper.evalScalarProduct(f, bases.gradient[0]->makeFunctionByIndex(j));
+            sum += term;
+            magnitudes += std::fabs(term);
+        }
+        EXPECT_NEAR(helper.evalScalarProduct(f, combination), sum, 1e-12 * magnitudes);
+    }
+    EXPECT_EQ(helper.cashSize(), size);
+    combination.setBasisCoefficient(3, std::numeric_limits<double>::quiet_NaN());
+    EXPECT_TRUE(std::isnan(helper.evalScalarProduct(bases.plain->makeFunctionByIndex(3), combination)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Products,
+                         testing::Combine(testing::Bool(), testing::Values(-1, 2),
+                                          testing::Values(0.7, 0.95, 1.0, 1.3)));
+
+TEST(ScalarProductHelper, TouchingSupportsAndForeignDepthsGiveZero)
+{
+    PointCloudSamples const samples = makeCloud(40);
+    COctree const octree(&samples, 5, nullptr, false, -1);
+    Bases const bases(octree, 1.0);
+    Helper helper(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
+    Function const f = bases.plain->makeFunctionByIndex(0);
+    ASSERT_EQ(f.getNodeDepth(), 0);
+    int const reach = 3 * 32;
+    for (int axis = 0; axis < 3; ++axis) {
+        for (int offset : {reach, -reach, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+            Function g = f;
+            g.getArgumentShiftIntMod()[axis] = offset;
+            EXPECT_EQ(helper.evalScalarProduct(f, g), 0.0);
+        }
+        Function g = f;
+        g.getArgumentShiftIntMod()[axis] = f.getArgumentShiftInt()[axis] + reach / 2;
+        EXPECT_GT(helper.evalScalarProduct(f, g), 0.0);
+    }
+    double centre[3] = {0.0, 0.0, 0.0};
+    int place[3] = {0, 0, 0};
+    for (int depth : {-1, 6, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()})
+        EXPECT_EQ(helper.evalScalarProduct(f, Function(&f.getkernelRef(), centre, place, 1.0, 1.0, depth)),
+                  0.0);
+    EXPECT_THROW(helper.initWithVariablesSwap(0, 3, bases.plain.get(), bases.plain.get()), std::out_of_range);
+    EXPECT_THROW(helper.initWithVariablesSwap(-1, 0, bases.plain.get(), bases.plain.get()),
+                 std::out_of_range);
+}
+
+TEST(ScalarProductHelper, CopiesShareTheirTables)
+{
+    PointCloudSamples const samples = makeCloud(5);
+    COctree const octree(&samples, 4, nullptr, true, -1);
+    Bases const bases(octree, 0.95);
+    Function const f = bases.plain->makeFunctionByIndex(0);
+    auto first =
+        std::make_unique<Helper>(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
+    double const value = first->evalScalarProduct(f, f);
+    Helper copy(*first);
+    first.reset();
+    EXPECT_EQ(copy.evalScalarProduct(f, f), value);
+}
+
+TEST(ScalarProductHelper, TableSizesFollowTheDepths)
+{
+    PointCloudSamples const samples = makeCloud(5);
+    COctree const octree(&samples, 2, nullptr, true, -1);
+    Bases const bases(octree, 1.0);
+    Helper mass(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
+    // Depths 0, 1, 2 reach 12, 6, 3 steps to each side of the table; all nine pairs, both signs, and 0.
+    EXPECT_EQ(mass.cashSize(), 2 * 2 * 3 * (12 + 6 + 3) + 9);
+    Helper laplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
+    EXPECT_EQ(laplacian.cashSize(), 2 * mass.cashSize());
+}
+
+// Depths far apart, whose tables would not fit into memory.
+TEST(ScalarProductHelper, DeepTreesTakeLittleMemory)
+{
+    PointCloudSamples samples;
+    samples.add({0.0f, 0.0f, 0.0f}, {0.0f, 0.0f, 1.0f});
+    samples.add({1.0f, 0.7f, 0.4f}, {0.0f, 0.0f, 1.0f});
+    for (bool useCenter : {false, true}) {
+        COctree const octree(&samples, COctree::MAX_DEPTH, nullptr, useCenter, -1);
+        double const width = 0.95;
+        Bases const bases(octree, width);
+        Helper helper(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, evenParity);
+        EXPECT_EQ(helper.cashSize(), std::numeric_limits<int>::max());
+        std::mt19937 random(13);
+        int const count = bases.plain->getFunctionsNumber();
+        for (int trial = 0; trial < 4000; ++trial) {
+            int const i = std::uniform_int_distribution<int>(0, count - 1)(random);
+            int const j = std::uniform_int_distribution<int>(0, count - 1)(random);
+            Function const f = bases.plain->makeFunctionByIndex(i);
+            Function const g = bases.plain->makeFunctionByIndex(j);
+            Function const & deeper = f.getNodeDepth() > g.getNodeDepth() ? f : g;
+            Function const & coarser = f.getNodeDepth() > g.getNodeDepth() ? g : f;
+            // To the other one, a far deeper function is a point with its integral as weight.
+            if (deeper.getNodeDepth() - coarser.getNodeDepth() < 12)
+                continue;
+            double const value = width * width * width * coarser.eval(deeper.getArgumentShift());
+            double const tolerance = 1e-6 * coarser.getNormalizationScale();
+            EXPECT_NEAR(helper.evalScalarProduct(f, g), value, tolerance);
+        }
+    }
+}
+
+} // namespace
