@@ -108,7 +108,7 @@ struct jbCubes
 /// returns 0 refuses to go on.
 ///
 /// Cost: each lattice corner near the surface is evaluated once and each crossed edge bisected once, in
-/// memory of about 150 bytes per corner, taken in large blocks. Exceptions of the function and the sink pass
+/// memory of about 200 bytes per corner, taken in large blocks. Exceptions of the function and the sink pass
 /// through `polygonize` and `marchingcubes`, after all memory was freed; `std::bad_alloc` is thrown on
 /// exhausted memory.
 ///

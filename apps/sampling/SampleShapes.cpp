@@ -318,8 +318,8 @@ private:
     // Uniform in the disk of the bounding ball that is perpendicular to a direction.
     static Point3D_d randomOffset(Random & random, Point3D_d const & along)
     {
-        Point3D_d const helper = std::abs(along.x()) < 0.6 ? Point3D_d(1, 0, 0) : Point3D_d(0, 1, 0);
-        Point3D_d const first = directionOf(helper - along * dot(along, helper));
+        Point3D_d const aside = std::abs(along.x()) < 0.6 ? Point3D_d(1, 0, 0) : Point3D_d(0, 1, 0);
+        Point3D_d const first = directionOf(aside - along * dot(along, aside));
         Point3D_d const second(along.y() * first.z() - along.z() * first.y(),
                                along.z() * first.x() - along.x() * first.z(),
                                along.x() * first.y() - along.y() * first.x());
