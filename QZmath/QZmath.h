@@ -19,6 +19,10 @@
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>
 #include <QZmath/LinSys/LinSysVariableManager.h>
 #include <QZmath/LinSys/LinearSystem.h>
+#include <QZmath/LinSys/SparseLinSysSolver.h>
+#include <QZmath/LinSys/SparseVector.h>
+#include <QZmath/LinSys/VPLSstorage.h>
+#include <QZmath/LinSys/VPLSstorageRows.h>
 #include <QZmath/LinSys/VertexLinearCombination.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>

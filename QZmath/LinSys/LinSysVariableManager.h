@@ -99,8 +99,13 @@ private:
     int onGetFreeVertexByIndex(int index) const override;
     int onGetFixedVariablesNumber() const override;
     T onGetFixedVertCoeff(int row, int fixedIndex) const override;
+
+protected:
+    // A subclass that closes the list of vertices earlier overrides these.
     void onDefineFixedVertex(int vertex) override;
     void onDefineFreeVertex(int vertex) override;
+
+private:
     void onSpoil() override;
     void onAddEquation(CVertexLinearCombination<T> const & equation) override;
     void onSetPositiveDefinite(bool positiveDefinite) override;
