@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/LinSys/SparseVector.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
+
+using namespace REmath;
+
+namespace
+{
+
+struct CloseFile
+{
+    void operator()(std::FILE * file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+File fileWith(std::string const & bytes)
+{
+    File file(std::tmpfile());
+    std::fwrite(bytes.data(), 1, bytes.size(), file.get());
+    std::rewind(file.get());
+    return file;
+}
+
+template <class T>
+std::string savedBytes(CSparseVectorTmpl<T> const & vector)
+{
+    File const file(std::tmpfile());
+    EXPECT_TRUE(vector.SaveToFile(file.get()));
+    std::string bytes(std::size_t(std::ftell(file.get())), '\0');
+    std::rewind(file.get());
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), file.get()), bytes.size());
+    return bytes;
+}
+
+/// A stream that cannot tell its length: the reading end of a pipe that another thread writes to.
+class PipeReader
+{
+public:
+    explicit PipeReader(std::string const & bytes)
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        m_file.reset(fdopen(ends[0], "rb"));
+        m_writer = std::thread([bytes, end = ends[1]] {
+            for (std::size_t done = 0; done < bytes.size();) {
+                ssize_t const written = write(end, bytes.data() + done, bytes.size() - done);
+                if (written <= 0) {
+                    break;
+                }
+                done += std::size_t(written);
+            }
+            close(end);
+        });
+    }
+    ~PipeReader()
+    {
+        char rest[4096];
+        while (std::fread(rest, 1, sizeof(rest), m_file.get()) > 0) {
+        }
+        m_writer.join();
+    }
+    std::FILE * get() const { return m_file.get(); }
+
+private:
+    File m_file;
+    std::thread m_writer;
+};
+
+template <class T>
+std::vector<T> randomArray(std::mt19937 & random, int size)
+{
+    std::vector<T> array;
+    for (int position = 0; position < size; ++position) {
+        array.push_back(random() % 3 == 0 ? T(int(random() % 9) - 4) : random() % 2 == 0 ? T(0) : T(-0.0));
+    }
+    return array;
+}
+
+template <class T>
+void expectHolds(CSparseVectorTmpl<T> const & vector, std::vector<T> const & array)
+{
+    int stored = 0;
+    for (int position = 0; position < int(array.size()); ++position) {
+        T const element = array[std::size_t(position)];
+        ASSERT_EQ(vector[position], element);
+        if (element != T(0)) {
+            T value = 0;
+            int valuePosition = -1;
+            vector.GetNonZeroElementAndPos(stored, value, valuePosition);
+            ASSERT_EQ(value, element);
+            ASSERT_EQ(valuePosition, position);
+            ASSERT_EQ(vector.GetNonZeroPos(stored), position);
+            ASSERT_LE(vector.GetMinNonZeroIdx(), position);
+            ASSERT_GE(vector.GetMaxNonZeroIdx(), position);
+            ++stored;
+        }
+    }
+    ASSERT_EQ(vector.GetNOfNonZeroElements(), stored);
+    ASSERT_EQ(vector.GetNonZeroPos(stored), -1);
+    ASSERT_EQ(vector.GetNonZeroPos(-1), -1);
+    ASSERT_EQ(vector.GetElement(int(array.size())), T(0));
+    ASSERT_EQ(vector.GetElement(-1), T(0));
+    if (stored > 0) {
+        ASSERT_NE(vector[vector.GetMinNonZeroIdx()], T(0));
+        ASSERT_NE(vector[vector.GetMaxNonZeroIdx()], T(0));
+    } else {
+        ASSERT_EQ(vector.GetMinNonZeroIdx(), 0x7FFFFFFF);
+        ASSERT_EQ(vector.GetMaxNonZeroIdx(), -1);
+    }
+}
+
+template <class T>
+class SparseVectorTest : public testing::Test
+{};
+
+using Scalars = testing::Types<float, double>;
+TYPED_TEST_SUITE(SparseVectorTest, Scalars, );
+
+} // namespace
+
+TYPED_TEST(SparseVectorTest, HoldsTheArrayItWasGivenAndReadsBackWhatItWrote)
+{
+    using T = TypeParam;
+    std::mt19937 random(1);
+    File const file(std::tmpfile());
+    std::vector<std::vector<T>> arrays;
+    CSparseVectorTmpl<T> reused;
+    for (int size = 0; size < 60; ++size) {
+        arrays.push_back(randomArray<T>(random, size % 2 == 0 ? size : int(random() % 4)));
+        std::vector<T> const & array = arrays.back();
+        CSparseVectorTmpl<T> const made(int(array.size()), array.data());
+        ASSERT_NO_FATAL_FAILURE(expectHolds(made, array));
+        reused.AssignByVector(int(array.size()), array.data());
+        CSparseVectorTmpl<T> appended;
+        appended.ReserveNonZeroElem(int(random() % 9) - 2);
+        for (int k = 0; k < made.GetNOfNonZeroElements(); ++k) {
+            appended.SetElementNoIdxSearch(made.GetNonZeroPos(k), made[made.GetNonZeroPos(k)]);
+        }
+        CSparseVectorTmpl<T> const copy(reused);
+        reused.Reset();
+        ASSERT_NO_FATAL_FAILURE(expectHolds(copy, array));
+        ASSERT_NO_FATAL_FAILURE(expectHolds(appended, array));
+        ASSERT_TRUE(copy.SaveToFile(file.get()));
+    }
+    // One after the other in one file, and the length that the form says.
+    std::rewind(file.get());
+    long end = 0;
+    for (std::vector<T> const & array : arrays) {
+        ASSERT_TRUE(reused.LoadFromFile(file.get()));
+        ASSERT_NO_FATAL_FAILURE(expectHolds(reused, array));
+        end += 4 + long(4 + sizeof(T)) * reused.GetNOfNonZeroElements();
+        ASSERT_EQ(std::ftell(file.get()), end);
+    }
+    ASSERT_FALSE(reused.LoadFromFile(file.get()));
+
+    T const notANumber = std::numeric_limits<T>::quiet_NaN();
+    EXPECT_EQ(CSparseVectorTmpl<T>(1, &notANumber).GetNOfNonZeroElements(), 1);
+}
+
+TYPED_TEST(SparseVectorTest, FileFormIsCountPositionsValues)
+{
+    using T = TypeParam;
+    CSparseVectorTmpl<T> vector;
+    vector.SetElementNoIdxSearch(3, T(1.5));
+    vector.SetElementNoIdxSearch(70000, T(-2));
+    std::int32_t const head[3] = {2, 3, 70000};
+    T const values[2] = {T(1.5), T(-2)};
+    std::string expected(sizeof(head) + sizeof(values), '\0');
+    std::memcpy(expected.data(), head, sizeof(head));
+    std::memcpy(expected.data() + sizeof(head), values, sizeof(values));
+    EXPECT_EQ(savedBytes(vector), expected);
+
+    EXPECT_FALSE(vector.SaveToFile(nullptr));
+    EXPECT_FALSE(vector.LoadFromFile(nullptr));
+    File const readOnly(std::fopen("/dev/null", "rb"));
+    EXPECT_FALSE(CSparseVectorTmpl<T>().SaveToFile(readOnly.get()));
+}
+
+TYPED_TEST(SparseVectorTest, EndsEarlyAtEveryByte)
+{
+    using T = TypeParam;
+    std::mt19937 random(2);
+    std::vector<T> const array = randomArray<T>(random, 20);
+    CSparseVectorTmpl<T> const original(int(array.size()), array.data());
+    std::string const bytes = savedBytes(original);
+    int const count = original.GetNOfNonZeroElements();
+    ASSERT_GT(count, 3);
+    for (std::size_t length = 0; length < bytes.size(); ++length) {
+        CSparseVectorTmpl<T> loaded(original);
+        ASSERT_FALSE(loaded.LoadFromFile(fileWith(bytes.substr(0, length)).get()));
+        ASSERT_EQ(loaded.GetNOfNonZeroElements(), length < 4 ? 0 : count) << length;
+        CSparseVectorTmpl<T> piped(original);
+        ASSERT_FALSE(piped.LoadFromFile(PipeReader(bytes.substr(0, length)).get()));
+        ASSERT_EQ(piped.GetNOfNonZeroElements(), loaded.GetNOfNonZeroElements());
+        for (int k = 0; k < loaded.GetNOfNonZeroElements(); ++k) {
+            std::size_t const positionEnd = 8 + 4 * std::size_t(k);
+            if (positionEnd <= length) {
+                ASSERT_EQ(loaded.GetNonZeroPos(k), original.GetNonZeroPos(k));
+                ASSERT_EQ(piped.GetNonZeroPos(k), original.GetNonZeroPos(k));
+            }
+        }
+    }
+}
+
+TYPED_TEST(SparseVectorTest, TakesNoMemoryForACountThatTheFileDoesNotBearOut)
+{
+    using T = TypeParam;
+    for (std::int32_t count :
+         {-1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max(), 1 << 30}) {
+        for (std::size_t bodySize : {0, 5, 1000000}) {
+            std::string bytes(sizeof(count) + bodySize, '\1');
+            std::memcpy(bytes.data(), &count, sizeof(count));
+            for (bool isPipe : {false, true}) {
+                CSparseVectorTmpl<T> loaded;
+                bool const complete = isPipe ? loaded.LoadFromFile(PipeReader(bytes).get())
+                                             : loaded.LoadFromFile(fileWith(bytes).get());
+                ASSERT_FALSE(complete);
+                ASSERT_LE(loaded.GetNOfNonZeroElements(), count < 0 ? 0 : int(bodySize / 4) + (1 << 16));
+                // Unordered positions must be harmless.
+                loaded.GetElement(loaded.GetMaxNonZeroIdx() / 2);
+            }
+        }
+    }
+}
+
+TYPED_TEST(SparseVectorTest, LongVectorsPassThroughStreamsWithoutLength)
+{
+    using T = TypeParam;
+    CSparseVectorTmpl<T> original;
+    for (int k = 0; k < 200000; ++k) {
+        original.SetElementNoIdxSearch(3 * k, T(k % 1000));
+    }
+    std::string const bytes = savedBytes(original);
+    CSparseVectorTmpl<T> loaded;
+    ASSERT_TRUE(loaded.LoadFromFile(PipeReader(bytes).get()));
+    EXPECT_EQ(savedBytes(loaded), bytes);
+}

@@ -1,0 +1,265 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/LinSys/VPLSstorage.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <utility>
+#include <vector>
+
+using namespace REmath;
+
+namespace
+{
+
+template <class T, template <class> class RowAdapter>
+struct StorageOf
+{
+    using Scalar = T;
+    using Adapter = RowAdapter<T>;
+    using Storage = CVPLSstorage<T, RowAdapter>;
+    static constexpr bool isShifted = std::is_same_v<Adapter, CShiftedVectorAsVPLstorageRow<T>>;
+};
+
+template <class>
+class VPLSstorageTest : public testing::Test
+{};
+
+using Storages = testing::Types<
+    StorageOf<float, CStdVectorAsVPLSstorageRow>, StorageOf<double, CStdVectorAsVPLSstorageRow>,
+    StorageOf<float, CShiftedVectorAsVPLstorageRow>, StorageOf<double, CShiftedVectorAsVPLstorageRow>,
+    StorageOf<float, CSparseVectorAsVPLSstorageRow>, StorageOf<double, CSparseVectorAsVPLSstorageRow>>;
+TYPED_TEST_SUITE(VPLSstorageTest, Storages, );
+
+template <class T>
+class NumberedPositions : public IVertexPosInformer<T>
+{
+public:
+    T GetVertexPosition(int vertex) const override { return T(vertex % 5); }
+};
+
+/// Free matrix as it must come out, with the index of the first non-zero element of each row.
+template <class T>
+struct DenseRows
+{
+    std::vector<std::vector<T>> rows;
+
+    T product(std::size_t row, std::vector<T> const & vector) const
+    {
+        T sum = 0;
+        for (std::size_t column = 0; column < vector.size(); ++column) {
+            sum += rows[row][column] * vector[column];
+        }
+        return sum;
+    }
+    /// What a storage of shifted rows gives for an element.
+    T shiftedElement(std::size_t row, int column) const
+    {
+        auto const isNotZero = [](T value) { return value != T(0); };
+        auto const first = std::find_if(rows[row].begin(), rows[row].end(), isNotZero);
+        auto const last = std::find_if(rows[row].rbegin(), rows[row].rend(), isNotZero).base();
+        std::ptrdiff_t const index = (first - rows[row].begin()) + column;
+        return first < last && index >= 0 && index < last - first ? first[index] : T(0);
+    }
+};
+
+} // namespace
+
+TYPED_TEST(VPLSstorageTest, HoldsTheSystemThatItsEquationsState)
+{
+    using T = typename TypeParam::Scalar;
+    using Storage = typename TypeParam::Storage;
+    for (unsigned seed = 0; seed < 150; ++seed) {
+        std::mt19937 random(seed);
+        int const freeCount = 1 + int(random() % 12);
+        int const fixedCount = int(random() % 4);
+        std::vector<int> vertices;
+        for (int k = 0; k < freeCount + fixedCount; ++k) {
+            vertices.push_back(7 * k - 20);
+        }
+        std::shuffle(vertices.begin(), vertices.end(), random);
+        std::unique_ptr<Storage> storage = std::make_unique<Storage>();
+        storage->setSymmetric(seed % 2 == 0);
+        for (int k = 0; k < freeCount + fixedCount; ++k) {
+            std::size_t const place = std::size_t(k);
+            k < freeCount ? storage->DefineFreeVertex(vertices[place])
+                          : storage->DefineFixedVertex(vertices[place]);
+        }
+        if (seed % 3 == 0) {
+            storage->AllocateMatrix();
+            ASSERT_TRUE(storage->IsMatrixAllocated());
+        }
+        DenseRows<T> dense;
+        std::vector<CVertexLinearCombination<T>> equations;
+        for (int row = 0; row < freeCount; ++row) {
+            dense.rows.emplace_back(std::size_t(freeCount));
+            CVertexLinearCombination<T> equation;
+            // A zero term makes an equation legal that has no other free one.
+            equation.AddVertex(vertices[random() % std::size_t(freeCount)], T(0));
+            for (int k = 0; k < freeCount + fixedCount; ++k) {
+                T const coeff = random() % 3 == 0 ? T(int(random() % 9) - 4) : T(0);
+                if (coeff != T(0)) {
+                    equation.AddVertex(vertices[std::size_t(k)], coeff);
+                    if (k < freeCount) {
+                        dense.rows.back()[std::size_t(k)] = coeff;
+                    }
+                }
+            }
+            // A copy takes the next equation as the original would.
+            if (random() % 4 == 0) {
+                storage.reset(storage->Copy());
+            }
+            storage->AddEquation(equation);
+            equations.push_back(equation);
+        }
+        ASSERT_TRUE(storage->IsCorrectlyDefinedSystem());
+        ASSERT_EQ(storage->isSymmetric(), seed % 2 == 0);
+
+        std::vector<T> vector;
+        for (int k = 0; k < freeCount; ++k) {
+            vector.push_back(NumberedPositions<T>().GetVertexPosition(vertices[std::size_t(k)]));
+        }
+        std::vector<T> rightPart(std::size_t(freeCount), T(77));
+        storage->SetSingleRightPart(rightPart.data(), NumberedPositions<T>());
+        for (int row = 0; row < freeCount; ++row) {
+            std::size_t const r = std::size_t(row);
+            T const product = storage->ScalarProductByMatrixRow(row, freeCount, vector.data());
+            ASSERT_EQ(product, dense.product(r, vector));
+            ASSERT_EQ(product - rightPart[r],
+                      EvaluateLinCombination<T>(equations[r], NumberedPositions<T>()));
+            for (int column = 0; column < freeCount; ++column) {
+                ASSERT_EQ(storage->GetFreeVertCoeff(row, column), TypeParam::isShifted
+                                                                      ? dense.shiftedElement(r, column)
+                                                                      : dense.rows[r][std::size_t(column)]);
+            }
+            for (int outside : {-1 - freeCount, INT_MIN, freeCount, INT_MAX}) {
+                ASSERT_EQ(storage->GetFreeVertCoeff(row, outside), T(0));
+                ASSERT_EQ(storage->GetFreeVertCoeff(outside, 0), T(0));
+                ASSERT_EQ(storage->ScalarProductByMatrixRow(outside, freeCount, vector.data()), T(0));
+            }
+        }
+    }
+}
+
+TYPED_TEST(VPLSstorageTest, AdaptersMultiplyWhatTheyWereGiven)
+{
+    using T = typename TypeParam::Scalar;
+    using Adapter = typename TypeParam::Adapter;
+    std::mt19937 random(5);
+    typename Adapter::RowType row;
+    for (int size = 0; size < 200; ++size) {
+        std::vector<T> array, vector;
+        for (int k = 0; k < size; ++k) {
+            array.push_back(random() % 4 == 0 && k > size / 5 ? T(int(random() % 9) - 4) : T(0));
+            vector.push_back(T(int(random() % 9) - 4));
+        }
+        Adapter::assignRowByArray(&row, size, array.data());
+        // Shorter vectors and an empty one must not be overrun.
+        for (int length : {size, size / 2, 0, -1}) {
+            T expected = 0;
+            for (int k = 0; k < length; ++k) {
+                expected += array[std::size_t(k)] * vector[std::size_t(k)];
+            }
+            std::vector<T> const part(vector.begin(), vector.begin() + std::max(0, length));
+            ASSERT_EQ(Adapter::scalarProduct(row, length, part.data()), expected);
+        }
+    }
+}
+
+TEST(ShiftedRowTest, KeepsTheSpanBetweenTheOuterNonZeros)
+{
+    using Adapter = CShiftedVectorAsVPLstorageRow<double>;
+    Adapter::RowType row;
+    double const inner[] = {0, 1, 0, 2, 0};
+    Adapter::assignRowByArray(&row, 5, inner);
+    EXPECT_EQ(row.firstPosition, 1);
+    EXPECT_EQ(row.values, (std::vector<double>{1, 0, 2}));
+    double const last[] = {0, 0, 0, 0, 0, 3};
+    Adapter::assignRowByArray(&row, 6, last);
+    EXPECT_EQ(row.firstPosition, 5);
+    EXPECT_EQ(row.values, std::vector<double>{3});
+    Adapter::assignRowByArray(&row, 5, last);
+    EXPECT_EQ(row.firstPosition, 0);
+    EXPECT_TRUE(row.values.empty());
+    EXPECT_EQ(Adapter::scalarProduct(row, 5, inner), 0);
+}
+
+TYPED_TEST(VPLSstorageTest, SpoilsByTheRulesUnderRandomUse)
+{
+    using T = typename TypeParam::Scalar;
+    int wellDefined = 0;
+    int spoiledWalks = 0;
+    for (unsigned seed = 0; seed < 1000; ++seed) {
+        std::mt19937 random(seed);
+        typename TypeParam::Storage storage;
+        std::set<int> freeVertices, fixedVertices;
+        std::size_t rows = 0, equations = 0;
+        std::pair<std::size_t, std::size_t> fixedMatrix{0, 0};
+        bool spoiled = false;
+        for (int step = 0; step < 25; ++step) {
+            int const vertex = int(random() % 9);
+            unsigned const action = unsigned(step < 6 ? random() % 5 : random() % 40);
+            bool const isClosed = rows > 0 && (equations == 0 || fixedMatrix.first > 0);
+            if (action < 5) {
+                bool const isFree = action < 3;
+                bool const isKnown = freeVertices.count(vertex) + fixedVertices.count(vertex) > 0;
+                if (isKnown && random() % 16 != 0) {
+                    continue;
+                }
+                isFree ? storage.DefineFreeVertex(vertex) : storage.DefineFixedVertex(vertex);
+                if (isKnown || isClosed) {
+                    spoiled = true;
+                } else {
+                    (isFree ? freeVertices : fixedVertices).insert(vertex);
+                }
+            } else if (action == 5) {
+                storage.AllocateMatrix();
+                rows = rows == 0 && !spoiled ? freeVertices.size() : rows;
+            } else if (action == 6) {
+                std::unique_ptr<typename TypeParam::Storage> const copy(storage.Copy());
+                storage = *copy;
+            } else {
+                CVertexLinearCombination<T> equation;
+                bool hasFree = false, hasUnknown = false;
+                for (int candidate = 0; candidate < 9; ++candidate) {
+                    bool const isFree = freeVertices.count(candidate) > 0;
+                    bool const isFixed = fixedVertices.count(candidate) > 0;
+                    if (isFree || isFixed ? random() % 2 == 0 : random() % 100 == 0) {
+                        equation.AddVertex(candidate, T(1));
+                        hasFree = hasFree || isFree;
+                        hasUnknown = hasUnknown || (!isFree && !isFixed);
+                    }
+                }
+                storage.AddEquation(equation);
+                if (!spoiled) {
+                    std::pair const sizes(freeVertices.size(), fixedVertices.size());
+                    if (fixedMatrix.first == 0 && sizes.first > 0 && sizes.second > 0) {
+                        fixedMatrix = sizes;
+                    }
+                    bool const fits = fixedMatrix.first == 0 || fixedMatrix == sizes;
+                    spoiled = !fits || equations >= sizes.first || hasUnknown || !hasFree;
+                    if (!spoiled) {
+                        rows = rows == 0 ? sizes.first : rows;
+                        spoiled = rows != sizes.first;
+                        ++equations;
+                    }
+                }
+            }
+            ASSERT_EQ(storage.IsSpoiled(), spoiled) << "seed " << seed << " step " << step;
+            ASSERT_EQ(storage.GetEquationsNumber(), int(equations)) << "seed " << seed << " step " << step;
+            ASSERT_EQ(storage.GetFreeVariablesNumber(), int(freeVertices.size()));
+            ASSERT_EQ(storage.GetFixedVariablesNumber(), int(fixedVertices.size()));
+            ASSERT_EQ(storage.IsMatrixAllocated(), rows > 0);
+            ASSERT_EQ(storage.IsCorrectlyDefinedSystem(), !spoiled && equations == freeVertices.size());
+            wellDefined += storage.IsCorrectlyDefinedSystem() && equations > 2;
+        }
+        spoiledWalks += spoiled;
+    }
+    EXPECT_GT(wellDefined, 50);
+    EXPECT_GT(spoiledWalks, 300);
+}
