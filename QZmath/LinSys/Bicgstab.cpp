@@ -9,96 +9,91 @@
 
 namespace REmath
 {
-
 namespace
 {
 
-// What counts as zero in the tests for breakdown.
+// Scalar products below these count as zero. The ones that decide on the step along the stabilising direction
+// are compared in double precision for both types.
 template <class T>
-T smallValue();
+constexpr T smallProduct = T();
 template <>
-double smallValue<double>()
-{
-    return 1e-40;
-}
+constexpr float smallProduct<float> = 1e-15f;
 template <>
-float smallValue<float>()
-{
-    return 1e-15f;
-}
-
-// Products of residuals become far smaller than their squares at the start, so this bound is that of `double`
-// for both types.
-template <class T>
-bool isNegligible(T value)
-{
-    return std::fabs(static_cast<double>(value)) < 1e-40;
-}
+constexpr double smallProduct<double> = 1e-40;
+constexpr double smallStabilisingProduct = 1e-40;
 
 template <class T>
-int bicgstabOf(int n, void (*multiply)(void *, T const *, T *), void * context, T const * rightPart,
-               T * solution, T eps, int maxIterations)
+int iterate(int n, void (*multiply)(void *, T const *, T *), void * context, T const * b, T * x, T eps,
+            int maxIterations)
 {
-    using QzBackend::axpy;
-    using QzBackend::dot;
-    using QzBackend::scal;
+    using namespace QzBackend;
+    std::size_t const size = n > 0 ? std::size_t(n) : 0;
+    std::vector<T> work(6 * size);
+    T * const r = work.data(); // A x - b: the negative of the usual residual
+    T * const p = r + size;
+    T * const s = p + size;
+    T * const h = s + size; // shadow residual
+    T * const v = h + size;
+    T * const t = v + size;
 
-    std::size_t const size = n > 0 ? static_cast<std::size_t>(n) : 0;
-    T const limit = eps * eps * dot(size, rightPart, rightPart);
-    std::vector<T> residual(size, T(0));
-    std::vector<T> productOfDirection(size, T(0));
-    std::vector<T> productOfStep(size, T(0));
-    multiply(context, solution, residual.data());
-    axpy(size, T(-1), rightPart, residual.data());
-    std::vector<T> direction = residual;
-    std::vector<T> step = residual;
-    std::vector<T> const shadow = residual;
-    if (dot(size, shadow.data(), shadow.data()) < smallValue<T>())
+    T const limit = eps * eps * dot(size, b, b);
+    if (size > 0)
+        multiply(context, x, r);
+    axpy(size, T(-1), b, r);
+    copy(size, r, p);
+    copy(size, r, s);
+    copy(size, r, h);
+    if (dot(size, h, h) < smallProduct<T>)
         return -1;
-    T rho = dot(size, shadow.data(), step.data());
+    T rho = dot(size, h, s);
 
-    int iterations = 0;
-    while (dot(size, residual.data(), residual.data()) > limit) {
-        multiply(context, direction.data(), productOfDirection.data());
-        T const denominator = dot(size, shadow.data(), productOfDirection.data());
-        if (std::fabs(denominator) < smallValue<T>())
+    int iteration = 0;
+    T residual = dot(size, r, r);
+    while (residual > limit) {
+        multiply(context, p, v);
+        T const d = dot(size, h, v);
+        if (std::fabs(d) < smallProduct<T>)
             return -1;
-        T const alpha = rho / denominator;
-        axpy(size, -alpha, productOfDirection.data(), residual.data());
-        axpy(size, -alpha, productOfDirection.data(), step.data());
-        multiply(context, step.data(), productOfStep.data());
-        T const a = dot(size, step.data(), productOfStep.data());
-        T const c = dot(size, productOfStep.data(), productOfStep.data());
-        T const omega = isNegligible(a) || isNegligible(c) ? T(0) : a / c;
-        axpy(size, -omega, productOfStep.data(), residual.data());
-        axpy(size, -alpha, direction.data(), solution);
-        axpy(size, -omega, step.data(), solution);
-        axpy(size, -omega, productOfStep.data(), step.data());
-        T const rhoNew = dot(size, shadow.data(), step.data());
-        T const beta = ((alpha / omega) / rho) * rhoNew;
-        rho = rhoNew;
-        scal(size, beta, direction.data());
-        axpy(size, T(1), step.data(), direction.data());
-        axpy(size, -(omega * beta), productOfDirection.data(), direction.data());
-        ++iterations;
-        if (maxIterations > 0 && iterations >= maxIterations)
+        T const alpha = rho / d;
+        axpy(size, -alpha, v, r);
+        axpy(size, -alpha, v, s);
+        multiply(context, s, t);
+        T const a = dot(size, s, t);
+        T const c = dot(size, t, t);
+        bool const stagnates =
+            std::fabs(double(a)) < smallStabilisingProduct || std::fabs(double(c)) < smallStabilisingProduct;
+        T const omega = stagnates ? T(0) : a / c;
+        axpy(size, -omega, t, r);
+        axpy(size, -alpha, p, x);
+        axpy(size, -omega, s, x);
+        axpy(size, -omega, t, s);
+        T const newRho = dot(size, h, s);
+        // Without a stabilising step this is infinite or not a number, and the next residual ends the loop.
+        T const beta = ((alpha / omega) / rho) * newRho;
+        rho = newRho;
+        scal(size, beta, p);
+        axpy(size, T(1), s, p);
+        axpy(size, -(omega * beta), v, p);
+        residual = dot(size, r, r);
+        ++iteration;
+        if (maxIterations > 0 && iteration >= maxIterations)
             break;
     }
-    return iterations;
+    return iteration;
 }
 
 } // namespace
 
-int bicgstab(int n, void (*multiply)(void *, double const *, double *), void * context,
-             double const * rightPart, double * solution, double eps, int maxIterations)
-{
-    return bicgstabOf(n, multiply, context, rightPart, solution, eps, maxIterations);
-}
-
 int bicgstab(int n, void (*multiply)(void *, float const *, float *), void * context, float const * rightPart,
              float * solution, float eps, int maxIterations)
 {
-    return bicgstabOf(n, multiply, context, rightPart, solution, eps, maxIterations);
+    return iterate<float>(n, multiply, context, rightPart, solution, eps, maxIterations);
+}
+
+int bicgstab(int n, void (*multiply)(void *, double const *, double *), void * context,
+             double const * rightPart, double * solution, double eps, int maxIterations)
+{
+    return iterate<double>(n, multiply, context, rightPart, solution, eps, maxIterations);
 }
 
 } // namespace REmath

@@ -6,28 +6,28 @@
 namespace REmath
 {
 
-/// The stabilised bi-conjugate gradient iteration for A x = b (H. A. van der Vorst, SIAM J. Sci. Stat.
-/// Comput. 13, 1992), without preconditioning and with the residual of opposite sign, A x - b.
+/// Solves A x = b for a square matrix that is known only by its products, by the stabilised method of
+/// bi-conjugate gradients (van der Vorst 1992), without preconditioner.
 ///
-/// It stops as soon as |A x - b|^2, carried along by recurrence, is not above eps^2 |b|^2; a residual that
-/// became NaN stops it too. Results are the same to the bit whatever the number of threads.
+/// - `n`: number of unknowns; `rightPart` holds b.
+/// - `multiply(context, in, out)`: writes A * in to the n elements of `out`. It may throw; everything is
+/// released.
+/// - `solution`: the initial guess, replaced by the result.
+/// - `eps`: iterations end when the norm of the residual is at most `eps` times the norm of b.
+/// - `maxIterations`: at most so many iterations; no limit when 0 or less.
 ///
-/// \param n             size of the system
-/// \param multiply      computes `out` = A `in`, both of n elements; what it throws passes
-/// \param context       handed to `multiply`
-/// \param rightPart     b, n elements
-/// \param solution      in: initial guess, out: result; n elements
-/// \param maxIterations no limit when 0 or less
-/// \return the number of iterations, also when the limit was reached; -1 on breakdown, which includes a start
-/// that
-///         solves the system already
+/// Gives the number of iterations, whether they converged or were stopped by the limit: a caller who must
+/// know has to look at the residual. Gives -1 on breakdown, and `solution` then holds the last approximation.
+/// A residual that vanishes at the start is such a breakdown: an initial guess that solves the system exactly
+/// gives -1, and so does n of 0. A residual that is not a number ends the iterations like convergence.
 ///
-/// Memory: six vectors of n elements. Thread-safe.
-QZMATH_API int bicgstab(int n, void (*multiply)(void * context, double const * in, double * out),
-                        void * context, double const * rightPart, double * solution, double eps,
-                        int maxIterations);
+/// Takes two products for each iteration and one for the start. Allocates its work vectors once per call.
+/// Safe to be called from several threads. The result is the same for any number of threads of the BLAS.
 QZMATH_API int bicgstab(int n, void (*multiply)(void * context, float const * in, float * out),
                         void * context, float const * rightPart, float * solution, float eps,
+                        int maxIterations);
+QZMATH_API int bicgstab(int n, void (*multiply)(void * context, double const * in, double * out),
+                        void * context, double const * rightPart, double * solution, double eps,
                         int maxIterations);
 
 } // namespace REmath

@@ -5,6 +5,12 @@ namespace REmath
 {
 
 template <class T>
+ILinSysSolverCore<T>::ILinSysSolverCore() = default;
+template <class T>
+ILinSysSolverCore<T>::ILinSysSolverCore(ILinSysSolverCore const &) = default;
+template <class T>
+ILinSysSolverCore<T> & ILinSysSolverCore<T>::operator=(ILinSysSolverCore const &) = default;
+template <class T>
 ILinSysSolverCore<T>::~ILinSysSolverCore() = default;
 
 template class ILinSysSolverCore<float>;

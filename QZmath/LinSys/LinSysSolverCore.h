@@ -9,8 +9,8 @@ class CProgressCounter;
 namespace REmath
 {
 
-/// Solves any system of equations over vertices, whatever storage holds it: the half of a solver that
-/// `CLinSysSolverCompose` joins with a storage. A core belongs to one thread at a time.
+/// A method that solves a linear system, whatever stores it. Exists for `float` and `double`. A core is used
+/// by one thread at a time; it changes nothing in the system.
 template <class T>
 class QZMATH_API ILinSysSolverCore
 {
@@ -22,9 +22,8 @@ private:
 public:
     virtual ~ILinSysSolverCore();
 
-    /// Solves for `nRightParts` sets of fixed positions. `informers` and `recievers` are parallel arrays of
-    /// that length; `progress` may be null, and what it throws passes. False when the core could not solve
-    /// the system.
+    /// Solves for `nRightParts` sets of fixed positions; `informers` and `recievers` are parallel arrays of
+    /// that many pointers. `progress` may be null; what it throws passes through. Gives true on success.
     bool solveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                      IVertexPosInformer<T> const ** informers, IEqSysResultReciever<T> ** recievers,
                      CProgressCounter * progress)
@@ -33,12 +32,13 @@ public:
     }
 
 protected:
-    ILinSysSolverCore() = default;
-    ILinSysSolverCore(ILinSysSolverCore const &) = default;
-    ILinSysSolverCore & operator=(ILinSysSolverCore const &) = default;
+    ILinSysSolverCore();
+    ILinSysSolverCore(ILinSysSolverCore const & other);
+    ILinSysSolverCore & operator=(ILinSysSolverCore const & other);
 };
 
-/// How `CLinSysSolverCompose` makes a core for one solve. Cores that take parameters specialise it.
+/// How a composed solver makes the core for a solve. Specialised by the cores that have no default
+/// constructor.
 template <class Core>
 struct LinSysCoreDefaults
 {

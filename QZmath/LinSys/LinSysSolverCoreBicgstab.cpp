@@ -2,36 +2,42 @@
 #include <QZmath/LinSys/LinSysSolverCoreBicgstab.h>
 
 #include <QZmath/LinSys/Bicgstab.h>
-#include <QZmath/LinSys/IterativeSolveDetail.h>
+#include <QZmath/LinSys/LinSysSolverCoreDetail.h>
+#include <QZsys/Progress.h>
 
 #include <vector>
 
 namespace REmath
 {
-
 namespace
 {
 
 template <class T>
-struct RowProducts
+struct ProductContext
 {
     ILinearSystemReadOnly<T> const & system;
     int size;
-    Detail::ProductProgress progress;
-
-    static void multiply(void * context, T const * in, T * out)
-    {
-        RowProducts & self = *static_cast<RowProducts *>(context);
-        for (int row = 0; row < self.size; ++row)
-            out[row] = self.system.ScalarProductByMatrixRow(row, self.size, in);
-        self.progress.afterProduct();
-    }
+    Detail::IterationProgress progress;
 };
+
+template <class T>
+void multiplyRows(void * context, T const * in, T * out)
+{
+    auto & product = *static_cast<ProductContext<T> *>(context);
+    for (int row = 0; row < product.size; ++row)
+        out[row] = product.system.ScalarProductByMatrixRow(row, product.size, in);
+    product.progress.countProduct();
+}
 
 } // namespace
 
 template <class T>
 CLinSysSolverCoreBicgstab<T>::CLinSysSolverCoreBicgstab() = default;
+template <class T>
+CLinSysSolverCoreBicgstab<T>::CLinSysSolverCoreBicgstab(CLinSysSolverCoreBicgstab const &) = default;
+template <class T>
+CLinSysSolverCoreBicgstab<T> &
+CLinSysSolverCoreBicgstab<T>::operator=(CLinSysSolverCoreBicgstab const &) = default;
 template <class T>
 CLinSysSolverCoreBicgstab<T>::~CLinSysSolverCoreBicgstab() = default;
 
@@ -46,18 +52,18 @@ bool CLinSysSolverCoreBicgstab<T>::onSolveSystem(ILinearSystemReadOnly<T> const 
     int const size = system.GetEquationsNumber();
     if (size == 0)
         return true;
-    int expected = Detail::expectedIterations;
+    int expectedProducts = 1000;
+    std::vector<T> rightPart(static_cast<std::size_t>(size)), solution(static_cast<std::size_t>(size));
     for (int part = 0; part < nRightParts; ++part) {
-        CPrgCntSubPhase phase(progress, static_cast<double>(part) / nRightParts, 1.0 / nRightParts, 1, true);
-        std::vector<T> rightPart(static_cast<std::size_t>(size), T(0));
+        CPrgCntSubPhase const phase(progress, double(part) / nRightParts, 1.0 / nRightParts, 1, true);
         system.SetSingleRightPart(rightPart.data(), *informers[part]);
-        std::vector<T> solution(static_cast<std::size_t>(size), T(0));
-        RowProducts<T> products{system, size, Detail::ProductProgress(progress, expected)};
-        int const iterations = bicgstab(size, &RowProducts<T>::multiply, &products, rightPart.data(),
-                                        solution.data(), T(1e-6), -1);
+        solution.assign(solution.size(), T(0));
+        ProductContext<T> context{system, size, {progress, expectedProducts}};
+        int const iterations =
+            bicgstab(size, &multiplyRows<T>, &context, rightPart.data(), solution.data(), T(1e-6), -1);
         if (iterations < 0)
             return false;
-        expected = Detail::expectedAfter(iterations);
+        expectedProducts = Detail::expectedAfter(iterations);
         system.SetSingleSolution(solution.data(), *recievers[part]);
     }
     return true;
@@ -65,5 +71,7 @@ bool CLinSysSolverCoreBicgstab<T>::onSolveSystem(ILinearSystemReadOnly<T> const 
 
 template class CLinSysSolverCoreBicgstab<float>;
 template class CLinSysSolverCoreBicgstab<double>;
+template class CLinSysSolverCompose<float, CCSRSstorage<float>, CLinSysSolverCoreBicgstab<float>>;
+template class CLinSysSolverCompose<double, CCSRSstorage<double>, CLinSysSolverCoreBicgstab<double>>;
 
 } // namespace REmath

@@ -1,166 +1,185 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/LinSys/LinSysSolverDecomposed.h>
 
-#include <QZmath/LinSys/CsrMatrixDetail.h>
-#include <QZmath/LinSys/IterativeSolveDetail.h>
+#include <QZmath/LinSys/LinSysSolverCoreDetail.h>
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>
-
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 #include <QZsys/Threads.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstddef>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace REmath
 {
-
 namespace
 {
 
-// One block of the tree: the rows from `first` up to, but not including, `last`. The tasks of a level write
-// to disjoint parts of one solution.
-template <class T>
-class tf_subsystemTask final : public IVescaInvokeProc
+/// One block of the tree: solves its rows of the common solution.
+template <class T, class System>
+class tf_subsystemTask : public IVescaInvokeProc
 {
 public:
-    tf_subsystemTask(ICsrMatrix<T> const & matrix, bool positiveDefinite, T const * rightPart, T * solution,
-                     int first, int last, double eps, int maxIterations, bool hasChildren)
-        : m_matrix(matrix), m_positiveDefinite(positiveDefinite), m_rightPart(rightPart),
-          m_solution(solution), m_first(first), m_last(last), m_eps(eps), m_maxIterations(maxIterations),
-          m_succeeded(false), m_iterationsUsed(0), m_limitReached(false), m_relativeResidual(0),
-          m_hasChildren(hasChildren)
+    tf_subsystemTask(System const * system, T const * rightPart, T * solution, int firstRow, int endRow,
+                     double eps, int maxIterations, bool hasChildren)
+        : m_system(system), m_rightPart(rightPart), m_solution(solution), m_firstRow(firstRow),
+          m_endRow(endRow), m_eps(eps), m_maxIterations(maxIterations), m_hasChildren(hasChildren)
     {}
 
     void Invoke() override
     {
-        if (m_first == m_last) {
-            m_succeeded = true;
-        } else if (m_first == 0 && m_last == m_matrix.getMatrixSize()) {
-            solveBlock(m_matrix);
-        } else {
-            CCSRSquareMatrix<T> block;
-            block.makeSelfSubMatrix(m_first, m_last, m_matrix);
-            solveBlock(block);
+        m_iterationsUsed = 0;
+        m_succeeded = true;
+        // A block without rows is solved, in whichever way it would have been.
+        if (auto const * matrix = dynamic_cast<ICsrMatrix<T> const *>(m_system);
+            matrix && m_endRow > m_firstRow) {
+            CCSRSquareMatrix<T> ownBlock;
+            ICsrMatrix<T> const * block = matrix;
+            if (m_firstRow != 0 || m_endRow != matrix->getMatrixSize()) {
+                ownBlock.makeSelfSubMatrix(m_firstRow, m_endRow, *matrix);
+                block = &ownBlock;
+            }
+            if (m_hasChildren) {
+                CLinSysSolverSparseMKL<T> merged(T(m_eps), m_maxIterations);
+                m_iterationsUsed = merged.solveForExplicitMatrix(m_solution, *block, m_rightPart, nullptr);
+                m_succeeded = m_iterationsUsed >= 0;
+            } else {
+                CLinSysSolverSparseDss<T> direct;
+                direct.solveForExplicitMatrix(m_solution, *block, m_system->isPositiveDefinite(), m_rightPart,
+                                              nullptr);
+            }
         }
+        m_done = true;
     }
-
-    bool isSucceeded() const { return m_succeeded; }
-    int iterationsUsed() const { return m_iterationsUsed; }
-    bool isIterationLimitReached() const { return m_limitReached; }
-    T relativeResidual() const { return m_relativeResidual; }
+    virtual bool isSucceeded() const { return m_succeeded; }
+    virtual bool isDone() const { return m_done; }
+    virtual int iterationsUsed() const { return m_iterationsUsed; }
+    bool hasChildren() const { return m_hasChildren; }
 
 private:
-    void solveBlock(ICsrMatrix<T> const & block)
-    {
-        if (!m_hasChildren) {
-            // A block that cannot be solved alone keeps its zeros: the merged blocks above it solve it all
-            // the same.
-            CLinSysSolverSparseDss<T>().solveForExplicitMatrix(m_solution, block, m_positiveDefinite,
-                                                               m_rightPart, nullptr);
-            m_succeeded = true;
-            return;
-        }
-        CLinSysSolverSparseMKL<T> solver(static_cast<T>(m_eps), m_maxIterations);
-        m_iterationsUsed = solver.solveForExplicitMatrix(m_solution, block, m_rightPart, nullptr);
-        m_succeeded = m_iterationsUsed >= 0;
-        m_limitReached = solver.isIterationLimitReached();
-        m_relativeResidual = solver.getRelativeResidual();
-    }
-
-    ICsrMatrix<T> const & m_matrix;
-    bool m_positiveDefinite;
+    System const * m_system;
     T const * m_rightPart;
     T * m_solution;
-    int m_first;
-    int m_last;
+    int m_firstRow, m_endRow;
     double m_eps;
     int m_maxIterations;
-    bool m_succeeded;
-    int m_iterationsUsed;
-    bool m_limitReached;
-    T m_relativeResidual;
+    bool m_succeeded = false;
+    bool m_done = false;
+    int m_iterationsUsed = 0;
     bool m_hasChildren;
 };
 
-template <class T>
-using TaskLevels = std::vector<std::vector<std::unique_ptr<tf_subsystemTask<T>>>>;
-
-// The tree of one right part, by level from the root down, each level from left to right.
-template <class T>
+/// The tasks of one right part and how they depend on one another.
+template <class Task>
 class tf_BinaryDependentTaskManager
 {
 public:
-    tf_BinaryDependentTaskManager(ICsrMatrix<T> const & matrix, bool positiveDefinite,
-                                  std::vector<int> const & boundaries, T const * rightPart, T * solution,
-                                  double eps, int maxIterations)
-        : m_matrix(matrix), m_positiveDefinite(positiveDefinite), m_boundaries(boundaries),
-          m_rightPart(rightPart), m_solution(solution), m_eps(eps), m_maxIterations(maxIterations)
+    struct Node
     {
-        build(0, boundaries.size() - 1, 0);
-    }
+        std::unique_ptr<Task> task;
+        Node const * left;
+        Node const * right;
+    };
 
-    TaskLevels<T> const & levels() const { return m_levels; }
+    virtual ~tf_BinaryDependentTaskManager() = default;
+
+    Node const * append(std::unique_ptr<Task> task, Node const * left, Node const * right)
+    {
+        m_nodes.push_back(std::make_unique<Node>(Node{std::move(task), left, right}));
+        return m_nodes.back().get();
+    }
+    Task const * root() const { return m_nodes.empty() ? nullptr : m_nodes.back()->task.get(); }
+
+    /// Level 0 holds the root, each further one the sub-tasks of the one before, left before right.
+    std::vector<std::vector<Task *>> levels() const
+    {
+        std::vector<std::vector<Task *>> result;
+        std::vector<Node const *> level;
+        if (!m_nodes.empty())
+            level.push_back(m_nodes.back().get());
+        while (!level.empty()) {
+            std::vector<Node const *> next;
+            result.emplace_back();
+            for (Node const * node : level) {
+                result.back().push_back(node->task.get());
+                for (Node const * child : {node->left, node->right})
+                    if (child)
+                        next.push_back(child);
+            }
+            level = std::move(next);
+        }
+        return result;
+    }
 
 private:
-    // Positions of the boundaries array, both included.
-    void build(std::size_t begin, std::size_t end, std::size_t depth)
-    {
-        if (begin == end)
-            return;
-        std::size_t const middle = begin + (end - begin) / 2;
-        bool const hasChildren = middle != begin && middle != end;
-        if (m_levels.size() <= depth)
-            m_levels.resize(depth + 1);
-        int const first = m_boundaries[begin];
-        m_levels[depth].push_back(std::make_unique<tf_subsystemTask<T>>(
-            m_matrix, m_positiveDefinite, m_rightPart + first, m_solution + first, first, m_boundaries[end],
-            m_eps, m_maxIterations, hasChildren));
-        if (hasChildren) {
-            build(begin, middle, depth + 1);
-            build(middle, end, depth + 1);
-        }
-    }
-
-    ICsrMatrix<T> const & m_matrix;
-    bool m_positiveDefinite;
-    std::vector<int> const & m_boundaries;
-    T const * m_rightPart;
-    T * m_solution;
-    double m_eps;
-    int m_maxIterations;
-    TaskLevels<T> m_levels;
+    std::vector<std::unique_ptr<Node>> m_nodes;
 };
 
-// Runs the blocks of one level in batches of as many as there are threads. Their iterations together, or -1
-// when one of them failed. Tasks never touch the counter.
+/// What the tasks of one right part share.
 template <class T>
-int runLevel(std::vector<std::unique_ptr<tf_subsystemTask<T>>> const & level, CProgressCounter * progress)
+struct RightPartContext
 {
-    std::size_t const threads =
-        static_cast<std::size_t>(std::max(1, CVescaThreadingTasksHelper::getNumOfPhisicalThread()));
+    using Task = tf_subsystemTask<T, ILinearSystemReadOnly<T>>;
+    using Tasks = tf_BinaryDependentTaskManager<Task>;
+
+    ILinearSystemReadOnly<T> const & system;
+    IEqSysResultReciever<T> & reciever;
+    std::vector<int> const & boundaries;
+    std::vector<T> solution, rightPart;
+    Tasks tasks;
+    double eps;
+    int maxIterations;
+
+    /// The tree over the boundaries at positions `first` to `last`; null when there is no block in between.
+    typename Tasks::Node const * buildTree(std::size_t first, std::size_t last)
+    {
+        if (first == last)
+            return nullptr;
+        std::size_t const middle = first + (last - first) / 2;
+        int const firstRow = boundaries[first];
+        bool const hasChildren = middle != first && middle != last;
+        auto task = std::make_unique<Task>(&system, rightPart.data() + firstRow, solution.data() + firstRow,
+                                           firstRow, boundaries[last], eps, maxIterations, hasChildren);
+        typename Tasks::Node const * left = nullptr;
+        typename Tasks::Node const * right = nullptr;
+        if (hasChildren) {
+            left = buildTree(first, middle);
+            right = buildTree(middle, last);
+        }
+        return tasks.append(std::move(task), left, right);
+    }
+};
+
+/// Gives the sum of the iterations, -1 when a task failed.
+template <class Task>
+int runLevel(std::vector<Task *> const & level, CProgressCounter * progress)
+{
+    std::size_t const threads = std::size_t(CVescaThreadingTasksHelper::getNumOfPhisicalThread());
     int iterations = 0;
-    for (std::size_t first = 0; first < level.size(); first += threads) {
-        std::size_t const last = std::min(first + threads, level.size());
-        std::vector<IVescaInvokeProc *> batch;
-        for (std::size_t task = first; task < last; ++task) {
-            if (progress != nullptr)
-                progress->SetPosFloat(static_cast<double>(task) / static_cast<double>(level.size()));
-            batch.push_back(level[task].get());
+    std::vector<IVescaInvokeProc *> batch;
+    for (std::size_t begin = 0; begin < level.size(); begin += batch.size()) {
+        batch.clear();
+        for (std::size_t number = begin; number < std::min(begin + threads, level.size()); ++number) {
+            if (progress)
+                progress->SetPosFloat(double(number) / double(level.size()));
+            batch.push_back(level[number]);
         }
         if (threads < 2)
             batch.front()->Invoke();
         else
-            CVescaThreadingTasksHelper::performInParallel(batch.data(), static_cast<int>(batch.size()),
-                                                          nullptr);
-        for (std::size_t task = first; task < last; ++task) {
-            if (!level[task]->isSucceeded())
+            CVescaThreadingTasksHelper::performInParallel(batch.data(), int(batch.size()), nullptr);
+        for (std::size_t number = begin; number < begin + batch.size(); ++number) {
+            if (!level[number]->isSucceeded())
                 return -1;
-            iterations += level[task]->iterationsUsed();
+            iterations += level[number]->iterationsUsed();
         }
     }
-    if (progress != nullptr)
+    if (progress)
         progress->SetPosFloat(1.0);
     return iterations;
 }
@@ -170,10 +189,13 @@ int runLevel(std::vector<std::unique_ptr<tf_subsystemTask<T>>> const & level, CP
 template <class T>
 CLinSysSolverDecomposed<T>::CLinSysSolverDecomposed(std::vector<int> const & boundaries, double eps,
                                                     int maxIterations)
-    : m_boundaries(boundaries), m_eps(eps), m_maxIterations(maxIterations), m_iterationsUsed(0),
-      m_limitReached(false), m_relativeResidual(0)
+    : m_boundaries(boundaries), m_eps(eps), m_maxIterations(maxIterations)
 {}
 
+template <class T>
+CLinSysSolverDecomposed<T>::CLinSysSolverDecomposed(CLinSysSolverDecomposed const &) = default;
+template <class T>
+CLinSysSolverDecomposed<T> & CLinSysSolverDecomposed<T>::operator=(CLinSysSolverDecomposed const &) = default;
 template <class T>
 CLinSysSolverDecomposed<T>::~CLinSysSolverDecomposed() = default;
 
@@ -183,46 +205,52 @@ bool CLinSysSolverDecomposed<T>::onSolveSystem(ILinearSystemReadOnly<T> const & 
                                                IEqSysResultReciever<T> ** recievers,
                                                CProgressCounter * progress)
 {
-    int const size = system.GetEquationsNumber();
     if (m_boundaries.empty() || m_boundaries.front() != 0)
         m_boundaries.insert(m_boundaries.begin(), 0);
+    int const size = system.GetEquationsNumber();
     if (m_boundaries.back() != size)
         m_boundaries.push_back(size);
     m_iterationsUsed = 0;
-    m_limitReached = false;
-    m_relativeResidual = T(0);
+    m_iterationLimitReached = false;
+    m_relativeResidual = 0;
+    // Ascending from 0 to the size, none can lie outside.
     if (!std::is_sorted(m_boundaries.begin(), m_boundaries.end()))
         return false;
     auto const * matrix = dynamic_cast<ICsrMatrix<T> const *>(&system);
-    if (matrix != nullptr && (Detail::csrRowCount(*matrix) != size || !Detail::isRowIndexComplete(*matrix)))
+    if (matrix && size > 0 && (matrix->getMatrixSize() != size || !Detail::isMatrixUsable(*matrix)))
         return false;
 
     for (int part = 0; part < nRightParts; ++part) {
-        CPrgCntSubPhase phase(progress, static_cast<double>(part) / nRightParts, 1.0 / nRightParts, 1, true);
-        std::vector<T> solution(static_cast<std::size_t>(size), T(0));
-        std::vector<T> rightPart(static_cast<std::size_t>(size), T(0));
-        system.SetSingleRightPart(rightPart.data(), *informers[part]);
-        if (matrix != nullptr) {
-            tf_BinaryDependentTaskManager<T> const tree(*matrix, system.isPositiveDefinite(), m_boundaries,
-                                                        rightPart.data(), solution.data(), m_eps,
-                                                        m_maxIterations);
-            std::size_t const levels = tree.levels().size();
-            int iterations = 0;
-            for (std::size_t done = 0; done < levels; ++done) {
-                CPrgCntSubPhase levelPhase(progress, static_cast<double>(done) / static_cast<double>(levels),
-                                           1.0 / static_cast<double>(levels), 1, true);
-                int const levelIterations = runLevel<T>(tree.levels()[levels - 1 - done], progress);
-                if (levelIterations < 0)
-                    return false;
-                iterations += levelIterations;
-            }
-            m_iterationsUsed += iterations;
-            if (levels > 0 && tree.levels()[0][0]->isIterationLimitReached()) {
-                m_limitReached = true;
-                m_relativeResidual = std::max(m_relativeResidual, tree.levels()[0][0]->relativeResidual());
+        CPrgCntSubPhase const phase(progress, double(part) / nRightParts, 1.0 / nRightParts, 1, true);
+        std::size_t const rows = std::size_t(size);
+        RightPartContext<T> context{
+            system, *recievers[part], m_boundaries, std::vector<T>(rows), std::vector<T>(rows), {},
+            m_eps,  m_maxIterations};
+        system.SetSingleRightPart(context.rightPart.data(), *informers[part]);
+        context.buildTree(0, m_boundaries.size() - 1);
+        auto const levels = context.tasks.levels();
+        int iterations = 0;
+        for (std::size_t finished = 0; finished < levels.size(); ++finished) {
+            CPrgCntSubPhase const levelPhase(progress, double(finished) / double(levels.size()),
+                                             1.0 / double(levels.size()), 1, true);
+            int const levelIterations = runLevel(levels[levels.size() - 1 - finished], progress);
+            if (levelIterations < 0)
+                return false;
+            iterations += levelIterations;
+        }
+        m_iterationsUsed += iterations;
+        if (auto const * root = context.tasks.root(); matrix && root && root->hasChildren() &&
+                                                      m_maxIterations > 0 &&
+                                                      root->iterationsUsed() == m_maxIterations) {
+            T const residual =
+                Detail::relativeResidual(*matrix, context.solution.data(), context.rightPart.data());
+            if (!(residual <= T(m_eps))) {
+                m_iterationLimitReached = true;
+                if (!(residual <= m_relativeResidual))
+                    m_relativeResidual = residual;
             }
         }
-        system.SetSingleSolution(solution.data(), *recievers[part]);
+        system.SetSingleSolution(context.solution.data(), context.reciever);
     }
     return true;
 }
@@ -230,10 +258,14 @@ bool CLinSysSolverDecomposed<T>::onSolveSystem(ILinearSystemReadOnly<T> const & 
 template <class T>
 CLinSysSolverSpaceDecomposer<T>::CLinSysSolverSpaceDecomposer(std::vector<int> const & boundaries, double eps,
                                                               int maxIterations)
-    : m_boundaries(boundaries), m_eps(eps), m_maxIterations(maxIterations), m_iterationsUsed(0),
-      m_limitReached(false), m_relativeResidual(0)
+    : m_boundaries(boundaries), m_eps(eps), m_maxIterations(maxIterations)
 {}
 
+template <class T>
+CLinSysSolverSpaceDecomposer<T>::CLinSysSolverSpaceDecomposer(CLinSysSolverSpaceDecomposer const &) = default;
+template <class T>
+CLinSysSolverSpaceDecomposer<T> &
+CLinSysSolverSpaceDecomposer<T>::operator=(CLinSysSolverSpaceDecomposer const &) = default;
 template <class T>
 CLinSysSolverSpaceDecomposer<T>::~CLinSysSolverSpaceDecomposer() = default;
 
@@ -249,15 +281,18 @@ bool CLinSysSolverSpaceDecomposer<T>::OnSolveSystem(int nRightParts, IVertexPosI
                                                     CProgressCounter * progress)
 {
     CLinSysSolverDecomposed<T> core(m_boundaries, m_eps, m_maxIterations);
-    bool const solved = core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
+    bool const succeeded =
+        core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
     m_iterationsUsed = core.getIterationsUsed();
-    m_limitReached = core.isIterationLimitReached();
+    m_iterationLimitReached = core.isIterationLimitReached();
     m_relativeResidual = core.getRelativeResidual();
-    return solved;
+    return succeeded;
 }
 
 template class CLinSysSolverDecomposed<float>;
 template class CLinSysSolverDecomposed<double>;
+template class CLinSysSolverCompose<float, CCSRSstorage<float>, CLinSysSolverDecomposed<float>>;
+template class CLinSysSolverCompose<double, CCSRSstorage<double>, CLinSysSolverDecomposed<double>>;
 template class CLinSysSolverSpaceDecomposer<float>;
 template class CLinSysSolverSpaceDecomposer<double>;
 

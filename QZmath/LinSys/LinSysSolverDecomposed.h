@@ -11,72 +11,79 @@
 namespace REmath
 {
 
-/// Core that cuts the unknowns into blocks of consecutive indices, solves the blocks with the direct solver,
-/// and merges neighbours pairwise up a binary tree: each merged block is solved iteratively from the
-/// solutions of its halves, and the root of the tree is the whole system. Pays where blocks are nearly
-/// independent of one another.
+/// Solver for large systems whose unknowns can be cut into nearly independent stretches. Exists for `float`
+/// and `double`.
 ///
-/// The blocks of a tree level run in parallel, one per physical thread; the result does not depend on their
-/// number. The system has to be an `ICsrMatrix<T>`: any other gets zeros as its solution. A block that the
-/// direct solver cannot solve starts from 0 instead.
+/// The diagonal blocks between neighbouring boundaries are solved directly. Neighbouring blocks are then
+/// merged two by two up a binary tree, each merged block by `bicgstab` from the solutions of its halves; the
+/// root is the whole system. Blocks of one level run at the same time, as many as there are cores to use.
+/// Right parts are solved and delivered one after the other. The bits of a solution do not depend on the
+/// number of threads.
 ///
-/// False when a merged block breaks down (right parts before it have been delivered then), when the
-/// boundaries leave the range of the unknowns or descend, and for a matrix with unfilled rows.
+/// Needs a system that is an `ICsrMatrix<T>`; of any other no block is solved, and a solution of zeros is
+/// delivered.
+///
+/// Fails when `bicgstab` breaks down on a merged block; the right parts in front of that one have been
+/// delivered. An exactly solved start is such a breakdown. Fails also when the boundaries descend or lie
+/// outside the unknowns, and when the matrix is incomplete. A direct block that cannot be solved is left at
+/// zero, and is not reported.
 template <class T>
 class QZMATH_API CLinSysSolverDecomposed : public ILinSysSolverCore<T>
 {
-public:
-    /// \param boundaries    ascending indices at which the unknowns are cut; 0 and the size are added where
-    /// missing.
-    ///                      Without any the whole system goes to the direct solver.
-    /// \param eps           relative tolerance of the merged blocks
-    /// \param maxIterations of each merged block; no limit when 0 or less
-    CLinSysSolverDecomposed(std::vector<int> const & boundaries, double eps, int maxIterations);
-    ~CLinSysSolverDecomposed() override;
-
-    /// Iterations of all merged blocks over all right parts of the last solve.
-    int getIterationsUsed() const { return m_iterationsUsed; }
-    /// Did the whole system run into the limit with a residual above the tolerance, for any right part?
-    bool isIterationLimitReached() const { return m_limitReached; }
-    /// The greatest |A x - b| / |b| among those right parts, 0 if there was none.
-    T getRelativeResidual() const { return m_relativeResidual; }
-
 private:
     bool onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                        IVertexPosInformer<T> const ** informers, IEqSysResultReciever<T> ** recievers,
                        CProgressCounter * progress) override;
 
+public:
+    /// `boundaries` are indices into the unknowns, ascending; a repeated one makes an empty block. 0 in front
+    /// and the number of unknowns at the end are added by a solve where they are missing, and stay. Without
+    /// boundaries the whole system is solved directly. `eps` is the relative residual of the merged blocks,
+    /// `maxIterations` the limit for each of them, none below 1.
+    CLinSysSolverDecomposed(std::vector<int> const & boundaries, double eps, int maxIterations);
+    CLinSysSolverDecomposed(CLinSysSolverDecomposed const & other);
+    CLinSysSolverDecomposed & operator=(CLinSysSolverDecomposed const & other);
+    ~CLinSysSolverDecomposed() override;
+
+    /// The sum over merged blocks and right parts of the last solve.
+    int getIterationsUsed() const { return m_iterationsUsed; }
+    /// Did the whole system reach the limit of iterations, for a right part of the last solve, without the
+    /// residual asked for? Limits reached inside the tree do not count.
+    bool isIterationLimitReached() const { return m_iterationLimitReached; }
+    /// In that case the largest norm of a residual in terms of the norm of its right part; otherwise 0.
+    T getRelativeResidual() const { return m_relativeResidual; }
+
+private:
     std::vector<int> m_boundaries;
     double m_eps;
     int m_maxIterations;
-    int m_iterationsUsed;
-    bool m_limitReached;
-    T m_relativeResidual;
+    int m_iterationsUsed = 0;
+    bool m_iterationLimitReached = false;
+    T m_relativeResidual = 0;
 };
 
+/// Makes the core of a composed solver without boundaries: a direct solver of the whole system.
 template <class T>
 struct LinSysCoreDefaults<CLinSysSolverDecomposed<T>>
 {
-    static CLinSysSolverDecomposed<T> make()
-    {
-        return CLinSysSolverDecomposed<T>(std::vector<int>(), -1.0, -1);
-    }
+    static CLinSysSolverDecomposed<T> make() { return CLinSysSolverDecomposed<T>({}, -1.0, -1); }
 };
 
-/// Complete solver over compressed rows with the decomposing core.
+/// Ready solver over compressed rows by `CLinSysSolverDecomposed`.
 template <class T>
 class QZMATH_API CLinSysSolverSpaceDecomposer
     : public CLinSysSolverCompose<T, CCSRSstorage<T>, CLinSysSolverDecomposed<T>>
 {
 public:
-    /// Parameters as those of `CLinSysSolverDecomposed`.
     CLinSysSolverSpaceDecomposer(std::vector<int> const & boundaries, double eps, int maxIterations);
+    CLinSysSolverSpaceDecomposer(CLinSysSolverSpaceDecomposer const & other);
+    CLinSysSolverSpaceDecomposer & operator=(CLinSysSolverSpaceDecomposer const & other);
     ~CLinSysSolverSpaceDecomposer() override;
     CLinSysSolverSpaceDecomposer * Copy() const override;
 
-    /// What `CLinSysSolverDecomposed` says of the last solve.
+    /// These three as in `CLinSysSolverDecomposed`, of the last solve.
     int getIterationsUsed() const { return m_iterationsUsed; }
-    bool isIterationLimitReached() const { return m_limitReached; }
+    bool isIterationLimitReached() const { return m_iterationLimitReached; }
     T getRelativeResidual() const { return m_relativeResidual; }
 
 private:
@@ -86,13 +93,15 @@ private:
     std::vector<int> m_boundaries;
     double m_eps;
     int m_maxIterations;
-    int m_iterationsUsed;
-    bool m_limitReached;
-    T m_relativeResidual;
+    int m_iterationsUsed = 0;
+    bool m_iterationLimitReached = false;
+    T m_relativeResidual = 0;
 };
 
 extern template class CLinSysSolverDecomposed<float>;
 extern template class CLinSysSolverDecomposed<double>;
+extern template class CLinSysSolverCompose<float, CCSRSstorage<float>, CLinSysSolverDecomposed<float>>;
+extern template class CLinSysSolverCompose<double, CCSRSstorage<double>, CLinSysSolverDecomposed<double>>;
 extern template class CLinSysSolverSpaceDecomposer<float>;
 extern template class CLinSysSolverSpaceDecomposer<double>;
 

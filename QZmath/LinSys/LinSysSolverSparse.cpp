@@ -6,13 +6,18 @@ namespace REmath
 
 template <class T>
 CSparseStoreSparseLinSysSolver<T>::CSparseStoreSparseLinSysSolver(int expectedElementsPerLine)
-    : m_semidefiniteLift(0)
 {
-    this->getStorageRefMod().setIndexBase(1);
+    this->getStorageRefMod().setIndexBase(CSR_INDEX_BASE_1);
     if (expectedElementsPerLine > 0)
         this->getStorageRefMod().setExpectedElementsPerLine(expectedElementsPerLine);
 }
 
+template <class T>
+CSparseStoreSparseLinSysSolver<T>::CSparseStoreSparseLinSysSolver(CSparseStoreSparseLinSysSolver const &) =
+    default;
+template <class T>
+CSparseStoreSparseLinSysSolver<T> &
+CSparseStoreSparseLinSysSolver<T>::operator=(CSparseStoreSparseLinSysSolver const &) = default;
 template <class T>
 CSparseStoreSparseLinSysSolver<T>::~CSparseStoreSparseLinSysSolver() = default;
 
@@ -43,14 +48,19 @@ bool CSparseStoreSparseLinSysSolver<T>::OnSolveSystem(int nRightParts,
 template <class T>
 CSparseStoreBicgstabLinSysSolver<T>::CSparseStoreBicgstabLinSysSolver(int expectedElementsPerLine, T eps,
                                                                       int maxIterations)
-    : m_eps(eps), m_maxIterations(maxIterations), m_iterationsUsed(0), m_limitReached(false),
-      m_relativeResidual(0)
+    : m_eps(eps), m_maxIterations(maxIterations)
 {
-    this->getStorageRefMod().setIndexBase(0);
+    this->getStorageRefMod().setIndexBase(CSR_INDEX_BASE_0);
     if (expectedElementsPerLine > 0)
         this->getStorageRefMod().setExpectedElementsPerLine(expectedElementsPerLine);
 }
 
+template <class T>
+CSparseStoreBicgstabLinSysSolver<T>::CSparseStoreBicgstabLinSysSolver(
+    CSparseStoreBicgstabLinSysSolver const &) = default;
+template <class T>
+CSparseStoreBicgstabLinSysSolver<T> &
+CSparseStoreBicgstabLinSysSolver<T>::operator=(CSparseStoreBicgstabLinSysSolver const &) = default;
 template <class T>
 CSparseStoreBicgstabLinSysSolver<T>::~CSparseStoreBicgstabLinSysSolver() = default;
 
@@ -67,11 +77,12 @@ bool CSparseStoreBicgstabLinSysSolver<T>::OnSolveSystem(int nRightParts,
                                                         CProgressCounter * progress)
 {
     CLinSysSolverSparseMKL<T> core(m_eps, m_maxIterations);
-    bool const solved = core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
-    m_iterationsUsed = solved ? core.getIterationsUsed() : -1;
-    m_limitReached = core.isIterationLimitReached();
+    bool const succeeded =
+        core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
+    m_iterationsUsed = succeeded ? core.getIterationsUsed() : -1;
+    m_iterationLimitReached = core.isIterationLimitReached();
     m_relativeResidual = core.getRelativeResidual();
-    return solved;
+    return succeeded;
 }
 
 template class CSparseStoreSparseLinSysSolver<float>;

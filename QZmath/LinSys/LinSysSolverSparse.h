@@ -7,28 +7,29 @@
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>
 
+/// Ready solvers over compressed rows, for `float` and `double`. Free vertices are to be defined in ascending
+/// order.
 namespace REmath
 {
 
-/// Direct solver over compressed rows: one factorisation for all right parts of a solve. Free vertices have
-/// to be defined in ascending order of their identifiers, see `CCSRSstorage`.
+/// Direct solver. All right parts share one factorisation; `CLinSysSolverSparseDss` says when a solve fails.
 template <class T>
 class QZMATH_API CSparseStoreSparseLinSysSolver
     : public CLinSysSolverCompose<T, CCSRSstorage<T>, CLinSysSolverSparseDss<T>>
 {
 public:
-    /// \param expectedElementsPerLine memory reserved per equation; 0 or less reserves none
+    /// `expectedElementsPerLine` sizes the matrix with the first equation; nothing is reserved when below 1.
     explicit CSparseStoreSparseLinSysSolver(int expectedElementsPerLine = 0);
+    CSparseStoreSparseLinSysSolver(CSparseStoreSparseLinSysSolver const & other);
+    CSparseStoreSparseLinSysSolver & operator=(CSparseStoreSparseLinSysSolver const & other);
     ~CSparseStoreSparseLinSysSolver() override;
     CSparseStoreSparseLinSysSolver * Copy() const override;
 
-    /// Reserves memory for a number of matrix elements; 0 or less does nothing.
+    /// Makes the storage of the matrix, with room for so many elements in all; does nothing when below 1. To
+    /// be called when all vertices are defined.
     void reserveMemory(int count);
 
-    /// For matrices that are declared positive definite but only semidefinite: above 0, a failed
-    /// factorisation is tried once more with this share of the largest diagonal element added to the
-    /// diagonal, and its solution is accepted if the relative residual of the unchanged system is below 1e-9.
-    /// 0, the default, fails instead.
+    /// See `CLinSysSolverSparseDss::setSemidefiniteLift`; 0 by default.
     void setSemidefiniteLift(T relative) { m_semidefiniteLift = relative; }
     T getSemidefiniteLift() const { return m_semidefiniteLift; }
 
@@ -36,19 +37,21 @@ private:
     bool OnSolveSystem(int nRightParts, IVertexPosInformer<T> const ** informers,
                        IEqSysResultReciever<T> ** recievers, CProgressCounter * progress) override;
 
-    T m_semidefiniteLift;
+    T m_semidefiniteLift = 0;
 };
 
-/// Iterative solver over compressed rows, see `CLinSysSolverSparseMKL`.
+/// Iterative solver by `bicgstab`, started from the right parts. A solve gives true also when a right part
+/// did not converge; `CLinSysSolverSparseMKL` says more.
 template <class T>
 class QZMATH_API CSparseStoreBicgstabLinSysSolver
     : public CLinSysSolverCompose<T, CCSRSstorage<T>, CLinSysSolverSparseMKL<T>>
 {
 public:
-    /// \param expectedElementsPerLine memory reserved per equation; 0 or less reserves none
-    /// \param eps                     relative tolerance of the residual
-    /// \param maxIterations           for each right part; no limit when 0 or less
+    /// `expectedElementsPerLine` as above; `eps` is the relative residual to reach, `maxIterations` the limit
+    /// for each right part, none below 1.
     CSparseStoreBicgstabLinSysSolver(int expectedElementsPerLine, T eps, int maxIterations);
+    CSparseStoreBicgstabLinSysSolver(CSparseStoreBicgstabLinSysSolver const & other);
+    CSparseStoreBicgstabLinSysSolver & operator=(CSparseStoreBicgstabLinSysSolver const & other);
     ~CSparseStoreBicgstabLinSysSolver() override;
     CSparseStoreBicgstabLinSysSolver * Copy() const override;
 
@@ -57,11 +60,11 @@ public:
     int getMaxIterations() const { return m_maxIterations; }
     void setMaxIterations(int maxIterations) { m_maxIterations = maxIterations; }
 
-    /// Iterations of the last solve over all right parts, -1 when it failed.
+    /// The sum over the right parts of the last solve, -1 after a solve that failed.
     int getIterationsUsed() const { return m_iterationsUsed; }
-    /// Did the last solve run into the limit with a residual above the tolerance?
-    bool isIterationLimitReached() const { return m_limitReached; }
-    /// The greatest |A x - b| / |b| of its right parts that did, 0 if there was none.
+    /// Did a right part of the last solve reach the limit of iterations without the residual asked for?
+    bool isIterationLimitReached() const { return m_iterationLimitReached; }
+    /// In that case the largest norm of a residual in terms of the norm of its right part; otherwise 0.
     T getRelativeResidual() const { return m_relativeResidual; }
 
 private:
@@ -70,9 +73,9 @@ private:
 
     T m_eps;
     int m_maxIterations;
-    int m_iterationsUsed;
-    bool m_limitReached;
-    T m_relativeResidual;
+    int m_iterationsUsed = 0;
+    bool m_iterationLimitReached = false;
+    T m_relativeResidual = 0;
 };
 
 extern template class CSparseStoreSparseLinSysSolver<float>;

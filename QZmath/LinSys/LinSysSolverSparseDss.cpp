@@ -2,92 +2,140 @@
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 
 #include <QZmath/Backend/DirectSolver.h>
-#include <QZmath/LinSys/CsrMatrixDetail.h>
-
+#include <QZmath/LinSys/LinSysSolverCoreDetail.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
+#include <new>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 namespace REmath
 {
-
 namespace
 {
 
-using QzBackend::CDirectSolver;
+struct TF_MklDssError
+{};
 
-double const largestResidualOfLift = 1e-9;
+void check(bool succeeded)
+{
+    if (!succeeded)
+        throw TF_MklDssError();
+}
 
-// The values of a matrix in double precision: those of a double matrix in place, a copy of those of a float
-// matrix.
-class WideValues
+// What a solution of a lifted matrix may leave of its right part.
+constexpr double liftedResidualLimit = 1e-9;
+
+/// The values or right parts of a float system widened; those of a double system as they are.
+template <class T>
+class Widened
 {
 public:
-    explicit WideValues(ICsrMatrix<double> const & matrix) : m_values(matrix.getCsrValues()) {}
-    explicit WideValues(ICsrMatrix<float> const & matrix)
-        : m_copy(matrix.getCsrValues(), matrix.getCsrValues() + matrix.getNonZeroValuesNumber()),
-          m_values(m_copy.data())
-    {}
-    double const * get() const { return m_values; }
+    Widened(T const * elements, std::size_t count)
+    {
+        if constexpr (std::is_same_v<T, double>) {
+            m_data = elements;
+        } else {
+            m_copy.assign(elements, elements + count);
+            m_data = m_copy.data();
+        }
+    }
+    double const * data() const { return m_data; }
 
 private:
     std::vector<double> m_copy;
-    double const * m_values;
+    double const * m_data;
+};
+
+/// The arrays of a matrix in the form with one row index. A matrix of other making, whose rows do not follow
+/// one another, is compacted.
+template <class T>
+struct ContiguousMatrix
+{
+    explicit ContiguousMatrix(ICsrMatrix<T> const & matrix)
+        : size(Detail::csrRowCount(matrix)), indexBase(matrix.getIndexBase())
+    {
+        check(Detail::isRowIndexComplete(matrix));
+        int const * const begin = matrix.getCsrPointerB();
+        int const * const end = matrix.getCsrPointerE();
+        if (end == begin + 1) {
+            rowIndex = begin;
+            columns = matrix.getCsrColumns();
+            values = matrix.getCsrValues();
+            nonZeros = matrix.getNonZeroValuesNumber();
+            return;
+        }
+        ownRowIndex.push_back(indexBase);
+        for (int row = 0; row < size; ++row) {
+            ownColumns.insert(ownColumns.end(), matrix.getCsrColumns() + begin[row] - indexBase,
+                              matrix.getCsrColumns() + end[row] - indexBase);
+            ownValues.insert(ownValues.end(), matrix.getCsrValues() + begin[row] - indexBase,
+                             matrix.getCsrValues() + end[row] - indexBase);
+            ownRowIndex.push_back(int(ownColumns.size()) + indexBase);
+        }
+        rowIndex = ownRowIndex.data();
+        columns = ownColumns.data();
+        values = ownValues.data();
+        nonZeros = int(ownColumns.size());
+    }
+    ContiguousMatrix(ContiguousMatrix const &) = delete;
+    ContiguousMatrix & operator=(ContiguousMatrix const &) = delete;
+
+    int size, indexBase, nonZeros = 0;
+    int const * rowIndex = nullptr;
+    int const * columns = nullptr;
+    T const * values = nullptr;
+    std::vector<int> ownRowIndex, ownColumns;
+    std::vector<T> ownValues;
 };
 
 template <class T>
-double largestDiagonalElement(ICsrMatrix<T> const & matrix)
+double largestDiagonalElement(ContiguousMatrix<T> const & matrix)
 {
-    int const base = matrix.getIndexBase();
     double largest = 0.0;
-    for (int row = 0; row < matrix.getMatrixSize(); ++row) {
-        int const * begin = matrix.getCsrColumns() + (matrix.getCsrPointerB()[row] - base);
-        int const * end = matrix.getCsrColumns() + (matrix.getCsrPointerE()[row] - base);
-        int const * found = std::lower_bound(begin, end, row + base);
-        if (found != end && *found == row + base)
-            largest =
-                std::max(largest, static_cast<double>(matrix.getCsrValues()[found - matrix.getCsrColumns()]));
+    for (int row = 0; row < matrix.size; ++row) {
+        int const * const begin = matrix.columns + matrix.rowIndex[row] - matrix.indexBase;
+        int const * const end = matrix.columns + matrix.rowIndex[row + 1] - matrix.indexBase;
+        int const * const diagonal = std::lower_bound(begin, end, row + matrix.indexBase);
+        if (diagonal != end && *diagonal == row + matrix.indexBase)
+            largest = std::max(largest, double(matrix.values[diagonal - matrix.columns]));
     }
     return largest;
 }
 
-// |A x - b| / |b| in double precision. A right part of 0 is solved exactly by 0 only.
+/// |A x - b| <= limit |b|
 template <class T>
-double relativeResidual(ICsrMatrix<T> const & matrix, double const * solution, double const * rightPart)
+bool isResidualBelow(double limit, ContiguousMatrix<T> const & matrix, bool upperOnly,
+                     double const * solution, double const * rightPart)
 {
-    int const size = matrix.getMatrixSize();
-    int const base = matrix.getIndexBase();
-    bool const upperOnly = matrix.isUpperTriangleOnlyStored();
-    std::vector<double> residual(rightPart, rightPart + size);
-    double scale = 0.0;
-    for (double value : residual)
-        scale += value * value;
-    for (int row = 0; row < size; ++row) {
-        for (int element = matrix.getCsrPointerB()[row] - base; element < matrix.getCsrPointerE()[row] - base;
-             ++element) {
-            int const column = matrix.getCsrColumns()[element] - base;
-            double const value = static_cast<double>(matrix.getCsrValues()[element]);
-            residual[static_cast<std::size_t>(row)] -= value * solution[column];
+    std::vector<double> residual(rightPart, rightPart + matrix.size);
+    for (int row = 0; row < matrix.size; ++row)
+        for (int position = matrix.rowIndex[row] - matrix.indexBase;
+             position < matrix.rowIndex[row + 1] - matrix.indexBase; ++position) {
+            int const column = matrix.columns[position] - matrix.indexBase;
+            residual[std::size_t(row)] -= double(matrix.values[position]) * solution[column];
             if (upperOnly && column != row)
-                residual[static_cast<std::size_t>(column)] -= value * solution[row];
+                residual[std::size_t(column)] -= double(matrix.values[position]) * solution[row];
         }
+    double errorSquare = 0.0, square = 0.0;
+    for (int row = 0; row < matrix.size; ++row) {
+        errorSquare += residual[std::size_t(row)] * residual[std::size_t(row)];
+        square += rightPart[row] * rightPart[row];
     }
-    double sum = 0.0;
-    for (double value : residual)
-        sum += value * value;
-    return sum == 0.0 ? 0.0 : std::sqrt(sum / scale);
+    return std::sqrt(errorSquare) <= limit * std::sqrt(square);
 }
 
 } // namespace
 
 template <class T>
-CLinSysSolverSparseDss<T>::CLinSysSolverSparseDss() : m_semidefiniteLift(0)
-{}
-
+CLinSysSolverSparseDss<T>::CLinSysSolverSparseDss() = default;
+template <class T>
+CLinSysSolverSparseDss<T>::CLinSysSolverSparseDss(CLinSysSolverSparseDss const &) = default;
+template <class T>
+CLinSysSolverSparseDss<T> & CLinSysSolverSparseDss<T>::operator=(CLinSysSolverSparseDss const &) = default;
 template <class T>
 CLinSysSolverSparseDss<T>::~CLinSysSolverSparseDss() = default;
 
@@ -100,31 +148,30 @@ bool CLinSysSolverSparseDss<T>::onSolveSystem(ILinearSystemReadOnly<T> const & s
     CPrgCntSubPhase preparation(progress, 0, 10, 0, true);
     if (!system.IsCorrectlyDefinedSystem())
         return false;
-    int const equations = system.GetEquationsNumber();
-    if (equations == 0)
+    int const size = system.GetEquationsNumber();
+    if (size == 0 || nRightParts <= 0)
         return true;
     std::optional<CCSRSquareMatrix<T>> converted;
     auto const * matrix = dynamic_cast<ICsrMatrix<T> const *>(&system);
-    // A converted matrix is the whole one: its own upper half would not say that the other half is missing.
-    if (matrix == nullptr)
-        matrix = &converted.emplace(LinearSystem2CsrMatrix(system, st_iDssIndexBase, false));
-    if (Detail::csrRowCount(*matrix) != equations || !Detail::isRowIndexComplete(*matrix))
+    if (!matrix)
+        matrix = &converted.emplace(LinearSystem2CsrMatrix<T>(system, st_iDssIndexBase, false));
+    if (matrix->getMatrixSize() != size)
         return false;
 
-    std::size_t const size = static_cast<std::size_t>(equations);
-    std::size_t const parts = static_cast<std::size_t>(std::max(0, nRightParts));
-    std::vector<T> rightParts(size * parts, T(0));
-    std::vector<T> solutions(size * parts, T(0));
-    for (std::size_t part = 0; part < parts; ++part)
-        system.SetSingleRightPart(rightParts.data() + part * size, *informers[part]);
+    std::size_t const rows = std::size_t(size);
+    std::vector<T> rightParts(rows * std::size_t(nRightParts)), solutions(rightParts.size()), rightPart(rows);
+    for (int part = 0; part < nRightParts; ++part) {
+        system.SetSingleRightPart(rightPart.data(), *informers[part]);
+        std::copy(rightPart.begin(), rightPart.end(), rightParts.begin() + std::ptrdiff_t(rows) * part);
+    }
     preparation.Finish();
 
     CPrgCntSubPhase solution(progress, 10, 90, 0, true);
     if (!solveForExplicitMatrixInternal(nRightParts, solutions.data(), *matrix, system.isPositiveDefinite(),
                                         rightParts.data(), progress))
         return false;
-    for (std::size_t part = 0; part < parts; ++part)
-        system.SetSingleSolution(solutions.data() + part * size, *recievers[part]);
+    for (int part = 0; part < nRightParts; ++part)
+        system.SetSingleSolution(solutions.data() + rows * std::size_t(part), *recievers[part]);
     solution.Finish();
     return true;
 }
@@ -134,8 +181,6 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrix(T * solution, ICsrMatrix<
                                                        bool positiveDefinite, T const * rightPart,
                                                        CProgressCounter * progress)
 {
-    if (!Detail::isRowIndexComplete(matrix))
-        return false;
     return solveForExplicitMatrixInternal(1, solution, matrix, positiveDefinite, rightPart, progress);
 }
 
@@ -145,53 +190,56 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
                                                                bool positiveDefinite, T const * rightParts,
                                                                CProgressCounter * progress)
 {
-    std::size_t const size = static_cast<std::size_t>(Detail::csrRowCount(matrix));
-    std::size_t const total = size * static_cast<std::size_t>(std::max(0, nRightParts));
-    if (size == 0)
+    using QzBackend::CDirectSolver;
+    if (Detail::csrRowCount(matrix) == 0)
         return true;
-    WideValues const values(matrix);
-    CDirectSolver solver(matrix.isUpperTriangleOnlyStored() ? CDirectSolver::Structure::symmetricUpper
-                                                            : CDirectSolver::Structure::general,
-                         positiveDefinite ? CDirectSolver::Definiteness::positiveDefinite
-                                          : CDirectSolver::Definiteness::indefinite);
-    if (!solver.defineStructure(static_cast<int>(size), matrix.getCsrPointerB(), matrix.getCsrColumns(),
-                                matrix.getNonZeroValuesNumber(), matrix.getIndexBase()))
-        return false;
-    {
-        CPrgCntSubPhase phase(progress, 0, 5, 0, true);
-        if (!solver.reorder(progress))
-            return false;
-    }
-    bool lifted = false;
-    {
-        CPrgCntSubPhase phase(progress, 5, 80, 0, true);
-        if (!solver.factor(values.get(), progress)) {
-            if (!positiveDefinite || !(m_semidefiniteLift > T(0)))
-                return false;
+    try {
+        ContiguousMatrix<T> const arrays(matrix);
+        bool const upperOnly = matrix.isUpperTriangleOnlyStored();
+        CDirectSolver solver(upperOnly ? CDirectSolver::Structure::symmetricUpper
+                                       : CDirectSolver::Structure::general,
+                             positiveDefinite ? CDirectSolver::Definiteness::positiveDefinite
+                                              : CDirectSolver::Definiteness::indefinite);
+        check(solver.defineStructure(arrays.size, arrays.rowIndex, arrays.columns, arrays.nonZeros,
+                                     arrays.indexBase));
+        Widened<T> const values(arrays.values, std::size_t(arrays.nonZeros));
+
+        CPrgCntSubPhase ordering(progress, 0, 5, 0, true);
+        check(solver.reorder(progress));
+        ordering.Finish();
+
+        CPrgCntSubPhase factorisation(progress, 5, 80, 0, true);
+        bool lifted = false;
+        if (!solver.factor(values.data(), progress)) {
+            check(positiveDefinite && m_semidefiniteLift > 0);
             lifted = true;
-            double const shift = static_cast<double>(m_semidefiniteLift) * largestDiagonalElement(matrix);
-            if (!solver.factor(values.get(), progress, shift))
-                return false;
+            check(solver.factor(values.data(), progress,
+                                double(m_semidefiniteLift) * largestDiagonalElement(arrays)));
         }
-    }
-    CPrgCntSubPhase phase(progress, 85, 15, 0, true);
-    std::vector<double> const wideRightParts(rightParts, rightParts + total);
-    std::vector<double> wideSolutions(total, 0.0);
-    if (!solver.solve(wideRightParts.data(), nRightParts, wideSolutions.data()))
+        factorisation.Finish();
+
+        std::size_t const rows = std::size_t(arrays.size),
+                          elements = rows * std::size_t(std::max(nRightParts, 0));
+        std::vector<double> result(elements);
+        CPrgCntSubPhase solution(progress, 85, 15, 0, true);
+        Widened<T> const right(rightParts, elements);
+        check(solver.solve(right.data(), nRightParts, result.data()));
+        for (std::size_t begin = 0; lifted && begin < elements; begin += rows)
+            check(isResidualBelow(liftedResidualLimit, arrays, upperOnly, result.data() + begin,
+                                  right.data() + begin));
+        std::transform(result.begin(), result.end(), solutions, [](double element) { return T(element); });
+        solution.Finish();
+        return true;
+    } catch (TF_MklDssError const &) {
         return false;
-    if (lifted) {
-        for (std::size_t offset = 0; offset < total; offset += size) {
-            if (!(relativeResidual(matrix, wideSolutions.data() + offset, wideRightParts.data() + offset) <
-                  largestResidualOfLift))
-                return false;
-        }
+    } catch (std::bad_alloc const &) {
+        return false;
     }
-    std::transform(wideSolutions.begin(), wideSolutions.end(), solutions,
-                   [](double value) { return static_cast<T>(value); });
-    return true;
 }
 
 template class CLinSysSolverSparseDss<float>;
 template class CLinSysSolverSparseDss<double>;
+template class CLinSysSolverCompose<float, CCSRSstorage<float>, CLinSysSolverSparseDss<float>>;
+template class CLinSysSolverCompose<double, CCSRSstorage<double>, CLinSysSolverSparseDss<double>>;
 
 } // namespace REmath

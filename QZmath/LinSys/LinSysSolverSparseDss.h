@@ -3,51 +3,67 @@
 
 #include <QZmath/Export.h>
 #include <QZmath/LinSys/CsrMatrix.h>
+#include <QZmath/LinSys/CsrStorage.h>
+#include <QZmath/LinSys/LinSysSolverCompose.h>
 #include <QZmath/LinSys/LinSysSolverCore.h>
 
 namespace REmath
 {
 
-/// Direct core: one sparse factorisation, Cholesky for systems declared positive definite and LU otherwise,
-/// solves all right parts together. Works in double precision for both types.
+/// Sparse direct solver: one factorisation, in double precision for both types, serves all right parts.
+/// Exists for `float` and `double`.
 ///
-/// A system that is an `ICsrMatrix` of index base 1 is used in place, any other is converted. False, and
-/// nothing delivered, when the system is not correctly defined, the matrix is singular, not positive definite
-/// as declared, or holds a value that is not finite, and when memory is short. The same input gives the same
-/// bits, whatever the number of threads.
+/// A system that is an `ICsrMatrix<T>` is used as it stands, any other is copied by n^2 look-ups. A matrix
+/// declared positive definite is factored by Cholesky, any other by LU with pivoting. A full matrix declared
+/// positive definite that is not symmetric is solved as it stands.
+///
+/// Fails, and delivers nothing, when the system is not correctly defined, the matrix is singular to working
+/// precision, not definite as declared or incomplete, elements or a solution are not finite, and when memory
+/// is short. A system without vertices succeeds.
+///
+/// The same system gives the same bits each time. Objects on different threads work at the same time. With a
+/// progress counter, a Cholesky factorisation can be interrupted every few hundredths of a second, its
+/// ordering within a second for the largest systems; an LU factorisation cannot.
 template <class T>
 class QZMATH_API CLinSysSolverSparseDss : public ILinSysSolverCore<T>
 {
-public:
-    /// Index base of matrices that are used in place.
-    static int const st_iDssIndexBase = 1;
-
-    CLinSysSolverSparseDss();
-    ~CLinSysSolverSparseDss() override;
-
-    /// Above 0, a matrix that was declared positive definite and cannot be factored is factored once more
-    /// with this share of its largest diagonal element added to the diagonal; the solution is accepted if the
-    /// relative residual of the unchanged matrix is below 1e-9. 0, the default, fails instead.
-    void setSemidefiniteLift(T relative) { m_semidefiniteLift = relative; }
-    T getSemidefiniteLift() const { return m_semidefiniteLift; }
-
-    /// Solves for one right part of the matrix size, without a semidefinite lift unless set. `solution` is
-    /// written on success only. The matrix may have either index base.
-    bool solveForExplicitMatrix(T * solution, ICsrMatrix<T> const & matrix, bool positiveDefinite,
-                                T const * rightPart, CProgressCounter * progress);
-
 private:
     bool onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                        IVertexPosInformer<T> const ** informers, IEqSysResultReciever<T> ** recievers,
                        CProgressCounter * progress) override;
+
+public:
+    /// Index base of the copy of a system that is no compressed-row matrix.
+    static constexpr int st_iDssIndexBase = 1;
+
+    CLinSysSolverSparseDss();
+    CLinSysSolverSparseDss(CLinSysSolverSparseDss const & other);
+    CLinSysSolverSparseDss & operator=(CLinSysSolverSparseDss const & other);
+    ~CLinSysSolverSparseDss() override;
+
+    /// What to do when the factorisation of a matrix declared positive definite fails: above 0, it is tried
+    /// once more with this share of the largest diagonal element added to the diagonal, and the solutions
+    /// count if their residuals in the given system are below 1e-9 of the right parts. So a semidefinite
+    /// system that has solutions gets one of them. 0, the default, makes it fail.
+    void setSemidefiniteLift(T relative) { m_semidefiniteLift = relative; }
+    T getSemidefiniteLift() const { return m_semidefiniteLift; }
+
+    /// Solves for one right part. `solution` and `rightPart` have as many elements as the matrix has rows;
+    /// `solution` is written on success only.
+    bool solveForExplicitMatrix(T * solution, ICsrMatrix<T> const & matrix, bool positiveDefinite,
+                                T const * rightPart, CProgressCounter * progress);
+
+private:
     bool solveForExplicitMatrixInternal(int nRightParts, T * solutions, ICsrMatrix<T> const & matrix,
                                         bool positiveDefinite, T const * rightParts,
                                         CProgressCounter * progress);
 
-    T m_semidefiniteLift;
+    T m_semidefiniteLift = 0;
 };
 
 extern template class CLinSysSolverSparseDss<float>;
 extern template class CLinSysSolverSparseDss<double>;
+extern template class CLinSysSolverCompose<float, CCSRSstorage<float>, CLinSysSolverSparseDss<float>>;
+extern template class CLinSysSolverCompose<double, CCSRSstorage<double>, CLinSysSolverSparseDss<double>>;
 
 } // namespace REmath
