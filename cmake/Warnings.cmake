@@ -2,9 +2,10 @@
 # One interface target carries the language level, the warnings and the sanitizers of every target of the tree.
 add_library(qz_options INTERFACE)
 target_compile_features(qz_options INTERFACE cxx_std_17)
+# Our own definitions are never replaced from outside, so calls inside a library may be inlined.
 # Contraction to fused multiply-add would make results depend on the target processor.
 target_compile_options(qz_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -ffp-contract=off)
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -ffp-contract=off -fno-semantic-interposition)
 if(QZMATH_WERROR)
     target_compile_options(qz_options INTERFACE -Werror)
 endif()

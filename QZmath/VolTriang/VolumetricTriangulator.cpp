@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/VolumetricTriangulator.h>
+
+#include <QZmath/VolTriang/IsoSurfaceDetail.h>
+#include <QZmath/VolTriang/IsoValueDetail.h>
+#include <QZmath/VolTriang/Kernels.h>
+#include <QZmath/VolTriang/LogLineDetail.h>
+#include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/SampleSplatDetail.h>
+#include <QZmath/VolTriang/VolumetricTriangulatorImpl.h>
+
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
+
+#include <algorithm>
+#include <utility>
+
+bool b_MEASURE_TRIANG_TIME_On = true;
+
+namespace VolTr
+{
+
+using VsPCnt::CMultiPhaseManager;
+using VsPCnt::CMultiPhaseManagerSingleSubPhase;
+
+CVolumetricTriangulator::CVolumetricTriangulator(ITriangulationTarget * target, IInputSamples const * samples,
+                                                 CVolTriangulationParams const * params,
+                                                 CProgressCounter * progress)
+    : m_impl(std::make_shared<CVolumetricTriangulatorImpl>(
+          target, samples, params != nullptr ? *params : CVolTriangulationParams(), progress))
+{}
+
+CVolumetricTriangulator::~CVolumetricTriangulator() = default;
+
+void CVolumetricTriangulator::run() { m_impl->run(); }
+
+CVolumetricTriangulatorImpl::CVolumetricTriangulatorImpl(ITriangulationTarget * target,
+                                                         IInputSamples const * samples,
+                                                         CVolTriangulationParams const & params,
+                                                         CProgressCounter * progress)
+    : m_samples(samples), m_progress(progress), m_params(params), m_target(target),
+      m_kernel(makeApproxGaussian<Kernel>()), m_log(params.getDebugLog()), m_densityEstimationLevel(-1)
+{}
+
+CVolumetricTriangulatorImpl::~CVolumetricTriangulatorImpl() = default;
+
+void CVolumetricTriangulatorImpl::run()
+{
+    logText(m_log, "Volumetric triangulation core started");
+    logParameters();
+    scaleKernel();
+
+    CMultiPhaseManager phases(m_progress);
+    registerPhases(phases);
+    {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, "tree");
+        buildTree();
+    }
+    GradientBasis gradBasis;
+    VectorField field;
+    {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, "grad_basis");
+        makeGradientBasis(gradBasis, field);
+    }
+    if (m_params.getVariableDensity()) {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, "density weights");
+        m_density = std::make_unique<SampleDensity>(estimateSampleDensity(
+            *m_samples, *m_octree, *m_basis, m_densityEstimationLevel, m_progress, m_log));
+    }
+    {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, "grad_div");
+        splatNormals(*m_samples, *m_octree, m_density.get(), field, m_progress);
+    }
+
+    ReconstructionSolver system =
+        chooseSolver(m_params.getPrefferedSolver(), m_octree->getNodesNumber(), m_log);
+    assembleSystem(*m_basis, gradBasis, field, *m_octree, system, phases, m_progress, m_log);
+    bool const withNormals = m_params.getEstimateResultNormals();
+    if (!withNormals) {
+        // They are as large as the unknown function itself; neither solve nor extraction needs them.
+        for (auto & component : field)
+            component.reset();
+        for (auto & component : gradBasis)
+            component.reset();
+    }
+
+    phases.StartPhase("solve");
+    std::unique_ptr<Combination> const function =
+        solveEquation(*m_basis, std::move(system), m_progress, m_log);
+    phases.FinishCurrentPhase();
+
+    double isoValue = 0.0;
+    {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, "iso-value");
+        logText(m_log, "Start calculating iso-value...");
+        isoValue = calcMeanIsoValue(*function, *m_samples, *m_octree,
+                                    m_density != nullptr ? &m_density->weights : nullptr, m_progress);
+        logValues(m_log, "Surface iso-value", isoValue);
+    }
+    {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, "iso-surface");
+        extractIsoSurface(*function, isoValue, withNormals ? &gradBasis : nullptr, *m_samples, *m_octree,
+                          m_params, *m_target, m_progress, m_log);
+    }
+    logText(m_log, "Volumetric triangulation core completed");
+}
+
+void CVolumetricTriangulatorImpl::logParameters() const
+{
+    logValues(m_log, "Octree depth", m_params.getOctreeDepth());
+    logValues(m_log, "Kernel scale", m_params.getKernelScaleFactor());
+    logValues(m_log, "Subdivision factor", m_params.getReconstructFactor());
+    logValues(m_log, "Closed", m_params.getClosed());
+    logValues(m_log, "Normals by gradient", m_params.getEstimateResultNormals());
+    logValues(m_log, "Center scheme", m_params.getUseCenter());
+    logValues(m_log, "Samples #", m_samples->pointsNumber());
+    logValues(m_log, "Variable density", m_params.getVariableDensity());
+    if (m_params.getVariableDensity())
+        logValues(m_log, "Density estimation level delta", m_params.getDensityEstimationDepthDelta());
+}
+
+void CVolumetricTriangulatorImpl::scaleKernel()
+{
+    float const factor = m_params.getKernelScaleFactor();
+    if (!(factor > 0.0f))
+        return;
+    double const scale = 1.0 / factor;
+    double const scales[3] = {scale, scale, scale};
+    m_kernel.scaleArgument(scales);
+}
+
+// The weights are the expected shares of the run time.
+void CVolumetricTriangulatorImpl::registerPhases(CMultiPhaseManager & phases) const
+{
+    if (m_params.getPhaseNameShown())
+        phases.showPhaseName();
+    phases.RegisterPhase("tree", 10);
+    phases.RegisterPhase("grad_basis", 2);
+    if (m_params.getVariableDensity())
+        phases.RegisterPhase("density weights", 30);
+    phases.RegisterPhase("grad_div", 10);
+    if (CVescaThreadingTasksHelper::getNumOfPhisicalThread() < 2) {
+        phases.RegisterPhase("right_part", 50);
+        phases.RegisterPhase("matrix", 50);
+    } else {
+        phases.RegisterPhase("matrix+right_part", 100);
+    }
+    phases.RegisterPhase("update right part", 5);
+    phases.RegisterPhase("solve", m_params.getOctreeDepth() >= 9 ? 200 : 30);
+    phases.RegisterPhase("iso-value", 10);
+    phases.RegisterPhase("iso-surface", 40);
+}
+
+void CVolumetricTriangulatorImpl::buildTree()
+{
+    m_octree = std::make_unique<COctree>(m_samples, m_params.getOctreeDepth(), m_progress,
+                                         m_params.getUseCenter(), m_params.getDetalizationLevel());
+    COctree const & octree = *m_octree;
+    CParallelepiped const cells = octree.getCellsBoundaryBox();
+    CParallelepiped const nodes = octree.getNodesBoundaryBox();
+    auto const logTriple = [this](char const * label, double const * triple) {
+        logValues(m_log, label, triple[0], triple[1], triple[2]);
+    };
+    logValues(m_log, "Octree depth", octree.getLeafCellDepth());
+    logValues(m_log, "Leaf cells", octree.getCellsNumberOnDeepestLevel());
+    logValues(m_log, "Nodes number ", octree.getNodesNumber());
+    logValues(m_log, "Node depth bounds", octree.getNodeDepthBegin(), octree.getNodeDepthEnd() - 1);
+    logValues(m_log, "Leaf cell size", octree.getCellSize(m_params.getOctreeDepth() - 1));
+    logTriple("Cells box min", cells.getMin());
+    logTriple("Cells box max", cells.getMax());
+    logTriple("Node min", nodes.getMin());
+    logTriple("Node max", nodes.getMax());
+
+    m_basis = std::make_unique<Basis>(m_kernel, m_octree.get(), 0);
+    logValues(m_log, "Kernel support size in cells", m_basis->getSupportSizeInCells());
+    if (m_params.getVariableDensity()) {
+        int const delta = std::max(m_params.getDensityEstimationDepthDelta(), 0);
+        m_densityEstimationLevel = std::max(octree.getNodeDepthEnd() - delta - 1, octree.getNodeDepthBegin());
+        logValues(m_log, "Density estimation level", m_densityEstimationLevel);
+    }
+}
+
+void CVolumetricTriangulatorImpl::makeGradientBasis(GradientBasis & gradBasis, VectorField & field)
+{
+    for (int axis = 0; axis < 3; ++axis) {
+        std::size_t const component = static_cast<std::size_t>(axis);
+        Kernel derivative;
+        m_kernel.makePartialDerivative(&derivative, axis);
+        gradBasis[component] = std::make_unique<Basis>(derivative, m_octree.get(), 1);
+        field[component] = std::make_unique<Combination>(gradBasis[component].get());
+    }
+}
+
+} // namespace VolTr

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/PipelineTypesDetail.h>
+#include <QZmath/VolTriang/SampleDensityDetail.h>
+#include <QZmath/VolTriang/SystemAssemblyDetail.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
+
+#include <memory>
+
+class CProgressCounter;
+
+namespace VolTr
+{
+
+class COctree;
+class IInputSamples;
+class ITriangulationTarget;
+
+/// The stages of the reconstruction, in the order in which `run` calls them.
+class CVolumetricTriangulatorImpl
+{
+public:
+    CVolumetricTriangulatorImpl(ITriangulationTarget * target, IInputSamples const * samples,
+                                CVolTriangulationParams const & params, CProgressCounter * progress);
+    virtual ~CVolumetricTriangulatorImpl();
+    CVolumetricTriangulatorImpl(CVolumetricTriangulatorImpl const &) = delete;
+    CVolumetricTriangulatorImpl & operator=(CVolumetricTriangulatorImpl const &) = delete;
+
+    void run();
+
+private:
+    void logParameters() const;
+    void scaleKernel();
+    void registerPhases(VsPCnt::CMultiPhaseManager & phases) const;
+    void buildTree();
+    void makeGradientBasis(GradientBasis & gradBasis, VectorField & field);
+
+    IInputSamples const * m_samples;
+    std::unique_ptr<COctree> m_octree;
+    std::unique_ptr<Basis> m_basis;
+    CProgressCounter * m_progress;
+    CVolTriangulationParams m_params;
+    ITriangulationTarget * m_target;
+    Kernel m_kernel;
+    VsUt::IDebugLog * m_log;
+    std::unique_ptr<SampleDensity> m_density; // null unless the density varies
+    int m_densityEstimationLevel;
+};
+
+} // namespace VolTr

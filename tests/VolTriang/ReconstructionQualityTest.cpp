@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Properties of whole reconstructions of clouds on analytic surfaces, whose distance, normals and topology
+// are known.
+#include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/VolumetricTriangulator.h>
+
+#include <apps/sampling/SampleShapes.h>
+#include <support/Mesh.h>
+#include <support/PointCloudSamples.h>
+#include <support/SurfaceScores.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <ostream>
+#include <string>
+#include <vector>
+
+using namespace VolTr;
+using qz_test::Mesh;
+
+namespace
+{
+
+PointCloudSamples toSamples(qz_sampling::Cloud const & cloud)
+{
+    PointCloudSamples samples;
+    for (std::size_t point = 0; point < cloud.size(); ++point) {
+        float const * p = &cloud.positions[3 * point];
+        float const * n = &cloud.normals[3 * point];
+        samples.add({p[0], p[1], p[2]}, {n[0], n[1], n[2]},
+                    !cloud.boundaryMarks.empty() && cloud.boundaryMarks[point] != 0);
+    }
+    return samples;
+}
+
+qz_sampling::Cloud makeCloud(qz_sampling::Shape const & shape, std::size_t pointNumber, double noise = 0.0,
+                             double densityRatio = 1.0)
+{
+    qz_sampling::SamplingOptions options;
+    options.pointNumber = pointNumber;
+    options.noise = noise;
+    options.densityRatio = densityRatio;
+    return sampleCloud(shape, options);
+}
+
+Mesh reconstruct(IInputSamples const & samples, CVolTriangulationParams const & params)
+{
+    qz_test::MeshTarget target;
+    CVolumetricTriangulator(&target, &samples, &params, nullptr).run();
+    EXPECT_EQ(target.violation(), "");
+    return target.mesh();
+}
+
+double leafCell(IInputSamples const & samples, int depth)
+{
+    return COctree(&samples, depth, nullptr, true, 0).getUnit();
+}
+
+struct Case
+{
+    std::string shape;
+    int depth;
+    std::size_t points;
+};
+
+void PrintTo(Case const & c, std::ostream * out) { *out << c.shape << " depth " << c.depth; }
+
+std::string nameOf(testing::TestParamInfo<Case> const & info)
+{
+    return info.param.shape + std::to_string(info.param.depth);
+}
+
+class ClosedShape : public testing::TestWithParam<Case>
+{};
+
+} // namespace
+
+TEST_P(ClosedShape, IsReconstructed)
+{
+    Case const & c = GetParam();
+    auto const shape = qz_sampling::makeShape(c.shape);
+    PointCloudSamples const samples = toSamples(makeCloud(*shape, c.points));
+    CVolTriangulationParams params;
+    params.setOctreeDepth(c.depth);
+    params.setEstimateResultNormals(true);
+    Mesh const mesh = reconstruct(samples, params);
+    qz_test::Topology const topology = examine(mesh);
+    EXPECT_TRUE(topology.isClosed());
+    EXPECT_EQ(topology.components, 1);
+    EXPECT_EQ(topology.unusedVertices, 0);
+    EXPECT_EQ(topology.eulerNumber(), shape->eulerNumber());
+    EXPECT_GT(signedVolume(mesh), 0.0);
+    EXPECT_LT(vertexDistances(mesh, *shape).rms, 0.25 * leafCell(samples, c.depth));
+    // At depth 5 a cell is a fifth of the torus's tube: the gradient is that of a visibly smoothed surface.
+    EXPECT_LT(normalAngles(mesh, *shape).rms, c.depth > 5 ? 3.0 : 6.0);
+}
+
+// The deep ones take minutes of a direct solve each.
+#ifdef QZ_SLOW_TESTS
+INSTANTIATE_TEST_SUITE_P(Deep, ClosedShape,
+                         testing::Values(Case{"sphere", 7, 100000}, Case{"torus", 7, 100000},
+                                         Case{"genus3", 7, 100000}, Case{"sphere", 8, 100000},
+                                         Case{"torus", 8, 100000}, Case{"genus3", 8, 100000}),
+                         nameOf);
+#else
+INSTANTIATE_TEST_SUITE_P(Depths, ClosedShape,
+                         testing::Values(Case{"sphere", 5, 100000}, Case{"torus", 5, 100000},
+                                         Case{"genus3", 5, 100000}, Case{"sphere", 6, 100000},
+                                         Case{"torus", 6, 100000}, Case{"genus3", 6, 100000}),
+                         nameOf);
+
+TEST(ReconstructionQuality, OpenSheetEndsAtItsBorder)
+{
+    auto const shape = qz_sampling::makeShape("sheet");
+    PointCloudSamples const samples = toSamples(makeCloud(*shape, 40000));
+    CVolTriangulationParams params;
+    params.setOctreeDepth(6);
+    params.setClosed(false);
+    Mesh const mesh = reconstruct(samples, params);
+    qz_test::Topology const topology = examine(mesh);
+    EXPECT_TRUE(topology.isManifold());
+    EXPECT_GT(topology.boundaryEdges, 0);
+    double const edge = COctree(&samples, 6, nullptr, true, -1).getCellSize(5);
+
+    // Nearest samples by a coarse hash of cells of five edges.
+    double farthest = 0.0;
+    COctree const octree(&samples, 6, nullptr, true, -1);
+    for (REmath::Point3D_d const & vertex : mesh.vertices) {
+        double nearest = 1e30;
+        for (auto const & point : samples.points) {
+            double const dx = point[0] - vertex.x();
+            if (std::fabs(dx) > 5.0 * edge)
+                continue;
+            nearest = std::min(nearest, std::hypot(dx, point[1] - vertex.y(), point[2] - vertex.z()));
+        }
+        farthest = std::max(farthest, nearest);
+    }
+    EXPECT_LT(farthest, 5.0 * edge);
+    // The inner part follows the sheet.
+    for (REmath::Point3D_d const & vertex : mesh.vertices) {
+        bool const isInner = std::fabs(vertex.x()) < 1.0 && std::fabs(vertex.y()) < 1.0 &&
+                             shape->distanceToBorder(vertex) > 4.0 * edge;
+        EXPECT_TRUE(!isInner || std::fabs(shape->signedDistance(vertex)) < edge);
+    }
+}
+
+TEST(ReconstructionQuality, DensityJumpCostsLittleInTheDenseHalf)
+{
+    auto const shape = qz_sampling::makeShape("sphere");
+    CVolTriangulationParams params;
+    params.setOctreeDepth(6);
+    auto const denseHalfError = [&](double ratio) {
+        PointCloudSamples const samples = toSamples(makeCloud(*shape, 60000, 0.0, ratio));
+        Mesh mesh = reconstruct(samples, params);
+        EXPECT_TRUE(examine(mesh).isClosed());
+        mesh.triangles.clear();
+        mesh.normals.clear();
+        mesh.vertices.erase(std::remove_if(mesh.vertices.begin(), mesh.vertices.end(),
+                                           [](REmath::Point3D_d const & vertex) { return vertex.x() < 0.1; }),
+                            mesh.vertices.end());
+        return vertexDistances(mesh, *shape).rms;
+    };
+    EXPECT_LT(denseHalfError(10.0), 2.0 * denseHalfError(1.0));
+}
+
+TEST(ReconstructionQuality, NoiseIsSmoothed)
+{
+    auto const shape = qz_sampling::makeShape("torus");
+    double const noise = 0.004;
+    PointCloudSamples const samples = toSamples(makeCloud(*shape, 100000, noise));
+    CVolTriangulationParams params;
+    params.setOctreeDepth(6);
+    Mesh const mesh = reconstruct(samples, params);
+    EXPECT_TRUE(examine(mesh).isClosed());
+    EXPECT_LT(vertexDistances(mesh, *shape).rms, 0.5 * noise * 2.8);
+}
+
+TEST(ReconstructionQuality, FinerSubdivisionGivesMoreTriangles)
+{
+    auto const shape = qz_sampling::makeShape("sphere");
+    PointCloudSamples const samples = toSamples(makeCloud(*shape, 20000));
+    CVolTriangulationParams params;
+    params.setOctreeDepth(5);
+    Mesh const coarse = reconstruct(samples, params);
+    params.setReconstructFactor(2.0f);
+    Mesh const fine = reconstruct(samples, params);
+    EXPECT_TRUE(examine(fine).isClosed());
+    EXPECT_NEAR(static_cast<double>(fine.triangles.size()) / static_cast<double>(coarse.triangles.size()),
+                4.0, 0.3);
+}
+#endif

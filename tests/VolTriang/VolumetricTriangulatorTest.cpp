@@ -1,0 +1,493 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/VolumetricTriangulator.h>
+
+#include <support/Mesh.h>
+#include <support/PointCloudSamples.h>
+
+#include <QZsys/DebugLog.h>
+#include <QZsys/Exceptions.h>
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace VolTr;
+using qz_test::Mesh;
+using qz_test::MeshTarget;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+namespace
+{
+
+// Points on a unit sphere along a Fibonacci spiral.
+PointCloudSamples sphere(int count, float normalLength = 1.0f)
+{
+    PointCloudSamples samples;
+    for (int sample = 0; sample < count; ++sample) {
+        double const z = 1.0 - (2.0 * sample + 1.0) / count;
+        double const angle = 2.399963229728653 * sample;
+        double const radius = std::sqrt(1.0 - z * z);
+        float const x = static_cast<float>(radius * std::cos(angle));
+        float const y = static_cast<float>(radius * std::sin(angle));
+        samples.add({x, y, static_cast<float>(z)},
+                    {normalLength * x, normalLength * y, normalLength * static_cast<float>(z)});
+    }
+    return samples;
+}
+
+CVolTriangulationParams paramsOfDepth(int depth)
+{
+    CVolTriangulationParams params;
+    params.setOctreeDepth(depth);
+    return params;
+}
+
+class RecordingLog : public VsUt::IDebugLog
+{
+public:
+    void getMessage(char const * line) override
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        lines.emplace_back(line);
+    }
+
+    std::vector<std::string> labels() const
+    {
+        std::vector<std::string> result;
+        for (std::string const & line : lines)
+            result.push_back(line.substr(0, line.find(": ")));
+        return result;
+    }
+    std::string value(std::string const & label) const
+    {
+        for (std::string const & line : lines) {
+            if (line.rfind(label + ": ", 0) == 0)
+                return line.substr(label.size() + 2);
+        }
+        return "missing";
+    }
+
+    std::vector<std::string> lines;
+
+private:
+    std::mutex m_mutex;
+};
+
+// Sets the thread number of the process and gives the machine's back.
+struct ThreadNumber
+{
+    explicit ThreadNumber(int number) { CVescaThreadingTasksHelper::setNumOfPhisicalThread(number); }
+    ~ThreadNumber() { CVescaThreadingTasksHelper::setNumOfPhisicalThread(0); }
+};
+
+Mesh reconstruct(IInputSamples const & samples, CVolTriangulationParams const & params, int threads = 0)
+{
+    ThreadNumber const number(threads);
+    MeshTarget target;
+    CVolumetricTriangulator(&target, &samples, &params, nullptr).run();
+    EXPECT_EQ(target.violation(), "");
+    return target.mesh();
+}
+
+std::string failureOf(std::function<void()> const & action)
+{
+    try {
+        action();
+    } catch (CVolTriangulationError const & error) {
+        return std::string("triangulation: ") + error.what();
+    } catch (std::exception const & error) {
+        return error.what();
+    }
+    return "none";
+}
+
+std::string runFailure(IInputSamples const & samples, CVolTriangulationParams const & params)
+{
+    MeshTarget target;
+    return failureOf([&] { CVolumetricTriangulator(&target, &samples, &params, nullptr).run(); });
+}
+
+class PhaseRecorder : public CProgressCounter
+{
+public:
+    std::vector<std::string> phases;
+    double last = 0.0;
+    bool monotone = true;
+    long operations = 0;
+    std::function<void()> onOperation = [] {};
+
+protected:
+    void onPhaseName(std::string const & name) override { phases.push_back(name); }
+    void onPosition(double overall) override
+    {
+        monotone = monotone && overall >= last && overall <= 1.0;
+        last = overall;
+        ++operations;
+        onOperation();
+    }
+};
+
+} // namespace
+
+TEST(VolTriangulationParams, DerivedValues)
+{
+    CVolTriangulationParams params = paramsOfDepth(3);
+    params.reconstructFactor() = 2.0f;
+    EXPECT_EQ(params.getCellFactor(), 16.0f);
+    EXPECT_EQ(params.estimateTriangleSize(4.0f), 0.25f);
+    EXPECT_EQ(params.estimateTrianglesNumber(), 1536);
+    params.setOctreeDepth(25);
+    EXPECT_EQ(params.estimateTrianglesNumber(), std::numeric_limits<int>::max());
+}
+
+TEST(VolumetricTriangulator, LogsToTheLetterAndInOrder)
+{
+    PointCloudSamples const samples = sphere(400);
+    RecordingLog log;
+    CVolTriangulationParams params = paramsOfDepth(4);
+    params.setDebugLog(&log);
+    reconstruct(samples, params, 1);
+    EXPECT_THAT(log.labels(), ElementsAreArray({"Volumetric triangulation core started",
+                                                "Octree depth",
+                                                "Kernel scale",
+                                                "Subdivision factor",
+                                                "Closed",
+                                                "Normals by gradient",
+                                                "Center scheme",
+                                                "Samples #",
+                                                "Variable density",
+                                                "Density estimation level delta",
+                                                "Octree depth",
+                                                "Leaf cells",
+                                                "Nodes number ",
+                                                "Node depth bounds",
+                                                "Leaf cell size",
+                                                "Cells box min",
+                                                "Cells box max",
+                                                "Node min",
+                                                "Node max",
+                                                "Kernel support size in cells",
+                                                "Density estimation level",
+                                                "Weights normalized by factor",
+                                                "Average density",
+                                                "Minimal density",
+                                                "Maximal density",
+                                                "Use CSparseStoreSparseLinSysSolver",
+                                                "System size",
+                                                "Right part normalized by factor",
+                                                "Right part scalar product cash size",
+                                                "Reserving memory for system matrix, elements expected",
+                                                "Matrix scalar product cash size",
+                                                "Non zero elements in system",
+                                                "Average non-zero elements per line",
+                                                "System symmetric",
+                                                "System positive definite",
+                                                "Trying to solve linear system...",
+                                                "System normalized by factor",
+                                                "Linear system solved",
+                                                "Start calculating iso-value...",
+                                                "Surface iso-value",
+                                                "<Marching cubes>",
+                                                "Edge length",
+                                                "Bounds",
+                                                "Start point",
+                                                "Expected faces number",
+                                                "Added vertexes",
+                                                "Added triangles",
+                                                "</Marching cubes>",
+                                                "Volumetric triangulation core completed"}));
+    EXPECT_EQ(log.value("Octree depth"), "4");
+    EXPECT_EQ(log.value("Kernel scale"), "0.95");
+    EXPECT_EQ(log.value("Closed"), "1");
+    EXPECT_EQ(log.value("Samples #"), "400");
+    EXPECT_EQ(log.value("Node depth bounds"), "0, 3");
+    EXPECT_EQ(log.value("Kernel support size in cells"), "1.425");
+    EXPECT_EQ(log.value("Density estimation level"), "1");
+    EXPECT_EQ(log.value("System size"), log.value("Nodes number "));
+    EXPECT_EQ(log.value("Reserving memory for system matrix, elements expected"),
+              std::to_string(240 * std::stoi(log.value("System size"))));
+    EXPECT_EQ(log.value("Bounds"), "17, 17, 17");
+    EXPECT_EQ(log.value("Expected faces number"), "1734");
+    EXPECT_NEAR(std::stod(log.value("Leaf cell size")), 2.0 * 2.0 / 16.0, 0.02);
+
+    // Without the density step its lines are missing, with the iterative solver its own appear.
+    log.lines.clear();
+    params.setVariableDensity(false);
+    params.setPrefferedSolver(3);
+    params.setOctreeDepth(3);
+    reconstruct(samples, params, 1);
+    EXPECT_EQ(log.value("Density estimation level delta"), "missing");
+    EXPECT_EQ(log.value("Average density"), "missing");
+    EXPECT_EQ(log.value("Maximal allowed iterations"), "3000");
+    EXPECT_EQ(log.value("Tolerance"), "1e-06");
+    EXPECT_GT(std::stoi(log.value("Iterations used")), 1);
+}
+
+TEST(VolumetricTriangulator, PhasesFollowThreadsAndDensity)
+{
+    PointCloudSamples const samples = sphere(300);
+    CVolTriangulationParams params = paramsOfDepth(4);
+    params.setPhaseNameShown(true);
+    for (int threads : {1, 2}) {
+        for (bool variableDensity : {false, true}) {
+            ThreadNumber const number(threads);
+            PhaseRecorder progress;
+            MeshTarget target;
+            params.setVariableDensity(variableDensity);
+            CVolumetricTriangulator(&target, &samples, &params, &progress).run();
+            std::vector<std::string> expected = {"tree", "grad_basis"};
+            if (variableDensity)
+                expected.push_back("density weights");
+            expected.push_back("grad_div");
+            if (threads == 1)
+                expected.insert(expected.end(), {"right_part", "matrix"});
+            else
+                expected.push_back("matrix+right_part");
+            expected.insert(expected.end(), {"update right part", "solve", "iso-value", "iso-surface"});
+            EXPECT_THAT(progress.phases, ElementsAreArray(expected));
+            EXPECT_TRUE(progress.monotone);
+            EXPECT_NEAR(progress.getPosFloat(), 1.0, 1e-9);
+        }
+    }
+}
+
+TEST(VolumetricTriangulator, RefusesWhatItCannotReconstruct)
+{
+    PointCloudSamples const samples = sphere(300);
+    std::string const depthText = "Incorrect tree depth detected in VolTr::COctree constructor";
+    EXPECT_EQ(runFailure(samples, CVolTriangulationParams()), depthText);
+    MeshTarget target;
+    EXPECT_EQ(failureOf([&] { CVolumetricTriangulator(&target, &samples, nullptr, nullptr).run(); }),
+              depthText);
+    CVolTriangulationParams shallow = paramsOfDepth(1);
+    EXPECT_EQ(runFailure(samples, shallow), depthText);
+    shallow.setUseCenter(false);
+    EXPECT_NE(runFailure(samples, shallow), depthText);
+
+    CVolTriangulationParams params = paramsOfDepth(4);
+    PointCloudSamples broken = samples;
+    broken.points[7][1] = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_EQ(runFailure(broken, params), "Sample 7 has a coordinate that is not finite");
+
+    for (int solver : {-1, 5}) {
+        RecordingLog log;
+        params.setDebugLog(&log);
+        params.setPrefferedSolver(solver);
+        EXPECT_EQ(runFailure(samples, params), "triangulation: Unexpected solver type");
+        EXPECT_EQ(log.lines.back(), "Error unexpected solver type: " + std::to_string(solver));
+        EXPECT_NE(log.value("Maximal density"), "missing");
+        EXPECT_EQ(log.value("System size"), "missing");
+    }
+}
+
+TEST(VolumetricTriangulator, SurvivesCloudsThatHaveNoSurface)
+{
+    PointCloudSamples one;
+    one.add({1.0f, 2.0f, 3.0f}, {0.0f, 0.0f, 1.0f});
+    PointCloudSamples coincident = one;
+    for (int copy = 0; copy < 20; ++copy)
+        coincident.add({1.0f, 2.0f, 3.0f}, {0.0f, 1.0f, 0.0f});
+    PointCloudSamples brokenNormals = sphere(300);
+    brokenNormals.normals[5][0] = std::numeric_limits<float>::quiet_NaN();
+    PointCloudSamples infiniteNormals = sphere(300);
+    infiniteNormals.normals[5][0] = std::numeric_limits<float>::infinity();
+    for (PointCloudSamples const & samples :
+         {PointCloudSamples(), one, coincident, sphere(300, 0.0f), brokenNormals, infiniteNormals}) {
+        for (bool useCenter : {false, true}) {
+            for (int solver : {1, 3, 4}) {
+                for (float scale : {0.95f, 1.0f, 0.0f, -1.0f, std::numeric_limits<float>::quiet_NaN()}) {
+                    CVolTriangulationParams params = paramsOfDepth(3);
+                    params.setPrefferedSolver(solver);
+                    params.setUseCenter(useCenter);
+                    params.setKernelScaleFactor(scale);
+                    std::string const failure = runFailure(samples, params);
+                    EXPECT_THAT(failure,
+                                testing::AnyOf("none", "triangulation: Failed to solve linear system",
+                                               "triangulation: Failed to reconstruct iso-value surface"));
+                    if (samples.points.empty() || samples.normals[0] == std::array<float, 3>{}) {
+                        EXPECT_NE(failure, "none");
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(VolumetricTriangulator, ParametersAndLogOfADegenerateRun)
+{
+    RecordingLog log;
+    CVolTriangulationParams params = paramsOfDepth(4);
+    params.setDebugLog(&log);
+    EXPECT_THAT(runFailure(PointCloudSamples(), params), testing::StartsWith("triangulation: Failed to"));
+    EXPECT_EQ(log.value("Samples #"), "0");
+    EXPECT_EQ(log.value("Nodes number "), "0");
+    EXPECT_EQ(log.value("Weights normalized by factor"), "0");
+    EXPECT_EQ(log.value("Average density"), "0");
+    EXPECT_EQ(log.value("Average non-zero elements per line"), "0");
+    log.lines.clear();
+    EXPECT_EQ(runFailure(sphere(300, 0.0f), params),
+              "triangulation: Failed to reconstruct iso-value surface");
+    EXPECT_EQ(log.value("Right part normalized by factor"), "0");
+    EXPECT_EQ(log.lines.back(), "Failed to reconstruct iso-value surface");
+}
+
+TEST(VolumetricTriangulator, KernelScaleOneAndNoScaleGiveTheSphere)
+{
+    PointCloudSamples const samples = sphere(3000);
+    for (float scale : {1.0f, 0.0f, 0.8f, 1.1f}) {
+        CVolTriangulationParams params = paramsOfDepth(5);
+        params.setKernelScaleFactor(scale);
+        Mesh const mesh = reconstruct(samples, params);
+        EXPECT_TRUE(examine(mesh).isClosed()) << scale;
+        for (REmath::Point3D_d const & vertex : mesh.vertices)
+            EXPECT_NEAR(vertex.length(), 1.0, 0.03) << scale;
+        EXPECT_NEAR(signedVolume(mesh), 4.0 / 3.0 * 3.14159, 0.1) << scale;
+    }
+}
+
+TEST(VolumetricTriangulator, NormalsOnDemand)
+{
+    PointCloudSamples const samples = sphere(2000);
+    CVolTriangulationParams params = paramsOfDepth(5);
+    Mesh const plain = reconstruct(samples, params);
+    for (REmath::Point3D_d const & normal : plain.normals)
+        EXPECT_EQ(normal, REmath::Point3D_d(0));
+    params.setEstimateResultNormals(true);
+    Mesh const withNormals = reconstruct(samples, params);
+    EXPECT_EQ(plain.triangles, withNormals.triangles);
+    for (std::size_t vertex = 0; vertex < withNormals.vertices.size(); ++vertex) {
+        REmath::Point3D_d normal = withNormals.normals[vertex];
+        EXPECT_NEAR(normal.length(), 1.0, 1e-12);
+        EXPECT_GT(normal.angleCos(withNormals.vertices[vertex]), 0.99);
+    }
+}
+
+TEST(VolumetricTriangulator, SameBitsForAnyThreadNumberAndInCompany)
+{
+    PointCloudSamples const samples = sphere(2500);
+    CVolTriangulationParams params = paramsOfDepth(5);
+    params.setEstimateResultNormals(true);
+    Mesh const expected = reconstruct(samples, params, 1);
+    for (int threads : {1, 2, 3, 8})
+        EXPECT_TRUE(reconstruct(samples, params, threads) == expected) << threads;
+
+    std::vector<MeshTarget> targets(10);
+    std::vector<std::thread> threads;
+    for (MeshTarget & target : targets) {
+        threads.emplace_back([&samples, &params, &target] {
+            CVolumetricTriangulator(&target, &samples, &params, nullptr).run();
+        });
+    }
+    for (std::thread & thread : threads)
+        thread.join();
+    for (MeshTarget const & target : targets)
+        EXPECT_TRUE(target.mesh() == expected);
+}
+
+TEST(VolumetricTriangulator, SolversAgreeWhereTheyConverge)
+{
+    PointCloudSamples const samples = sphere(2000);
+    CVolTriangulationParams params = paramsOfDepth(4);
+    params.setReconstructFactor(8.0f); // chords and bisection then stay within 2e-4
+    Mesh const direct = reconstruct(samples, params);
+    for (int solver : {3, 4}) {
+        params.setPrefferedSolver(solver);
+        Mesh const other = reconstruct(samples, params);
+        qz_test::MeshDistance const distance(direct);
+        for (REmath::Point3D_d const & vertex : other.vertices)
+            EXPECT_LT(distance(vertex), 3e-4) << solver;
+    }
+}
+
+TEST(VolumetricTriangulator, InterruptionAtAnyMomentLeavesTheTargetConsistent)
+{
+    PointCloudSamples const samples = sphere(200);
+    CVolTriangulationParams params = paramsOfDepth(3);
+    for (int threads : {1, 2}) {
+        ThreadNumber const number(threads);
+        long operations = 0;
+        {
+            PhaseRecorder counter;
+            MeshTarget target;
+            CVolumetricTriangulator(&target, &samples, &params, &counter).run();
+            operations = counter.operations;
+        }
+        for (int moment = 0; moment < 200; ++moment) {
+            PhaseRecorder progress;
+            long const stopAt = operations * moment / 200;
+            progress.onOperation = [&progress, stopAt] {
+                if (progress.operations == stopAt + 1)
+                    progress.interrupt();
+            };
+            MeshTarget target;
+            EXPECT_THROW(CVolumetricTriangulator(&target, &samples, &params, &progress).run(),
+                         CUserIntrException)
+                << moment;
+            EXPECT_EQ(target.violation(), "");
+        }
+    }
+}
+
+TEST(VolumetricTriangulator, ExceptionsOfTheCallerLeaveUnchanged)
+{
+    struct Thrown
+    {};
+    class ThrowingTarget : public MeshTarget
+    {
+    public:
+        CProgressCounter * progress = nullptr;
+        int triangles = 0;
+
+    private:
+        void onAddNewTriangle(int, int, int) override
+        {
+            ++triangles;
+            if (progress == nullptr)
+                throw Thrown();
+            progress->interrupt();
+        }
+    };
+    PointCloudSamples const samples = sphere(600);
+    CVolTriangulationParams params = paramsOfDepth(4);
+    ThrowingTarget throwing;
+    EXPECT_THROW(CVolumetricTriangulator(&throwing, &samples, &params, nullptr).run(), Thrown);
+
+    CProgressCounter progress;
+    ThrowingTarget interrupting;
+    interrupting.progress = &progress;
+    EXPECT_THROW(CVolumetricTriangulator(&interrupting, &samples, &params, &progress).run(),
+                 CUserIntrException);
+    EXPECT_EQ(interrupting.triangles, 1);
+
+    class ThrowingLog : public VsUt::IDebugLog
+    {
+    public:
+        std::string at;
+        void getMessage(char const * line) override
+        {
+            if (std::string(line).rfind(at, 0) == 0)
+                throw std::runtime_error(at);
+        }
+    };
+    for (int threads : {1, 2}) {
+        ThreadNumber const number(threads);
+        for (char const * line : {"Leaf cells", "Average density", "System size",
+                                  "Matrix scalar product cash size", "Linear system solved", "Bounds"}) {
+            ThrowingLog log;
+            log.at = line;
+            params.setDebugLog(&log);
+            EXPECT_EQ(runFailure(samples, params), line);
+        }
+    }
+}
