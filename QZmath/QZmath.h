@@ -30,6 +30,7 @@
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Lattice.h>
 #include <QZmath/VolTriang/LatticeIndex.h>
+#include <QZmath/VolTriang/Monom.h>
 #include <QZmath/VolTriang/NodesPositioningPolicy.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncBasis.h>
@@ -37,6 +38,8 @@
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Parallelepiped.h>
+#include <QZmath/VolTriang/PiecewisePolynom.h>
+#include <QZmath/VolTriang/Polynom.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>

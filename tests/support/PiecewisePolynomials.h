@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/VolTriang/Parallelepiped.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>
 
@@ -59,6 +60,26 @@ double gaussLegendre(TFunction const & function, double a, double b)
     return half * (function(middle) * 128.0 / 225.0 +
                    innerWeight * (function(middle - half * inner) + function(middle + half * inner)) +
                    outerWeight * (function(middle - half * outer) + function(middle + half * outer)));
+}
+
+/// Integral over a box of a function of three coordinates, exact up to degree 9 on each axis.
+template <class TFunction>
+double gaussLegendreOnBox(TFunction const & function, VolTr::CParallelepiped const & box)
+{
+    double p[3];
+    auto const onAxis = [&box](int axis, auto const & inner) {
+        return gaussLegendre(inner, box.getMin()[axis], box.getMax()[axis]);
+    };
+    return onAxis(0, [&](double x) {
+        p[0] = x;
+        return onAxis(1, [&](double y) {
+            p[1] = y;
+            return onAxis(2, [&](double z) {
+                p[2] = z;
+                return function(p);
+            });
+        });
+    });
 }
 
 /// Integral over the whole line of a function that is a polynomial of degree up to 9 between its knots, given

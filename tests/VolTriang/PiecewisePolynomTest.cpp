@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/PiecewisePolynom.h>
+
+#include <support/PiecewisePolynomials.h>
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+using namespace VolTr;
+using namespace TestPolynomials;
+
+namespace
+{
+
+CParallelepiped cube(double low, double high) { return CParallelepiped(low, high, low, high, low, high); }
+
+CLimitedPolynom randomPiece(std::mt19937 & random, double const * shift)
+{
+    std::uniform_int_distribution<int> exponent(0, 2);
+    CPolynom polynom;
+    for (int i = 0; i < 5; ++i)
+        polynom.insertWeightedMonom(CWeightedMonom(
+            uniform(random, -2, 2), CMonom(exponent(random), exponent(random), exponent(random))));
+    double low[3], high[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        low[axis] = uniform(random, -2, 1);
+        high[axis] = low[axis] + uniform(random, 0.3, 2);
+    }
+    return CLimitedPolynom(polynom, CParallelepiped(low, high), shift);
+}
+
+/// Pieces about different shifts.
+CPiecewisePolynom randomPieces(std::mt19937 & random, int count,
+                               std::vector<CLimitedPolynom> * pieces = nullptr)
+{
+    CPiecewisePolynom function;
+    for (int i = 0; i < count; ++i) {
+        double const shift[3] = {uniform(random, -1, 1), i % 2 * 0.5, uniform(random, -1, 1)};
+        CLimitedPolynom const piece = randomPiece(random, i % 3 == 2 ? nullptr : shift);
+        function.addTerm(piece);
+        if (pieces != nullptr)
+            pieces->push_back(piece);
+    }
+    return function;
+}
+
+bool isIn(CParallelepiped const & box, double const * p)
+{
+    bool inside = true;
+    for (int axis = 0; axis < 3; ++axis)
+        inside = inside && box.getMin()[axis] <= p[axis] && p[axis] <= box.getMax()[axis];
+    return inside;
+}
+
+} // namespace
+
+TEST(PiecewisePolynom, OperationsAgreeWithPointwiseValues)
+{
+    std::mt19937 random(11);
+    for (int trial = 0; trial < 60; ++trial) {
+        std::vector<CLimitedPolynom> pieces;
+        CPiecewisePolynom const f = randomPieces(random, trial % 5, &pieces);
+        CPiecewisePolynom const g = randomPieces(random, 1 + trial % 3);
+        double const shift[3] = {uniform(random, -1, 1), uniform(random, -1, 1), 0.0};
+        double const scale[3] = {uniform(random, 0.4, 2), uniform(random, 0.4, 2), uniform(random, 0.4, 2)};
+        CPiecewisePolynom translated = f, scaled = f, rewritten = f, twice = f, larger = f, aligned = g;
+        translated.substituteArgPlusConst(shift);
+        translated.substituteArgPlusConst(nullptr);
+        scaled.scaleArgument(scale);
+        rewritten.changeShift(shift);
+        twice += twice;
+        larger *= -5.0;
+        if (f.termsNumber() > 0)
+            aligned.changeShift(f.getTerm(0).getArgShift3());
+        CPiecewisePolynom const sum = f + g, product = f * g, swapped = g * f, alignedProduct = f * aligned;
+        for (CPiecewisePolynom const * result : std::initializer_list<CPiecewisePolynom const *>{
+                 &f, &translated, &scaled, &rewritten, &twice, &larger, &sum, &product, &swapped,
+                 &alignedProduct})
+            EXPECT_TRUE(result->checkClassInvariants());
+        EXPECT_EQ(product.termsNumber(), swapped.termsNumber());
+        for (int i = 0; i < 40; ++i) {
+            double const p[3] = {uniform(random, -2.5, 3), uniform(random, -2.5, 3),
+                                 uniform(random, -2.5, 3)};
+            double const moved[3] = {p[0] + shift[0], p[1] + shift[1], p[2] + shift[2]};
+            double const stretched[3] = {p[0] * scale[0], p[1] * scale[1], p[2] * scale[2]};
+            double value = 0.0;
+            for (CLimitedPolynom const & piece : pieces)
+                value += isIn(piece.getSupportRef(), p) ? piece.eval(p) : 0.0;
+            double const other = g.eval(p);
+            EXPECT_NEAR(f.eval(p), value, 1e-9);
+            EXPECT_NEAR(translated.eval(p), f.eval(moved), 1e-9);
+            EXPECT_NEAR(scaled.eval(p), f.eval(stretched), 1e-9);
+            EXPECT_NEAR(rewritten.eval(p), value, 1e-9);
+            EXPECT_NEAR(twice.eval(p), 2.0 * value, 1e-9);
+            EXPECT_NEAR(larger.eval(p), -5.0 * value, 1e-9);
+            EXPECT_NEAR(sum.eval(p), value + other, 1e-9);
+            EXPECT_NEAR(product.eval(p), value * other, 1e-7);
+            EXPECT_NEAR(swapped.eval(p), value * other, 1e-7);
+            EXPECT_NEAR(alignedProduct.eval(p), value * other, 1e-7);
+        }
+        double integral = 0.0;
+        for (CLimitedPolynom const & piece : pieces)
+            integral += gaussLegendreOnBox([&piece](double const * p) { return piece.eval(p); },
+                                           piece.getSupportRef());
+        EXPECT_NEAR(f.integrateOnSupport(), integral, 1e-9 * (1.0 + std::fabs(integral)));
+        EXPECT_NEAR(translated.integrateOnSupport(), integral, 1e-9 * (1.0 + std::fabs(integral)));
+        EXPECT_NEAR(scaled.integrateOnSupport(), integral / (scale[0] * scale[1] * scale[2]), 1e-8);
+    }
+}
+
+TEST(PiecewisePolynom, CommonFacesBelongToTheUpperPiece)
+{
+    CPiecewisePolynom steps(CLimitedPolynom(CPolynom(CMonom()), cube(-1.0, 0.0), nullptr));
+    steps.addTerm(CLimitedPolynom(CPolynom(CWeightedMonom(2.0, CMonom())), cube(0.0, 1.0), nullptr));
+    double const at[6] = {-1.0 - 5e-11, -1.0 - 2e-10, -2e-10, -5e-11, 0.0, 1.0 - 5e-11};
+    double const expected[6] = {1.0, 0.0, 1.0, 2.0, 2.0, 0.0};
+    for (int i = 0; i < 6; ++i) {
+        double const p[3] = {at[i], at[i], at[i]};
+        EXPECT_EQ(steps.eval(p), expected[i]) << at[i];
+    }
+    // Touching boxes have no product, and the base decides the shift.
+    CPiecewisePolynom const lower(steps.getTerm(0)), upper(steps.getTerm(1));
+    EXPECT_EQ((lower * upper).termsNumber(), 0);
+    EXPECT_EQ((steps * steps).termsNumber(), 2);
+}
+
+TEST(PiecewisePolynom, ShiftIsThatOfTheFirstPieceOrOfTheHigherDegree)
+{
+    double const a[3] = {0.5, 0.0, 0.0}, b[3] = {0.0, 0.25, 0.0};
+    CLimitedPolynom const linear(CPolynom(CMonom(1, 0, 0)), cube(-1.0, 1.0), a);
+    CLimitedPolynom const cubic(CPolynom(CMonom(1, 1, 1)), cube(0.0, 2.0), b);
+    CPiecewisePolynom f(linear);
+    f.addTerm(cubic);
+    f.addTerm(f.getTerm(0));
+    EXPECT_EQ(f.getTerm(1).getArgShift3()[0], 0.5);
+    EXPECT_EQ(f.getTerm(1).getArgShift3()[1], 0.0);
+    EXPECT_EQ(f.maxPower(), 3);
+    EXPECT_EQ(f.getCommonSupportRef().getMin()[1], -1.0);
+    EXPECT_EQ(f.getCommonSupportRef().getMax()[2], 2.0);
+    CPiecewisePolynom const product = CPiecewisePolynom(linear) * CPiecewisePolynom(cubic);
+    EXPECT_EQ(product.getTerm(0).getArgShift3()[1], 0.25);
+    EXPECT_EQ(product.getCommonSupportRef().getMin()[0], 0.0);
+    EXPECT_EQ(product.getCommonSupportRef().getMax()[0], 1.0);
+    CPiecewisePolynom const more = CPiecewisePolynom(linear) + CPiecewisePolynom(linear);
+    double const zeros[3] = {0.0, 0.0, 0.0};
+    CPiecewisePolynom fewer(linear);
+    fewer.changeShift(zeros);
+    EXPECT_EQ((fewer * more).getTerm(0).getArgShift3()[0], 0.5);
+    EXPECT_EQ((fewer * CPiecewisePolynom(linear)).getTerm(0).getArgShift3()[0], 0.0);
+
+    // Translations move the shift and expand nothing.
+    double const far[3] = {1e6, 0.0, 0.0};
+    f.substituteArgPlusConst(far);
+    EXPECT_EQ(f.getTerm(0).getShiftedPolynomRef().getSummandNumber(), 1);
+    EXPECT_EQ(f.getTerm(0).getArgShift3()[0], 0.5 - 1e6);
+    f.substituteArgPlusConst(f.getTerm(0).getArgShift3());
+    EXPECT_EQ(f.getTerm(1).getArgShift3()[0], 0.0);
+    EXPECT_TRUE(f.checkClassInvariants());
+}
+
+TEST(PiecewisePolynom, EmptyFunctionIsZeroAndStaysNeutral)
+{
+    CPiecewisePolynom empty;
+    double const p[3] = {0.0, 0.0, 0.0}, c[3] = {1e300, 2.0, 3.0}, s[3] = {1e200, 1e200, 1e200};
+    empty.substituteArgPlusConst(c);
+    empty.scaleArgument(s);
+    empty.scaleArgument(s);
+    empty += empty;
+    EXPECT_EQ(empty.eval(p), 0.0);
+    EXPECT_EQ(empty.integrateOnSupport(), 0.0);
+    EXPECT_EQ(empty.getCommonSupportRef().getMin()[0], std::numeric_limits<double>::max());
+    EXPECT_EQ(empty.getCommonSupportRef().getMax()[2], -std::numeric_limits<double>::max());
+    CPiecewisePolynom const one(CLimitedPolynom(CPolynom(CMonom()), cube(0.0, 1.0), c));
+    EXPECT_EQ((one * empty).termsNumber() + (empty * one).termsNumber(), 0);
+    CPiecewisePolynom sum = empty + one;
+    sum += empty;
+    EXPECT_EQ(sum.getCommonSupportRef().getMax()[0], 1.0);
+    EXPECT_EQ(sum.getTerm(0).getArgShift3()[0], 1e300);
+    EXPECT_TRUE(sum.checkClassInvariants());
+
+    double const undefined[3] = {std::numeric_limits<double>::quiet_NaN(), 0.0, 0.0};
+    EXPECT_FALSE(CPiecewisePolynom(CLimitedPolynom(CPolynom(CMonom()), cube(0.0, 1.0), undefined))
+                     .checkClassInvariants());
+}

@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Polynom.h>
+
+#include <support/PiecewisePolynomials.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <limits>
+#include <map>
+#include <stdexcept>
+
+using namespace VolTr;
+using namespace TestPolynomials;
+
+namespace
+{
+
+/// Terms by exponents, which are ordered like monoms: additions happen one by one in an ordered map.
+using TermMap = std::map<std::array<int, 3>, double>;
+
+void addTo(TermMap & terms, std::array<int, 3> const & exponents, double weight)
+{
+    auto const [term, isNew] = terms.emplace(exponents, weight);
+    if (!isNew && (term->second += weight) == 0.0)
+        terms.erase(term);
+}
+
+TermMap toMap(CPolynom const & polynom)
+{
+    TermMap terms;
+    for (int i = 0; i < polynom.getSummandNumber(); ++i) {
+        CMonom const & monom = polynom.getSummand(i).getMonomRef();
+        terms[{monom.getVarPower(0), monom.getVarPower(1), monom.getVarPower(2)}] =
+            polynom.getSummand(i).getCoeff();
+    }
+    return terms;
+}
+
+TermMap multiplied(TermMap const & a, TermMap const & b)
+{
+    TermMap product;
+    for (auto const & [factorExponents, factorWeight] : b)
+        for (auto const & [exponents, weight] : a)
+            addTo(product,
+                  {exponents[0] + factorExponents[0], exponents[1] + factorExponents[1],
+                   exponents[2] + factorExponents[2]},
+                  weight * factorWeight);
+    return product;
+}
+
+void expectSame(CPolynom const & polynom, TermMap const & terms)
+{
+    EXPECT_EQ(toMap(polynom), terms);
+    EXPECT_EQ(polynom.getSummandNumber(), static_cast<int>(terms.size()));
+    EXPECT_TRUE(polynom.checkClassInvariants());
+}
+
+/// Small integer weights, so that terms cancel often.
+CPolynom randomSparsePolynom(std::mt19937 & random, int terms, int maxExponent, double weightStep = 1.0)
+{
+    std::uniform_int_distribution<int> exponent(0, maxExponent), weight(-2, 2);
+    CPolynom polynom;
+    for (int i = 0; i < terms; ++i)
+        polynom.insertWeightedMonom(CWeightedMonom(
+            weight(random) * weightStep, CMonom(exponent(random), exponent(random), exponent(random))));
+    return polynom;
+}
+
+double magnitude(CPolynom const & polynom, double const * point)
+{
+    double sum = 1e-300;
+    for (int i = 0; i < polynom.getSummandNumber(); ++i)
+        sum += std::fabs(polynom.getSummand(i).eval(point));
+    return sum;
+}
+
+} // namespace
+
+TEST(Polynom, TermsAreThoseOfOneByOneAddition)
+{
+    std::mt19937 random(1);
+    for (int trial = 0; trial < 400; ++trial) {
+        int const maxExponent = 1 + trial % 3;
+        CPolynom const a = randomSparsePolynom(random, trial % 14, maxExponent, 0.3);
+        CPolynom const b = randomSparsePolynom(random, trial % 9, maxExponent, 0.3);
+        TermMap const aTerms = toMap(a), bTerms = toMap(b);
+        expectSame(a, aTerms);
+        TermMap sum = aTerms;
+        for (auto const & [exponents, weight] : bTerms)
+            addTo(sum, exponents, weight);
+        expectSame(a + b, sum);
+        expectSame(a * b, multiplied(aTerms, bTerms));
+        CPolynom const difference = a + b + -1.0 * b;
+        EXPECT_TRUE(difference.checkClassInvariants());
+        TermMap constant = aTerms;
+        addTo(constant, {0, 0, 0}, -0.3);
+        expectSame(a + -0.3, constant);
+        CPolynom twice = a;
+        twice += twice;
+        TermMap doubled = aTerms;
+        for (auto const & [exponents, weight] : aTerms)
+            addTo(doubled, exponents, weight);
+        expectSame(twice, doubled);
+    }
+}
+
+TEST(Polynom, OperationsAgreeWithPointwiseValues)
+{
+    std::mt19937 random(2);
+    CPolynom b1, b2;
+    for (int trial = 0; trial < 200; ++trial) {
+        CPolynom const p = randomSparsePolynom(random, 1 + trial % 20, 5, 0.37);
+        double const shift[3] = {trial % 2 == 0 ? 0.0 : uniform(random, -2, 2), uniform(random, -2, 2),
+                                 trial % 3 == 0 ? 0.0 : uniform(random, -2, 2)};
+        double const scale[3] = {uniform(random, -2, 2), trial % 5 == 0 ? 0.0 : 0.5, uniform(random, -2, 2)};
+        CPolynom shifted = p, shiftedWithBuffers = p, scaled = p, lifted = p;
+        shifted.substituteArgPlusConst(shift);
+        shiftedWithBuffers.substituteArgPlusConstWithBuffers(shift, &b1, &b2);
+        scaled.scaleArgument(scale);
+        lifted *= CMonom(1, 0, 2);
+        EXPECT_EQ(toMap(shifted), toMap(shiftedWithBuffers));
+        EXPECT_TRUE(shifted.checkClassInvariants());
+        EXPECT_TRUE(lifted.checkClassInvariants());
+        EXPECT_EQ(shifted.power(), p.power());
+        EXPECT_EQ(scaled.getSummandNumber(), p.getSummandNumber());
+        for (int i = 0; i < 10; ++i) {
+            double const x[3] = {uniform(random, -2, 2), uniform(random, -2, 2), uniform(random, -2, 2)};
+            double const moved[3] = {x[0] + shift[0], x[1] + shift[1], x[2] + shift[2]};
+            double const stretched[3] = {x[0] * scale[0], x[1] * scale[1], x[2] * scale[2]};
+            EXPECT_NEAR(shifted.eval(x), p.eval(moved), 1e-13 * magnitude(shifted, x) + 1e-12);
+            EXPECT_NEAR(scaled.eval(x), p.eval(stretched), 1e-13 * magnitude(p, stretched));
+            EXPECT_NEAR(lifted.eval(x), p.eval(x) * x[0] * x[2] * x[2], 1e-13 * magnitude(lifted, x));
+        }
+        double const low[3] = {uniform(random, -2, 0), uniform(random, -2, 0), uniform(random, -2, 0)};
+        double const high[3] = {uniform(random, 0, 2), uniform(random, 0, 2), uniform(random, 0, 2)};
+        double const integral =
+            gaussLegendreOnBox([&p](double const * x) { return p.eval(x); }, CParallelepiped(low, high));
+        EXPECT_NEAR(p.integrateOnBox(CParallelepiped(low, high)), integral,
+                    1e-11 * (1.0 + std::fabs(integral)));
+    }
+}
+
+TEST(Polynom, ZeroTermsAndDegree)
+{
+    int const exponents[3] = {1, 2, 3};
+    EXPECT_EQ(CWeightedMonom(0.0, 3, exponents).getMonomRef(), CMonom());
+    EXPECT_EQ(CWeightedMonom(-2.0, 3, exponents).getMonomRef(), CMonom(1, 2, 3));
+    EXPECT_EQ(CWeightedMonom(0.0, CMonom(3, exponents)).getMonomRef().power(), 6);
+
+    CPolynom polynom(CMonom(2, 0, 1));
+    polynom += CPolynom(CMonom(0, 1, 0));
+    polynom.insertWeightedMonom(CWeightedMonom(-1.0, CMonom(2, 0, 1)));
+    EXPECT_EQ(polynom.power(), 1);
+    // A zero term without a partner stays and counts; a second one removes it.
+    polynom.insertWeightedMonom(CWeightedMonom(0.0, CMonom(0, 0, 4)));
+    EXPECT_EQ(polynom.getSummandNumber(), 2);
+    EXPECT_EQ(polynom.power(), 4);
+    EXPECT_TRUE(polynom.checkClassInvariants());
+    polynom.insertWeightedMonom(CWeightedMonom(0.0, CMonom(0, 0, 4)));
+    EXPECT_EQ(polynom.power(), 1);
+    polynom += 0.0;
+    EXPECT_EQ(polynom.getSummandNumber(), 2);
+    polynom += 0.0;
+    EXPECT_EQ(polynom.getSummandNumber(), 1);
+    polynom *= 0.0;
+    EXPECT_EQ(polynom.getSummandNumber(), 1);
+    EXPECT_EQ(polynom.power(), 1);
+
+    // One of the own terms as argument.
+    CPolynom quadratic = CPolynom(CMonom(0, 1, 0)) + CPolynom(CMonom(2, 0, 0));
+    quadratic.insertWeightedMonom(quadratic.getSummand(1));
+    quadratic *= quadratic.getSummand(0).getMonomRef();
+    expectSame(quadratic, {{{0, 2, 0}, 1.0}, {{2, 1, 0}, 2.0}});
+
+    CPolynom none;
+    none *= CMonom(1, 1, 0);
+    EXPECT_EQ(none.power(), 2);
+    EXPECT_FALSE(none.checkClassInvariants());
+    double const origin[3] = {0.0, 0.0, 0.0};
+    EXPECT_EQ(none.eval(origin), 0.0);
+    EXPECT_EQ(CMonom().eval(origin), 1.0);
+}
+
+TEST(Polynom, ShiftsExpandBinomially)
+{
+    double const one[3] = {1.0, 0.0, 0.0};
+    CPolynom square(CMonom(2, 0, 0));
+    square.substituteArgPlusConst(one);
+    expectSame(square, {{{0, 0, 0}, 1.0}, {{1, 0, 0}, 2.0}, {{2, 0, 0}, 1.0}});
+    CPolynom constant = CPolynom(CWeightedMonom(4.0, CMonom()));
+    constant.substituteArgPlusConst(one);
+    expectSame(constant, {{{0, 0, 0}, 4.0}});
+
+    // Binomials that leave the range of `double`; on other axes the power is not expanded.
+    CPolynom high(CMonom(0, 0, 2000));
+    double const up[3] = {0.0, 0.0, 1.0};
+    EXPECT_THROW(high.substituteArgPlusConst(up), std::overflow_error);
+    expectSame(high, {{{0, 0, 2000}, 1.0}});
+    high.substituteArgPlusConst(one);
+    expectSame(high, {{{0, 0, 2000}, 1.0}});
+
+    // An undefined shift is not taken for none.
+    double const undefined[3] = {std::numeric_limits<double>::quiet_NaN(), 0.0, 0.0};
+    square.substituteArgPlusConst(undefined);
+    EXPECT_TRUE(std::isnan(square.eval(one)));
+    EXPECT_TRUE(square.checkClassInvariants());
+}
+
+TEST(Polynom, MovedFromIsTheZeroPolynomial)
+{
+    CPolynom source = CPolynom(CMonom(1, 2, 0)) + 1.0;
+    CPolynom target(std::move(source));
+    EXPECT_EQ(target.power(), 3);
+    EXPECT_TRUE(source.checkClassInvariants()); // NOLINT(bugprone-use-after-move)
+    source = std::move(target);
+    EXPECT_EQ(source.getSummandNumber(), 2);
+    EXPECT_EQ(target.power(), 0); // NOLINT(bugprone-use-after-move)
+}
