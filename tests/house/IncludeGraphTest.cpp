@@ -36,7 +36,8 @@ struct SourceFile
 
 bool endsWith(std::string const & text, std::string const & ending)
 {
-    return text.size() >= ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+    return text.size() >= ending.size() &&
+           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
 }
 
 bool isHeader(std::string const & path) { return endsWith(path, ".h"); }
@@ -168,9 +169,9 @@ TEST_F(IncludeGraph, foreignHeadersStayBehindTheBackend)
                 continue;
             // The operating system is the business of QZsys; Boost.Math is headers of plain numbers.
             bool const allowed =
-                !isHeader(path) &&
-                (room == "Backend" || room == "QZsys" ||
-                 (room == "VolTriang" && include.target.rfind("boost/math/", 0) == 0) || include.target == "stdio.h");
+                !isHeader(path) && (room == "Backend" || room == "QZsys" ||
+                                    (room == "VolTriang" && include.target.rfind("boost/math/", 0) == 0) ||
+                                    include.target == "stdio.h");
             EXPECT_TRUE(allowed) << path << " includes " << include.target;
         }
     }
@@ -203,7 +204,8 @@ TEST(House, everySourceNamesItsLicence)
             std::string const name = entry.path().filename().string();
             std::string const ending = entry.path().extension().string();
             bool const isScript = ending.empty() && entry.is_regular_file();
-            if (ending != ".h" && ending != ".cpp" && ending != ".cmake" && name != "CMakeLists.txt" && !isScript)
+            if (ending != ".h" && ending != ".cpp" && ending != ".cmake" && name != "CMakeLists.txt" &&
+                !isScript)
                 continue;
             std::ifstream stream(entry.path());
             std::string first, second;

@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <apps/io/CloudReader.h>
+#include <apps/io/InputError.h>
+#include <apps/io/MeshWriter.h>
+#include <apps/io/TriangleMesh.h>
+#include <apps/qzrecon/ConsoleProgress.h>
+#include <apps/qzrecon/Interruption.h>
+#include <apps/qzrecon/MemoryEstimate.h>
+#include <apps/qzrecon/Options.h>
+#include <apps/qzrecon/UnreachedParts.h>
+
+#include <QZmath/VolTriang/VolumetricTriangulator.h>
+#include <QZsys/DebugLog.h>
+#include <QZsys/Exceptions.h>
+#include <QZsys/ParallelTasks.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+
+#include <signal.h>
+#include <unistd.h>
+
+namespace
+{
+
+using namespace qz_recon;
+
+/// Log lines to a file, from any thread.
+class FileLog : public VsUt::IDebugLog
+{
+public:
+    explicit FileLog(std::string const & path) : m_path(path), m_file(std::fopen(path.c_str(), "w"))
+    {
+        if (!m_file)
+            throw qz_io::OutputError("cannot write the log " + path + ": " + std::strerror(errno));
+    }
+
+    void getMessage(char const * line) override
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        std::fprintf(m_file.get(), "%s\n", line);
+    }
+
+    void close()
+    {
+        if (std::ferror(m_file.get()) != 0 || std::fclose(m_file.release()) != 0)
+            throw qz_io::OutputError("cannot write the log " + m_path);
+    }
+
+private:
+    struct FileCloser
+    {
+        void operator()(std::FILE * file) const { std::fclose(file); }
+    };
+
+    std::string m_path;
+    std::unique_ptr<std::FILE, FileCloser> m_file;
+    std::mutex m_mutex;
+};
+
+std::string formatted(char const * format, double value)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), format, value);
+    return text;
+}
+
+/// Refuses before the work begins what would fail after it.
+void checkOutputPlace(Options const & options)
+{
+    namespace fs = std::filesystem;
+    std::error_code ignored;
+    fs::path const output(options.output);
+    fs::path const folder = output.has_parent_path() ? output.parent_path() : fs::path(".");
+    if (!fs::is_directory(folder, ignored))
+        throw qz_io::OutputError("cannot write " + options.output + ": there is no folder " +
+                                 folder.string());
+    if (fs::is_directory(output, ignored))
+        throw qz_io::OutputError("cannot write " + options.output + ": it is a folder");
+    if (access(folder.c_str(), W_OK | X_OK) != 0)
+        throw qz_io::OutputError("cannot write into " + folder.string() + ": " + std::strerror(errno));
+    if (fs::equivalent(output, options.input, ignored))
+        throw UsageError("the output would replace the input " + options.input);
+}
+
+void checkMemory(qz_io::PointCloud const & cloud, Options const & options)
+{
+    std::uint64_t const nodes = countOctreeNodes(cloud, options.params);
+    double const needed = estimateMemory(cloud.size(), nodes, options.params);
+    double const limit = options.memoryLimit > 0.0 ? options.memoryLimit : availableMemory();
+    if (needed > limit)
+        throw qz_io::InputError(
+            "not enough memory: depth " + std::to_string(options.params.getOctreeDepth()) + " makes " +
+            std::to_string(nodes) + " nodes, which need about " + formatted("%.1f", needed / 1e9) +
+            " GB, and " + formatted("%.1f", limit / 1e9) +
+            " GB may be taken; choose a smaller --depth or another --max-memory");
+}
+
+/// Edge of the lattice's cells at the depth of the leaf cells, nearly: without
+/// the small margin around it.
+double leafCellSize(qz_io::PointCloud const & cloud, VolTr::CVolTriangulationParams const & params)
+{
+    double extent = 0.0;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        float min = cloud.coords[axis];
+        float max = min;
+        for (std::size_t i = axis; i < cloud.coords.size(); i += 3) {
+            min = std::min(min, cloud.coords[i]);
+            max = std::max(max, cloud.coords[i]);
+        }
+        extent = std::max(extent, static_cast<double>(max) - min);
+    }
+    return std::ldexp(extent, -params.getOctreeDepth());
+}
+
+std::string describe(qz_io::PointCloud const & cloud, qz_io::TriangleMesh const & mesh,
+                     Options const & options, ConsoleProgress const & progress)
+{
+    std::string line = options.output + ": " + std::to_string(mesh.vertexCount()) + " vertices, " +
+                       std::to_string(mesh.triangleCount()) + " triangles, " +
+                       (qz_io::isClosed(mesh) ? "closed" : "open");
+
+    // Vertices are up to two leaf cells apart, divided by the subdivision.
+    double const apart = std::max(4.0, 4.0 / static_cast<double>(options.params.getReconstructFactor()));
+    std::vector<UnreachedPart> const parts =
+        findUnreachedParts(cloud, mesh, apart * leafCellSize(cloud, options.params));
+    if (!parts.empty()) {
+        std::size_t samples = 0;
+        for (UnreachedPart const & part : parts)
+            samples += part.samples;
+        float const * const at = parts.front().firstSample;
+        line += "; not reached, perhaps: " + std::to_string(parts.size()) +
+                (parts.size() == 1 ? " component" : " components") + " of " + std::to_string(samples) +
+                " samples, the largest near (" + formatted("%g", at[0]) + ", " + formatted("%g", at[1]) +
+                ", " + formatted("%g", at[2]) + ")";
+    }
+
+    double total = 0.0;
+    line += "; seconds:";
+    for (auto const & [name, seconds] : progress.phaseSeconds()) {
+        line += " " + name + " " + formatted("%.2f", seconds) + ",";
+        total += seconds;
+    }
+    return line + " in all " + formatted("%.2f", total) + "; peak memory " +
+           formatted("%.0f", peakMemory() / 1e6) + " MB";
+}
+
+void reconstruct(Options & options, ConsoleProgress & progress)
+{
+    qz_io::MeshFormat const format = qz_io::meshFormatOf(options.output);
+    checkOutputPlace(options);
+
+    progress.enterPhase("read");
+    qz_io::PointCloud cloud;
+    {
+        CPrgCntSubPhase const reading(&progress, 0, 4, 0, true);
+        cloud = qz_io::readCloud(options.input, &progress);
+        qz_io::checkCloud(cloud);
+        checkMemory(cloud, options);
+    }
+
+    std::unique_ptr<FileLog> log;
+    if (!options.logFile.empty())
+        log = std::make_unique<FileLog>(options.logFile);
+    options.params.setDebugLog(log.get());
+    CVescaThreadingTasksHelper::setNumOfPhisicalThread(options.threads);
+
+    qz_io::TriangleMesh mesh;
+    {
+        progress.enterPhase(options.params.getPhaseNameShown() ? "start" : "reconstruct");
+        CPrgCntSubPhase const reconstructing(&progress, 4, 92, 0, true);
+        qz_io::CloudSamples const samples(cloud);
+        qz_io::MeshCollector collector(mesh, options.params.getEstimateResultNormals());
+        VolTr::CVolumetricTriangulator triangulator(&collector, &samples, &options.params, &progress);
+        triangulator.run();
+    }
+
+    progress.enterPhase("write");
+    qz_io::PendingFiles files;
+    {
+        CPrgCntSubPhase const writing(&progress, 96, 4, 0, true);
+        qz_io::writeMesh(mesh, options.output, format, files);
+        if (log)
+            log->close();
+    }
+    Interruption::ignoreFromNowOn();
+    files.commit();
+    progress.finish();
+    if (!options.quiet)
+        std::puts(describe(cloud, mesh, options, progress).c_str());
+}
+
+int complain(int exitCode, std::string const & sentence)
+{
+    std::fprintf(stderr, "qzrecon: %s\n", sentence.c_str());
+    return exitCode;
+}
+
+int runProgram(int argc, char const * const * argv)
+{
+    std::optional<Options> options = parseOptions(argc, argv);
+    if (!options)
+        return st_exitSuccess;
+    ConsoleProgress progress(options->quiet ? ConsoleProgress::Display::none
+                                            : ConsoleProgress::fittingDisplay());
+    Interruption const interruption(progress);
+    reconstruct(*options, progress);
+    return st_exitSuccess;
+}
+
+} // namespace
+
+int main(int argc, char ** argv)
+{
+    // A closed pipe and a file size limit are errors of the write, to be reported
+    // as such.
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+    try {
+        return runProgram(argc, argv);
+    } catch (UsageError const & error) {
+        return complain(st_exitBadInput, error.what());
+    } catch (qz_io::InputError const & error) {
+        return complain(st_exitBadInput, error.what());
+    } catch (qz_io::OutputError const & error) {
+        return complain(st_exitNotWritten, error.what());
+    } catch (CUserIntrException const &) {
+        Interruption::endNow();
+    } catch (std::bad_alloc const &) {
+        return complain(st_exitFailed, "the memory did not suffice");
+    } catch (std::exception const & error) {
+        return complain(st_exitFailed, error.what());
+    }
+}

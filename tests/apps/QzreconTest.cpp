@@ -1,0 +1,318 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <apps/ChildProcess.h>
+#include <apps/io/TriangleMesh.h>
+#include <apps/sampling/CloudFile.h>
+#include <apps/sampling/SampleShapes.h>
+
+#include <assimp/Importer.hpp>
+#include <assimp/scene.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+using qz_test::ChildProcess;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+using Arguments = std::vector<std::string>;
+
+qz_sampling::Cloud sphereCloud(std::size_t points)
+{
+    qz_sampling::SamplingOptions sampling;
+    sampling.pointNumber = points;
+    return qz_sampling::sampleCloud(*qz_sampling::makeShape("sphere"), sampling);
+}
+
+std::string contents(std::string const & path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+/// Runs the program in a folder of its own, which holds the oriented points of a sphere in `cloud()`.
+class Qzrecon : public testing::Test
+{
+protected:
+    Qzrecon()
+        : m_folder(fs::path(testing::TempDir()) /
+                   ("qzrecon-test-" + std::to_string(getpid()) + "-" +
+                    testing::UnitTest::GetInstance()->current_test_info()->name()))
+    {
+        fs::create_directories(m_folder);
+        qz_sampling::writeCloud(sphereCloud(20000), cloud());
+    }
+    ~Qzrecon() override { fs::remove_all(m_folder); }
+
+    std::string path(std::string const & name) const { return (m_folder / name).string(); }
+    std::string cloud() const { return path("cloud.ply"); }
+    std::string write(std::string const & name, std::string const & text) const
+    {
+        std::ofstream(path(name), std::ios::binary) << text;
+        return path(name);
+    }
+
+    std::set<std::string> files() const
+    {
+        std::set<std::string> names;
+        for (auto const & entry : fs::directory_iterator(m_folder))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+
+    static Arguments commandLine(Arguments arguments)
+    {
+        arguments.insert(arguments.begin(), QZ_RECON_PROGRAM);
+        return arguments;
+    }
+
+    /// Exit code; the streams are in `output` and `errors`.
+    int run(Arguments const & arguments, std::function<void()> const & prepare = {})
+    {
+        ChildProcess process(commandLine(arguments), prepare);
+        int const code = process.wait();
+        output = process.output();
+        errors = process.errors();
+        return code;
+    }
+
+    /// Expects an exit code with one sentence on the error stream, and no file beyond those of before.
+    void expectComplaint(int code, Arguments const & arguments, std::string const & sentence,
+                         std::function<void()> const & prepare = {})
+    {
+        std::string all;
+        for (std::string const & argument : arguments)
+            all += argument + " ";
+        SCOPED_TRACE(all);
+        std::set<std::string> const before = files();
+        EXPECT_EQ(run(arguments, prepare), code);
+        std::string complaint = errors;
+        if (complaint.find("qzrecon: ") != std::string::npos)
+            complaint =
+                complaint.substr(complaint.find("qzrecon: ")); // behind the progress, if it came so far
+        EXPECT_THAT(complaint, AllOf(StartsWith("qzrecon: "), HasSubstr(sentence)));
+        EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1) << complaint;
+        EXPECT_EQ(output, "");
+        EXPECT_EQ(files(), before);
+    }
+
+    std::string output;
+    std::string errors;
+
+private:
+    fs::path m_folder;
+};
+
+} // namespace
+
+TEST_F(Qzrecon, writesTheClosedMeshInEveryFormat)
+{
+    for (char const * ending : {"ply", "obj", "stl", "gltf", "glb"}) {
+        SCOPED_TRACE(ending);
+        std::string const mesh = path(std::string("mesh.") + ending);
+        ASSERT_EQ(run({cloud(), "-o", mesh, "--depth", "5", "--normals"}), 0) << errors;
+        Assimp::Importer importer;
+        aiScene const * const scene = importer.ReadFile(mesh, 0);
+        ASSERT_TRUE(scene) << importer.GetErrorString();
+        aiMesh const & read = *scene->mMeshes[0];
+        EXPECT_GT(read.mNumFaces, 500u);
+        EXPECT_THAT(output,
+                    AllOf(StartsWith(mesh + ": "),
+                          HasSubstr(", " + std::to_string(read.mNumFaces) + " triangles, closed; seconds: "),
+                          HasSubstr("peak memory")));
+        EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 1);
+        for (unsigned i = 0; i < read.mNumVertices; ++i)
+            ASSERT_NEAR(read.mVertices[i].Length(), 1.0f, 0.02f);
+        if (std::string(ending) == "ply") {
+            EXPECT_THAT(output, HasSubstr(": " + std::to_string(read.mNumVertices) + " vertices, "));
+            for (unsigned i = 0; i < read.mNumVertices; ++i) // unit normals that point outwards
+                ASSERT_GT(read.mNormals[i] * read.mVertices[i], 0.95f);
+        }
+    }
+    EXPECT_EQ(files(), (std::set<std::string>{"cloud.ply", "mesh.ply", "mesh.obj", "mesh.stl", "mesh.gltf",
+                                              "mesh.bin", "mesh.glb"}));
+}
+
+TEST_F(Qzrecon, theSameCloudGivesTheSameFile)
+{
+    qz_sampling::Cloud const points = sphereCloud(20000);
+    qz_sampling::writeCloud(points, path("cloud.obj"));
+    qz_sampling::writeCloud(points, path("cloud.xyz"));
+    std::vector<Arguments> const ways = {
+        {cloud(), "--threads", "1"}, {cloud(), "--threads", "2"}, {path("cloud.obj")}, {path("cloud.xyz")}};
+    std::string first;
+    for (Arguments way : ways) {
+        way.insert(way.end(), {"-o", path("mesh.ply"), "--depth", "6", "--normals", "--quiet"});
+        ASSERT_EQ(run(way), 0) << errors;
+        EXPECT_EQ(output + errors, "") << "quiet";
+        std::string const mesh = contents(path("mesh.ply"));
+        EXPECT_GT(mesh.size(), 10000u);
+        if (first.empty())
+            first = mesh;
+        EXPECT_TRUE(mesh == first) << way[0];
+    }
+}
+
+TEST_F(Qzrecon, progressOnAFileIsALinePerPhase)
+{
+    ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5", "--threads", "2", "--log", path("log.txt")}),
+              0);
+    std::istringstream lines(errors);
+    std::vector<std::string> phases;
+    for (std::string line; std::getline(lines, line);)
+        phases.push_back(line.substr(line.find(" s  ") + 4));
+    EXPECT_EQ(phases, (std::vector<std::string>{"read", "tree", "grad_basis", "density weights", "grad_div",
+                                                "matrix+right_part", "update right part", "solve",
+                                                "iso-value", "iso-surface", "write"}));
+    for (std::string const & phase : phases)
+        EXPECT_THAT(output, HasSubstr(" " + phase + " "));
+    std::string const log = contents(path("log.txt"));
+    EXPECT_THAT(log, AllOf(StartsWith("Volumetric triangulation core started\nOctree depth: 5\n"),
+                           HasSubstr("\nVolumetric triangulation core completed\n")));
+    ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5", "--no-phase-names"}), 0);
+    EXPECT_THAT(errors, AllOf(HasSubstr("reconstruct"), testing::Not(HasSubstr("tree"))));
+}
+
+TEST_F(Qzrecon, progressOnATerminalIsABar)
+{
+    int const terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    std::string const name = ptsname(terminal);
+    int const held = open(name.c_str(), O_RDWR | O_NOCTTY); // keeps what is written readable at the end
+    std::string shown;
+    std::thread reader([&] {
+        char bytes[4096];
+        for (ssize_t count; (count = read(terminal, bytes, sizeof(bytes))) > 0;)
+            shown.append(bytes, static_cast<std::size_t>(count));
+    });
+    int const code = run({cloud(), "-o", path("mesh.ply"), "-d", "6"},
+                         [&] { dup2(open(name.c_str(), O_RDWR | O_NOCTTY), STDERR_FILENO); });
+    close(held); // ends the reader: the last writer is gone
+    reader.join();
+    close(terminal);
+    EXPECT_EQ(code, 0);
+    EXPECT_THAT(shown,
+                AllOf(HasSubstr("[####"), HasSubstr("%"), HasSubstr(" s  matrix"), HasSubstr("iso-surface")));
+}
+
+TEST_F(Qzrecon, badInputEndsInOneSentence)
+{
+    std::string const out = path("mesh.ply");
+    std::string const cut = contents(cloud()).substr(0, 300000);
+    std::string const line = "1 2 3 0 0 1\n";
+    expectComplaint(2, {path("missing.ply"), "-o", out}, "No such file");
+    expectComplaint(2, {path(""), "-o", out}, "not a regular file");
+    expectComplaint(2, {write("cloud.abc", line), "-o", out}, "unknown input format \".abc\"");
+    expectComplaint(2, {cloud(), "-o", path("mesh.abc")}, "unknown output format \".abc\"");
+    expectComplaint(2, {write("cut.ply", cut), "-o", out}, "is truncated");
+    expectComplaint(2, {write("three.xyz", "1 2 3\n"), "-o", out}, "no normals");
+    expectComplaint(2, {write("none.xyz", "# none\n"), "-o", out}, "no points");
+    expectComplaint(2, {write("nan.xyz", line + "1 nan 3 0 0 1\n" + "inf 2 3 0 0 1\n"), "-o", out},
+                    "not finite at 2 points, the first at index 1");
+    expectComplaint(2, {write("nonormal.xyz", line + "1 2 3 0 nan 1\n"), "-o", out},
+                    "normals that are not finite");
+    expectComplaint(2, {write("zero.xyz", "1 2 3 0 0 0\n"), "-o", out}, "all normals of the input are zero");
+    expectComplaint(2, {cloud(), "-o", out, "--depth", "1"}, "depth 1 is out of range: 2 to 29");
+    expectComplaint(2, {cloud(), "-o", out, "--max-memory", "0.001"}, "not enough memory");
+    expectComplaint(2, {cloud(), "-o", out, "--depth", "29", "--max-memory", "0.2"}, "not enough memory");
+    expectComplaint(2, {cloud(), "-o", cloud()}, "would replace the input");
+    expectComplaint(2, {cloud()}, "--output is required");
+    expectComplaint(2, {cloud(), "-o", out, "--frobnicate"}, "--frobnicate");
+}
+
+TEST_F(Qzrecon, failuresOfTheOutputLeaveNothing)
+{
+    expectComplaint(3, {cloud(), "-o", path("no/folder/mesh.ply")}, "there is no folder");
+    fs::create_directory(path("taken.ply"));
+    expectComplaint(3, {cloud(), "-o", path("taken.ply")}, "it is a folder");
+    expectComplaint(3, {cloud(), "-o", path("mesh.ply"), "--log", path("no/log.txt")},
+                    "cannot write the log");
+    for (char const * name : {"mesh.ply", "mesh.obj", "mesh.stl", "mesh.gltf", "mesh.glb"})
+        expectComplaint(3, {cloud(), "-o", path(name), "-d", "5"}, "File too large", [] {
+            rlimit const few{16384, 16384};
+            setrlimit(RLIMIT_FSIZE, &few);
+        });
+}
+
+TEST_F(Qzrecon, anInterruptionAtAnyMomentLeavesNoFile)
+{
+    using Clock = std::chrono::steady_clock;
+    std::set<std::string> const before = files();
+    Arguments const arguments = commandLine({cloud(), "-o", path("mesh.gltf"), "-d", "6"});
+    Clock::time_point const start = Clock::now();
+    ASSERT_EQ(ChildProcess(arguments).wait(), 0);
+    Clock::duration const whole = Clock::now() - start;
+    fs::remove(path("mesh.gltf"));
+    fs::remove(path("mesh.bin"));
+
+    int const moments = 12;
+    int interrupted = 0;
+    for (int moment = 0; moment < moments; ++moment) {
+        ChildProcess process(arguments);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20) + whole * moment / moments);
+        Clock::time_point const asked = Clock::now();
+        process.send(moment % 3 == 2 ? SIGTERM : SIGINT);
+        if (moment % 4 == 3)
+            process.send(SIGINT); // impatience
+        int const code = process.wait();
+        std::chrono::duration<double> const took = Clock::now() - asked;
+        if (code == 0) { // done before the signal was seen
+            EXPECT_EQ(files().size(), before.size() + 2);
+            fs::remove(path("mesh.gltf"));
+            fs::remove(path("mesh.bin"));
+            continue;
+        }
+        ++interrupted;
+        EXPECT_EQ(code, 130);
+        EXPECT_EQ(files(), before);
+        EXPECT_LT(took.count(), QZ_SANITIZED ? 2.0 : 0.5)
+            << "promised is 0.2 s on a machine that is not busy";
+        EXPECT_THAT(process.errors(), HasSubstr("interrupted"));
+    }
+    EXPECT_GT(interrupted, moments / 2);
+}
+
+TEST_F(Qzrecon, componentsThatAreNotReachedAreReported)
+{
+    qz_sampling::Cloud two = sphereCloud(20000);
+    qz_sampling::Cloud const small = sphereCloud(2000);
+    for (std::size_t i = 0; i < small.positions.size(); ++i) {
+        two.positions.push_back(0.3f * small.positions[i] + (i % 3 == 0 ? 3.0f : 0.0f));
+        two.normals.push_back(small.normals[i]);
+    }
+    qz_sampling::writeCloud(two, path("two.ply"));
+    ASSERT_EQ(run({path("two.ply"), "-o", path("mesh.ply"), "-d", "6"}), 0) << errors;
+    EXPECT_THAT(output, HasSubstr("not reached, perhaps: 1 component of "));
+    ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "6"}), 0) << errors;
+    EXPECT_THAT(output, testing::Not(HasSubstr("not reached")));
+}
+
+TEST_F(Qzrecon, helpAndVersion)
+{
+    EXPECT_EQ(run({"--help"}), 0);
+    EXPECT_THAT(output, AllOf(HasSubstr("Example:"), HasSubstr("Exit codes:"), HasSubstr("--kernel-scale")));
+    EXPECT_EQ(run({"--version"}), 0);
+    EXPECT_THAT(output, StartsWith("qzrecon 1."));
+}
