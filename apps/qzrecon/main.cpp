@@ -175,7 +175,8 @@ void reconstruct(Options & options, ConsoleProgress & progress)
 
     qz_io::TriangleMesh mesh;
     {
-        progress.enterPhase(options.params.getPhaseNameShown() ? "start" : "reconstruct");
+        if (!options.params.getPhaseNameShown())
+            progress.enterPhase("reconstruct");
         CPrgCntSubPhase const reconstructing(&progress, 4, 92, 0, true);
         qz_io::CloudSamples const samples(cloud);
         qz_io::MeshCollector collector(mesh, options.params.getEstimateResultNormals());

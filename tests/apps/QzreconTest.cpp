@@ -273,7 +273,7 @@ TEST_F(Qzrecon, anInterruptionAtAnyMomentLeavesNoFile)
         ChildProcess process(arguments);
         std::this_thread::sleep_for(std::chrono::milliseconds(20) + whole * moment / moments);
         Clock::time_point const asked = Clock::now();
-        process.send(moment % 3 == 2 ? SIGTERM : SIGINT);
+        process.send(SIGINT);
         if (moment % 4 == 3)
             process.send(SIGINT); // impatience
         int const code = process.wait();
@@ -292,6 +292,18 @@ TEST_F(Qzrecon, anInterruptionAtAnyMomentLeavesNoFile)
         EXPECT_THAT(process.errors(), HasSubstr("interrupted"));
     }
     EXPECT_GT(interrupted, moments / 2);
+}
+
+TEST_F(Qzrecon, requestsToEndAreObeyedToo)
+{
+    std::set<std::string> const before = files();
+    for (int signal : {SIGTERM, SIGHUP}) {
+        ChildProcess process(commandLine({cloud(), "-o", path("mesh.ply"), "-d", "8"}));
+        std::this_thread::sleep_for(std::chrono::milliseconds(150)); // long before the end
+        process.send(signal);
+        EXPECT_EQ(process.wait(), 130);
+    }
+    EXPECT_EQ(files(), before);
 }
 
 TEST_F(Qzrecon, componentsThatAreNotReachedAreReported)
