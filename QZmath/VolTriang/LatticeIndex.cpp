@@ -52,6 +52,22 @@ void sortEntries(std::vector<CLatticeIndex::Entry> & entries)
     }
 }
 
+// The first of the elements [begin, end) whose coordinate is not below `bound`. The halving has no branch
+// that could be predicted wrongly: queries hit the short lines of a surface at random places.
+template <class Element, class Coordinate>
+int firstNotBelow(std::vector<Element> const & elements, int begin, int end, int bound, Coordinate coordinate)
+{
+    Element const * first = elements.data() + begin;
+    int length = end - begin;
+    while (length > 0) {
+        int const half = length >> 1;
+        bool const below = coordinate(first[half]) < bound;
+        first = below ? first + half + 1 : first;
+        length = below ? length - half - 1 : half;
+    }
+    return static_cast<int>(first - elements.data());
+}
+
 } // namespace
 
 CLatticeIndex::CLatticeIndex() = default;
@@ -90,10 +106,9 @@ CLatticeBoxCursor::CLatticeBoxCursor(CLatticeIndex const * index, CInt3 const & 
 {
     if (index->m_points.empty() || lo.x() > hi.x() || lo.y() > hi.y() || lo.z() > hi.z())
         return;
-    auto const planesEnd = index->m_planes.end() - 1;
-    auto const first = std::lower_bound(index->m_planes.begin(), planesEnd, lo.x(),
-                                        [](auto const & plane, int x) { return plane.coord < x; });
-    enterPlane(static_cast<int>(first - index->m_planes.begin()));
+    int const planesEnd = static_cast<int>(index->m_planes.size()) - 1;
+    enterPlane(
+        firstNotBelow(index->m_planes, 0, planesEnd, lo.x(), [](auto const & plane) { return plane.coord; }));
 }
 
 // Stands on the first point of the box in this plane or a later one.
@@ -106,24 +121,18 @@ void CLatticeBoxCursor::enterPlane(int plane)
         return;
     }
     m_lineEnd = m_index->m_planes[static_cast<std::size_t>(plane) + 1].begin;
-    auto const lines = m_index->m_lines.begin();
-    auto const first =
-        std::lower_bound(lines + m_index->m_planes[static_cast<std::size_t>(plane)].begin, lines + m_lineEnd,
-                         m_lo.y(), [](auto const & line, int y) { return line.coord < y; });
-    goToLine(static_cast<int>(first - lines));
+    goToLine(firstNotBelow(m_index->m_lines, m_index->m_planes[static_cast<std::size_t>(plane)].begin,
+                           m_lineEnd, m_lo.y(), [](auto const & line) { return line.coord; }));
 }
 
 // Stands on the first point of the box in this line or a later one.
 void CLatticeBoxCursor::goToLine(int line)
 {
-    auto const points = m_index->m_points.begin();
     for (; line < m_lineEnd && m_index->m_lines[static_cast<std::size_t>(line)].coord <= m_hi.y(); ++line) {
         m_pointEnd = m_index->m_lines[static_cast<std::size_t>(line) + 1].begin;
-        auto const first = std::lower_bound(points + m_index->m_lines[static_cast<std::size_t>(line)].begin,
-                                            points + m_pointEnd, m_lo.z(),
-                                            [](auto const & point, int z) { return point.z < z; });
-        m_point = static_cast<int>(first - points);
-        if (m_point < m_pointEnd && first->z <= m_hi.z()) {
+        m_point = firstNotBelow(m_index->m_points, m_index->m_lines[static_cast<std::size_t>(line)].begin,
+                                m_pointEnd, m_lo.z(), [](auto const & point) { return point.z; });
+        if (m_point < m_pointEnd && m_index->m_points[static_cast<std::size_t>(m_point)].z <= m_hi.z()) {
             m_line = line;
             return;
         }

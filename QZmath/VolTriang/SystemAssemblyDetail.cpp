@@ -11,6 +11,7 @@
 #include <QZmath/VolTriang/NormalizeByLastDetail.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
+#include <QZmath/VolTriang/SparseRowAccumulatorDetail.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 
 #include <QZsys/ParallelTasks.h>
@@ -116,29 +117,47 @@ public:
         int const unknowns = m_basis.getFunctionsNumber();
         logValues(m_log, "System size", unknowns);
         m_result.assign(static_cast<std::size_t>(unknowns), 0.0);
-        // The first helper serves all axes: the derivative along the next axis has the same one-variable
-        // factors.
+        // One helper per axis: the derivative along each axis has the same one-variable factors on swapped
+        // axes.
         int const parity[3] = {-1, 1, 1};
-        ProductHelper helper(&m_basis, m_gradBasis[0].get(), BasisSymmetryNone, 6, parity);
+        std::vector<ProductHelper> helpers;
+        helpers.reserve(3);
         for (int axis = 0; axis < 3; ++axis) {
-            CPrgCntSubPhase axisPhase(progress, axis / 3.0, 1.0 / 3.0, 1, true);
-            std::size_t const component = static_cast<std::size_t>(axis);
-            if (axis > 0)
-                helper.initWithVariablesSwap(axis - 1, axis, &m_basis, m_gradBasis[component].get());
-            for (int row = 0; row < unknowns; ++row) {
-                CPrgCntSubPhase rowPhase(progress, static_cast<double>(row) / unknowns, 1.0 / unknowns, 1,
-                                         true);
-                if (m_adapter != nullptr)
-                    m_adapter->increment();
-                m_result[static_cast<std::size_t>(row)] +=
-                    helper.evalScalarProduct(m_basis.makeFunctionByIndex(row), *m_field[component]);
-            }
+            helpers.emplace_back(&m_basis, m_gradBasis[0].get(), BasisSymmetryNone, 6, parity);
+            for (int swapped = 1; swapped <= axis; ++swapped)
+                helpers.back().initWithVariablesSwap(swapped - 1, swapped, &m_basis,
+                                                     m_gradBasis[static_cast<std::size_t>(swapped)].get());
+        }
+        for (int row = 0; row < unknowns; ++row) {
+            CPrgCntSubPhase rowPhase(progress, static_cast<double>(row) / unknowns, 1.0 / unknowns, 1, true);
+            for (int axis = 0; m_adapter != nullptr && axis < 3; ++axis)
+                m_adapter->increment();
+            m_result[static_cast<std::size_t>(row)] = makeRow(row, helpers);
         }
         logValues(m_log, "Right part normalized by factor", normalizeByLast(m_result));
-        logValues(m_log, "Right part scalar product cash size", helper.cashSize());
+        logValues(m_log, "Right part scalar product cash size", helpers.front().cashSize());
     }
 
 private:
+    // The products of a function with the three components of the field, each summed up by itself. One walk
+    // serves all three: the gradient bases stand on the same nodes with the same supports.
+    double makeRow(int row, std::vector<ProductHelper> & helpers)
+    {
+        CCSFunc3Tmpl<Kernel> const function = m_basis.makeFunctionByIndex(row);
+        double sums[3] = {0.0, 0.0, 0.0};
+        for (CInterlacedSupportIteratorTmpl<Kernel> it(m_gradBasis[0].get(),
+                                                       getScaledFunctionCommonSupport(function));
+             !it.isFinished(); it.next()) {
+            int const node = it.functionIndex();
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                double const coefficient = m_field[axis]->getBasisCoefficient(node);
+                if (coefficient != 0.0)
+                    sums[axis] += helpers[axis].evalScalarProduct(function, *it) * coefficient;
+            }
+        }
+        return sums[0] + sums[1] + sums[2];
+    }
+
     std::vector<double> & m_result;
     VectorField const & m_field;
     GradientBasis const & m_gradBasis;
@@ -154,7 +173,7 @@ public:
     tf_matrixMaker(ReconstructionSolver & system, Basis const & basis, COctree const & octree,
                    VsUt::IDebugLog * log)
         : m_solver(*system.solver), m_reservator(*system.matrixReservator), m_basis(basis), m_octree(octree),
-          m_log(log), m_adapter(nullptr)
+          m_log(log), m_adapter(nullptr), m_row(basis.getFunctionsNumber())
     {}
 
     void setAdapter(CTransThreadPrgCntAdapter * adapter) { m_adapter = adapter; }
@@ -182,7 +201,8 @@ public:
             CPrgCntSubPhase rowPhase(progress, static_cast<double>(row) / unknowns, 1.0 / unknowns, 1, true);
             if (m_adapter != nullptr)
                 m_adapter->increment();
-            int const count = makeRow(row, laplacianBasis, helper);
+            makeRow(row, laplacianBasis, helper);
+            int const count = static_cast<int>(m_values.size());
             m_reservator.addRowElements(count);
             if (m_reservator.elementsNumber() > INT_MAX)
                 throw CVolTriangulationError(tooLargeError);
@@ -191,8 +211,7 @@ public:
                           m_reservator.expectedElements());
                 m_reservator.reserveMemory();
             }
-            sortRow();
-            storage.addEquationFreePartNoAliases(row, count, m_sortedValues.data(), m_sortedColumns.data());
+            storage.addEquationFreePartNoAliases(row, count, m_values.data(), m_columns.data());
         }
         m_solver.IsCorrectlyDefinedSystem();
 
@@ -205,10 +224,9 @@ public:
     }
 
 private:
-    int makeRow(int row, Basis const & laplacianBasis, ProductHelper & helper)
+    // The elements on and right of the diagonal, by ascending column.
+    void makeRow(int row, Basis const & laplacianBasis, ProductHelper & helper)
     {
-        m_values.clear();
-        m_order.clear();
         CCSFunc3Tmpl<Kernel> const function = m_basis.makeFunctionByIndex(row);
         CParallelepiped const box = getScaledFunctionCommonSupport(function);
         for (CInterlacedSupportIteratorTmpl<Kernel> it(&laplacianBasis, box); !it.isFinished(); it.next()) {
@@ -216,25 +234,10 @@ private:
             if (column < row)
                 continue;
             double const value = 0.0 - helper.evalScalarProduct(function, *it);
-            if (value == 0.0)
-                continue;
-            m_order.push_back(static_cast<std::uint64_t>(column) << 32 | m_values.size());
-            m_values.push_back(value);
+            if (value != 0.0)
+                m_row.insert(column, value);
         }
-        return static_cast<int>(m_values.size());
-    }
-
-    // Columns ascending. Keys hold the column above the place of the value, so that a plain sort moves 8
-    // bytes.
-    void sortRow()
-    {
-        std::sort(m_order.begin(), m_order.end());
-        m_sortedColumns.resize(m_order.size());
-        m_sortedValues.resize(m_order.size());
-        for (std::size_t element = 0; element < m_order.size(); ++element) {
-            m_sortedColumns[element] = static_cast<int>(m_order[element] >> 32);
-            m_sortedValues[element] = m_values[static_cast<std::uint32_t>(m_order[element])];
-        }
+        m_row.moveTo(m_columns, m_values);
     }
 
     REmath::IVertexPosLinearSystem<double> & m_solver;
@@ -243,10 +246,9 @@ private:
     COctree const & m_octree;
     VsUt::IDebugLog * m_log;
     CTransThreadPrgCntAdapter * m_adapter;
+    SparseRowAccumulator m_row;
     std::vector<double> m_values;
-    std::vector<std::uint64_t> m_order;
-    std::vector<double> m_sortedValues;
-    std::vector<int> m_sortedColumns;
+    std::vector<int> m_columns;
 };
 
 } // namespace
