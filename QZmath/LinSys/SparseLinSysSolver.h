@@ -13,8 +13,7 @@ namespace REmath
 /// solve, as in `CSparseStoreSparseLinSysSolver`, but free vertices may be defined in any order, and
 /// equations are added in full also when the system is declared symmetric.
 ///
-/// A solve reads the matrix element by element, which takes O(n^2 log k) for n free vertices and k terms per
-/// equation: fit for some thousands of vertices.
+/// A solve copies the rows into a compressed matrix, in time and memory of their non-zero elements.
 template <class T>
 class QZMATH_API CSparseLinSysSolver
     : public CLinSysSolverCompose<T, CVPLSstorage<T, CSparseVectorAsVPLSstorageRow>,
@@ -26,8 +25,16 @@ public:
     CSparseLinSysSolver & operator=(CSparseLinSysSolver const & other);
     ~CSparseLinSysSolver() override;
     CSparseLinSysSolver * Copy() const override;
+
+private:
+    bool OnSolveSystem(int nRightParts, IVertexPosInformer<T> const ** informers,
+                       IEqSysResultReciever<T> ** recievers, CProgressCounter * progress) override;
 };
 
+extern template class CLinSysSolverCompose<float, CVPLSstorage<float, CSparseVectorAsVPLSstorageRow>,
+                                           CLinSysSolverSparseDss<float>>;
+extern template class CLinSysSolverCompose<double, CVPLSstorage<double, CSparseVectorAsVPLSstorageRow>,
+                                           CLinSysSolverSparseDss<double>>;
 extern template class CSparseLinSysSolver<float>;
 extern template class CSparseLinSysSolver<double>;
 

@@ -123,12 +123,6 @@ bool CVPLSstorage<T, Row>::isClosedByCaller() const
     return IsMatrixAllocated() && this->GetEquationsNumber() == 0;
 }
 
-template <class T, template <class> class Row>
-bool CVPLSstorage<T, Row>::hasRow(int row) const
-{
-    return row >= 0 && std::size_t(row) < m_rows.size();
-}
-
 template class CVPLSstorage<float, CStdVectorAsVPLSstorageRow>;
 template class CVPLSstorage<double, CStdVectorAsVPLSstorageRow>;
 template class CVPLSstorage<float, CShiftedVectorAsVPLstorageRow>;

@@ -5,6 +5,7 @@
 #include <QZmath/LinSys/LinSysVariableManager.h>
 #include <QZmath/LinSys/VPLSstorageRows.h>
 
+#include <cstddef>
 #include <vector>
 
 namespace REmath
@@ -37,6 +38,13 @@ public:
     void AllocateMatrix();
     bool IsMatrixAllocated() const { return !m_rows.empty(); }
 
+    /// A row of the free matrix as it is stored, null when there is no such row. The next equation may change
+    /// it.
+    typename Row<T>::RowType const * getRow(int row) const
+    {
+        return hasRow(row) ? &m_rows[std::size_t(row)] : nullptr;
+    }
+
 private:
     T onScalarProductByMatrixRow(int row, int size, T const * vector) const override;
     T onGetFreeVertCoeff(int row, int column) const override;
@@ -48,7 +56,7 @@ private:
     bool areFreeVariablesDefined() const override;
 
     bool isClosedByCaller() const;
-    bool hasRow(int row) const;
+    bool hasRow(int row) const { return row >= 0 && std::size_t(row) < m_rows.size(); }
 
     std::vector<T> m_scratchRow; // one element per free vertex
     std::vector<typename Row<T>::RowType> m_rows;

@@ -263,6 +263,8 @@ std::vector<Candidate<T>> everySolver(int size)
     add("csr, direct", true, true, true, new CLinSysSolverCompose<T, Csr, CLinSysSolverSparseDss<T>>);
     add("dense rows, direct", true, false, true,
         new CLinSysSolverCompose<T, DenseRows, CLinSysSolverSparseDss<T>>);
+    add("sparse rows, direct", true, false, true,
+        new CLinSysSolverCompose<T, SparseRows, CLinSysSolverSparseDss<T>>);
     add("csr, iterative", false, true, true, new CLinSysSolverCompose<T, Csr, CLinSysSolverSparseMKL<T>>);
     add("dense rows, iterative", false, false, true,
         new CLinSysSolverCompose<T, DenseRows, CLinSysSolverSparseMKL<T>>);
