@@ -17,7 +17,7 @@ namespace
 static_assert(sizeof(int) == 4, "the file form has positions of 4 bytes");
 
 /// Elements that are read in one piece from a file that has not shown yet that it holds them.
-constexpr std::size_t pieceElements = std::size_t(1) << 16;
+constexpr std::size_t pieceElements = std::size_t(1) << 14;
 
 template <class Element>
 bool writeAll(std::FILE * file, Element const * elements, std::size_t count)
