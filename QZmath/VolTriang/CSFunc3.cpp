@@ -16,6 +16,7 @@ double CCSFunc3Tmpl<TKernel>::eval(double const * const point) const
     return m_kernel->eval(argument) * m_normalizationScale;
 }
 
+template class CCSFunc3Tmpl<CPiecewisePolynom>;
 template class CCSFunc3Tmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Export.h>
+#include <QZmath/VolTriang/PiecewisePolynom.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
 
 namespace VolTr
@@ -55,6 +56,7 @@ private:
     int m_nodeDepth;
 };
 
+extern template class CCSFunc3Tmpl<CPiecewisePolynom>;
 extern template class CCSFunc3Tmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

@@ -49,6 +49,7 @@ void CInterlacedSupportIteratorTmpl<TKernel>::initForNextDepth()
     m_depth = -1;
 }
 
+template class CInterlacedSupportIteratorTmpl<CPiecewisePolynom>;
 template class CInterlacedSupportIteratorTmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

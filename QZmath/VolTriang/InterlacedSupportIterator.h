@@ -66,6 +66,7 @@ private:
     CCSFunc3Tmpl<TKernel> m_function;
 };
 
+extern template class CInterlacedSupportIteratorTmpl<CPiecewisePolynom>;
 extern template class CInterlacedSupportIteratorTmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/VolTriang/PiecewisePolynom.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>
 
@@ -136,6 +137,21 @@ public:
 
 private:
     std::vector<std::array<CFlatLimitedPolynom, 3>> m_summands;
+};
+
+/// The general form has no factors to share: every value is that of the kernel itself.
+template <>
+class CKernelEvaluator<CPiecewisePolynom>
+{
+public:
+    static bool const isSeparable = false;
+
+    explicit CKernelEvaluator(CPiecewisePolynom const & kernel) : m_kernel(kernel) {}
+
+    double eval(double const * point) const { return m_kernel.eval(point); }
+
+private:
+    CPiecewisePolynom m_kernel;
 };
 
 } // namespace VolTr

@@ -2,6 +2,7 @@
 #include <QZmath/VolTriang/Kernels.h>
 
 #include <cmath>
+#include <stdexcept>
 
 namespace VolTr
 {
@@ -33,6 +34,84 @@ CProductPiecewisePolynom makeApproxGaussianLaplacian<CProductPiecewisePolynom>()
     CProductPiecewisePolynom laplacian;
     makeApproxGaussian<CProductPiecewisePolynom>().makeLaplacian(&laplacian);
     return laplacian;
+}
+
+namespace
+{
+
+CPolynom quadratic(int axis, double constant, double linear, double square)
+{
+    CMonom const variable = CMonom::x_i_pow_d(axis, 1);
+    CPolynom polynom(square * (variable * variable));
+    polynom += CPolynom(linear * variable);
+    polynom += constant;
+    return polynom;
+}
+
+CPolynom linear(int axis, double constant, double slope)
+{
+    return CPolynom(slope * CMonom::x_i_pow_d(axis, 1)) + constant;
+}
+
+CPolynom constant(double value) { return CPolynom(CWeightedMonom(value, CMonom())); }
+
+// A function of one variable in space: three pieces between the knots of the spline, slabs of space.
+CPiecewisePolynom makeSlabs(int axis, CPolynom const & left, CPolynom const & middle, CPolynom const & right)
+{
+    CPolynom const * const pieces[3] = {&left, &middle, &right};
+    CPiecewisePolynom function;
+    for (int piece = 0; piece < 3; ++piece) {
+        CParallelepiped support(CInterval::all(), CInterval::all(), CInterval::all());
+        support.setDimension(axis, CInterval(piece - 1.5, piece - 0.5));
+        function.addTerm(CLimitedPolynom(*pieces[piece], support, nullptr));
+    }
+    return function;
+}
+
+CPiecewisePolynom makeSpline(int axis)
+{
+    CPolynom middle(-1.0 * CMonom::x_i_pow_d(axis, 2));
+    middle += 0.75;
+    return makeSlabs(axis, quadratic(axis, 1.125, 1.5, 0.5), middle, quadratic(axis, 1.125, -1.5, 0.5));
+}
+
+CPiecewisePolynom makeSplineDerivative(int axis)
+{
+    return makeSlabs(axis, linear(axis, 1.5, 1.0), CPolynom(-2.0 * CMonom::x_i_pow_d(axis, 1)),
+                     linear(axis, -1.5, 1.0));
+}
+
+CPiecewisePolynom makeSplineSecondDerivative(int axis)
+{
+    return makeSlabs(axis, constant(1.0), constant(-2.0), constant(1.0));
+}
+
+} // namespace
+
+template <>
+CPiecewisePolynom makeApproxGaussian<CPiecewisePolynom>()
+{
+    return makeSpline(0) * makeSpline(1) * makeSpline(2);
+}
+
+template <>
+CPiecewisePolynom DgaussianDx<CPiecewisePolynom>(int axis)
+{
+    if (axis < 0 || axis > 2)
+        throw std::out_of_range("axis");
+    CPiecewisePolynom derivative = makeSplineDerivative(axis);
+    for (int other = 0; other < 3; ++other)
+        if (other != axis)
+            derivative = derivative * makeSpline(other);
+    return derivative;
+}
+
+template <>
+CPiecewisePolynom makeApproxGaussianLaplacian<CPiecewisePolynom>()
+{
+    return makeSplineSecondDerivative(0) * makeSpline(1) * makeSpline(2) +
+           makeSpline(0) * makeSplineSecondDerivative(1) * makeSpline(2) +
+           makeSpline(0) * makeSpline(1) * makeSplineSecondDerivative(2);
 }
 
 template <class TKernel>
@@ -103,6 +182,11 @@ double calcTrilinearWeight(float const * const point, double const * const node,
     return calcTrilinearWeight(widened, node, cell);
 }
 
+template CPiecewisePolynom polynomByShiftedKernel(CCSFunc3Tmpl<CPiecewisePolynom> const & function);
+template CPiecewisePolynom makeProduct(CCSFunc3Tmpl<CPiecewisePolynom> const & f,
+                                       CCSFunc3Tmpl<CPiecewisePolynom> const & g);
+template CParallelepiped getScaledFunctionCommonSupport(CCSFunc3Tmpl<CPiecewisePolynom> const & function);
+template double integrateOnSupport(CPiecewisePolynom const & function);
 template CProductPiecewisePolynom
 polynomByShiftedKernel(CCSFunc3Tmpl<CProductPiecewisePolynom> const & function);
 template CProductPiecewisePolynom makeProduct(CCSFunc3Tmpl<CProductPiecewisePolynom> const & f,

@@ -4,6 +4,7 @@
 #include <QZmath/Export.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/Parallelepiped.h>
+#include <QZmath/VolTriang/PiecewisePolynom.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>
 
@@ -17,8 +18,11 @@ namespace VolTr
 ///            0.75 - t^2        on [-0.5,  0.5)
 ///            (t - 1.5)^2 / 2   on [ 0.5,  1.5)
 ///
-/// Its support is [-1.5, 1.5]^3, its integral 1. The template functions of this header exist for
-/// `TKernel = CProductPiecewisePolynom`; they are thread-safe and work on copies of their own.
+/// Its support is [-1.5, 1.5]^3, its integral 1. The template functions of this header exist for two forms of
+/// the same function: `CProductPiecewisePolynom`, one product of three splines, on which the reconstruction
+/// runs, and `CPiecewisePolynom`, the sum of 27 polynomials on boxes, to which it can be compared. They
+/// differ on the faces between the pieces only. The functions are thread-safe and work on copies of their
+/// own.
 template <class TKernel>
 TKernel makeApproxGaussian();
 
@@ -26,7 +30,8 @@ TKernel makeApproxGaussian();
 template <class TKernel>
 TKernel DgaussianDx(int axis);
 
-/// The Laplacian of the kernel: three summands with k'' = 1, -2, 1 on one axis each.
+/// The Laplacian of the kernel: three summands (81 polynomials on boxes) with k'' = 1, -2, 1 on one axis
+/// each.
 template <class TKernel>
 TKernel makeApproxGaussianLaplacian();
 
@@ -61,6 +66,19 @@ QZMATH_API double calcTrilinearWeight(float const * const point, double const * 
 /// The same with a point in double precision.
 QZMATH_API double calcTrilinearWeight(double const * const point, double const * const node,
                                       CParallelepiped const & cell);
+
+template <>
+QZMATH_API CPiecewisePolynom makeApproxGaussian<CPiecewisePolynom>();
+template <>
+QZMATH_API CPiecewisePolynom DgaussianDx<CPiecewisePolynom>(int axis);
+template <>
+QZMATH_API CPiecewisePolynom makeApproxGaussianLaplacian<CPiecewisePolynom>();
+extern template QZMATH_API CPiecewisePolynom polynomByShiftedKernel(CCSFunc3Tmpl<CPiecewisePolynom> const &);
+extern template QZMATH_API CPiecewisePolynom makeProduct(CCSFunc3Tmpl<CPiecewisePolynom> const &,
+                                                         CCSFunc3Tmpl<CPiecewisePolynom> const &);
+extern template QZMATH_API CParallelepiped
+getScaledFunctionCommonSupport(CCSFunc3Tmpl<CPiecewisePolynom> const &);
+extern template QZMATH_API double integrateOnSupport(CPiecewisePolynom const &);
 
 template <>
 QZMATH_API CProductPiecewisePolynom makeApproxGaussian<CProductPiecewisePolynom>();

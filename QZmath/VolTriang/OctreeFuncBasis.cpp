@@ -122,7 +122,9 @@ CParallelepiped const & COctreeFuncBasisTmpl<TKernel>::getScaledKernelSupportRef
     return m_impl->scaledSupports.at(static_cast<std::size_t>(depth));
 }
 
+template class COctreeFuncBasisImpl<CPiecewisePolynom>;
 template class COctreeFuncBasisImpl<CProductPiecewisePolynom>;
+template class COctreeFuncBasisTmpl<CPiecewisePolynom>;
 template class COctreeFuncBasisTmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

@@ -5,6 +5,7 @@
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/Parallelepiped.h>
+#include <QZmath/VolTriang/PiecewisePolynom.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
 
 #include <memory>
@@ -61,6 +62,7 @@ private:
     std::unique_ptr<COctreeFuncBasisImpl<TKernel>> m_impl;
 };
 
+extern template class COctreeFuncBasisTmpl<CPiecewisePolynom>;
 extern template class COctreeFuncBasisTmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

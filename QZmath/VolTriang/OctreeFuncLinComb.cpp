@@ -265,6 +265,7 @@ double COctreeFuncLinCombTmpl<TKernel>::eval(float const * point, COctreeFuncEva
     return m_impl->eval(widened, helper);
 }
 
+template class COctreeFuncLinCombTmpl<CPiecewisePolynom>;
 template class COctreeFuncLinCombTmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

@@ -48,6 +48,7 @@ private:
     double * m_coefficients; // those of m_impl
 };
 
+extern template class COctreeFuncLinCombTmpl<CPiecewisePolynom>;
 extern template class COctreeFuncLinCombTmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 
+#include <QZmath/VolTriang/GeneralProductCacheDetail.h>
 #include <QZmath/VolTriang/InterlacedSupportIterator.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/SeparableProductCacheDetail.h>
@@ -75,6 +76,7 @@ COctreeFuncBasisTmpl<TKernel> const & CCSFProductHelperTmpl<TKernel>::rightBasis
     return m_impl->rightBasisRef();
 }
 
+template class CCSFProductHelperTmpl<CPiecewisePolynom>;
 template class CCSFProductHelperTmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

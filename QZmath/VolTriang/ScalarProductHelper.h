@@ -28,12 +28,13 @@ class CCSFProductHelperImpl;
 /// grows by a known factor when both depths go one level down. So each distinct value is computed once, on
 /// the deepest level, and looked up from then on. For kernels that are sums of products of one-variable
 /// factors the values are integrals of one variable, and equal pairs of factors share them: the three
-/// summands of a Laplacian need two tables in all.
+/// summands of a Laplacian need two tables in all. For kernels in the general form (`CPiecewisePolynom`) they
+/// are whole integrals in an ordered map, shared by the symmetries that the constructor is told.
 ///
 /// A value never depends on what was asked before: each is computed for the pair moved to the deepest level
 /// and to the origin, so that helpers on different threads give the same bits. A lookup costs a few
-/// nanoseconds and allocates nothing; a first meeting of depths and offset costs some microseconds. Memory
-/// grows with the values in use.
+/// nanoseconds and allocates nothing, a first meeting of depths and offset some microseconds; with the
+/// general form a fraction of a microsecond and some milliseconds. Memory grows with the values in use.
 ///
 /// A helper belongs to one thread at a time. A copy shares the tables with its source. Bases and octree must
 /// outlive it.
@@ -43,9 +44,11 @@ class QZMATH_API CCSFProductHelperTmpl
 public:
     /// \param left     basis of the first function
     /// \param right    basis of the second function, over the same octree
-    /// \param symmetry does not matter for kernels that are sums of products
-    /// \param axisMask bit i: axis i may be exchanged with the other marked ones; does not matter for kernels
-    ///                 that are sums of products
+    /// \param symmetry full: the integral stays when the two nodes change places, as for a kernel and its
+    ///                 Laplacian. One basis on both sides always counts as such. Does not matter for kernels
+    ///                 that are sums of products.
+    /// \param axisMask bit i: axis i may be exchanged with the other marked ones. Does not matter for kernels
+    ///                 that are sums of products.
     /// \param parity   for each axis 1 or -1 if a value at the mirrored offset is that times the value at the
     ///                 offset, 0 if nothing is known; null means zeros. With kernels that are sums of
     ///                 products, axes with equal pairs of factors take the parity of the first of them.
@@ -72,8 +75,9 @@ public:
     void initWithVariablesSwap(int a, int b, COctreeFuncBasisTmpl<TKernel> const * left,
                                COctreeFuncBasisTmpl<TKernel> const * right);
 
-    /// How many values the full tables have, for all depths and offsets; the greatest `int` if they are more.
-    /// A measure of the variety of values: memory is taken only for those in use.
+    /// For kernels that are sums of products: how many values the full tables have, for all depths and
+    /// offsets; the greatest `int` if they are more. A measure of the variety of values: memory is taken only
+    /// for those in use. For kernels in the general form: how many values are known.
     int cashSize() const;
 
     COctreeFuncBasisTmpl<TKernel> const & leftBasisRef() const;
@@ -83,6 +87,7 @@ private:
     std::shared_ptr<CCSFProductHelperImpl<TKernel>> m_impl;
 };
 
+extern template class CCSFProductHelperTmpl<CPiecewisePolynom>;
 extern template class CCSFProductHelperTmpl<CProductPiecewisePolynom>;
 
 } // namespace VolTr

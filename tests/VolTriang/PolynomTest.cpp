@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <stdexcept>
@@ -66,6 +67,19 @@ CPolynom randomSparsePolynom(std::mt19937 & random, int terms, int maxExponent, 
             weight(random) * weightStep, CMonom(exponent(random), exponent(random), exponent(random))));
     return polynom;
 }
+
+// The private repair of edited terms, and the terms: an explicit instantiation may name private members.
+using Repair = void (CPolynom::*)();
+using Terms = std::vector<CWeightedMonom> CPolynom::*;
+Repair repairOfTerms();
+Terms ownTerms();
+template <Repair Member, Terms Data>
+struct Expose
+{
+    friend Repair repairOfTerms() { return Member; }
+    friend Terms ownTerms() { return Data; }
+};
+template struct Expose<&CPolynom::collectAndSortSimilarTerms, &CPolynom::m_terms>;
 
 double magnitude(CPolynom const & polynom, double const * point)
 {
@@ -205,6 +219,27 @@ TEST(Polynom, ShiftsExpandBinomially)
     square.substituteArgPlusConst(undefined);
     EXPECT_TRUE(std::isnan(square.eval(one)));
     EXPECT_TRUE(square.checkClassInvariants());
+}
+
+TEST(Polynom, EditedTermsCanBeRestored)
+{
+    std::mt19937 random(3);
+    std::uniform_int_distribution<int> exponent(0, 2), weight(-1, 1);
+    for (int trial = 0; trial < 50; ++trial) {
+        CPolynom polynom;
+        TermMap sums;
+        for (int i = 0; i < trial; ++i) {
+            std::array<int, 3> const exponents = {exponent(random), exponent(random), exponent(random)};
+            double const added = weight(random);
+            (polynom.*ownTerms()).emplace_back(added, CMonom(exponents[0], exponents[1], exponents[2]));
+            sums[exponents] += added;
+        }
+        (polynom.*repairOfTerms())();
+        for (auto term = sums.begin(); term != sums.end();)
+            term = term->second == 0.0 ? sums.erase(term) : std::next(term);
+        EXPECT_EQ(toMap(polynom), sums);
+        EXPECT_EQ(polynom.getSummandNumber(), static_cast<int>(sums.size()));
+    }
 }
 
 TEST(Polynom, MovedFromIsTheZeroPolynomial)
