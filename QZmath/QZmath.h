@@ -6,13 +6,16 @@
 #include <QZmath/Export.h>
 #include <QZmath/Foundation/Coord3DRefs.h>
 #include <QZmath/Foundation/Functor.h>
+#include <QZmath/Foundation/Matrix.h>
 #include <QZmath/Foundation/Point3D.h>
+#include <QZmath/Foundation/Vector.h>
 #include <QZmath/LinSys/Bicgstab.h>
 #include <QZmath/LinSys/CsrMatrix.h>
 #include <QZmath/LinSys/CsrStorage.h>
 #include <QZmath/LinSys/LinSysSolverCompose.h>
 #include <QZmath/LinSys/LinSysSolverCore.h>
 #include <QZmath/LinSys/LinSysSolverCoreBicgstab.h>
+#include <QZmath/LinSys/LinSysSolverCoreMkl.h>
 #include <QZmath/LinSys/LinSysSolverDecomposed.h>
 #include <QZmath/LinSys/LinSysSolverSparse.h>
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>

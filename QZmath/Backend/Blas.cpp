@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cblas.h>
+#include <cstdint>
 #include <mutex>
 
 // Present in OpenBLAS only; null at run time with any other BLAS.
@@ -24,6 +25,21 @@ void forChunks(std::size_t size, Operation operation)
 {
     for (std::size_t begin = 0; begin < size; begin += chunkSize)
         operation(begin, int(std::min(chunkSize, size - begin)));
+}
+
+// No BLAS divides less work than this many multiplications among threads.
+constexpr std::int64_t largestSerialWork = 4096;
+
+/// Runs an operation on the calling thread alone.
+template <class Operation>
+void runSerially(std::int64_t multiplications, Operation operation)
+{
+    if (multiplications <= largestSerialWork) {
+        operation();
+    } else {
+        CBlasSingleThread const serial;
+        operation();
+    }
 }
 
 std::mutex threadSettingMutex;
@@ -98,6 +114,36 @@ void solveLowerTransposedFromRight(int rows, int size, double const * lower, int
         return;
     cblas_dtrsm(CblasColMajor, CblasRight, CblasLower, CblasTrans, CblasNonUnit, rows, size, 1.0, lower,
                 leadingL, b, leadingB);
+}
+
+void multiply(int rows, int columns, int inner, float const * a, float const * b, float * c)
+{
+    runSerially(std::int64_t(rows) * columns * inner, [=] {
+        cblas_sgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, rows, columns, inner, 1.0F, a, rows, b, inner,
+                    0.0F, c, rows);
+    });
+}
+
+void multiply(int rows, int columns, int inner, double const * a, double const * b, double * c)
+{
+    runSerially(std::int64_t(rows) * columns * inner, [=] {
+        cblas_dgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, rows, columns, inner, 1.0, a, rows, b, inner,
+                    0.0, c, rows);
+    });
+}
+
+void multiply(int rows, int columns, float const * a, float const * x, float * y)
+{
+    runSerially(std::int64_t(rows) * columns, [=] {
+        cblas_sgemv(CblasColMajor, CblasNoTrans, rows, columns, 1.0F, a, rows, x, 1, 0.0F, y, 1);
+    });
+}
+
+void multiply(int rows, int columns, double const * a, double const * x, double * y)
+{
+    runSerially(std::int64_t(rows) * columns, [=] {
+        cblas_dgemv(CblasColMajor, CblasNoTrans, rows, columns, 1.0, a, rows, x, 1, 0.0, y, 1);
+    });
 }
 
 CBlasSingleThread::CBlasSingleThread()

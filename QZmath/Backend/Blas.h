@@ -35,6 +35,15 @@ void gemmTransposed(int rows, int columns, int inner, double factor, double cons
 void solveLowerTransposedFromRight(int rows, int size, double const * lower, int leadingL, double * b,
                                    int leadingB);
 
+/// C = A * B for column-major matrices without gaps: A is rows by inner, B inner by columns. C need not be
+/// initialised. In a `CBlasSingleThread` scope of its own where the size calls for it.
+void multiply(int rows, int columns, int inner, float const * a, float const * b, float * c);
+void multiply(int rows, int columns, int inner, double const * a, double const * b, double * c);
+
+/// y = A * x for a column-major A (rows by columns) without gaps, with the same care.
+void multiply(int rows, int columns, float const * a, float const * x, float * y);
+void multiply(int rows, int columns, double const * a, double const * x, double * y);
+
 /// As long as one of these exists, BLAS runs its kernels on the calling thread alone, in the whole process:
 /// it would otherwise split its sums by the number of threads. The first scope saves the former number of
 /// threads and the last one gives it back. Scopes may nest and overlap on any threads. Without effect on a

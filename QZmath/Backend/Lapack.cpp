@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/Lapack.h>
 
+#include <QZmath/Backend/Blas.h>
+
 #include <lapacke.h>
+#include <vector>
 
 namespace QzBackend
 {
@@ -9,6 +12,42 @@ namespace QzBackend
 bool choleskyLower(int size, double * matrix, int leading)
 {
     return size <= 0 || LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', size, matrix, leading) == 0;
+}
+
+bool factorLu(int size, float * matrix, int * pivots)
+{
+    CBlasSingleThread const serial;
+    return LAPACKE_sgetrf_work(LAPACK_COL_MAJOR, size, size, matrix, size, pivots) == 0;
+}
+
+bool factorLu(int size, double * matrix, int * pivots)
+{
+    CBlasSingleThread const serial;
+    return LAPACKE_dgetrf_work(LAPACK_COL_MAJOR, size, size, matrix, size, pivots) == 0;
+}
+
+bool solveLu(int size, int rightParts, float const * factors, int const * pivots, float * columns)
+{
+    CBlasSingleThread const serial;
+    return LAPACKE_sgetrs_work(LAPACK_COL_MAJOR, 'N', size, rightParts, factors, size, pivots, columns,
+                               size) == 0;
+}
+
+bool solveLu(int size, int rightParts, double const * factors, int const * pivots, double * columns)
+{
+    CBlasSingleThread const serial;
+    return LAPACKE_dgetrs_work(LAPACK_COL_MAJOR, 'N', size, rightParts, factors, size, pivots, columns,
+                               size) == 0;
+}
+
+bool invertLu(int size, double * factors, int const * pivots)
+{
+    // The blocked algorithm needs this many columns.
+    constexpr int blockColumns = 64;
+    std::vector<double> work(static_cast<std::size_t>(size) * blockColumns);
+    CBlasSingleThread const serial;
+    return LAPACKE_dgetri_work(LAPACK_COL_MAJOR, size, factors, size, pivots, work.data(),
+                               size * blockColumns) == 0;
 }
 
 } // namespace QzBackend

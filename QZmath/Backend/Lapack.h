@@ -1,13 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/// The dense factorisations that the library takes from LAPACK. Call them inside a `CBlasSingleThread` scope
-/// where results must not depend on the number of threads.
+/// The dense factorisations that the library takes from LAPACK.
 namespace QzBackend
 {
 
 /// Factors a symmetric positive definite column-major matrix, of which the lower triangle is read, into L L^T
-/// and puts L in place of that triangle. False when a pivot is not positive; NaN may go unnoticed here.
+/// and puts L in place of that triangle. False when a pivot is not positive; NaN may go unnoticed here. Call
+/// it inside a `CBlasSingleThread` scope where results must not depend on the number of threads.
 bool choleskyLower(int size, double * matrix, int leading);
+
+/// The functions on LU factors take column-major matrices without gaps, `size` of 1 or more, and run on the
+/// calling thread alone, so that their results do not depend on the number of threads. NaN passes through.
+
+/// Puts the LU factors with partial pivoting in place of the matrix and fills `pivots` with `size` numbers of
+/// rows, from 1. False when a pivot is exactly 0.
+bool factorLu(int size, float * matrix, int * pivots);
+bool factorLu(int size, double * matrix, int * pivots);
+
+/// Puts the solutions in place of the `rightParts` columns of `columns`, with what `factorLu` has made.
+bool solveLu(int size, int rightParts, float const * factors, int const * pivots, float * columns);
+bool solveLu(int size, int rightParts, double const * factors, int const * pivots, double * columns);
+
+/// Puts the inverse in place of the factors that `factorLu` has made.
+bool invertLu(int size, double * factors, int const * pivots);
 
 } // namespace QzBackend
