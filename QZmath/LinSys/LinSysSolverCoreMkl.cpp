@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/LinSys/LinSysSolverCoreMkl.h>
+
+#include <QZmath/Foundation/Matrix.h>
+
+#include <QZsys/Progress.h>
+
+namespace REmath
+{
+
+template <class T>
+CLinSysSolverCoreMkl<T>::CLinSysSolverCoreMkl() = default;
+template <class T>
+CLinSysSolverCoreMkl<T>::~CLinSysSolverCoreMkl() = default;
+
+template <class T>
+bool CLinSysSolverCoreMkl<T>::onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
+                                            IVertexPosInformer<T> const ** informers,
+                                            IEqSysResultReciever<T> ** recievers, CProgressCounter * progress)
+{
+    CPrgCntSubPhase fillPhase(progress, 0, 20, 0, true);
+    if (!system.IsCorrectlyDefinedSystem())
+        return false;
+    int const size = system.GetEquationsNumber();
+    if (size == 0)
+        return true;
+    Matrix<T> rightParts(size, nRightParts);
+    Matrix<T> solutions(size, nRightParts);
+    for (int part = 0; part < nRightParts; ++part)
+        system.SetSingleRightPart(rightParts[part], *informers[part]);
+    Matrix<T> freeMatrix(size, size);
+    for (int column = size - 1; column >= 0; --column) {
+        for (int row = size - 1; row >= 0; --row)
+            freeMatrix.elem(row, column) = system.GetFreeVertCoeff(row, column);
+    }
+    fillPhase.Finish();
+
+    CPrgCntSubPhase solvePhase(progress, 20, 75, 0, true);
+    if (!solveMat(freeMatrix, rightParts, solutions))
+        return false;
+    solvePhase.Finish();
+
+    CPrgCntSubPhase deliveryPhase(progress, 95, 5, 0, true);
+    for (int part = 0; part < nRightParts; ++part)
+        system.SetSingleSolution(solutions[part], *recievers[part]);
+    deliveryPhase.Finish();
+    return true;
+}
+
+template class CLinSysSolverCoreMkl<float>;
+template class CLinSysSolverCoreMkl<double>;
+
+} // namespace REmath
