@@ -17,6 +17,7 @@
 #include <QZmath/LinSys/LinSysSolverCoreBicgstab.h>
 #include <QZmath/LinSys/LinSysSolverCoreMkl.h>
 #include <QZmath/LinSys/LinSysSolverDecomposed.h>
+#include <QZmath/LinSys/LinSysSolverMKL.h>
 #include <QZmath/LinSys/LinSysSolverSparse.h>
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>

@@ -11,6 +11,10 @@ namespace REmath
 template <class T>
 CLinSysSolverCoreMkl<T>::CLinSysSolverCoreMkl() = default;
 template <class T>
+CLinSysSolverCoreMkl<T>::CLinSysSolverCoreMkl(CLinSysSolverCoreMkl const &) = default;
+template <class T>
+CLinSysSolverCoreMkl<T> & CLinSysSolverCoreMkl<T>::operator=(CLinSysSolverCoreMkl const &) = default;
+template <class T>
 CLinSysSolverCoreMkl<T>::~CLinSysSolverCoreMkl() = default;
 
 template <class T>
@@ -49,5 +53,7 @@ bool CLinSysSolverCoreMkl<T>::onSolveSystem(ILinearSystemReadOnly<T> const & sys
 
 template class CLinSysSolverCoreMkl<float>;
 template class CLinSysSolverCoreMkl<double>;
+template class CLinSysSolverCompose<float, CCSRSstorage<float>, CLinSysSolverCoreMkl<float>>;
+template class CLinSysSolverCompose<double, CCSRSstorage<double>, CLinSysSolverCoreMkl<double>>;
 
 } // namespace REmath

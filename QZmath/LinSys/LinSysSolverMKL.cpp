@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/LinSys/LinSysSolverMKL.h>
+
+namespace REmath
+{
+
+template <class T>
+CLinSysSolverMKL<T>::CLinSysSolverMKL() = default;
+
+template <class T>
+CLinSysSolverMKL<T>::CLinSysSolverMKL(CLinSysSolverMKL const &) = default;
+
+template <class T>
+CLinSysSolverMKL<T> & CLinSysSolverMKL<T>::operator=(CLinSysSolverMKL const &) = default;
+
+template <class T>
+CLinSysSolverMKL<T>::~CLinSysSolverMKL() = default;
+
+template <class T>
+CLinSysSolverMKL<T> * CLinSysSolverMKL<T>::Copy() const
+{
+    return new CLinSysSolverMKL(*this);
+}
+
+template class CLinSysSolverMKL<float>;
+template class CLinSysSolverMKL<double>;
+
+} // namespace REmath
