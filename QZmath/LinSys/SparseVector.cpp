@@ -22,7 +22,7 @@ constexpr std::size_t pieceElements = std::size_t(1) << 14;
 template <class Element>
 bool writeAll(std::FILE * file, Element const * elements, std::size_t count)
 {
-    return std::fwrite(elements, sizeof(Element), count, file) == count;
+    return count == 0 || std::fwrite(elements, sizeof(Element), count, file) == count;
 }
 
 template <class Element>
