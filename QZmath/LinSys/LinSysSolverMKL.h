@@ -27,6 +27,10 @@ public:
     CLinSysSolverMKL * Copy() const override;
 };
 
+extern template class CLinSysSolverCompose<float, CVPLSstorage<float, CStdVectorAsVPLSstorageRow>,
+                                           CLinSysSolverCoreMkl<float>>;
+extern template class CLinSysSolverCompose<double, CVPLSstorage<double, CStdVectorAsVPLSstorageRow>,
+                                           CLinSysSolverCoreMkl<double>>;
 extern template class CLinSysSolverMKL<float>;
 extern template class CLinSysSolverMKL<double>;
 

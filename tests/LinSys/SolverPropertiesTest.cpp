@@ -2,6 +2,7 @@
 #include <QZmath/LinSys/CsrStorage.h>
 #include <QZmath/LinSys/LinSysSolverCoreBicgstab.h>
 #include <QZmath/LinSys/LinSysSolverDecomposed.h>
+#include <QZmath/LinSys/LinSysSolverMKL.h>
 #include <QZmath/LinSys/LinSysSolverSparse.h>
 #include <QZmath/LinSys/SparseLinSysSolver.h>
 #include <QZmath/LinSys/VPLSstorage.h>
@@ -252,6 +253,10 @@ std::vector<Candidate<T>> everySolver(int size)
         result.push_back({name, isDirect, needsAscending, readsElements,
                           std::unique_ptr<IVertexPosLinearSystem<T>>(solver)});
     };
+    add("dense rows, ready", true, false, true, new CLinSysSolverMKL<T>);
+    add("csr, dense core", true, true, true, new CLinSysSolverCompose<T, Csr, CLinSysSolverCoreMkl<T>>);
+    add("sparse rows, dense core", true, false, true,
+        new CLinSysSolverCompose<T, SparseRows, CLinSysSolverCoreMkl<T>>);
     add("sparse rows, ready", true, false, true, new CSparseLinSysSolver<T>);
     add("csr direct, ready", true, true, true, new CSparseStoreSparseLinSysSolver<T>(3));
     add("csr iterative, ready", false, true, true,
