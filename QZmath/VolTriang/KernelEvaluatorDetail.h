@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <vector>
 
@@ -17,7 +18,8 @@ namespace VolTr
 /// `CSingleVarLimitedPolynom::eval`.
 ///
 /// Up to three pieces of up to three coefficients stand in fixed arrays, which is what B-splines of degree 2
-/// and their derivatives need; anything else takes the general arrays.
+/// and their derivatives need, between two pieces that are 0; they are chosen without branches, which random
+/// arguments would mislead. Anything else takes the general arrays.
 class CFlatLimitedPolynom
 {
 public:
@@ -28,6 +30,9 @@ public:
     {
         int const pieces = function.piecesNumber();
         m_isSmall = pieces <= 3 && function.maxPower() <= 2;
+        for (int knot = 0; knot <= pieces && pieces > 0; ++knot)
+            m_isSmall = m_isSmall && std::isfinite(function.getKnot(knot)) &&
+                        (knot == 0 || function.getKnot(knot - 1) < function.getKnot(knot));
         if (m_isSmall) {
             // Missing pieces become empty intervals at the end.
             for (int knot = 0; knot < 4; ++knot)
@@ -36,7 +41,7 @@ public:
             for (int piece = 0; piece < pieces; ++piece) {
                 CSingleVarPolynom const & polynom = function.getPiece(piece);
                 for (int exponent = 0; exponent <= polynom.power(); ++exponent)
-                    m_smallPieces[static_cast<std::size_t>(piece)][static_cast<std::size_t>(exponent)] =
+                    m_smallPieces[static_cast<std::size_t>(piece + 1)][static_cast<std::size_t>(exponent)] =
                         polynom.getCoefficient(exponent);
             }
             return;
@@ -57,12 +62,14 @@ public:
         double const t = x - m_argShift;
         if (!m_isSmall)
             return evalGeneral(t);
-        if (!(t >= m_smallKnots[0] && t < m_smallKnots[3]))
-            return 0.0;
-        std::array<double, 3> const & c = m_smallPieces[t < m_smallKnots[1]   ? 0
-                                                        : t < m_smallKnots[2] ? 1
-                                                                              : 2];
-        return (c[2] * t + c[1]) * t + c[0];
+        std::array<double, 3> const & c = m_smallPieces[static_cast<unsigned>(t >= m_smallKnots[0]) +
+                                                        static_cast<unsigned>(t >= m_smallKnots[1]) +
+                                                        static_cast<unsigned>(t >= m_smallKnots[2]) +
+                                                        static_cast<unsigned>(t >= m_smallKnots[3])];
+        // The outer pieces must stay 0 for infinite arguments and NaN too.
+        double bounded = t < m_smallKnots[3] ? t : m_smallKnots[3];
+        bounded = bounded > m_smallKnots[0] ? bounded : m_smallKnots[0];
+        return (c[2] * bounded + c[1]) * bounded + c[0];
     }
 
 private:
@@ -82,7 +89,7 @@ private:
     double m_argShift = 0.0;
     bool m_isSmall = true;
     std::array<double, 4> m_smallKnots{};
-    std::array<std::array<double, 3>, 3> m_smallPieces{};
+    std::array<std::array<double, 3>, 5> m_smallPieces{}; // the first and the last are 0
     std::vector<double> m_knots;
     std::vector<std::size_t> m_pieceBegin;
     std::vector<double> m_coefficients;

@@ -54,32 +54,26 @@ private:
     template <class TKernel>
     friend class COctreeFuncLinCombImpl;
 
-    // The entries of a region once more, as depths, in them planes of equal x, in them lines of equal y:
-    // whole planes and lines outside a point's reach are then skipped at once.
+    // The entries of a region once more, as one dense brick of lattice places for each depth: a point's
+    // neighbours stand at fixed distances from its place. Around each brick stands a margin of zeros as wide
+    // as the kernel reaches.
     struct Plan
     {
-        struct Level
+        struct Brick
         {
-            double scale;
-            std::size_t planesBegin;
-        };
-        struct Group
-        {
-            double coord;
-            std::size_t begin;
-        };
-        struct Entry
-        {
-            double z;
-            double amplitude;
+            double scale;  // by which center minus point is multiplied
+            int origin[3]; // least lattice place of an entry
+            int step;      // lattice places from one to the next
+            int counts[3]; // places on each axis, without the margin
+            std::size_t firstAmplitude;
         };
 
         void const * basis = nullptr; // whose nodes the entries are; null when there is no plan
         std::size_t entriesPlanned = 0;
-        std::vector<Level> levels;
-        std::vector<Group> planes;
-        std::vector<Group> lines;
-        std::vector<Entry> entries;
+        double reach = 0.0; // of the kernel, in steps
+        int width = 0;      // how many places of an axis may be in reach; the margin is one less
+        std::vector<Brick> bricks;
+        std::vector<double> amplitudes; // normalisation times coefficient; z runs fastest
     };
 
     struct Region

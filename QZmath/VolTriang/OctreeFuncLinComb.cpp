@@ -4,6 +4,8 @@
 #include <QZmath/VolTriang/OctreeFuncBasisImpl.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 namespace VolTr
@@ -40,6 +42,10 @@ public:
     std::vector<double> coefficients;
 
 private:
+    // Kernels that evaluation by plan has room for.
+    static std::size_t const greatestSummands = 4;
+    static int const greatestWidth = 16;
+
     // Calls visit(node, depth, place) for all nodes with a coefficient other than 0 whose supports may hold
     // the point. The support is symmetric, so a box around the point finds the same nodes as their boxes
     // tested against the point.
@@ -79,54 +85,99 @@ private:
 
     void recordRegion(double const * point, COctreeFuncEvalHelper & helper, int region) const
     {
-        Plan & plan = helper.m_regions[static_cast<std::size_t>(region)].plan;
-        if constexpr (CKernelEvaluator<TKernel>::isSeparable)
-            startPlan(plan);
-        visitNodes(point, &helper, [&](int node, int depth, CInt3 const & place) {
-            double const coefficient = coefficients[static_cast<std::size_t>(node)];
-            helper.recordIndexInfo(region, node, coefficient);
-            if constexpr (CKernelEvaluator<TKernel>::isSeparable)
-                appendToPlan(plan, depth, place, coefficient);
+        visitNodes(point, &helper, [&](int node, int, CInt3 const &) {
+            helper.recordIndexInfo(region, node, coefficients[static_cast<std::size_t>(node)]);
         });
         if constexpr (CKernelEvaluator<TKernel>::isSeparable)
-            finishPlan(plan);
+            makePlan(helper.m_regions[static_cast<std::size_t>(region)]);
     }
 
-    void startPlan(Plan & plan) const
-    {
-        plan.basis = &basis->impl();
-        plan.entriesPlanned = 0;
-        plan.levels.clear();
-        plan.planes.clear();
-        plan.lines.clear();
-        plan.entries.clear();
-    }
-
-    void appendToPlan(Plan & plan, int depth, CInt3 const & place, double coefficient) const
+    // Leaves the region without a plan when evaluation by plan could differ from the plain sum or take too
+    // much memory.
+    void makePlan(Region & region) const
     {
         COctreeFuncBasisImpl<TKernel> const & functions = basis->impl();
-        double center[3];
-        octree->cellCoordsToReal(center, place);
-        double const scale = 0.0 - functions.argumentScales[static_cast<std::size_t>(depth)];
-        bool const newLevel = plan.levels.empty() || plan.levels.back().scale != scale;
-        if (newLevel)
-            plan.levels.push_back({scale, plan.planes.size()});
-        bool const newPlane = newLevel || plan.planes.back().coord != center[0];
-        if (newPlane)
-            plan.planes.push_back({center[0], plan.lines.size()});
-        if (newPlane || plan.lines.back().coord != center[1])
-            plan.lines.push_back({center[1], plan.entries.size()});
-        plan.entries.push_back(
-            {center[2], functions.normalizations[static_cast<std::size_t>(depth)] * coefficient});
+        Plan & plan = region.plan;
+        plan.basis = nullptr;
+        plan.bricks.clear();
+        plan.amplitudes.clear();
+        plan.reach = 0.0;
+        for (int axis = 0; axis < 3; ++axis)
+            plan.reach = std::max({plan.reach, -functions.sample.getCommonSupportRef().getMin()[axis],
+                                   functions.sample.getCommonSupportRef().getMax()[axis]});
+        plan.reach += 1e-3; // far above the rounding of places
+        std::size_t const summands = functions.evaluator.summandsNumber();
+        if (summands == 0 || summands > greatestSummands || !(2.0 * plan.reach < greatestWidth))
+            return;
+        plan.width = static_cast<int>(2.0 * plan.reach) + 1;
+        std::size_t const count = region.indexes.size();
+        for (std::size_t entry = 0; entry < count;) {
+            // The entries stand in the order of depths.
+            int const depth = octree->getNodeDepth(region.indexes[entry]);
+            std::size_t end = entry + 1;
+            while (end < count && octree->getNodeDepth(region.indexes[end]) == depth)
+                ++end;
+            if (!appendBrick(region, depth, entry, end))
+                return;
+            entry = end;
+        }
+        plan.entriesPlanned = count;
+        plan.basis = &functions;
     }
 
-    // Closes the three lists with ends, so that each group ends where the next begins.
-    void finishPlan(Plan & plan) const
+    bool appendBrick(Region & region, int depth, std::size_t begin, std::size_t end) const
     {
-        plan.entriesPlanned = plan.entries.size();
-        plan.levels.push_back({0.0, plan.planes.size()});
-        plan.planes.push_back({0.0, plan.lines.size()});
-        plan.lines.push_back({0.0, plan.entries.size()});
+        COctreeFuncBasisImpl<TKernel> const & functions = basis->impl();
+        Plan & plan = region.plan;
+        auto const placeOf = [&](std::size_t entry) -> CInt3 const & {
+            return octree->getNode(region.indexes[entry]).shift();
+        };
+        CInt3 first = placeOf(begin);
+        CInt3 last = first;
+        for (std::size_t entry = begin; entry < end; ++entry) {
+            for (int axis = 0; axis < 3; ++axis) {
+                first.coordMod(axis) = std::min(first.coord(axis), placeOf(entry).coord(axis));
+                last.coordMod(axis) = std::max(last.coord(axis), placeOf(entry).coord(axis));
+            }
+        }
+        int const margin = plan.width - 1;
+        int const levels = octree->getLeafCellDepth() - depth;
+        typename Plan::Brick brick{0.0 - functions.argumentScales[static_cast<std::size_t>(depth)],
+                                   {first.x(), first.y(), first.z()},
+                                   1 << levels,
+                                   {0, 0, 0},
+                                   plan.amplitudes.size()};
+        double volume = 1.0;
+        for (int axis = 0; axis < 3; ++axis) {
+            brick.counts[axis] = ((last.coord(axis) - first.coord(axis)) >> levels) + 1;
+            volume *= brick.counts[axis] + 2 * margin;
+        }
+        if (volume > 32.0 * static_cast<double>(end - begin) + 65536.0)
+            return false;
+        plan.amplitudes.resize(plan.amplitudes.size() + static_cast<std::size_t>(volume), 0.0);
+        plan.bricks.push_back(brick);
+        for (std::size_t entry = begin; entry < end; ++entry) {
+            CInt3 place = placeOf(entry);
+            place -= first;
+            double const amplitude =
+                functions.normalizations[static_cast<std::size_t>(depth)] * region.coefficients[entry];
+            if (!std::isfinite(amplitude))
+                return false;
+            plan.amplitudes[amplitudeIndex(brick, margin, place.x() >> levels, place.y() >> levels,
+                                           place.z() >> levels)] = amplitude;
+        }
+        return true;
+    }
+
+    // Where the amplitude of a place of a brick stands. Places count from the origin, down to -margin.
+    static std::size_t amplitudeIndex(typename Plan::Brick const & brick, int margin, int x, int y, int z)
+    {
+        std::size_t const lineLength = static_cast<std::size_t>(brick.counts[2] + 2 * margin);
+        std::size_t const planeLines = static_cast<std::size_t>(brick.counts[1] + 2 * margin);
+        return brick.firstAmplitude +
+               (static_cast<std::size_t>(x + margin) * planeLines + static_cast<std::size_t>(y + margin)) *
+                   lineLength +
+               static_cast<std::size_t>(z + margin);
     }
 
     double evalOnRegion(double const * point, Region const & region) const
@@ -134,8 +185,11 @@ private:
         COctreeFuncBasisImpl<TKernel> const & functions = basis->impl();
         if constexpr (CKernelEvaluator<TKernel>::isSeparable) {
             if (region.plan.basis == &functions && region.plan.entriesPlanned == region.indexes.size()) {
-                return functions.evaluator.summandsNumber() == 1 ? evalPlan<1>(point, region.plan)
-                                                                 : evalPlan<0>(point, region.plan);
+                if (functions.evaluator.summandsNumber() != 1)
+                    return evalPlan<0, 0>(point, region.plan);
+                return region.plan.width == 3   ? evalPlan<1, 3>(point, region.plan)
+                       : region.plan.width == 4 ? evalPlan<1, 4>(point, region.plan)
+                                                : evalPlan<1, 0>(point, region.plan);
             }
         }
         // Entries that a client recorded himself.
@@ -153,67 +207,59 @@ private:
         return sum;
     }
 
-    // The one-variable factors of all summands at one coordinate; false when all of them are 0.
-    template <std::size_t Summands>
-    static bool evalFactors(CKernelEvaluator<TKernel> const & evaluator, std::size_t summands,
-                            std::size_t axis, double x, double const * outer, double * factors)
-    {
-        if constexpr (Summands == 1) {
-            factors[0] = evaluator.evalFactor(0, axis, x);
-            if (outer != nullptr)
-                factors[0] = outer[0] * factors[0];
-            return factors[0] != 0.0;
-        }
-        bool any = false;
-        for (std::size_t summand = 0; summand < summands; ++summand) {
-            if (outer != nullptr && outer[summand] == 0.0) {
-                factors[summand] = 0.0;
-                continue;
-            }
-            double const factor = evaluator.evalFactor(summand, axis, x);
-            factors[summand] = outer != nullptr ? outer[summand] * factor : factor;
-            any = any || factors[summand] != 0.0;
-        }
-        return any;
-    }
-
-    // Adds the terms in the order in which the region holds them; what is skipped is exactly 0. `Summands` 0
-    // stands for any number.
-    template <std::size_t Summands>
+    // Adds the terms in the order in which the region holds them; places without an entry add exactly 0.
+    // `Summands` and `Width` 0 stand for any number.
+    template <std::size_t Summands, int Width>
     double evalPlan(double const * point, Plan const & plan) const
     {
         CKernelEvaluator<TKernel> const & evaluator = basis->impl().evaluator;
-        std::size_t const summands = evaluator.summandsNumber();
-        double stackFactors[3][8];
-        std::vector<double> heapFactors; // kernels of more than eight summands only
-        double * factors[3] = {stackFactors[0], stackFactors[1], stackFactors[2]};
-        if (Summands == 0 && summands > 8) {
-            heapFactors.resize(3 * summands);
-            for (std::size_t axis = 0; axis < 3; ++axis)
-                factors[axis] = heapFactors.data() + axis * summands;
-        }
+        std::size_t const summands = Summands > 0 ? Summands : evaluator.summandsNumber();
+        int const width = Width > 0 ? Width : plan.width;
+        double const unit = octree->getUnit();
+        double const * const boxMin = octree->getBoxMin();
+        double lattice[3];
+        for (int axis = 0; axis < 3; ++axis)
+            lattice[axis] = (point[axis] - boxMin[axis]) / unit;
+        double factors[3][Summands > 0 ? Summands : greatestSummands][Width > 0 ? Width : greatestWidth];
         double sum = 0.0;
-        for (std::size_t level = 0; level + 1 < plan.levels.size(); ++level) {
-            double const scale = plan.levels[level].scale;
-            for (std::size_t plane = plan.levels[level].planesBegin;
-                 plane < plan.levels[level + 1].planesBegin; ++plane) {
-                double const x = (plan.planes[plane].coord - point[0]) * scale;
-                if (!evalFactors<Summands>(evaluator, summands, 0, x, nullptr, factors[0]))
-                    continue;
-                for (std::size_t line = plan.planes[plane].begin; line < plan.planes[plane + 1].begin;
-                     ++line) {
-                    double const y = (plan.lines[line].coord - point[1]) * scale;
-                    if (!evalFactors<Summands>(evaluator, summands, 1, y, factors[0], factors[1]))
-                        continue;
-                    for (std::size_t entry = plan.lines[line].begin; entry < plan.lines[line + 1].begin;
-                         ++entry) {
-                        double const z = (plan.entries[entry].z - point[2]) * scale;
-                        if (!evalFactors<Summands>(evaluator, summands, 2, z, factors[1], factors[2]))
-                            continue;
-                        double value = 0.0;
-                        for (std::size_t summand = 0; summand < (Summands == 1 ? 1 : summands); ++summand)
-                            value += factors[2][summand];
-                        sum += plan.entries[entry].amplitude * value;
+        for (typename Plan::Brick const & brick : plan.bricks) {
+            int begin[3]; // first place in reach
+            double const perStep = 1.0 / brick.step;
+            bool inReach = true;
+            for (int axis = 0; axis < 3; ++axis) {
+                double const place = (lattice[axis] - brick.origin[axis]) * perStep;
+                double const low = place - plan.reach;
+                // Also refuses NaN. Between -width and the count, rounding up is rounding to zero from above.
+                inReach = inReach && low > -width && low < brick.counts[axis] - 1;
+                begin[axis] = inReach ? static_cast<int>(low + width) + 1 - width : 0;
+            }
+            if (!inReach)
+                continue;
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                // Places beyond the lattice need not fit into `int`.
+                double const step = brick.step;
+                double coord = brick.origin[axis] + begin[axis] * step;
+                for (int place = 0; place < width; ++place, coord += step) {
+                    double const x = (coord * unit + boxMin[axis] - point[axis]) * brick.scale;
+                    for (std::size_t summand = 0; summand < summands; ++summand)
+                        factors[axis][summand][place] = evaluator.evalFactor(summand, axis, x);
+                }
+            }
+            std::size_t const lineLength = static_cast<std::size_t>(brick.counts[2] + 2 * (width - 1));
+            std::size_t const planeLines = static_cast<std::size_t>(brick.counts[1] + 2 * (width - 1));
+            double const * plane =
+                plan.amplitudes.data() + amplitudeIndex(brick, width - 1, begin[0], begin[1], begin[2]);
+            for (int x = 0; x < width; ++x, plane += planeLines * lineLength) {
+                double const * line = plane;
+                for (int y = 0; y < width; ++y, line += lineLength) {
+                    double factorsXY[Summands > 0 ? Summands : greatestSummands];
+                    for (std::size_t summand = 0; summand < summands; ++summand)
+                        factorsXY[summand] = factors[0][summand][x] * factors[1][summand][y];
+                    for (int z = 0; z < width; ++z) {
+                        double value = factorsXY[0] * factors[2][0][z];
+                        for (std::size_t summand = 1; summand < summands; ++summand)
+                            value += factorsXY[summand] * factors[2][summand][z];
+                        sum += line[z] * value;
                     }
                 }
             }
