@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Export.h>
+#include <QZmath/VolTriang/Lattice.h>
 #include <QZmath/VolTriang/Parallelepiped.h>
 
 #include <cstddef>
@@ -70,8 +71,9 @@ private:
 
         void const * basis = nullptr; // whose nodes the entries are; null when there is no plan
         std::size_t entriesPlanned = 0;
-        double reach = 0.0; // of the kernel, in steps
-        int width = 0;      // how many places of an axis may be in reach; the margin is one less
+        double reach = 0.0;           // of the kernel, in steps
+        int width = 0;                // how many places of an axis may be in reach; the margin is one less
+        std::vector<CTreeNode> nodes; // of the entries, in their order
         std::vector<Brick> bricks;
         std::vector<double> amplitudes; // normalisation times coefficient; z runs fastest
     };

@@ -85,11 +85,20 @@ private:
 
     void recordRegion(double const * point, COctreeFuncEvalHelper & helper, int region) const
     {
-        visitNodes(point, &helper, [&](int node, int, CInt3 const &) {
-            helper.recordIndexInfo(region, node, coefficients[static_cast<std::size_t>(node)]);
-        });
-        if constexpr (CKernelEvaluator<TKernel>::isSeparable)
-            makePlan(helper.m_regions[static_cast<std::size_t>(region)]);
+        Region & recorded = helper.m_regions[static_cast<std::size_t>(region)];
+        Plan & plan = recorded.plan;
+        try {
+            plan.nodes.clear();
+            visitNodes(point, &helper, [&](int node, int depth, CInt3 const & place) {
+                helper.recordIndexInfo(region, node, coefficients[static_cast<std::size_t>(node)]);
+                plan.nodes.emplace_back(depth, place);
+            });
+            if constexpr (CKernelEvaluator<TKernel>::isSeparable)
+                makePlan(recorded);
+        } catch (...) {
+            recorded.hits = -1; // half a region would give wrong values
+            throw;
+        }
     }
 
     // Leaves the region without a plan when evaluation by plan could differ from the plain sum or take too
@@ -113,9 +122,9 @@ private:
         std::size_t const count = region.indexes.size();
         for (std::size_t entry = 0; entry < count;) {
             // The entries stand in the order of depths.
-            int const depth = octree->getNodeDepth(region.indexes[entry]);
+            int const depth = plan.nodes[entry].depth();
             std::size_t end = entry + 1;
-            while (end < count && octree->getNodeDepth(region.indexes[end]) == depth)
+            while (end < count && plan.nodes[end].depth() == depth)
                 ++end;
             if (!appendBrick(region, depth, entry, end))
                 return;
@@ -129,9 +138,7 @@ private:
     {
         COctreeFuncBasisImpl<TKernel> const & functions = basis->impl();
         Plan & plan = region.plan;
-        auto const placeOf = [&](std::size_t entry) -> CInt3 const & {
-            return octree->getNode(region.indexes[entry]).shift();
-        };
+        auto const placeOf = [&](std::size_t entry) -> CInt3 const & { return plan.nodes[entry].shift(); };
         CInt3 first = placeOf(begin);
         CInt3 last = first;
         for (std::size_t entry = begin; entry < end; ++entry) {
@@ -229,7 +236,8 @@ private:
             for (int axis = 0; axis < 3; ++axis) {
                 double const place = (lattice[axis] - brick.origin[axis]) * perStep;
                 double const low = place - plan.reach;
-                // Also refuses NaN. Between -width and the count, rounding up is rounding to zero from above.
+                // Also refuses NaN. The sum is positive, so the conversion rounds down. A place at exactly
+                // `low` is beyond the kernel already.
                 inReach = inReach && low > -width && low < brick.counts[axis] - 1;
                 begin[axis] = inReach ? static_cast<int>(low + width) + 1 - width : 0;
             }

@@ -170,6 +170,39 @@ TEST_P(BasisOfLevel, CombinationIsTheSumOfItsTermsWithOrWithoutAHelper)
 INSTANTIATE_TEST_SUITE_P(Kinds, BasisOfLevel,
                          testing::Combine(testing::Values(0, 1, 2), testing::Bool(), testing::Values(-1, 1)));
 
+// Kernels that reach more nodes than the usual three on a line, regions around the whole tree, lattices whose
+// coordinates fill an `int`.
+TEST(OctreeFuncLinComb, HelpersChangeNoBitForWideKernelsAndLargeRegions)
+{
+    PointCloudSamples const samples = makeCloud();
+    std::mt19937 random(9);
+    std::uniform_real_distribution<double> offset(-1.0, 1.0);
+    for (int depth : {4, 7, COctree::MAX_DEPTH}) {
+        COctree const octree(&samples, depth, nullptr, depth == 7, -1);
+        for (double width : {1.0, 1.3, 2.5, 7.0}) {
+            for (int level : {0, 2}) {
+                Basis const basis(makeKernel(level, width), &octree, level);
+                Combination combination(&basis);
+                for (int node = 0; node < basis.getFunctionsNumber(); ++node)
+                    combination.setBasisCoefficient(node, offset(random));
+                COctreeFuncEvalHelper leaves(2, 4.0 * octree.getCellSize(depth));
+                COctreeFuncEvalHelper all(1, 3.0);
+                for (int trial = 0; trial < 60; ++trial) {
+                    double point[3];
+                    octree.getNodePosition(trial * 7 % octree.getNodesNumber(), point);
+                    for (int axis = 0; axis < 3 && trial % 4 != 0; ++axis)
+                        point[axis] += 3.0 * offset(random) * octree.getCellSize(depth);
+                    double const value = combination.eval(point, nullptr);
+                    for (int repeat = 0; repeat < 2; ++repeat) {
+                        EXPECT_EQ(combination.eval(point, &leaves), value);
+                        EXPECT_EQ(combination.eval(point, &all), value);
+                    }
+                }
+            }
+        }
+    }
+}
+
 TEST(OctreeFuncBasis, DepthsWithoutNodesCarryNothing)
 {
     PointCloudSamples const samples = makeCloud();
