@@ -220,7 +220,7 @@ TYPED_TEST(SparseVectorTest, TakesNoMemoryForACountThatTheFileDoesNotBearOut)
     using T = TypeParam;
     for (std::int32_t count :
          {-1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max(), 1 << 30}) {
-        for (std::size_t bodySize : {0, 5, 1000000}) {
+        for (std::size_t const bodySize : std::vector<std::size_t>{0, 5, 1000000}) {
             std::string bytes(sizeof(count) + bodySize, '\1');
             std::memcpy(bytes.data(), &count, sizeof(count));
             for (bool isPipe : {false, true}) {
