@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <map>
 #include <memory>
@@ -316,6 +318,44 @@ TEST_P(KernelFormsOnOctree, GeneralProductsNeedNoOverlapAndNoOrder)
     for (int depth : {-1, 5, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
         CCSFunc3Tmpl<General> const foreign(&f.getkernelRef(), centre, lattice, 1.0, 1.0, depth);
         EXPECT_EQ(forwards.evalScalarProduct(f, foreign), 0.0);
+    }
+}
+
+// Two quadratic B-splines correlate to the quintic one, whose values and second derivatives at the integers
+// are known.
+TEST_P(KernelFormsOnOctree, ProductsOnOneDepthHaveClosedForms)
+{
+    double const values[4] = {11.0 / 20.0, 13.0 / 60.0, 1.0 / 120.0, 0.0};
+    double const secondDerivatives[4] = {-1.0, 1.0 / 3.0, 1.0 / 6.0, 0.0};
+    CCSFProductHelperTmpl<General> mass(general[0], general[0], BasisSymmetryNone, 0, nullptr);
+    CCSFProductHelperTmpl<General> laplacian(general[0], general[4], BasisSymmetryNone, 0, nullptr);
+    for (int depth = octree.getNodeDepthBegin(); depth < octree.getNodeDepthEnd(); ++depth) {
+        int node = 0;
+        while (octree.getNodeDepth(node) != depth)
+            ++node;
+        auto const f = general[0]->makeFunctionByIndex(node);
+        int const step = 1 << (octree.getLeafCellDepth() - depth);
+        for (auto const & cells :
+             {CInt3(0, 0, 0), CInt3(1, 0, -2), CInt3(-1, 1, 1), CInt3(2, -2, 0), CInt3(0, 3, 1)}) {
+            auto g = general[0]->makeFunctionByIndex(node);
+            auto gLaplacian = general[4]->makeFunctionByIndex(node);
+            std::size_t distance[3];
+            for (int axis = 0; axis < 3; ++axis) {
+                int const offset = axis == 0 ? cells.x() : axis == 1 ? cells.y() : cells.z();
+                g.getArgumentShiftIntMod()[axis] += offset * step;
+                gLaplacian.getArgumentShiftIntMod()[axis] += offset * step;
+                distance[axis] = static_cast<std::size_t>(std::abs(offset));
+            }
+            double const x = values[distance[0]], y = values[distance[1]], z = values[distance[2]];
+            double const sum = secondDerivatives[distance[0]] * y * z +
+                               x * secondDerivatives[distance[1]] * z +
+                               x * y * secondDerivatives[distance[2]];
+            double const scale = f.getArgumentScale();
+            EXPECT_NEAR(mass.evalScalarProduct(f, g), x * y * z * std::pow(scale, 3.0),
+                        1e-11 * std::pow(scale, 3.0));
+            EXPECT_NEAR(laplacian.evalScalarProduct(f, gLaplacian), sum * std::pow(scale, 5.0),
+                        1e-11 * std::pow(scale, 5.0));
+        }
     }
 }
 
