@@ -21,7 +21,7 @@ namespace
 {
 
 /// Leaf cells that hold samples, sorted: the octree's lattice stands around the cloud's bounding box.
-std::vector<CellKey> occupiedCells(qz_io::PointCloud const & cloud, int depth, bool useCenter)
+std::vector<CellKey> occupiedCells(qz_io::PointCloud const & cloud, int depth)
 {
     float min[3] = {cloud.coords[0], cloud.coords[1], cloud.coords[2]};
     float max[3] = {min[0], min[1], min[2]};
@@ -32,7 +32,6 @@ std::vector<CellKey> occupiedCells(qz_io::PointCloud const & cloud, int depth, b
     double extent = 1e-10;
     for (int axis = 0; axis < 3; ++axis)
         extent = std::max(extent, static_cast<double>(max[axis]) - min[axis]);
-    (void)useCenter; // both placements leave the same margin
     double const lattice = std::ldexp(1.0, depth);
     double const boxSize = (1.0 + 0.25 / lattice) * extent;
 
@@ -69,8 +68,6 @@ std::uint64_t countCorners(std::vector<CellKey> cells)
     }
     return cells.size();
 }
-
-double smaller(double limit, double other) { return std::min(limit, other); }
 
 /// First number in a file, infinity when there is none ("max").
 double numberIn(std::string const & path)
@@ -116,7 +113,7 @@ std::uint64_t countOctreeNodes(qz_io::PointCloud const & cloud, VolTr::CVolTrian
     int const levels = params.getDetalizationLevel();
     int const coarsest = levels < 0 || levels > deepest ? 0 : deepest - levels;
 
-    std::vector<CellKey> const leafCells = occupiedCells(cloud, depth, useCenter);
+    std::vector<CellKey> const leafCells = occupiedCells(cloud, depth);
     std::uint64_t nodes = 0;
     for (int level = coarsest; level <= deepest; ++level) {
         // At corners, a node stands on each corner of the cell of its level around the leaf cell. At centres
@@ -137,14 +134,22 @@ std::uint64_t countOctreeNodes(qz_io::PointCloud const & cloud, VolTr::CVolTrian
 double estimateMemory(std::uint64_t samples, std::uint64_t nodes,
                       VolTr::CVolTriangulationParams const & params)
 {
-    // The matrix holds some 240 elements of 12 bytes for each node; octree, bases and coefficients add a
-    // third of that. Direct factors of surface-like systems grow a little faster than the system.
+    // The matrix holds some 240 elements of 12 bytes for each node. What the direct solver adds grows as
+    // nested dissection makes it grow on surfaces, n log n; the two coefficients are fitted to its peaks at
+    // 9, 34 and 125 thousand nodes, from above by a tenth. The mesh comes when the system is gone: some 2.7
+    // triangles for each node and unit of subdivision, with the walk's tables and the copy for the writer.
+    int const mostDirectNodes = 200000; // the library's choice when none is asked for
     double const n = static_cast<double>(nodes);
     double const matrix = n * 240 * 12;
-    bool const direct = params.getPrefferedSolver() == 1 || params.getPrefferedSolver() == 2 ||
-                        (params.getPrefferedSolver() == 0 && nodes < 200000);
-    double const factor = direct ? 1.0 * matrix + n * 8 * 200 * std::log2(n + 2) : 0.0;
-    return 100.0 * static_cast<double>(samples) + 1.4 * matrix + factor;
+    int const solver = params.getPrefferedSolver();
+    double solving = matrix;
+    if (solver == 1 || solver == 2 || (solver == 0 && n < mostDirectNodes))
+        solving += 1024 * n * std::max(4.0, 1.3 * std::log2(n + 2) - 7.6);
+    else if (solver == 4 || (solver == 0 && n >= 1e6))
+        solving += matrix; // blocks of it are copied
+    double const subdivision = static_cast<double>(params.getReconstructFactor());
+    double const meshing = 700 * n * subdivision * subdivision;
+    return 15e6 + 100.0 * static_cast<double>(samples) + 200 * n + std::max(solving, meshing);
 }
 
 double availableMemory()
@@ -167,10 +172,10 @@ double availableMemory()
             if (!path.empty() && path.back() == '/')
                 path.pop_back();
             limit =
-                smaller(limit, unified ? leftInGroup("/sys/fs/cgroup" + path, "memory.max", "memory.current",
-                                                     "inactive_file")
-                                       : leftInGroup("/sys/fs/cgroup/memory" + path, "memory.limit_in_bytes",
-                                                     "memory.usage_in_bytes", "total_inactive_file"));
+                std::min(limit, unified ? leftInGroup("/sys/fs/cgroup" + path, "memory.max", "memory.current",
+                                                      "inactive_file")
+                                        : leftInGroup("/sys/fs/cgroup/memory" + path, "memory.limit_in_bytes",
+                                                      "memory.usage_in_bytes", "total_inactive_file"));
             if (path.rfind('/') == std::string::npos)
                 break;
         }
@@ -178,8 +183,8 @@ double availableMemory()
 
     rlimit addressSpace{};
     if (getrlimit(RLIMIT_AS, &addressSpace) == 0 && addressSpace.rlim_cur != RLIM_INFINITY)
-        limit = smaller(limit, static_cast<double>(addressSpace.rlim_cur) -
-                                   1024 * labelled("/proc/self/status", "VmSize:", 0.0));
+        limit = std::min(limit, static_cast<double>(addressSpace.rlim_cur) -
+                                    1024 * labelled("/proc/self/status", "VmSize:", 0.0));
     return std::max(limit, 0.0);
 }
 
