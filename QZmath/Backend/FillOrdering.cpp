@@ -24,8 +24,8 @@ namespace
 static_assert(sizeof(idx_t) == sizeof(int), "graphs are handed to METIS as they stand");
 
 constexpr double denseDegreeFactor = 10.0;
-constexpr int mergedRows = 3;
-constexpr std::int64_t mergeAboveNeighbours = 2000000;
+constexpr double mergeTriplesAboveNeighbours = 2e6;
+constexpr double mergeFoursAboveNeighbours = 6e7;
 constexpr std::size_t dissectAtOnceNeighbours = 1000000;
 constexpr int metisSeed = 4711;
 
@@ -147,7 +147,8 @@ std::vector<std::vector<int>> groupRows(Adjacency const & adjacency, std::vector
 }
 
 /// False when the graph has more neighbours than 32-bit positions hold.
-bool makeGroupGraph(Adjacency const & adjacency, std::vector<std::vector<int>> const & groups, Graph & graph)
+bool makeGroupGraph(Adjacency const & adjacency, std::vector<std::vector<int>> const & groups, Graph & graph,
+                    CProgressCounter * progress, double begin, double end)
 {
     std::vector<int> groupOf(std::size_t(adjacency.size()), -1);
     for (std::size_t group = 0; group < groups.size(); ++group)
@@ -155,6 +156,8 @@ bool makeGroupGraph(Adjacency const & adjacency, std::vector<std::vector<int>> c
             groupOf[std::size_t(row)] = int(group);
     std::vector<int> seenBy(groups.size(), -1);
     for (std::size_t group = 0; group < groups.size(); ++group) {
+        if (group % 1024 == 0)
+            report(progress, begin + (end - begin) * double(group) / double(groups.size()));
         seenBy[group] = int(group);
         for (int const row : groups[group])
             for (int const * other = adjacency.first(row); other != adjacency.last(row); ++other) {
@@ -356,12 +359,14 @@ std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCount
     std::stable_sort(dense.begin(), dense.end(),
                      [&](int left, int right) { return adjacency.degree(left) < adjacency.degree(right); });
 
-    int const groupSize = neighbours > double(mergeAboveNeighbours) ? mergedRows : 1;
+    int const groupSize = neighbours > mergeFoursAboveNeighbours     ? 4
+                          : neighbours > mergeTriplesAboveNeighbours ? 3
+                                                                     : 1;
     std::vector<std::vector<int>> const groups =
-        groupRows(adjacency, selected, groupSize, progress, 0.2, 0.6);
+        groupRows(adjacency, selected, groupSize, progress, 0.2, 0.55);
     std::vector<int> groupOrder;
     Graph graph;
-    if (!makeGroupGraph(adjacency, groups, graph) || graph.neighbours.empty()) {
+    if (!makeGroupGraph(adjacency, groups, graph, progress, 0.55, 0.6) || graph.neighbours.empty()) {
         groupOrder.resize(groups.size());
         std::iota(groupOrder.begin(), groupOrder.end(), 0);
     } else {

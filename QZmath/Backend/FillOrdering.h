@@ -16,8 +16,8 @@ namespace QzBackend
 /// Rows with more than ten times the average number of neighbours go last, by rising degree: every order
 /// would fill them, and they only hide the structure of the others. These are ordered by nested dissection
 /// (METIS) or minimum degree (AMD), whichever gives the sparser factor. Large graphs are first shrunk by
-/// merging triples of rows whose neighbourhoods agree most, which takes most of the time off the dissection
-/// for a few per cent of fill.
+/// merging three or four rows whose neighbourhoods agree most, which takes most of the time off the
+/// dissection for a few per cent of fill.
 ///
 /// The same pattern gives the same order each time: METIS draws from the random numbers of the C library, so
 /// its calls run one at a time in the process, each from a fixed seed, and the former state of that generator

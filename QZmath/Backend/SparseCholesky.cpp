@@ -26,6 +26,9 @@ constexpr int blockColumns = 128;
 constexpr int blockInner = 512;
 // Between two reports of progress, in multiplications and additions: some milliseconds.
 constexpr double workBetweenReports = 5e7;
+// What it takes to move an element between blocks, in the same unit.
+constexpr double workPerMove = 20;
+constexpr Long visitsBetweenReports = 5000000;
 // A pivot below this share of its diagonal element consists of rounding errors.
 constexpr double smallestPivotShare = 32 * std::numeric_limits<double>::epsilon();
 // Shares of the analysis in its progress.
@@ -76,6 +79,29 @@ std::size_t at(T index)
     return std::size_t(index);
 }
 
+/// Reports how much of a factorisation is done. Work that the total does not count, `aside`, makes reports
+/// more frequent only.
+class FactorProgress
+{
+public:
+    FactorProgress(CProgressCounter * progress, double total) : m_progress(progress), m_total(total) {}
+    void add(double work, double aside)
+    {
+        m_done += work;
+        m_sinceReport += work + aside;
+        if (m_progress && m_sinceReport >= workBetweenReports) {
+            m_sinceReport = 0;
+            m_progress->SetPosFloat(std::min(m_done / m_total, 1.0));
+        }
+    }
+
+private:
+    CProgressCounter * m_progress;
+    double m_total;
+    double m_done = 0;
+    double m_sinceReport = 0;
+};
+
 } // namespace
 
 struct CSparseCholesky::Body
@@ -94,32 +120,11 @@ struct CSparseCholesky::Body
 
     SparsePtr permutedUpper(CProgressCounter * progress, double begin, double end);
     bool analyzeStructure(CProgressCounter * progress);
-    void transposeReversed();
+    void transposeReversed(CProgressCounter * progress, double begin, double end);
     void scatter(Long firstColumn, Long lastColumn, double const * values, double shift, int const * rowOf,
-                 double * block, Long leading) const;
-    bool factorBlock(Long rows, int columns, double * block, double const * diagonal,
-                     class FactorProgress & done);
+                 double * block, Long leading, FactorProgress & done) const;
+    bool factorBlock(Long rows, int columns, double * block, double const * diagonal, FactorProgress & done);
     bool factorNumerically(double const * values, double shift, CProgressCounter * progress);
-};
-
-class FactorProgress
-{
-public:
-    FactorProgress(CProgressCounter * progress, double total) : m_progress(progress), m_total(total) {}
-    void add(double work)
-    {
-        m_done += work;
-        if (m_progress && m_done >= m_next) {
-            m_next = m_done + workBetweenReports;
-            m_progress->SetPosFloat(std::min(m_done / m_total, 1.0));
-        }
-    }
-
-private:
-    CProgressCounter * m_progress;
-    double m_total;
-    double m_done = 0;
-    double m_next = 0;
 };
 
 /// The pattern's upper triangle in the present order of elimination.
@@ -164,9 +169,10 @@ SparsePtr CSparseCholesky::Body::permutedUpper(CProgressCounter * progress, doub
 bool CSparseCholesky::Body::analyzeStructure(CProgressCounter * progress)
 {
     std::size_t const size = at(pattern.size);
+    auto const positionAt = [](double share) { return orderingShare + (1.0 - orderingShare) * share; };
     auto const report = [&](double share) {
         if (progress)
-            progress->SetPosFloat(orderingShare + (1.0 - orderingShare) * share);
+            progress->SetPosFloat(positionAt(share));
     };
     auto const setPositions = [&] {
         for (std::size_t k = 0; k < size; ++k)
@@ -176,87 +182,98 @@ bool CSparseCholesky::Body::analyzeStructure(CProgressCounter * progress)
     position.resize(size);
     setPositions();
 
-    // The elimination tree, walked so that each supernode's columns come to stand side by side.
-    std::vector<Long> parent(size), postorder(size);
+    // Row by row of the factor, the elements of a row are reached up the elimination tree from those of the
+    // matrix (Liu 1990). That gives the tree and the number of elements of each column in one pass.
+    std::vector<Long> parent(size, -1), postorder(size), count(size, 1);
     {
-        SparsePtr const upper =
-            permutedUpper(progress, orderingShare, orderingShare + (1.0 - orderingShare) * 0.2);
+        SparsePtr const upper = permutedUpper(progress, positionAt(0.0), positionAt(0.25));
         if (!upper)
             return false;
-        report(0.2);
-        if (!cholmod_l_etree(upper.get(), parent.data(), common))
-            return false;
-        report(0.3);
-        if (cholmod_l_postorder(parent.data(), size, nullptr, postorder.data(), common) != Long(size))
-            return false;
+        Long const * const columnStarts = static_cast<Long const *>(upper->p);
+        Long const * const rows = static_cast<Long const *>(upper->i);
+        std::vector<Long> reachedFrom(size, -1);
+        Long visits = 0, nextReport = 0;
+        for (Long row = 0; row < Long(size); ++row) {
+            if (visits >= nextReport) {
+                nextReport = visits + visitsBetweenReports;
+                report(0.25 + 0.3 * double(row) / double(size));
+            }
+            reachedFrom[at(row)] = row;
+            for (Long place = columnStarts[row]; place < columnStarts[row + 1]; ++place) {
+                ++visits;
+                for (Long column = rows[place]; reachedFrom[at(column)] != row; column = parent[at(column)]) {
+                    if (parent[at(column)] < 0)
+                        parent[at(column)] = row;
+                    ++count[at(column)];
+                    reachedFrom[at(column)] = row;
+                    ++visits;
+                }
+            }
+        }
     }
+    // The tree in postorder, so that each supernode's columns come to stand side by side.
+    if (cholmod_l_postorder(parent.data(), size, nullptr, postorder.data(), common) != Long(size))
+        return false;
+    factor = FactorPtr(cholmod_l_allocate_factor(size, common), FactorDeleter{common});
+    if (!factor)
+        return false;
     std::vector<int> postordered(size);
     std::vector<Long> newNumber(size), newParent(size);
     for (std::size_t k = 0; k < size; ++k) {
         postordered[k] = order[at(postorder[k])];
         newNumber[at(postorder[k])] = Long(k);
     }
-    for (std::size_t k = 0; k < size; ++k)
+    for (std::size_t k = 0; k < size; ++k) {
         newParent[at(newNumber[k])] = parent[k] < 0 ? -1 : newNumber[at(parent[k])];
+        static_cast<Long *>(factor->ColCount)[newNumber[k]] = count[k];
+    }
     order = std::move(postordered);
     setPositions();
-    std::iota(postorder.begin(), postorder.end(), Long(0));
-
-    SparsePtr const upper = permutedUpper(progress, orderingShare + (1.0 - orderingShare) * 0.3,
-                                          orderingShare + (1.0 - orderingShare) * 0.5);
-    if (!upper)
-        return false;
-    factor = FactorPtr(cholmod_l_allocate_factor(size, common), FactorDeleter{common});
-    if (!factor)
-        return false;
     std::copy(order.begin(), order.end(), static_cast<Long *>(factor->Perm));
     factor->ordering = CHOLMOD_GIVEN;
-    {
-        report(0.5);
-        SparsePtr const lower(cholmod_l_transpose(upper.get(), 0, common), SparseDeleter{common});
-        if (!lower)
-            return false;
-        report(0.6);
-        std::vector<Long> first(size), level(size);
-        if (!cholmod_l_rowcolcounts(lower.get(), nullptr, 0, newParent.data(), postorder.data(), nullptr,
-                                    static_cast<Long *>(factor->ColCount), first.data(), level.data(),
-                                    common))
-            return false;
-    }
+
+    SparsePtr const upper = permutedUpper(progress, positionAt(0.55), positionAt(0.7));
+    if (!upper)
+        return false;
     report(0.7);
     return cholmod_l_super_symbolic(upper.get(), nullptr, newParent.data(), factor.get(), common) != 0;
 }
 
-void CSparseCholesky::Body::transposeReversed()
+void CSparseCholesky::Body::transposeReversed(CProgressCounter * progress, double begin, double end)
 {
     columnBegin.assign(at(pattern.size) + 1, 0);
-    auto const visitReversed = [&](auto && visit) {
-        for (int row = 0; row < pattern.size; ++row)
+    auto const visitReversed = [&](double from, double to, auto && visit) {
+        for (int row = 0; row < pattern.size; ++row) {
+            if (progress && row % 4096 == 0)
+                progress->SetPosFloat(begin + (end - begin) * (from + (to - from) * row / pattern.size));
             pattern.visitUpper(row, [&](int upper, int other, int place) {
                 if (position[at(other)] < position[at(upper)])
                     visit(upper, other, place);
             });
+        }
     };
-    visitReversed([&](int, int other, int) { ++columnBegin[at(other) + 1]; });
+    visitReversed(0.0, 0.4, [&](int, int other, int) { ++columnBegin[at(other) + 1]; });
     std::partial_sum(columnBegin.begin(), columnBegin.end(), columnBegin.begin());
     columnPosition.resize(at(columnBegin.back()));
     columnRow.resize(at(columnBegin.back()));
     std::vector<std::int64_t> next(columnBegin.begin(), columnBegin.end() - 1);
-    visitReversed([&](int upper, int other, int place) {
+    visitReversed(0.4, 1.0, [&](int upper, int other, int place) {
         std::size_t const slot = at(next[at(other)]++);
         columnPosition[slot] = place;
         columnRow[slot] = upper;
     });
 }
 
-/// Puts the matrix's elements of some columns into their zeroed block of the factor; `rowOf` gives the
+/// Fills the block of some columns of the factor with the matrix's elements; `rowOf` gives the
 /// block's row for a row of the factor.
 void CSparseCholesky::Body::scatter(Long firstColumn, Long lastColumn, double const * values, double shift,
-                                    int const * rowOf, double * block, Long leading) const
+                                    int const * rowOf, double * block, Long leading,
+                                    FactorProgress & done) const
 {
     for (Long column = firstColumn; column < lastColumn; ++column) {
         int const row = order[at(column)];
         double * const target = block + (column - firstColumn) * leading;
+        std::fill(target, target + leading, 0.0);
         pattern.visitUpper(row, [&](int, int other, int place) {
             if (int const later = position[at(other)]; later >= column)
                 target[rowOf[later]] = values[place];
@@ -264,6 +281,9 @@ void CSparseCholesky::Body::scatter(Long firstColumn, Long lastColumn, double co
         for (std::int64_t slot = columnBegin[at(row)]; slot < columnBegin[at(row) + 1]; ++slot)
             target[rowOf[position[at(columnRow[at(slot)])]]] = values[columnPosition[at(slot)]];
         target[column - firstColumn] += shift;
+        std::int64_t const visited =
+            pattern.rowEnd(row) - pattern.rowBegin(row) + columnBegin[at(row) + 1] - columnBegin[at(row)];
+        done.add(0, workPerMove * double(visited + leading));
     }
 }
 
@@ -281,7 +301,7 @@ bool CSparseCholesky::Body::factorBlock(Long rows, int columns, double * block, 
             int const depth = std::min(blockInner, begin - inner);
             double const * const source = block + begin + std::ptrdiff_t(inner) * leading;
             gemmTransposed(height, width, depth, -1.0, source, leading, source, leading, target, leading);
-            done.add(double(height) * width * depth);
+            done.add(double(height) * width * depth, 0);
         }
         if (!choleskyLower(width, target, leading))
             return false;
@@ -291,7 +311,7 @@ bool CSparseCholesky::Body::factorBlock(Long rows, int columns, double * block, 
                 return false;
         }
         solveLowerTransposedFromRight(height - width, width, target, leading, target + width, leading);
-        done.add(double(height) * width * width * 0.5);
+        done.add(double(height) * width * width * 0.5, 0);
     }
     return true;
 }
@@ -322,12 +342,10 @@ bool CSparseCholesky::Body::factorNumerically(double const * values, double shif
         double * const block = elements + blockBegin[supernode];
         for (Long k = 0; k < leading; ++k)
             rowOf[at(ownRows[k])] = int(k);
-        std::fill(block, block + leading * columns, 0.0);
-        scatter(firstColumn, lastColumn, values, shift, rowOf.data(), block, leading);
+        scatter(firstColumn, lastColumn, values, shift, rowOf.data(), block, leading, done);
         diagonal.resize(at(columns));
         for (int k = 0; k < columns; ++k)
             diagonal[at(k)] = block[k + k * leading];
-        done.add(double(leading) * columns);
 
         for (Long source = waiting[at(supernode)]; source >= 0;) {
             Long const following = nextWaiting[at(source)];
@@ -348,7 +366,7 @@ bool CSparseCholesky::Body::factorNumerically(double const * values, double shif
                     double const * const operand = sourceBlock + left + inner * sourceLeading;
                     gemmTransposed(height, width, part, 1.0, operand, int(sourceLeading), operand,
                                    int(sourceLeading), update.data(), height);
-                    done.add(double(height) * width * part);
+                    done.add(double(height) * width * part, 0);
                 }
                 for (int column = 0; column < width; ++column) {
                     double * const target = block + rowOf[at(sourceRows[left + column])] * leading;
@@ -356,6 +374,7 @@ bool CSparseCholesky::Body::factorNumerically(double const * values, double shif
                     for (int row = column; row < height; ++row)
                         target[rowOf[at(sourceRows[left + row])]] -= change[row];
                 }
+                done.add(0, workPerMove * double(height) * width);
             }
             if (end < sourceLeading) {
                 nextRow[at(source)] = end;
@@ -395,7 +414,7 @@ bool CSparseCholesky::analyze(SparsePattern const & pattern, CProgressCounter * 
         return false;
     if (progress)
         progress->SetPosFloat(0.9);
-    body->transposeReversed();
+    body->transposeReversed(progress, 0.9, 1.0);
 
     cholmod_factor const & factor = *body->factor;
     Long const * const columnsOf = static_cast<Long const *>(factor.super);

@@ -246,7 +246,7 @@ bool CLinSysSolverDecomposed<T>::onSolveSystem(ILinearSystemReadOnly<T> const & 
                 Detail::relativeResidual(*matrix, context.solution.data(), context.rightPart.data());
             if (!(residual <= T(m_eps))) {
                 m_iterationLimitReached = true;
-                if (!(residual <= m_relativeResidual))
+                if (std::isnan(residual) || residual > m_relativeResidual)
                     m_relativeResidual = residual;
             }
         }

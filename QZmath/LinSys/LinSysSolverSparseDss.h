@@ -22,8 +22,8 @@ namespace REmath
 /// is short. A system without vertices succeeds.
 ///
 /// The same system gives the same bits each time. Objects on different threads work at the same time. With a
-/// progress counter, a Cholesky factorisation can be interrupted every few hundredths of a second, its
-/// ordering within a second for the largest systems; an LU factorisation cannot.
+/// progress counter, a Cholesky factorisation can be interrupted every few hundredths of a second, the
+/// ordering in front of it every few tenths for the largest systems; an LU factorisation cannot.
 template <class T>
 class QZMATH_API CLinSysSolverSparseDss : public ILinSysSolverCore<T>
 {
