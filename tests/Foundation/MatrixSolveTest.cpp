@@ -26,7 +26,7 @@ template <class T>
 class MatrixSolveTest : public testing::Test
 {};
 using RealElements = testing::Types<float, double>;
-TYPED_TEST_SUITE(MatrixSolveTest, RealElements);
+TYPED_TEST_SUITE(MatrixSolveTest, RealElements, );
 
 /// Largest element by its absolute value.
 template <class T>

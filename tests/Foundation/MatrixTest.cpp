@@ -59,7 +59,7 @@ void copyWindow(Model<T> & target, int row, int col, int rows, int cols, Model<T
 template <class T>
 class MatrixTest : public testing::Test
 {};
-TYPED_TEST_SUITE(MatrixTest, denseTest::AllElements);
+TYPED_TEST_SUITE(MatrixTest, denseTest::AllElements, );
 
 TYPED_TEST(MatrixTest, FollowsAModelThroughRandomOperations)
 {
@@ -314,7 +314,7 @@ class MatrixProductTest : public testing::Test
 {};
 using ProductElements =
     testing::Types<char, unsigned char, int, unsigned int, float, double, HPoint3D, HPoint3D_d>;
-TYPED_TEST_SUITE(MatrixProductTest, ProductElements);
+TYPED_TEST_SUITE(MatrixProductTest, ProductElements, );
 
 TYPED_TEST(MatrixProductTest, IsTheSumOfProducts)
 {

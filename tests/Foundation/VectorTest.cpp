@@ -24,7 +24,7 @@ using denseTest::wordOf;
 template <class T>
 class VectorTest : public testing::Test
 {};
-TYPED_TEST_SUITE(VectorTest, denseTest::AllElements);
+TYPED_TEST_SUITE(VectorTest, denseTest::AllElements, );
 
 template <class T>
 std::vector<T> contents(Vector<T> const & vector)
@@ -194,7 +194,7 @@ TYPED_TEST(VectorTest, ThrowsItsWordsAndChangesNothing)
 template <class T>
 class NumberVectorTest : public testing::Test
 {};
-TYPED_TEST_SUITE(NumberVectorTest, denseTest::NumberElements);
+TYPED_TEST_SUITE(NumberVectorTest, denseTest::NumberElements, );
 
 TYPED_TEST(NumberVectorTest, FindsTheFirstOfTheSmallestElements)
 {
