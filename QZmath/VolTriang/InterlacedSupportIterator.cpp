@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/InterlacedSupportIterator.h>
 
+#include <algorithm>
+
 namespace VolTr
 {
 
@@ -20,8 +22,16 @@ CCSFunc3Tmpl<TKernel> makeFunctionOfNoNode()
 template <class TKernel>
 CInterlacedSupportIteratorTmpl<TKernel>::CInterlacedSupportIteratorTmpl(
     COctreeFuncBasisTmpl<TKernel> const * basis, CParallelepiped const & box)
-    : m_box(box), m_basis(basis), m_octree(&basis->getOctreeRef()), m_depth(m_octree->getNodeDepthEnd()),
-      m_nodes(m_octree, box, -1), m_function(makeFunctionOfNoNode<TKernel>())
+    : CInterlacedSupportIteratorTmpl(basis, box, basis->getOctreeRef().getNodeDepthBegin())
+{}
+
+template <class TKernel>
+CInterlacedSupportIteratorTmpl<TKernel>::CInterlacedSupportIteratorTmpl(
+    COctreeFuncBasisTmpl<TKernel> const * basis, CParallelepiped const & box, int coarsestDepth)
+    : m_box(box), m_basis(basis), m_octree(&basis->getOctreeRef()),
+      m_coarsestDepth(std::max(coarsestDepth, m_octree->getNodeDepthBegin())),
+      m_depth(m_octree->getNodeDepthEnd()), m_nodes(m_octree, box, -1),
+      m_function(makeFunctionOfNoNode<TKernel>())
 {
     initForNextDepth();
 }
@@ -32,7 +42,7 @@ CInterlacedSupportIteratorTmpl<TKernel>::~CInterlacedSupportIteratorTmpl() = def
 template <class TKernel>
 void CInterlacedSupportIteratorTmpl<TKernel>::initForNextDepth()
 {
-    while (--m_depth >= m_octree->getNodeDepthBegin()) {
+    while (--m_depth >= m_coarsestDepth) {
         // A function whose support meets the box has its centre in the box enlarged by the support.
         CParallelepiped const & support = m_basis->getScaledKernelSupportRef(m_depth);
         CParallelepiped box = m_box;

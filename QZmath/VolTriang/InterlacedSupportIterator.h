@@ -21,6 +21,9 @@ class QZMATH_API CInterlacedSupportIteratorTmpl
 {
 public:
     CInterlacedSupportIteratorTmpl(COctreeFuncBasisTmpl<TKernel> const * basis, CParallelepiped const & box);
+    /// The same, ending with the functions of depth `coarsestDepth`.
+    CInterlacedSupportIteratorTmpl(COctreeFuncBasisTmpl<TKernel> const * basis, CParallelepiped const & box,
+                                   int coarsestDepth);
     virtual ~CInterlacedSupportIteratorTmpl();
     CInterlacedSupportIteratorTmpl(CInterlacedSupportIteratorTmpl const &) = default;
     CInterlacedSupportIteratorTmpl & operator=(CInterlacedSupportIteratorTmpl const &) = default;
@@ -61,6 +64,7 @@ private:
     CParallelepiped m_box;
     COctreeFuncBasisTmpl<TKernel> const * m_basis;
     COctree const * m_octree;
+    int m_coarsestDepth;
     int m_depth; // negative when finished
     COctreeInBoxNodeIterator m_nodes;
     CCSFunc3Tmpl<TKernel> m_function;

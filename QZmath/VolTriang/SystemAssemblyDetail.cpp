@@ -128,25 +128,41 @@ public:
                 helpers.back().initWithVariablesSwap(swapped - 1, swapped, &m_basis,
                                                      m_gradBasis[static_cast<std::size_t>(swapped)].get());
         }
+        int const coarsestDepth = coarsestDepthOfField();
         for (int row = 0; row < unknowns; ++row) {
             CPrgCntSubPhase rowPhase(progress, static_cast<double>(row) / unknowns, 1.0 / unknowns, 1, true);
             for (int axis = 0; m_adapter != nullptr && axis < 3; ++axis)
                 m_adapter->increment();
-            m_result[static_cast<std::size_t>(row)] = makeRow(row, helpers);
+            m_result[static_cast<std::size_t>(row)] = makeRow(row, helpers, coarsestDepth);
         }
         logValues(m_log, "Right part normalized by factor", normalizeByLast(m_result));
         logValues(m_log, "Right part scalar product cash size", helpers.front().cashSize());
     }
 
 private:
+    // Samples are splatted on the deepest depths, so the field is 0 on all coarser ones.
+    int coarsestDepthOfField() const
+    {
+        COctree const & octree = m_basis.getOctreeRef();
+        int coarsest = octree.getNodeDepthEnd();
+        for (int node = 0; node < octree.getNodesNumber(); ++node) {
+            bool isUsed = false;
+            for (auto const & component : m_field)
+                isUsed = isUsed || component->getBasisCoefficient(node) != 0.0;
+            if (isUsed)
+                coarsest = std::min(coarsest, octree.getNodeDepth(node));
+        }
+        return coarsest;
+    }
+
     // The products of a function with the three components of the field, each summed up by itself. One walk
     // serves all three: the gradient bases stand on the same nodes with the same supports.
-    double makeRow(int row, std::vector<ProductHelper> & helpers)
+    double makeRow(int row, std::vector<ProductHelper> & helpers, int coarsestDepth)
     {
         CCSFunc3Tmpl<Kernel> const function = m_basis.makeFunctionByIndex(row);
         double sums[3] = {0.0, 0.0, 0.0};
-        for (CInterlacedSupportIteratorTmpl<Kernel> it(m_gradBasis[0].get(),
-                                                       getScaledFunctionCommonSupport(function));
+        for (CInterlacedSupportIteratorTmpl<Kernel> it(
+                 m_gradBasis[0].get(), getScaledFunctionCommonSupport(function), coarsestDepth);
              !it.isFinished(); it.next()) {
             int const node = it.functionIndex();
             for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -191,6 +207,9 @@ public:
         int const parity[3] = {1, 1, 1};
         ProductHelper helper(&m_basis, &laplacianBasis, BasisSymmetryFull, 7, parity);
 
+        // Nodes of coarse depths come early, so most rows need none of them: their columns stand left of the
+        // diagonal.
+        std::vector<int> const lastNodes = lastNodesByDepth();
         int const unknowns = m_basis.getFunctionsNumber();
         for (int vertex = 0; vertex < unknowns; ++vertex)
             m_solver.DefineFreeVertex(vertex);
@@ -201,7 +220,10 @@ public:
             CPrgCntSubPhase rowPhase(progress, static_cast<double>(row) / unknowns, 1.0 / unknowns, 1, true);
             if (m_adapter != nullptr)
                 m_adapter->increment();
-            makeRow(row, laplacianBasis, helper);
+            int coarsestDepth = m_octree.getNodeDepthBegin();
+            while (lastNodes[static_cast<std::size_t>(coarsestDepth)] < row)
+                ++coarsestDepth;
+            makeRow(row, laplacianBasis, helper, coarsestDepth);
             int const count = static_cast<int>(m_values.size());
             m_reservator.addRowElements(count);
             if (m_reservator.elementsNumber() > INT_MAX)
@@ -224,12 +246,22 @@ public:
     }
 
 private:
+    // The greatest node index of each depth.
+    std::vector<int> lastNodesByDepth() const
+    {
+        std::vector<int> last(static_cast<std::size_t>(m_octree.getNodeDepthEnd()), -1);
+        for (int node = 0; node < m_octree.getNodesNumber(); ++node)
+            last[static_cast<std::size_t>(m_octree.getNodeDepth(node))] = node;
+        return last;
+    }
+
     // The elements on and right of the diagonal, by ascending column.
-    void makeRow(int row, Basis const & laplacianBasis, ProductHelper & helper)
+    void makeRow(int row, Basis const & laplacianBasis, ProductHelper & helper, int coarsestDepth)
     {
         CCSFunc3Tmpl<Kernel> const function = m_basis.makeFunctionByIndex(row);
         CParallelepiped const box = getScaledFunctionCommonSupport(function);
-        for (CInterlacedSupportIteratorTmpl<Kernel> it(&laplacianBasis, box); !it.isFinished(); it.next()) {
+        for (CInterlacedSupportIteratorTmpl<Kernel> it(&laplacianBasis, box, coarsestDepth); !it.isFinished();
+             it.next()) {
             int const column = it.functionIndex();
             if (column < row)
                 continue;
