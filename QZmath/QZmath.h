@@ -28,6 +28,7 @@
 #include <QZmath/LinSys/VPLSstorage.h>
 #include <QZmath/LinSys/VPLSstorageRows.h>
 #include <QZmath/LinSys/VertexLinearCombination.h>
+#include <QZmath/Persistence/Heap.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/InterlacedSupportIterator.h>

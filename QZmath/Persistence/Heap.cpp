@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Persistence/Heap.h>
+
+#include <algorithm>
+#include <vector>
+
+class CfpHeap::CBody
+{
+public:
+    std::vector<CfpHeapMem *> entries;
+
+    void put(CfpHeapMem * element, std::size_t index)
+    {
+        entries[index] = element;
+        element->setHeapPos(int(index));
+    }
+
+    /// Moves the element at `index` towards the root. At equal keys it stays below.
+    void siftUp(std::size_t const start)
+    {
+        CfpHeapMem * const element = entries[start];
+        double const key = element->getHeapKey();
+        std::size_t index = start;
+        while (index > 0) {
+            std::size_t const parent = (index - 1) / 2;
+            if (!(key > entries[parent]->getHeapKey()))
+                break;
+            put(entries[parent], index);
+            index = parent;
+        }
+        if (index != start)
+            put(element, index);
+    }
+
+    /// Moves the element at `index` towards the leaves. At equal keys the left child comes first.
+    void siftDown(std::size_t const start)
+    {
+        CfpHeapMem * const element = entries[start];
+        double const key = element->getHeapKey();
+        std::size_t const count = entries.size();
+        std::size_t index = start;
+        for (std::size_t child = 2 * index + 1; child < count; child = 2 * index + 1) {
+            double childKey = entries[child]->getHeapKey();
+            if (child + 1 < count) {
+                double const rightKey = entries[child + 1]->getHeapKey();
+                child += rightKey > childKey;
+                childKey = std::max(childKey, rightKey);
+            }
+            if (!(childKey > key))
+                break;
+            put(entries[child], index);
+            index = child;
+        }
+        if (index != start)
+            put(element, index);
+    }
+};
+
+CfpHeap::CfpHeap() : m_body(std::make_unique<CBody>()) {}
+
+CfpHeap::CfpHeap(std::size_t size) : CfpHeap() { m_body->entries.resize(size); }
+
+CfpHeap::~CfpHeap() = default;
+
+void CfpHeap::insert(CfpHeapMem * element)
+{
+    m_body->entries.push_back(element);
+    element->setHeapPos(int(m_body->entries.size() - 1));
+    m_body->siftUp(m_body->entries.size() - 1);
+}
+
+void CfpHeap::insert(CfpHeapMem * element, double key)
+{
+    element->setHeapKey(key);
+    insert(element);
+}
+
+void CfpHeap::update(CfpHeapMem * element)
+{
+    if (!element->inHeap())
+        return;
+    std::size_t const index = std::size_t(element->getHeapPos());
+    if (index > 0 && element->getHeapKey() > m_body->entries[(index - 1) / 2]->getHeapKey())
+        m_body->siftUp(index);
+    else
+        m_body->siftDown(index);
+}
+
+void CfpHeap::update(CfpHeapMem * element, double key)
+{
+    if (!element->inHeap())
+        return;
+    element->setHeapKey(key);
+    update(element);
+}
+
+CfpHeapMem * CfpHeap::extract() { return empty() ? nullptr : remove(front()); }
+
+CfpHeapMem * CfpHeap::remove(CfpHeapMem * element)
+{
+    if (element->getHeapPos() < 0)
+        return nullptr;
+    std::size_t const index = std::size_t(element->getHeapPos());
+    CfpHeapMem * const last = m_body->entries.back();
+    m_body->entries.pop_back();
+    if (index < m_body->entries.size()) {
+        m_body->put(last, index);
+        if (element->getHeapKey() > last->getHeapKey())
+            m_body->siftDown(index);
+        else
+            m_body->siftUp(index);
+    }
+    element->setOutofHeap();
+    return element;
+}
+
+void CfpHeap::sort()
+{
+    std::vector<CfpHeapMem *> & entries = m_body->entries;
+    std::sort(entries.begin(), entries.end(), [](CfpHeapMem const * left, CfpHeapMem const * right) {
+        return right->getHeapKey() < left->getHeapKey();
+    });
+    for (std::size_t index = 0; index < entries.size(); ++index)
+        entries[index]->setHeapPos(int(index));
+}
+
+void CfpHeap::reserve(std::size_t capacity) { m_body->entries.reserve(capacity); }
+
+CfpHeapMem *& CfpHeap::at(std::size_t index) { return m_body->entries[index]; }
+CfpHeapMem * CfpHeap::at(std::size_t index) const { return m_body->entries[index]; }
+CfpHeapMem *& CfpHeap::front() { return m_body->entries.front(); }
+CfpHeapMem * CfpHeap::front() const { return m_body->entries.front(); }
+std::size_t CfpHeap::size() const { return m_body->entries.size(); }
+bool CfpHeap::empty() const { return m_body->entries.empty(); }
