@@ -33,23 +33,29 @@ public:
     }
 
     /// Moves the element at `index` towards the leaves. At equal keys the left child comes first.
+    ///
+    /// Keys stand in the elements, all over the memory: those of the level after next are asked for while the
+    /// next level is compared.
     void siftDown(std::size_t const start)
     {
-        CfpHeapMem * const element = entries[start];
+        CfpHeapMem ** const array = entries.data();
+        CfpHeapMem * const element = array[start];
         double const key = element->getHeapKey();
         std::size_t const count = entries.size();
         std::size_t index = start;
-        for (std::size_t child = 2 * index + 1; child < count; child = 2 * index + 1) {
-            double childKey = entries[child]->getHeapKey();
-            if (child + 1 < count) {
-                double const rightKey = entries[child + 1]->getHeapKey();
-                child += rightKey > childKey;
-                childKey = std::max(childKey, rightKey);
+        for (std::size_t left = 2 * index + 1; left < count; left = 2 * index + 1) {
+            if (2 * left + 4 < count) {
+                for (std::size_t next = 2 * left + 1; next <= 2 * left + 4; ++next)
+                    __builtin_prefetch(array[next], 1);
             }
-            if (!(childKey > key))
+            std::size_t const right = left + (left + 1 < count);
+            std::size_t const greater = left + (array[right]->getHeapKey() > array[left]->getHeapKey());
+            CfpHeapMem * const child = array[greater];
+            if (!(child->getHeapKey() > key))
                 break;
-            put(entries[child], index);
-            index = child;
+            array[index] = child;
+            child->setHeapPos(int(index));
+            index = greater;
         }
         if (index != start)
             put(element, index);
