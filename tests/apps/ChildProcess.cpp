@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -68,6 +69,13 @@ ChildProcess::~ChildProcess()
         send(SIGKILL);
         wait();
     }
+}
+
+void ChildProcess::waitForErrors() const
+{
+    struct stat status = {};
+    for (int i = 0; i < 2000 && stat(m_errorFile.c_str(), &status) == 0 && status.st_size == 0; ++i)
+        usleep(5000);
 }
 
 void ChildProcess::send(int signal) const { kill(m_id, signal); }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -24,6 +23,8 @@ public:
     ChildProcess(ChildProcess const &) = delete;
     ChildProcess & operator=(ChildProcess const &) = delete;
 
+    /// Waits until the program has written something to its error stream, or for ten seconds.
+    void waitForErrors() const;
     void send(int signal) const;
     /// Waits for the end and returns the exit code, or minus the signal that ended the program.
     int wait();

@@ -271,7 +271,8 @@ TEST_F(Qzrecon, anInterruptionAtAnyMomentLeavesNoFile)
     int interrupted = 0;
     for (int moment = 0; moment < moments; ++moment) {
         ChildProcess process(arguments);
-        std::this_thread::sleep_for(std::chrono::milliseconds(20) + whole * moment / moments);
+        process.waitForErrors(); // the program has begun to read
+        std::this_thread::sleep_for(whole * moment / moments);
         Clock::time_point const asked = Clock::now();
         process.send(SIGINT);
         if (moment % 4 == 3)
@@ -299,7 +300,7 @@ TEST_F(Qzrecon, requestsToEndAreObeyedToo)
     std::set<std::string> const before = files();
     for (int signal : {SIGTERM, SIGHUP}) {
         ChildProcess process(commandLine({cloud(), "-o", path("mesh.ply"), "-d", "8"}));
-        std::this_thread::sleep_for(std::chrono::milliseconds(150)); // long before the end
+        process.waitForErrors(); // long before the end
         process.send(signal);
         EXPECT_EQ(process.wait(), 130);
     }
