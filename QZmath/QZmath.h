@@ -4,10 +4,15 @@
 /// Umbrella over every public header of the library and of the system library beside it.
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 #include <QZmath/Export.h>
+#include <QZmath/Foundation/BrentZero.h>
 #include <QZmath/Foundation/Coord3DRefs.h>
 #include <QZmath/Foundation/Functor.h>
+#include <QZmath/Foundation/GaussJordan.h>
+#include <QZmath/Foundation/GeneralizedEigen.h>
 #include <QZmath/Foundation/Matrix.h>
 #include <QZmath/Foundation/Point3D.h>
+#include <QZmath/Foundation/Rounding.h>
+#include <QZmath/Foundation/SymmetricEigen.h>
 #include <QZmath/Foundation/Vector.h>
 #include <QZmath/LinSys/Bicgstab.h>
 #include <QZmath/LinSys/CsrMatrix.h>

@@ -25,4 +25,11 @@ bool solveLu(int size, int rightParts, double const * factors, int const * pivot
 /// Puts the inverse in place of the factors that `factorLu` has made.
 bool invertLu(int size, double * factors, int const * pivots);
 
+/// Generalised eigenvalues alpha / beta and left eigenvectors u^H A = (alpha / beta) u^H B of a balanced
+/// pencil of column-major matrices, which are overwritten. The `size` vectors come to `vectors` one after the
+/// other, a conjugate pair as real and imaginary part; beta is not negative. False when the iteration fails.
+/// The elements must be finite, `size` from 1 to 26000. On the calling thread alone.
+bool generalizedLeftEigen(int size, double * a, double * b, double * alphaReal, double * alphaImaginary,
+                          double * beta, double * vectors);
+
 } // namespace QzBackend

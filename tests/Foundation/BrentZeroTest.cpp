@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Foundation/BrentZero.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace
+{
+
+using Function = long double (*)(long double);
+
+/// One search with all it reports; the function is evaluated in `double`.
+struct Search
+{
+    Search(Function searched, double a, double b, int limit = 100, double valueTolerance = 0, int digits = 0)
+        : function(searched), iterations(limit)
+    {
+        BrentZeroFun(evaluate, a, b, valueTolerance, digits, iterations, root, status, this);
+    }
+
+    static double evaluate(double x, void * context)
+    {
+        auto * const search = static_cast<Search *>(context);
+        search->points.push_back(x);
+        return static_cast<double>(search->function(static_cast<long double>(x)));
+    }
+
+    Function function;
+    int iterations;
+    int status = 77;
+    double root = 77;
+    std::vector<double> points;
+};
+
+/// Bisection to the last bit of `long double`.
+long double bisect(Function function, long double a, long double b)
+{
+    bool const isNegativeAtA = function(a) < 0;
+    for (int step = 0; step < 200; ++step) {
+        long double const middle = (a + b) / 2;
+        ((function(middle) < 0) == isNegativeAtA ? a : b) = middle;
+    }
+    return a;
+}
+
+struct Problem
+{
+    Function function;
+    double a;
+    double b;
+};
+
+Problem const problems[] = {
+    {[](long double x) { return std::exp(x) - 1000; }, 0, 20},
+    {[](long double x) { return std::cos(x) - x; }, 0, 2},
+    {[](long double x) { return x * x * x - 2 * x - 5; }, 3, 2},
+    {[](long double x) { return std::pow(x, 9.0L) - 0.001L; }, -1, 3},
+    {[](long double x) { return std::atan(20 * x) - 0.3L; }, -1, 10},
+    {[](long double x) { return 1 / (x - 3) + 6; }, -100, 2.9999},
+    {[](long double x) { return x < 0.2L ? -1.0L : 1e6L * (x - 0.2L) + 1; }, -4, 1},
+    {[](long double x) { return std::tanh(50 * (x - 0.3L)) + 0.9L; }, -1, 10},
+};
+
+} // namespace
+
+TEST(BrentZero, FindsRootsToTheToleranceAskedFor)
+{
+    for (Problem const & problem : problems) {
+        long double const exact = bisect(problem.function, static_cast<long double>(problem.a),
+                                         static_cast<long double>(problem.b));
+        for (int digits : {0, 3, 6, 14, 400}) {
+            Search const search(problem.function, problem.a, problem.b, 150, 0, digits);
+            ASSERT_EQ(search.status, 0);
+            double const tolerance = std::max(digits == 400 ? 0 : std::pow(10.0, digits == 0 ? -9 : -digits),
+                                              1e-15 * std::abs(search.root));
+            // The values are rounded to double, which blurs the root a little.
+            EXPECT_NEAR(search.root, static_cast<double>(exact), 2 * tolerance + 1e-15);
+            EXPECT_EQ(search.points.size(), 2 + static_cast<std::size_t>(search.iterations));
+            EXPECT_LT(search.iterations, 75);
+        }
+        Search const coarse(problem.function, problem.a, problem.b, 100, 0.5);
+        EXPECT_TRUE(std::abs(problem.function(static_cast<long double>(coarse.root))) <= 0.5L ||
+                    std::abs(coarse.root - static_cast<double>(exact)) < 1e-8);
+    }
+}
+
+TEST(BrentZero, BoldStepsLeaveTheInterval)
+{
+    // Here a quadratic step passes only the weaker of the two conditions. A search that asks for both never
+    // evaluates the function outside of its interval.
+    Search const search([](long double x) { return -16 + x * (19 + x * (-18 + x * (-15 + x * 6))); }, -2, 3,
+                        100, 0, 12);
+    EXPECT_EQ(search.status, 0);
+    EXPECT_EQ(search.iterations, 11);
+    EXPECT_NEAR(search.root, -1.53512, 1e-5);
+    EXPECT_NEAR(*std::min_element(search.points.begin(), search.points.end()), -2.28271, 1e-5);
+}
+
+TEST(BrentZero, ReportsEndsAndLimits)
+{
+    Function const line = [](long double x) { return x - 2; };
+    Search const atB(line, 0, 2), atA(line, 2, 5);
+    EXPECT_EQ(atB.status, 0);
+    EXPECT_EQ(atB.iterations, 0);
+    EXPECT_EQ(atB.root, 2);
+    EXPECT_EQ(atA.root, 2);
+    EXPECT_EQ(atA.points.size(), 2U);
+
+    Search const sameSign(line, 3, 5);
+    EXPECT_EQ(sameSign.status, -1);
+    EXPECT_EQ(sameSign.iterations, 1);
+    EXPECT_EQ(sameSign.root, 5);
+    Search const nan([](long double x) { return x > 1 ? x : std::numeric_limits<long double>::quiet_NaN(); },
+                     0, 5);
+    EXPECT_EQ(nan.status, -1);
+
+    for (int limit : {-3, 0, 1, 4}) {
+        Search const stopped(problems[0].function, 0, 20, limit);
+        EXPECT_EQ(stopped.status, 1);
+        EXPECT_EQ(stopped.iterations, std::max(limit, 0) + 1);
+        EXPECT_EQ(stopped.points.size(), 2 + static_cast<std::size_t>(std::max(limit, 0)));
+    }
+    Search const exhausted(problems[6].function, -std::numeric_limits<double>::infinity(), 1, 500);
+    EXPECT_NE(exhausted.status, 77); // comes to an end
+}

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Foundation/GaussJordan.h>
+
+#include <apps/sampling/Random.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace
+{
+
+struct Rows
+{
+    Rows(int rowCount, int columnCount, double value = 0)
+        : elements(static_cast<std::size_t>(rowCount * columnCount), value)
+    {
+        for (int row = 0; row < rowCount; ++row)
+            pointers.push_back(elements.data() + row * columnCount);
+    }
+    Rows(Rows const &) = delete;
+    Rows & operator=(Rows const &) = delete;
+    double & at(int row, int col) { return pointers[static_cast<std::size_t>(row)][col]; }
+
+    std::vector<double> elements;
+    std::vector<double *> pointers;
+};
+
+} // namespace
+
+TEST(GaussJordan, InvertsAndSolvesInPlace)
+{
+    qz_sampling::Random random(1);
+    for (int n : {1, 2, 3, 7, 20, 50}) {
+        int const m = n == 50 ? 50 : n % 4;
+        Rows a(n, n), b(n, m);
+        for (double & element : a.elements)
+            element = random.uniform(-1, 1);
+        if (n > 2) // a zero diagonal needs the pivoting
+            for (int i = 0; i < n; ++i)
+                a.at(i, i) = 0;
+        for (double & element : b.elements)
+            element = random.uniform(-1, 1);
+        std::vector<double> const matrix = a.elements, rightSides = b.elements;
+        std::vector<double *> const pointers = a.pointers;
+        ASSERT_EQ(gaussj(a.pointers.data(), n, m > 0 ? b.pointers.data() : nullptr, m), 1);
+        EXPECT_EQ(a.pointers, pointers);
+        for (int row = 0; row < n; ++row) {
+            for (int col = 0; col < n + m; ++col) {
+                double product = 0;
+                for (int k = 0; k < n; ++k)
+                    product += matrix[static_cast<std::size_t>(row * n + k)] *
+                               (col < n ? a.at(k, col) : b.at(k, col - n));
+                double const wanted =
+                    col < n ? row == col : rightSides[static_cast<std::size_t>(row * m + col - n)];
+                EXPECT_NEAR(product, wanted, 1e-10);
+            }
+        }
+    }
+}
+
+TEST(GaussJordan, ReportsWhatItCannotSolve)
+{
+    Rows large(51, 51, 3), column(51, 51, 3);
+    EXPECT_EQ(gaussj(large.pointers.data(), 51, column.pointers.data(), 1), -1);
+    EXPECT_EQ(gaussj(large.pointers.data(), 1, column.pointers.data(), 51), -1);
+    EXPECT_EQ(large.elements, std::vector<double>(51 * 51, 3));
+
+    Rows zero(4, 4);
+    EXPECT_EQ(gaussj(zero.pointers.data(), 4, nullptr, 0), -1);
+    Rows rankOne(2, 2);
+    rankOne.elements = {1, 2, 2, 4};
+    rankOne.pointers = {rankOne.elements.data(), rankOne.elements.data() + 2};
+    EXPECT_EQ(gaussj(rankOne.pointers.data(), 2, nullptr, 0), -1);
+    Rows nan(3, 3, std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(gaussj(nan.pointers.data(), 3, nullptr, 0), 0);
+}
