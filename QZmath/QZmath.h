@@ -5,6 +5,7 @@
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 #include <QZmath/Export.h>
 #include <QZmath/Foundation/BrentZero.h>
+#include <QZmath/Foundation/CircumscribeCircle.h>
 #include <QZmath/Foundation/Coord3DRefs.h>
 #include <QZmath/Foundation/Functor.h>
 #include <QZmath/Foundation/GaussJordan.h>
@@ -14,6 +15,8 @@
 #include <QZmath/Foundation/Rounding.h>
 #include <QZmath/Foundation/SymmetricEigen.h>
 #include <QZmath/Foundation/Vector.h>
+#include <QZmath/Foundation/VectorGeometry.h>
+#include <QZmath/Foundation/VectorRotation.h>
 #include <QZmath/LinSys/Bicgstab.h>
 #include <QZmath/LinSys/CsrMatrix.h>
 #include <QZmath/LinSys/CsrStorage.h>
