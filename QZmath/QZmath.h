@@ -7,11 +7,16 @@
 #include <QZmath/Foundation/BrentZero.h>
 #include <QZmath/Foundation/CircumscribeCircle.h>
 #include <QZmath/Foundation/Coord3DRefs.h>
+#include <QZmath/Foundation/EulerAngles.h>
 #include <QZmath/Foundation/Functor.h>
 #include <QZmath/Foundation/GaussJordan.h>
 #include <QZmath/Foundation/GeneralizedEigen.h>
+#include <QZmath/Foundation/LinearTransform.h>
 #include <QZmath/Foundation/Matrix.h>
+#include <QZmath/Foundation/OrthoNormBasis.h>
 #include <QZmath/Foundation/Point3D.h>
+#include <QZmath/Foundation/Quaternion.h>
+#include <QZmath/Foundation/RotationMatrix.h>
 #include <QZmath/Foundation/Rounding.h>
 #include <QZmath/Foundation/SymmetricEigen.h>
 #include <QZmath/Foundation/Vector.h>

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Foundation/OrthoNormBasis.h>
+
+#include <support/Frames.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using qz_sampling::Random;
+using REmath::Point3D_d;
+
+namespace
+{
+
+double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
+
+Point3D_d randomPoint(Random & random, double range)
+{
+    return {random.uniform(-range, range), random.uniform(-range, range), random.uniform(-range, range)};
+}
+
+} // namespace
+
+TEST(OrthoNormBasis, BuildersKeepTheirFirstDirectionAndTheSideOfTheSecond)
+{
+    Random random(1);
+    for (int repetition = 0; repetition < 300; ++repetition) {
+        Point3D_d const first = randomPoint(random, 4), second = randomPoint(random, 4);
+        Point3D_d const origin = randomPoint(random, 1000);
+        COrthoNormBasis const byV0V1 = COrthoNormBasis::buildRightHandByV0V1AndOrigin(first, second, origin);
+        COrthoNormBasis const byV2V0 = COrthoNormBasis::buildRightHandByV2V0AndOrigin(first, second, origin);
+        COrthoNormBasis const byV2 = COrthoNormBasis::buildAnyRightHandByV2AndOrigin(first, origin);
+        COrthoNormBasis const byE0E1 =
+            COrthoNormBasis::buildRightHandByE0E1AndOrigin(byV2.getE0(), byV2.getE1(), origin);
+        for (COrthoNormBasis const & basis : {byV0V1, byV2V0, byV2, byE0E1}) {
+            EXPECT_TRUE(basis.isOrthoNormRightHand());
+            EXPECT_EQ(basis.getOrigin(), origin);
+        }
+        EXPECT_NEAR(dot(byV0V1.getE0(), first), first.length(), 1e-14);
+        EXPECT_NEAR(dot(byV0V1.getE2(), second), 0, 1e-14);
+        EXPECT_GT(dot(byV0V1.getE1(), second), 0);
+        EXPECT_NEAR(dot(byV2V0.getE2(), first), first.length(), 1e-14);
+        EXPECT_NEAR(dot(byV2V0.getE1(), second), 0, 1e-14);
+        EXPECT_GT(dot(byV2V0.getE0(), second), 0);
+        EXPECT_NEAR(dot(byV2.getE2(), first), first.length(), 1e-14);
+        bool const isNearX = std::abs(first.x()) > 0.9 * first.length();
+        EXPECT_NEAR(isNearX ? byV2.getE0().y() : byV2.getE0().x(), 0, 1e-15);
+        EXPECT_LT((byE0E1.getE2() - byV2.getE2()).length(), 1e-15);
+    }
+}
+
+TEST(OrthoNormBasis, CoordinatesGoInAndOut)
+{
+    Random random(2);
+    for (int repetition = 0; repetition < 200; ++repetition) {
+        qz_test::Frame const frame = qz_test::randomFrame(random, 10);
+        COrthoNormBasis basis =
+            COrthoNormBasis::buildByOrthsAndOrigin(frame.axes[0], frame.axes[1], frame.axes[2], {7, 7, 7});
+        basis.setOrigin(frame.origin);
+        Point3D_d const local = randomPoint(random, 10);
+        Point3D_d const world = frame.toWorld(local);
+        EXPECT_LT((basis.transformCoordsToBasis(world) - local).length(), 1e-13);
+        EXPECT_LT((basis.transformCoordsFromBasis(local) - world).length(), 1e-13);
+        EXPECT_LT((basis.projectPointToXYPlane(world) - frame.toWorld({local.x(), local.y(), 0})).length(),
+                  1e-13);
+        EXPECT_EQ(basis.getWorldBasisInLocalCoords().transformCoordsToBasis(local),
+                  basis.transformCoordsFromBasis(local));
+        // Moving keeps the axes and takes the origin along.
+        COrthoNormBasis const moved = basis.getMovedTo(world);
+        EXPECT_EQ(moved.getE1(), basis.getE1());
+        EXPECT_LT(moved.transformCoordsToBasis(world).length(), 1e-13);
+        EXPECT_TRUE(moved.isOrthoNorm());
+    }
+    EXPECT_EQ(COrthoNormBasis::Identity().transformCoordsToBasis({1, 2, 3}), Point3D_d(1, 2, 3));
+    EXPECT_EQ(COrthoNormBasis::IdentityE0() + COrthoNormBasis::IdentityE1() * 2 +
+                  COrthoNormBasis::IdentityE2() * 3,
+              Point3D_d(1, 2, 3));
+}
+
+TEST(OrthoNormBasis, SkewFramesHaveATrueInverse)
+{
+    Random random(3);
+    for (int repetition = 0; repetition < 100; ++repetition) {
+        Point3D_d const e0 = randomPoint(random, 1) + Point3D_d(3, 0, 0);
+        Point3D_d const e1 = randomPoint(random, 1) + Point3D_d(0, 3, 0);
+        Point3D_d const e2 = randomPoint(random, 1) + Point3D_d(0, 0, 3);
+        COrthoNormBasis basis = COrthoNormBasis::buildByOrthsAndOrigin(e0, e1, e2, randomPoint(random, 9));
+        EXPECT_FALSE(basis.isOrthoNorm());
+        Point3D_d const local = randomPoint(random, 9);
+        EXPECT_LT((basis.transformCoordsToBasis(basis.transformCoordsFromBasis(local)) - local).length(),
+                  1e-13);
+        // The axes that are read are the reciprocal ones.
+        EXPECT_NEAR(dot(basis.getE(0), e0), 1, 1e-14);
+        EXPECT_NEAR(dot(basis.getE(0), e2), 0, 1e-14);
+        // The shift comes from the transposed axes, even though that is no inverse here.
+        Point3D_d const origin = randomPoint(random, 9);
+        basis.setOrigin(origin);
+        double const * const shift = basis.getForthCoordTransform().shift;
+        EXPECT_LT((Point3D_d(shift) + Point3D_d(dot(e0, origin), dot(e1, origin), dot(e2, origin))).length(),
+                  1e-12);
+    }
+}
+
+TEST(OrthoNormBasis, JudgesUnitLengthMoreStrictlyThanTheInverse)
+{
+    Point3D_d const x(1, 0, 0), y(0, 1, 0), z(0, 0, 1), far(1e12, -3e12, 7e12);
+    auto const build = [&](Point3D_d const & e0, Point3D_d const & e1) {
+        return COrthoNormBasis::buildByOrthsAndOrigin(e0, e1, z, far);
+    };
+    EXPECT_TRUE(build(x, y).isOrthoNorm());
+    EXPECT_FALSE(build(x * (1 + 1e-15), y).isOrthoNorm());
+    EXPECT_TRUE(build(y, x).isOrthoNorm());
+    EXPECT_FALSE(build(y, x).isOrthoNormRightHand());
+    // Angles have the tolerance of float; the origin does not matter, however far it is.
+    double const slope = 1e-8;
+    EXPECT_TRUE(build({std::cos(slope), std::sin(slope), 0}, y).isOrthoNorm());
+    EXPECT_FALSE(build({std::cos(3e-7), std::sin(3e-7), 0}, y).isOrthoNorm());
+    Random random(4);
+    for (int repetition = 0; repetition < 50; ++repetition) {
+        COrthoNormBasis const basis =
+            COrthoNormBasis::buildAnyRightHandByV2AndOrigin(randomPoint(random, 1), far);
+        EXPECT_TRUE(basis.isOrthoNormRightHand());
+    }
+}
+
+TEST(OrthoNormBasis, DegenerateDirectionsGiveNoFrame)
+{
+    Point3D_d const zero(0), x(1, 0, 0), origin(1, 2, 3);
+    for (COrthoNormBasis const & basis : {COrthoNormBasis::buildAnyRightHandByV2AndOrigin(zero, origin),
+                                          COrthoNormBasis::buildRightHandByV0V1AndOrigin(x, x * 2, origin),
+                                          COrthoNormBasis::buildRightHandByV2V0AndOrigin(x, zero, origin),
+                                          COrthoNormBasis::buildRightHandByE0E1AndOrigin(x, x, origin),
+                                          COrthoNormBasis::buildByOrthsAndOrigin(x, x, x, origin)}) {
+        EXPECT_FALSE(basis.isOrthoNorm());
+        EXPECT_EQ(basis.getOrigin(), origin);
+    }
+}

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Foundation/EulerAngles.h>
+#include <QZmath/Foundation/LinearTransform.h>
+#include <QZmath/Foundation/Quaternion.h>
+
+#include <apps/sampling/Random.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+using qz_sampling::Random;
+
+namespace
+{
+
+double const pi = std::acos(-1.0);
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+
+Quaternion randomQuaternion(Random & random)
+{
+    Quaternion quaternion(random.normal(), random.normal(), random.normal(), random.normal());
+    quaternion.normalize();
+    return quaternion;
+}
+
+Quaternion negated(Quaternion const & q) { return {-q.getScalar(), -q.getX(), -q.getY(), -q.getZ()}; }
+
+CRotationMatrix matrixOf(Quaternion const & quaternion)
+{
+    CRotationMatrix matrix;
+    quaternion.getRotationMatrix(matrix);
+    return matrix;
+}
+
+void expectNear(CRotationMatrix const & found, CRotationMatrix const & wanted)
+{
+    for (int row = 0; row < 3; ++row) {
+        for (int col = 0; col < 3; ++col)
+            EXPECT_NEAR(found.m[row][col], wanted.m[row][col], 2e-15) << row << col;
+    }
+}
+
+} // namespace
+
+TEST(Quaternion, ProductsBelongToProductsOfMatrices)
+{
+    Random random(1);
+    for (int repetition = 0; repetition < 300; ++repetition) {
+        Quaternion const a = randomQuaternion(random), b = randomQuaternion(random);
+        CRotationMatrix const left = matrixOf(a), right = matrixOf(b);
+        CRotationMatrix product = CRotationMatrix::Zero();
+        for (int row = 0; row < 3; ++row) {
+            for (int col = 0; col < 3; ++col) {
+                for (int k = 0; k < 3; ++k)
+                    product.m[row][col] += left.m[row][k] * right.m[k][col];
+            }
+        }
+        expectNear(matrixOf(a * b), product);
+        Quaternion const inverse(a.getScalar(), -a.getX(), -a.getY(), -a.getZ());
+        EXPECT_TRUE((a * inverse).areEqualTo(Quaternion(), 1e-15));
+        expectNear(matrixOf(inverse), left.getTransposed());
+        EXPECT_NEAR((a * b).length(), 1, 1e-15);
+    }
+}
+
+TEST(Quaternion, MatricesAndEulerAnglesComeBack)
+{
+    Random random(2);
+    for (int repetition = 0; repetition < 500; ++repetition) {
+        // Half of them near a turn by pi, where the scalar is too small to divide by.
+        Quaternion q = randomQuaternion(random);
+        if (repetition % 2 == 0) {
+            q = Quaternion(q.getScalar() * 1e-9, q.getX(), q.getY(), q.getZ());
+            q.normalize();
+        }
+        Quaternion found;
+        getQuaternionFromMatrix(matrixOf(q), found);
+        double const sign = Quaternion::dotProduct(q, found) < 0 ? -1 : 1;
+        EXPECT_TRUE(found.areEqualTo(sign < 0 ? negated(q) : q, 1e-15));
+
+        double const angles[3] = {random.uniform(-3, 3), random.uniform(0.01, 3.1), random.uniform(-3, 3)};
+        Quaternion const fromAngles(angles[0], angles[1], angles[2]);
+        CRotationMatrix wanted;
+        makeEulerMatrix(wanted, angles);
+        expectNear(matrixOf(fromAngles), wanted);
+        double back[3];
+        fromAngles.getEulerAngle(back[0], back[1], back[2]);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_NEAR(back[i], angles[i], 1e-12);
+    }
+    Quaternion q(5, 5, 5, 5);
+    getQuaternionFromMatrix(CRotationMatrix::Identity(), q);
+    EXPECT_EQ(q, Quaternion());
+    // A half turn about (1, 1, 0): x and y are equally large, x is taken.
+    getQuaternionFromMatrix(CRotationMatrix::buildFromRows({0, 1, 0}, {1, 0, 0}, {0, 0, -1}), q);
+    EXPECT_TRUE(q.areEqualTo({0, std::sqrt(0.5), std::sqrt(0.5), 0}, 1e-15));
+}
+
+TEST(Quaternion, TurnsColumnVectorsBackwards)
+{
+    for (double angle : {0.3, -2.0, 3.0}) {
+        Quaternion x, y, z;
+        x.setToRotateAboutX(angle);
+        y.setToRotateAboutY(angle);
+        z.setToRotateAboutZ(angle);
+        RElinearTransform turn;
+        setAxisRotationTransform(turn, {0, 0, 0}, {1, 0, 0}, -angle);
+        expectNear(matrixOf(x), turn.matrix);
+        setAxisRotationTransform(turn, {0, 0, 0}, {0, 1, 0}, -angle);
+        expectNear(matrixOf(y), turn.matrix);
+        setAxisRotationTransform(turn, {0, 0, 0}, {0, 0, 1}, -angle);
+        expectNear(matrixOf(z), turn.matrix);
+    }
+    // Only the form about x normalises, which shows on a NaN.
+    Quaternion x, y;
+    x.setToRotateAboutX(notANumber);
+    y.setToRotateAboutY(notANumber);
+    EXPECT_EQ(x, Quaternion());
+    EXPECT_TRUE(std::isnan(y.getScalar()));
+}
+
+TEST(Quaternion, NormalisesAndCompares)
+{
+    Quaternion zero(0, 0, 0, 0), broken(1, notANumber, 0, 0), tiny(0, 1e-150, 0, 0);
+    EXPECT_NE(broken, broken);
+    EXPECT_FALSE(broken.areEqualTo(broken, 1));
+    zero.normalize();
+    broken.normalize();
+    tiny.normalize();
+    EXPECT_EQ(zero, Quaternion());
+    EXPECT_EQ(broken, Quaternion());
+    EXPECT_NEAR(tiny.getX(), 1, 1e-15);
+    EXPECT_TRUE(Quaternion(1, 2, 3, 4).areEqualTo({1.5, 2, 3, 3.5}, 0.5));
+    EXPECT_FALSE(Quaternion(1, 2, 3, 4).areEqualTo({1, 2.6, 3, 4}, 0.5));
+}
+
+TEST(Quaternion, SlerpHasConstantSpeedOnTheShorterArc)
+{
+    Random random(3);
+    for (int repetition = 0; repetition < 200; ++repetition) {
+        Quaternion const a = randomQuaternion(random), b = randomQuaternion(random);
+        double const t = random.uniform(0.01, 0.99);
+        double const angle = std::acos(std::abs(Quaternion::dotProduct(a, b)));
+        Quaternion const between = Quaternion::slerp(a, b, t);
+        EXPECT_NEAR(between.length(), 1, 1e-13);
+        EXPECT_NEAR(Quaternion::dotProduct(a, between), std::cos(t * angle), 1e-13);
+        EXPECT_NEAR(std::abs(Quaternion::dotProduct(b, between)), std::cos((1 - t) * angle), 1e-13);
+        EXPECT_EQ(Quaternion::slerp(a, negated(b), t), between);
+        // The ends are exact, and the last one is b itself, not the nearer -b.
+        EXPECT_EQ(Quaternion::slerp(a, b, -1), a);
+        EXPECT_EQ(Quaternion::slerp(a, b, 1), b);
+        EXPECT_EQ(Quaternion::slerp(a, negated(b), 2), negated(b));
+    }
+    Quaternion a, b;
+    b.setToRotateAboutZ(0.028); // cosine 0.99990200
+    Quaternion const blend = Quaternion::slerp(a, b, 0.25);
+    EXPECT_EQ(blend.getScalar(), 0.75 * 1 + 0.25 * b.getScalar());
+    EXPECT_LT(blend.length(), 1 - 1e-6);
+    b.setToRotateAboutZ(0.0284); // cosine 0.99989918
+    EXPECT_NEAR(Quaternion::slerp(a, b, 0.25).length(), 1, 1e-15);
+    EXPECT_TRUE(std::isnan(Quaternion::slerp(a, b, notANumber).getZ()));
+}
