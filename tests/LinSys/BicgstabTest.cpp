@@ -40,7 +40,7 @@ template <class T>
 class Bicgstab : public testing::Test
 {};
 using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(Bicgstab, Scalars);
+TYPED_TEST_SUITE(Bicgstab, Scalars, );
 
 TYPED_TEST(Bicgstab, ReachesTheResidualAskedForAndCountsItsProducts)
 {

@@ -80,7 +80,7 @@ protected:
     }
 };
 using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(Solvers, Scalars);
+TYPED_TEST_SUITE(Solvers, Scalars, );
 
 TYPED_TEST(Solvers, EverySolverAndItsCopyAgreeWithElimination)
 {
