@@ -4,7 +4,8 @@
 namespace
 {
 
-// The processor configuration is settled when the library is loaded, before any of its services can be called.
+// The processor configuration is settled when the library is loaded, before any of its services can be
+// called.
 struct LibraryAttach
 {
     LibraryAttach() { InitCPUconf(); }

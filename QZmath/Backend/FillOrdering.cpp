@@ -217,7 +217,8 @@ void checkMetis(int status)
 
 void dissectAtOnce(Graph & graph, std::vector<int> const & names, std::vector<int> & order)
 {
-    if (graph.neighbours.empty()) {
+    constexpr int notWorthACut = 16;
+    if (graph.neighbours.empty() || graph.size() <= notWorthACut) {
         order.insert(order.end(), names.begin(), names.end());
         return;
     }
@@ -225,9 +226,13 @@ void dissectAtOnce(Graph & graph, std::vector<int> const & names, std::vector<in
     {
         MetisScope const scope;
         auto options = metisOptions();
-        idx_t size = graph.size();
-        checkMetis(METIS_NodeND(&size, graph.begin.data(), graph.neighbours.data(), graph.weights.data(),
-                                options.data(), permutation.data(), inverse.data()));
+        // The entry meant for two processors: the plain one takes over the process's SIGTERM and SIGABRT
+        // while it runs, and would leave this thread by a long jump when the host is asked to end.
+        constexpr idx_t processors = 2;
+        std::array<idx_t, 2 * processors> separatorSizes{};
+        checkMetis(METIS_NodeNDP(graph.size(), graph.begin.data(), graph.neighbours.data(),
+                                 graph.weights.data(), processors, options.data(), permutation.data(),
+                                 inverse.data(), separatorSizes.data()));
     }
     for (int const node : permutation)
         order.push_back(names[std::size_t(node)]);

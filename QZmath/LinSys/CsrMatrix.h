@@ -73,7 +73,7 @@ protected:
 };
 
 template <class T>
-class CCSRSquareMatrixFiller;
+class QZMATH_API CCSRSquareMatrixFiller;
 
 /// A square matrix in compressed rows that owns its arrays. Copies are deep.
 ///

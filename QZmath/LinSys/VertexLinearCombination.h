@@ -13,10 +13,10 @@ namespace REmath
 {
 
 template <class T>
-class IVertexPosInformer;
+class QZMATH_API IVertexPosInformer;
 
 template <class T>
-class CVertexLinearCombination;
+class QZMATH_API CVertexLinearCombination;
 
 /// One term of an equation: a vertex and its coefficient.
 template <class T>

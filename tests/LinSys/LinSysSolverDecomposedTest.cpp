@@ -37,7 +37,7 @@ struct Outcome
 };
 
 Outcome decompose(DenseMatrix const & matrix, std::vector<double> const & right,
-              std::vector<int> const & boundaries, int rightParts = 1, int maxIterations = -1)
+                  std::vector<int> const & boundaries, int rightParts = 1, int maxIterations = -1)
 {
     CLinSysSolverSpaceDecomposer<double> solver(boundaries, 1e-10, maxIterations);
     solver.setSymmetric(true);

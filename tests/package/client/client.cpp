@@ -16,8 +16,7 @@ class NoSamples : public VolTr::IInputSamples
 };
 
 class Counter : public CProgressCounter
-{
-};
+{};
 
 } // namespace
 
