@@ -33,12 +33,16 @@ namespace
 
 using namespace qz_recon;
 
-/// Log lines to a file, from any thread.
-class FileLog : public VsUt::IDebugLog
+/// The log of a run, from any thread: to a file, if one is wanted, and what the user must be told from it.
+class RunLog : public VsUt::IDebugLog
 {
 public:
-    explicit FileLog(std::string const & path) : m_path(path), m_file(std::fopen(path.c_str(), "w"))
+    /// An empty path means no file.
+    explicit RunLog(std::string const & path) : m_path(path)
     {
+        if (path.empty())
+            return;
+        m_file.reset(std::fopen(path.c_str(), "w"));
         if (!m_file)
             throw qz_io::OutputError("cannot write the log " + path + ": " + std::strerror(errno));
     }
@@ -46,14 +50,22 @@ public:
     void getMessage(char const * line) override
     {
         std::lock_guard<std::mutex> const lock(m_mutex);
-        std::fprintf(m_file.get(), "%s\n", line);
+        if (m_file)
+            std::fprintf(m_file.get(), "%s\n", line);
+        std::string const text(line);
+        std::string const label = "Iteration limit reached without convergence, relative residual: ";
+        if (text.rfind(label, 0) == 0)
+            m_unconvergedResidual = text.substr(label.size());
     }
 
     void close()
     {
-        if (std::ferror(m_file.get()) != 0 || std::fclose(m_file.release()) != 0)
+        if (m_file && (std::ferror(m_file.get()) != 0 || std::fclose(m_file.release()) != 0))
             throw qz_io::OutputError("cannot write the log " + m_path);
     }
+
+    /// Relative residual with which the linear solver gave up; empty when it converged.
+    std::string const & unconvergedResidual() const { return m_unconvergedResidual; }
 
 private:
     struct FileCloser
@@ -63,6 +75,7 @@ private:
 
     std::string m_path;
     std::unique_ptr<std::FILE, FileCloser> m_file;
+    std::string m_unconvergedResidual;
     std::mutex m_mutex;
 };
 
@@ -167,10 +180,8 @@ void reconstruct(Options & options, ConsoleProgress & progress)
         checkMemory(cloud, options);
     }
 
-    std::unique_ptr<FileLog> log;
-    if (!options.logFile.empty())
-        log = std::make_unique<FileLog>(options.logFile);
-    options.params.setDebugLog(log.get());
+    RunLog log(options.logFile);
+    options.params.setDebugLog(&log);
     CVescaThreadingTasksHelper::setNumOfPhisicalThread(options.threads);
 
     qz_io::TriangleMesh mesh;
@@ -189,12 +200,18 @@ void reconstruct(Options & options, ConsoleProgress & progress)
     {
         CPrgCntSubPhase const writing(&progress, 96, 4, 0, true);
         qz_io::writeMesh(mesh, options.output, format, files);
-        if (log)
-            log->close();
+        log.close();
     }
     Interruption::ignoreFromNowOn();
     files.commit();
     progress.finish();
+    if (!log.unconvergedResidual().empty()) {
+        std::fprintf(
+            stderr,
+            "qzrecon: warning: the iterative solver did not converge (relative residual %s), so the surface "
+            "may be wrong; --solver direct avoids that\n",
+            log.unconvergedResidual().c_str());
+    }
     if (!options.quiet)
         std::puts(describe(cloud, mesh, options, progress).c_str());
 }
