@@ -27,9 +27,9 @@ namespace VolTr
 class QZMATH_API COctree
 {
 public:
-    static bool const DEFAULT_CENTER_USAGE = false;
+    static constexpr bool DEFAULT_CENTER_USAGE = false;
     /// Deepest tree whose lattice coordinates fit.
-    static int const MAX_DEPTH = 29;
+    static constexpr int MAX_DEPTH = 29;
 
     /// \param samples           the cloud
     /// \param depth             depth of the leaf cells, from 2 with `useCenter`, from 1 without, to

@@ -36,7 +36,7 @@ private:
 class QZMATH_API CParallelepiped
 {
 public:
-    static int const DIM = 3;
+    static constexpr int DIM = 3;
 
     /// All six coordinates 0.
     CParallelepiped() : m_min{0.0, 0.0, 0.0}, m_max{0.0, 0.0, 0.0} {}
