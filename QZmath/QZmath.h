@@ -2,6 +2,12 @@
 #pragma once
 
 /// Umbrella over every public header of the library and of the system library beside it.
+#include <QZmath/BlockProcessor/BlockProc.h>
+#include <QZmath/BlockProcessor/BlockProcessor.h>
+#include <QZmath/BlockProcessor/BlockStatus.h>
+#include <QZmath/BlockProcessor/BlockStructure.h>
+#include <QZmath/BlockProcessor/BlockWorker.h>
+#include <QZmath/BlockProcessor/ThreadTracing.h>
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 #include <QZmath/Export.h>
 #include <QZmath/Foundation/BrentZero.h>

@@ -1,0 +1,348 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "BlockProcessor/BlockClients.h"
+
+#include <QZsys/Exceptions.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <new>
+#include <random>
+#include <stdexcept>
+
+using namespace BlockProc;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+void expectCleanedUp(Client const & client)
+{
+    EXPECT_EQ(0, Fragment::living);
+    EXPECT_FALSE(client.IsUserBreak());
+    EXPECT_FALSE(client.GetAbortEvent()->wait(0));
+    EXPECT_EQ(0, client.tornReads);
+    EXPECT_EQ(0, client.conflicts);
+    EXPECT_TRUE(client.inWork.empty());
+}
+
+/// Positions never fall and arrive on the thread of the maker.
+class OwnedProgress : public CProgressCounter
+{
+public:
+    double last = 0.0;
+
+protected:
+    void onPosition(double overall) override
+    {
+        EXPECT_EQ(m_owner, std::this_thread::get_id());
+        EXPECT_GE(overall, last);
+        last = overall;
+        if (overall >= 1.0)
+            last = 0.0;
+    }
+
+private:
+    std::thread::id const m_owner = std::this_thread::get_id();
+};
+
+} // namespace
+
+TEST(BlockProcessor, EveryBlockIsProcessedOncePerPassAndNeverBesideADependentOne)
+{
+    std::mt19937 random(7);
+    auto const draw = [&random](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    for (int run = 0; run < 150; ++run) {
+        int const count = run % 10 == 0 ? draw(2) : draw(40), passes = 1 + draw(3), threads = draw(17);
+        Client client(count);
+        OwnedProgress progress;
+        client.SetProgressCounter(&progress);
+        auto const size = static_cast<std::size_t>(count);
+        std::vector<std::vector<bool>> dependent(size, std::vector<bool>(size));
+        int const percent = std::vector<int>{0, 10, 50, 100}[std::size_t(draw(4))];
+        for (std::size_t a = 0; a < dependent.size(); ++a)
+            for (std::size_t b = 0; b < a; ++b)
+                dependent[a][b] = dependent[b][a] = draw(100) < percent;
+        client.blocks.areDependent = [&](int a, int b) { return dependent[std::size_t(a)][std::size_t(b)]; };
+        client.blocks.isIndependentOfItself = draw(2); // a wrong answer must not hand out a block twice
+        client.blocks.isEndNull = draw(2);
+        client.SetNPasses(passes);
+        client.SetNParralelThreads(threads);
+        client.SetImmediateBlockModify(draw(3) > 0);
+        client.SetExtractBlock(client.DoModifyImmediately() && draw(2));
+        client.needsUnsharedInit = draw(2);
+        client.isSkipped = [](int block) { return block % 7 == 3; };
+        client.isEmpty = [&](int block) { return client.DoBlockExtract() && block % 7 == 5; };
+        ASSERT_EQ(0, client.Run()) << run;
+        expectCleanedUp(client);
+        for (int block = 0; block < count; ++block) {
+            bool const isUntouched = client.isSkipped(block) || client.isEmpty(block);
+            EXPECT_EQ(isUntouched ? 0 : passes * (block + 1), client.values[std::size_t(block)]) << run;
+        }
+        EXPECT_EQ(threads > 1 ? threads * passes : 0, client.parallelWorkers);
+        EXPECT_EQ(threads > 1 ? 0 : count * passes, client.serialWorkers);
+        if (threads > 1) {
+            std::map<int, int> starts;
+            for (int block : client.started)
+                ++starts[block];
+            EXPECT_EQ(std::size_t(count), starts.size());
+            for (auto const & [block, times] : starts)
+                EXPECT_EQ(passes, times) << block;
+        }
+        EXPECT_EQ(1.0, progress.getPosFloat());
+    }
+}
+
+TEST(BlockProcessor, ScheduleTakesTheFirstIndependentBlock)
+{
+    for (bool isEndNull : {false, true}) {
+        Client client(5);
+        client.blocks.areDependent = [](int a, int b) { return std::abs(a - b) == 1; };
+        client.blocks.isIndependentOfItself = true;
+        client.blocks.isEndNull = isEndNull;
+        client.OnBlockStructureInit();
+        auto const lock = [&] { return client.LockNextBlock(nullptr); };
+        Block_iter const first = lock(), third = lock(), fifth = lock();
+        EXPECT_EQ((std::vector<int>{0, 2, 4}), client.started);
+        EXPECT_FALSE(client.HasCurrentJob());
+        EXPECT_TRUE(lock() == client.BlockEnd());
+        client.UnLockBlock(third, nullptr); // an earlier one is still in work
+        EXPECT_TRUE(client.IsBlockProcessed(*third));
+        EXPECT_FALSE(client.IsBlockReadyForProcess(*third));
+        EXPECT_FALSE(client.IsBlockReadyForProcess(*first));
+        EXPECT_FALSE(client.HasCurrentJob());
+        client.UnLockBlock(first, nullptr);
+        Block_iter const second = lock();
+        EXPECT_EQ(1, numberOf(*second));
+        client.UnLockBlock(fifth, nullptr);
+        Block_iter const fourth = lock();
+        EXPECT_EQ(3, numberOf(*fourth));
+        client.UnLockBlock(fourth, nullptr);
+        EXPECT_TRUE(client.HasPotentialJob()); // the second one is still in work
+        EXPECT_FALSE(client.HasCurrentJob());
+        client.UnLockBlock(second, nullptr);
+        EXPECT_FALSE(client.HasPotentialJob());
+        EXPECT_TRUE(lock() == client.BlockEnd());
+        for (Block_iter const & block : {first, second, third, fourth, fifth})
+            EXPECT_TRUE(client.IsBlockProcessed(*block));
+        EXPECT_EQ(4, client.blocks.BlockIndex(fifth));
+        EXPECT_EQ(-1, client.blocks.BlockIndex(client.BlockEnd()));
+    }
+}
+
+TEST(BlockProcessor, EveryFailureOfEveryOperationHasItsStatusAndLeavesTheObjectUsable)
+{
+    struct Failure
+    {
+        std::function<void()> raise;
+        int status, statusOnWorker;
+    };
+    std::vector<Failure> const failures = {
+        {[] { throw EBlockAlgError(42); }, 42, -1},
+        {[] { throw EBlockAlgError(); }, 0, -1},
+        {[] { throw std::bad_alloc(); }, 1, -1},
+        {[] { throw CUserIntrException("stop"); }, 10, 10},
+        {[] { throw std::runtime_error("fault"); }, -1, -1},
+        {[] { throw 5; }, -1, -1},
+    };
+    std::vector<std::string> const onManager = {
+        "ResetWholeProcessStatus", "PreliminaryGlobalActions", "PreliminaryPassActions", "OnNewPass",
+        "FinalPassActions",        "FinalGlobalActions",       "GetWholeProcessResult",  "CreateBlockWorker"};
+    std::vector<std::string> const onManagerOfWorkers = {"InitThreadedPrgCnt", "RegisterWorkerPrgCnt",
+                                                         "UpdateParentPrgCnt", "UnRegisterWorkerPrgCnt",
+                                                         "ReleaseThreadedPrgCnt"};
+    std::vector<std::string> const onWorker = {"Init",
+                                               "ExtractBlock",
+                                               "BlockInit",
+                                               "BlockFinalize",
+                                               "BlockInitUnshared",
+                                               "ProcessFragment",
+                                               "ApplyBlockChanges",
+                                               "CheckWorkerResult"};
+    std::vector<std::string> const onWorkerOnly = {"NeedUnsharedWorkerInit", "OnBlockProcessStart",
+                                                   "OnBlockProcessFinish"};
+    Client client(8);
+    client.SetImmediateBlockModify(true);
+    client.SetExtractBlock(true);
+    auto const check = [&](std::string const & operation, int threads, int call, Failure const & failure,
+                           int expected) {
+        SCOPED_TRACE(operation + " with " + std::to_string(threads) + " threads");
+        std::atomic<int> calls{0};
+        Hook const failing = [&](std::string const & called, int) {
+            if (called == operation && calls++ == call)
+                failure.raise();
+        };
+        client.SetNParralelThreads(threads);
+        client.hook = client.blocks.hook = failing;
+        EXPECT_EQ(expected, client.Run());
+        client.hook = client.blocks.hook = [](std::string const &, int) {};
+        client.inWork.clear();
+        client.started.clear();
+        client.resetModel();
+        EXPECT_EQ(0, client.Run());
+        expectCleanedUp(client);
+        EXPECT_EQ(threads > 1 ? 8u : 0u, client.started.size());
+        client.started.clear();
+        for (int block = 0; block < 8; ++block)
+            EXPECT_EQ(block + 1, client.values[std::size_t(block)]);
+    };
+    for (Failure const & failure : failures) {
+        for (int threads : {1, 3}) {
+            for (std::string const & operation : onManager)
+                check(operation, threads, 0, failure, failure.status);
+            for (std::string const & operation : onWorker)
+                check(operation, threads, 0, failure, threads > 1 ? failure.statusOnWorker : failure.status);
+        }
+        for (std::string const & operation : onManagerOfWorkers)
+            check(operation, 3, 0, failure, failure.status);
+        check("CreateBlockWorker", 3, 2, failure, failure.status);
+        check("CreateBlockWorker", 1, 5, failure, failure.status);
+        check("ProcessFragment", 3, 7, failure, failure.statusOnWorker); // the last block
+        for (std::string const & operation : onWorkerOnly)
+            check(operation, 3, 0, failure, failure.statusOnWorker);
+    }
+    for (int threads : {1, 3}) {
+        for (auto const & [code, serial, parallel] : {std::tuple(5, 5, -1), {10, 10, 10}, {-3, -3, -1}}) {
+            client.SetNParralelThreads(threads);
+            client.status = [status = code](int block) { return block == 4 ? status : 0; };
+            EXPECT_EQ(threads > 1 ? parallel : serial, client.Run());
+        }
+    }
+}
+
+TEST(BlockProcessor, StopRequestsEndTheRunAndNothingReachesTheNext)
+{
+    for (int threads : {1, 4}) {
+        Client client(30);
+        OwnedProgress progress;
+        client.SetProgressCounter(&progress);
+        client.SetNParralelThreads(threads);
+        client.SetImmediateBlockModify(true);
+        std::atomic<int> applied{0};
+        auto const countApplied = [&](std::string const & operation, int) {
+            applied += operation == "ApplyBlockChanges";
+        };
+        client.hook = countApplied;
+        client.SetAbortEvent();
+        EXPECT_EQ(-1, client.Run()); // asked before
+        progress.last = 0.0;
+        client.SetUserBreak(true);
+        EXPECT_EQ(10, client.Run());
+        progress.last = 0.0;
+        client.SetUserBreak(true);
+        client.SetAbortEvent();
+        EXPECT_EQ(10, client.Run());
+        progress.last = 0.0;
+        EXPECT_TRUE(threads > 1 || applied == 0);
+        std::mt19937 random(3);
+        int stopped = 0;
+        for (int run = 0; run < 60; ++run) {
+            applied = 0;
+            client.resetModel();
+            client.started.clear();
+            int const kind = run % 3, atBlock = static_cast<int>(random() % 30);
+            client.hook = [&](std::string const & operation, int block) {
+                countApplied(operation, block);
+                if (operation != "ProcessFragment")
+                    return;
+                std::this_thread::sleep_for(200us);
+                if (block != atBlock)
+                    return;
+                if (kind == 0)
+                    client.SetAbortEvent();
+                else if (kind == 1)
+                    client.SetUserBreak();
+                else
+                    progress.interrupt();
+            };
+            EXPECT_EQ(kind == 0 ? -1 : 10, client.Run());
+            progress.last = 0.0;
+            stopped += applied < 30;
+            client.hook = countApplied;
+            applied = 0;
+            EXPECT_EQ(0, client.Run());
+            EXPECT_EQ(30, applied);
+            expectCleanedUp(client);
+        }
+        EXPECT_GT(stopped, 10);
+    }
+}
+
+TEST(BlockProcessor, StopsFromAnotherThreadAtAnyMoment)
+{
+    std::mt19937 random(11);
+    for (int run = 0; run < 60; ++run) {
+        Client client(20);
+        client.SetNParralelThreads(run % 2 ? 3 : 1);
+        client.SetImmediateBlockModify(true);
+        client.SetNPasses(1000000);
+        std::atomic<bool> isRunning{false};
+        client.hook = [&](std::string const & operation, int) {
+            isRunning = operation == "Init" || isRunning;
+        };
+        auto const delay = std::chrono::microseconds(random() % 3000);
+        std::thread stopper([&] {
+            while (!isRunning)
+                std::this_thread::yield();
+            std::this_thread::sleep_for(delay);
+            if (run % 4 < 2)
+                client.SetUserBreak(true);
+            client.SetAbortEvent();
+        });
+        EXPECT_EQ(run % 4 < 2 ? 10 : -1, client.Run());
+        stopper.join();
+        EXPECT_EQ(0, client.tornReads + client.conflicts);
+    }
+}
+
+TEST(BlockProcessor, ConfigurationDecidesWhatIsCalled)
+{
+    std::vector<std::string> calls;
+    Client client(3);
+    client.hook = [&](std::string const & operation, int) { calls.push_back(operation); };
+    client.SetExtractBlock(true);
+    EXPECT_EQ(9, client.Run());
+    client.SetExtractBlock(false);
+    client.SetBlockStructure(nullptr);
+    EXPECT_EQ(-1, client.Run());
+    EXPECT_TRUE(calls.empty());
+    client.SetBlockStructure(&client.blocks);
+    client.SetNPasses(0);
+    EXPECT_EQ(0, client.Run());
+    EXPECT_EQ((std::vector<std::string>{"ResetWholeProcessStatus", "PreliminaryGlobalActions",
+                                        "FinalGlobalActions", "GetWholeProcessResult"}),
+              calls);
+
+    client.SetNPasses(5);
+    int finals = 0;
+    client.hook = [&](std::string const & operation, int) {
+        if (operation == "FinalPassActions" && client.CurrentPassNo() == 1)
+            client.SetThisPassLast();
+        finals += operation == "FinalPassActions" || operation == "FinalGlobalActions";
+    };
+    EXPECT_EQ(0, client.Run());
+    EXPECT_EQ(3, finals);
+    EXPECT_EQ((std::vector<int>{2, 4, 6}), client.values);
+
+    client.SetNParralelThreads(4);
+    client.SetUseParallelThreads(false);
+    EXPECT_EQ(0, client.Run());
+    client.SetUseParallelThreads(true); // one thread is left
+    EXPECT_EQ(0, client.Run());
+    EXPECT_EQ(0, client.parallelWorkers);
+}
+
+TEST(BlockProcessor, ThousandShortRunsAndManyWorkersOnSharedData)
+{
+    Client client(4);
+    client.blocks.areDependent = [](int a, int b) { return a + b == 3; };
+    client.SetImmediateBlockModify(true);
+    for (int run = 0; run < 1000; ++run) {
+        client.SetNParralelThreads(2 + run % 3);
+        ASSERT_EQ(0, client.Run());
+    }
+    EXPECT_EQ((std::vector<int>{1000, 2000, 3000, 4000}), client.values);
+    expectCleanedUp(client);
+}
