@@ -47,6 +47,7 @@
 #include <QZmath/LinSys/VPLSstorage.h>
 #include <QZmath/LinSys/VPLSstorageRows.h>
 #include <QZmath/LinSys/VertexLinearCombination.h>
+#include <QZmath/Persistence/ExternVector.h>
 #include <QZmath/Persistence/Heap.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>

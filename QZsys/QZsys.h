@@ -10,4 +10,5 @@
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 #include <QZsys/ProgressBlocks.h>
+#include <QZsys/TemporaryFile.h>
 #include <QZsys/Threads.h>

@@ -1,0 +1,348 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Persistence/ExternVector.h>
+
+#include <QZsys/TemporaryFile.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <list>
+#include <memory>
+#include <new>
+#include <unordered_map>
+#include <utility>
+
+#include <sys/types.h>
+
+namespace VescaExtVec
+{
+
+namespace
+{
+
+class TF_BadAllocation : public std::bad_alloc
+{
+    char const * what() const noexcept override { return "bad allocation"; }
+};
+
+/// Runs something that allocates, so that exhausted memory has the same text as all other failures.
+template <class Action>
+decltype(auto) allocating(Action action)
+{
+    try {
+        return action();
+    } catch (std::bad_alloc const &) {
+        throw TF_BadAllocation();
+    }
+}
+
+/// Holds one element in memory. Keeps its buffer and its cell when it becomes free.
+struct TF_Slot
+{
+    bool modified = false;
+    std::size_t index = 0;
+    int refCount = -1; ///< -1: free
+    std::unique_ptr<ElementCell> cell;
+    std::unique_ptr<char[]> buffer;
+};
+
+} // namespace
+
+/// What a handle points to. While its slot lives, the slot owns it; a cell whose slot was taken away under
+/// its holders stays with the vector till they have all released it.
+class ElementCell
+{
+public:
+    TF_Slot * slot = nullptr; ///< null: dead
+    int deadHolds = 0;
+};
+
+ExternVectorVoidInterface::~ExternVectorVoidInterface() = default;
+
+namespace
+{
+
+class FileVectorVoid : public ExternVectorVoidInterface
+{
+public:
+    explicit FileVectorVoid(std::size_t elementSize) : m_elementSize(elementSize) {}
+    FileVectorVoid(FileVectorVoid const &) = delete;
+    FileVectorVoid & operator=(FileVectorVoid const &) = delete;
+
+    ~FileVectorVoid() override
+    {
+        if (m_file)
+            std::fclose(m_file);
+    }
+
+    void reserve(std::size_t n) override
+    {
+        if (n <= m_capacity)
+            return;
+        if (n > std::size_t(std::numeric_limits<off_t>::max()) / m_elementSize)
+            throw TF_BadAllocation();
+        if (!m_file)
+            createFile();
+        seek(off_t(n * m_elementSize) - 1, SEEK_SET);
+        write("", 1, 1);
+        flush();
+        m_capacity = n;
+    }
+
+    void resize(std::size_t n, void const * fill) override
+    {
+        if (n > m_capacity) {
+            if (n > st_maxGrownSize)
+                throw TF_BadAllocation();
+            reserve(std::max(n, std::min(2 * m_capacity, st_maxGrownSize)));
+        }
+        if (n <= m_size) {
+            bury([n](TF_Slot const & slot) { return slot.index >= n; });
+        } else if (fill) {
+            fillElements(n - m_size, fill);
+        }
+        // Without a fill there is nothing to do: the file reaches beyond n, and what it holds is to stay.
+        m_size = n;
+        flush();
+    }
+
+    std::size_t size() const override { return m_size; }
+    std::size_t capacity() const override { return m_capacity; }
+
+    void clear() override
+    {
+        bury([](TF_Slot const &) { return true; });
+        m_slots.clear();
+        m_size = 0;
+        m_capacity = 0;
+        m_filePosition = 0;
+        m_positionIndex = 0;
+        std::FILE * const file = std::exchange(m_file, nullptr);
+        bool const closed = !file || std::fclose(file) == 0;
+        m_fileBuffer.reset();
+        if (!closed)
+            throw TF_BadAllocation();
+    }
+
+    void * lockElement(std::size_t index, ElementHandle * handle) override
+    {
+        if (index >= m_size)
+            throw TF_BadAllocation();
+        TF_Slot * slot = nullptr;
+        for (TF_Slot & candidate : m_slots) {
+            if (candidate.refCount >= 0 && candidate.index == index)
+                return hold(candidate, handle);
+            if (candidate.refCount < 0 && !slot)
+                slot = &candidate;
+        }
+        if (!slot)
+            slot = allocating([this] { return &m_slots.emplace_front(); });
+        if (!slot->buffer || !slot->cell)
+            equip(*slot);
+        seekElement(index);
+        read(slot->buffer.get());
+        // The slot is taken only now, so that it is free still if anything above has failed.
+        slot->index = index;
+        slot->modified = false;
+        slot->refCount = 0;
+        return hold(*slot, handle);
+    }
+
+    void addElementRef(ElementHandle * handle) override
+    {
+        ElementCell * const cell = *handle;
+        if (!cell)
+            return;
+        if (!cell->slot)
+            ++cell->deadHolds;
+        else if (cell->slot->refCount > 0)
+            ++cell->slot->refCount;
+    }
+
+    void releaseElement(bool modified, ElementHandle * handle) override
+    {
+        ElementCell * const cell = *handle;
+        if (!cell)
+            return;
+        if (!cell->slot) {
+            if (--cell->deadHolds == 0)
+                m_deadCells.erase(cell);
+            return;
+        }
+        TF_Slot & slot = *cell->slot;
+        if (slot.refCount < 1)
+            return;
+        slot.modified |= modified;
+        if (slot.refCount > 1) {
+            --slot.refCount;
+            return;
+        }
+        if (slot.modified) {
+            seekElement(slot.index);
+            write(slot.buffer.get(), m_elementSize, 1);
+            flush();
+        }
+        slot.refCount = -1;
+    }
+
+private:
+    static constexpr std::size_t st_maxGrownSize = 0x7fffffff;
+
+    void createFile()
+    {
+        // A buffer of one element: longer ones would read what nobody asked for.
+        std::size_t const bufferSize = std::max<std::size_t>(m_elementSize, 2);
+        std::unique_ptr<char[]> buffer = allocateBytes(bufferSize);
+        std::FILE * const file = VsUt::openTemporaryFile("Vesca_FileVectorVoid");
+        if (!file)
+            throw TF_BadAllocation();
+        if (std::setvbuf(file, buffer.get(), _IOFBF, bufferSize) != 0) {
+            std::fclose(file);
+            throw TF_BadAllocation();
+        }
+        m_file = file;
+        m_fileBuffer = std::move(buffer);
+        m_size = 0;
+        m_positionKnown = false;
+    }
+
+    static std::unique_ptr<char[]> allocateBytes(std::size_t count)
+    {
+        if (count > std::size_t(std::numeric_limits<std::ptrdiff_t>::max()))
+            throw TF_BadAllocation();
+        return allocating([count] { return std::unique_ptr<char[]>(new char[count]); });
+    }
+
+    void fillElements(std::size_t count, void const * fill)
+    {
+        std::size_t const perBlock =
+            std::min(count, std::max<std::size_t>(st_fillBlockBytes / m_elementSize, 1));
+        std::unique_ptr<char[]> block;
+        void const * source = fill;
+        if (perBlock > 1) {
+            block = allocateBytes(perBlock * m_elementSize);
+            for (std::size_t k = 0; k < perBlock; ++k)
+                std::memcpy(block.get() + k * m_elementSize, fill, m_elementSize);
+            source = block.get();
+        }
+        seekElement(m_size);
+        for (std::size_t left = count; left > 0;) {
+            std::size_t const now = std::min(left, perBlock);
+            write(source, m_elementSize, now);
+            left -= now;
+        }
+        flush();
+    }
+
+    void equip(TF_Slot & slot)
+    {
+        if (!slot.buffer)
+            slot.buffer = allocateBytes(m_elementSize);
+        if (!slot.cell) {
+            slot.cell = allocating([] { return std::make_unique<ElementCell>(); });
+            slot.cell->slot = &slot;
+        }
+    }
+
+    static void * hold(TF_Slot & slot, ElementHandle * handle)
+    {
+        ++slot.refCount;
+        *handle = slot.cell.get();
+        return slot.buffer.get();
+    }
+
+    /// Frees the slots in use that are concerned, and leaves dead cells to their holders.
+    template <class IsConcerned>
+    void bury(IsConcerned isConcerned)
+    {
+        for (TF_Slot & slot : m_slots) {
+            if (slot.refCount < 0 || !isConcerned(slot))
+                continue;
+            ElementCell * const cell = slot.cell.get();
+            std::unique_ptr<ElementCell> & grave = allocating([&]() -> auto & { return m_deadCells[cell]; });
+            grave = std::move(slot.cell);
+            cell->slot = nullptr;
+            cell->deadHolds = slot.refCount;
+            slot.refCount = -1;
+        }
+    }
+
+    /// To the element, by a relative step where that is possible. A seek stands between every read and write.
+    void seekElement(std::size_t index)
+    {
+        if (m_positionKnown && index == m_positionIndex)
+            seek(0, SEEK_CUR);
+        else if (m_positionKnown && index == m_positionIndex + 1)
+            seek(off_t(m_elementSize), SEEK_CUR);
+        else
+            seek(off_t(index * m_elementSize), SEEK_SET);
+        notePosition();
+    }
+
+    void seek(off_t offset, int origin)
+    {
+        if (::fseeko(m_file, offset, origin) != 0)
+            fail();
+    }
+
+    void read(void * element)
+    {
+        if (std::fread(element, m_elementSize, 1, m_file) != 1)
+            fail();
+        notePosition();
+    }
+
+    void write(void const * elements, std::size_t elementSize, std::size_t count)
+    {
+        if (std::fwrite(elements, elementSize, count, m_file) != count)
+            fail();
+        notePosition();
+    }
+
+    void flush()
+    {
+        if (m_file && std::fflush(m_file) != 0)
+            fail();
+    }
+
+    void notePosition()
+    {
+        m_filePosition = ::ftello(m_file);
+        if (m_filePosition < 0)
+            fail();
+        m_positionIndex = std::size_t(m_filePosition) / m_elementSize;
+        m_positionKnown = std::size_t(m_filePosition) % m_elementSize == 0;
+    }
+
+    [[noreturn]] void fail()
+    {
+        std::clearerr(m_file);
+        m_positionKnown = false;
+        throw TF_BadAllocation();
+    }
+
+    static constexpr std::size_t st_fillBlockBytes = 65536;
+
+    std::size_t m_elementSize;
+    std::size_t m_size = 0;
+    std::size_t m_capacity = 0;
+    off_t m_filePosition = 0;
+    std::size_t m_positionIndex = 0;
+    bool m_positionKnown = false;
+    std::FILE * m_file = nullptr;
+    std::unique_ptr<char[]> m_fileBuffer;
+    std::list<TF_Slot> m_slots;
+    std::unordered_map<ElementCell *, std::unique_ptr<ElementCell>> m_deadCells;
+};
+
+} // namespace
+
+ExternVectorVoidInterface * CreateExternVectorVoid(std::uint64_t elementSize)
+{
+    if (elementSize == 0 || elementSize > std::numeric_limits<std::size_t>::max())
+        throw TF_BadAllocation();
+    return allocating([elementSize] { return new FileVectorVoid(std::size_t(elementSize)); });
+}
+
+} // namespace VescaExtVec

@@ -1,0 +1,375 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Persistence/ExternVector.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <sys/resource.h>
+
+namespace
+{
+
+using VescaExtVec::ElementHandle;
+using Vector = VescaExtVec::ExternVectorVoidInterface;
+using Bytes = std::vector<unsigned char>;
+
+std::unique_ptr<Vector> makeVector(std::uint64_t elementSize)
+{
+    return std::unique_ptr<Vector>(VescaExtVec::CreateExternVectorVoid(elementSize));
+}
+
+template <class Action>
+bool runsOutOfMemory(Action action)
+{
+    try {
+        action();
+    } catch (std::bad_alloc const & error) {
+        EXPECT_STREQ(error.what(), "bad allocation");
+        return true;
+    }
+    return false;
+}
+
+Bytes readElement(Vector & vector, std::size_t index, std::size_t elementSize)
+{
+    ElementHandle handle;
+    auto const * const memory = static_cast<unsigned char const *>(vector.lockElement(index, &handle));
+    Bytes bytes(memory, memory + elementSize);
+    vector.releaseElement(false, &handle);
+    return bytes;
+}
+
+void writeElement(Vector & vector, std::size_t index, Bytes const & bytes)
+{
+    ElementHandle handle;
+    std::memcpy(vector.lockElement(index, &handle), bytes.data(), bytes.size());
+    vector.releaseElement(true, &handle);
+}
+
+/// Caps the size of files of this process for a scope.
+class FileSizeLimit
+{
+public:
+    FileSizeLimit()
+    {
+        getrlimit(RLIMIT_FSIZE, &m_old);
+        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    }
+    ~FileSizeLimit()
+    {
+        lift();
+        std::signal(SIGXFSZ, m_oldHandler);
+    }
+    void set(std::size_t bytes)
+    {
+        rlimit limit = m_old;
+        limit.rlim_cur = bytes;
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    void lift() { setrlimit(RLIMIT_FSIZE, &m_old); }
+
+private:
+    rlimit m_old;
+    void (*m_oldHandler)(int);
+};
+
+/// What the vector is to hold: the elements of its file, also those beyond the end, and what is locked.
+class Model
+{
+public:
+    struct Lock
+    {
+        ElementHandle handle;
+        unsigned char * memory;
+        int holds;
+        bool modified;
+        Bytes bytes;
+    };
+
+    Model(std::size_t elementSize, unsigned seed)
+        : m_vector(makeVector(elementSize)), m_elementSize(elementSize), m_random(seed)
+    {}
+
+    void step(bool mayFail)
+    {
+        FileSizeLimit limit;
+        // With failing writes, growing always fills: what a broken fill left beyond the end shows otherwise.
+        bool const fails = mayFail && m_random() % 4 == 0;
+        if (fails)
+            limit.set(m_random() % (m_elementSize * (m_vector->capacity() + 4)));
+        auto const choice = m_random() % 100;
+        if (choice < 35)
+            lockOne(fails);
+        else if (choice < 55)
+            modifyOne();
+        else if (choice < 85)
+            releaseOne(fails);
+        else if (choice < 98)
+            resize(m_random() % 40, mayFail || m_random() % 2 == 0, fails);
+        else if (choice < 99)
+            reserve(m_random() % 60, fails);
+        else
+            clear();
+        ASSERT_EQ(m_vector->size(), m_size);
+        ASSERT_GE(m_vector->capacity(), m_size);
+    }
+
+    void checkAll()
+    {
+        for (std::size_t index = 0; index < m_size; ++index) {
+            auto const lock = m_locks.find(index);
+            Bytes const & expected = lock == m_locks.end() ? m_file[index] : lock->second.bytes;
+            ASSERT_EQ(readElement(*m_vector, index, m_elementSize), expected) << "element " << index;
+        }
+    }
+
+private:
+    void lockOne(bool fails)
+    {
+        std::size_t const index = m_random() % (m_size + 1);
+        ElementHandle handle;
+        if (index == m_size || m_locks.size() > 4) {
+            ASSERT_TRUE(runsOutOfMemory([&] { m_vector->lockElement(m_size, &handle); }));
+            return;
+        }
+        auto found = m_locks.find(index);
+        if (found != m_locks.end() && m_random() % 2) {
+            m_vector->addElementRef(&found->second.handle);
+            ++found->second.holds;
+            return;
+        }
+        auto * memory = static_cast<unsigned char *>(m_vector->lockElement(index, &handle));
+        if (found == m_locks.end()) {
+            m_locks[index] = {handle, memory, 1, false, m_file[index]};
+            found = m_locks.find(index);
+        } else {
+            ++found->second.holds;
+        }
+        ASSERT_EQ(found->second.memory, memory);
+        ASSERT_EQ(found->second.handle, handle);
+        ASSERT_EQ(Bytes(memory, memory + m_elementSize), found->second.bytes) << fails;
+    }
+
+    void modifyOne()
+    {
+        if (Lock * const lock = anyLock()) {
+            lock->bytes = randomElement();
+            std::copy(lock->bytes.begin(), lock->bytes.end(), lock->memory);
+            lock->modified = true; // some release says so
+        }
+    }
+
+    void releaseOne(bool fails)
+    {
+        if (!m_deadHandles.empty() && m_random() % 4 == 0) {
+            m_vector->releaseElement(true, &m_deadHandles.back());
+            m_deadHandles.pop_back();
+            return;
+        }
+        Lock * const lock = anyLock();
+        if (!lock)
+            return;
+        std::size_t const index = m_lastPicked;
+        if (runsOutOfMemory([&] { m_vector->releaseElement(lock->modified, &lock->handle); })) {
+            ASSERT_TRUE(fails && lock->holds == 1);
+            return;
+        }
+        if (--lock->holds > 0)
+            return;
+        if (lock->modified)
+            m_file[index] = lock->bytes;
+        m_locks.erase(index);
+    }
+
+    void resize(std::size_t n, bool withFill, bool fails)
+    {
+        Bytes const fill = randomElement();
+        std::size_t const oldCapacity = m_vector->capacity();
+        if (runsOutOfMemory([&] { m_vector->resize(n, withFill ? fill.data() : nullptr); })) {
+            ASSERT_TRUE(fails);
+            m_file.resize(m_vector->capacity(), Bytes(m_elementSize));
+            return;
+        }
+        ASSERT_EQ(m_vector->capacity(), n > oldCapacity ? std::max(n, 2 * oldCapacity) : oldCapacity);
+        m_file.resize(m_vector->capacity(), Bytes(m_elementSize));
+        if (withFill)
+            for (std::size_t index = m_size; index < n; ++index)
+                m_file[index] = fill;
+        m_size = n;
+        bury(n);
+    }
+
+    void reserve(std::size_t n, bool fails)
+    {
+        bool const failed = runsOutOfMemory([&] { m_vector->reserve(n); });
+        ASSERT_TRUE(!failed || fails);
+        ASSERT_TRUE(failed || m_vector->capacity() >= n);
+        m_file.resize(m_vector->capacity(), Bytes(m_elementSize));
+    }
+
+    void clear()
+    {
+        m_vector->clear();
+        ASSERT_EQ(m_vector->capacity(), 0u);
+        m_size = 0;
+        m_file.clear();
+        bury(0);
+    }
+
+    void bury(std::size_t end)
+    {
+        for (auto lock = m_locks.lower_bound(end); lock != m_locks.end(); lock = m_locks.erase(lock))
+            for (; lock->second.holds > 0; --lock->second.holds)
+                m_deadHandles.push_back(lock->second.handle);
+    }
+
+    Lock * anyLock()
+    {
+        if (m_locks.empty())
+            return nullptr;
+        auto const lock = std::next(m_locks.begin(), std::ptrdiff_t(m_random() % m_locks.size()));
+        m_lastPicked = lock->first;
+        return &lock->second;
+    }
+
+    Bytes randomElement()
+    {
+        Bytes bytes(m_elementSize);
+        std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<unsigned char>(m_random()); });
+        return bytes;
+    }
+
+    std::unique_ptr<Vector> m_vector;
+    std::size_t m_elementSize;
+    std::size_t m_size = 0;
+    std::vector<Bytes> m_file;
+    std::map<std::size_t, Lock> m_locks;
+    std::vector<ElementHandle> m_deadHandles;
+    std::size_t m_lastPicked = 0;
+    std::mt19937 m_random;
+};
+
+class ExternVectorModel : public testing::TestWithParam<bool>
+{};
+
+TEST_P(ExternVectorModel, randomOperationsAgree)
+{
+    for (std::size_t elementSize : {1, 3, 8, 100, 4096, 5000}) {
+        Model model(elementSize, unsigned(elementSize));
+        for (int step = 0; step < 4000; ++step) {
+            ASSERT_NO_FATAL_FAILURE(model.step(GetParam())) << elementSize << " bytes, step " << step;
+            if (step % 100 == 0) {
+                ASSERT_NO_FATAL_FAILURE(model.checkAll()) << elementSize << " bytes, step " << step;
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Disk, ExternVectorModel, testing::Bool(),
+                         [](auto const & full) { return full.param ? "full" : "free"; });
+
+TEST(ExternVector, lengthsThatNoFileCanHaveAreRefused)
+{
+    EXPECT_TRUE(runsOutOfMemory([] { makeVector(0); }));
+    std::unique_ptr<Vector> const vector = makeVector(16);
+    EXPECT_TRUE(runsOutOfMemory([&] { vector->resize(0x80000000u); }));
+    EXPECT_TRUE(runsOutOfMemory([&] { vector->reserve(std::size_t(1) << 60); }));
+    EXPECT_TRUE(runsOutOfMemory([&] { vector->reserve(~std::size_t(0)); }));
+    vector->reserve(0);
+    EXPECT_EQ(vector->capacity(), 0u);
+    EXPECT_TRUE(runsOutOfMemory([] { makeVector(std::uint64_t(1) << 62)->reserve(1); }));
+    vector->resize(2);
+    EXPECT_EQ(readElement(*vector, 1, 16), Bytes(16));
+}
+
+TEST(ExternVector, growingKeepsWhatTheFileHolds)
+{
+    std::unique_ptr<Vector> const vector = makeVector(2);
+    Bytes const element = {7, 9};
+    vector->resize(5, element.data());
+    vector->resize(1);
+    vector->resize(5);
+    for (std::size_t index = 0; index < 5; ++index)
+        EXPECT_EQ(readElement(*vector, index, 2), element);
+}
+
+TEST(ExternVector, handlesOfBuriedLocksDoNoHarmToLaterOnes)
+{
+    std::unique_ptr<Vector> const vector = makeVector(1);
+    vector->resize(4);
+    ElementHandle early;
+    vector->lockElement(3, &early);
+    vector->addElementRef(&early);
+    vector->resize(2);
+    ElementHandle late;
+    auto * const memory = static_cast<unsigned char *>(vector->lockElement(1, &late));
+    vector->releaseElement(true, &early);
+    *memory = 5;
+    EXPECT_EQ(vector->lockElement(1, &late), memory); // still in memory, with the change
+    EXPECT_EQ(*memory, 5);
+    vector->releaseElement(false, &late);
+    vector->releaseElement(true, &early);
+    vector->releaseElement(true, &late);
+    EXPECT_EQ(readElement(*vector, 1, 1), Bytes{5});
+}
+
+TEST(ExternVector, elementsBeyondThreeGibibytes)
+{
+    constexpr std::size_t mebibyte = std::size_t(1) << 20;
+    std::unique_ptr<Vector> const vector = makeVector(mebibyte);
+    vector->resize(3 * 1024 + 2);
+    for (std::size_t index : {std::size_t(0), std::size_t(2047), std::size_t(2048), std::size_t(3073)})
+        writeElement(*vector, index, Bytes(mebibyte, static_cast<unsigned char>(index % 251)));
+    for (std::size_t index : {std::size_t(3073), std::size_t(2048), std::size_t(2047), std::size_t(0)})
+        EXPECT_EQ(readElement(*vector, index, mebibyte),
+                  Bytes(mebibyte, static_cast<unsigned char>(index % 251)));
+    EXPECT_EQ(readElement(*vector, 3072, mebibyte), Bytes(mebibyte));
+}
+
+TEST(ExternVector, fileLiesInTheNamedFolderAndHasNoName)
+{
+    namespace fs = std::filesystem;
+    fs::path const folder = fs::path(testing::TempDir()) / "ExternVectorTestFolder";
+    fs::create_directories(folder);
+    char const * const before = std::getenv("TMPDIR");
+    std::string const kept = before ? before : "";
+    setenv("TMPDIR", folder.c_str(), 1);
+    auto const openFilesInFolder = [&] {
+        std::ptrdiff_t count = 0;
+        for (auto const & entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code error;
+            std::string const target = fs::read_symlink(entry.path(), error).string();
+            count += target.rfind(folder.string(), 0) == 0;
+        }
+        return count;
+    };
+    std::unique_ptr<Vector> vector = makeVector(8);
+    EXPECT_EQ(openFilesInFolder(), 0);
+    vector->resize(10);
+    EXPECT_EQ(openFilesInFolder(), 1);
+    EXPECT_TRUE(fs::is_empty(folder));
+    vector->clear();
+    EXPECT_EQ(openFilesInFolder(), 0);
+    vector->resize(10);
+    vector.reset();
+    EXPECT_EQ(openFilesInFolder(), 0);
+
+    fs::remove_all(folder);
+    vector = makeVector(8);
+    EXPECT_TRUE(runsOutOfMemory([&] { vector->resize(1); }));
+    before ? setenv("TMPDIR", kept.c_str(), 1) : unsetenv("TMPDIR");
+    vector->resize(1); // the folder is there now
+    EXPECT_EQ(vector->size(), 1u);
+}
+
+} // namespace
