@@ -12,6 +12,9 @@ constexpr int mostSweeps = 100;
 /// sqrt(x² + y²) where neither the squares of large nor those of small numbers are lost.
 double hypotenuse(double x, double y)
 {
+    double const squared = x * x + y * y;
+    if (squared > 1e-280 && squared < 1e300)
+        return std::sqrt(squared);
     double const larger = std::max(std::abs(x), std::abs(y));
     double const smaller = std::min(std::abs(x), std::abs(y));
     if (larger == 0)
