@@ -94,8 +94,8 @@ COrthoNormBasis COrthoNormBasis::buildAnyRightHandByV2AndOrigin(Point3D_d const 
                                                                 Point3D_d const & origin)
 {
     Point3D_d const e2 = V2.unitLength();
-    Point3D_d const helper = std::abs(dot(IdentityE0(), e2)) > 0.9 ? IdentityE1() : IdentityE0();
-    Point3D_d const e0 = crossUnit(helper, e2);
+    Point3D_d const aside = std::abs(dot(IdentityE0(), e2)) > 0.9 ? IdentityE1() : IdentityE0();
+    Point3D_d const e0 = crossUnit(aside, e2);
     return buildByOrthsAndOrigin(e0, crossUnit(e2, e0), e2, origin);
 }
 
