@@ -77,3 +77,17 @@ TEST(GaussJordan, ReportsWhatItCannotSolve)
     Rows nan(3, 3, std::numeric_limits<double>::quiet_NaN());
     EXPECT_EQ(gaussj(nan.pointers.data(), 3, nullptr, 0), 0);
 }
+
+TEST(GaussJordan, TakesTheLastOfEqualPivots)
+{
+    // From the last of the four ones the elimination goes by the sum of the right sides, which overflows;
+    // from the first one it would go by their difference.
+    Rows a(2, 2), b(2, 1);
+    a.at(0, 0) = a.at(0, 1) = a.at(1, 0) = 1;
+    a.at(1, 1) = -1;
+    b.at(0, 0) = 1e308;
+    b.at(1, 0) = 1.5e308;
+    EXPECT_EQ(gaussj(a.pointers.data(), 2, b.pointers.data(), 1), 1);
+    EXPECT_TRUE(std::isinf(b.at(0, 0)));
+    EXPECT_EQ(a.elements, (std::vector<double>{0.5, 0.5, 0.5, -0.5}));
+}

@@ -153,6 +153,14 @@ TEST(GeneralizedEigen, SingularSecondMatrixAndBadInput)
             *place = good;
         }
     }
+    // A tiny beta counts as none, whatever the eigenvalue.
+    for (double beta : {1e-9, 1e-11}) {
+        Pencil diagonal(2);
+        diagonal.atA(0, 0) = diagonal.atA(1, 1) = diagonal.atB(0, 0) = 1;
+        diagonal.atB(1, 1) = beta;
+        ASSERT_TRUE(diagonal.solve());
+        EXPECT_EQ(diagonal.count, beta > 1e-10 ? 2 : 1);
+    }
     EXPECT_FALSE(gen_right_eigen(0, nullptr, nullptr, pencil.count, nullptr, nullptr));
     EXPECT_FALSE(
         gen_right_eigen(std::numeric_limits<int>::max(), nullptr, nullptr, pencil.count, nullptr, nullptr));

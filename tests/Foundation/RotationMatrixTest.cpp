@@ -252,3 +252,12 @@ TEST(LinearTransform, OrthogonalityHasTheToleranceOfFloat)
     EXPECT_FALSE(RElinearTransform(rotation, {1e10, 2e10, 3e10}).isOrtho());
     EXPECT_TRUE(RElinearTransform(CRotationMatrix::Identity(), {1e10, 2e10, 3e10}).isOrtho());
 }
+
+TEST(LinearTransform, AddsTheShiftAfterTheFirstProduct)
+{
+    // What x and a large shift cancel does not swallow y.
+    double const elements[3][3] = {{1, 1, 0}, {1, 0, 1}, {0, 1, 1}};
+    double const shift[3] = {-1e16, -1e16, 1e16};
+    Point3D_d const image = RElinearTransform(elements, shift).apply({1e16, 1, -1e16});
+    EXPECT_EQ(image, Point3D_d(1, -1e16, 0));
+}
