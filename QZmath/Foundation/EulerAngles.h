@@ -15,7 +15,7 @@ QZMATH_API void makeEulerMatrix(CRotationMatrix & matrix, double const * angles)
 /// Euler angles of a rotation, the inverse of `makeEulerMatrix`: `a1` in [0, pi], `a0` and `a2` in [-pi, pi].
 ///
 /// When the last axis stays on its line within 1e-5 radians, only the sum or the difference of `a0` and `a2`
-/// is defined; `a2` is 0 then. Of other matrices than rotations all nine elements are not looked at: the
-/// angles are those that the last row and the last column (or the first one, in the degenerate case) tell.
+/// is defined; `a2` is 0 then. Matrices that are no rotations are not noticed: only the last row and the last
+/// column are read, or the first column in the degenerate case.
 QZMATH_API void getEulerAnglesFromMatrix(CRotationMatrix const & matrix, double & a0, double & a1,
                                          double & a2);
