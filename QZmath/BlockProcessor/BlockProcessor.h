@@ -36,13 +36,16 @@ class CBlockWorker;
 ///
 /// | operation | thread | locks |
 /// |---|---|---|
-/// | `PreliminaryGlobalActions` .. `FinalPassActions`, `CreateBlockWorker`, `ApplyBlockChangesBlockNotExtr`,
-/// `OnNewPass` | of `Run` | none | | progress operations on the counter given | of `Run` | none | |
-/// operations of the structure, `OnBlockProcessStart`, `OnBlockProcessFinish` | workers | block mutex | |
-/// `ExtractBlock`, `BlockInit` | workers | own read mutex | | `BlockInitUnshared` | workers | own read mutex,
-/// or all if `NeedUnsharedWorkerInit` | | `NeedUnsharedWorkerInit` | workers | own read mutex | | `Init`,
-/// `ProcessFragment`, `CheckWorkerResult` | workers | none | | `BlockFinalize`, `ApplyBlockChanges` | workers
-/// | all read mutexes |
+/// | the global and pass actions, `CreateBlockWorker`, `OnNewPass` | of `Run` | none |
+/// | `ApplyBlockChangesBlockNotExtr` | of `Run` | none |
+/// | progress operations on the counter given | of `Run` | none |
+/// | operations of the structure | workers | block mutex |
+/// | `OnBlockProcessStart`, `OnBlockProcessFinish` | workers | block mutex |
+/// | `ExtractBlock`, `BlockInit`, `NeedUnsharedWorkerInit` | workers | own read mutex |
+/// | `BlockInitUnshared`, if `NeedUnsharedWorkerInit` | workers | all read mutexes |
+/// | `BlockInitUnshared`, otherwise | workers | own read mutex |
+/// | `Init`, `ProcessFragment`, `CheckWorkerResult` | workers | none |
+/// | `BlockFinalize`, `ApplyBlockChanges` | workers | all read mutexes |
 ///
 /// A serial run calls all of them on the thread of `Run`, holds no lock and writes no trace lines.
 ///
