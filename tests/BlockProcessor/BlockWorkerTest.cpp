@@ -259,6 +259,21 @@ TEST(ThreadTracing, AFailureReturnsTheBlockAndWakesTheSleeperByAbort)
     }
 }
 
+TEST(ThreadTracing, ARequestThatComesWithTheEndOfTheLastWorkerCounts)
+{
+    Client client(3);
+    TraceLog log;
+    client.SetDebugLog(&log);
+    client.SetNParralelThreads(2);
+    int released = 0;
+    log.onLine = [&](std::string const & line) {
+        if (line.find("worker released") != std::string::npos && ++released == 2)
+            client.SetAbortEvent();
+    };
+    EXPECT_EQ(-1, client.Run());
+    EXPECT_EQ("Raising EBlockAlgError( QZ_STATUS_UNEXPECTED_ERR )", log.of("Manager").back());
+}
+
 TEST(ThreadTracing, SkippedBlocksAndFailedInitsAreTold)
 {
     Lines const unlockRead = {"Unlocking single mutex READ0"};
