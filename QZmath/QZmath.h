@@ -47,7 +47,10 @@
 #include <QZmath/LinSys/VPLSstorage.h>
 #include <QZmath/LinSys/VPLSstorageRows.h>
 #include <QZmath/LinSys/VertexLinearCombination.h>
+#include <QZmath/Persistence/BinaryStream.h>
+#include <QZmath/Persistence/ComponentFilters.h>
 #include <QZmath/Persistence/ExternVector.h>
+#include <QZmath/Persistence/GraphObject.h>
 #include <QZmath/Persistence/Heap.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>

@@ -1,0 +1,409 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Persistence/ComponentFilters.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace VsF;
+using Bytes = std::vector<unsigned char>;
+
+struct Log : ISaveLoadLog
+{
+    std::vector<std::wstring> lines;
+
+private:
+    void OnWriteLogMess(IVescaWarning const & warning, LogLevel level) override
+    {
+        EXPECT_EQ(int(level), 2);
+        lines.push_back(warning.getMessage());
+    }
+};
+
+struct Logger : IDeltaStateLogger
+{
+    int finalized = 0;
+
+private:
+    DocumentNewObjectProcessStatus OnProcessNewObject(INewObjEvent &) override { return newObjectAccepted; }
+    void OnFinalizeLoading() override { ++finalized; }
+};
+
+/// Data of a known length; its saving can break off, its loading can take less.
+struct Blob : IComponentFilter
+{
+    Blob(IVescaBinaryStream & target, std::string name, int number, Bytes content)
+        : data(std::move(content)), stream(target), blockMark(std::move(name)), version(number)
+    {}
+
+    Bytes data;
+    bool breaksOff = false;
+    std::size_t leaves = 0;
+    bool loaded = false;
+
+private:
+    std::int64_t OnSave() override
+    {
+        if (breaksOff)
+            throw CFileWriteError();
+        stream.writeData(data.size(), data.data());
+        return std::int64_t(data.size());
+    }
+    std::int64_t OnLoad(IDeltaStateLogger &) override
+    {
+        Bytes read(data.size() - leaves);
+        stream.readData(read.size(), read.data());
+        loaded = read == data;
+        return std::int64_t(read.size());
+    }
+    std::wstring OnGetComponentName() const override { return L"blob"; }
+    std::string OnGetBlockMark() const override { return blockMark; }
+    int OnGetVersion() const override { return version; }
+    IVescaBinaryStream & OnGetStream() override { return stream; }
+
+    IVescaBinaryStream & stream;
+    std::string blockMark;
+    int version;
+};
+
+/// Components one after another, each behind its header.
+struct Group : IComponentFilter
+{
+    Group(IVescaBinaryStream & target, std::vector<IComponentFilter *> members) : stream(target)
+    {
+        for (IComponentFilter * member : members)
+            parts.emplace_back(new CInnerHeaderWrapper(member, nullptr, L""));
+    }
+
+private:
+    std::int64_t OnSave() override
+    {
+        std::int64_t sum = 0;
+        for (auto & part : parts)
+            sum += part->Save();
+        return sum;
+    }
+    std::int64_t OnLoad(IDeltaStateLogger & logger) override
+    {
+        std::int64_t sum = 0;
+        for (auto & part : parts)
+            sum += part->Load(logger);
+        return sum;
+    }
+    std::wstring OnGetComponentName() const override { return L"group"; }
+    std::string OnGetBlockMark() const override { return "Group"; }
+    int OnGetVersion() const override { return 1; }
+    IVescaBinaryStream & OnGetStream() override { return stream; }
+
+    IVescaBinaryStream & stream;
+    std::vector<std::unique_ptr<IComponentFilter>> parts;
+};
+
+class Components : public testing::Test
+{
+protected:
+    CFileWrapClose file{std::tmpfile()};
+    CFileBinaryStream stream{file.FilePtr()};
+    Log log;
+    Logger logger;
+
+    void rewind() { std::rewind(file.FilePtr()); }
+
+    Bytes contents()
+    {
+        std::fseek(file.FilePtr(), 0, SEEK_END);
+        Bytes bytes(std::size_t(stream.getPosition()));
+        rewind();
+        stream.readData(bytes.size(), bytes.data());
+        return bytes;
+    }
+
+    void setContents(Bytes const & bytes)
+    {
+        file = CFileWrapClose(std::tmpfile());
+        stream = CFileBinaryStream(file.FilePtr());
+        stream.writeData(bytes.size(), bytes.data());
+        rewind();
+    }
+
+    Blob * blob(std::string name, int version, Bytes data)
+    {
+        return new Blob(stream, std::move(name), version, std::move(data));
+    }
+
+    std::int64_t save(IComponentFilter * filter) { return CInnerHeaderWrapper(filter, &log, L"skip").Save(); }
+    std::int64_t load(IComponentFilter * filter)
+    {
+        return CInnerHeaderWrapper(filter, &log, L"skip").Load(logger);
+    }
+
+    /// Three components, the second with two inside, and what a full reader makes of any bytes.
+    void saveDocument()
+    {
+        save(blob("First", 3, {1, 2, 3, 4}));
+        save(new Group(stream, {blob("Inner", 1, Bytes(9, 7)), blob("Other", -2, {5})}));
+        save(blob("Last", 1, {}));
+    }
+    std::int64_t loadDocument()
+    {
+        return load(blob("First", 3, {1, 2, 3, 4})) +
+               load(new Group(stream, {blob("Inner", 1, Bytes(9, 7)), blob("Other", -2, {5})})) +
+               load(blob("Last", 1, {}));
+    }
+};
+
+TEST_F(Components, headerIsWrittenByteForByte)
+{
+    EXPECT_EQ(save(blob("A block mark of 29 characters", -0x01020304, {10, 11, 12})), 131);
+    EXPECT_EQ(stream.getPosition(), 131);
+    Bytes expected(128);
+    std::memcpy(expected.data(), "VsCmpWrp", 8);
+    expected[10] = 3;
+    unsigned char const version[4] = {0xFC, 0xFC, 0xFD, 0xFE};
+    std::memcpy(&expected[18], version, 4);
+    std::memcpy(&expected[22], "A block mark of 29 characters", 29);
+    expected.insert(expected.end(), {10, 11, 12});
+    EXPECT_EQ(contents(), expected);
+
+    rewind();
+    EXPECT_THROW(save(blob("This block mark has 30 letters", 1, {})), CVescaException);
+    EXPECT_THROW(save(blob(std::string("a\0b", 3), 1, {})), CVescaException);
+    EXPECT_EQ(contents(), expected);
+}
+
+TEST_F(Components, otherNamesAndVersionsAreSkippedWithAWarning)
+{
+    save(blob("Known", 3, Bytes(1000, 1)));
+    save(blob("Known", 2, Bytes(20, 2)));
+    rewind();
+    EXPECT_EQ(load(blob("Known", 2, {})), 1128);
+    EXPECT_EQ(load(blob("Know", 2, {})), 148);
+    EXPECT_EQ(log.lines, (std::vector<std::wstring>{L"skip", L"skip"}));
+    rewind();
+    EXPECT_EQ(CInnerHeaderWrapper(blob("", 3, {}), nullptr, L"no log").Load(logger), 1128);
+    CInnerHeaderWrapper skipper(stream, &log, L"");
+    EXPECT_FALSE(skipper.IsTryLoad());
+    EXPECT_EQ(skipper.Load(logger), 148);
+    EXPECT_EQ(stream.getPosition(), 1276);
+    EXPECT_EQ(log.lines.size(), 2u);
+    EXPECT_THROW(skipper.Load(logger), CVescaException);
+}
+
+TEST_F(Components, wrongUseAndWrongLengthsThrow)
+{
+    EXPECT_THROW(CInnerHeaderWrapper(nullptr, nullptr, L""), std::logic_error);
+    CInnerHeaderWrapper skipper(stream, nullptr, L"");
+    EXPECT_EQ(skipper.GetComponentName(), L"");
+    try {
+        skipper.Save();
+        ADD_FAILURE();
+    } catch (std::exception const & error) {
+        EXPECT_STREQ(error.what(), "Internal logic error CInnerHeaderWrapper");
+    }
+    EXPECT_EQ(contents().size(), 0u);
+
+    Blob * const broken = blob("Blob", 1, Bytes(12, 3));
+    CInnerHeaderWrapper wrapper(broken, &log, L"skip");
+    broken->breaksOff = true;
+    EXPECT_THROW(wrapper.Save(), CFileWriteError);
+    EXPECT_EQ(contents().size(), 128u);
+    rewind();
+    EXPECT_THROW(wrapper.Load(logger), CUnknownFormatError); // its size is still -1
+    rewind();
+    broken->breaksOff = false;
+    wrapper.Save();
+    rewind();
+    broken->leaves = 2;
+    EXPECT_THROW(wrapper.Load(logger), CUnknownFormatError);
+    EXPECT_EQ(stream.getPosition(), 138);
+}
+
+TEST_F(Components, documentsNest)
+{
+    saveDocument();
+    rewind();
+    EXPECT_EQ(loadDocument(), 5 * 128 + 14);
+    EXPECT_TRUE(log.lines.empty());
+    rewind();
+    CInnerHeaderWrapper skipper(stream, &log, L"unknown");
+    EXPECT_EQ(skipper.Load(logger) + skipper.Load(logger) + skipper.Load(logger), 5 * 128 + 14);
+}
+
+TEST_F(Components, everyTruncationIsNoticed)
+{
+    saveDocument();
+    Bytes const whole = contents();
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        setContents(Bytes(whole.begin(), whole.begin() + std::ptrdiff_t(length)));
+        EXPECT_THROW(loadDocument(), CVescaException) << length << " bytes loaded";
+        rewind();
+        CInnerHeaderWrapper skipper(stream, nullptr, L"");
+        EXPECT_THROW(for (int k = 0; k < 3; ++k) skipper.Load(logger), CVescaException)
+            << length << " bytes skipped";
+    }
+}
+
+TEST_F(Components, everyChangedByteGivesAnErrorOrACompleteLoad)
+{
+    saveDocument();
+    Bytes const whole = contents();
+    int loads = 0;
+    for (std::size_t place = 0; place < whole.size(); ++place) {
+        for (int flip : {0x01, 0x80, 0xFF}) {
+            Bytes changed = whole;
+            changed[place] = static_cast<unsigned char>(changed[place] ^ flip);
+            setContents(changed);
+            try {
+                std::int64_t const size = loadDocument();
+                EXPECT_EQ(size, stream.getPosition()) << "byte " << place;
+                ++loads;
+            } catch (CVescaException const &) {
+                EXPECT_LE(stream.getPosition(), std::int64_t(whole.size()));
+            }
+        }
+    }
+    EXPECT_GT(loads, 5 * 3 * 76);                  // reserved bytes mean nothing
+    EXPECT_LT(loads, 3 * int(whole.size()) - 200); // marks and sizes do
+}
+
+TEST_F(Components, hostileHeadersAreSurvived)
+{
+    save(blob("Blob", 1, Bytes(10, 1)));
+    Bytes const whole = contents();
+    auto const withSize = [&](std::uint64_t size) {
+        Bytes changed = whole;
+        for (std::size_t k = 0; k < 8; ++k)
+            changed[10 + k] = static_cast<unsigned char>(size >> (8 * k));
+        return changed;
+    };
+    for (std::uint64_t size : {std::uint64_t(11), std::uint64_t(1) << 31, (std::uint64_t(1) << 32) + 10,
+                               std::uint64_t(1) << 62, (std::uint64_t(1) << 63) - 129,
+                               (std::uint64_t(1) << 63) - 1, std::uint64_t(1) << 63, ~std::uint64_t(0)}) {
+        setContents(withSize(size));
+        EXPECT_THROW(load(blob("Blob", 1, Bytes(10, 1))), CVescaException) << size;
+        rewind();
+        EXPECT_THROW(load(blob("Other", 1, {})), CVescaException) << size;
+    }
+    Bytes endless = whole;
+    std::fill_n(endless.begin() + 22, 30, static_cast<unsigned char>('x'));
+    std::fill_n(endless.begin() + 52, 5, static_cast<unsigned char>('x'));
+    for (std::size_t length : {29, 30, 31, 35}) {
+        setContents(endless);
+        EXPECT_EQ(load(blob(std::string(length, 'x'), 1, {})), 138);
+    }
+    EXPECT_EQ(log.lines.size(), 4u);
+}
+
+TEST_F(Components, sizesBeyondTwoGibibytesArePatchedAndSkipped)
+{
+    struct Sparse : Blob
+    {
+        Sparse(CFileBinaryStream & target, std::FILE * where) : Blob(target, "Sparse", 1, {}), file(where) {}
+        std::int64_t OnSave() override
+        {
+            fseeko(file, (off_t(5) << 30) - 1, SEEK_CUR);
+            std::fputc(1, file);
+            return std::int64_t(5) << 30;
+        }
+        std::FILE * file;
+    };
+    std::int64_t const expected = (std::int64_t(5) << 30) + 128;
+    EXPECT_EQ(save(new Sparse(stream, file.FilePtr())), expected);
+    EXPECT_EQ(save(blob("Next", 1, {4})), 129);
+    rewind();
+    EXPECT_EQ(load(blob("Next", 1, {})), expected);
+    EXPECT_EQ(load(blob("Next", 1, {4})), 129);
+}
+
+TEST_F(Components, streamReportsTheEnd)
+{
+    setContents({1, 2, 3});
+    unsigned char bytes[4];
+    stream.readData(3, bytes);
+    stream.readData(0, nullptr);
+    stream.skipReadData(0);
+    EXPECT_THROW(stream.readData(1, bytes), CVescaException);
+    stream.skipReadData(-3);
+    EXPECT_THROW(stream.skipReadData(4), CVescaException);
+    EXPECT_EQ(stream.getPosition(), 0);
+    EXPECT_THROW(stream.skipReadData(-1), CVescaException);
+    stream.skipReadData(3);
+    EXPECT_EQ(stream.getPosition(), 3);
+
+    CFileWrapClose full(std::fopen("/dev/full", "wb"));
+    std::setvbuf(full.FilePtr(), nullptr, _IONBF, 0);
+    EXPECT_THROW(CFileBinaryStream(full.FilePtr()).writeData(1, bytes), CVescaException);
+}
+
+TEST_F(Components, restIsSkippedByteByByteOrAtOnce)
+{
+    struct Slow : CFileBinaryStream
+    {
+        using CFileBinaryStream::CFileBinaryStream;
+    };
+    setContents(Bytes(70000, 1));
+    Slow slow(file.FilePtr());
+    for (IVescaBinaryStream * source :
+         {static_cast<IVescaBinaryStream *>(&stream), static_cast<IVescaBinaryStream *>(&slow)}) {
+        rewind();
+        source->skipReadData(1);
+        CSkipTillTheEnd rest(*source, &log, L"rest", L"skipped");
+        EXPECT_EQ(rest.Load(logger), 69999);
+        EXPECT_EQ(rest.Load(logger), 0);
+        EXPECT_EQ(source->getPosition(), 70000);
+    }
+    EXPECT_EQ(log.lines.size(), 4u);
+    CFileWrapClose zeros(std::fopen("/dev/zero", "rb"));
+    CFileBinaryStream endless(zeros.FilePtr());
+    CSkipTillTheEnd rest(endless, &log, L"", L"skipped");
+    EXPECT_THROW(rest.Load(logger), CFileReadError);
+    EXPECT_EQ(log.lines.size(), 4u);
+}
+
+TEST(FileWrapClose, copiesCloseOnceInEitherOrder)
+{
+    for (bool firstOneFirst : {false, true}) {
+        auto first = std::make_unique<CFileWrapClose>(std::tmpfile());
+        auto second = std::make_unique<CFileWrapClose>(*first);
+        std::FILE * const file = first->FilePtr();
+        (firstOneFirst ? first : second).reset();
+        CFileWrapClose & left = *(firstOneFirst ? second : first);
+        EXPECT_EQ(left.FilePtr(), file);
+        CFileWrapClose moved(std::move(left));
+        EXPECT_EQ(left.FilePtr(), nullptr);
+        CFileWrapClose const copy = moved;
+        moved.release();
+        moved.release();
+        EXPECT_EQ(copy.FilePtr(), nullptr);
+    }
+    CFileWrapClose(nullptr).release();
+}
+
+TEST(ComponentLogs, loadingIsFinalizedOnce)
+{
+    Logger logger;
+    logger.FinalizeLoading();
+    logger.FinalizeLoading();
+    EXPECT_EQ(logger.finalized, 1);
+}
+
+TEST(GraphObjectSelector, totalOneTakesTheActive)
+{
+    std::unique_ptr<IGraphObjectSelector> const total(IGraphObjectSelector::CreateTotal());
+    std::unique_ptr<IGraphObjectSelector> const copy(total->Copy());
+    CGraphObject object;
+    EXPECT_TRUE((*copy)(&object));
+    object.setActive(false);
+    EXPECT_FALSE((*copy)(&object));
+    EXPECT_FALSE((*total)(nullptr));
+}
+
+} // namespace
