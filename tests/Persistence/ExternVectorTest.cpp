@@ -287,7 +287,7 @@ TEST(ExternVector, lengthsThatNoFileCanHaveAreRefused)
     EXPECT_TRUE(runsOutOfMemory([&] { vector->reserve(~std::size_t(0)); }));
     vector->reserve(0);
     EXPECT_EQ(vector->capacity(), 0u);
-    EXPECT_TRUE(runsOutOfMemory([] { makeVector(std::uint64_t(1) << 62)->reserve(1); }));
+    EXPECT_TRUE(runsOutOfMemory([] { makeVector(std::uint64_t(1) << 63)->reserve(1); }));
     vector->resize(2);
     EXPECT_EQ(readElement(*vector, 1, 16), Bytes(16));
 }
