@@ -66,7 +66,7 @@ private:
     unsigned long m_ID = 0;
     bool m_bActive = true;
     bool m_bSelected = false;
-    bool m_bReserved = false; ///< belongs to nobody; copied with the rest
+    [[maybe_unused]] bool m_bReserved = false; ///< belongs to nobody; copied with the rest
     bool m_bVisible = true;
     SOptionalColor m_ownColor;
     SOptionalColor m_tempColor;

@@ -295,7 +295,7 @@ TEST_F(Components, hostileHeadersAreSurvived)
     Bytes endless = whole;
     std::fill_n(endless.begin() + 22, 30, static_cast<unsigned char>('x'));
     std::fill_n(endless.begin() + 52, 5, static_cast<unsigned char>('x'));
-    for (std::size_t length : {29, 30, 31, 35}) {
+    for (std::size_t length : {29u, 30u, 31u, 35u}) {
         setContents(endless);
         EXPECT_EQ(load(blob(std::string(length, 'x'), 1, {})), 138);
     }

@@ -264,7 +264,7 @@ class ExternVectorModel : public testing::TestWithParam<bool>
 
 TEST_P(ExternVectorModel, randomOperationsAgree)
 {
-    for (std::size_t elementSize : {1, 3, 8, 100, 4096, 5000}) {
+    for (std::size_t elementSize : {1u, 3u, 8u, 100u, 4096u, 5000u}) {
         Model model(elementSize, unsigned(elementSize));
         for (int step = 0; step < 4000; ++step) {
             ASSERT_NO_FATAL_FAILURE(model.step(GetParam())) << elementSize << " bytes, step " << step;
