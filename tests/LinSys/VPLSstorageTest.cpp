@@ -31,6 +31,12 @@ void * operator new(std::size_t size)
     }
     throw std::bad_alloc();
 }
+void * operator new(std::size_t size, std::nothrow_t const &) noexcept
+{
+    ++allocations;
+    return std::malloc(size);
+}
+void operator delete(void * memory, std::nothrow_t const &) noexcept { std::free(memory); }
 void operator delete(void * memory) noexcept { std::free(memory); }
 void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
