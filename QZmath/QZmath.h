@@ -10,6 +10,7 @@
 #include <QZmath/BlockProcessor/ThreadTracing.h>
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 #include <QZmath/Export.h>
+#include <QZmath/Fitting/PlaneFitting.h>
 #include <QZmath/Foundation/BrentZero.h>
 #include <QZmath/Foundation/CircumscribeCircle.h>
 #include <QZmath/Foundation/Coord3DRefs.h>

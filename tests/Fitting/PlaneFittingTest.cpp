@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Fitting/PlaneFitting.h>
+
+#include <apps/sampling/Random.h>
+#include <support/Frames.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+using REmath::Point3D;
+using REmath::Point3D_d;
+
+namespace
+{
+
+template <class Point>
+class PlaneFitting : public testing::Test
+{};
+using PointTypes = testing::Types<Point3D, Point3D_d>;
+TYPED_TEST_SUITE(PlaneFitting, PointTypes, );
+
+/// Sum of squared distances from the plane n·p = n·c, in extended precision.
+template <class Point>
+long double energy(std::vector<Point> const & points, Point3D_d const & n, long double const * c)
+{
+    long double sum = 0;
+    for (Point const & p : points) {
+        long double const height = n.x() * (p.x() - c[0]) + n.y() * (p.y() - c[1]) + n.z() * (p.z() - c[2]);
+        sum += height * height;
+    }
+    return sum;
+}
+
+} // namespace
+
+// The block size of the summation is met, passed by one, and passed many times. Flat, thick and needle-like
+// clouds lie far from the origin, some with their points sorted along the longest direction, so that blocks
+// lie far apart. No other direction through the exact centroid may have a smaller energy.
+TYPED_TEST(PlaneFitting, NoOtherPlaneIsBetter)
+{
+    qz_sampling::Random random(11);
+    for (int trial = 0; trial < 24; ++trial) {
+        std::size_t const count = std::vector<std::size_t>{3, 4, 10, 511, 512, 513, 1024, 5003}[trial % 8u];
+        qz_test::Frame const frame = qz_test::randomFrame(random, 50);
+        double const width = std::pow(10, random.uniform(-2, 1)), thickness = width * random.uniform(0, 0.5);
+        std::vector<TypeParam> points;
+        for (std::size_t i = 0; i < count; ++i) {
+            double const along = trial < 12 ? random.uniform(-10, 10)
+                                            : 20 * static_cast<double>(i) / static_cast<double>(count);
+            Point3D_d const world =
+                frame.toWorld({along, width * random.normal(), thickness * random.normal()});
+            points.push_back(TypeParam(world.asArray()));
+        }
+        double plane[4], centroid[3];
+        ASSERT_TRUE(FitPlaneToPointSet(points, plane, centroid));
+
+        long double exact[3] = {};
+        for (TypeParam const & p : points) {
+            for (int axis = 0; axis < 3; ++axis)
+                exact[axis] += static_cast<long double>(p.asArray()[axis]) / static_cast<long double>(count);
+        }
+        for (int axis = 0; axis < 3; ++axis)
+            EXPECT_NEAR(centroid[axis], static_cast<double>(exact[axis]), 1e-13) << count;
+        Point3D_d const normal(plane);
+        EXPECT_NEAR(normal.length(), 1, 1e-14);
+        EXPECT_NEAR(plane[3], plane[0] * centroid[0] + plane[1] * centroid[1] + plane[2] * centroid[2],
+                    1e-13);
+        long double const least = energy(points, normal, exact);
+        for (int other = 0; other < 60; ++other) {
+            double const tilt = std::pow(10, -other / 10.);
+            Point3D_d const direction(random.normal(), random.normal(), random.normal());
+            EXPECT_LE(least, energy(points, (normal + direction * tilt).unitLength(), exact) * (1 + 1e-12L) +
+                                 1e-24L * static_cast<long double>(count));
+        }
+    }
+}
+
+// Heights of 1e-3 on a patch of 1 that is 1e6 away from the origin: a sum of squares without a shift would
+// lose them, 1e-6 beside 1e12 in each of 16 digits.
+TYPED_TEST(PlaneFitting, KeepsSmallHeightsFarFromTheOrigin)
+{
+    qz_sampling::Random random(5);
+    std::vector<TypeParam> points;
+    for (int i = 0; i < 2000; ++i) {
+        // Multiples of 1/16 are exact in `float` here; the plane is x + z = const with heights in y.
+        double const u = std::floor(random.uniform(0, 16)) / 16, v = std::floor(random.uniform(0, 16)) / 16;
+        points.push_back(TypeParam(1e6 + u, 1e-3 * random.uniform(-1, 1), 1e6 - u));
+        points.push_back(TypeParam(1e6 + v, 1e-3 * random.uniform(-1, 1), 1e6 + v));
+    }
+    double plane[4], centroid[3];
+    ASSERT_TRUE(FitPlaneToPointSet(points, plane, centroid));
+    EXPECT_NEAR(std::abs(plane[1]), 1, 1e-7);
+}
+
+TYPED_TEST(PlaneFitting, DegenerateInput)
+{
+    double plane[4] = {7, 7, 7, 7}, centroid[3] = {7, 7, 7};
+    std::vector<TypeParam> points = {TypeParam(0, 0, 0), TypeParam(1, 2, 3)};
+    EXPECT_FALSE(FitPlaneToPointSet(points, plane, centroid));
+    EXPECT_FALSE(FitPlaneToPointSet(std::vector<TypeParam>{}, plane, centroid));
+    for (float bad : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
+        for (int axis = 0; axis < 3; ++axis) {
+            float coords[3] = {1, 1, 1};
+            coords[axis] = bad;
+            points.push_back(TypeParam(coords));
+            points.push_back(TypeParam(5, -1, 2));
+            EXPECT_FALSE(FitPlaneToPointSet(points, plane, centroid));
+            points.resize(2);
+        }
+    }
+    // All eigenvalues beyond 1e30.
+    points = {TypeParam(3e18, 0, 0), TypeParam(0, 3e18, 0), TypeParam(0, 0, 3e18),
+              TypeParam(-3e18, -3e18, -3e18)};
+    EXPECT_FALSE(FitPlaneToPointSet(points, plane, centroid));
+    for (double value : {plane[0], plane[1], plane[2], plane[3], centroid[0], centroid[1], centroid[2]})
+        EXPECT_EQ(value, 7);
+
+    points = {TypeParam(0, 0, 0), TypeParam(1, 2, 3), TypeParam(3, 6, 9)};
+    ASSERT_TRUE(FitPlaneToPointSet(points, plane, centroid));
+    EXPECT_NEAR(plane[0] + 2 * plane[1] + 3 * plane[2], 0, 1e-14);
+    points.assign(3, TypeParam(1, 2, 3));
+    EXPECT_TRUE(FitPlaneToPointSet(points, plane, centroid));
+}
+
+TEST(PlaneFitError, IsGreatestAndMeanDistance)
+{
+    std::vector<Point3D> const points = {{1, 1, 5}, {0, 3, 1}, {2, 0, 3}};
+    double greatest = 0, mean = 0;
+    CalcPlaneFitError(points, {9, -4, 2}, {0, 0, -1}, greatest, mean);
+    EXPECT_EQ(greatest, 3);
+    EXPECT_DOUBLE_EQ(mean, 5. / 3);
+}
