@@ -10,7 +10,11 @@
 #include <QZmath/BlockProcessor/ThreadTracing.h>
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 #include <QZmath/Export.h>
+#include <QZmath/Fitting/CircleFitting.h>
+#include <QZmath/Fitting/LevenbergMarquardt.h>
+#include <QZmath/Fitting/LineFitting.h>
 #include <QZmath/Fitting/PlaneFitting.h>
+#include <QZmath/Fitting/RobustRegression.h>
 #include <QZmath/Foundation/BrentZero.h>
 #include <QZmath/Foundation/CircumscribeCircle.h>
 #include <QZmath/Foundation/Coord3DRefs.h>

@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Fitting/LineFitting.h>
+
+#include <QZmath/Fitting/RobustRegression.h>
+#include <QZmath/Foundation/SymmetricEigen.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+
+using REmath::Point3D;
+using REmath::Point3D_d;
+using REmath::Detail::dot;
+
+namespace
+{
+
+constexpr int fitFailed = 9;
+
+bool isFinite(Point3D_d const & p)
+{
+    return std::isfinite(p.x()) && std::isfinite(p.y()) && std::isfinite(p.z());
+}
+
+template <class Point>
+Point3D_d wide(Point const & point)
+{
+    return {point.asArray()};
+}
+
+/// Direction of the largest eigenvalue of the symmetric matrix, of which the lower triangle is given; the
+/// first one of equal eigenvalues. False when there is no positive eigenvalue.
+bool principalAxis(double (&scatter)[3][3], Point3D_d & axis)
+{
+    double * rows[3] = {scatter[0], scatter[1], scatter[2]};
+    double values[3], subdiagonal[3];
+    tred2_d(rows, 3, values, subdiagonal);
+    if (tqli_d(values, subdiagonal, 3, rows) == 0)
+        return false;
+    double const first = std::max(values[0], 0.0);
+    int const largest = values[2] > std::max(values[1], first) ? 2 : first < values[1] ? 1 : 0;
+    if (!(values[largest] > 0))
+        return false;
+    axis = {rows[0][largest], rows[1][largest], rows[2][largest]};
+    axis.normalize();
+    return isFinite(axis);
+}
+
+bool lineThroughTwo(Point3D_d const & first, Point3D_d const & second, Point3D_d & origin,
+                    Point3D_d & direction)
+{
+    Point3D_d const difference = second - first;
+    if (!(dot(difference, difference) > 0))
+        return false;
+    origin = (first + second) / 2;
+    direction = difference.unitLength();
+    // An overflow of the length leaves a zero vector.
+    return isFinite(origin) && isFinite(direction) && dot(direction, direction) > 0;
+}
+
+/// Fits the line to points of which number i has the weight `weightOf(i)`. `origin` is input when the line is
+/// to go through it.
+template <class Point, class WeightOf>
+bool fitLine(std::vector<Point> const & points, WeightOf weightOf, bool throughOrigin, Point3D_d & origin,
+             Point3D_d & direction)
+{
+    std::size_t const count = points.size();
+    if (count < 2)
+        return false;
+    if (count == 2 && !throughOrigin)
+        return lineThroughTwo(wide(points[0]), wide(points[1]), origin, direction);
+    if (!throughOrigin) {
+        // The mean is taken about one of the points that count: coincident points leave a scatter of exactly
+        // 0 then, and points far from zero lose no digits.
+        std::size_t reference = 0;
+        while (reference + 1 < count && weightOf(reference) == 0)
+            ++reference;
+        Point3D_d const base = wide(points[reference]);
+        double sum[3] = {}, weightSum = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            double const weight = weightOf(i);
+            Point3D_d const offset = wide(points[i]) - base;
+            sum[0] += weight * offset.x();
+            sum[1] += weight * offset.y();
+            sum[2] += weight * offset.z();
+            weightSum += weight;
+        }
+        if (!(weightSum > 0))
+            return false;
+        origin = base + Point3D_d(sum) / weightSum;
+    }
+    double xx = 0, xy = 0, xz = 0, yy = 0, yz = 0, zz = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        double const weight = weightOf(i);
+        Point3D_d const offset = wide(points[i]) - origin;
+        double const x = weight * offset.x();
+        double const y = weight * offset.y();
+        xx += x * offset.x();
+        xy += x * offset.y();
+        xz += x * offset.z();
+        yy += y * offset.y();
+        yz += y * offset.z();
+        zz += weight * offset.z() * offset.z();
+    }
+    double scatter[3][3] = {{xx, xy, xz}, {xy, yy, yz}, {xz, yz, zz}};
+    return principalAxis(scatter, direction) && isFinite(origin);
+}
+
+/// Line for the robust solver, free or through a fixed point.
+template <class Point>
+class RobustLinearFit : public IRegressionAnalysisTask
+{
+public:
+    explicit RobustLinearFit(std::vector<Point> const & points) : m_points(&points) {}
+    RobustLinearFit(std::vector<Point> const & points, Point3D_d const & fixedPoint)
+        : m_points(&points), m_origin(fixedPoint), m_throughFixedPoint(1)
+    {}
+
+    int parameterCount() override { return 6; }
+    unsigned int sampleCount() override { return static_cast<unsigned int>(m_points->size()); }
+
+    int fitInitial(std::vector<double> & residuals) override
+    {
+        return fitWeighted(std::vector<double>(residuals.size(), 1.0), residuals);
+    }
+
+    int fitWeighted(std::vector<double> const & weights, std::vector<double> & residuals) override
+    {
+        // No weight at all is the sign of a perfect fit before.
+        if (!weights.empty() && *std::max_element(weights.begin(), weights.end()) == 0)
+            return 0;
+        if (!fitLine(
+                *m_points, [&weights](std::size_t i) { return weights[i]; }, m_throughFixedPoint != 0,
+                m_origin, m_direction))
+            return fitFailed;
+        for (std::size_t i = 0; i < residuals.size(); ++i) {
+            Point3D_d const offset = wide((*m_points)[i]) - m_origin;
+            double const along = dot(offset, m_direction);
+            residuals[i] = std::sqrt(std::max(0.0, dot(offset, offset) - along * along));
+        }
+        return 0;
+    }
+
+    void storeParameters(std::vector<double> & parameters) override
+    {
+        parameters.resize(6);
+        m_origin.toArray(parameters.data());
+        m_direction.toArray(parameters.data() + 3);
+    }
+
+    bool isConverged(std::vector<double> const & parameters) override
+    {
+        double const cosine = dot(Point3D_d(parameters.data() + 3), m_direction);
+        return cosine * cosine > 1 - 2 * m_directionTolerance;
+    }
+
+    Point3D_d const & origin() const { return m_origin; }
+    Point3D_d const & direction() const { return m_direction; }
+
+private:
+    std::vector<Point> const * m_points;
+    Point3D_d m_origin;
+    Point3D_d m_direction;
+    double m_directionTolerance = 0.001; // of 1 - |cosine|
+    int m_throughFixedPoint = 0;         // 1: m_origin is given and stays
+};
+
+template <class Point>
+bool solve(std::vector<Point> const & points, RobustLinearFit<Point> && task, Point3D_d & origin,
+           Point3D_d & direction)
+{
+    if (points.size() > std::numeric_limits<int>::max())
+        return false; // the solver counts in int
+    if (CRobustRegressionSolver(task).solveRegression() != 0)
+        return false;
+    origin = task.origin();
+    direction = task.direction();
+    return true;
+}
+
+template <class Point>
+bool fitPlain(std::vector<Point> const & points, Point3D_d & origin, Point3D_d & direction)
+{
+    return fitLine(
+        points, [](std::size_t) { return 1.0; }, false, origin, direction);
+}
+
+} // namespace
+
+bool FitLineToPointSet(std::vector<Point3D_d> const & points, Point3D_d & origin, Point3D_d & direction)
+{
+    return fitPlain(points, origin, direction);
+}
+
+bool FitLineToPointSet(std::vector<Point3D> const & points, Point3D_d & origin, Point3D_d & direction)
+{
+    return fitPlain(points, origin, direction);
+}
+
+bool FitLineToPointSetRobust(std::vector<Point3D_d> const & points, Point3D_d & origin, Point3D_d & direction)
+{
+    return solve(points, RobustLinearFit<Point3D_d>(points), origin, direction);
+}
+
+bool FitLineToPointSetRobust(std::vector<Point3D> const & points, Point3D_d & origin, Point3D_d & direction)
+{
+    return solve(points, RobustLinearFit<Point3D>(points), origin, direction);
+}
+
+bool FitLineToPointSetThroughPointRobust(std::vector<Point3D_d> const & points, Point3D_d const & fixedPoint,
+                                         Point3D_d & direction)
+{
+    Point3D_d origin;
+    return solve(points, RobustLinearFit<Point3D_d>(points, fixedPoint), origin, direction);
+}
