@@ -15,12 +15,17 @@
 /// in any thread, and cost O(n) for each round. The same points in the same order give the same bits.
 ///
 /// The plane is fitted to all points alike: outliers within it do no harm to the robust fits, those beside it
-/// tilt it. Robust fits are refined until a gradient in units of length falls below 1e-4, for at most 15
-/// steps, and keep the algebraic circle if that does not succeed; so give the points in units in which 1e-4
-/// is small against the noise that matters, as millimetres are for scans.
+/// tilt it. Points that are collinear within the rounding of their coordinates determine no circle.
+///
+/// Robust fits are refined in at most 15 steps, until the mean gradient, in units of length, falls below
+/// 1e-4. Give the points in units in which that is small against their noise, as millimetres are for scans. A
+/// refinement that does not get there leaves the algebraic circle, free of all constraints, and the function
+/// still succeeds: check the constraint where it matters. The tangent circle is the likeliest to end so, when
+/// the points have much noise or contradict the tangent.
 
-/// The circle through three points. False when twice the area of their triangle is below 1e-12, that is for
-/// coincident and collinear points. `normal` is that of the turn p0, p1, p2. Allocates nothing.
+/// The circle through three points. False when twice the area of their triangle is below 1e-6, as it is for
+/// coincident and collinear points, and for points in units too large. `normal` is that of the turn p0, p1,
+/// p2. Allocates nothing.
 QZMATH_API bool makeCircleByThreePoints(REmath::Point3D_d const * points, REmath::Point3D_d & center,
                                         REmath::Point3D_d & normal, double & radius);
 
@@ -41,7 +46,9 @@ QZMATH_API bool FitCircleToPointSetRobust(std::vector<REmath::Point3D_d> const &
 /// circle through three fixed points, whatever `points` are. False for none and for more than three.
 ///
 /// With two fixed points outliers are weighted down in the algebraic circle only; what is left is one
-/// unknown, the position of the centre on the bisector, for which the mean distance is made 0.
+/// unknown, the position of the centre on the bisector, for which the mean distance is made 0, of all points
+/// alike. It is badly determined when the fixed points are nearly opposite and the points go all around.
+/// False when the two coincide.
 QZMATH_API bool FitCircleToPointSetWithFixedPointsRobust(std::vector<REmath::Point3D_d> const & points,
                                                          std::vector<REmath::Point3D_d> const & fixedPoints,
                                                          REmath::Point3D_d & center,
