@@ -4,6 +4,7 @@
 #include <QZmath/Backend/Blas.h>
 
 #include <lapacke.h>
+#include <optional>
 #include <vector>
 
 namespace QzBackend
@@ -51,24 +52,24 @@ bool invertLu(int size, double * factors, int const * pivots)
 }
 
 bool generalizedLeftEigen(int size, double * a, double * b, double * alphaReal, double * alphaImaginary,
-                          double * beta, double * vectors)
+                          double * beta, double * vectors, double * work, int * integerWork)
 {
-    auto const count = static_cast<std::size_t>(size);
-    int const workSize = size * (3 * size + 13) + 17;
-    std::vector<double> work(static_cast<std::size_t>(workSize) + 2 * count);
-    double * const leftScale = work.data() + workSize;
-    double * const rightScale = leftScale + count;
-    std::vector<int> integerWork(count + 6);
+    int const workSize = generalizedEigenWork(size) - 2 * size;
+    double * const leftScale = work + workSize;
+    double * const rightScale = leftScale + size;
     double normA = 0, normB = 0;
     int first = 0, last = 0;
-    CBlasSingleThread const serial;
+    // No kernel divides so little among threads, and the scope would make concurrent callers meet.
+    std::optional<CBlasSingleThread> serial;
+    if (size > 16)
+        serial.emplace();
     // Neither right vectors nor condition numbers are asked for, so their arrays are not touched.
     double unusedVector = 0, unusedCondition = 0;
     lapack_logical unusedFlag = 0;
     return LAPACKE_dggevx_work(LAPACK_COL_MAJOR, 'B', 'V', 'N', 'N', size, a, size, b, size, alphaReal,
                                alphaImaginary, beta, vectors, size, &unusedVector, 1, &first, &last,
                                leftScale, rightScale, &normA, &normB, &unusedCondition, &unusedCondition,
-                               work.data(), workSize, integerWork.data(), &unusedFlag) == 0;
+                               work, workSize, integerWork, &unusedFlag) == 0;
 }
 
 } // namespace QzBackend

@@ -28,8 +28,10 @@ bool invertLu(int size, double * factors, int const * pivots);
 /// Generalised eigenvalues alpha / beta and left eigenvectors u^H A = (alpha / beta) u^H B of a balanced
 /// pencil of column-major matrices, which are overwritten. The `size` vectors come to `vectors` one after the
 /// other, a conjugate pair as real and imaginary part; beta is not negative. False when the iteration fails.
-/// The elements must be finite, `size` from 1 to 26000. On the calling thread alone.
+/// The elements must be finite, `size` from 1 to 26000. `work` and `integerWork` have room for
+/// `generalizedEigenWork(size)` and `size + 6` numbers. On the calling thread alone, allocates nothing.
 bool generalizedLeftEigen(int size, double * a, double * b, double * alphaReal, double * alphaImaginary,
-                          double * beta, double * vectors);
+                          double * beta, double * vectors, double * work, int * integerWork);
+constexpr int generalizedEigenWork(int size) { return size * (3 * size + 15) + 17; }
 
 } // namespace QzBackend

@@ -18,6 +18,7 @@
 ///
 /// False, with a `count` of 0, when `n` is below 1 or above 26000, when an element is infinite or NaN, and
 /// when the iteration does not converge. O(n³) operations; the result does not depend on the number of
-/// threads. Throws `std::bad_alloc` when there is no memory for about 6 n² numbers.
+/// threads. Up to n = 16 nothing is allocated; beyond, `std::bad_alloc` is thrown when there is no memory for
+/// about 6 n² numbers.
 QZMATH_API bool gen_right_eigen(int n, double const * const * a, double const * const * b, int & count,
                                 double ** vectors, double * values);
