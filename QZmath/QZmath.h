@@ -57,6 +57,7 @@
 #include <QZmath/Persistence/ExternVector.h>
 #include <QZmath/Persistence/GraphObject.h>
 #include <QZmath/Persistence/Heap.h>
+#include <QZmath/SurfaceAnalysis/NormalEstimation.h>
 #include <QZmath/SurfaceAnalysis/QuadraticForm.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/SurfaceAnalysis/NormalEstimation.h>
+
+#include <SurfaceAnalysis/Patches.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+
+namespace
+{
+
+/// Allocations of this thread.
+thread_local int allocations = 0;
+
+} // namespace
+
+void * operator new(std::size_t size)
+{
+    ++allocations;
+    if (void * const memory = std::malloc(size))
+        return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void * memory) noexcept { std::free(memory); }
+void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
+
+TEST(Allocation, NeighbourhoodsNeedNone)
+{
+    qz_sampling::Random random(5);
+    qz_test::Neighbourhood const patch =
+        qz_test::makeNeighbourhood(qz_test::curvedPatches()[2], random, 20, 0.4, 0.002, 1);
+    double normal[3], curvature = 0;
+    float dist[20], anisotropy = 0;
+    double memory[3][3];
+    double * rows[3] = {memory[0], memory[1], memory[2]};
+    REmath::Matrix<double> tensor(3, 3);
+    CQuadraticForm form;
+    int const before = allocations;
+    EXPECT_EQ(GetNormal(20, patch.points.data(), rows, normal), 1);
+    EXPECT_EQ(GetAnisotropy(20, patch.points.data(), rows, anisotropy), 1);
+    EXPECT_TRUE(GetNormal2(20, patch.points.data(), nullptr, &form, normal, dist, nullptr));
+    EXPECT_TRUE(EstimateCurvature(patch.points, true, normal, tensor));
+    EXPECT_TRUE(EstimateUmbilicCurvature(20, patch.points.data(), normal, curvature));
+    EXPECT_EQ(allocations, before);
+}
