@@ -13,7 +13,11 @@
 #include <QZmath/Fitting/CircleFitting.h>
 #include <QZmath/Fitting/LevenbergMarquardt.h>
 #include <QZmath/Fitting/LineFitting.h>
+#include <QZmath/Fitting/PlaneApproximator.h>
+#include <QZmath/Fitting/PlaneEquation.h>
 #include <QZmath/Fitting/PlaneFitting.h>
+#include <QZmath/Fitting/PlaneLimits.h>
+#include <QZmath/Fitting/PlaneSelection.h>
 #include <QZmath/Fitting/RobustRegression.h>
 #include <QZmath/Foundation/BrentZero.h>
 #include <QZmath/Foundation/CircumscribeCircle.h>
