@@ -4,6 +4,7 @@
 // else.
 
 #include <QZmath/Fitting/PlaneFitting.h>
+#include <QZmath/Fitting/PlaneSelection.h>
 
 #include <benchmark/benchmark.h>
 #include <cstddef>
@@ -58,9 +59,27 @@ void planeFit(benchmark::State & state)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
+/// The whole recognition, with errors, smallest rectangle and limits.
+void planeRecognition(benchmark::State & state)
+{
+    std::vector<Point3D> const points = noisyPlane<Point3D>(100000);
+    Point3D_d const fixedPoint(500, 0, -300);
+    Point3D_d const fixedDir(0, -0.8, 0.6);
+    for (auto _ : state) {
+        Point3D_d center, normal, basisU, basisV;
+        double maxError = 0, meanError = 0, limitsU[2], limitsV[2];
+        benchmark::DoNotOptimize(RecognizePlaneSelectionConstrained(
+            points, {0, 0, 1}, static_cast<int>(state.range(0)), 30, true, 0.1, fixedPoint, fixedDir, center,
+            normal, maxError, meanError, basisU, basisV, limitsU, limitsV));
+        benchmark::DoNotOptimize(normal);
+    }
+    state.SetItemsProcessed(state.iterations() * 100000);
+}
+
 BENCHMARK_TEMPLATE(coordinateSum, Point3D)->Arg(1000000);
 BENCHMARK_TEMPLATE(planeFit, Point3D)->Arg(10)->Arg(1000)->Arg(1000000);
 BENCHMARK_TEMPLATE(coordinateSum, Point3D_d)->Arg(1000000);
 BENCHMARK_TEMPLATE(planeFit, Point3D_d)->Arg(1000000);
+BENCHMARK(planeRecognition)->DenseRange(PlaneFitFree, PlaneFitAngleToAxis);
 
 } // namespace
