@@ -30,13 +30,12 @@ enum PolylineBndCondType
 /// The points are taken into their common plane. Each segment becomes a line or an arc, whichever model has
 /// the smaller mean distance from its points, if that stays below the fit tolerance; a segment that neither
 /// model fits is left as a free curve. Neighbours are tied to a common point, and also to a common direction
-/// where their first approximations have one within the tolerance. All curves are then fitted at once:
-/// the sum of squared distances is made small by damped steps that keep all ties and norms to first order, so
-/// that the ties hold up to the square of what they were off at the start. A result that is no better in the
-/// sum of distances and ties than the first approximation is dropped for it.
-///
-/// A free straight piece of noisy points usually comes out as a very flat arc, whose third parameter lowers
-/// the error a little: where the kind matters, look at the radius, call `setCurveType` and fit again.
+/// where their first approximations have one within the tolerance. All curves are then fitted at once, by
+/// damped least-squares steps (K. Levenberg, 1944; D. Marquardt, 1963) among the changes that keep all ties
+/// to first order: afterwards the ties hold up to the square of what they were off at the start. A result
+/// that is no better than the first approximations, in the sum of squared distances and of what the ties are
+/// off, is dropped for them. Neighbours meet about where the polyline is cut: the fit hardly moves joints
+/// along the curves, so cuts beside the true joints cost accuracy.
 ///
 /// Segment k goes from boundary k to boundary k + 1. An open polyline has one boundary more than segments,
 /// whose first and last are its ends; a closed one has as many, and its boundary 0 lies between the last and

@@ -1,0 +1,515 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Fitting/PolylineFitCurve.h>
+
+#include <support/Frames.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <vector>
+
+namespace
+{
+
+using qz_sampling::Random;
+using qz_test::Frame;
+using qz_test::randomFrame;
+using REmath::Point3D_d;
+
+using Points = std::vector<Point3D_d>;
+using Segments = std::vector<Points>;
+
+std::size_t index(int i) { return static_cast<std::size_t>(i); }
+
+double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
+
+/// Length of the part of `v` perpendicular to the unit vector `axis`.
+double across(Point3D_d const & v, Point3D_d const & axis) { return (v - axis * dot(v, axis)).length(); }
+
+/// A piece of a drawn chain: a line (curvature 0), an arc, or a wave about a line. It begins in the direction
+/// in which the piece before ends, turned by `corner`.
+struct Piece
+{
+    double length;
+    double curvature = 0;
+    double corner = 0;
+    double waveHeight = 0;
+};
+
+struct Sampling
+{
+    double spacing = 0.15;
+    double noise = 0; // standard deviation, in the plane across the curve and out of the plane
+};
+
+/// Points of a chain that begins at the origin of the frame. Pieces share the places of their ends, but not
+/// the noise there.
+Segments drawChain(std::vector<Piece> const & pieces, Sampling const & sampling, Frame const & frame,
+                   Random & random)
+{
+    Segments segments;
+    double x = 0, y = 0, heading = 0;
+    for (Piece const & piece : pieces) {
+        heading += piece.corner;
+        int const steps = std::max(3, static_cast<int>(piece.length / sampling.spacing));
+        double const c = piece.curvature;
+        Points points;
+        for (int step = 0; step <= steps; ++step) {
+            double const s = piece.length * step / steps;
+            double const angle = heading + c * s;
+            double px = x + s * std::cos(heading), py = y + s * std::sin(heading);
+            if (c != 0) {
+                px = x + (std::sin(angle) - std::sin(heading)) / c;
+                py = y - (std::cos(angle) - std::cos(heading)) / c;
+            }
+            double const aside = sampling.noise * random.normal() + piece.waveHeight * std::sin(6 * s);
+            points.push_back(frame.toWorld({px - aside * std::sin(angle), py + aside * std::cos(angle),
+                                            sampling.noise * random.normal()}));
+            if (step == steps) {
+                x = px;
+                y = py;
+            }
+        }
+        heading += c * piece.length;
+        segments.push_back(points);
+    }
+    return segments;
+}
+
+/// Two straight lines and two half circles, closed.
+Segments drawStadium(double radius, double straight, Sampling const & sampling, Frame const & frame,
+                     Random & random)
+{
+    double const half = std::acos(-1.0) * radius;
+    Segments segments =
+        drawChain({{straight}, {half, 1 / radius}, {straight}, {half, 1 / radius}}, sampling, frame, random);
+    segments.back().back() = segments.front().front();
+    return segments;
+}
+
+std::vector<Piece> randomLineArcLine(Random & random)
+{
+    double const radius = random.uniform(5, 20), turn = random.uniform(0.7, 2.4);
+    double const sense = random.uniform() < 0.5 ? -1 : 1;
+    return {{random.uniform(10, 30)}, {radius * turn, sense / radius}, {random.uniform(10, 30)}};
+}
+
+/// A fitted polyline with its results, and measures on these alone.
+struct Fit
+{
+    explicit Fit(double tolerance) { chain.setFitTolerance(tolerance); }
+    Fit(Segments const & segments, double tolerance) : Fit(tolerance)
+    {
+        EXPECT_EQ(chain.fitPolyline(segments, curves, boundaries), 0);
+    }
+
+    int refit() { return chain.fitPolyline(curves, boundaries); }
+    Point3D_d at(int boundary) const { return &boundaries[index(6 * boundary)]; }
+    Point3D_d directionAt(int boundary) const { return &boundaries[index(6 * boundary + 3)]; }
+    double radius(int segment) const { return std::abs(curves[index(7 * segment + 6)]); }
+
+    /// Distance of a point from the whole line or circle of a segment.
+    double distance(int segment, Point3D_d const & point) const
+    {
+        Point3D_d const offset = point - Point3D_d(&curves[index(7 * segment)]);
+        return isLine(segment) ? across(offset, axis(segment)) : std::abs(offset.length() - radius(segment));
+    }
+    /// Sine of the angle between the curve and the direction of a boundary.
+    double turn(int segment, int boundary) const
+    {
+        Point3D_d const offset = at(boundary) - Point3D_d(&curves[index(7 * segment)]);
+        return isLine(segment) ? across(directionAt(boundary), axis(segment))
+                               : std::abs(dot(directionAt(boundary), offset)) / offset.length();
+    }
+    /// How far the boundary is off a neighbour, the greater one of length and angle.
+    double gap(int segment, int boundary) const
+    {
+        return std::max(distance(segment, at(boundary)), turn(segment, boundary));
+    }
+    bool isLine(int segment) const { return chain.getCurveType(segment) == PolylineCurveLine; }
+    Point3D_d axis(int segment) const { return &curves[index(7 * segment + 3)]; }
+
+    CPolylineFitCurve chain;
+    std::vector<double> curves, boundaries;
+};
+
+/// The arrays fit each other: so many segments and no more, the boundaries that belong to them, results for
+/// all.
+void expectConsistent(Fit const & fit, int segments)
+{
+    int const boundaries = segments + (fit.chain.isPolylineClosed() ? 0 : 1);
+    auto const isType = [](int type) { return type >= 0 && type <= 2; };
+    for (int i = -2; i < boundaries + 3; ++i) {
+        EXPECT_EQ(isType(fit.chain.getCurveType(i)), i >= 0 && i < segments);
+        EXPECT_EQ(isType(fit.chain.getBndCondType(i)), i >= 0 && i < boundaries);
+    }
+    EXPECT_EQ(fit.curves.size(), index(7 * segments));
+    EXPECT_EQ(fit.boundaries.size(), index(6 * boundaries));
+}
+
+void expectFinite(std::vector<double> const & values)
+{
+    EXPECT_TRUE(std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); }));
+}
+
+class PolylineNoise : public testing::TestWithParam<double>
+{};
+
+INSTANTIATE_TEST_SUITE_P(PolylineFitCurve, PolylineNoise, testing::Values(0.001, 0.01, 0.05));
+
+} // namespace
+
+TEST_P(PolylineNoise, TiesNeighboursInPointAndDirection)
+{
+    double const noise = GetParam();
+    Random random(1);
+    constexpr int cases = 200;
+    int met = 0, accurate = 0;
+    for (int round = 0; round < cases; ++round) {
+        Frame const frame = randomFrame(random, 30);
+        std::vector<Piece> const pieces = randomLineArcLine(random);
+        Segments const segments = drawChain(pieces, {0.15, noise}, frame, random);
+        Fit const fit(segments, 0.06);
+        ASSERT_FALSE(fit.chain.isPolylineClosed());
+        expectConsistent(fit, 3);
+        double gap = 0, squares = 0;
+        std::size_t count = 0;
+        for (int k = 0; k < 3; ++k) {
+            ASSERT_EQ(fit.chain.getCurveType(k), k == 1 ? PolylineCurveArc : PolylineCurveLine);
+            for (Point3D_d const & point : segments[index(k)]) {
+                Point3D_d const inPlane = frame.toLocal(point);
+                double const off = fit.distance(k, frame.toWorld({inPlane.x(), inPlane.y(), 0.0}));
+                squares += off * off;
+                ++count;
+            }
+        }
+        for (int boundary : {1, 2}) {
+            ASSERT_EQ(fit.chain.getBndCondType(boundary), BndCondPointDir);
+            gap = std::max({gap, fit.gap(boundary - 1, boundary), fit.gap(boundary, boundary)});
+        }
+        EXPECT_EQ(fit.chain.getBndCondType(0), BndCondFree);
+        EXPECT_EQ(fit.chain.getBndCondType(3), BndCondFree);
+        EXPECT_LT(gap, 5 * noise); // what the first approximations leave, at worst
+        double const rms = std::sqrt(squares / static_cast<double>(count));
+        double const off = std::abs(fit.radius(1) - 1 / std::abs(pieces[1].curvature));
+        met += gap < 0.1 * noise;
+        accurate += rms < 1.1 * noise && off < 3 * noise;
+        EXPECT_LT(across(frame.axes[2], fit.axis(1)), 0.1 * noise);
+    }
+    EXPECT_GE(met, cases * 3 / 4);
+    EXPECT_GE(accurate, cases * 3 / 4);
+}
+
+TEST_P(PolylineNoise, ClosesRoundBoundaryZero)
+{
+    double const noise = GetParam();
+    Random random(2);
+    constexpr int cases = 50;
+    int met = 0;
+    for (int round = 0; round < cases; ++round) {
+        double const radius = random.uniform(5, 15);
+        Segments const segments =
+            drawStadium(radius, random.uniform(10, 30), {0.15, noise}, randomFrame(random, 30), random);
+        Fit const fit(segments, 0.06);
+        ASSERT_TRUE(fit.chain.isPolylineClosed());
+        expectConsistent(fit, 4);
+        double gap = 0;
+        for (int k = 0; k < 4; ++k) {
+            ASSERT_EQ(fit.chain.getCurveType(k), k % 2 == 1 ? PolylineCurveArc : PolylineCurveLine);
+            ASSERT_EQ(fit.chain.getBndCondType(k), BndCondPointDir);
+            EXPECT_LT((fit.at(k) - segments[index(k)].front()).length(), 10 * noise);
+            gap = std::max(gap, fit.gap(k, k));
+            if (k > 0)
+                gap = std::max(gap, fit.gap(k - 1, k));
+        }
+        EXPECT_NEAR(fit.radius(1), radius, 4 * noise);
+        EXPECT_NEAR(fit.radius(3), radius, 4 * noise);
+        EXPECT_LT(fit.gap(3, 0), 3 * noise); // not tied, but no farther than its own noise
+        met += gap < 0.1 * noise;
+    }
+    EXPECT_GE(met, cases * 3 / 4);
+}
+
+TEST(PolylineFitCurve, KeepsCornersAndDecidesByTolerance)
+{
+    Random random(3);
+    double const twoThirds = 2 / std::acos(-1.0); // mean of |sin|
+    for (int round = 0; round < 30; ++round) {
+        Frame const frame = randomFrame(random, 30);
+        double const corner = random.uniform(0.3, 2), height = random.uniform(0.02, 0.1);
+        Segments const polygon =
+            drawChain({{12}, {15, 0, corner}, {9, 0.1, -corner}}, {0.15, 0.002}, frame, random);
+        Fit const fit(polygon, 0.02);
+        for (int boundary : {1, 2}) {
+            EXPECT_EQ(fit.chain.getBndCondType(boundary), BndCondPoint);
+            for (int k : {boundary - 1, boundary})
+                EXPECT_LT(fit.distance(k, fit.at(boundary)), 1e-3);
+            EXPECT_LT((fit.at(boundary) - polygon[index(boundary)].front()).length(), 0.05);
+        }
+        // The mean distance of a wave from its line is that of the sine.
+        Segments const wave = drawChain({{40, 0, 0, height}, {20, 0.2, 1}}, {0.05, 0}, frame, random);
+        EXPECT_EQ(Fit(wave, 1.03 * twoThirds * height).chain.getCurveType(0), PolylineCurveLine);
+        EXPECT_EQ(Fit(wave, 0.97 * twoThirds * height).chain.getCurveType(0), PolylineCurveNurbs);
+    }
+}
+
+TEST(PolylineFitCurve, PutsJointsWithFreeCurvesOnTheOtherCurve)
+{
+    Random random(4);
+    for (double const spacing : {0.1, 0.4}) { // chords below 0.316 have no direction in the plane
+        Segments const segments = drawChain({{20}, {16, 0, 0, 0.3}, {16, 0, 0, 0.4}, {20, 0.1}}, {spacing, 0},
+                                            randomFrame(random, 30), random);
+        Fit fit(0.01);
+        fit.curves.assign(28, 77.0);
+        ASSERT_EQ(fit.chain.fitPolyline(segments, fit.curves, fit.boundaries), 0);
+        expectConsistent(fit, 4);
+        int const types[] = {PolylineCurveLine, PolylineCurveNurbs, PolylineCurveNurbs, PolylineCurveArc};
+        for (int k = 0; k < 4; ++k)
+            EXPECT_EQ(fit.chain.getCurveType(k), types[k]);
+        EXPECT_EQ(std::count(fit.curves.begin(), fit.curves.end(), 77.0), 14);
+        EXPECT_LT(fit.distance(0, fit.at(1)), 1e-6);
+        EXPECT_LT((fit.at(2) - segments[1].back()).length(), 1e-9);
+        EXPECT_LT(fit.distance(3, fit.at(3)), 1e-6);
+        EXPECT_NEAR(fit.radius(3), 10, 1e-3);
+        // The free curve behind a line is judged by the chords of the line.
+        EXPECT_EQ(fit.chain.getBndCondType(1), spacing > 0.316 ? BndCondPointDir : BndCondPoint);
+        EXPECT_EQ(fit.chain.getBndCondType(3), BndCondPoint);
+
+        ASSERT_TRUE(fit.chain.setCurveType(0, PolylineCurveNurbs) &&
+                    fit.chain.setCurveType(3, PolylineCurveNurbs));
+        EXPECT_FALSE(fit.chain.setCurveType(3, PolylineCurveNurbs));
+        std::vector<double> const before = fit.curves;
+        EXPECT_EQ(fit.refit(), 0); // nothing to fit is no error
+        EXPECT_EQ(fit.curves, before);
+    }
+}
+
+TEST_P(PolylineNoise, HoldsTheEndsOfAnOpenPolyline)
+{
+    double const noise = GetParam();
+    Random random(5);
+    for (int round = 0; round < 40; ++round) {
+        Frame const frame = randomFrame(random, 30);
+        double const radius = random.uniform(8, 20);
+        // One end is a line, the other one an arc.
+        Segments const segments = drawChain({{20}, {radius * 1.5, 1 / radius}}, {0.15, noise}, frame, random);
+        Fit fit(segments, 0.06);
+        double const lastTurn = 1.5;
+        Point3D_d const first = frame.toWorld({noise * random.normal(), noise * random.normal(), 0.0});
+        Point3D_d const last =
+            frame.toWorld({20 + radius * std::sin(lastTurn),
+                           radius * (1 - std::cos(lastTurn)) + noise * random.normal(), 0.0});
+        Point3D_d const firstDir = frame.axes[0] + frame.axes[1] * (noise * 0.1 * random.normal());
+        Point3D_d const lastDir = frame.axes[0] * std::cos(lastTurn) + frame.axes[1] * std::sin(lastTurn);
+        int const firstType = 1 + round % 2, lastType = 1 + round / 2 % 2;
+        fit.chain.setBndCondType(0, firstType);
+        fit.chain.setBndCondType(2, lastType);
+        fit.chain.setBndCond(0, first, firstDir);
+        fit.chain.setBndCond(2, last, lastDir);
+        ASSERT_EQ(fit.refit(), 0);
+        expectConsistent(fit, 2);
+        EXPECT_LT(across(fit.at(0) - first, frame.axes[2]), 0.01 * noise);
+        EXPECT_LT(across(fit.at(2) - last, frame.axes[2]), 0.01 * noise);
+        EXPECT_LT(fit.distance(0, fit.at(0)), 0.1 * noise);
+        EXPECT_LT(fit.distance(1, fit.at(2)), 0.1 * noise);
+        if (firstType == BndCondPointDir) {
+            EXPECT_LT(across(fit.directionAt(0), firstDir.unitLength()), 0.1 * noise);
+            EXPECT_LT(fit.turn(0, 0), 0.1 * noise);
+        }
+        if (lastType == BndCondPointDir) {
+            EXPECT_LT(across(fit.directionAt(2), lastDir), 0.1 * noise);
+            EXPECT_LT(fit.turn(1, 2), 0.1 * noise);
+        }
+        EXPECT_NEAR(fit.radius(1), radius, 0.5 * noise * radius);
+    }
+}
+
+TEST(PolylineFitCurve, RefitsToTheSameBits)
+{
+    Random random(6);
+    for (int round = 0; round < 20; ++round) {
+        Segments const segments =
+            drawChain(randomLineArcLine(random), {0.15, 0.01}, randomFrame(random, 30), random);
+        Fit fit(segments, 0.06);
+        std::vector<double> const first = fit.curves;
+        ASSERT_EQ(fit.refit(), 0);
+        EXPECT_NEAR(std::abs(first[13]), fit.radius(1), 0.02);
+        std::vector<double> const curves = fit.curves, boundaries = fit.boundaries;
+        for (int again = 0; again < 3; ++again)
+            ASSERT_EQ(fit.refit(), 0);
+        EXPECT_EQ(fit.curves, curves);
+        EXPECT_EQ(fit.boundaries, boundaries);
+        // Nothing of the past is left in a full fit.
+        fit.chain.setBndCondType(0, BndCondPointDir);
+        ASSERT_EQ(fit.chain.fitPolyline(segments, fit.curves, fit.boundaries), 0);
+        EXPECT_EQ(fit.curves, first);
+    }
+}
+
+namespace
+{
+
+/// Cuts the first part off a segment; both keep the point of the cut.
+Points takeHead(Points & segment, double share)
+{
+    auto const cut = segment.begin() + static_cast<int>(share * static_cast<double>(segment.size()));
+    Points const head(segment.begin(), cut + 1);
+    segment.erase(segment.begin(), cut);
+    return head;
+}
+
+/// Random edits, also at places that do not exist, on the object and on a plain list of segments.
+void walk(bool isClosed, Random & random)
+{
+    Frame const frame = randomFrame(random, 30);
+    Sampling const sampling{0.15, 0.005};
+    Segments segments = isClosed ? drawStadium(10, 20, sampling, frame, random)
+                                 : drawChain({{20}, {15, 0.1}, {20}, {15, -0.1}}, sampling, frame, random);
+    Fit fit(segments, 0.05), built(segments, 0.05);
+    auto const count = [&] { return static_cast<int>(segments.size()); };
+    for (int step = 0; step < 60; ++step) {
+        int const k = static_cast<int>(random.uniform(-2, count() + 3));
+        bool const isSegment = k >= 0 && k < count();
+        bool const isJoint = isSegment && (k > 0 || isClosed);
+        Points * const before = isJoint ? &segments[index(k > 0 ? k - 1 : count() - 1)] : nullptr;
+        switch (static_cast<int>(random.uniform(0, 5))) {
+        case 0:
+            if (isSegment)
+                segments.insert(segments.begin() + k, takeHead(segments[index(k)], random.uniform(0.2, 0.8)));
+            else if (isClosed && k == count())
+                segments.push_back(takeHead(segments[0], 0.5));
+            fit.chain.addSegment(segments, k, fit.curves, fit.boundaries);
+            break;
+        case 1:
+            if (isJoint && count() > 1) {
+                before->insert(before->end(), segments[index(k)].begin(), segments[index(k)].end());
+                segments.erase(segments.begin() + k);
+            }
+            fit.chain.deleteSegment(k, fit.curves, fit.boundaries);
+            break;
+        case 2:
+            if (isJoint && count() > 1) {
+                Points const head = takeHead(segments[index(k)], 0.1);
+                before->insert(before->end(), head.begin(), head.end());
+            }
+            EXPECT_EQ(fit.chain.moveBnd(segments, k), isJoint);
+            break;
+        case 3: // of an open chain it would tear the ends apart
+            if (isClosed) {
+                bool const isLast = k == count() - 1;
+                EXPECT_EQ(fit.chain.moveSegmentsCyclically(k), k == 0 || isLast);
+                if (k == 0 || isLast)
+                    std::rotate(segments.begin(), k == 0 ? segments.begin() + 1 : segments.end() - 1,
+                                segments.end());
+                EXPECT_EQ(fit.refit(), 0);
+            }
+            break;
+        default:
+            fit.chain.setCurveType(k, k % 4);
+            fit.chain.setBndCondType(k, k % 4);
+            EXPECT_EQ(fit.refit(), 0);
+        }
+        expectConsistent(fit, count());
+        expectFinite(fit.curves);
+        expectFinite(fit.boundaries);
+    }
+    if (count() == 1) {
+        segments.insert(segments.begin(), takeHead(segments[0], 0.5));
+        fit.chain.addSegment(segments, 0, fit.curves, fit.boundaries);
+    }
+    // The same segments built up one by one in the same plane give the same fit, whatever came before.
+    while (built.chain.getCurveType(1) >= 0)
+        built.chain.deleteSegment(1, built.curves, built.boundaries);
+    for (int k = 0; k + 1 < count(); ++k)
+        built.chain.addSegment(segments, k, built.curves, built.boundaries);
+    for (int k = 0; k <= count(); ++k) {
+        fit.chain.setCurveType(k, built.chain.getCurveType(k));
+        fit.chain.setBndCondType(k, built.chain.getBndCondType(k));
+    }
+    for (Fit * const each : {&fit, &built}) {
+        each->curves.clear();
+        each->boundaries.clear();
+        EXPECT_EQ(each->refit(), 0);
+    }
+    EXPECT_EQ(fit.curves, built.curves);
+    EXPECT_EQ(fit.boundaries, built.boundaries);
+}
+
+} // namespace
+
+TEST(PolylineFitCurve, StaysConsistentUnderRandomEdits)
+{
+    Random random(7);
+    for (int round = 0; round < 15; ++round) {
+        walk(false, random);
+        walk(true, random);
+    }
+}
+
+TEST(PolylineFitCurve, SurvivesHostileInput)
+{
+    double const nan = std::numeric_limits<double>::quiet_NaN(),
+                 inf = std::numeric_limits<double>::infinity();
+    Random random(8);
+    Segments const good = drawChain(randomLineArcLine(random), {0.3, 0.01}, randomFrame(random, 30), random);
+    Fit empty(0.01);
+    EXPECT_EQ(empty.refit(), 9);
+    EXPECT_EQ(empty.chain.fitPolyline({}, empty.curves, empty.boundaries), 9);
+    empty.chain.addSegment({good[0]}, 0, empty.curves, empty.boundaries);
+    empty.chain.deleteSegment(0, empty.curves, empty.boundaries);
+    EXPECT_FALSE(empty.chain.moveBnd(good, 0) || empty.chain.moveSegmentsCyclically(0));
+    EXPECT_TRUE(empty.curves.empty() && empty.boundaries.empty());
+
+    Points const same(20, Point3D_d(1, 2, 3));
+    Points scaled = good[1], spoiled = good[1], straight;
+    for (Point3D_d & point : scaled)
+        point *= 1e200;
+    spoiled[3].y() = nan;
+    for (int i = 0; i < 30; ++i)
+        straight.emplace_back(i, 2 * i, -i);
+    std::vector<Segments> const inputs = {{{}},
+                                          {{}, {}, {}},
+                                          {{{1, 2, 3}}},
+                                          {{{1, 2, 3}}, {{2, 2, 3}}, {{5, 5, 5}}},
+                                          {{{1, 2, 3}, {2, 3, 4}}},
+                                          {same},
+                                          {same, same},
+                                          {straight, straight},
+                                          {good[0], {}, good[2]},
+                                          {{}, good[1], {}},
+                                          {good[0], {{1, 1, 1}}, good[1]},
+                                          {spoiled},
+                                          {good[0], spoiled, good[2]},
+                                          {scaled, scaled},
+                                          {good[0], {{inf, 0, 0}, {0, inf, -inf}}},
+                                          {good[0], same, good[1]}};
+    for (Segments const & input : inputs) {
+        for (double const tolerance : {0.05, 1e300, 0.0, nan}) {
+            Fit fit(input, tolerance);
+            int const count = static_cast<int>(input.size());
+            expectConsistent(fit, count);
+            for (int type : {PolylineCurveLine, PolylineCurveArc}) {
+                for (int i = 0; i <= count; ++i) {
+                    fit.chain.setCurveType(i, type);
+                    fit.chain.setBndCondType(i, 1 + type);
+                    fit.chain.setBndCond(i, tolerance > 1 ? Point3D_d(nan) : Point3D_d(1e9, i, 1),
+                                         {inf, 0, type});
+                }
+                EXPECT_EQ(fit.refit(), 0);
+                expectConsistent(fit, count);
+            }
+            fit.chain.moveBnd(input, 1);
+            fit.chain.moveSegmentsCyclically(0);
+            fit.chain.deleteSegment(count - 1, fit.curves, fit.boundaries);
+            fit.chain.addSegment(input, 0, fit.curves, fit.boundaries);
+            EXPECT_EQ(fit.refit(), 0);
+            // and recovers
+            EXPECT_EQ(fit.chain.fitPolyline(good, fit.curves, fit.boundaries), 0);
+            expectConsistent(fit, 3);
+            expectFinite(fit.curves);
+        }
+    }
+}
