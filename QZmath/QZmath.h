@@ -10,6 +10,7 @@
 #include <QZmath/BlockProcessor/ThreadTracing.h>
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 #include <QZmath/Export.h>
+#include <QZmath/Fitting/Arc2D.h>
 #include <QZmath/Fitting/CircleFitting.h>
 #include <QZmath/Fitting/LevenbergMarquardt.h>
 #include <QZmath/Fitting/LineFitting.h>

@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Fitting/Arc2D.h>
+
+#include <apps/sampling/Random.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+namespace
+{
+
+/// Vectors of the plane as complex numbers: `std::polar`, `std::abs` and `std::norm` do the geometry.
+using Vec = std::complex<double>;
+
+double cross(Vec a, Vec b) { return a.real() * b.imag() - a.imag() * b.real(); }
+Vec startOf(CArc2D const & arc) { return {arc.m_startX, arc.m_startY}; }
+Vec endOf(CArc2D const & arc) { return {arc.m_endX, arc.m_endY}; }
+Vec centerOf(CArc2D const & arc) { return {arc.m_centerX, arc.m_centerY}; }
+
+CArc2D segment(Vec start, Vec end)
+{
+    CArc2D arc;
+    arc.m_startX = static_cast<float>(start.real());
+    arc.m_startY = static_cast<float>(start.imag());
+    arc.m_endX = static_cast<float>(end.real());
+    arc.m_endY = static_cast<float>(end.imag());
+    arc.m_straight = 1;
+    return arc;
+}
+
+CArc2D circle(Vec center, double radius)
+{
+    CArc2D arc;
+    arc.m_centerX = static_cast<float>(center.real());
+    arc.m_centerY = static_cast<float>(center.imag());
+    arc.m_radius = static_cast<float>(radius);
+    return arc;
+}
+
+/// Signed: positive on the left of a segment's line and outside of a circle.
+double height(CArc2D const & element, Vec point)
+{
+    if (element.m_straight == 0)
+        return std::abs(point - centerOf(element)) - static_cast<double>(element.m_radius);
+    Vec const along = endOf(element) - startOf(element);
+    return cross(along, point - startOf(element)) / std::abs(along);
+}
+
+Vec randomPoint(qz_sampling::Random & random, double range)
+{
+    return {random.uniform(-range, range), random.uniform(-range, range)};
+}
+
+CArc2D randomElement(qz_sampling::Random & random)
+{
+    if (random.uniform() < 0.5)
+        return segment(randomPoint(random, 3), randomPoint(random, 3));
+    return circle(randomPoint(random, 3), random.uniform(0.1, 3));
+}
+
+/// Touches both elements on the side of `through`, which it passes, and starts and ends there.
+void expectFillet(CArc2D const & fillet, CArc2D const * arcs, Vec through, double tolerance)
+{
+    double const r = fillet.m_radius;
+    EXPECT_GT(r, 0);
+    EXPECT_NEAR(std::abs(centerOf(fillet) - through), r, tolerance);
+    for (int i = 0; i < 2; ++i) {
+        Vec const touch = i == 0 ? startOf(fillet) : endOf(fillet);
+        double const side = height(arcs[i], through) > 0 ? 1 : -1;
+        EXPECT_NEAR(height(arcs[i], centerOf(fillet)), side * r, tolerance);
+        EXPECT_NEAR(height(arcs[i], touch), 0, tolerance);
+        EXPECT_NEAR(std::abs(touch - centerOf(fillet)), r, tolerance);
+    }
+}
+
+bool isSame(CArc2D const & a, CArc2D const & b) { return std::memcmp(&a, &b, sizeof(a)) == 0; }
+
+} // namespace
+
+TEST(Arc2D, IntersectionLiesOnBothAndNearestToTheOrigin)
+{
+    qz_sampling::Random random(1);
+    int found = 0, missed = 0;
+    for (int trial = 0; trial < 4000; ++trial) {
+        CArc2D const arcs[2] = {randomElement(random), randomElement(random)};
+        CArc2D const swapped[2] = {arcs[1], arcs[0]};
+        float xy[2] = {7, 7}, other[2] = {7, 7};
+        bool const isFound = Get2ArcsIntersect(arcs, xy);
+        ASSERT_EQ(Get2ArcsIntersect(swapped, other), isFound);
+        Vec const point(xy[0], xy[1]);
+        double const size = std::abs(point) + 1;
+        EXPECT_NEAR(std::abs(point - Vec(other[0], other[1])), 0, 1e-5 * size * size);
+        // The axis of symmetry: the perpendicular from the centre to the line, or the line of the centres.
+        Vec axis = 0;
+        double gap = -1;
+        int const straight = arcs[0].m_straight + 2 * arcs[1].m_straight;
+        if (straight == 1 || straight == 2) {
+            CArc2D const & line = arcs[straight - 1];
+            axis = (endOf(line) - startOf(line)) * Vec(0, 1);
+            gap = std::abs(height(line, centerOf(arcs[2 - straight]))) -
+                  static_cast<double>(arcs[2 - straight].m_radius);
+        } else if (straight == 0) {
+            double const r0 = arcs[0].m_radius, r1 = arcs[1].m_radius;
+            axis = centerOf(arcs[1]) - centerOf(arcs[0]);
+            gap = std::max(std::abs(axis) - r0 - r1, std::abs(r0 - r1) - std::abs(axis));
+        }
+        EXPECT_EQ(isFound, gap < 0) << gap;
+        if (!isFound) {
+            EXPECT_EQ(xy[0], 7);
+            ++missed;
+            continue;
+        }
+        ++found;
+        EXPECT_NEAR(height(arcs[0], point), 0, 1e-6 * size);
+        EXPECT_NEAR(height(arcs[1], point), 0, 1e-6 * size);
+        if (straight != 3) {
+            Vec const through = centerOf(arcs[straight == 1 ? 1 : 0]);
+            axis /= std::abs(axis);
+            Vec const mirrored = through + axis * std::conj((point - through) / axis);
+            EXPECT_LE(std::abs(point), std::abs(mirrored) + 1e-6);
+        }
+    }
+    EXPECT_GT(found, 1000);
+    EXPECT_GT(missed, 300);
+}
+
+// Built backwards: a circle, two elements that touch it, and a point on the shorter arc between the touch
+// points. The same circle must come back, or one that is larger, which circles can have in another corner.
+TEST(Arc2D, FilletIsFoundBackFromItsNeighbours)
+{
+    qz_sampling::Random random(2);
+    int found[3][3] = {}, back = 0, all = 0, refused = 0;
+    for (int trial = 0; trial < 60000; ++trial) {
+        Vec const center = randomPoint(random, 5);
+        double const radius = random.uniform(0.2, 3);
+        double const angle = random.uniform(0, 6.3), opening = random.uniform(0.4, 2.6);
+        double const angles[2] = {angle, trial % 2 == 0 ? angle + opening : angle - opening};
+        Vec const through =
+            center + std::polar(radius, angles[0] + random.uniform(0.15, 0.85) * (angles[1] - angles[0]));
+        CArc2D arcs[2];
+        Vec touch[2];
+        int kinds[2];
+        for (int i = 0; i < 2; ++i) {
+            Vec const outwards = std::polar(1.0, angles[i]);
+            touch[i] = center + radius * outwards;
+            kinds[i] = static_cast<int>(random.uniform(0, 3)); // segment, circle from outside, from inside
+            double const before = random.uniform(0.1, 4), after = random.uniform(0.1, 4);
+            Vec const along = outwards * Vec(0, random.uniform() < 0.5 ? 1 : -1);
+            double const size = random.uniform(0.2, 5);
+            arcs[i] = kinds[i] == 0   ? segment(touch[i] - before * along, touch[i] + after * along)
+                      : kinds[i] == 1 ? circle(touch[i] + size * outwards, size)
+                                      : circle(touch[i] - (radius + size) * outwards, radius + size);
+        }
+        // The partner must lie on the side of the fillet, with both of its ends so that either may be far.
+        bool isOnSide = true;
+        for (int i = 0; i < 2; ++i) {
+            CArc2D const & other = arcs[1 - i];
+            double const side = height(arcs[i], center) > 0 ? 1 : -1;
+            for (Vec const & reference : {startOf(other), endOf(other), centerOf(other)}) {
+                bool const counts = (other.m_straight == 0) == (reference == centerOf(other));
+                isOnSide &= !counts || side * height(arcs[i], reference) > 1e-3;
+            }
+        }
+        if (!isOnSide)
+            continue;
+        float const point[2] = {static_cast<float>(through.real()), static_cast<float>(through.imag())};
+        CArc2D fillet;
+        fillet.m_straight = 5;
+        if (!fillet.Make2ArcsFillet(arcs, point)) {
+            // The larger circle has opened past a straight line between two circles that lie apart.
+            ASSERT_TRUE(kinds[0] == 1 && kinds[1] == 1) << trial;
+            ++refused;
+            continue;
+        }
+        ++found[kinds[0]][kinds[1]];
+        expectFillet(fillet, arcs, through, 1e-3);
+        EXPECT_GE(static_cast<double>(fillet.m_radius), radius - 1e-3) << trial;
+        bool const isBack = std::abs(centerOf(fillet) - center) < 2e-3 &&
+                            std::abs(startOf(fillet) - touch[0]) < 2e-3 &&
+                            std::abs(endOf(fillet) - touch[1]) < 2e-3;
+        EXPECT_TRUE(isBack || kinds[0] + kinds[1] > 0) << trial;
+        back += isBack;
+        EXPECT_EQ(fillet.m_straight, 5);
+        // A point on the other side of one of them.
+        Vec const wrong = touch[0] + (touch[0] - center) * (0.02 / radius);
+        float const wrongPoint[2] = {static_cast<float>(wrong.real()), static_cast<float>(wrong.imag())};
+        CArc2D const before = fillet;
+        EXPECT_FALSE(fillet.Make2ArcsFillet(arcs, wrongPoint));
+        EXPECT_TRUE(isSame(fillet, before));
+    }
+    for (auto const & row : found) {
+        for (int count : row) {
+            EXPECT_GT(count, 100);
+            all += count;
+        }
+    }
+    EXPECT_GT(back, all * 3 / 4);
+    EXPECT_LT(refused, found[1][1] / 50);
+}
+
+// Anything else: what is made touches both on the right side, what cannot be made leaves no trace.
+TEST(Arc2D, EveryFilletTouches)
+{
+    qz_sampling::Random random(3);
+    float const hostile[] = {0,
+                             1,
+                             -1,
+                             std::numeric_limits<float>::quiet_NaN(),
+                             std::numeric_limits<float>::infinity(),
+                             -std::numeric_limits<float>::infinity(),
+                             std::numeric_limits<float>::max(),
+                             std::numeric_limits<float>::denorm_min()};
+    int made = 0;
+    for (int trial = 0; trial < 30000; ++trial) {
+        CArc2D arcs[2] = {randomElement(random), randomElement(random)};
+        float point[2] = {static_cast<float>(random.uniform(-3, 3)),
+                          static_cast<float>(random.uniform(-3, 3))};
+        bool const isHostile = trial % 4 == 0;
+        if (isHostile) {
+            float * const fields[] = {&arcs[0].m_centerX, &arcs[0].m_startY, &arcs[1].m_radius,
+                                      &arcs[1].m_endX,    &arcs[0].m_radius, &point[0]};
+            *fields[random.next() % 6] = hostile[random.next() % 8];
+            *fields[random.next() % 6] = hostile[random.next() % 8];
+        }
+        CArc2D fillet = circle({1, 2}, 3);
+        CArc2D const before = fillet;
+        if (!fillet.Make2ArcsFillet(arcs, point)) {
+            EXPECT_TRUE(isSame(fillet, before));
+            continue;
+        }
+        double const r = fillet.m_radius;
+        ASSERT_TRUE(
+            std::isfinite(std::abs(centerOf(fillet)) + r + std::abs(startOf(fillet) + endOf(fillet))));
+        if (isHostile || r > 30)
+            continue;
+        ++made;
+        expectFillet(fillet, arcs, {point[0], point[1]}, 1e-4);
+    }
+    EXPECT_GT(made, 2000);
+    CArc2D const parallel[2] = {segment({0, 0}, {1, 3}), segment({5, 0}, {7, 6})};
+    CArc2D const concentric[2] = {circle({1, 1}, 1), circle({1, 1}, 2)};
+    float const between[2] = {2, 2};
+    float found[2];
+    CArc2D fillet;
+    EXPECT_FALSE(fillet.Make2ArcsFillet(parallel, between));
+    EXPECT_FALSE(fillet.Make2ArcsFillet(concentric, between));
+    EXPECT_FALSE(Get2ArcsIntersect(parallel, found));
+    EXPECT_FALSE(Get2ArcsIntersect(concentric, found));
+}
+
+TEST(Arc2D, FromThreePointsAndErrorOfAFourth)
+{
+    qz_sampling::Random random(4);
+    for (int trial = 0; trial < 500; ++trial) {
+        Vec const center = randomPoint(random, 10);
+        double const radius = std::pow(10, random.uniform(-1, 2));
+        double const off = random.uniform(-0.3, 0.3) * radius;
+        float xs[4], ys[4];
+        double const turn = random.uniform(0, 6.3);
+        for (int i = 0; i < 4; ++i) {
+            Vec const p = center + std::polar(i == 2 ? radius + off : radius, turn + 1.1 * i);
+            xs[i] = static_cast<float>(p.real());
+            ys[i] = static_cast<float>(p.imag());
+        }
+        EXPECT_NEAR(static_cast<double>(Arc4pointsError(xs, ys)), off, 1e-5 * (10 + radius));
+        xs[2] = xs[3];
+        ys[2] = ys[3];
+        CArc2D arc = circle({1, 2}, 3);
+        arc.MakeBy3Points(xs, ys);
+        EXPECT_EQ(arc.m_straight, 1);
+        EXPECT_EQ(arc.m_radius, 3);
+        CArc2D::m_bArcApprox = true;
+        arc.MakeBy3Points(xs, ys);
+        EXPECT_EQ(arc.m_straight, 0);
+        EXPECT_EQ(startOf(arc), Vec(xs[0], ys[0]));
+        EXPECT_EQ(endOf(arc), Vec(xs[2], ys[2]));
+        EXPECT_NEAR(std::abs(centerOf(arc) - center), 0, 1e-5 * (10 + radius));
+        EXPECT_NEAR(static_cast<double>(arc.m_radius), radius, 1e-5 * (10 + radius));
+        // On a line, far from the origin.
+        float const x = std::floor(xs[0] * 1000), y = std::floor(ys[0] * 1000);
+        float const lineX[4] = {x, x + 3, x + 9, x + 6}, lineY[4] = {y, y - 4, y + 13, y - 8};
+        arc.MakeBy3Points(lineX, std::vector<float>{y, y - 4, y - 12}.data());
+        EXPECT_EQ(arc.m_straight, 1);
+        EXPECT_FLOAT_EQ(Arc4pointsError(lineX, lineY), (9 * 4 + 13 * 3) / 5.F);
+        CArc2D::m_bArcApprox = false;
+    }
+    float const same[4] = {1, 1, 4, 1};
+    EXPECT_FLOAT_EQ(Arc4pointsError(same, same), 3 * std::sqrt(2.F));
+}
