@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -13,6 +14,7 @@
 
 using qz_sampling::Random;
 using REmath::Point3D_d;
+using Points = std::vector<Point3D_d>;
 
 namespace
 {
@@ -47,10 +49,10 @@ struct Truth
         return frame.directionToWorld({-std::sin(angle), std::cos(angle), 0});
     }
     /// Samples of an arc with normal noise; every `outlierStep`-th lies outside instead.
-    std::vector<Point3D_d> samples(Random & random, int count, double start, double arc, double noise,
-                                   int outlierStep = 0) const
+    Points samples(Random & random, int count, double start, double arc, double noise,
+                   int outlierStep = 0) const
     {
-        std::vector<Point3D_d> points;
+        Points points;
         for (int i = 0; i < count; ++i) {
             bool const isOutlier = outlierStep > 0 && i % outlierStep == 0;
             double const angle = start + arc * (isOutlier ? 0.3 : 1) * random.uniform();
@@ -69,16 +71,30 @@ struct Truth
 
 Truth randomTruth(Random & random) { return {qz_test::randomFrame(random, 100), random.uniform(5, 20)}; }
 
-/// Sum of the squares that the plain fit minimises, in the plane of the circle.
-double algebraicCost(std::vector<Point3D_d> const & points, Circle const & circle)
+/// Sum of the squares that the plain fit minimises, for points in the plane of the circle.
+double algebraicCost(Points const & points, Circle const & circle)
 {
     double sum = 0;
-    for (Point3D_d const & point : points) {
-        double const height = dot(point - circle.center, circle.normal);
-        double const squared = dot(point - circle.center, point - circle.center) - height * height;
-        sum += std::pow(squared - circle.radius * circle.radius, 2);
-    }
+    for (Point3D_d const & point : points)
+        sum += std::pow(std::pow((point - circle.center).length(), 2) - circle.radius * circle.radius, 2);
     return sum;
+}
+
+bool plain(Circle & c, Points const & points)
+{
+    return FitCircleToPointSet(points, c.center, c.normal, c.radius);
+}
+bool robust(Circle & c, Points const & points)
+{
+    return FitCircleToPointSetRobust(points, c.center, c.normal, c.radius);
+}
+bool through(Circle & c, Points const & points, Points const & fixed)
+{
+    return FitCircleToPointSetWithFixedPointsRobust(points, fixed, c.center, c.normal, c.radius);
+}
+bool tangent(Circle & c, Points const & points, Points const & fixed, Points const & directions)
+{
+    return FitCircleByPointsWithDirs(points, fixed, directions, c.center, c.normal, c.radius);
 }
 
 TEST(CircleFitting, PlainFitIsTheAlgebraicMinimum)
@@ -86,19 +102,14 @@ TEST(CircleFitting, PlainFitIsTheAlgebraicMinimum)
     Random random(1);
     for (int round = 0; round < 60; ++round) {
         Truth const truth = randomTruth(random);
-        std::vector<Point3D_d> points =
-            truth.samples(random, 4 + round, 0, random.uniform(1, 2 * pi), round % 2 * 0.3);
+        Points const points = truth.samples(random, 4 + round, 0, random.uniform(1, 2 * pi), round % 2 * 0.3);
         Circle found;
-        ASSERT_TRUE(FitCircleToPointSet(points, found.center, found.normal, found.radius));
-        if (round % 2 == 0) {
-            EXPECT_LT(truth.error(found), 1e-6);
-            continue;
-        }
+        ASSERT_TRUE(plain(found, points));
+        EXPECT_TRUE(round % 2 == 1 || truth.error(found) < 1e-6) << truth.error(found);
         double const least = algebraicCost(points, found);
         for (int trial = 0; trial < 20; ++trial) {
             Circle other = found;
-            Point3D_d const shift = truth.frame.directionToWorld({random.normal(), random.normal(), 0});
-            other.center += shift * 1e-2;
+            other.center += truth.frame.directionToWorld({random.normal(), random.normal(), 0}) * 1e-2;
             other.radius += 1e-2 * random.normal();
             EXPECT_GE(algebraicCost(points, other), least * (1 - 1e-9));
         }
@@ -110,14 +121,18 @@ TEST(CircleFitting, RobustFitRecoversWhatThePlainOneLoses)
     Random random(2);
     for (int round = 0; round < 40; ++round) {
         Truth const truth = randomTruth(random);
-        std::vector<Point3D_d> const points =
-            truth.samples(random, 500, round, random.uniform(3, 6), 0.02, 8);
-        Circle plain, robust;
-        ASSERT_TRUE(FitCircleToPointSet(points, plain.center, plain.normal, plain.radius));
-        ASSERT_TRUE(FitCircleToPointSetRobust(points, robust.center, robust.normal, robust.radius));
-        EXPECT_LT(truth.error(robust), 0.1);
-        EXPECT_LT(truth.error(robust) * 10, truth.error(plain));
-        EXPECT_NEAR(std::abs(dot(robust.normal, truth.frame.axes[2])), 1, 1e-12);
+        Points points = truth.samples(random, 500, round, random.uniform(3, 6), 0.02, 8);
+        points.push_back(truth.frame.origin); // has no direction from the centre
+        Circle loses, recovers;
+        ASSERT_TRUE(plain(loses, points));
+        ASSERT_TRUE(robust(recovers, points));
+        EXPECT_LT(truth.error(recovers), std::min(0.1, truth.error(loses) / 10));
+
+        Points const corners = {truth.at(round), truth.at(round + 1), truth.at(round + 4)};
+        Circle free, fixed;
+        ASSERT_TRUE(robust(free, corners) && through(fixed, {}, corners));
+        EXPECT_LT(truth.error(free) + truth.error(fixed), 1e-9);
+        EXPECT_NEAR(dot(free.normal, truth.frame.axes[2]), 1, 1e-12);
     }
 }
 
@@ -133,116 +148,66 @@ TEST(CircleFitting, ConstraintsHold)
             truth.frame = {{3, 4, 5}, {Point3D_d(1, 0, 0), Point3D_d(0, 1, 0), Point3D_d(0, 0, 1)}};
             angle = round % 4 * pi / 2;
         }
-        std::vector<Point3D_d> const points =
-            truth.samples(random, 300, angle - 0.2, random.uniform(1.5, 6), 0.01, 10);
+        Points const points = truth.samples(random, 300, angle - 0.2, random.uniform(1.5, 6), 0.01, 10);
+        Point3D_d const fixed = truth.at(angle), beside = truth.at(angle, 0.02),
+                        direction = truth.tangentAt(angle);
         double const tolerance = 0.04 * truth.radius;
+        Circle circle;
+        ASSERT_TRUE(through(circle, points, {beside}));
+        EXPECT_LT(circle.distance(beside), 1e-9);
+        EXPECT_LT(truth.error(circle), tolerance);
 
-        Circle through;
-        Point3D_d const fixed = truth.at(angle, 0.02);
-        ASSERT_TRUE(FitCircleToPointSetWithFixedPointsRobust(points, {fixed}, through.center, through.normal,
-                                                             through.radius));
-        EXPECT_LT(through.distance(fixed), 1e-9);
-        EXPECT_LT(truth.error(through), tolerance);
-
-        Circle tangent;
-        Point3D_d const direction = truth.tangentAt(angle);
-        ASSERT_TRUE(FitCircleByPointsWithDirs(points, {truth.at(angle)}, {direction * -7}, tangent.center,
-                                              tangent.normal, tangent.radius));
-        EXPECT_LT(tangent.distance(truth.at(angle)), 1e-9);
-        EXPECT_LT(std::abs(dot(tangent.center - truth.at(angle), direction)), 1e-9);
-        EXPECT_LT(truth.error(tangent), tolerance);
+        ASSERT_TRUE(tangent(circle, points, {fixed}, {direction * -7}));
+        EXPECT_LT(circle.distance(fixed), 1e-9);
+        EXPECT_LT(std::abs(dot(circle.center - fixed, direction)), 1e-9);
+        EXPECT_LT(truth.error(circle), tolerance);
 
         // The mean distance is that of all samples, outliers too, so the truth is wanted without them.
-        Circle both;
-        std::vector<Point3D_d> const clean = truth.samples(random, 300, angle - 0.2, 3, 0.01);
-        std::vector<Point3D_d> const ends = {truth.at(angle), truth.at(angle + pi / 2)};
-        std::vector<Point3D_d> const level = {truth.at(angle + pi / 4), truth.at(angle + 3 * pi / 4)};
-        for (std::vector<Point3D_d> const & pair : {ends, level}) {
-            ASSERT_TRUE(
-                FitCircleToPointSetWithFixedPointsRobust(clean, pair, both.center, both.normal, both.radius));
-            EXPECT_LT(both.distance(pair[0]), 1e-9);
-            EXPECT_LT(both.distance(pair[1]), 1e-9);
-            EXPECT_LT(truth.error(both), tolerance);
+        Points const clean = truth.samples(random, 300, angle - 0.2, 3, 0.01);
+        for (double const half : {0.0, pi / 4}) {
+            Points const pair = {truth.at(angle + half), truth.at(angle + half + pi / 2)};
+            ASSERT_TRUE(through(circle, clean, pair));
+            EXPECT_LT(circle.distance(pair[0]) + circle.distance(pair[1]), 1e-9);
+            EXPECT_LT(truth.error(circle), tolerance);
         }
-
-        Circle tangents;
-        ASSERT_TRUE(FitCircleByPointsWithDirs(points, ends, {direction, truth.tangentAt(angle + pi / 2) * 3},
-                                              tangents.center, tangents.normal, tangents.radius));
-        EXPECT_LT(truth.error(tangents), 1e-9 * 100);
-    }
-}
-
-TEST(CircleFitting, ThreePointsGiveTheCircleThroughThem)
-{
-    Random random(4);
-    for (int round = 0; round < 50; ++round) {
-        Truth const truth = randomTruth(random);
-        std::vector<Point3D_d> const corners = {truth.at(round), truth.at(round + 1), truth.at(round + 4)};
-        Circle found;
-        for (int way = 0; way < 3; ++way) {
-            found = {};
-            ASSERT_TRUE((way == 0 ? FitCircleToPointSet(corners, found.center, found.normal, found.radius)
-                         : way == 1
-                             ? FitCircleToPointSetRobust(corners, found.center, found.normal, found.radius)
-                             : FitCircleToPointSetWithFixedPointsRobust({}, corners, found.center,
-                                                                        found.normal, found.radius)));
-            EXPECT_LT(truth.error(found), 1e-10);
-            EXPECT_NEAR(dot(found.normal, truth.frame.axes[2]), 1, 1e-12);
-        }
+        ASSERT_TRUE(tangent(circle, points, {fixed, truth.at(angle + 2)},
+                            {direction, truth.tangentAt(angle + 2) * 3}));
+        EXPECT_LT(truth.error(circle), 1e-7);
     }
 }
 
 TEST(CircleFitting, RefusesWhatDeterminesNoCircle)
 {
     double const largest = std::numeric_limits<double>::max();
-    std::vector<Point3D_d> collinear, huge, withNaN = {{notANumber, 0, 0}};
+    Points collinear, huge, round, withNaN = {{notANumber, 0, 0}};
     for (int i = 0; i < 12; ++i) {
         collinear.emplace_back(100 + 0.1 * i, 0.7 * i, 3 - i);
         huge.emplace_back(i % 2 ? largest : 0.0, i % 3 ? -largest : 1.0, i);
-        withNaN.emplace_back(std::cos(i), std::sin(i), 0);
+        round.emplace_back(std::cos(i), std::sin(i), 0);
     }
-    std::vector<Point3D_d> const four(collinear.begin(), collinear.begin() + 4),
-        three(collinear.begin(), collinear.begin() + 3);
-    std::vector<std::vector<Point3D_d>> const cases = {
-        {},    {{1, 2, 3}}, {{1, 2, 3}, {4, 5, 6}},
-        three, four,        collinear,
-        huge,  withNaN,     std::vector<Point3D_d>(9, {1.1, 2.2, 3.3})};
+    withNaN.insert(withNaN.end(), round.begin(), round.end());
+    std::vector<Points> const cases = {{},
+                                       {{1, 2, 3}},
+                                       {{1, 2, 3}, {4, 5, 6}},
+                                       collinear,
+                                       huge,
+                                       withNaN,
+                                       Points(9, {1.1, 2.2, 3.3}),
+                                       Points(collinear.begin(), collinear.begin() + 3),
+                                       Points(collinear.begin(), collinear.begin() + 4)};
     Circle c;
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        std::vector<Point3D_d> const & points = cases[i];
-        EXPECT_FALSE(FitCircleToPointSet(points, c.center, c.normal, c.radius)) << i;
-        EXPECT_FALSE(FitCircleToPointSetRobust(points, c.center, c.normal, c.radius)) << i;
-        EXPECT_FALSE(
-            FitCircleByPointsWithDirs(points, {{0, 0, 0}}, {{0, 0, 0}}, c.center, c.normal, c.radius))
-            << i;
-        EXPECT_FALSE(FitCircleToPointSetWithFixedPointsRobust(points, {{1, 0, 0}, {1, 0, 0}}, c.center,
-                                                              c.normal, c.radius))
-            << i;
+    for (Points const & points : cases) {
+        EXPECT_FALSE(plain(c, points) || robust(c, points) || through(c, points, {{1, 1, 0}, {1, 0, 0}}) ||
+                     tangent(c, points, {{0, 0, 0}}, {{1, 2, 0}}))
+            << &points - cases.data();
     }
-    std::vector<Point3D_d> const round(withNaN.begin() + 1, withNaN.end());
-    std::vector<std::vector<Point3D_d>> const badFixed = {
-        {}, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}}, {{notANumber, 0, 0}}, {{largest, largest, 0}}};
-    for (std::vector<Point3D_d> const & fixed : badFixed) {
-        EXPECT_FALSE(FitCircleToPointSetWithFixedPointsRobust(round, fixed, c.center, c.normal, c.radius) &&
-                     fixed[0].x() != largest);
-    }
-    EXPECT_FALSE(FitCircleByPointsWithDirs(round, {{1, 0, 0}, {0, 1, 0}}, {{1, -1, 0}, {-3, 3, 0}}, c.center,
-                                           c.normal, c.radius));
-    EXPECT_FALSE(FitCircleByPointsWithDirs(round, {}, {}, c.center, c.normal, c.radius));
-    EXPECT_FALSE(
-        FitCircleByPointsWithDirs(round, {{1, 0, 0}, {0, 1, 0}}, {{0, 1, 0}}, c.center, c.normal, c.radius));
-    EXPECT_FALSE(FitCircleByPointsWithDirs(round, {{1, 0, 0}}, {{0, 0, 1}}, c.center, c.normal, c.radius));
-}
-
-/// A sample in the centre has no direction, and is an outlier like any other.
-TEST(CircleFitting, SampleInTheCentreDoesNoHarm)
-{
-    std::vector<Point3D_d> points(1);
-    for (int i = 0; i < 64; ++i)
-        points.emplace_back(10 * std::cos(i * pi / 32), 10 * std::sin(i * pi / 32), 0);
-    Circle found;
-    ASSERT_TRUE(FitCircleToPointSetRobust(points, found.center, found.normal, found.radius));
-    EXPECT_LT(found.center.length() + std::abs(found.radius - 10), 1e-6);
+    Points const pair = {{1, 0, 0}, {0, 1, 0}};
+    for (Points const & fixed : {Points(), Points(2, {1, 0, 0}), Points{{notANumber, 0, 0}}})
+        EXPECT_FALSE(through(c, round, fixed) || tangent(c, round, fixed, fixed));
+    EXPECT_FALSE(through(c, round, Points(4, {1, 0, 0})));
+    EXPECT_FALSE(tangent(c, round, pair, {{0, 1, 0}}));
+    EXPECT_FALSE(tangent(c, round, {pair[0]}, {{0, 0, 1}})) << "across the plane";
+    EXPECT_FALSE(tangent(c, round, pair, {{1, -1, 0}, {-3, 3, 0}})) << "along the chord";
 }
 
 /// Rosenbrock's valley as the sum of squares of 10 (y - x²) and 1 - x.
@@ -271,21 +236,19 @@ TEST(LevenbergMarquardt, FindsTheMinimumAndPassesFailuresOn)
 {
     Valley valley;
     double x[2] = {-1.2, 1}, f[2];
-    int const info = REmath::lmder1_adapter(valley, 2, 2, x, f, 1e-12);
-    EXPECT_GE(info, 1);
-    EXPECT_LE(info, 4);
-    EXPECT_NEAR(x[0], 1, 1e-9);
-    EXPECT_NEAR(x[1], 1, 1e-9);
-    EXPECT_LT(std::hypot(f[0], f[1]), 1e-9);
-    EXPECT_EQ(REmath::lmder1_adapter(valley, 1, 2, x, f, 1e-12), 0);
-    EXPECT_EQ(REmath::lmder1_adapter(valley, 2, 0, x, f, 1e-12), 0);
-    EXPECT_EQ(REmath::lmder1_adapter(valley, 2, 2, x, f, -1), 0);
+    auto const solve = [&](int m, int n, double tol) {
+        return REmath::lmder1_adapter(valley, m, n, x, f, tol);
+    };
+    int const info = solve(2, 2, 1e-12);
+    EXPECT_TRUE(info >= 1 && info <= 4) << info;
+    EXPECT_LT(std::hypot(x[0] - 1, x[1] - 1) + std::hypot(f[0], f[1]), 1e-9);
+    EXPECT_EQ(solve(1, 2, 1e-12) + solve(2, 0, 1e-12) + solve(2, 2, -1), 0);
     x[0] = notANumber;
-    EXPECT_EQ(REmath::lmder1_adapter(valley, 2, 2, x, f, 1e-12), 5);
+    EXPECT_EQ(solve(2, 2, 1e-12), 5);
     valley.code = -3;
-    EXPECT_EQ(REmath::lmder1_adapter(valley, 2, 2, x, f, 1e-12), -3);
+    EXPECT_EQ(solve(2, 2, 1e-12), -3);
     valley.code = 2;
-    EXPECT_THROW(REmath::lmder1_adapter(valley, 2, 2, x, f, 1e-12), std::runtime_error);
+    EXPECT_THROW(solve(2, 2, 1e-12), std::runtime_error);
 }
 
 } // namespace
