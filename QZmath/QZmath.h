@@ -59,10 +59,15 @@
 #include <QZmath/LinSys/VPLSstorageRows.h>
 #include <QZmath/LinSys/VertexLinearCombination.h>
 #include <QZmath/Persistence/BinaryStream.h>
+#include <QZmath/Persistence/Colors.h>
 #include <QZmath/Persistence/ComponentFilters.h>
 #include <QZmath/Persistence/ExternVector.h>
 #include <QZmath/Persistence/GraphObject.h>
 #include <QZmath/Persistence/Heap.h>
+#include <QZmath/Persistence/ModelSizer.h>
+#include <QZmath/Persistence/OutputHooks.h>
+#include <QZmath/Persistence/RunFunctor.h>
+#include <QZmath/Persistence/SortRecords.h>
 #include <QZmath/SurfaceAnalysis/NormalEstimation.h>
 #include <QZmath/SurfaceAnalysis/QuadraticForm.h>
 #include <QZmath/VolTriang/CSFunc3.h>

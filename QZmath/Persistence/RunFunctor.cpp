@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Persistence/RunFunctor.h>
+
+namespace VsFn
+{
+
+IFunctor::IFunctor() = default;
+IFunctor::~IFunctor() = default;
+
+} // namespace VsFn
