@@ -4,6 +4,7 @@
 #include <QZsys/Exceptions.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include <sys/types.h>
@@ -50,9 +51,10 @@ void CFileBinaryStream::skipReadData(long offset)
     off_t const start = ::ftello(m_file);
     if (start < 0 || ::fseeko(m_file, offset - 1, SEEK_CUR) != 0)
         throwReadError();
+    errno = 0;
     bool const hasLastByte = std::fgetc(m_file) != EOF;
-    bool const cannotTell = !hasLastByte && std::ferror(m_file) && !std::feof(m_file);
-    if (cannotTell)
+    bool const cannotTell = !hasLastByte && errno == EBADF;
+    if (!hasLastByte)
         std::clearerr(m_file);
     bool const moved = ::fseeko(m_file, cannotTell ? 1 : 0, SEEK_CUR) == 0;
     if (!moved || (!hasLastByte && !cannotTell)) {
