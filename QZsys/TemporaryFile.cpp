@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZsys/TemporaryFile.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 
@@ -27,6 +28,22 @@ int openDescriptor(std::string const & folder, char const * name)
     return descriptor;
 }
 
+/// Repeats a transfer of what is left until all is done, or nothing more goes.
+template <class Transfer>
+std::size_t transferAll(std::size_t count, Transfer transfer)
+{
+    std::size_t done = 0;
+    while (done < count) {
+        ssize_t const now = transfer(done);
+        if (now < 0 && errno == EINTR)
+            continue;
+        if (now <= 0)
+            break;
+        done += std::size_t(now);
+    }
+    return done;
+}
+
 } // namespace
 
 std::FILE * openTemporaryFile(char const * name)
@@ -39,6 +56,21 @@ std::FILE * openTemporaryFile(char const * name)
     if (!file)
         ::close(descriptor);
     return file;
+}
+
+std::size_t readFileAt(std::FILE * file, void * bytes, std::size_t count, std::uint64_t offset)
+{
+    return transferAll(count, [&](std::size_t done) {
+        return ::pread(::fileno(file), static_cast<char *>(bytes) + done, count - done, off_t(offset + done));
+    });
+}
+
+bool writeFileAt(std::FILE * file, void const * bytes, std::size_t count, std::uint64_t offset)
+{
+    return transferAll(count, [&](std::size_t done) {
+               return ::pwrite(::fileno(file), static_cast<char const *>(bytes) + done, count - done,
+                               off_t(offset + done));
+           }) == count;
 }
 
 } // namespace VsUt

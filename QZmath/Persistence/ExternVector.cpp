@@ -63,6 +63,9 @@ ExternVectorVoidInterface::~ExternVectorVoidInterface() = default;
 namespace
 {
 
+/// Transfers bypass the buffers of the standard library: what is written is in the hands of the system when
+/// the call returns, so errors are not late, and a write amid a pass does not cost the buffer that was read
+/// ahead.
 class FileVectorVoid : public ExternVectorVoidInterface
 {
 public:
@@ -84,9 +87,7 @@ public:
             throw TF_BadAllocation();
         if (!m_file)
             createFile();
-        seek(off_t(n * m_elementSize) - 1, SEEK_SET);
-        write("", 1, 1);
-        flush();
+        writeBytes("", 1, n * m_elementSize - 1);
         m_capacity = n;
     }
 
@@ -104,7 +105,6 @@ public:
         }
         // Without a fill there is nothing to do: the file reaches beyond n, and what it holds is to stay.
         m_size = n;
-        flush();
     }
 
     std::size_t size() const override { return m_size; }
@@ -116,12 +116,11 @@ public:
         m_slots.clear();
         m_size = 0;
         m_capacity = 0;
-        m_filePosition = 0;
-        m_positionIndex = 0;
+        m_window.reset();
+        m_windowCount = 0;
+        m_nextRead = 0;
         std::FILE * const file = std::exchange(m_file, nullptr);
-        bool const closed = !file || std::fclose(file) == 0;
-        m_fileBuffer.reset();
-        if (!closed)
+        if (file && std::fclose(file) != 0)
             throw TF_BadAllocation();
     }
 
@@ -140,8 +139,7 @@ public:
             slot = allocating([this] { return &m_slots.emplace_front(); });
         if (!slot->buffer || !slot->cell)
             equip(*slot);
-        seekElement(index);
-        read(slot->buffer.get());
+        readElement(index, slot->buffer.get());
         // The slot is taken only now, so that it is free still if anything above has failed.
         slot->index = index;
         slot->modified = false;
@@ -178,11 +176,8 @@ public:
             --slot.refCount;
             return;
         }
-        if (slot.modified) {
-            seekElement(slot.index);
-            write(slot.buffer.get(), m_elementSize, 1);
-            flush();
-        }
+        if (slot.modified)
+            writeElement(slot.index, slot.buffer.get());
         slot.refCount = -1;
     }
 
@@ -191,20 +186,10 @@ private:
 
     void createFile()
     {
-        // A buffer of one element: longer ones would read what nobody asked for.
-        std::size_t const bufferSize = std::max<std::size_t>(m_elementSize, 2);
-        std::unique_ptr<char[]> buffer = allocateBytes(bufferSize);
-        std::FILE * const file = VsUt::openTemporaryFile("Vesca_FileVectorVoid");
-        if (!file)
+        m_file = VsUt::openTemporaryFile("Vesca_FileVectorVoid");
+        if (!m_file)
             throw TF_BadAllocation();
-        if (std::setvbuf(file, buffer.get(), _IOFBF, bufferSize) != 0) {
-            std::fclose(file);
-            throw TF_BadAllocation();
-        }
-        m_file = file;
-        m_fileBuffer = std::move(buffer);
         m_size = 0;
-        m_positionKnown = false;
     }
 
     static std::unique_ptr<char[]> allocateBytes(std::size_t count)
@@ -216,8 +201,7 @@ private:
 
     void fillElements(std::size_t count, void const * fill)
     {
-        std::size_t const perBlock =
-            std::min(count, std::max<std::size_t>(st_fillBlockBytes / m_elementSize, 1));
+        std::size_t const perBlock = std::min(count, std::max<std::size_t>(st_blockBytes / m_elementSize, 1));
         std::unique_ptr<char[]> block;
         void const * source = fill;
         if (perBlock > 1) {
@@ -226,13 +210,12 @@ private:
                 std::memcpy(block.get() + k * m_elementSize, fill, m_elementSize);
             source = block.get();
         }
-        seekElement(m_size);
-        for (std::size_t left = count; left > 0;) {
-            std::size_t const now = std::min(left, perBlock);
-            write(source, m_elementSize, now);
-            left -= now;
+        m_windowCount = 0;
+        for (std::size_t done = 0; done < count;) {
+            std::size_t const now = std::min(count - done, perBlock);
+            writeBytes(source, now * m_elementSize, (m_size + done) * m_elementSize);
+            done += now;
         }
-        flush();
     }
 
     void equip(TF_Slot & slot)
@@ -268,70 +251,66 @@ private:
         }
     }
 
-    /// To the element, by a relative step where that is possible. A seek stands between every read and write.
-    void seekElement(std::size_t index)
+    /// Elements in ascending order come from a window that is read ahead, others directly.
+    void readElement(std::size_t index, char * element)
     {
-        if (m_positionKnown && index == m_positionIndex)
-            seek(0, SEEK_CUR);
-        else if (m_positionKnown && index == m_positionIndex + 1)
-            seek(off_t(m_elementSize), SEEK_CUR);
-        else
-            seek(off_t(index * m_elementSize), SEEK_SET);
-        notePosition();
+        bool const isNext = index == m_nextRead;
+        if (index - m_windowBegin >= m_windowCount && isNext)
+            readAhead(index);
+        if (index - m_windowBegin < m_windowCount)
+            std::memcpy(element, m_window.get() + (index - m_windowBegin) * m_elementSize, m_elementSize);
+        else if (readBytes(element, m_elementSize, index * m_elementSize) < m_elementSize)
+            throw TF_BadAllocation();
+        m_nextRead = index + 1;
     }
 
-    void seek(off_t offset, int origin)
+    /// Leaves the window empty where it is not worth it, or there is no memory or nothing to read for it.
+    void readAhead(std::size_t index)
     {
-        if (::fseeko(m_file, offset, origin) != 0)
-            fail();
+        std::size_t const perWindow = st_blockBytes / m_elementSize;
+        m_windowCount = 0;
+        if (perWindow < 2)
+            return;
+        if (!m_window)
+            m_window.reset(new (std::nothrow) char[perWindow * m_elementSize]);
+        if (!m_window)
+            return;
+        std::size_t const wanted = std::min(perWindow, m_size - index) * m_elementSize;
+        m_windowBegin = index;
+        m_windowCount = readBytes(m_window.get(), wanted, index * m_elementSize) / m_elementSize;
     }
 
-    void read(void * element)
+    void writeElement(std::size_t index, char const * element)
     {
-        if (std::fread(element, m_elementSize, 1, m_file) != 1)
-            fail();
-        notePosition();
+        writeBytes(element, m_elementSize, index * m_elementSize);
+        if (index - m_windowBegin < m_windowCount)
+            std::memcpy(m_window.get() + (index - m_windowBegin) * m_elementSize, element, m_elementSize);
     }
 
-    void write(void const * elements, std::size_t elementSize, std::size_t count)
+    /// Gives the number of bytes that could be read.
+    std::size_t readBytes(char * bytes, std::size_t count, std::size_t offset)
     {
-        if (std::fwrite(elements, elementSize, count, m_file) != count)
-            fail();
-        notePosition();
+        return VsUt::readFileAt(m_file, bytes, count, offset);
     }
 
-    void flush()
+    void writeBytes(void const * bytes, std::size_t count, std::size_t offset)
     {
-        if (m_file && std::fflush(m_file) != 0)
-            fail();
+        if (!VsUt::writeFileAt(m_file, bytes, count, offset)) {
+            m_windowCount = 0; // what it holds may have been written in part
+            throw TF_BadAllocation();
+        }
     }
 
-    void notePosition()
-    {
-        m_filePosition = ::ftello(m_file);
-        if (m_filePosition < 0)
-            fail();
-        m_positionIndex = std::size_t(m_filePosition) / m_elementSize;
-        m_positionKnown = std::size_t(m_filePosition) % m_elementSize == 0;
-    }
-
-    [[noreturn]] void fail()
-    {
-        std::clearerr(m_file);
-        m_positionKnown = false;
-        throw TF_BadAllocation();
-    }
-
-    static constexpr std::size_t st_fillBlockBytes = 65536;
+    static constexpr std::size_t st_blockBytes = 65536; ///< written at once by a fill, or read ahead
 
     std::size_t m_elementSize;
     std::size_t m_size = 0;
     std::size_t m_capacity = 0;
-    off_t m_filePosition = 0;
-    std::size_t m_positionIndex = 0;
-    bool m_positionKnown = false;
     std::FILE * m_file = nullptr;
-    std::unique_ptr<char[]> m_fileBuffer;
+    std::unique_ptr<char[]> m_window; ///< elements as they stand in the file
+    std::size_t m_windowBegin = 0;
+    std::size_t m_windowCount = 0;
+    std::size_t m_nextRead = 0; ///< the element behind the last one read
     std::list<TF_Slot> m_slots;
     std::unordered_map<ElementCell *, std::unique_ptr<ElementCell>> m_deadCells;
 };

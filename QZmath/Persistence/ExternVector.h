@@ -26,7 +26,8 @@ using ElementHandle = ElementCell *;
 /// the call that meets it; the vector stays as after the last completed step and can be used on. Where the
 /// size of files is limited (`RLIMIT_FSIZE`), the process has to ignore `SIGXFSZ` to get the exception.
 ///
-/// Access in ascending order is what it is made for. Not thread-safe.
+/// Access in ascending order is what it is made for: then elements of up to 32 KiB are read ahead, 64 KiB
+/// at once. Not thread-safe.
 class QZMATH_API ExternVectorVoidInterface
 {
 public:
