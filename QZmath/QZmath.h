@@ -68,7 +68,13 @@
 #include <QZmath/Persistence/OutputHooks.h>
 #include <QZmath/Persistence/RunFunctor.h>
 #include <QZmath/Persistence/SortRecords.h>
+#include <QZmath/SurfaceAnalysis/Contours.h>
+#include <QZmath/SurfaceAnalysis/Distances.h>
+#include <QZmath/SurfaceAnalysis/Intersections.h>
+#include <QZmath/SurfaceAnalysis/NetSurface.h>
 #include <QZmath/SurfaceAnalysis/NormalEstimation.h>
+#include <QZmath/SurfaceAnalysis/ProjectorTriangle.h>
+#include <QZmath/SurfaceAnalysis/Projectors.h>
 #include <QZmath/SurfaceAnalysis/QuadraticForm.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>
