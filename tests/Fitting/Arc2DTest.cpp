@@ -23,24 +23,14 @@ Vec startOf(CArc2D const & arc) { return {arc.m_startX, arc.m_startY}; }
 Vec endOf(CArc2D const & arc) { return {arc.m_endX, arc.m_endY}; }
 Vec centerOf(CArc2D const & arc) { return {arc.m_centerX, arc.m_centerY}; }
 
+float narrow(double value) { return static_cast<float>(value); }
 CArc2D segment(Vec start, Vec end)
 {
-    CArc2D arc;
-    arc.m_startX = static_cast<float>(start.real());
-    arc.m_startY = static_cast<float>(start.imag());
-    arc.m_endX = static_cast<float>(end.real());
-    arc.m_endY = static_cast<float>(end.imag());
-    arc.m_straight = 1;
-    return arc;
+    return {0, 0, narrow(start.real()), narrow(start.imag()), narrow(end.real()), narrow(end.imag()), 0, 1};
 }
-
 CArc2D circle(Vec center, double radius)
 {
-    CArc2D arc;
-    arc.m_centerX = static_cast<float>(center.real());
-    arc.m_centerY = static_cast<float>(center.imag());
-    arc.m_radius = static_cast<float>(radius);
-    return arc;
+    return {narrow(center.real()), narrow(center.imag()), 0, 0, 0, 0, narrow(radius), 0};
 }
 
 /// Signed: positive on the left of a segment's line and outside of a circle.
@@ -131,23 +121,27 @@ TEST(Arc2D, IntersectionLiesOnBothAndNearestToTheOrigin)
 }
 
 // Built backwards: a circle, two elements that touch it, and a point on the shorter arc between the touch
-// points. The same circle must come back, or one that is larger, which circles can have in another corner.
-TEST(Arc2D, FilletIsFoundBackFromItsNeighbours)
+// points. Where each element has the other on the side of the fillet, the same circle must come back, or one
+// that is larger, which circles can have in another corner. Anything else is refused without a trace, or
+// touches both on the side of the point too.
+TEST(Arc2D, FilletTouchesAndIsFoundBack)
 {
     qz_sampling::Random random(2);
     int found[3][3] = {}, back = 0, all = 0, refused = 0;
     for (int trial = 0; trial < 60000; ++trial) {
         Vec const center = randomPoint(random, 5);
         double const radius = random.uniform(0.2, 3);
-        double const angle = random.uniform(0, 6.3), opening = random.uniform(0.4, 2.6);
-        double const angles[2] = {angle, trial % 2 == 0 ? angle + opening : angle - opening};
-        Vec const through =
-            center + std::polar(radius, angles[0] + random.uniform(0.15, 0.85) * (angles[1] - angles[0]));
+        double const angle = random.uniform(0, 6.3),
+                     opening = random.uniform(0.4, 2.6) * (trial % 2 == 0 ? 1 : -1);
+        // Every tenth point lies anywhere.
+        Vec const through = trial % 10 == 0
+                                ? randomPoint(random, 6)
+                                : center + std::polar(radius, angle + random.uniform(0.15, 0.85) * opening);
         CArc2D arcs[2];
         Vec touch[2];
         int kinds[2];
         for (int i = 0; i < 2; ++i) {
-            Vec const outwards = std::polar(1.0, angles[i]);
+            Vec const outwards = std::polar(1.0, angle + i * opening);
             touch[i] = center + radius * outwards;
             kinds[i] = static_cast<int>(random.uniform(0, 3)); // segment, circle from outside, from inside
             double const before = random.uniform(0.1, 4), after = random.uniform(0.1, 4);
@@ -157,8 +151,8 @@ TEST(Arc2D, FilletIsFoundBackFromItsNeighbours)
                       : kinds[i] == 1 ? circle(touch[i] + size * outwards, size)
                                       : circle(touch[i] - (radius + size) * outwards, radius + size);
         }
-        // The partner must lie on the side of the fillet, with both of its ends so that either may be far.
-        bool isOnSide = true;
+        // Both ends of a segment, so that either may be the far one.
+        bool isOnSide = trial % 10 != 0;
         for (int i = 0; i < 2; ++i) {
             CArc2D const & other = arcs[1 - i];
             double const side = height(arcs[i], center) > 0 ? 1 : -1;
@@ -167,91 +161,71 @@ TEST(Arc2D, FilletIsFoundBackFromItsNeighbours)
                 isOnSide &= !counts || side * height(arcs[i], reference) > 1e-3;
             }
         }
-        if (!isOnSide)
-            continue;
-        float const point[2] = {static_cast<float>(through.real()), static_cast<float>(through.imag())};
-        CArc2D fillet;
+        float const point[2] = {narrow(through.real()), narrow(through.imag())};
+        CArc2D fillet = circle({1, 2}, 3);
         fillet.m_straight = 5;
-        if (!fillet.Make2ArcsFillet(arcs, point)) {
-            // The larger circle has opened past a straight line between two circles that lie apart.
-            ASSERT_TRUE(kinds[0] == 1 && kinds[1] == 1) << trial;
-            ++refused;
-            continue;
+        CArc2D const before = fillet;
+        bool const isMade = fillet.Make2ArcsFillet(arcs, point);
+        EXPECT_EQ(fillet.m_straight, 5);
+        if (!isMade) {
+            EXPECT_TRUE(isSame(fillet, before));
+            // The larger circle may have opened past a straight line between two circles that lie apart.
+            EXPECT_TRUE(!isOnSide || (kinds[0] == 1 && kinds[1] == 1)) << trial;
+            refused += isOnSide;
+        } else if (fillet.m_radius < 30) {
+            expectFillet(fillet, arcs, through, 1e-3);
         }
+        if (!isMade || !isOnSide)
+            continue;
+        ++all;
         ++found[kinds[0]][kinds[1]];
-        expectFillet(fillet, arcs, through, 1e-3);
         EXPECT_GE(static_cast<double>(fillet.m_radius), radius - 1e-3) << trial;
-        bool const isBack = std::abs(centerOf(fillet) - center) < 2e-3 &&
-                            std::abs(startOf(fillet) - touch[0]) < 2e-3 &&
-                            std::abs(endOf(fillet) - touch[1]) < 2e-3;
+        bool const isBack = std::abs(centerOf(fillet) - center) < 2e-3;
         EXPECT_TRUE(isBack || kinds[0] + kinds[1] > 0) << trial;
         back += isBack;
-        EXPECT_EQ(fillet.m_straight, 5);
         // A point on the other side of one of them.
         Vec const wrong = touch[0] + (touch[0] - center) * (0.02 / radius);
-        float const wrongPoint[2] = {static_cast<float>(wrong.real()), static_cast<float>(wrong.imag())};
-        CArc2D const before = fillet;
+        float const wrongPoint[2] = {narrow(wrong.real()), narrow(wrong.imag())};
         EXPECT_FALSE(fillet.Make2ArcsFillet(arcs, wrongPoint));
-        EXPECT_TRUE(isSame(fillet, before));
     }
     for (auto const & row : found) {
-        for (int count : row) {
+        for (int count : row)
             EXPECT_GT(count, 100);
-            all += count;
-        }
     }
     EXPECT_GT(back, all * 3 / 4);
-    EXPECT_LT(refused, found[1][1] / 50);
+    EXPECT_LT(refused, all / 300);
 }
 
-// Anything else: what is made touches both on the right side, what cannot be made leaves no trace.
-TEST(Arc2D, EveryFilletTouches)
+TEST(Arc2D, RefusesWhatGivesNoFiniteResult)
 {
     qz_sampling::Random random(3);
-    float const hostile[] = {0,
-                             1,
-                             -1,
-                             std::numeric_limits<float>::quiet_NaN(),
-                             std::numeric_limits<float>::infinity(),
-                             -std::numeric_limits<float>::infinity(),
-                             std::numeric_limits<float>::max(),
-                             std::numeric_limits<float>::denorm_min()};
-    int made = 0;
-    for (int trial = 0; trial < 30000; ++trial) {
+    using Limits = std::numeric_limits<float>;
+    float const hostile[] = {
+        0, -1, Limits::quiet_NaN(), Limits::infinity(), Limits::max(), Limits::denorm_min()};
+    for (int trial = 0; trial < 5000; ++trial) {
         CArc2D arcs[2] = {randomElement(random), randomElement(random)};
-        float point[2] = {static_cast<float>(random.uniform(-3, 3)),
-                          static_cast<float>(random.uniform(-3, 3))};
-        bool const isHostile = trial % 4 == 0;
-        if (isHostile) {
-            float * const fields[] = {&arcs[0].m_centerX, &arcs[0].m_startY, &arcs[1].m_radius,
-                                      &arcs[1].m_endX,    &arcs[0].m_radius, &point[0]};
-            *fields[random.next() % 6] = hostile[random.next() % 8];
-            *fields[random.next() % 6] = hostile[random.next() % 8];
-        }
+        float point[2] = {narrow(random.uniform(-3, 3)), narrow(random.uniform(-3, 3))}, crossing[2] = {};
+        float * const fields[] = {&arcs[0].m_centerX, &arcs[0].m_startY, &arcs[1].m_radius,
+                                  &arcs[1].m_endX,    &arcs[0].m_radius, &point[0]};
+        *fields[random.next() % 6] = hostile[random.next() % 6];
+        *fields[random.next() % 6] = hostile[random.next() % 6];
         CArc2D fillet = circle({1, 2}, 3);
-        CArc2D const before = fillet;
-        if (!fillet.Make2ArcsFillet(arcs, point)) {
-            EXPECT_TRUE(isSame(fillet, before));
-            continue;
+        if (fillet.Make2ArcsFillet(arcs, point)) {
+            EXPECT_TRUE(
+                std::isfinite(std::abs(centerOf(fillet)) + std::abs(startOf(fillet) + endOf(fillet))));
+            EXPECT_TRUE(std::isfinite(fillet.m_radius));
         }
-        double const r = fillet.m_radius;
-        ASSERT_TRUE(
-            std::isfinite(std::abs(centerOf(fillet)) + r + std::abs(startOf(fillet) + endOf(fillet))));
-        if (isHostile || r > 30)
-            continue;
-        ++made;
-        expectFillet(fillet, arcs, {point[0], point[1]}, 1e-4);
+        Get2ArcsIntersect(arcs, crossing);
+        EXPECT_TRUE(std::isfinite(crossing[0]) && std::isfinite(crossing[1]));
     }
-    EXPECT_GT(made, 2000);
-    CArc2D const parallel[2] = {segment({0, 0}, {1, 3}), segment({5, 0}, {7, 6})};
-    CArc2D const concentric[2] = {circle({1, 1}, 1), circle({1, 1}, 2)};
     float const between[2] = {2, 2};
-    float found[2];
-    CArc2D fillet;
-    EXPECT_FALSE(fillet.Make2ArcsFillet(parallel, between));
-    EXPECT_FALSE(fillet.Make2ArcsFillet(concentric, between));
-    EXPECT_FALSE(Get2ArcsIntersect(parallel, found));
-    EXPECT_FALSE(Get2ArcsIntersect(concentric, found));
+    float crossing[2];
+    CArc2D const pairs[][2] = {{segment({0, 0}, {1, 3}), segment({5, 0}, {7, 6})},
+                               {circle({1, 1}, 1), circle({1, 1}, 2)}};
+    for (auto const & pair : pairs) {
+        EXPECT_FALSE(CArc2D().Make2ArcsFillet(pair, between));
+        EXPECT_FALSE(Get2ArcsIntersect(pair, crossing));
+    }
 }
 
 TEST(Arc2D, FromThreePointsAndErrorOfAFourth)

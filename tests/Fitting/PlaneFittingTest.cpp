@@ -124,12 +124,3 @@ TYPED_TEST(PlaneFitting, DegenerateInput)
     points.assign(3, TypeParam(1, 2, 3));
     EXPECT_TRUE(FitPlaneToPointSet(points, plane, centroid));
 }
-
-TEST(PlaneFitError, IsGreatestAndMeanDistance)
-{
-    std::vector<Point3D> const points = {{1, 1, 5}, {0, 3, 1}, {2, 0, 3}};
-    double greatest = 0, mean = 0;
-    CalcPlaneFitError(points, {9, -4, 2}, {0, 0, -1}, greatest, mean);
-    EXPECT_EQ(greatest, 3);
-    EXPECT_DOUBLE_EQ(mean, 5. / 3);
-}

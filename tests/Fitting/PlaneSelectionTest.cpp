@@ -4,6 +4,9 @@
 #include <QZmath/Fitting/PlaneLimits.h>
 #include <QZmath/Fitting/PlaneSelection.h>
 #include <QZmath/Foundation/VectorGeometry.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
+
+#include <QZsys/Exceptions.h>
 
 #include <apps/sampling/Random.h>
 #include <support/Frames.h>
@@ -18,6 +21,9 @@
 
 using REmath::Point3D;
 using REmath::Point3D_d;
+using REmath::Detail::cross;
+using REmath::Detail::dot;
+using REmath::Detail::widen;
 
 namespace
 {
@@ -27,12 +33,6 @@ using Refs = REmath::CPtVecAdapder<Points>;
 
 double const pi = std::acos(-1.0);
 
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
-Point3D_d cross(Point3D_d const & a, Point3D_d const & b)
-{
-    return {a.y() * b.z() - a.z() * b.y(), a.z() * b.x() - a.x() * b.z(), a.x() * b.y() - a.y() * b.x()};
-}
-Point3D_d wide(Point3D const & point) { return point.asArray(); }
 Point3D_d randomDirection(qz_sampling::Random & random) { return qz_test::randomFrame(random, 1).axes[0]; }
 
 /// Noisy patch of a plane, the thickness up to its size.
@@ -52,16 +52,8 @@ double energy(Points const & points, Point3D_d const & center, Point3D_d const &
 {
     double sum = 0;
     for (Point3D const & point : points)
-        sum += std::pow(dot(wide(point) - center, normal), 2);
+        sum += std::pow(dot(widen(point) - center, normal), 2);
     return sum;
-}
-
-Point3D_d centroidOf(Points const & points)
-{
-    Point3D_d sum;
-    for (Point3D const & point : points)
-        sum += wide(point);
-    return sum / static_cast<double>(points.size());
 }
 
 struct Recognition
@@ -84,9 +76,10 @@ struct Recognition
     }
     bool isUntouched() const
     {
-        Point3D_d const mark(7);
-        return center == mark && normal == mark && basisU == mark && basisV == mark && maxError == 7 &&
-               meanError == 7 && limitsU[0] == 7 && limitsU[1] == 7 && limitsV[0] == 7 && limitsV[1] == 7;
+        Recognition const fresh;
+        return center == fresh.center && normal == fresh.normal && basisU == fresh.basisU &&
+               basisV == fresh.basisV && maxError == 7 && meanError == 7 && limitsU[0] == 7 &&
+               limitsV[1] == 7;
     }
     /// 0 when the plane contains the point.
     double heightOf(Point3D_d const & point) const { return dot(point - center, normal); }
@@ -99,11 +92,12 @@ struct Extent
     Extent(Points const & points, Point3D_d const & direction)
     {
         for (Point3D const & point : points) {
-            least = std::min(least, dot(wide(point), direction));
-            greatest = std::max(greatest, dot(wide(point), direction));
+            least = std::min(least, dot(widen(point), direction));
+            greatest = std::max(greatest, dot(widen(point), direction));
         }
     }
     double length() const { return greatest - least; }
+    std::vector<double> pair() const { return {least, greatest}; }
 };
 
 /// The first direction of the smallest rectangle, with every point looked at in every step.
@@ -130,8 +124,8 @@ void expectReport(Recognition const & found, Points const & points)
 {
     double greatest = 0, sum = 0;
     for (Point3D const & point : points) {
-        greatest = std::max(greatest, std::abs(found.heightOf(wide(point))));
-        sum += std::abs(found.heightOf(wide(point)));
+        greatest = std::max(greatest, std::abs(found.heightOf(widen(point))));
+        sum += std::abs(found.heightOf(widen(point)));
     }
     EXPECT_NEAR(found.maxError, greatest, 1e-12);
     EXPECT_NEAR(found.meanError, sum / static_cast<double>(points.size()), 1e-12);
@@ -140,11 +134,9 @@ void expectReport(Recognition const & found, Points const & points)
     EXPECT_NEAR(dot(found.basisU, found.normal), 0, 1e-12);
     EXPECT_NEAR((cross(found.normal, found.basisU) - found.basisV).length(), 0, 1e-12);
     Extent const alongU(points, found.basisU), alongV(points, found.basisV);
-    EXPECT_EQ(found.limitsU[0], alongU.least);
-    EXPECT_EQ(found.limitsU[1], alongU.greatest);
-    EXPECT_EQ(found.limitsV[0], alongV.least);
-    EXPECT_EQ(found.limitsV[1], alongV.greatest);
-    EXPECT_GE(dot(found.normal, wide(found.viewDir)), -1e-6);
+    EXPECT_EQ(std::vector<double>(found.limitsU, found.limitsU + 2), alongU.pair());
+    EXPECT_EQ(std::vector<double>(found.limitsV, found.limitsV + 2), alongV.pair());
+    EXPECT_GE(dot(found.normal, widen(found.viewDir)), -1e-6);
     if (found.constraint != PlaneFitAngleToAxis) {
         EXPECT_EQ(found.basisU, smallestRectangle(points, found.normal, 120));
     }
@@ -173,7 +165,9 @@ TEST_P(PlaneSelection, SatisfiesItsConstraintAndNoOtherPlaneDoesBetter)
         ASSERT_TRUE(found.run(points));
         expectReport(found, points);
 
-        Point3D_d const centroid = centroidOf(points);
+        Point3D_d centroid;
+        for (Point3D const & point : points)
+            centroid += widen(point) / static_cast<double>(points.size());
         double const least = energy(points, found.center, found.normal) - 1e-9;
         bool const isFixedNormal = GetParam() == PlaneFitNormal || GetParam() == PlaneFitNormalAndDist;
         if (isFixedNormal) {
@@ -203,11 +197,11 @@ TEST_P(PlaneSelection, SatisfiesItsConstraintAndNoOtherPlaneDoesBetter)
         for (int i = 0; i < 720 && !isFixedNormal; ++i) {
             double const psi = i * pi / 360;
             Point3D_d const around = Point3D_d(u) * std::cos(psi) + Point3D_d(v) * std::sin(psi);
-            Point3D_d normal = randomDirection(random);
-            if (GetParam() == PlaneFitThroughLine)
-                normal = around;
-            if (GetParam() == PlaneFitAngleToAxis)
-                normal = around * std::sin(slope) + found.fixedDir * std::cos(slope);
+            Point3D_d const normal =
+                GetParam() == PlaneFitThroughLine ? around
+                : GetParam() == PlaneFitAngleToAxis
+                    ? around * std::sin(slope) + found.fixedDir * std::cos(slope)
+                    : (found.normal + randomDirection(random) * std::pow(10, -i / 180.)).unitLength();
             EXPECT_LE(least, energy(points, found.center, normal));
         }
     }
@@ -237,6 +231,10 @@ TEST_P(PlaneSelection, RefusesWhatGivesNoPlane)
         }
         EXPECT_TRUE(found.isUntouched());
     }
+    Recognition unknown;
+    unknown.constraint = GetParam() == 0 ? -1 : 5 + GetParam();
+    EXPECT_FALSE(unknown.run(good));
+    EXPECT_TRUE(unknown.isUntouched());
     // One point is enough where the rest is given, and coincident points are no worse.
     for (Points const & points : {Points(1, {1, 2, 3}), Points(5, {1, 2, 3})}) {
         Recognition found;
@@ -249,22 +247,6 @@ TEST_P(PlaneSelection, RefusesWhatGivesNoPlane)
 }
 
 INSTANTIATE_TEST_SUITE_P(Constraints, PlaneSelection, testing::Range(0, 6));
-
-TEST(PlaneSelectionLimits, UnknownConstraintAndAxisParallelNormal)
-{
-    Points const points = {{0, 0, 0}, {2, 0, 0}, {0, 1, 0}, {2, 1, 0}};
-    Recognition found;
-    for (int constraint : {-1, 6, 1000}) {
-        found.constraint = constraint;
-        EXPECT_FALSE(found.run(points));
-    }
-    EXPECT_TRUE(found.isUntouched());
-    // The axis is no help for the basis here, so that the rectangle decides.
-    found.constraint = PlaneFitAngleToAxis;
-    ASSERT_TRUE(found.run(points));
-    EXPECT_EQ(found.normal, Point3D_d(0, 0, 1));
-    EXPECT_NEAR((found.limitsU[1] - found.limitsU[0]) * (found.limitsV[1] - found.limitsV[0]), 2, 1e-12);
-}
 
 // Points deep inside are left out of the search; that must not change a bit of the result.
 TEST(PlaneSelectionLimits, SmallestRectangleIsThatOfAllPoints)
@@ -297,23 +279,19 @@ TEST(PlaneSelectionLimits, SmallestRectangleIsThatOfAllPoints)
 
     Points const points = {{1, 1, 5}, {4, 1, 5}, {1, 3, 5}};
     REmath::CPlaneEquation plane;
-    EXPECT_FALSE(plane.IsValid());
-    double const up[3] = {0, 0, 1};
-    plane.SetNormalDir(up);
-    EXPECT_TRUE(plane.IsValid());
+    plane.SetNormalDir(Point3D_d(0, 0, 1).asArray());
     REmath::CPlaneLimits limits;
     limits.DefineAuto(Refs(points), plane);
-    for (int i : {0, 1}) {
-        Extent const extent(points, limits.GetBasisVector(i));
-        EXPECT_EQ(limits.GetLimitsInDir(i)[0], extent.least);
-        EXPECT_EQ(limits.GetLimitsInDir(i)[1], extent.greatest);
-    }
-    EXPECT_EQ(limits.GetLimitsInDir(0)[1] - limits.GetLimitsInDir(0)[0], 2);
+    auto const along = [&](int i) {
+        return std::vector<double>(limits.GetLimitsInDir(i), limits.GetLimitsInDir(i) + 2);
+    };
+    for (int i : {0, 1})
+        EXPECT_EQ(along(i), Extent(points, limits.GetBasisVector(i)).pair());
     limits.DefineAuto(Refs({}), plane);
-    EXPECT_EQ(limits.GetLimitsInDir(1)[0], -1);
-    EXPECT_EQ(limits.GetLimitsInDir(1)[1], 1);
+    EXPECT_EQ(along(1), (std::vector<double>{-1, 1}));
 }
 
+// When everything is gone, a tiny patch must not feel what was there before.
 TEST(PlaneApproximator, AgreesWithTheBatchAfterAnyAddsAndRemoves)
 {
     qz_sampling::Random random(21);
@@ -321,80 +299,56 @@ TEST(PlaneApproximator, AgreesWithTheBatchAfterAnyAddsAndRemoves)
         std::unique_ptr<REmath::IPlaneAppoximator> const approximator(
             REmath::IPlaneAppoximator::CreateByConstraint(PlaneFitFree));
         qz_test::Frame const frame = qz_test::randomFrame(random, 20);
-        Point3D_d const outwards = frame.axes[2] * (trial % 2 == 0 ? 1 : -1);
+        Point3D const outwards((frame.axes[2] * (trial % 2 == 0 ? 1 : -1)).asArray());
         std::vector<Points> inside;
         REmath::CPlaneEquation plane;
-        for (int step = 0; step < 40; ++step) {
-            if (inside.empty() || random.uniform() < 0.55) {
-                // Portions lie apart from each other, and some are single points.
-                Points portion = randomPatch(random, frame, step % 3 == 0 ? 1 : 1 + step);
-                Point3D const apart((frame.axes[0] * random.uniform(-20, 20)).asArray());
-                for (Point3D & point : portion)
-                    point += apart;
-                inside.push_back(portion);
-                Points const normals(portion.size(), Point3D(outwards.asArray()));
-                Refs const pointRefs(inside.back()), normalRefs(normals);
-                approximator->addPoints(&pointRefs, &normalRefs);
-            } else {
-                auto const victim =
-                    inside.begin() + static_cast<std::ptrdiff_t>(random.next() % inside.size());
-                Points const normals(victim->size(), Point3D(outwards.asArray()));
-                Refs const pointRefs(*victim), normalRefs(normals);
-                approximator->removePoints(&pointRefs, &normalRefs);
-                inside.erase(victim);
-            }
+        auto const change = [&](Points const & points, bool isAdding) {
+            Points const normals(points.size(), outwards);
+            Refs const pointRefs(points), normalRefs(normals);
+            isAdding ? approximator->addPoints(&pointRefs, &normalRefs)
+                     : approximator->removePoints(&pointRefs, &normalRefs);
             Points all;
             for (Points const & portion : inside)
                 all.insert(all.end(), portion.begin(), portion.end());
             approximator->getPlane(plane);
-            EXPECT_EQ(plane.IsValid(), all.size() >= 3);
-            if (!plane.IsValid())
-                continue;
             double batch[4], centroid[3];
-            ASSERT_TRUE(FitPlaneToPointSet(all, batch, centroid));
-            double const best = energy(all, centroid, batch);
+            bool const isPlane = FitPlaneToPointSet(all, batch, centroid);
+            ASSERT_EQ(plane.IsValid(), isPlane);
             Point3D_d const normal = plane.NormalDir();
-            EXPECT_NEAR(normal.length(), 1, 1e-14);
-            EXPECT_NEAR(energy(all, centroid, normal), best, 1e-9 * (1 + best));
-            EXPECT_NEAR(plane.FreeTerm(), -dot(normal, centroid), 1e-9);
-            EXPECT_GE(dot(normal, outwards), 0);
+            double const best = isPlane ? energy(all, centroid, batch) : 0;
+            EXPECT_NEAR(isPlane ? energy(all, centroid, normal) : 0, best, 1e-9 * (1 + best));
+            EXPECT_NEAR(plane.FreeTerm(), isPlane ? -dot(normal, centroid) : 0, 1e-7);
+            EXPECT_GE(dot(normal, widen(outwards)), 0);
+        };
+        auto const removeAny = [&] {
+            auto const portion = inside.begin() + static_cast<std::ptrdiff_t>(random.next() % inside.size());
+            Points const points = *portion;
+            inside.erase(portion);
+            change(points, false);
+        };
+        for (int step = 0; step < 40; ++step) {
+            // Portions lie apart from each other, and some are single points or none.
+            qz_test::Frame const apart = {frame.toWorld({random.uniform(-20, 20), 0, 0}), frame.axes};
+            if (inside.empty() || random.uniform() < 0.55) {
+                inside.push_back(randomPatch(random, apart, step % 3 == 0 ? step % 2 : 1 + step));
+                change(inside.back(), true);
+            } else {
+                removeAny();
+            }
         }
-    }
-}
-
-TEST(PlaneApproximator, KeepsNothingOfWhatIsGone)
-{
-    std::unique_ptr<REmath::IPlaneAppoximator> const approximator(
-        REmath::IPlaneAppoximator::CreateByConstraint(PlaneFitFree));
-    Points const huge = {{1e7, 2e7, 3e6}, {-4e6, 1e6, 7e7}, {1, 2, 3}}, empty;
-    Points const flat = {{0, 0, 1e-4}, {1e-4, 0, 1e-4}, {0, 1e-4, 1e-4}};
-    Refs const hugeRefs(huge), flatRefs(flat), emptyRefs(empty);
-    REmath::CPlaneEquation plane;
-    approximator->addPoints(&hugeRefs, nullptr);
-    approximator->addPoints(&emptyRefs, nullptr);
-    approximator->addPoints(nullptr, nullptr);
-    approximator->getPlane(plane);
-    EXPECT_TRUE(plane.IsValid());
-    approximator->removePoints(&hugeRefs, nullptr);
-    approximator->getPlane(plane);
-    EXPECT_FALSE(plane.IsValid());
-    EXPECT_EQ(plane.FreeTerm(), 0);
-    approximator->addPoints(&flatRefs, nullptr);
-    approximator->getPlane(plane);
-    ASSERT_TRUE(plane.IsValid());
-    EXPECT_NEAR(std::abs(plane.NormalDir()[2]), 1, 1e-12);
-    Points const bad(1, std::numeric_limits<float>::quiet_NaN());
-    Refs const badRefs(bad);
-    approximator->addPoints(&badRefs, nullptr);
-    approximator->getPlane(plane);
-    EXPECT_FALSE(plane.IsValid());
-
-    for (int type : {1, 5, 6}) {
-        try {
-            delete REmath::IPlaneAppoximator::CreateByConstraint(static_cast<PlaneFitConstraintType>(type));
-            FAIL();
-        } catch (std::exception const & error) {
-            EXPECT_STREQ(error.what(), "bad allocation");
+        while (!inside.empty())
+            removeAny();
+        for (Points const & points : {Points{{1e7, 2e7, 3e6}, {-4e6, 1e6, 7e7}, {1, 2, 3}},
+                                      Points{{0, 0, 1e-4}, {1e-4, 0, 1e-4}, {0, 1e-4, 1e-4}}}) {
+            inside.push_back(points);
+            change(points, true);
+            EXPECT_NEAR(energy(points, points[0].asArray(), plane.NormalDir()), 0,
+                        points[0].x() > 0 ? 1e-4 : 1e-24);
+            removeAny();
         }
+        inside.push_back(Points(3, std::numeric_limits<float>::quiet_NaN()));
+        change(inside.back(), true);
     }
+    EXPECT_THROW(delete REmath::IPlaneAppoximator::CreateByConstraint(PlaneFitAngleToAxis),
+                 CVescaTextException);
 }
