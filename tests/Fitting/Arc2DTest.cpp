@@ -151,15 +151,16 @@ TEST(Arc2D, FilletTouchesAndIsFoundBack)
                       : kinds[i] == 1 ? circle(touch[i] + size * outwards, size)
                                       : circle(touch[i] - (radius + size) * outwards, radius + size);
         }
-        // Both ends of a segment, so that either may be the far one.
+        // Of a segment the far end counts, whatever side the near one is on.
         bool isOnSide = trial % 10 != 0;
         for (int i = 0; i < 2; ++i) {
             CArc2D const & other = arcs[1 - i];
             double const side = height(arcs[i], center) > 0 ? 1 : -1;
-            for (Vec const & reference : {startOf(other), endOf(other), centerOf(other)}) {
-                bool const counts = (other.m_straight == 0) == (reference == centerOf(other));
-                isOnSide &= !counts || side * height(arcs[i], reference) > 1e-3;
-            }
+            double const atStart = side * height(arcs[i], startOf(other));
+            double const atEnd = side * height(arcs[i], endOf(other));
+            isOnSide &= other.m_straight == 0
+                            ? side * height(arcs[i], centerOf(other)) > 1e-3
+                            : std::max(atStart, atEnd) > 1e-3 - std::min({atStart, atEnd, 0.0});
         }
         float const point[2] = {narrow(through.real()), narrow(through.imag())};
         CArc2D fillet = circle({1, 2}, 3);
