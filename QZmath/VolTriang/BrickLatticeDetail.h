@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/VolTriang/BrickPassesDetail.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,11 +12,6 @@ namespace VolTr
 {
 
 class COctree;
-
-/// Places of a brick along an axis, and in all.
-constexpr int brickEdge = 8;
-constexpr int brickRows = brickEdge * brickEdge;
-constexpr int brickPlaces = brickEdge * brickRows;
 
 /// The nodes of one depth of an octree, gathered in bricks of 8 x 8 x 8 places of the depth's own lattice.
 ///

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+
+namespace VolTr
+{
+
+/// Places of a brick along an axis, its rows of places along z, and all its places.
+constexpr int brickEdge = 8;
+constexpr int brickRows = brickEdge * brickEdge;
+constexpr int brickPlaces = brickEdge * brickRows;
+
+/// How many places of its own depth a kernel reaches to each side, and how many it meets in all.
+constexpr int ownReach = 2;
+constexpr int ownTaps = 2 * ownReach + 1;
+/// Most places of a coarser depth that the places of a brick can meet along an axis, and that one can.
+constexpr int coarseWidth = 8;
+constexpr int coarseTaps = 5;
+
+/// One factor of the coupling along an axis between the eight places of a brick and the places of a coarser
+/// depth, in the forms that the passes want.
+struct alignas(32) AxisFactor
+{
+    float byCoarse[coarseWidth][brickEdge]; ///< [coarse place][place]
+    float byPlace[brickEdge][coarseWidth];  ///< the same transposed
+    float taps[brickEdge][coarseTaps];      ///< of each place, from `CoarseTable::firstTap` on
+};
+
+/// What couples the places of a brick to those of a coarser depth, on one axis and for one position of the
+/// brick between the coarse places.
+struct CoarseTable
+{
+    int firstPlace = 0; ///< coarse place number 0, relative to the one at or below the brick's first place
+    int width = 0;      ///< coarse places in reach, at most `coarseWidth`
+    int taps = 0;       ///< `coarseTaps` or one less, the same for all tables of a difference of depth
+    int firstTap[brickEdge] = {};
+    AxisFactor mass;
+    AxisFactor stiffness;
+    AxisFactor gradient; ///< product of the finer function's derivative with the coarser function
+};
+
+/// Places of a brick and of its neighbours within `ownReach` along an axis.
+constexpr int haloEdge = brickEdge + 2 * ownReach;
+/// Numbers in a row of a halo or of a coarse block, the unused ones at its end included.
+constexpr int paddedRow = 16;
+
+/// A brick with its surroundings: row (x, y) starts at `(x * haloEdge + y) * paddedRow` and has its place z -
+/// 2 first. Rows of zeros are not looked at: bit y of `used[x]` tells which others there are.
+struct alignas(32) BrickHalo
+{
+    float values[haloEdge * haloEdge * paddedRow];
+    std::uint16_t used[haloEdge];
+};
+
+/// The places of a coarser depth around a brick: row (x, y) starts at `(x * coarseWidth + y) * paddedRow`,
+/// with its first place at `offset` from there. Bit y of `used[x]` tells that the row is not all zeros.
+struct alignas(32) CoarseBlock
+{
+    float values[coarseWidth * coarseWidth * paddedRow];
+    std::uint8_t used[coarseWidth];
+    int offset;
+};
+
+/// One-variable factors of a term on the three axes, over the own depth.
+struct OwnTerm
+{
+    float const * x;
+    float const * y;
+    float const * z;
+};
+
+/// A coarse table and one of its factors on each axis.
+struct CoarseTerm
+{
+    CoarseTable const * tables[3];
+    AxisFactor const * x;
+    AxisFactor const * y;
+    AxisFactor const * z;
+};
+
+/// The passes over one brick. Arrays of a brick are dense, aligned to 32 bytes; `rows` tells where nodes
+/// stand, and nothing is promised of the other places of rows that have nodes, nor read from rows without.
+/// All add up in a fixed order with fused multiplications, so every implementation gives the same bits.
+struct BrickPasses
+{
+    /// out = scale * (m m s + m s m + s m m) over the nodes of the own depth.
+    void (*applyOwn)(BrickHalo const & halo, float const * mass, float const * stiffness, float scale,
+                     std::uint8_t const * rows, float * out);
+    /// out += scale * (m m s + m s m + s m m) over the nodes of a coarser depth.
+    void (*addCoarse)(CoarseBlock const & block, CoarseTable const * const * tables, float scale,
+                      std::uint8_t const * rows, float * out);
+    /// What `addCoarse` does with a block, transposed: block = sum over the places of the brick. Rows of the
+    /// block that are not all zeros are written in full, and `used` tells which they are.
+    void (*restrictToCoarse)(float const * brick, CoarseTable const * const * tables, float scale,
+                             std::uint8_t const * rows, CoarseBlock & block);
+    /// The same with one product of three factors instead of three products.
+    void (*addOwnTerm)(BrickHalo const & halo, OwnTerm const & term, float scale, std::uint8_t const * rows,
+                       float * out);
+    void (*addCoarseTerm)(CoarseBlock const & block, CoarseTerm const & term, float scale,
+                          std::uint8_t const * rows, float * out);
+    void (*restrictTerm)(float const * brick, CoarseTerm const & term, float scale, std::uint8_t const * rows,
+                         CoarseBlock & block);
+    /// Spreads compact values to a row of a brick, zeros between; reads eight values whatever the row.
+    void (*expandRow)(float const * compact, std::uint8_t row, float * out);
+    /// Gathers the values of a row that has nodes at the set bits.
+    void (*compressRow)(float const * in, std::uint8_t row, float * compact);
+};
+
+/// For any processor.
+BrickPasses const & plainBrickPasses();
+/// For processors with AVX2 and FMA; null where this processor is none.
+BrickPasses const * vectorBrickPasses();
+/// The fastest ones that this processor can run.
+BrickPasses const & bestBrickPasses();
+
+} // namespace VolTr

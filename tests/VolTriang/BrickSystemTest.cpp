@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/BrickSystemDetail.h>
+#include <QZmath/VolTriang/Kernels.h>
+#include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/OctreeFuncBasis.h>
+#include <QZmath/VolTriang/ScalarProductHelper.h>
+#include <QZmath/VolTriang/WorkTeamDetail.h>
+
+#include <support/PointCloudSamples.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+// The passes over bricks against the explicit integrals of the same functions.
+
+using namespace VolTr;
+
+namespace
+{
+
+using Kernel = CProductPiecewisePolynom;
+using Vector = BrickSystem::Vector;
+
+PointCloudSamples noisySphere(int number, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<float> gauss;
+    PointCloudSamples samples;
+    for (int n = 0; n < number; ++n) {
+        float const x = gauss(random);
+        float const y = gauss(random);
+        float const z = gauss(random);
+        float const length = std::sqrt(x * x + y * y + z * z);
+        float const radius = (1.0f + 0.02f * gauss(random)) / length;
+        samples.add({x * radius, y * radius, z * radius}, {x / length, y / length, z / length});
+    }
+    return samples;
+}
+
+struct Config
+{
+    int depth;
+    bool useCenter;
+    int detalizationLevel;
+    double kernelScale;
+};
+
+// An octree with its functions, their derivatives and the bricks over them.
+struct Model
+{
+    Model(PointCloudSamples const & samples, Config const & config)
+        : octree(&samples, config.depth, nullptr, config.useCenter, config.detalizationLevel),
+          kernel(makeKernel(config.kernelScale)), basis(kernel, &octree, 0), lattice(octree)
+    {}
+
+    static Kernel makeKernel(double scale)
+    {
+        auto kernel = makeApproxGaussian<Kernel>();
+        double const scales[3] = {1.0 / scale, 1.0 / scale, 1.0 / scale};
+        kernel.scaleArgument(scales);
+        return kernel;
+    }
+    CSingleVarLimitedPolynom const & factor() const { return kernel.getSummand(0).getMultiplier(0); }
+    BrickSystem system(BrickPasses const & passes) const { return BrickSystem(lattice, factor(), passes); }
+
+    // The matrix of the described equation, by the nodes of the octree.
+    std::vector<std::vector<double>> matrix() const
+    {
+        Kernel laplacian;
+        kernel.makeLaplacian(&laplacian);
+        COctreeFuncBasisTmpl<Kernel> const laplacianBasis(laplacian, &octree, 2);
+        int const parity[3] = {1, 1, 1};
+        CCSFProductHelperTmpl<Kernel> helper(&basis, &laplacianBasis, BasisSymmetryFull, 7, parity);
+        std::size_t const size = static_cast<std::size_t>(octree.getNodesNumber());
+        std::vector<std::vector<double>> result(size, std::vector<double>(size));
+        for (std::size_t i = 0; i < size; ++i) {
+            for (std::size_t j = 0; j < size; ++j)
+                result[i][j] =
+                    0.0 - helper.evalScalarProduct(basis.makeFunctionByIndex(static_cast<int>(i)),
+                                                   laplacianBasis.makeFunctionByIndex(static_cast<int>(j)));
+        }
+        return result;
+    }
+
+    COctree octree;
+    Kernel kernel;
+    COctreeFuncBasisTmpl<Kernel> basis;
+    BrickLattice lattice;
+};
+
+Vector randomVector(std::size_t size, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    Vector result(size + brickEdge, 0.0f);
+    std::generate(result.begin(), result.begin() + static_cast<std::ptrdiff_t>(size),
+                  [&] { return uniform(random); });
+    return result;
+}
+
+Vector inTeam(int threads, std::function<Vector(WorkTeam &)> const & job)
+{
+    Vector result;
+    WorkTeam::run(threads, nullptr, [&](WorkTeam & team) { result = job(team); });
+    return result;
+}
+
+class BrickSystemTest : public testing::TestWithParam<Config>
+{};
+
+} // namespace
+
+TEST_P(BrickSystemTest, productIsThatOfTheExplicitMatrix)
+{
+    PointCloudSamples const samples = noisySphere(120, 1);
+    Model const model(samples, GetParam());
+    std::vector<int> const & nodes = model.lattice.nodes();
+    std::size_t const size = nodes.size();
+    auto const matrix = model.matrix();
+    Vector const vector = randomVector(size, 2);
+    BrickSystem system = model.system(bestBrickPasses());
+    Vector const product = inTeam(1, [&](WorkTeam & team) { return system.product(vector, team); });
+    for (std::size_t i = 0; i < size; ++i) {
+        std::size_t const row = static_cast<std::size_t>(nodes[i]);
+        double expected = 0.0;
+        double magnitude = 0.0;
+        for (std::size_t j = 0; j < size; ++j) {
+            std::size_t const column = static_cast<std::size_t>(nodes[j]);
+            double const element = matrix[row][column] / std::sqrt(matrix[row][row] * matrix[column][column]);
+            expected += element * vector[j];
+            magnitude += std::fabs(element);
+        }
+        ASSERT_NEAR(product[i], expected, 1e-6 * magnitude) << "node " << row;
+    }
+}
+
+TEST_P(BrickSystemTest, rightPartIsThatOfTheExplicitProducts)
+{
+    PointCloudSamples const samples = noisySphere(100, 3);
+    Model const model(samples, GetParam());
+    COctree const & octree = model.octree;
+    std::vector<int> const & nodes = model.lattice.nodes();
+    std::size_t const size = nodes.size();
+    // Values on the two deepest depths, as splats of uneven clouds have them.
+    std::array<Vector, 3> field;
+    for (unsigned axis = 0; axis < 3; ++axis) {
+        field[axis] = randomVector(size, 10 + axis);
+        for (std::size_t i = 0; i < size; ++i) {
+            if (octree.getNodeDepth(nodes[i]) < octree.getNodeDepthEnd() - 2)
+                field[axis][i] = 0.0f;
+        }
+    }
+    BrickSystem system = model.system(bestBrickPasses());
+    Vector const right = inTeam(1, [&](WorkTeam & team) { return system.rightPart(field, team); });
+
+    auto const matrix = model.matrix();
+    std::vector<double> expected(size, 0.0);
+    for (int axis = 0; axis < 3; ++axis) {
+        Kernel derivative;
+        model.kernel.makePartialDerivative(&derivative, axis);
+        COctreeFuncBasisTmpl<Kernel> const gradient(derivative, &octree, 1);
+        int parity[3] = {1, 1, 1};
+        parity[axis] = -1;
+        CCSFProductHelperTmpl<Kernel> helper(&model.basis, &gradient, BasisSymmetryNone, 6, parity);
+        for (std::size_t i = 0; i < size; ++i) {
+            for (std::size_t j = 0; j < size; ++j) {
+                float const value = field[static_cast<std::size_t>(axis)][j];
+                if (value != 0.0f)
+                    expected[i] -= value * helper.evalScalarProduct(model.basis.makeFunctionByIndex(nodes[i]),
+                                                                    gradient.makeFunctionByIndex(nodes[j]));
+            }
+        }
+    }
+    double greatest = 0.0;
+    double ratio = 0.0; // of the units, which are common to all nodes
+    for (std::size_t i = 0; i < size; ++i) {
+        std::size_t const row = static_cast<std::size_t>(nodes[i]);
+        expected[i] /= std::sqrt(matrix[row][row]);
+        if (std::fabs(expected[i]) > greatest) {
+            greatest = std::fabs(expected[i]);
+            ratio = expected[i] / right[i];
+        }
+    }
+    EXPECT_GT(ratio, 0.0);
+    for (std::size_t i = 0; i < size; ++i)
+        ASSERT_NEAR(right[i] * ratio, expected[i], 1e-6 * greatest) << "node " << nodes[i];
+}
+
+TEST_P(BrickSystemTest, solutionMeetsTheEquationWithTheSameBitsEverywhere)
+{
+    PointCloudSamples const samples = noisySphere(600, 5);
+    Model const model(samples, GetParam());
+    std::size_t const size = model.lattice.nodes().size();
+    Vector const right = randomVector(size, 6);
+    BrickSystem::Solution solution;
+    auto const solve = [&](BrickPasses const & passes) {
+        return [&](WorkTeam & team) {
+            BrickSystem system = model.system(passes);
+            Vector image = system.product(right, team); // in the range of the matrix
+            solution = system.solve(image, 1e-4, 200, team);
+            image = system.product(solution.values, team);
+            return image;
+        };
+    };
+    Vector const image = inTeam(1, solve(bestBrickPasses()));
+    ASSERT_TRUE(solution.hasConverged);
+    EXPECT_LT(solution.iterations, 120);
+    Vector const values = solution.values;
+    BrickSystem system = model.system(bestBrickPasses());
+    Vector const given = inTeam(1, [&](WorkTeam & team) { return system.product(right, team); });
+    double error = 0.0;
+    double norm = 0.0;
+    for (std::size_t i = 0; i < size; ++i) {
+        error += std::pow(image[i] - given[i], 2.0);
+        norm += std::pow(given[i], 2.0);
+    }
+    EXPECT_LT(std::sqrt(error / norm), 1e-3);
+
+    for (int threads : {1, 2, 3}) {
+        inTeam(threads, solve(threads == 2 ? bestBrickPasses() : plainBrickPasses()));
+        EXPECT_EQ(solution.values, values) << threads << " threads";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Configurations, BrickSystemTest,
+                         testing::Values(Config{5, true, -1, 0.95}, Config{4, false, -1, 0.95},
+                                         Config{4, false, -1, 1.0}, Config{5, true, 1, 1.0},
+                                         Config{5, true, 0, 0.7}, Config{3, false, 2, 0.8},
+                                         Config{6, true, -1, 0.7}));
+
+TEST(BrickLatticeTest, holdsEveryNodeOnceInTheOrderOfBricks)
+{
+    PointCloudSamples const samples = noisySphere(500, 7);
+    for (bool useCenter : {false, true}) {
+        COctree const octree(&samples, 6, nullptr, useCenter, -1);
+        BrickLattice const lattice(octree);
+        std::vector<int> nodes = lattice.nodes();
+        ASSERT_EQ(nodes.size(), static_cast<std::size_t>(octree.getNodesNumber()));
+        std::size_t compact = 0;
+        for (int depth = lattice.firstDepth(); depth < lattice.endDepth(); ++depth) {
+            BrickLevel const & level = lattice.level(depth);
+            double const cell = std::exp2(octree.getLeafCellDepth() - depth);
+            for (int brick = 0; brick < level.bricksNumber(); ++brick) {
+                ASSERT_EQ(level.firstNode[static_cast<std::size_t>(brick)], compact);
+                auto const & place = level.bricks[static_cast<std::size_t>(brick)];
+                EXPECT_EQ(level.find(place[0], place[1], place[2]), brick);
+                EXPECT_EQ(level.neighboursOf(brick)[13], brick);
+                for (int index = 0; index < brickPlaces; ++index) {
+                    if ((level.rowsOf(brick)[index / 8] >> index % 8 & 1) == 0)
+                        continue;
+                    int offset[3];
+                    octree.getNodeOffset(nodes[compact], offset);
+                    ASSERT_EQ(octree.getNodeDepth(nodes[compact]), depth);
+                    int const local[3] = {index / 64, index / 8 % 8, index % 8};
+                    for (std::size_t axis = 0; axis < 3; ++axis)
+                        ASSERT_EQ((8 * place[axis] + local[axis] + (useCenter ? 0.5 : 0.0)) * cell,
+                                  offset[axis]);
+                    ++compact;
+                }
+            }
+            EXPECT_EQ(level.find(1000, 0, -5), BrickLevel::noBrick);
+        }
+        std::sort(nodes.begin(), nodes.end());
+        for (std::size_t node = 0; node < nodes.size(); ++node)
+            ASSERT_EQ(nodes[node], static_cast<int>(node));
+    }
+}
+
+TEST(WorkTeamTest, callsEachIndexOnceAndPassesTheFirstExceptionOn)
+{
+    for (int threads : {1, 2, 5}) {
+        std::vector<int> calls(1000, 0);
+        WorkTeam::run(threads, nullptr, [&](WorkTeam & team) {
+            for (int loop = 0; loop < 200; ++loop)
+                team.forEach(1000, [&](int index) { ++calls[static_cast<std::size_t>(index)]; });
+        });
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), 200), 1000);
+        auto const failing = [](WorkTeam & team) {
+            team.forEach(100, [](int index) {
+                if (index >= 40)
+                    throw std::runtime_error(std::to_string(index));
+            });
+        };
+        try {
+            WorkTeam::run(threads, nullptr, failing);
+            ADD_FAILURE();
+        } catch (std::runtime_error const & error) {
+            EXPECT_STREQ(error.what(), "40");
+        }
+    }
+}
