@@ -87,17 +87,35 @@ inline V fma(V const & a, V const & b, V const & c)
     return result;
 }
 
-void expandRow(float const * compact, std::uint8_t row, float * out)
+inline V sub(V const & a, V const & b)
 {
-    for (int z = 0; z < 8; ++z)
-        out[z] = (row >> z & 1) != 0 ? *compact++ : 0.0f;
+    V result;
+    for (int n = 0; n < 8; ++n)
+        result.of[n] = a.of[n] - b.of[n];
+    return result;
 }
 
-void compressRow(float const * in, std::uint8_t row, float * compact)
+inline V keepNodes(V const & value, std::uint8_t row)
+{
+    V result;
+    for (int z = 0; z < 8; ++z)
+        result.of[z] = (row >> z & 1) != 0 ? value.of[z] : 0.0f;
+    return result;
+}
+
+inline V expandRow(float const * compact, std::uint8_t row)
+{
+    V result;
+    for (int z = 0; z < 8; ++z)
+        result.of[z] = (row >> z & 1) != 0 ? *compact++ : 0.0f;
+    return result;
+}
+
+inline void compressRow(V const & value, std::uint8_t row, float * compact)
 {
     for (int z = 0; z < 8; ++z) {
         if ((row >> z & 1) != 0)
-            *compact++ = in[z];
+            *compact++ = value.of[z];
     }
 }
 

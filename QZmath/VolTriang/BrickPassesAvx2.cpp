@@ -24,6 +24,7 @@ inline V broadcast(float value) { return _mm256_set1_ps(value); }
 inline V zero() { return _mm256_setzero_ps(); }
 inline V mul(V a, V b) { return _mm256_mul_ps(a, b); }
 inline V add(V a, V b) { return _mm256_add_ps(a, b); }
+inline V sub(V a, V b) { return _mm256_sub_ps(a, b); }
 inline V fma(V a, V b, V c) { return _mm256_fmadd_ps(a, b, c); }
 
 // For each row: which compact value every place takes, and which place every compact value.
@@ -57,16 +58,21 @@ inline __m256i loadOrder(int const * order)
     return _mm256_load_si256(reinterpret_cast<__m256i const *>(order));
 }
 
-void expandRow(float const * compact, std::uint8_t row, float * out)
+inline V keepNodes(V value, std::uint8_t row)
 {
-    V const values = _mm256_permutevar8x32_ps(_mm256_loadu_ps(compact), loadOrder(rowOrders.ofPlace[row]));
-    _mm256_store_ps(out, _mm256_and_ps(values, _mm256_castsi256_ps(loadOrder(rowOrders.placeMask[row]))));
+    return _mm256_and_ps(value, _mm256_castsi256_ps(loadOrder(rowOrders.placeMask[row])));
 }
 
-void compressRow(float const * in, std::uint8_t row, float * compact)
+inline V expandRow(float const * compact, std::uint8_t row)
 {
-    V const values = _mm256_permutevar8x32_ps(_mm256_load_ps(in), loadOrder(rowOrders.placeOf[row]));
-    _mm256_maskstore_ps(compact, loadOrder(rowOrders.countMask[row]), values);
+    return keepNodes(_mm256_permutevar8x32_ps(_mm256_loadu_ps(compact), loadOrder(rowOrders.ofPlace[row])),
+                     row);
+}
+
+inline void compressRow(V value, std::uint8_t row, float * compact)
+{
+    _mm256_maskstore_ps(compact, loadOrder(rowOrders.countMask[row]),
+                        _mm256_permutevar8x32_ps(value, loadOrder(rowOrders.placeOf[row])));
 }
 
 } // namespace

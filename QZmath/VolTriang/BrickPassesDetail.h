@@ -45,11 +45,22 @@ constexpr int haloEdge = brickEdge + 2 * ownReach;
 /// Numbers in a row of a halo or of a coarse block, the unused ones at its end included.
 constexpr int paddedRow = 16;
 
+/// The rows of a brick that have nodes: bit y of `lines[x]`, and their bounding box.
+struct BrickRows
+{
+    std::uint8_t lines[brickEdge];
+    std::uint8_t xBegin;
+    std::uint8_t xEnd;
+    std::uint8_t yBegin;
+    std::uint8_t yEnd;
+};
+
 /// A brick with its surroundings: row (x, y) starts at `(x * haloEdge + y) * paddedRow` and has its place z -
-/// 2 first. Rows of zeros are not looked at: bit y of `used[x]` tells which others there are.
+/// 2 first. Rows of zeros are not looked at: bit y of `used[x]` tells which others there are. The room at the
+/// end is for whole vectors written at the end of the last row.
 struct alignas(32) BrickHalo
 {
-    float values[haloEdge * haloEdge * paddedRow];
+    float values[haloEdge * haloEdge * paddedRow + brickEdge];
     std::uint16_t used[haloEdge];
 };
 
@@ -79,33 +90,60 @@ struct CoarseTerm
     AxisFactor const * z;
 };
 
-/// The passes over one brick. Arrays of a brick are dense, aligned to 32 bytes; `rows` tells where nodes
-/// stand, and nothing is promised of the other places of rows that have nodes, nor read from rows without.
-/// All add up in a fixed order with fused multiplications, so every implementation gives the same bits.
+/// The passes over one brick. Arrays of a brick are dense and aligned to 32 bytes; in rows without nodes
+/// nothing is read or written, and in the others the places without a node may receive anything unless
+/// stated. Everything is added up in a fixed order with fused multiplications, so every implementation gives
+/// the same bits.
 struct BrickPasses
 {
     /// out = scale * (m m s + m s m + s m m) over the nodes of the own depth.
     void (*applyOwn)(BrickHalo const & halo, float const * mass, float const * stiffness, float scale,
-                     std::uint8_t const * rows, float * out);
+                     BrickRows const & used, float * out);
     /// out += scale * (m m s + m s m + s m m) over the nodes of a coarser depth.
     void (*addCoarse)(CoarseBlock const & block, CoarseTable const * const * tables, float scale,
-                      std::uint8_t const * rows, float * out);
-    /// What `addCoarse` does with a block, transposed: block = sum over the places of the brick. Rows of the
-    /// block that are not all zeros are written in full, and `used` tells which they are.
+                      BrickRows const & used, float * out);
+    /// What `addCoarse` does with a block, transposed: block = sum over the places of the brick, where places
+    /// without a node have to hold 0. Rows of the block that are not all zeros are written in full, and
+    /// `used` tells which they are.
     void (*restrictToCoarse)(float const * brick, CoarseTable const * const * tables, float scale,
-                             std::uint8_t const * rows, CoarseBlock & block);
+                             BrickRows const & used, CoarseBlock & block);
     /// The same with one product of three factors instead of three products.
-    void (*addOwnTerm)(BrickHalo const & halo, OwnTerm const & term, float scale, std::uint8_t const * rows,
+    void (*addOwnTerm)(BrickHalo const & halo, OwnTerm const & term, float scale, BrickRows const & used,
                        float * out);
     void (*addCoarseTerm)(CoarseBlock const & block, CoarseTerm const & term, float scale,
-                          std::uint8_t const * rows, float * out);
-    void (*restrictTerm)(float const * brick, CoarseTerm const & term, float scale, std::uint8_t const * rows,
+                          BrickRows const & used, float * out);
+    void (*restrictTerm)(float const * brick, CoarseTerm const & term, float scale, BrickRows const & used,
                          CoarseBlock & block);
-    /// Spreads compact values to a row of a brick, zeros between; reads eight values whatever the row.
-    void (*expandRow)(float const * compact, std::uint8_t row, float * out);
-    /// Gathers the values of a row that has nodes at the set bits.
-    void (*compressRow)(float const * in, std::uint8_t row, float * compact);
+
+    // Between the compact and the dense form. `rows` holds the nodes of each row as bits; eight compact
+    // values can be read from any row's first.
+
+    /// Spreads compact values over a brick, with zeros between the nodes.
+    void (*expand)(float const * compact, std::uint8_t const * rows, float * out);
+    /// Gathers the values at the nodes.
+    void (*compress)(float const * brick, std::uint8_t const * rows, float * compact);
+    /// out = (compact - sums) * factor with zeros between the nodes; `sums` may be null for zeros.
+    void (*solveUp)(float const * compact, float const * sums, float factor, std::uint8_t const * rows,
+                    float * out);
+    /// solved = (compact + own - shift * values - coupled) * factor with zeros between the nodes, and
+    /// result = solved + values, compact. Null stands for zeros, and for a `solved` that is not wanted.
+    void (*solveDown)(float const * compact, float const * own, float const * values, float const * coupled,
+                      float shift, float factor, std::uint8_t const * rows, float * solved, float * result);
 };
+
+/// Number of nodes of a row.
+struct RowCounts
+{
+    constexpr RowCounts()
+    {
+        for (int row = 0; row < 256; ++row) {
+            for (int z = 0; z < brickEdge; ++z)
+                of[row] = static_cast<std::uint8_t>(of[row] + (row >> z & 1));
+        }
+    }
+    std::uint8_t of[256] = {};
+};
+constexpr RowCounts rowCounts;
 
 /// For any processor.
 BrickPasses const & plainBrickPasses();

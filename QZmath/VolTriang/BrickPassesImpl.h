@@ -2,7 +2,8 @@
 #pragma once
 
 // The passes, written once over a vector of eight floats `V` that the including source file defines before,
-// in an unnamed namespace: load, store, broadcast, zero, fused multiplication-addition and masks.
+// in an unnamed namespace: load, store, arithmetic, and the ways
+// between a row and its compact values.
 
 #include <QZmath/VolTriang/BrickPassesDetail.h>
 
@@ -11,40 +12,6 @@ namespace VolTr
 
 namespace
 {
-
-// The rows of a brick that have nodes, and their bounding box.
-struct UsedRows
-{
-    explicit UsedRows(std::uint8_t const * rows)
-    {
-        std::uint8_t all = 0;
-        for (int x = 0; x < brickEdge; ++x) {
-            std::uint8_t line = 0;
-            for (int y = 0; y < brickEdge; ++y)
-                line = static_cast<std::uint8_t>(line | (rows[x * brickEdge + y] != 0 ? 1U << y : 0U));
-            lines[x] = line;
-            all = static_cast<std::uint8_t>(all | line);
-            if (line != 0) {
-                if (xBegin > x)
-                    xBegin = x;
-                xEnd = x + 1;
-            }
-        }
-        for (int y = 0; y < brickEdge; ++y) {
-            if ((all >> y & 1) != 0) {
-                if (yBegin > y)
-                    yBegin = y;
-                yEnd = y + 1;
-            }
-        }
-    }
-
-    std::uint8_t lines[brickEdge];
-    int xBegin = brickEdge;
-    int xEnd = 0;
-    int yBegin = brickEdge;
-    int yEnd = 0;
-};
 
 // z pass over a row of the halo: two one-variable factors at once.
 inline void convolveRow(float const * row, float const * first, float const * second, V & a, V & b)
@@ -60,9 +27,8 @@ inline void convolveRow(float const * row, float const * first, float const * se
 }
 
 void applyOwn(BrickHalo const & halo, float const * mass, float const * stiffness, float scale,
-              std::uint8_t const * rows, float * out)
+              BrickRows const & used, float * out)
 {
-    UsedRows const used(rows);
     float scaledMass[ownTaps];
     float scaledStiffness[ownTaps];
     for (int tap = 0; tap < ownTaps; ++tap) {
@@ -109,10 +75,9 @@ void applyOwn(BrickHalo const & halo, float const * mass, float const * stiffnes
     }
 }
 
-void addOwnTerm(BrickHalo const & halo, OwnTerm const & term, float scale, std::uint8_t const * rows,
+void addOwnTerm(BrickHalo const & halo, OwnTerm const & term, float scale, BrickRows const & used,
                 float * out)
 {
-    UsedRows const used(rows);
     float scaled[ownTaps];
     for (int tap = 0; tap < ownTaps; ++tap)
         scaled[tap] = term.z[tap] * scale;
@@ -146,7 +111,7 @@ void addOwnTerm(BrickHalo const & halo, OwnTerm const & term, float scale, std::
 
 template <int Taps>
 void addCoarseTaps(CoarseBlock const & block, CoarseTable const * const * tables, float scale,
-                   UsedRows const & used, float * out)
+                   BrickRows const & used, float * out)
 {
     CoarseTable const & tableX = *tables[0];
     CoarseTable const & tableY = *tables[1];
@@ -164,7 +129,7 @@ void addCoarseTaps(CoarseBlock const & block, CoarseTable const * const * tables
     int const yBegin = tableY.firstTap[used.yBegin];
     int const yEnd = tableY.firstTap[used.yEnd - 1] + Taps;
     for (int x = xBegin; x < xEnd; ++x) {
-        if (x >= tableX.width || block.used[x] == 0) {
+        if (block.used[x] == 0) {
             for (int y = used.yBegin; y < used.yEnd; ++y)
                 plain[x][y] = mixed[x][y] = zero();
             continue;
@@ -220,11 +185,8 @@ void addCoarseTaps(CoarseBlock const & block, CoarseTable const * const * tables
 }
 
 void addCoarse(CoarseBlock const & block, CoarseTable const * const * tables, float scale,
-               std::uint8_t const * rows, float * out)
+               BrickRows const & used, float * out)
 {
-    UsedRows const used(rows);
-    if (used.xEnd == 0)
-        return;
     bool const isWide = tables[0]->taps == coarseTaps || tables[1]->taps == coarseTaps;
     if (isWide)
         addCoarseTaps<coarseTaps>(block, tables, scale, used, out);
@@ -232,10 +194,9 @@ void addCoarse(CoarseBlock const & block, CoarseTable const * const * tables, fl
         addCoarseTaps<coarseTaps - 1>(block, tables, scale, used, out);
 }
 
-void addCoarseTerm(CoarseBlock const & block, CoarseTerm const & term, float scale, std::uint8_t const * rows,
+void addCoarseTerm(CoarseBlock const & block, CoarseTerm const & term, float scale, BrickRows const & used,
                    float * out)
 {
-    UsedRows const used(rows);
     int const tapsX = term.tables[0]->taps;
     int const tapsY = term.tables[1]->taps;
     V lines[coarseWidth][brickEdge];
@@ -243,7 +204,7 @@ void addCoarseTerm(CoarseBlock const & block, CoarseTerm const & term, float sca
         V values[coarseWidth];
         for (int y = 0; y < coarseWidth; ++y) {
             values[y] = zero();
-            if (x >= term.tables[0]->width || (block.used[x] >> y & 1) == 0)
+            if ((block.used[x] >> y & 1) == 0)
                 continue;
             float const * const row = block.values + (x * coarseWidth + y) * paddedRow + block.offset;
             for (int c = 0; c < term.tables[2]->width; ++c)
@@ -287,8 +248,8 @@ inline void storeRow(CoarseBlock & block, int x, int y, V values)
 }
 
 template <int Taps>
-void restrictTaps(float const * brick, CoarseTable const * const * tables, float scale, UsedRows const & used,
-                  CoarseBlock & block)
+void restrictTaps(float const * brick, CoarseTable const * const * tables, float scale,
+                  BrickRows const & used, CoarseBlock & block)
 {
     CoarseTable const & tableX = *tables[0];
     CoarseTable const & tableY = *tables[1];
@@ -319,9 +280,9 @@ void restrictTaps(float const * brick, CoarseTable const * const * tables, float
             }
         }
     }
-    for (int x = 0; x < tableX.width; ++x) {
+    for (int x = 0; x < coarseWidth; ++x) {
         block.used[x] = 0;
-        if (touched[x] == 0)
+        if (touched[x] == 0 || x >= tableX.width)
             continue;
         V byMass[coarseWidth];
         V byStiffness[coarseWidth];
@@ -358,19 +319,17 @@ void restrictTaps(float const * brick, CoarseTable const * const * tables, float
 }
 
 void restrictToCoarse(float const * brick, CoarseTable const * const * tables, float scale,
-                      std::uint8_t const * rows, CoarseBlock & block)
+                      BrickRows const & used, CoarseBlock & block)
 {
-    UsedRows const used(rows);
     if (tables[0]->taps == coarseTaps || tables[1]->taps == coarseTaps)
         restrictTaps<coarseTaps>(brick, tables, scale, used, block);
     else
         restrictTaps<coarseTaps - 1>(brick, tables, scale, used, block);
 }
 
-void restrictTerm(float const * brick, CoarseTerm const & term, float scale, std::uint8_t const * rows,
+void restrictTerm(float const * brick, CoarseTerm const & term, float scale, BrickRows const & used,
                   CoarseBlock & block)
 {
-    UsedRows const used(rows);
     CoarseTable const & tableX = *term.tables[0];
     CoarseTable const & tableY = *term.tables[1];
     V lines[coarseWidth][brickEdge];
@@ -389,7 +348,10 @@ void restrictTerm(float const * brick, CoarseTerm const & term, float scale, std
                     fma(value, broadcast(term.x->taps[x][tap] * scale), lines[first + tap][y]);
         }
     }
-    for (int x = 0; x < tableX.width; ++x) {
+    for (int x = 0; x < coarseWidth; ++x) {
+        block.used[x] = 0;
+        if (x >= tableX.width)
+            continue;
         V values[coarseWidth];
         for (int c = 0; c < coarseWidth; ++c)
             values[c] = zero();
@@ -407,8 +369,61 @@ void restrictTerm(float const * brick, CoarseTerm const & term, float scale, std
     }
 }
 
-constexpr BrickPasses passes = {applyOwn,      addCoarse,    restrictToCoarse, addOwnTerm,
-                                addCoarseTerm, restrictTerm, expandRow,        compressRow};
+void expand(float const * compact, std::uint8_t const * rows, float * out)
+{
+    for (int row = 0; row < brickRows; ++row) {
+        if (rows[row] == 0)
+            continue;
+        store(out + row * brickEdge, expandRow(compact, rows[row]));
+        compact += rowCounts.of[rows[row]];
+    }
+}
+
+void compress(float const * brick, std::uint8_t const * rows, float * compact)
+{
+    for (int row = 0; row < brickRows; ++row) {
+        if (rows[row] == 0)
+            continue;
+        compressRow(load(brick + row * brickEdge), rows[row], compact);
+        compact += rowCounts.of[rows[row]];
+    }
+}
+
+void solveUp(float const * compact, float const * sums, float factor, std::uint8_t const * rows, float * out)
+{
+    for (int row = 0; row < brickRows; ++row) {
+        if (rows[row] == 0)
+            continue;
+        V value = expandRow(compact, rows[row]);
+        if (sums != nullptr)
+            value = sub(value, load(sums + row * brickEdge));
+        store(out + row * brickEdge, keepNodes(mul(value, broadcast(factor)), rows[row]));
+        compact += rowCounts.of[rows[row]];
+    }
+}
+
+void solveDown(float const * compact, float const * own, float const * values, float const * coupled,
+               float shift, float factor, std::uint8_t const * rows, float * solved, float * result)
+{
+    for (int row = 0; row < brickRows; ++row) {
+        if (rows[row] == 0)
+            continue;
+        int const place = row * brickEdge;
+        V sum = expandRow(compact, rows[row]);
+        V const value = values != nullptr ? load(values + place) : zero();
+        if (own != nullptr)
+            sum = add(sum, fma(value, broadcast(0.0f - shift), load(own + place)));
+        sum = mul(sub(sum, load(coupled + place)), broadcast(factor));
+        if (solved != nullptr)
+            store(solved + place, keepNodes(sum, rows[row]));
+        compressRow(add(sum, value), rows[row], result);
+        compact += rowCounts.of[rows[row]];
+        result += rowCounts.of[rows[row]];
+    }
+}
+
+constexpr BrickPasses passes = {applyOwn,     addCoarse, restrictToCoarse, addOwnTerm, addCoarseTerm,
+                                restrictTerm, expand,    compress,         solveUp,    solveDown};
 
 } // namespace
 

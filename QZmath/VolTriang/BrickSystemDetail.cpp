@@ -65,6 +65,23 @@ double dot(std::vector<float> const & a, std::vector<float> const & b, std::size
                           [&](std::size_t index) { return static_cast<double>(a[index]) * b[index]; });
 }
 
+BrickRows usedRowsOf(std::uint8_t const * rows)
+{
+    BrickRows used = {{}, brickEdge, 0, brickEdge, 0};
+    for (int row = 0; row < brickRows; ++row) {
+        if (rows[row] == 0)
+            continue;
+        std::uint8_t const x = static_cast<std::uint8_t>(row / brickEdge);
+        std::uint8_t const y = static_cast<std::uint8_t>(row % brickEdge);
+        used.lines[x] = static_cast<std::uint8_t>(used.lines[x] | 1U << y);
+        used.xBegin = std::min(used.xBegin, x);
+        used.xEnd = std::max(used.xEnd, static_cast<std::uint8_t>(x + 1));
+        used.yBegin = std::min(used.yBegin, y);
+        used.yEnd = std::max(used.yEnd, static_cast<std::uint8_t>(y + 1));
+    }
+    return used;
+}
+
 } // namespace
 
 BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
@@ -75,6 +92,10 @@ BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom 
 {
     int const depths = lattice.endDepth() - lattice.firstDepth();
     m_levels.resize(static_cast<std::size_t>(depths));
+    // Both functions carry the square root of their diagonal element, in units of the coarser cell: 1 and
+    // 2^(5/2) a depth.
+    for (int delta = 0; delta < depths; ++delta)
+        m_couplingScales.push_back(static_cast<float>(m_tables.ownScale() * std::exp2(-2.5 * delta)));
     for (int index = 0; index < depths; ++index) {
         Level & level = m_levels[static_cast<std::size_t>(index)];
         level.bricks = &lattice.level(lattice.firstDepth() + index);
@@ -83,6 +104,9 @@ BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom 
         level.values.resize(bricks * brickRows);
         if (index + 1 < depths)
             level.sums.resize(bricks * brickRows);
+        level.usedRows.reserve(bricks);
+        for (int brick = 0; brick < level.bricks->bricksNumber(); ++brick)
+            level.usedRows.push_back(usedRowsOf(level.bricks->rowsOf(brick)));
         level.coarseBricks.reserve(bricks * static_cast<std::size_t>(index) * 8);
         for (std::array<int, 3> const & place : level.bricks->bricks) {
             for (int delta = 1; delta <= index; ++delta) {
@@ -100,11 +124,11 @@ BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom 
     }
 }
 
-bool BrickSystem::canServe(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel)
+bool BrickSystem::canServe(int depthsNumber, CSingleVarLimitedPolynom const & kernel)
 {
+    // The kernel's scale is a `float`, so 1.5 cells may come out a little more.
     double const reach = std::max(-kernel.getLeftBound(), kernel.getRightBound());
-    return lattice.endDepth() - lattice.firstDepth() - 1 <= BrickTables::maxDelta &&
-           reach <= BrickTables::maxReach;
+    return depthsNumber <= BrickTables::maxDelta + 1 && reach <= BrickTables::maxReach * (1.0 + 1e-6);
 }
 
 double BrickSystem::amplitudeOfUnknown(int depth) const
@@ -113,13 +137,6 @@ double BrickSystem::amplitudeOfUnknown(int depth) const
 }
 
 BrickSystem::Vector BrickSystem::emptyVector() const { return Vector(m_size + brickEdge, 0.0f); }
-
-// Both functions carry the square root of their diagonal element, in units of the coarser cell: 1 and 2^(5/2)
-// a depth.
-float BrickSystem::couplingScale(int delta) const
-{
-    return static_cast<float>(m_tables.ownScale() * std::exp2(-2.5 * delta));
-}
 
 BrickSystem::CoarseFrame BrickSystem::coarseFrame(int level, int brick, int delta) const
 {
@@ -134,17 +151,23 @@ BrickSystem::CoarseFrame BrickSystem::coarseFrame(int level, int brick, int delt
     return frame;
 }
 
-void BrickSystem::gather(CoarseFrame const & frame, Level const & coarse, Dense const & values,
-                         CoarseBlock & block) const
+void BrickSystem::gather(CoarseFrame const & frame, BrickRows const & used, Level const & coarse,
+                         Dense const & values, CoarseBlock & block) const
 {
+    static Row const zeros = {};
     block.offset = frame.offset[2];
+    std::fill(std::begin(block.used), std::end(block.used), std::uint8_t{0});
     bool const needsUpper = frame.offset[2] + frame.tables[2]->width > brickEdge;
-    int const widthX = frame.tables[0]->width;
-    int const widthY = frame.tables[1]->width;
-    for (int x = 0; x < widthX; ++x) {
+    int const xBegin = frame.tables[0]->firstTap[used.xBegin];
+    int const xEnd =
+        std::min(frame.tables[0]->firstTap[used.xEnd - 1] + frame.tables[0]->taps, frame.tables[0]->width);
+    int const yBegin = frame.tables[1]->firstTap[used.yBegin];
+    int const yEnd =
+        std::min(frame.tables[1]->firstTap[used.yEnd - 1] + frame.tables[1]->taps, frame.tables[1]->width);
+    for (int x = xBegin; x < xEnd; ++x) {
         int const placeX = frame.offset[0] + x;
-        unsigned used = 0;
-        for (int y = 0; y < widthY; ++y) {
+        unsigned usedLines = 0;
+        for (int y = yBegin; y < yEnd; ++y) {
             int const placeY = frame.offset[1] + y;
             int const * const pair = frame.bricks + 4 * (placeX >> 3) + 2 * (placeY >> 3);
             int const row = (placeX & 7) * brickEdge + (placeY & 7);
@@ -152,15 +175,16 @@ void BrickSystem::gather(CoarseFrame const & frame, Level const & coarse, Dense 
             bool const hasUpper = needsUpper && pair[1] >= 0 && coarse.bricks->rowsOf(pair[1])[row] != 0;
             if (!hasLower && !hasUpper)
                 continue;
-            used |= 1U << y;
+            usedLines |= 1U << y;
+            Row const & lower =
+                hasLower ? values[static_cast<std::size_t>(pair[0] * brickRows + row)] : zeros;
+            Row const & upper =
+                hasUpper ? values[static_cast<std::size_t>(pair[1] * brickRows + row)] : zeros;
             float * const target = block.values + (x * coarseWidth + y) * paddedRow;
-            static Row const zeros = {};
-            Row const & lower = hasLower ? values[static_cast<std::size_t>(pair[0] * brickRows + row)] : zeros;
-            Row const & upper = hasUpper ? values[static_cast<std::size_t>(pair[1] * brickRows + row)] : zeros;
             std::memcpy(target, lower.of, sizeof(lower.of));
             std::memcpy(target + brickEdge, upper.of, sizeof(upper.of));
         }
-        block.used[x] = static_cast<std::uint8_t>(used);
+        block.used[x] = static_cast<std::uint8_t>(usedLines);
     }
 }
 
@@ -188,48 +212,45 @@ void BrickSystem::scatter(CoarseFrame const & frame, CoarseBlock const & block, 
 
 void BrickSystem::gatherHalo(Level const & level, int brick, BrickHalo & halo) const
 {
+    static Row const zeros[1] = {};
     int const * const neighbours = level.bricks->neighboursOf(brick);
-    for (int x = 0; x < haloEdge; ++x) {
+    BrickRows const & box = level.usedRows[static_cast<std::size_t>(brick)];
+    std::fill(std::begin(halo.used), std::end(halo.used), std::uint16_t{0});
+    for (int x = box.xBegin; x < box.xEnd + 2 * ownReach; ++x) {
         int const placeX = x - ownReach;
         int const * const plane = neighbours + 9 * ((placeX >> 3) + 1);
         unsigned used = 0;
-        for (int y = 0; y < haloEdge; ++y) {
+        for (int y = box.yBegin; y < box.yEnd + 2 * ownReach; ++y) {
             int const placeY = y - ownReach;
             int const * const line = plane + 3 * ((placeY >> 3) + 1);
             int const row = (placeX & 7) * brickEdge + (placeY & 7);
-            float * const target = halo.values + (x * haloEdge + y) * paddedRow;
-            float const * sources[3];
+            Row const * sources[3];
             bool isUsed = false;
             for (int n = 0; n < 3; ++n) {
                 bool const has = line[n] >= 0 && level.bricks->rowsOf(line[n])[row] != 0;
-                sources[n] =
-                    has ? level.values[static_cast<std::size_t>(line[n] * brickRows + row)].of : nullptr;
+                sources[n] = has ? &level.values[static_cast<std::size_t>(line[n] * brickRows + row)] : zeros;
                 isUsed = isUsed || has;
             }
             if (!isUsed)
                 continue;
             used |= 1U << y;
-            static float const zeros[brickEdge] = {};
-            std::memcpy(target, (sources[0] != nullptr ? sources[0] : zeros) + brickEdge - ownReach,
-                        ownReach * sizeof(float));
-            std::memcpy(target + ownReach, sources[1] != nullptr ? sources[1] : zeros,
-                        brickEdge * sizeof(float));
-            std::memcpy(target + ownReach + brickEdge, sources[2] != nullptr ? sources[2] : zeros,
-                        ownReach * sizeof(float));
+            float * const target = halo.values + (x * haloEdge + y) * paddedRow;
+            std::memcpy(target, sources[0]->of + brickEdge - ownReach, ownReach * sizeof(float));
+            std::memcpy(target + ownReach, sources[1]->of, sizeof(Row));
+            std::memcpy(target + ownReach + brickEdge, sources[2]->of, ownReach * sizeof(float));
         }
         halo.used[x] = static_cast<std::uint16_t>(used);
     }
 }
 
-void BrickSystem::expand(BrickLevel const & bricks, int brick, Vector const & compact, float * out) const
+void BrickSystem::expandLevel(int index, Vector const & vector, WorkTeam & team)
 {
-    float const * values = compact.data() + bricks.firstNode[static_cast<std::size_t>(brick)];
-    std::uint8_t const * const rows = bricks.rowsOf(brick);
-    for (int row = 0; row < brickRows; ++row) {
-        if (rows[row] != 0)
-            m_passes.expandRow(values, rows[row], out + row * brickEdge);
-        values += __builtin_popcount(rows[row]);
-    }
+    Level & level = m_levels[static_cast<std::size_t>(index)];
+    team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+        m_passes.expand(vector.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)],
+                        level.bricks->rowsOf(brick),
+                        level.values[static_cast<std::size_t>(brick) * brickRows].of);
+    });
 }
 
 void BrickSystem::clearSums()
@@ -238,20 +259,27 @@ void BrickSystem::clearSums()
         std::fill(level.sums.begin(), level.sums.end(), Row{});
 }
 
-// Calls restrictBrick(brick, delta, block) for all bricks of a level and all coarser depths, and adds the
-// blocks to the sums there in the order of the bricks.
+// Calls restrictBrick(brick, frame, delta, block) for all bricks of a level and all coarser depths, and adds
+// the blocks to the sums there in the order of the bricks.
 template <class Restrict>
 void BrickSystem::restrictBricks(int level, WorkTeam & team, Restrict const & restrictBrick)
 {
     Level const & fine = m_levels[static_cast<std::size_t>(level)];
     int const bricks = fine.bricks->bricksNumber();
     int const deltas = fine.coarserDepths;
+    auto const makeBlock = [&](int brick, int delta, CoarseBlock & block) {
+        CoarseFrame const frame = coarseFrame(level, brick, delta);
+        block.offset = frame.offset[2];
+        restrictBrick(brick, frame, delta, block);
+    };
+    auto const addBlock = [&](int brick, int delta, CoarseBlock const & block) {
+        scatter(coarseFrame(level, brick, delta), block, m_levels[static_cast<std::size_t>(level - delta)]);
+    };
     if (team.threads() == 1 || bricks < 4) {
         for (int brick = 0; brick < bricks; ++brick) {
             for (int delta = 1; delta <= deltas; ++delta) {
-                restrictBrick(brick, delta, m_blocks[0]);
-                scatter(coarseFrame(level, brick, delta), m_blocks[0],
-                        m_levels[static_cast<std::size_t>(level - delta)]);
+                makeBlock(brick, delta, m_blocks[0]);
+                addBlock(brick, delta, m_blocks[0]);
             }
         }
         return;
@@ -261,51 +289,42 @@ void BrickSystem::restrictBricks(int level, WorkTeam & team, Restrict const & re
         return m_blocks[static_cast<std::size_t>(brick % bricksPerRound * deltas + delta - 1)];
     };
     for (int first = 0; first < bricks; first += bricksPerRound) {
-        int const count = std::min(bricksPerRound, bricks - first);
-        team.forEach(count, [&](int index) {
+        int const end = std::min(first + bricksPerRound, bricks);
+        team.forEach(end - first, [&](int index) {
             for (int delta = 1; delta <= deltas; ++delta)
-                restrictBrick(first + index, delta, blockOf(first + index, delta));
+                makeBlock(first + index, delta, blockOf(first + index, delta));
         });
         team.forEach(deltas, [&](int index) {
-            int const delta = index + 1;
-            for (int brick = first; brick < first + count; ++brick)
-                scatter(coarseFrame(level, brick, delta), blockOf(brick, delta),
-                        m_levels[static_cast<std::size_t>(level - delta)]);
+            for (int brick = first; brick < end; ++brick)
+                addBlock(brick, index + 1, blockOf(brick, index + 1));
         });
     }
+}
+
+// Adds the couplings of a level's values to the sums of all coarser depths.
+void BrickSystem::restrictValues(int index, WorkTeam & team)
+{
+    Level const & level = m_levels[static_cast<std::size_t>(index)];
+    restrictBricks(index, team, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
+        m_passes.restrictToCoarse(level.values[static_cast<std::size_t>(brick) * brickRows].of, frame.tables,
+                                  m_couplingScales[static_cast<std::size_t>(delta)],
+                                  level.usedRows[static_cast<std::size_t>(brick)], block);
+    });
 }
 
 // values = (w + U)^-1 vector
 void BrickSystem::sweepUp(Vector const & vector, WorkTeam & team)
 {
     clearSums();
-    float const inverse = 1.0f / sweepDiagonal;
     for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index) {
         Level & level = m_levels[static_cast<std::size_t>(index)];
-        auto const solveBrick = [&](int brick) {
-            Row * const values = &level.values[static_cast<std::size_t>(brick) * brickRows];
-            expand(*level.bricks, brick, vector, values->of);
-            std::uint8_t const * const rows = level.bricks->rowsOf(brick);
-            for (int row = 0; row < brickRows; ++row) {
-                if (rows[row] == 0)
-                    continue;
-                for (int z = 0; z < brickEdge; ++z) {
-                    float const coupled =
-                        level.sums.empty()
-                            ? 0.0f
-                            : level.sums[static_cast<std::size_t>(brick * brickRows + row)].of[z];
-                    bool const isNode = (rows[row] >> z & 1) != 0;
-                    values[row].of[z] = isNode ? (values[row].of[z] - coupled) * inverse : 0.0f;
-                }
-            }
-        };
-        team.forEach(level.bricks->bricksNumber(), solveBrick);
-        restrictBricks(index, team, [&](int brick, int delta, CoarseBlock & block) {
-            CoarseFrame const frame = coarseFrame(index, brick, delta);
-            block.offset = frame.offset[2];
-            m_passes.restrictToCoarse(level.values[static_cast<std::size_t>(brick) * brickRows].of,
-                                      frame.tables, couplingScale(delta), level.bricks->rowsOf(brick), block);
+        team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+            std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
+            m_passes.solveUp(vector.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)],
+                             level.sums.empty() ? nullptr : level.sums[firstRow].of, 1.0f / sweepDiagonal,
+                             level.bricks->rowsOf(brick), level.values[firstRow].of);
         });
+        restrictValues(index, team);
     }
 }
 
@@ -322,46 +341,29 @@ void BrickSystem::sweepDown(Vector const & vector, bool withOwn, Vector & result
 void BrickSystem::downBrick(int index, int brick, Vector const & vector, bool withOwn, Vector & result)
 {
     Level & level = m_levels[static_cast<std::size_t>(index)];
-    std::uint8_t const * const rows = level.bricks->rowsOf(brick);
+    BrickRows const & used = level.usedRows[static_cast<std::size_t>(brick)];
     std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
-    Row given[brickRows];
-    Row coupled[brickRows];
+    std::size_t const firstNode = level.bricks->firstNode[static_cast<std::size_t>(brick)];
+    Row coupled[brickRows] = {};
     Row own[brickRows];
-    for (Row & row : coupled)
-        row = Row{};
-    expand(*level.bricks, brick, vector, given[0].of);
+    CoarseBlock block;
     for (int delta = 1; delta <= level.coarserDepths; ++delta) {
-        CoarseBlock block;
         Level const & coarse = m_levels[static_cast<std::size_t>(index - delta)];
         CoarseFrame const frame = coarseFrame(index, brick, delta);
-        gather(frame, coarse, coarse.sums, block);
-        m_passes.addCoarse(block, frame.tables, couplingScale(delta), rows, coupled[0].of);
+        gather(frame, used, coarse, coarse.sums, block);
+        m_passes.addCoarse(block, frame.tables, m_couplingScales[static_cast<std::size_t>(delta)], used,
+                           coupled[0].of);
     }
     if (withOwn) {
         BrickHalo halo;
         gatherHalo(level, brick, halo);
-        m_passes.applyOwn(halo, m_tables.ownMass(), m_tables.ownStiffness(),
-                          static_cast<float>(m_tables.ownScale()), rows, own[0].of);
+        m_passes.applyOwn(halo, m_tables.ownMass(), m_tables.ownStiffness(), m_couplingScales[0], used,
+                          own[0].of);
     }
-    float const inverse = 1.0f / sweepDiagonal;
-    float * compact = result.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)];
-    for (int row = 0; row < brickRows; ++row) {
-        if (rows[row] == 0)
-            continue;
-        Row solved;
-        Row sum;
-        for (int z = 0; z < brickEdge; ++z) {
-            float const value = withOwn ? level.values[firstRow + static_cast<std::size_t>(row)].of[z] : 0.0f;
-            float const ownPart = withOwn ? own[row].of[z] - 2.0f * sweepDiagonal * value : 0.0f;
-            bool const isNode = (rows[row] >> z & 1) != 0;
-            solved.of[z] = isNode ? ((given[row].of[z] + ownPart) - coupled[row].of[z]) * inverse : 0.0f;
-            sum.of[z] = solved.of[z] + value;
-        }
-        if (!level.sums.empty())
-            level.sums[firstRow + static_cast<std::size_t>(row)] = solved;
-        m_passes.compressRow(sum.of, rows[row], compact);
-        compact += __builtin_popcount(rows[row]);
-    }
+    m_passes.solveDown(vector.data() + firstNode, withOwn ? own[0].of : nullptr,
+                       withOwn ? level.values[firstRow].of : nullptr, coupled[0].of, 2.0f * sweepDiagonal,
+                       1.0f / sweepDiagonal, level.bricks->rowsOf(brick),
+                       level.sums.empty() ? nullptr : level.sums[firstRow].of, result.data() + firstNode);
 }
 
 BrickSystem::Vector BrickSystem::product(Vector const & vector, WorkTeam & team)
@@ -369,43 +371,33 @@ BrickSystem::Vector BrickSystem::product(Vector const & vector, WorkTeam & team)
     clearSums();
     Vector result = emptyVector();
     for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index) {
-        Level & level = m_levels[static_cast<std::size_t>(index)];
-        team.forEach(level.bricks->bricksNumber(), [&](int brick) {
-            expand(*level.bricks, brick, vector,
-                   level.values[static_cast<std::size_t>(brick) * brickRows].of);
-        });
-        restrictBricks(index, team, [&](int brick, int delta, CoarseBlock & block) {
-            CoarseFrame const frame = coarseFrame(index, brick, delta);
-            block.offset = frame.offset[2];
-            m_passes.restrictToCoarse(level.values[static_cast<std::size_t>(brick) * brickRows].of,
-                                      frame.tables, couplingScale(delta), level.bricks->rowsOf(brick), block);
-        });
+        expandLevel(index, vector, team);
+        restrictValues(index, team);
     }
     for (int index = 0; index < static_cast<int>(m_levels.size()); ++index) {
         Level const & level = m_levels[static_cast<std::size_t>(index)];
         team.forEach(level.bricks->bricksNumber(), [&](int brick) {
-            std::uint8_t const * const rows = level.bricks->rowsOf(brick);
-            Row sums[brickRows];
+            BrickRows const & used = level.usedRows[static_cast<std::size_t>(brick)];
+            std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
+            Row sums[brickRows] = {};
             BrickHalo halo;
+            CoarseBlock block;
             gatherHalo(level, brick, halo);
-            m_passes.applyOwn(halo, m_tables.ownMass(), m_tables.ownStiffness(),
-                              static_cast<float>(m_tables.ownScale()), rows, sums[0].of);
+            m_passes.applyOwn(halo, m_tables.ownMass(), m_tables.ownStiffness(), m_couplingScales[0], used,
+                              sums[0].of);
             for (int delta = 1; delta <= level.coarserDepths; ++delta) {
-                CoarseBlock block;
                 Level const & coarse = m_levels[static_cast<std::size_t>(index - delta)];
                 CoarseFrame const frame = coarseFrame(index, brick, delta);
-                gather(frame, coarse, coarse.values, block);
-                m_passes.addCoarse(block, frame.tables, couplingScale(delta), rows, sums[0].of);
+                gather(frame, used, coarse, coarse.values, block);
+                m_passes.addCoarse(block, frame.tables, m_couplingScales[static_cast<std::size_t>(delta)],
+                                   used, sums[0].of);
             }
-            float * compact = result.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)];
-            for (int row = 0; row < brickRows; ++row) {
-                if (rows[row] == 0)
-                    continue;
-                for (int z = 0; z < brickEdge && !level.sums.empty(); ++z)
-                    sums[row].of[z] += level.sums[static_cast<std::size_t>(brick * brickRows + row)].of[z];
-                m_passes.compressRow(sums[row].of, rows[row], compact);
-                compact += __builtin_popcount(rows[row]);
+            for (std::size_t row = 0; row < brickRows && !level.sums.empty(); ++row) {
+                for (std::size_t z = 0; z < brickEdge; ++z)
+                    sums[row].of[z] += level.sums[firstRow + row].of[z];
             }
+            m_passes.compress(sums[0].of, level.bricks->rowsOf(brick),
+                              result.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)]);
         });
     }
     return result;
@@ -448,55 +440,49 @@ BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, 
             Level & level = m_levels[static_cast<std::size_t>(index)];
             if (!hasField[static_cast<std::size_t>(index)])
                 continue;
-            team.forEach(level.bricks->bricksNumber(), [&](int brick) {
-                expand(*level.bricks, brick, component,
-                       level.values[static_cast<std::size_t>(brick) * brickRows].of);
-            });
-            restrictBricks(index, team, [&](int brick, int delta, CoarseBlock & block) {
-                CoarseFrame const frame = coarseFrame(index, brick, delta);
-                block.offset = frame.offset[2];
-                m_passes.restrictTerm(level.values[static_cast<std::size_t>(brick) * brickRows].of,
-                                      coarseTerm(frame), scaleOf(index - delta, index - delta),
-                                      level.bricks->rowsOf(brick), block);
-            });
+            expandLevel(index, component, team);
+            restrictBricks(
+                index, team, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
+                    m_passes.restrictTerm(level.values[static_cast<std::size_t>(brick) * brickRows].of,
+                                          coarseTerm(frame), scaleOf(index - delta, index - delta),
+                                          level.usedRows[static_cast<std::size_t>(brick)], block);
+                });
         }
         for (int index = 0; index < depths; ++index) {
             Level const & level = m_levels[static_cast<std::size_t>(index)];
             team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+                BrickRows const & used = level.usedRows[static_cast<std::size_t>(brick)];
                 std::uint8_t const * const rows = level.bricks->rowsOf(brick);
-                Row sums[brickRows];
-                for (int row = 0; row < brickRows; ++row)
-                    sums[row] = level.sums.empty()
-                                    ? Row{}
-                                    : level.sums[static_cast<std::size_t>(brick * brickRows + row)];
+                std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
+                float * const compact =
+                    right.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)];
+                Row sums[brickRows] = {};
+                Row before[brickRows];
+                if (!level.sums.empty())
+                    std::copy(&level.sums[firstRow], &level.sums[firstRow] + brickRows, sums);
                 if (hasField[static_cast<std::size_t>(index)]) {
                     BrickHalo halo;
                     gatherHalo(level, brick, halo);
-                    m_passes.addOwnTerm(halo, ownTerm, scaleOf(index, index), rows, sums[0].of);
+                    m_passes.addOwnTerm(halo, ownTerm, scaleOf(index, index), used, sums[0].of);
                 }
+                CoarseBlock block;
                 for (int delta = 1; delta <= level.coarserDepths; ++delta) {
                     if (!hasField[static_cast<std::size_t>(index - delta)])
                         continue;
-                    CoarseBlock block;
                     Level const & coarse = m_levels[static_cast<std::size_t>(index - delta)];
                     CoarseFrame const frame = coarseFrame(index, brick, delta);
-                    gather(frame, coarse, coarse.values, block);
+                    gather(frame, used, coarse, coarse.values, block);
                     // Here the coarser function is the one with the derivative; by parts it is the finer
                     // one's with the other sign.
-                    m_passes.addCoarseTerm(block, coarseTerm(frame), -scaleOf(index, index - delta), rows,
+                    m_passes.addCoarseTerm(block, coarseTerm(frame), -scaleOf(index, index - delta), used,
                                            sums[0].of);
                 }
-                float * compact = right.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)];
+                m_passes.expand(compact, rows, before[0].of);
                 for (int row = 0; row < brickRows; ++row) {
-                    if (rows[row] == 0)
-                        continue;
-                    alignas(32) float before[brickEdge];
-                    m_passes.expandRow(compact, rows[row], before);
-                    for (int z = 0; z < brickEdge; ++z)
-                        sums[row].of[z] = before[z] - sums[row].of[z];
-                    m_passes.compressRow(sums[row].of, rows[row], compact);
-                    compact += __builtin_popcount(rows[row]);
+                    for (int z = 0; z < brickEdge && rows[row] != 0; ++z)
+                        sums[row].of[z] = before[row].of[z] - sums[row].of[z];
                 }
+                m_passes.compress(sums[0].of, rows, compact);
             });
         }
     }
@@ -558,16 +544,9 @@ BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance,
         solution.values = std::move(unknown);
         for (Level const & level : m_levels) {
             team.forEach(level.bricks->bricksNumber(), [&](int brick) {
-                float * compact =
-                    solution.values.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)];
-                std::uint8_t const * const rows = level.bricks->rowsOf(brick);
-                for (int row = 0; row < brickRows; ++row) {
-                    if (rows[row] != 0)
-                        m_passes.compressRow(
-                            level.values[static_cast<std::size_t>(brick * brickRows + row)].of, rows[row],
-                            compact);
-                    compact += __builtin_popcount(rows[row]);
-                }
+                m_passes.compress(
+                    level.values[static_cast<std::size_t>(brick) * brickRows].of, level.bricks->rowsOf(brick),
+                    solution.values.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)]);
             });
         }
     }

@@ -38,9 +38,9 @@ public:
     BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
                 BrickPasses const & passes);
 
-    /// Can the passes serve these functions on this lattice? The kernel must reach at most 1.5 cells and the
-    /// depths must not be too many.
-    static bool canServe(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel);
+    /// Can the passes serve this kernel on nodes of so many depths? It must reach at most 1.5 cells, and the
+    /// tables of more than 13 depths would become large.
+    static bool canServe(int depthsNumber, CSingleVarLimitedPolynom const & kernel);
 
     struct Solution
     {
@@ -74,6 +74,7 @@ private:
         BrickLevel const * bricks = nullptr;
         int coarserDepths = 0;
         std::vector<int> coarseBricks;
+        std::vector<BrickRows> usedRows;
         Dense values; // of the solution of the upward sweep
         Dense sums;   // couplings to finer depths, then the solution of the downward sweep
 
@@ -94,16 +95,16 @@ private:
     };
 
     Vector emptyVector() const;
-    float couplingScale(int delta) const;
     CoarseFrame coarseFrame(int level, int brick, int delta) const;
-    void gather(CoarseFrame const & frame, Level const & coarse, Dense const & values,
+    void gather(CoarseFrame const & frame, BrickRows const & used, Level const & coarse, Dense const & values,
                 CoarseBlock & block) const;
     void scatter(CoarseFrame const & frame, CoarseBlock const & block, Level & coarse) const;
     void gatherHalo(Level const & level, int brick, BrickHalo & halo) const;
-    void expand(BrickLevel const & bricks, int brick, Vector const & compact, float * out) const;
+    void expandLevel(int level, Vector const & vector, WorkTeam & team);
 
     template <class Restrict>
     void restrictBricks(int level, WorkTeam & team, Restrict const & restrictBrick);
+    void restrictValues(int level, WorkTeam & team);
     void sweepUp(Vector const & vector, WorkTeam & team);
     void sweepDown(Vector const & vector, bool withOwn, Vector & result, WorkTeam & team);
     void downBrick(int level, int brick, Vector const & vector, bool withOwn, Vector & result);
@@ -112,7 +113,8 @@ private:
     BrickLattice const & m_lattice;
     BrickPasses const & m_passes;
     BrickTables m_tables;
-    std::vector<Level> m_levels; // from the coarsest depth
+    std::vector<float> m_couplingScales; // by difference of depth
+    std::vector<Level> m_levels;         // from the coarsest depth
     std::vector<CoarseBlock> m_blocks;
     std::size_t m_size;
 };

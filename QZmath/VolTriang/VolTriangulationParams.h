@@ -92,6 +92,21 @@ public:
     int & prefferedSolver() { return m_prefferedSolver; }
     void setPrefferedSolver(int value) { m_prefferedSolver = value; }
 
+    /// With `prefferedSolver` 0, solve without a matrix and extract the surface from bricks of values: the
+    /// same surface to a small fraction of a cell, in a fraction of the time and memory. Where that cannot
+    /// serve (a kernel scale above 1, a tree of more than 13 node depths, no convergence) the run logs so and
+    /// goes the other way. Default false.
+    bool getAccelerated() const { return m_accelerated; }
+    bool & accelerated() { return m_accelerated; }
+    void setAccelerated(bool value) { m_accelerated = value; }
+
+    /// Relative residual at which the accelerated solver stops. At the default of 1e-3 the surface is
+    /// displaced by less than 1 % of a leaf cell. Values that are not above 0 cannot be reached and lead to
+    /// the other solvers.
+    double getSolverTolerance() const { return m_solverTolerance; }
+    double & solverTolerance() { return m_solverTolerance; }
+    void setSolverTolerance(double value) { m_solverTolerance = value; }
+
     /// Polygoniser cubes along an edge of the octree's cube: `(1 << octreeDepth) * reconstructFactor`.
     float getCellFactor() const;
     /// Expected edge length of a triangle for a model whose largest extent is `modelSize`.
@@ -112,6 +127,8 @@ private:
     int m_densityEstimationDepthDelta;
     int m_detalizationLevel;
     int m_prefferedSolver;
+    bool m_accelerated;
+    double m_solverTolerance;
 };
 
 } // namespace VolTr

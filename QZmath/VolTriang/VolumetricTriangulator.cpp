@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
+#include <QZmath/VolTriang/AcceleratedSolveDetail.h>
 #include <QZmath/VolTriang/IsoSurfaceDetail.h>
 #include <QZmath/VolTriang/IsoValueDetail.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/LogLineDetail.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/OctreeFuncBasisImpl.h>
 #include <QZmath/VolTriang/SampleSplatDetail.h>
 #include <QZmath/VolTriang/VolumetricTriangulatorImpl.h>
 
@@ -51,7 +53,8 @@ void CVolumetricTriangulatorImpl::run()
     scaleKernel();
 
     CMultiPhaseManager phases(m_progress);
-    registerPhases(phases);
+    bool const isAcceleratedRun = isAccelerated();
+    registerPhases(phases, isAcceleratedRun);
     {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "tree");
         buildTree();
@@ -72,22 +75,8 @@ void CVolumetricTriangulatorImpl::run()
         splatNormals(*m_samples, *m_octree, m_density.get(), field, m_progress);
     }
 
-    ReconstructionSolver system =
-        chooseSolver(m_params.getPrefferedSolver(), m_octree->getNodesNumber(), m_log);
-    assembleSystem(*m_basis, gradBasis, field, *m_octree, system, phases, m_progress, m_log);
-    bool const withNormals = m_params.getEstimateResultNormals();
-    if (!withNormals) {
-        // They are as large as the unknown function itself; neither solve nor extraction needs them.
-        for (auto & component : field)
-            component.reset();
-        for (auto & component : gradBasis)
-            component.reset();
-    }
-
-    phases.StartPhase("solve");
     std::unique_ptr<Combination> const function =
-        solveEquation(*m_basis, std::move(system), m_progress, m_log);
-    phases.FinishCurrentPhase();
+        isAcceleratedRun ? solveByBricks(gradBasis, field, phases) : solveByMatrix(gradBasis, field, phases);
 
     double isoValue = 0.0;
     {
@@ -99,8 +88,8 @@ void CVolumetricTriangulatorImpl::run()
     }
     {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "iso-surface");
-        extractIsoSurface(*function, isoValue, withNormals ? &gradBasis : nullptr, *m_samples, *m_octree,
-                          m_params, *m_target, m_progress, m_log);
+        extractIsoSurface(*function, isoValue, m_params.getEstimateResultNormals() ? &gradBasis : nullptr,
+                          *m_samples, *m_octree, m_params, *m_target, m_progress, m_log);
     }
     logText(m_log, "Volumetric triangulation core completed");
 }
@@ -130,7 +119,7 @@ void CVolumetricTriangulatorImpl::scaleKernel()
 }
 
 // The weights are the expected shares of the run time.
-void CVolumetricTriangulatorImpl::registerPhases(CMultiPhaseManager & phases) const
+void CVolumetricTriangulatorImpl::registerPhases(CMultiPhaseManager & phases, bool isAccelerated) const
 {
     if (m_params.getPhaseNameShown())
         phases.showPhaseName();
@@ -139,16 +128,87 @@ void CVolumetricTriangulatorImpl::registerPhases(CMultiPhaseManager & phases) co
     if (m_params.getVariableDensity())
         phases.RegisterPhase("density weights", 30);
     phases.RegisterPhase("grad_div", 10);
+    if (!isAccelerated)
+        registerAssemblyPhases(phases);
+    phases.RegisterPhase("update right part", 5);
+    phases.RegisterPhase("solve", !isAccelerated && m_params.getOctreeDepth() >= 9 ? 200 : 30);
+    phases.RegisterPhase("iso-value", 10);
+    phases.RegisterPhase("iso-surface", 40);
+}
+
+void CVolumetricTriangulatorImpl::registerAssemblyPhases(CMultiPhaseManager & phases) const
+{
     if (CVescaThreadingTasksHelper::getNumOfPhisicalThread() < 2) {
         phases.RegisterPhase("right_part", 50);
         phases.RegisterPhase("matrix", 50);
     } else {
         phases.RegisterPhase("matrix+right_part", 100);
     }
-    phases.RegisterPhase("update right part", 5);
-    phases.RegisterPhase("solve", m_params.getOctreeDepth() >= 9 ? 200 : 30);
-    phases.RegisterPhase("iso-value", 10);
-    phases.RegisterPhase("iso-surface", 40);
+}
+
+bool CVolumetricTriangulatorImpl::isAccelerated() const
+{
+    if (!m_params.getAccelerated() || m_params.getPrefferedSolver() != 0)
+        return false;
+    int const deepest = m_params.getOctreeDepth() - (m_params.getUseCenter() ? 1 : 0);
+    int const level = m_params.getDetalizationLevel();
+    int const depths = (level < 0 || level > deepest ? deepest : level) + 1;
+    if (BrickSystem::canServe(depths, kernelFactor(m_kernel)))
+        return true;
+    logText(m_log, "Accelerated solver cannot serve this kernel or depth");
+    return false;
+}
+
+std::unique_ptr<Combination> CVolumetricTriangulatorImpl::solveByMatrix(GradientBasis & gradBasis,
+                                                                        VectorField & field,
+                                                                        CMultiPhaseManager & phases)
+{
+    ReconstructionSolver system =
+        chooseSolver(m_params.getPrefferedSolver(), m_octree->getNodesNumber(), m_log);
+    assembleSystem(*m_basis, gradBasis, field, *m_octree, system, phases, m_progress, m_log);
+    dropField(gradBasis, field);
+    CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
+    return solveEquation(*m_basis, std::move(system), m_progress, m_log);
+}
+
+std::unique_ptr<Combination> CVolumetricTriangulatorImpl::solveByBricks(GradientBasis & gradBasis,
+                                                                        VectorField & field,
+                                                                        CMultiPhaseManager & phases)
+{
+    BrickLattice const lattice(*m_octree);
+    AcceleratedSolve solve(lattice, m_kernel, m_log);
+    {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, "update right part");
+        solve.makeRightPart(field, m_progress);
+    }
+    CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
+    std::vector<float> const amplitudes = solve.amplitudes(m_params.getSolverTolerance(), m_progress);
+    if (amplitudes.empty()) {
+        CMultiPhaseManager inner(m_progress);
+        registerAssemblyPhases(inner);
+        inner.RegisterPhase("update right part", 5);
+        inner.RegisterPhase("solve", 100);
+        return solveByMatrix(gradBasis, field, inner);
+    }
+    dropField(gradBasis, field);
+    auto function = std::make_unique<Combination>(m_basis.get());
+    for (std::size_t index = 0; index < lattice.nodes().size(); ++index) {
+        int const node = lattice.nodes()[index];
+        std::size_t const depth = static_cast<std::size_t>(m_octree->getNodeDepth(node));
+        function->setBasisCoefficient(node, amplitudes[index] / m_basis->impl().normalizations[depth]);
+    }
+    return function;
+}
+
+// They are as large as the unknown function itself; neither solve nor extraction needs them, normals apart.
+void CVolumetricTriangulatorImpl::dropField(GradientBasis & gradBasis, VectorField & field) const
+{
+    for (auto & component : field)
+        component.reset();
+    if (!m_params.getEstimateResultNormals()) {
+        for (auto & component : gradBasis)
+            component.reset();
+    }
 }
 
 void CVolumetricTriangulatorImpl::buildTree()

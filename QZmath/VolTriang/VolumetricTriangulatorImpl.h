@@ -32,9 +32,16 @@ public:
 private:
     void logParameters() const;
     void scaleKernel();
-    void registerPhases(VsPCnt::CMultiPhaseManager & phases) const;
+    bool isAccelerated() const;
+    void registerPhases(VsPCnt::CMultiPhaseManager & phases, bool isAccelerated) const;
+    void registerAssemblyPhases(VsPCnt::CMultiPhaseManager & phases) const;
     void buildTree();
     void makeGradientBasis(GradientBasis & gradBasis, VectorField & field);
+    std::unique_ptr<Combination> solveByMatrix(GradientBasis & gradBasis, VectorField & field,
+                                               VsPCnt::CMultiPhaseManager & phases);
+    std::unique_ptr<Combination> solveByBricks(GradientBasis & gradBasis, VectorField & field,
+                                               VsPCnt::CMultiPhaseManager & phases);
+    void dropField(GradientBasis & gradBasis, VectorField & field) const;
 
     IInputSamples const * m_samples;
     std::unique_ptr<COctree> m_octree;

@@ -147,6 +147,7 @@ struct Case
     int threads;
     int solver;
     std::size_t points;
+    bool accelerated;
 };
 
 // Microseconds of processor time per evaluation of a combination around the vertices of a mesh: eleven points
@@ -192,6 +193,7 @@ std::string runCase(Case const & c)
     params.setPhaseNameShown(true);
     params.setClosed(shape->isClosed());
     params.setPrefferedSolver(c.solver);
+    params.setAccelerated(c.accelerated);
     params.setDebugLog(&log);
     StageClock clock;
     VertexTarget target;
@@ -289,12 +291,14 @@ int main(int argc, char ** argv)
     std::vector<int> threads = {1, 2};
     int solver = 0;
     std::size_t points = 100000;
+    bool accelerated = false;
     std::string jsonFile;
     app.add_option("--shapes", shapes, "shapes to sample")->delimiter(',')->capture_default_str();
     app.add_option("--depths", depths, "octree depths")->delimiter(',')->capture_default_str();
     app.add_option("--threads", threads, "thread numbers")->delimiter(',')->capture_default_str();
     app.add_option("--solver", solver, "as in CVolTriangulationParams::prefferedSolver")
         ->capture_default_str();
+    app.add_flag("--accelerated", accelerated, "the accelerated path, with solver 0");
     app.add_option("--points", points, "samples per cloud")->capture_default_str();
     app.add_option("--json", jsonFile, "file for the JSON instead of standard output");
     CLI11_PARSE(app, argc, argv);
@@ -307,7 +311,8 @@ int main(int argc, char ** argv)
         }
         for (int depth : depths) {
             for (int threadNumber : threads) {
-                std::string const json = runCaseApart({shape, depth, threadNumber, solver, points});
+                std::string const json =
+                    runCaseApart({shape, depth, threadNumber, solver, points, accelerated});
                 if (json.empty()) {
                     std::cerr << shape << " depth " << depth << ": the process died\n";
                     continue;
