@@ -68,6 +68,7 @@
 #include <QZmath/Persistence/OutputHooks.h>
 #include <QZmath/Persistence/RunFunctor.h>
 #include <QZmath/Persistence/SortRecords.h>
+#include <QZmath/SurfaceAnalysis/CloudNormals.h>
 #include <QZmath/SurfaceAnalysis/Contours.h>
 #include <QZmath/SurfaceAnalysis/Distances.h>
 #include <QZmath/SurfaceAnalysis/Intersections.h>

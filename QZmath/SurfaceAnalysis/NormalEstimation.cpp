@@ -150,6 +150,43 @@ bool wrapsPoints(CQuadraticForm const & form, ScaledPoints const & points)
     return !(static_cast<double>(turned) < 0.2 * points.size());
 }
 
+/// What the fit minimises.
+double residual(CQuadraticForm const & form, ScaledPoints const & points, int first)
+{
+    double sum = 0;
+    for (int i = first; i < points.size(); ++i) {
+        Point3D_d const p = points[i];
+        double const value = form.eval(p);
+        sum += weightOf(p) * value * value;
+    }
+    return sum;
+}
+
+/// The same of the best sphere a |p|² + b . p through the origin, |b| = 1. With the best a for a given b it
+/// is a quadratic form of b, and its least value the smallest eigenvalue.
+double sphereResidual(ScaledPoints const & points)
+{
+    double moments[4][4] = {};
+    for (int i = 1; i < points.size(); ++i) {
+        Point3D_d const p = points[i];
+        double const terms[4] = {p.x(), p.y(), p.z(), dot(p, p)};
+        double const weight = weightOf(p);
+        for (int row = 0; row < 4; ++row) {
+            for (int col = 0; col <= row; ++col)
+                moments[row][col] += weight * terms[row] * terms[col];
+        }
+    }
+    double matrix[3][3];
+    double * rows[3] = {matrix[0], matrix[1], matrix[2]};
+    for (int row = 0; row < 3; ++row) {
+        for (int col = 0; col <= row; ++col)
+            matrix[row][col] = moments[row][col] - moments[3][row] * moments[3][col] / moments[3][3];
+    }
+    REmath::Detail::ScatterEigen eigen;
+    bool const isSolved = REmath::Detail::decomposeScatter(rows, eigen) && eigen.smallest >= 0;
+    return isSolved ? eigen.values[eigen.smallest] : 1e30;
+}
+
 /// The best acceptable solution. False when there is none.
 bool chooseQuadric(ScaledPoints const & points, int first, int q, Solutions const & solutions,
                    CQuadraticForm & best)
@@ -168,12 +205,7 @@ bool chooseQuadric(ScaledPoints const & points, int first, int q, Solutions cons
         CQuadraticForm const form = CQuadraticForm::buildFromCoeffArray(q, solutions.vectors[i]);
         if (!(MaxCurvature(form) <= 2) || dot(form.GetLinearTerm(), form.GetLinearTerm()) < 1e-14)
             continue;
-        double sum = 0;
-        for (int k = first; k < points.size(); ++k) {
-            Point3D_d const p = points[k];
-            double const value = form.eval(p);
-            sum += weightOf(p) * value * value;
-        }
+        double const sum = residual(form, points, first);
         if (sum < bestSum && !wrapsPoints(form, points)) {
             best = form;
             bestSum = sum;
@@ -432,13 +464,17 @@ void GetCurvatures(CQuadFormRaw9<double> const & form, double * curvatures, Matr
 }
 
 bool REmath::Detail::estimateCurvatureTensor(int n, Point3D const * points, bool computeNormal,
-                                             double * normal, double (&tensor)[3][3])
+                                             double * normal, double (&tensor)[3][3], bool * isSphereBetter)
 {
     CGetNormal2Prms const prms = curvaturePrms();
     CQuadraticForm form;
     double scale = 0, unit[3];
     if (!GetNormal2(n, points, &prms, &form, unit, nullptr, &scale))
         return false;
+    if (isSphereBetter) {
+        ScaledPoints const scaled(n, points);
+        *isSphereBetter = sphereResidual(scaled) <= residual(form, scaled, 1);
+    }
     if (normal && !computeNormal)
         std::copy_n(normal, 3, unit);
     NormalizeVector(unit);
@@ -479,7 +515,7 @@ bool EstimateCurvature(std::vector<Point3D> const & points, bool computeNormal, 
 {
     double elements[3][3];
     if (!REmath::Detail::estimateCurvatureTensor(static_cast<int>(points.size()), points.data(),
-                                                 computeNormal, normal, elements))
+                                                 computeNormal, normal, elements, nullptr))
         return false;
     storeTensor(elements, tensor);
     return true;

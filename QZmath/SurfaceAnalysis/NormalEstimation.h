@@ -88,9 +88,12 @@ QZMATH_API bool EstimateNormal(std::vector<REmath::Point3D> const & points, doub
 /// @param scale   the scale, in units of the points. Can be null
 ///
 /// False for fewer than two points, for points that are all in one place and when no quadric is acceptable.
-/// That holds where both curvatures agree: for a sphere, and for a plane under `Force2`, the direction of
-/// the curvatures is undefined (the discriminant stays under 1e-10) and exact points fail.
-/// `EstimateUmbilicCurvature` gives an answer there.
+///
+/// Umbilic points are outside the method. Where both curvatures agree, on a sphere, and on a plane under
+/// `Force2`, the true quadric counts as one of unknown curvature (the discriminant stays under 1e-10). Exact
+/// points then fail or get a worse quadric, whose curvatures mean nothing; points with noise come out well.
+/// `EstimateUmbilicCurvature` gives the answer there, and `EstimateCurvatures` of CloudNormals.h decides
+/// between the two.
 QZMATH_API bool GetNormal2(int n, REmath::Point3D const * points, CGetNormal2Prms const * prms,
                            CQuadraticForm * form, double * normal, float * dist, double * scale);
 QZMATH_API bool GetNormal2(int n, REmath::Point3D const * points, CGetNormal2Prms const * prms,

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/SurfaceAnalysis/CloudNormals.h>
+
+#include <QZmath/SurfaceAnalysis/NormalEstimation.h>
+
+#include <QZsys/Exceptions.h>
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
+
+#include <apps/sampling/SampleShapes.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+using qz_sampling::Random;
+using REmath::Point3D;
+using REmath::Point3D_d;
+
+namespace
+{
+
+struct OnThreads
+{
+    explicit OnThreads(int count) { CVescaThreadingTasksHelper::setNumOfPhisicalThread(count); }
+    ~OnThreads() { CVescaThreadingTasksHelper::setNumOfPhisicalThread(0); }
+};
+
+struct Oriented
+{
+    std::vector<Point3D> points, normals;
+    int size() const { return static_cast<int>(points.size()); }
+};
+
+Oriented sample(std::string const & shape, std::size_t count, double noise = 0)
+{
+    qz_sampling::SamplingOptions options;
+    options.pointNumber = count;
+    options.noise = noise;
+    qz_sampling::Cloud const cloud = qz_sampling::sampleCloud(*qz_sampling::makeShape(shape), options);
+    Oriented result;
+    for (std::size_t i = 0; i < cloud.positions.size(); i += 3) {
+        result.points.emplace_back(&cloud.positions[i]);
+        result.normals.emplace_back(&cloud.normals[i]);
+    }
+    return result;
+}
+
+double cosine(Point3D const & a, Point3D const & b)
+{
+    return Point3D_d(a.asArray()).angleCos(Point3D_d(b.asArray()));
+}
+
+std::vector<Point3D> estimate(std::vector<Point3D> const & points, NormalOrientation orientation,
+                              CNeighbourhoodPrms const & neighbourhood = {})
+{
+    std::vector<Point3D> normals(points.size(), Point3D(9));
+    CEstimateNormalsPrms prms;
+    prms.orientation = orientation;
+    prms.neighbourhood = neighbourhood;
+    prms.viewpoint = Point3D(5, 1, 2);
+    int const made = EstimateNormals(static_cast<int>(points.size()), points.data(), prms, normals.data());
+    EXPECT_EQ(made, std::count_if(normals.begin(), normals.end(),
+                                  [](Point3D const & n) { return n != Point3D(); }));
+    return normals;
+}
+
+template <class T>
+bool sameBits(std::vector<T> const & a, std::vector<T> const & b)
+{
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
+}
+
+/// Asks for the end at a position.
+class Interrupter : public CProgressCounter
+{
+public:
+    explicit Interrupter(double at) : m_at(at) {}
+
+private:
+    void onPosition(double overall) override
+    {
+        if (overall >= m_at)
+            interrupt();
+    }
+    double m_at;
+};
+
+} // namespace
+
+TEST(CloudNormals, SpanningTreeTurnsClosedSurfacesOutwards)
+{
+    for (char const * shape : {"sphere", "torus", "genus3", "plate", "bumpy-sphere"}) {
+        for (double noise : {0.0, 0.002}) {
+            Oriented const truth = sample(shape, 10000, noise);
+            std::vector<Point3D> const normals = estimate(truth.points, NormalOrientation::spanningTree);
+            int wrong = 0;
+            double squared = 0;
+            for (std::size_t i = 0; i < normals.size(); ++i) {
+                double const agreement = cosine(normals[i], truth.normals[i]);
+                wrong += agreement < 0;
+                squared += std::pow(std::acos(std::min(1.0, std::abs(agreement))) * 57.3, 2);
+            }
+            EXPECT_LE(wrong, 4) << shape << noise;
+            EXPECT_LT(std::sqrt(squared / truth.size()), noise == 0 ? 3.5 : 6) << shape << noise;
+        }
+    }
+}
+
+TEST(CloudNormals, PartsAreOrientedOneByOneAndScanLinesTogether)
+{
+    // Two spheres that nearly touch, and a cylinder as a line scanner sees it: steps of 0.01 along lines 0.2
+    // apart.
+    Oriented truth = sample("sphere", 3000);
+    for (int i = 0; i < 3000; ++i) {
+        truth.points.push_back(truth.points[std::size_t(i)] + Point3D(2.15, 0, 0));
+        truth.normals.push_back(truth.normals[std::size_t(i)]);
+    }
+    for (int line = 0; line < 40; ++line) {
+        for (int i = 0; i < 628; ++i) {
+            Point3D const radial(std::cos(0.01 * i), std::sin(0.01 * i), 0);
+            truth.points.push_back(radial + Point3D(0, 5, 0.2 * line));
+            truth.normals.push_back(radial);
+        }
+    }
+    // The lines themselves have no normals.
+    std::vector<Point3D> normals(truth.normals);
+    Random random(1);
+    for (Point3D & normal : normals)
+        normal *= random.uniform() < 0.5 ? -3 : 3;
+    OrientNormalsBySpanningTree(truth.size(), truth.points.data(), normals.data());
+    for (std::size_t i = 0; i < normals.size(); ++i)
+        ASSERT_GT(cosine(normals[i], truth.normals[i]), 0) << i;
+}
+
+TEST(CloudNormals, CurvaturesOfATorusMeetTheAnalyticOnes)
+{
+    for (double noise : {0.0, 0.0002}) {
+        Oriented const truth = sample("torus", 10000, noise);
+        std::vector<CPointCurvatures> curvatures(truth.points.size());
+        CNeighbourhoodPrms const prms{noise == 0 ? 25 : 50, 0};
+        EXPECT_GE(EstimateCurvatures(truth.size(), truth.points.data(), prms, truth.normals.data(),
+                                     curvatures.data()),
+                  truth.size() * 99 / 100);
+        std::vector<double> errors;
+        for (std::size_t i = 0; i < curvatures.size(); ++i) {
+            if (curvatures[i].method != CPointCurvatures::quadric)
+                continue;
+            // Tube radius 0.4 about a ring of radius 1 around z; away from the normal.
+            Point3D_d const p(truth.points[i].asArray());
+            double const fromAxis = std::hypot(p.x(), p.y());
+            double const tube = -1 / 0.4, ring = -(1 - 1 / fromAxis) / 0.4;
+            errors.push_back(std::max(std::abs(double(curvatures[i].minCurvature) - tube),
+                                      std::abs(double(curvatures[i].maxCurvature) - ring)) *
+                             0.4);
+            Point3D const around(-p.y(), p.x(), 0);
+            EXPECT_GT(std::abs(cosine(curvatures[i].maxDirection, around)), noise == 0 ? 0.99 : 0.5);
+            EXPECT_GT(cosine(curvatures[i].normal, truth.normals[i]), 0.99);
+        }
+        std::sort(errors.begin(), errors.end());
+        EXPECT_LT(errors[errors.size() / 2], noise == 0 ? 0.015 : 0.1);
+        EXPECT_LT(errors[errors.size() * 9 / 10], noise == 0 ? 0.05 : 0.25);
+    }
+}
+
+TEST(CloudNormals, SpheresAndPlanesHaveOneCurvature)
+{
+    Oriented sphere = sample("sphere", 4000);
+    for (Point3D & point : sphere.points)
+        point *= 250;
+    std::vector<CPointCurvatures> curvatures(sphere.points.size());
+    EXPECT_EQ(EstimateCurvatures(4000, sphere.points.data(), {}, sphere.normals.data(), curvatures.data()),
+              4000);
+    for (CPointCurvatures const & found : curvatures) {
+        EXPECT_NEAR(found.minCurvature * 250, -1, 0.02);
+        EXPECT_NEAR(found.maxCurvature * 250, -1, 0.02);
+    }
+}
+
+TEST(CloudNormals, BitsDependOnNeitherThreadsNorPowersOfTwo)
+{
+    Oriented const cloud = sample("genus3", 12000, 0.002);
+    std::vector<Point3D> scaled = cloud.points;
+    for (Point3D & point : scaled)
+        point *= 0x1p70F;
+    std::vector<std::vector<Point3D>> normals;
+    std::vector<std::vector<CPointCurvatures>> curvatures;
+    for (int threads : {1, 2, 3}) {
+        OnThreads const setting(threads);
+        normals.push_back(estimate(cloud.points, NormalOrientation::spanningTree));
+        curvatures.emplace_back(4000);
+        EstimateCurvatures(4000, cloud.points.data(), {}, nullptr, curvatures.back().data());
+    }
+    normals.push_back(estimate(scaled, NormalOrientation::spanningTree));
+    for (std::size_t i = 1; i < normals.size(); ++i)
+        EXPECT_TRUE(sameBits(normals[i], normals[0])) << i;
+    for (std::size_t k = 0; k < 4000; ++k) {
+        for (std::size_t i : {1, 2}) {
+            EXPECT_EQ(curvatures[i][k].minCurvature, curvatures[0][k].minCurvature);
+            EXPECT_EQ(curvatures[i][k].maxDirection, curvatures[0][k].maxDirection);
+        }
+    }
+    // Radii are in the unit of the points.
+    EXPECT_TRUE(sameBits(estimate(scaled, NormalOrientation::none, {0, 0.1 * 0x1p70}),
+                         estimate(cloud.points, NormalOrientation::none, {0, 0.1})));
+}
+
+TEST(CloudNormals, ViewpointIsInFrontOfEveryNormal)
+{
+    Oriented const cloud = sample("torus", 5000);
+    std::vector<Point3D> const normals = estimate(cloud.points, NormalOrientation::viewpoint);
+    for (std::size_t i = 0; i < normals.size(); ++i)
+        EXPECT_GE(cosine(normals[i], Point3D(5, 1, 2) - cloud.points[i]), -1e-6);
+}
+
+TEST(CloudNormals, HostileCloudsFailPointByPoint)
+{
+    float const nan = std::numeric_limits<float>::quiet_NaN(), huge = std::numeric_limits<float>::max();
+    auto const isNone = [](std::vector<Point3D> const & normals) {
+        return std::all_of(normals.begin(), normals.end(), [](Point3D const & n) { return n == Point3D(); });
+    };
+    std::vector<Point3D> line;
+    for (int i = 0; i < 100; ++i)
+        line.emplace_back(0.1F * float(i), 0.3F * float(i), 7);
+    for (auto orientation :
+         {NormalOrientation::none, NormalOrientation::viewpoint, NormalOrientation::spanningTree}) {
+        EXPECT_TRUE(isNone(estimate({}, orientation)));
+        EXPECT_TRUE(isNone(estimate({Point3D(1, 2, 3), Point3D(1, 2, 4)}, orientation)));
+        EXPECT_TRUE(isNone(estimate(std::vector<Point3D>(30000, Point3D(1, 2, 3)), orientation)));
+        EXPECT_TRUE(isNone(estimate(std::vector<Point3D>(50, Point3D(1, nan, 3)), orientation)));
+        EXPECT_TRUE(isNone(estimate(line, orientation)));
+        for (CNeighbourhoodPrms const & senseless :
+             {CNeighbourhoodPrms{0, 0}, {-1, 1}, {20, -1}, {20, double(nan)}, {2, 0}})
+            EXPECT_TRUE(isNone(estimate(sample("sphere", 100).points, orientation, senseless)));
+        // Fewer points than asked for are taken all, bad ones among them hurt nobody.
+        std::vector<Point3D> few = {{0, 0, 0},   {1, 0, 0}, {0, 1, 0},
+                                    {nan, 0, 0}, {1, 1, 0}, {0, -huge * 2, 0}};
+        std::vector<Point3D> const normals = estimate(few, orientation);
+        for (std::size_t i : {0, 1, 2, 4})
+            EXPECT_EQ(std::abs(normals[i].z()), 1);
+        EXPECT_EQ(normals[3], Point3D());
+        EXPECT_EQ(normals[5], Point3D());
+        EXPECT_FALSE(isNone(estimate({{huge, 0, 0}, {-huge, 0, 0}, {0, huge, 0}, {0, 1, 2}}, orientation)));
+    }
+    std::vector<CPointCurvatures> curvatures(30000);
+    EXPECT_EQ(EstimateCurvatures(0, nullptr, {}, nullptr, nullptr), 0);
+    EXPECT_EQ(EstimateCurvatures(100, line.data(), {}, nullptr, curvatures.data()), 0);
+    EXPECT_EQ(EstimateCurvatures(3000, std::vector<Point3D>(3000, Point3D(1)).data(), {}, nullptr,
+                                 curvatures.data()),
+              0);
+}
+
+TEST(CloudNormals, InterruptionEndsTheWork)
+{
+    Oriented const cloud = sample("sphere", 40000);
+    std::vector<Point3D> normals(cloud.points.size());
+    for (int threads : {1, 2}) {
+        OnThreads const setting(threads);
+        for (double at : {0.0, 0.3, 0.6, 0.85}) {
+            Interrupter progress(at);
+            EXPECT_THROW(EstimateNormals(cloud.size(), cloud.points.data(), {}, normals.data(), &progress),
+                         CUserIntrException)
+                << at;
+        }
+        CProgressCounter progress;
+        EXPECT_EQ(EstimateNormals(cloud.size(), cloud.points.data(), {}, normals.data(), &progress), 40000);
+        EXPECT_EQ(progress.getPosFloat(), 1);
+    }
+}

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/SurfaceAnalysis/PointTreeDetail.h>
+
+#include <apps/sampling/Random.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+#include <vector>
+
+using qz_sampling::Random;
+using REmath::Point3D;
+using REmath::Detail::CNeighbourFinder;
+using REmath::Detail::CPointTree;
+
+namespace
+{
+
+constexpr double everywhere = std::numeric_limits<double>::infinity();
+
+/// The indices of the neighbours, in order.
+std::vector<int> neighboursByBruteForce(std::vector<Point3D> const & points, std::size_t at, int count,
+                                        double radius)
+{
+    std::vector<std::pair<float, int>> order;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        Point3D const arm = points[i] - points[at];
+        float const squared = arm.x() * arm.x() + arm.y() * arm.y() + arm.z() * arm.z();
+        if (squared >= 0 && static_cast<double>(squared) <= radius * radius) // not NaN
+            order.emplace_back(squared, static_cast<int>(i));
+    }
+    std::sort(order.begin(), order.end());
+    if (count > 0 && order.size() > static_cast<std::size_t>(count))
+        order.resize(static_cast<std::size_t>(count));
+    std::vector<int> neighbours;
+    for (auto const & [squared, i] : order)
+        neighbours.push_back(i);
+    std::sort(neighbours.begin(), neighbours.end());
+    return neighbours;
+}
+
+/// Compares the neighbours of every `stride`-th point.
+void expectBruteForce(std::vector<Point3D> const & points, int count, double radius, std::size_t stride)
+{
+    CPointTree const tree(static_cast<int>(points.size()), points.data());
+    CNeighbourFinder finder(tree, count, radius * tree.unit());
+    for (int leaf = 0; leaf < tree.leafCount(); ++leaf) {
+        finder.openLeaf(leaf);
+        for (int position = tree.leafBegin(leaf); position < tree.leafBegin(leaf + 1); ++position) {
+            CNeighbourFinder::Neighbours const found = finder.find(position);
+            EXPECT_TRUE(std::is_sorted(found.positions, found.positions + found.count));
+            std::size_t const at = tree.index(position);
+            if (at % stride != 0)
+                continue;
+            std::vector<int> indices;
+            for (int i = 0; i < found.count; ++i)
+                indices.push_back(static_cast<int>(tree.index(found.positions[i])));
+            std::sort(indices.begin(), indices.end());
+            ASSERT_EQ(indices, neighboursByBruteForce(points, at, count, radius)) << at;
+        }
+    }
+}
+
+} // namespace
+
+TEST(PointTree, NeighboursAreThoseOfBruteForce)
+{
+    // Clusters of very different density, needles, equal distances on a grid, repeated points, outliers,
+    // holes.
+    Random random(1);
+    std::vector<Point3D> points;
+    for (int i = 0; i < 700; ++i) {
+        double const size = std::pow(10.0, random.uniform(-4, 0));
+        points.emplace_back(size * random.normal(), size * random.normal(), 0.3 * size * random.normal());
+        points.emplace_back(20 + random.normal() * 1e-3, random.normal() * 1e-3, random.uniform(-2, 2));
+        points.emplace_back(i % 22 * 0.25, i / 22 * 0.25, 40 + i % 7);
+        if (i % 10 == 3)
+            points.push_back(points[7]);
+        if (i % 50 == 0)
+            points.emplace_back(random.uniform(-300, 300), random.uniform(-300, 300),
+                                random.uniform(-300, 300));
+        if (i % 200 == 0)
+            points.emplace_back(0, 0, 1e30 * i);
+        if (i % 100 == 0)
+            points.emplace_back(0, std::numeric_limits<float>::quiet_NaN(), 0);
+    }
+    for (auto const & [count, radius] : {std::pair(1, everywhere),
+                                         {20, everywhere},
+                                         {150, everywhere},
+                                         {0, 0.6},
+                                         {12, 0.3},
+                                         {0, 0.0},
+                                         {7, 50.0}})
+        expectBruteForce(points, count, radius, 7);
+    expectBruteForce(points, 100000, everywhere, 50);
+    expectBruteForce(points, 0, 1000, 50);
+
+    expectBruteForce(std::vector<Point3D>(300, Point3D(3, 4, 5)), 20, everywhere, 1);
+    expectBruteForce({Point3D(3, 4, 5)}, 20, everywhere, 1);
+}
