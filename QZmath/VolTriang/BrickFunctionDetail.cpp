@@ -141,6 +141,37 @@ BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octre
         level.perUnit = 1.0 / octree.getCellSize(depth);
         makeLevel(lattice.level(depth), amplitudes.data(), level);
     }
+    m_deepestCell = octree.getCellSize(deepest);
+    m_deepestShift = lattice.isCentred() ? 0.5 : 0.0;
+    BrickLevel const & last = lattice.level(deepest);
+    m_deepestBoxes.reserve(last.bricks.size());
+    for (int brick = 0; brick < last.bricksNumber(); ++brick) {
+        Box box = {{brickEdge, brickEdge, brickEdge}, {-1, -1, -1}};
+        for (int n = 0; n < brickPlaces; ++n) {
+            if ((last.rowsOf(brick)[n >> 3] >> (n & 7) & 1) == 0)
+                continue;
+            std::array<int, 3> const place = {n >> 6, n >> 3 & 7, n & 7};
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                box.low[axis] = std::min(box.low[axis], place[axis]);
+                box.high[axis] = std::max(box.high[axis], place[axis]);
+            }
+        }
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            int const first = brickEdge * last.bricks[static_cast<std::size_t>(brick)][axis];
+            box.low[axis] += first;
+            box.high[axis] += first;
+        }
+        m_deepestBoxes.push_back(box);
+    }
+}
+
+void BrickFunction::deepestBox(int box, double * low3, double * high3) const
+{
+    Box const & nodes = m_deepestBoxes[static_cast<std::size_t>(box)];
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        low3[axis] = nodeCoord(nodes.low[axis], static_cast<int>(axis));
+        high3[axis] = nodeCoord(nodes.high[axis], static_cast<int>(axis));
+    }
 }
 
 float const * BrickFunction::Level::brickAt(int x, int y, int z) const
@@ -150,7 +181,8 @@ float const * BrickFunction::Level::brickAt(int x, int y, int z) const
         int const brick = slots[slot];
         if (brick < 0)
             return rows.data(); // the first brick is empty
-        if (bricks[static_cast<std::size_t>(brick)] == std::array<int, 3>{x, y, z})
+        std::array<int, 3> const & place = bricks[static_cast<std::size_t>(brick)];
+        if (place[0] == x && place[1] == y && place[2] == z)
             return rows.data() + static_cast<std::size_t>(brick) * static_cast<std::size_t>(brickStride);
     }
 }
@@ -227,7 +259,8 @@ inline bool BrickFunction::toSteps(double const * point, Int4 & step, Float4 & r
 inline BrickFunction::Window BrickFunction::Level::around(Int4 step, Float4 rest) const
 {
     Int4 const place = step + half;
-    Int4 const mask = Int4{} + ((1 << shift) - 1);
+    int const last = (1 << shift) - 1;
+    Int4 const mask = {last, last, last, last};
     Int4 const inCell = place & mask;
     return {(place >> shift) - 1, (__builtin_convertvector(inCell, Float4) + rest) * scale + 0.5f};
 }

@@ -115,6 +115,18 @@ public:
     /// cells of the deepest depth apart; coarser grids are evaluated point by point.
     void evalGrid(GridCoords const & coords, float * out, GridScratch & scratch) const;
 
+    /// The deepest nodes, in boxes of at most 8 places along an axis.
+    int deepestBoxes() const { return static_cast<int>(m_deepestBoxes.size()); }
+    /// Least and greatest coordinates of the nodes of a box.
+    void deepestBox(int box, double * low3, double * high3) const;
+    /// Distance of neighbouring nodes of the deepest depth.
+    double deepestCell() const { return m_deepestCell; }
+    /// Coordinate of a place of the deepest depth on an axis, in the model.
+    double nodeCoord(int place, int axis) const
+    {
+        return m_origin[axis] + (place + m_deepestShift) * m_deepestCell;
+    }
+
 private:
     // Where the places around a point begin on each axis, and how far after them the point lies, 0.5 to 1.5.
     struct Window
@@ -154,7 +166,15 @@ private:
     double m_highest;
     float m_kernelKnots[2]; // inner and outer
     float m_kernelFactors[2];
+    double m_deepestCell;
+    double m_deepestShift;       // of the deepest nodes from the corners of cells, in cells
     std::vector<Level> m_levels; // from the coarsest
+    struct Box
+    {
+        std::array<int, 3> low;
+        std::array<int, 3> high;
+    };
+    std::vector<Box> m_deepestBoxes;
 };
 
 } // namespace VolTr

@@ -3,12 +3,15 @@
 
 #include <QZmath/Foundation/Functor.h>
 #include <QZmath/Foundation/Point3D.h>
+#include <QZmath/VolTriang/BrickFunctionDetail.h>
+#include <QZmath/VolTriang/BrickSurfaceDetail.h>
 #include <QZmath/VolTriang/LogLineDetail.h>
 #include <QZmath/VolTriang/OctreeFuncEvalHelper.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
+#include <QZmath/VolTriang/WorkTeamDetail.h>
 #include <QZmath/VolTriang/jbProcess.h>
 
 #include <QZsys/Progress.h>
@@ -17,6 +20,7 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <functional>
 
 namespace VolTr
 {
@@ -34,51 +38,83 @@ double squaredDistance(double const * a, double const * b)
     return sum;
 }
 
+// Where an open surface ends: points that the walk must not cross.
+class SurfaceEnd
+{
+public:
+    SurfaceEnd(IInputSamples const & samples, COctree const & octree, double edge)
+        : m_samples(samples), m_octree(octree), m_outerRadius(edge * 4.0), m_innerRadius(edge * 2.0)
+    {}
+
+    // A point close to any sample is usable. One farther off is refused when the sample at hand lies on the
+    // border; this is the last sample of the walk inside the outer radius, or the first of the walk when none
+    // is inside. Thread-safe.
+    bool isBeyond(double const * point) const
+    {
+        if (!(m_outerRadius > 0.0))
+            return false;
+        double low[3];
+        double high[3];
+        for (int axis = 0; axis < 3; ++axis) {
+            low[axis] = point[axis] - m_outerRadius;
+            high[axis] = point[axis] + m_outerRadius;
+        }
+        int nearest = -1;
+        for (CSamplePointsIteratorInBox it(m_samples, m_octree, CParallelepiped(low, high), -1);
+             !it.isFinished(); it.next()) {
+            double const distance = squaredDistance(point, *it);
+            if (distance < m_innerRadius * m_innerRadius)
+                return false;
+            if (nearest < 0 || distance < m_outerRadius * m_outerRadius)
+                nearest = it.currentSampleIndex();
+        }
+        return nearest < 0 || m_samples.isBoundaryVertex(nearest);
+    }
+
+private:
+    IInputSamples const & m_samples;
+    COctree const & m_octree;
+    double m_outerRadius;
+    double m_innerRadius;
+};
+
 // The implicit function relative to its iso-value. On an open surface it marks points that the walk must not
 // cross.
+template <class Value>
 class tf_OctreeFunAdapter final : public REmath::Functor2<double, Point3D_d const &, int *>
 {
 public:
-    Combination const * function = nullptr;
-    COctree const * octree = nullptr;
-    double isoValue = 0.0;
-    COctreeFuncEvalHelper * helper = nullptr;
-    IInputSamples const * samples = nullptr;
-    double outerRadius = -1.0; // negative on a closed surface, where every point is usable
-    double innerRadius = -1.0;
+    tf_OctreeFunAdapter(Value value, double isoValue, SurfaceEnd const * end)
+        : m_value(value), m_isoValue(isoValue), m_end(end)
+    {}
 
     double operator()(Point3D_d const & point, int * flag) const override
     {
         double const coords[3] = {point.x(), point.y(), point.z()};
         if (flag != nullptr)
-            *flag = outerRadius > 0.0 && isBeyondSurface(coords) ? 1 : 0;
-        return function->eval(coords, helper) - isoValue;
+            *flag = m_end != nullptr && m_end->isBeyond(coords) ? 1 : 0;
+        return m_value(coords) - m_isoValue;
     }
 
 private:
-    // A point close to any sample is usable. One farther off is refused when the sample at hand lies on the
-    // border; this is the last sample of the walk inside the outer radius, or the first of the walk when none
-    // is inside.
-    bool isBeyondSurface(double const * point) const
-    {
-        double low[3];
-        double high[3];
-        for (int axis = 0; axis < 3; ++axis) {
-            low[axis] = point[axis] - outerRadius;
-            high[axis] = point[axis] + outerRadius;
-        }
-        int nearest = -1;
-        for (CSamplePointsIteratorInBox it(*samples, *octree, CParallelepiped(low, high), -1);
-             !it.isFinished(); it.next()) {
-            double const distance = squaredDistance(point, *it);
-            if (distance < innerRadius * innerRadius)
-                return false;
-            if (nearest < 0 || distance < outerRadius * outerRadius)
-                nearest = it.currentSampleIndex();
-        }
-        return nearest < 0 || samples->isBoundaryVertex(nearest);
-    }
+    Value m_value;
+    double m_isoValue;
+    SurfaceEnd const * m_end; // null on a closed surface, where every point is usable
 };
+
+// A unit vector along a gradient, or along x where it is zero.
+void normalizeGradient(double * normal)
+{
+    double squaredLength = 0.0;
+    for (int axis = 0; axis < 3; ++axis)
+        squaredLength += normal[axis] * normal[axis];
+    if (squaredLength != 0.0) {
+        NormalizeVector(normal);
+    } else {
+        normal[0] = 1.0;
+        normal[1] = normal[2] = 0.0;
+    }
+}
 
 // Hands new vertices, with the gradient as their normal if wanted, and each triangle to the target.
 class tf_TriangleProcessor final : public REmath::Functor4<int, int, int, int, jbVertices>
@@ -114,17 +150,9 @@ public:
 private:
     void evalNormal(double const * coords, double * normal) const
     {
-        double squaredLength = 0.0;
-        for (std::size_t axis = 0; axis < 3; ++axis) {
+        for (std::size_t axis = 0; axis < 3; ++axis)
             normal[axis] = gradient[axis]->eval(coords, &gradientHelpers[axis]);
-            squaredLength += normal[axis] * normal[axis];
-        }
-        if (squaredLength != 0.0) {
-            NormalizeVector(normal);
-        } else {
-            normal[0] = 1.0;
-            normal[1] = normal[2] = 0.0;
-        }
+        normalizeGradient(normal);
     }
 };
 
@@ -159,6 +187,87 @@ int cubesPerSide(float reconstructFactor, int leafCellDepth)
     return static_cast<int>(std::clamp(cubes, -bound, bound));
 }
 
+// The lattice of the polygoniser's cubes.
+struct SurfaceLattice
+{
+    double edge;
+    int bounds[3];
+    Point3D_d start;
+    int expectedFaces;
+
+    SurfaceLattice(IInputSamples const & samples, COctree const & octree,
+                   CVolTriangulationParams const & params, VsUt::IDebugLog * log)
+    {
+        logText(log, "<Marching cubes>");
+        edge = octree.getCellSize(params.getOctreeDepth() - 1) / params.getReconstructFactor();
+        int const cubes = cubesPerSide(params.getReconstructFactor(), octree.getLeafCellDepth());
+        std::fill(bounds, bounds + 3, cubes);
+        start = findStartPoint(samples, octree);
+        expectedFaces = static_cast<int>(std::min(6.0 * cubes * cubes, static_cast<double>(INT_MAX)));
+    }
+};
+
+void logLattice(SurfaceLattice const & lattice, VsUt::IDebugLog * log)
+{
+    logValues(log, "Edge length", lattice.edge);
+    logValues(log, "Bounds", lattice.bounds[0], lattice.bounds[1], lattice.bounds[2]);
+    logValues(log, "Start point", lattice.start.x(), lattice.start.y(), lattice.start.z());
+    logValues(log, "Expected faces number", lattice.expectedFaces);
+}
+
+void concludeSurface(bool isDone, int vertexCount, int triangleCount, VsUt::IDebugLog * log)
+{
+    if (!isDone || triangleCount == 0) {
+        char const * const text = "Failed to reconstruct iso-value surface";
+        logText(log, text);
+        throw CVolTriangulationError(text);
+    }
+    logValues(log, "Added vertexes", vertexCount);
+    logValues(log, "Added triangles", triangleCount);
+    logText(log, "</Marching cubes>");
+}
+
+// Hands the walk over bricks to the target.
+class BrickSink final : public BrickSurface::Sink
+{
+public:
+    BrickSink(ITriangulationTarget & target, BrickFunction const & function, bool withNormals,
+              CProgressCounter * progress, int expectedFaces)
+        : m_target(target), m_function(function), m_withNormals(withNormals), m_progress(progress),
+          m_expectedFaces(expectedFaces)
+    {}
+
+    void addVertex(double const * position) override
+    {
+        double normal[3] = {0.0, 0.0, 0.0};
+        if (m_withNormals) {
+            m_function.gradient(position, normal, m_hint);
+            normalizeGradient(normal);
+        }
+        m_target.addNewVertex(vertexCount, position, normal);
+        ++vertexCount;
+    }
+
+    void addTriangle(int a, int b, int c) override
+    {
+        m_target.addNewTriangle(a, b, c);
+        ++triangleCount;
+        if (m_progress != nullptr)
+            m_progress->SetPosFloat(VsPCnt::prgCntLongJobPosition(triangleCount, m_expectedFaces, 0.3));
+    }
+
+    int vertexCount = 0;
+    int triangleCount = 0;
+
+private:
+    ITriangulationTarget & m_target;
+    BrickFunction const & m_function;
+    bool m_withNormals;
+    CProgressCounter * m_progress;
+    int m_expectedFaces;
+    BrickFunction::Hint m_hint;
+};
+
 } // namespace
 
 void extractIsoSurface(Combination const & function, double isoValue, GradientBasis const * gradBasis,
@@ -166,24 +275,14 @@ void extractIsoSurface(Combination const & function, double isoValue, GradientBa
                        CVolTriangulationParams const & params, ITriangulationTarget & target,
                        CProgressCounter * progress, VsUt::IDebugLog * log)
 {
-    logText(log, "<Marching cubes>");
-    double const edge = octree.getCellSize(params.getOctreeDepth() - 1) / params.getReconstructFactor();
-    int const cubes = cubesPerSide(params.getReconstructFactor(), octree.getLeafCellDepth());
-    int bounds[3] = {cubes, cubes, cubes};
-    Point3D_d const start = findStartPoint(samples, octree);
+    SurfaceLattice lattice(samples, octree, params, log);
+    double const edge = lattice.edge;
     // The walk stays local and returns to places that it left a while ago, so a few regions are kept.
     COctreeFuncEvalHelper helper(8, edge * 4.0);
 
-    tf_OctreeFunAdapter adapter;
-    adapter.function = &function;
-    adapter.octree = &octree;
-    adapter.isoValue = isoValue;
-    adapter.helper = &helper;
-    adapter.samples = &samples;
-    if (!params.getClosed()) {
-        adapter.outerRadius = edge * 4.0;
-        adapter.innerRadius = edge * 2.0;
-    }
+    SurfaceEnd const end(samples, octree, edge);
+    auto const valueAt = [&](double const * point) { return function.eval(point, &helper); };
+    tf_OctreeFunAdapter<decltype(valueAt)> adapter(valueAt, isoValue, params.getClosed() ? nullptr : &end);
 
     int vertexCount = 0;
     int triangleCount = 0;
@@ -191,7 +290,7 @@ void extractIsoSurface(Combination const & function, double isoValue, GradientBa
     tf_TriangleProcessor processor;
     processor.target = &target;
     processor.progress = progress;
-    processor.expectedFaces = static_cast<int>(std::min(6.0 * cubes * cubes, static_cast<double>(INT_MAX)));
+    processor.expectedFaces = lattice.expectedFaces;
     processor.vertexCount = &vertexCount;
     processor.triangleCount = &triangleCount;
     processor.gradientHelpers = gradientHelpers.data();
@@ -204,20 +303,47 @@ void extractIsoSurface(Combination const & function, double isoValue, GradientBa
         }
     }
 
-    logValues(log, "Edge length", edge);
-    logValues(log, "Bounds", bounds[0], bounds[1], bounds[2]);
-    logValues(log, "Start point", start.x(), start.y(), start.z());
-    logValues(log, "Expected faces number", processor.expectedFaces);
+    logLattice(lattice, log);
 
     jbProcess process;
-    if (process.polygonize(adapter, edge, bounds, start, processor) != 0 || triangleCount == 0) {
-        char const * const text = "Failed to reconstruct iso-value surface";
-        logText(log, text);
-        throw CVolTriangulationError(text);
+    bool const isDone = process.polygonize(adapter, edge, lattice.bounds, lattice.start, processor) == 0;
+    concludeSurface(isDone, vertexCount, triangleCount, log);
+}
+
+void extractIsoSurface(BrickFunction const & function, double isoValue, bool withNormals,
+                       IInputSamples const & samples, COctree const & octree,
+                       CVolTriangulationParams const & params, ITriangulationTarget & target,
+                       CProgressCounter * progress, VsUt::IDebugLog * log, int threads)
+{
+    SurfaceLattice lattice(samples, octree, params, log);
+    logLattice(lattice, log);
+    SurfaceEnd const end(samples, octree, lattice.edge);
+    BrickFunction::Hint hint;
+    auto const valueAt = [&](double const * point) { return function.eval(point, hint); };
+    tf_OctreeFunAdapter<decltype(valueAt)> adapter(valueAt, isoValue, params.getClosed() ? nullptr : &end);
+
+    BrickSink sink(target, function, withNormals, progress, lattice.expectedFaces);
+    jbProcess search;
+    search.function = &adapter;
+    search.size = lattice.edge;
+    jbTest const inside = search.find(1, lattice.start);
+    jbTest const outside = search.find(0, lattice.start);
+    bool const isFound = inside.ok != 0 && outside.ok != 0;
+    if (isFound) {
+        Point3D_d const start = search.converge(inside.point, outside.point, inside.value);
+        double const startCoords[3] = {start.x(), start.y(), start.z()};
+        std::function<bool(double const *)> isRefused;
+        if (!params.getClosed())
+            isRefused = [&end](double const * point) { return end.isBeyond(point); };
+        BrickSurface surface(function, isoValue, startCoords, lattice.edge, lattice.bounds, isRefused);
+        {
+            CPrgCntSubPhase phase(progress, 0.0, 0.3, 0, true);
+            WorkTeam::run(threads, progress, [&surface](WorkTeam & team) { surface.prepare(team); });
+        }
+        CPrgCntSubPhase phase(progress, 0.3, 0.7, 0, true);
+        surface.walk(sink);
     }
-    logValues(log, "Added vertexes", vertexCount);
-    logValues(log, "Added triangles", triangleCount);
-    logText(log, "</Marching cubes>");
+    concludeSurface(isFound, sink.vertexCount, sink.triangleCount, log);
 }
 
 } // namespace VolTr

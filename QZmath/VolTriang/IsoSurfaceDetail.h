@@ -12,6 +12,7 @@ class IDebugLog;
 namespace VolTr
 {
 
+class BrickFunction;
 class COctree;
 class CVolTriangulationParams;
 class IInputSamples;
@@ -24,5 +25,11 @@ void extractIsoSurface(Combination const & function, double isoValue, GradientBa
                        IInputSamples const & samples, COctree const & octree,
                        CVolTriangulationParams const & params, ITriangulationTarget & target,
                        CProgressCounter * progress, VsUt::IDebugLog * log);
+
+/// The same of a function in bricks, on up to `threads` threads; the target is called on the calling one.
+void extractIsoSurface(BrickFunction const & function, double isoValue, bool withNormals,
+                       IInputSamples const & samples, COctree const & octree,
+                       CVolTriangulationParams const & params, ITriangulationTarget & target,
+                       CProgressCounter * progress, VsUt::IDebugLog * log, int threads);
 
 } // namespace VolTr

@@ -2,8 +2,10 @@
 #include <QZmath/VolTriang/IsoValueDetail.h>
 
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
+#include <QZmath/VolTriang/BrickFunctionDetail.h>
 #include <QZmath/VolTriang/OctreeFuncEvalHelper.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
+#include <QZmath/VolTriang/WorkTeamDetail.h>
 
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
@@ -97,6 +99,11 @@ private:
     CTransThreadPrgCntAdapter * m_adapter;
 };
 
+// Leaf cells in a row of which a thread takes the samples at a time, and rows between two reports of
+// progress.
+int const pieceCells = 256;
+int const piecesPerReport = 64;
+
 using StripTask = tf_calcMeanIsoValueCycleByPoints<Kernel, std::vector<float>>;
 
 } // namespace
@@ -142,6 +149,43 @@ double calcMeanIsoValue(Combination const & function, IInputSamples const & samp
             total.weightedValues += plane.weightedValues;
             total.weights += plane.weights;
         }
+    }
+    return total.weights != 0.0 ? total.weightedValues / total.weights : total.weightedValues;
+}
+
+double calcMeanIsoValue(BrickFunction const & function, IInputSamples const & samples, COctree const & octree,
+                        std::vector<float> const * weights, CProgressCounter * progress, int threads)
+{
+    int const cells = octree.getCellsNumberOnDeepestLevel();
+    int const pieces = (cells + pieceCells - 1) / pieceCells;
+    std::vector<PlaneSums> sums(static_cast<std::size_t>(pieces));
+    auto const sumPiece = [&](int piece) {
+        BrickFunction::Hint hint;
+        PlaneSums pieceSums;
+        int const end = std::min(cells, (piece + 1) * pieceCells);
+        for (int cell = piece * pieceCells; cell < end; ++cell) {
+            for (int const * it = octree.getSamplesBegin(cell); it != octree.getSamplesEnd(cell); ++it) {
+                float const * coords = samples.getSampleCoords3(*it);
+                double const point[3] = {coords[0], coords[1], coords[2]};
+                float const weight = weights != nullptr ? (*weights)[static_cast<std::size_t>(*it)] : 1.0f;
+                pieceSums.weights += weight;
+                pieceSums.weightedValues += function.eval(point, hint) * weight;
+            }
+        }
+        sums[static_cast<std::size_t>(piece)] = pieceSums;
+    };
+    WorkTeam::run(threads, progress, [&](WorkTeam & team) {
+        for (int first = 0; first < pieces; first += piecesPerReport) {
+            team.setPosition(static_cast<double>(first) / pieces);
+            team.forEach(std::min(piecesPerReport, pieces - first),
+                         [&](int piece) { sumPiece(first + piece); });
+        }
+        team.setPosition(1.0);
+    });
+    PlaneSums total;
+    for (PlaneSums const & piece : sums) {
+        total.weightedValues += piece.weightedValues;
+        total.weights += piece.weights;
     }
     return total.weights != 0.0 ? total.weightedValues / total.weights : total.weightedValues;
 }

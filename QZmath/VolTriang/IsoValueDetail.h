@@ -10,6 +10,7 @@ class CProgressCounter;
 namespace VolTr
 {
 
+class BrickFunction;
 class COctree;
 class IInputSamples;
 
@@ -17,5 +18,9 @@ class IInputSamples;
 /// 0. The result is the same to the bit for any number of threads. \param weights null when all are 1
 double calcMeanIsoValue(Combination const & function, IInputSamples const & samples, COctree const & octree,
                         std::vector<float> const * weights, CProgressCounter * progress);
+
+/// The same of a function in bricks, on up to `threads` threads.
+double calcMeanIsoValue(BrickFunction const & function, IInputSamples const & samples, COctree const & octree,
+                        std::vector<float> const * weights, CProgressCounter * progress, int threads);
 
 } // namespace VolTr

@@ -1,8 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/BrickFunctionDetail.h>
+#include <QZmath/VolTriang/IsoSurfaceDetail.h>
+#include <QZmath/VolTriang/IsoValueDetail.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
+#include <QZmath/VolTriang/TriangulationTarget.h>
+#include <QZmath/VolTriang/VolTriangulationError.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
+
+#include <QZsys/DebugLog.h>
+#include <QZsys/Exceptions.h>
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
 
 #include <support/PointCloudSamples.h>
 
@@ -17,10 +27,6 @@ using namespace VolTr;
 
 namespace
 {
-
-using Kernel = CProductPiecewisePolynom;
-using Basis = COctreeFuncBasisTmpl<Kernel>;
-using Combination = COctreeFuncLinCombTmpl<Kernel>;
 
 Kernel makeKernel(double factor)
 {
@@ -100,6 +106,59 @@ std::string describe(Shape const & shape)
 {
     return "depth " + std::to_string(shape.depth) + (shape.centred ? " centred" : " corners") + " levels " +
            std::to_string(shape.levels) + " scale " + std::to_string(shape.kernelFactor);
+}
+
+// The mesh, with the order of all calls in `order`: vertices as -1, triangles by their corners.
+class Recorder final : public ITriangulationTarget
+{
+public:
+    std::vector<std::array<double, 3>> vertices;
+    std::vector<std::array<double, 3>> normals;
+    std::vector<int> order;
+
+private:
+    void onAddNewVertex(int index, double const * coords, double const * normal) override
+    {
+        ASSERT_EQ(index, static_cast<int>(vertices.size()));
+        vertices.push_back({coords[0], coords[1], coords[2]});
+        normals.push_back({normal[0], normal[1], normal[2]});
+        order.push_back(-1);
+    }
+    void onAddNewVertex(int, float const *, float const *) override { FAIL(); }
+    void onAddNewTriangle(int a, int b, int c) override { order.insert(order.end(), {a, b, c}); }
+};
+
+class Log final : public VsUt::IDebugLog
+{
+public:
+    std::vector<std::string> labels;
+
+private:
+    void getMessage(char const * line) override
+    {
+        std::string const text = line;
+        labels.push_back(text.substr(0, text.find(':')));
+    }
+};
+
+// Interrupts itself at a position.
+class Impatient final : public CProgressCounter
+{
+public:
+    explicit Impatient(double limit) : m_limit(limit) {}
+
+private:
+    void onPosition(double overall) override
+    {
+        if (overall > m_limit)
+            interrupt();
+    }
+    double m_limit;
+};
+
+double distanceBetween(std::array<double, 3> const & a, std::array<double, 3> const & b)
+{
+    return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
 }
 
 } // namespace
@@ -219,4 +278,137 @@ TEST(BrickFunction, RefusesWhatItCannotHold)
     for (CSingleVarLimitedPolynom const & kernel : {wide, slope, shifted, CSingleVarLimitedPolynom()})
         EXPECT_THROW(BrickFunction(model.lattice, model.octree, kernel, amplitudes), std::exception);
     EXPECT_THROW(BrickFunction(model.lattice, model.octree, spline, {}), std::exception);
+}
+
+TEST(BrickFunction, MeanAndSurfaceAgreeWithTheSumOverNodes)
+{
+    struct Case
+    {
+        Shape shape;
+        float reconstructFactor;
+        bool isClosed;
+    };
+    for (Case const & test : {Case{{6, true, -1, 0.95}, 1.0f, true}, Case{{5, false, -1, 0.95}, 1.0f, true},
+                              Case{{4, true, -1, 1.0}, 2.0f, true}, Case{{3, true, -1, 0.8}, 3.7f, true},
+                              Case{{6, true, -1, 0.95}, 0.3f, true}, Case{{5, true, -1, 0.95}, 1.0f, false},
+                              Case{{3, true, -1, 0.95}, 3.0f, false}}) {
+        SCOPED_TRACE(describe(test.shape) + " factor " + std::to_string(test.reconstructFactor));
+        PointCloudSamples cloud;
+        PointCloudSamples const sphere = makeSphere(6000);
+        for (std::size_t n = 0; n < sphere.points.size(); ++n) {
+            double const height = sphere.normals[n][2];
+            if (test.isClosed || height < 0.5)
+                cloud.add(sphere.points[n], sphere.normals[n], height > 0.45);
+        }
+        Model model(cloud, test.shape.depth, test.shape.centred, test.shape.levels, test.shape.kernelFactor);
+        std::mt19937 random(9);
+        std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+        // A rough ball: positive inside.
+        model.setAmplitudes([&](int node) {
+            double position[3];
+            model.octree.getNodePosition(node, position);
+            double const radius = std::hypot(position[0] - 0.3, position[1] + 1.7, position[2] - 5.0);
+            return (1.0 - radius) * std::exp2(model.octree.getNodeDepth(node)) + 0.2 * uniform(random);
+        });
+        BrickFunction const function = model.function();
+        Combination const reference = model.combination(model.basis);
+        GradientBasis gradBasis;
+        for (int axis = 0; axis < 3; ++axis) {
+            Kernel derivative;
+            model.kernel.makePartialDerivative(&derivative, axis);
+            gradBasis[static_cast<std::size_t>(axis)] = std::make_unique<Basis>(derivative, &model.octree, 1);
+        }
+        CVolTriangulationParams params;
+        params.setOctreeDepth(test.shape.depth);
+        params.setReconstructFactor(test.reconstructFactor);
+        params.setClosed(test.isClosed);
+        std::vector<float> weights(cloud.points.size());
+        for (float & weight : weights)
+            weight = static_cast<float>(2.0 + uniform(random));
+
+        double const isoValue = calcMeanIsoValue(reference, cloud, model.octree, &weights, nullptr);
+        double const fastValue = calcMeanIsoValue(function, cloud, model.octree, &weights, nullptr, 1);
+        EXPECT_NEAR(fastValue, isoValue, 1e-5);
+        Recorder expected;
+        Log expectedLog;
+        extractIsoSurface(reference, isoValue, &gradBasis, cloud, model.octree, params, expected, nullptr,
+                          &expectedLog);
+        ASSERT_GT(expected.vertices.size(), 100U);
+        Recorder single;
+        for (int threads = 1; threads <= 3; ++threads) {
+            EXPECT_EQ(calcMeanIsoValue(function, cloud, model.octree, &weights, nullptr, threads), fastValue);
+            Recorder mesh;
+            Log log;
+            extractIsoSurface(function, isoValue, true, cloud, model.octree, params, mesh, nullptr, &log,
+                              threads);
+            EXPECT_EQ(log.labels, expectedLog.labels);
+            ASSERT_TRUE(mesh.order == expected.order)
+                << mesh.vertices.size() << " and " << expected.vertices.size() << " vertices";
+            // Both are within 1/2048 of an edge, at most a diagonal, from a crossing. Where an edge has
+            // several, they may have chosen different ones.
+            double const accuracy = model.octree.getCellSize(test.shape.depth - 1) / test.reconstructFactor *
+                                    std::sqrt(3.0) / 2048;
+            std::size_t others = 0;
+            for (std::size_t n = 0; n < mesh.vertices.size(); ++n) {
+                std::array<double, 3> const & vertex = mesh.vertices[n];
+                double const distance = distanceBetween(vertex, expected.vertices[n]);
+                if (distance < 2.02 * accuracy) {
+                    ASSERT_LT(distanceBetween(mesh.normals[n], expected.normals[n]), 0.05);
+                    continue;
+                }
+                ++others;
+                double ends[2][3];
+                for (std::size_t axis = 0; axis < 3; ++axis) {
+                    double const along =
+                        (expected.vertices[n][axis] - vertex[axis]) / distance * 1.01 * accuracy;
+                    ends[0][axis] = vertex[axis] - along;
+                    ends[1][axis] = vertex[axis] + along;
+                }
+                ASSERT_NE(function.eval(ends[0]) > isoValue, function.eval(ends[1]) > isoValue);
+            }
+            EXPECT_LT(others, 3 + mesh.vertices.size() / 1000);
+            if (threads == 1) {
+                single.vertices = mesh.vertices;
+                single.normals = mesh.normals;
+            }
+            EXPECT_TRUE(mesh.vertices == single.vertices && mesh.normals == single.normals);
+        }
+    }
+}
+
+TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
+{
+    PointCloudSamples const cloud = makeSphere(5000);
+    Model model(cloud, 5, true, -1, 0.95);
+    model.setAmplitudes([&](int node) {
+        double position[3];
+        model.octree.getNodePosition(node, position);
+        return 1.0 - std::hypot(position[0] - 0.3, position[1] + 1.7, position[2] - 5.0);
+    });
+    BrickFunction const function = model.function();
+    CVolTriangulationParams params;
+    params.setOctreeDepth(5);
+    auto const extract = [&](double isoValue, float factor, CProgressCounter * progress, int threads) {
+        Recorder mesh;
+        params.setReconstructFactor(factor);
+        extractIsoSurface(function, isoValue, false, cloud, model.octree, params, mesh, progress, nullptr,
+                          threads);
+        return mesh.vertices.size();
+    };
+    double const good = calcMeanIsoValue(function, cloud, model.octree, nullptr, nullptr, 2);
+    EXPECT_GT(extract(good, 1.0f, nullptr, 2), 100U);
+    double const nan = std::nan("");
+    EXPECT_THROW(extract(1e9, 1.0f, nullptr, 2), CVolTriangulationError);
+    EXPECT_THROW(extract(nan, 1.0f, nullptr, 1), CVolTriangulationError);
+    for (float const factor : {0.0f, std::numeric_limits<float>::infinity(), static_cast<float>(nan)})
+        EXPECT_THROW(extract(good, factor, nullptr, 1), CVolTriangulationError);
+    EXPECT_GT(extract(good, -1.0f, nullptr, 1), 0U); // the first cube only
+    for (int threads = 1; threads <= 2; ++threads) {
+        for (double const limit : {0.0, 0.1, 0.5}) {
+            Impatient progress(limit);
+            EXPECT_THROW(extract(good, 1.0f, &progress, threads), CUserIntrException);
+        }
+    }
+    Impatient progress(-1.0);
+    EXPECT_THROW(calcMeanIsoValue(function, cloud, model.octree, nullptr, &progress, 1), CUserIntrException);
 }
