@@ -14,16 +14,19 @@ namespace
 
 std::uint64_t hashOfBrick(int x, int y, int z) { return CLatticeHash::hashOf(CInt3(x, y, z), 0); }
 
-struct NodePlace
+// A node in its slab of bricks of equal x: y and z of the brick, then the place inside, as bits of one
+// number.
+struct NodeInSlab
 {
-    std::array<int, 3> brick;
-    int place; // inside the brick
+    std::uint64_t order;
     int node;
 };
 
-bool isBefore(NodePlace const & a, NodePlace const & b)
+// A brick reaches from -1 to 2^26 on each axis.
+std::uint64_t orderInSlab(int y, int z, int place)
 {
-    return a.brick != b.brick ? a.brick < b.brick : a.place < b.place;
+    return static_cast<std::uint64_t>((y >> 3) + 1) << 36 | static_cast<std::uint64_t>((z >> 3) + 1) << 9 |
+           static_cast<std::uint64_t>(place);
 }
 
 } // namespace
@@ -52,11 +55,29 @@ BrickLattice::BrickLattice(COctree const & octree)
 
 void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level)
 {
-    // The nodes of the depth by x, y and z of their places; bricks need them by brick, then place.
+    // The index holds the nodes of the depth by x, y and z, so the slabs of bricks follow each other.
     CLatticeIndex const & index = octree.getNodeIndex(level.depth);
     int const shift = octree.getLeafCellDepth() - level.depth;
-    std::vector<NodePlace> places;
-    places.reserve(static_cast<std::size_t>(index.size()));
+    std::vector<NodeInSlab> slab;
+    int slabX = 0;
+    auto const finishSlab = [&] {
+        std::sort(slab.begin(), slab.end(),
+                  [](NodeInSlab const & a, NodeInSlab const & b) { return a.order < b.order; });
+        std::uint64_t brick = ~std::uint64_t{0};
+        for (NodeInSlab const & entry : slab) {
+            if (entry.order >> 9 != brick) {
+                brick = entry.order >> 9;
+                level.bricks.push_back({slabX, static_cast<int>(brick >> 27) - 1,
+                                        static_cast<int>(brick & ((1U << 27) - 1)) - 1});
+                level.rows.resize(level.rows.size() + brickRows, 0);
+                level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()));
+            }
+            std::uint8_t & row = level.rows[level.rows.size() - brickRows + (entry.order >> 3 & 63)];
+            row = static_cast<std::uint8_t>(row | 1U << (entry.order & 7));
+            m_nodes.push_back(entry.node);
+        }
+        slab.clear();
+    };
     for (int position = 0; position < index.size(); ++position) {
         int const node = index.payload(position);
         int offset[3];
@@ -64,21 +85,13 @@ void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level)
         int const x = offset[0] >> shift;
         int const y = offset[1] >> shift;
         int const z = offset[2] >> shift;
-        places.push_back(
-            {{x >> 3, y >> 3, z >> 3}, (x & 7) * brickRows + (y & 7) * brickEdge + (z & 7), node});
-    }
-    std::sort(places.begin(), places.end(), isBefore);
-
-    for (NodePlace const & place : places) {
-        if (level.bricks.empty() || level.bricks.back() != place.brick) {
-            level.bricks.push_back(place.brick);
-            level.rows.resize(level.rows.size() + brickRows, 0);
-            level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()));
+        if (x >> 3 != slabX) {
+            finishSlab();
+            slabX = x >> 3;
         }
-        level.rows[level.rows.size() - brickRows + static_cast<std::size_t>(place.place >> 3)] |=
-            static_cast<std::uint8_t>(1U << (place.place & 7));
-        m_nodes.push_back(place.node);
+        slab.push_back({orderInSlab(y, z, (x & 7) * brickRows + (y & 7) * brickEdge + (z & 7)), node});
     }
+    finishSlab();
     level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()));
 
     std::size_t slots = 4;

@@ -190,6 +190,7 @@ void BrickSystem::gather(CoarseFrame const & frame, BrickRows const & used, Leve
 
 void BrickSystem::scatter(CoarseFrame const & frame, CoarseBlock const & block, Level & coarse) const
 {
+    int const halves = frame.offset[2] + frame.tables[2]->width > brickEdge ? 2 : 1;
     for (int x = 0; x < frame.tables[0]->width; ++x) {
         int const placeX = frame.offset[0] + x;
         for (int y = 0; y < frame.tables[1]->width; ++y) {
@@ -199,7 +200,7 @@ void BrickSystem::scatter(CoarseFrame const & frame, CoarseBlock const & block, 
             int const * const pair = frame.bricks + 4 * (placeX >> 3) + 2 * (placeY >> 3);
             int const row = (placeX & 7) * brickEdge + (placeY & 7);
             float const * const source = block.values + (x * coarseWidth + y) * paddedRow;
-            for (int half = 0; half < 2; ++half) {
+            for (int half = 0; half < halves; ++half) {
                 if (pair[half] < 0 || coarse.bricks->rowsOf(pair[half])[row] == 0)
                     continue;
                 Row & target = coarse.sums[static_cast<std::size_t>(pair[half] * brickRows + row)];
