@@ -439,14 +439,14 @@ private:
     }
 
     /// Newton steps in the coordinate x of the centre on the line through `base` with the direction `along`,
-    /// in coordinates turned by a quarter if the line is steep. `sum` adds the part of one sample to the
+    /// in coordinates turned by a quarter if the line is upright. `sum` adds the part of one sample to the
     /// numerator and the denominator of the step. The first step starts beside the line, from the algebraic
     /// circle. The radius follows from the first fixed point; with `keepsSide` the centre cannot cross it.
     template <class Sum>
     void refineOnLine(Point3D_d const & base, Point3D_d const & along, Sum sum, bool keepsSide)
     {
-        // A slope of at most 1 keeps the step exact; an upright line has no equation in x.
-        QuarterTurn const quarter(std::abs(along.x()) < std::abs(along.y()));
+        // An upright line has no equation in x.
+        QuarterTurn const quarter(std::abs(along.x()) <= 1e-12 * std::abs(along.y()));
         Point3D_d const direction = quarter.forth(along);
         Point3D_d const fixed = quarter.forth(m_fixedPoints[0]);
         Point3D_d const foot = quarter.forth(base);

@@ -323,7 +323,7 @@ TEST_P(PolylineNoise, HoldsTheEndsOfAnOpenPolyline)
             EXPECT_LT(across(fit.directionAt(2), lastDir), 0.1 * noise);
             EXPECT_LT(fit.turn(1, 2), 0.1 * noise);
         }
-        EXPECT_NEAR(fit.radius(1), radius, 0.5 * noise * radius);
+        EXPECT_NEAR(fit.radius(1), radius, noise * radius);
     }
 }
 
