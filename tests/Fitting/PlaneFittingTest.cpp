@@ -42,8 +42,8 @@ long double energy(std::vector<Point> const & points, Point3D_d const & n, long 
 TYPED_TEST(PlaneFitting, NoOtherPlaneIsBetter)
 {
     qz_sampling::Random random(11);
-    for (int trial = 0; trial < 24; ++trial) {
-        std::size_t const count = std::vector<std::size_t>{3, 4, 10, 511, 512, 513, 1024, 5003}[trial % 8u];
+    for (unsigned trial = 0; trial < 24; ++trial) {
+        std::size_t const count = std::vector<std::size_t>{3, 4, 10, 511, 512, 513, 1024, 5003}[trial % 8];
         qz_test::Frame const frame = qz_test::randomFrame(random, 50);
         double const width = std::pow(10, random.uniform(-2, 1)), thickness = width * random.uniform(0, 0.5);
         std::vector<TypeParam> points;
