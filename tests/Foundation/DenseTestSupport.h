@@ -15,7 +15,6 @@ namespace denseTest
 
 using AllElements = testing::Types<char, unsigned char, int, unsigned int, float, double, REmath::Point3D,
                                    REmath::Point3D_d, REmath::HPoint3D, REmath::HPoint3D_d>;
-using NumberElements = testing::Types<char, unsigned char, int, unsigned int, float, double>;
 
 /// The word that `action` throws; empty when it throws nothing.
 template <class Action>

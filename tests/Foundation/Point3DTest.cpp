@@ -1,16 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/Foundation/Coord3DRefs.h>
-#include <QZmath/Foundation/Functor.h>
 #include <QZmath/Foundation/Point3D.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
-#include <cstring>
 #include <limits>
 #include <random>
-#include <vector>
 
 using REmath::HPoint3D;
 using REmath::HPoint3D_d;
@@ -21,49 +16,6 @@ static_assert(sizeof(Point3D) == 3 * sizeof(float) && std::is_trivially_copyable
 static_assert(sizeof(Point3D_d) == 3 * sizeof(double) && std::is_trivially_copyable_v<Point3D_d>);
 static_assert(sizeof(HPoint3D) == 4 * sizeof(float) && std::is_trivially_copyable_v<HPoint3D>);
 static_assert(sizeof(HPoint3D_d) == 4 * sizeof(double) && std::is_trivially_copyable_v<HPoint3D_d>);
-
-TEST(Point3D, ConstructorsTakeEveryKindOfNumber)
-{
-    double const doubles[] = {1, 2, 3, 4};
-    float const floats[] = {1, 2, 3, 4};
-    EXPECT_EQ(Point3D(1, 2.0, 3.0F), Point3D(floats));
-    EXPECT_EQ(Point3D(doubles), Point3D(floats));
-    EXPECT_EQ(Point3D_d(1, 2.0, 3.0F), Point3D_d(doubles));
-    EXPECT_EQ(Point3D_d(floats), Point3D_d(doubles));
-    EXPECT_EQ(Point3D(0), Point3D());
-    EXPECT_EQ(Point3D_d(2), Point3D_d(2, 2, 2));
-    EXPECT_EQ(Point3D(0.1).x(), 0.1F);
-    EXPECT_EQ(HPoint3D(7), HPoint3D(7, 7, 7, 7));
-    EXPECT_EQ(HPoint3D_d(floats), HPoint3D_d(doubles));
-    EXPECT_EQ(HPoint3D(Point3D(1, 2, 3)), HPoint3D(1, 2, 3, 1));
-
-    HPoint3D_d homogeneous;
-    homogeneous = 5;
-    EXPECT_EQ(homogeneous, HPoint3D_d(5, 5, 5, 5));
-    homogeneous = Point3D_d(1, 2, 3);
-    EXPECT_EQ(homogeneous, HPoint3D_d(1, 2, 3, 1));
-    homogeneous.w() = 2;
-    EXPECT_EQ(homogeneous.projectW(), Point3D_d(1, 2, 3));
-}
-
-TEST(Point3D, ArraysGoInAndOut)
-{
-    Point3D point;
-    double const source[] = {0.1, -2, 1e10};
-    point.fromArray(source);
-    EXPECT_EQ(point, Point3D(source));
-    EXPECT_EQ(point.asArray()[2], 1e10F);
-    double widened[3];
-    point.toArray(widened);
-    EXPECT_EQ(widened[0], static_cast<double>(0.1F));
-    Point3D_d precise;
-    precise.fromArray(source);
-    float narrowed[3];
-    precise.toArray(narrowed);
-    EXPECT_EQ(Point3D(narrowed), point);
-    precise.y() = 7;
-    EXPECT_EQ(precise.asArray()[1], 7);
-}
 
 TEST(Point3D, ScalingKeepsThePrecisionOfItsFactor)
 {
@@ -138,35 +90,4 @@ TEST(Point3D, HomogeneousOrderIgnoresWAndDirection)
     EXPECT_TRUE(HPoint3D_d(0, 0, 4, -100) > HPoint3D_d(2));
     // Each square overflows nothing and is rounded to float; their sum is not.
     EXPECT_EQ(HPoint3D(4097, 4096, 0, 0).norm2(), static_cast<double>(4097.0F * 4097.0F) + 16777216.0);
-}
-
-TEST(Point3D, NoValueMarkHasItsBits)
-{
-    std::uint32_t bits = 0;
-    std::memcpy(&bits, &REmath::st_NoValueMark, sizeof bits);
-    EXPECT_EQ(bits, 0x606710AFU);
-}
-
-TEST(Coord3DRefs, ViewFollowsTheVector)
-{
-    std::vector<Point3D> points{{1, 2, 3}};
-    REmath::CPtVecAdapder<std::vector<Point3D>> const adapter(points);
-    REmath::ICoord3DRefs const & view = adapter;
-    points.emplace_back(4, 5, 6);
-    EXPECT_EQ(view.getPointsNumber(), 2);
-    EXPECT_EQ(view.getPointCoords(1), points[1].asArray());
-}
-
-TEST(Functor, CallsThroughTheBaseAndIsUnbound)
-{
-    class Sum : public REmath::Functor2<int, int const &, int *>
-    {
-    public:
-        int operator()(int const & left, int * right) const override { return left + *right; }
-    };
-    Sum const sum;
-    REmath::Functor2<int, int const &, int *> const & function = sum;
-    int right = 4;
-    EXPECT_EQ(function(3, &right), 7);
-    EXPECT_FALSE(function.isBound());
 }

@@ -194,30 +194,6 @@ TEST(SymmetricEigen, KeepsSmallEigenvaluesOfGradedMatrices)
     }
 }
 
-TEST(SymmetricEigen, ReductionIsAnOrthogonalSimilarity)
-{
-    qz_sampling::Random random(4);
-    int const n = 9;
-    Square<double> const matrix = randomSymmetric<double>(n, random);
-    Square<double> q(matrix);
-    std::vector<double> d(n), e(n);
-    tred2_d(q.rows.data(), n, d.data(), e.data());
-    for (int i = 0; i < n; ++i) {
-        for (int j = 0; j < n; ++j) {
-            double element = 0;
-            for (int k = 0; k < n; ++k) {
-                for (int l = 0; l < n; ++l)
-                    element += q.at(k, i) * matrix.at(k, l) * q.at(l, j);
-            }
-            int const distance = std::abs(i - j);
-            double const wanted = distance == 0   ? d[static_cast<std::size_t>(i)]
-                                  : distance == 1 ? e[static_cast<std::size_t>(std::max(i, j))]
-                                                  : 0;
-            EXPECT_NEAR(element, wanted, 1e-14);
-        }
-    }
-}
-
 TEST(SymmetricEigen, TridiagonalMatricesAndTheirOrder)
 {
     // The second difference has the eigenvalues 2 - 2 cos(k pi / (n + 1)).

@@ -282,53 +282,27 @@ TYPED_TEST(VectorGeometry, CirclesPassThroughTheirPoints)
     }
 }
 
-TEST(VectorGeometry, CirclesFailByTheirTolerance)
+TYPED_TEST(VectorGeometry, CirclesFailByTheirTolerance)
 {
     // The ratio of the largest weight to the sum grows with the inverse square of the height.
-    auto const tryHeight = [](double height) {
-        Point3D_d const precise[3] = {{-1, 0, 0}, {0, height, 0}, {1, 0, 0}};
-        Point3D const coarse[3] = {narrow(precise[0]), narrow(precise[1]), narrow(precise[2])};
-        Point3D_d centre(5);
-        Point3D coarseCentre(5);
-        double radius = 5, tripleRadius = 5, mixedRadius = 5;
-        float coarseRadius = 5, coarseTripleRadius = 5;
-        double triple[3] = {5, 5, 5}, mixed[3] = {5, 5, 5};
-        float coarseTriple[3] = {5, 5, 5};
-        double const * const p[3] = {precise[0].asArray(), precise[1].asArray(), precise[2].asArray()};
-        float const * const f[3] = {coarse[0].asArray(), coarse[1].asArray(), coarse[2].asArray()};
-        bool const wide = CircumscribeCircle(precise, centre, radius);
-        bool const narrowed = CircumscribeCircle(coarse, coarseCentre, coarseRadius);
-        EXPECT_EQ(CircumscribeCircle(p[0], p[1], p[2], triple, tripleRadius), wide);
-        EXPECT_EQ(CircumscribeCircle(f[0], f[1], f[2], mixed, mixedRadius), wide);
-        EXPECT_EQ(CircumscribeCircle(f[0], f[1], f[2], coarseTriple, coarseTripleRadius), narrowed);
-        if (!wide) {
-            EXPECT_EQ(radius, static_cast<double>(st_NoValueMark));
-            EXPECT_EQ(centre, Point3D_d(5));
-            EXPECT_EQ(Point3D_d(triple), Point3D_d(5));
-            EXPECT_EQ(tripleRadius + mixedRadius + mixed[0], 15);
-        }
-        if (!narrowed) {
-            EXPECT_EQ(coarseRadius, st_NoValueMark);
-            EXPECT_EQ(coarseCentre, Point3D(5));
-            EXPECT_EQ(coarseTripleRadius + coarseTriple[0], 10);
-        }
-        return 2 * wide + narrowed;
-    };
-    EXPECT_EQ(tryHeight(1), 3);
-    EXPECT_EQ(tryHeight(0.025), 3);
-    EXPECT_EQ(tryHeight(0.02), 2);
-    EXPECT_EQ(tryHeight(2.5e-5), 2);
-    EXPECT_EQ(tryHeight(2e-5), 0);
-    EXPECT_EQ(tryHeight(0), 0);
-    EXPECT_EQ(tryHeight(notANumber), 0);
-    EXPECT_EQ(tryHeight(std::numeric_limits<double>::infinity()), 0);
-
-    Point3D_d const points[3] = {{0, 0, 0}, {2, 0, 0}, {0, 2, 0}};
-    Point3D_d centre;
-    double radius = 0;
-    EXPECT_TRUE(CircumscribeCircle(points, centre, radius));
-    EXPECT_EQ(centre, Point3D_d(1, 1, 0));
-    EXPECT_EQ(radius, 2); // squared
+    bool const isFloat = std::is_same_v<TypeParam, float>;
+    double const infinity = std::numeric_limits<double>::infinity();
+    for (double height : {1.0, 0.025, 0.02, 2.5e-5, 2e-5, 0.0, notANumber, infinity}) {
+        using Point = std::conditional_t<std::is_same_v<TypeParam, float>, Point3D, Point3D_d>;
+        Point const points[3] = {Point(-1, 0, 0), Point(0, height, 0), Point(1, 0, 0)};
+        TypeParam const * const p[3] = {points[0].asArray(), points[1].asArray(), points[2].asArray()};
+        Point centre(5);
+        TypeParam squared = 5, tripleSquared = 5, triple[3] = {5, 5, 5};
+        double wideSquared = 5, wide[3] = {5, 5, 5};
+        bool const isWide = height >= 2.5e-5 && height <= 1;
+        bool const isFound = isFloat ? height >= 0.025 && height <= 1 : isWide;
+        EXPECT_EQ(CircumscribeCircle(points, centre, squared), isFound) << height;
+        EXPECT_EQ(CircumscribeCircle(p[0], p[1], p[2], triple, tripleSquared), isFound) << height;
+        EXPECT_EQ(CircumscribeCircle(p[0], p[1], p[2], wide, wideSquared), isWide) << height;
+        EXPECT_TRUE(isFound || (centre == Point(5) && squared == TypeParam(st_NoValueMark) &&
+                                Point(triple) == Point(5) && tripleSquared == 5));
+        EXPECT_TRUE(isWide || (Point3D_d(wide) == Point3D_d(5) && wideSquared == 5));
+    }
 }
 
 TEST(VectorGeometry, BulgesOfTriangles)
