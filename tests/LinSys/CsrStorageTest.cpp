@@ -5,24 +5,17 @@
 
 #include <algorithm>
 #include <climits>
-#include <map>
 #include <memory>
 #include <random>
 #include <vector>
 
+#include <support/SolverSystems.h>
+
 using namespace REmath;
+using testSupport::PositionMap;
 
 namespace
 {
-
-template <class T>
-class PositionMap : public IVertexPosInformer<T>, public IEqSysResultReciever<T>
-{
-public:
-    T GetVertexPosition(int vertex) const override { return m_positions.at(vertex); }
-    void SetVertexPosition(int vertex, T position) override { m_positions[vertex] = position; }
-    std::map<int, T> m_positions;
-};
 
 /// A system whose every scalar is chosen here: the free and the fixed matrix as dense tables.
 template <class T>

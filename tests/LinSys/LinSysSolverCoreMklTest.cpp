@@ -12,18 +12,12 @@
 #include <utility>
 #include <vector>
 
+#include <support/SolverSystems.h>
+
 namespace
 {
 
 using namespace REmath;
-
-template <class T>
-struct Positions : IVertexPosInformer<T>, IEqSysResultReciever<T>
-{
-    T GetVertexPosition(int vertex) const override { return values.at(vertex); }
-    void SetVertexPosition(int vertex, T position) override { values[vertex] = position; }
-    std::map<int, T> values;
-};
 
 template <class T>
 class LinSysSolverCoreMklTest : public testing::Test
@@ -75,8 +69,8 @@ TYPED_TEST(LinSysSolverCoreMklTest, ReadsEachElementOnceFromTheLastOneBack)
 {
     using T = TypeParam;
     RecordingSystem<T> const system;
-    Positions<T> fixed, solved;
-    fixed.values[0] = T(4);
+    testSupport::PositionMap<T> fixed, solved;
+    fixed.m_positions[0] = T(4);
     IVertexPosInformer<T> const * informer = &fixed;
     IEqSysResultReciever<T> * reciever = &solved;
     RecordingProgress progress;
@@ -84,7 +78,7 @@ TYPED_TEST(LinSysSolverCoreMklTest, ReadsEachElementOnceFromTheLastOneBack)
     ASSERT_TRUE(core.solveSystem(system, 1, &informer, &reciever, &progress));
     ASSERT_EQ(system.reads.size(), 9U);
     EXPECT_TRUE(std::is_sorted(system.reads.rbegin(), system.reads.rend()));
-    EXPECT_EQ(solved.values, (std::map<int, T>{{0, T(2)}, {1, T(2)}, {2, T(2)}}));
+    EXPECT_EQ(solved.m_positions, (std::map<int, T>{{0, T(2)}, {1, T(2)}, {2, T(2)}}));
 
     EXPECT_TRUE(std::is_sorted(progress.positions.begin(), progress.positions.end()));
     for (double const boundary : {0.2, 0.95, 1.0}) {

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -18,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include <support/SparseSystems.h>
+#include <support/SolverSystems.h>
 
 // Whole systems with many fixed vertices through every solver, compared with a dense elimination.
 
@@ -27,6 +26,7 @@ namespace
 
 using namespace REmath;
 using testSupport::DenseMatrix;
+using testSupport::PositionMap;
 
 enum class Kind
 {
@@ -163,15 +163,6 @@ struct Statement
     std::vector<int> freeVertices, fixedVertices;
 };
 
-template <class T>
-class Positions : public IVertexPosInformer<T>, public IEqSysResultReciever<T>
-{
-public:
-    T GetVertexPosition(int vertex) const override { return m_positions.at(vertex); }
-    void SetVertexPosition(int vertex, T position) override { m_positions[vertex] = position; }
-    std::map<int, T> m_positions;
-};
-
 /// One call of `SolveSystem` for random positions of the fixed vertices, and what came of it.
 template <class T>
 struct Solve
@@ -179,7 +170,7 @@ struct Solve
     Solve(Statement<T> const & statement, int rightParts, std::mt19937 & random)
         : m_statement(statement), given(std::size_t(rightParts))
     {
-        for (Positions<T> & positions : given) {
+        for (PositionMap<T> & positions : given) {
             for (int vertex : statement.fixedVertices) {
                 positions.m_positions[vertex] = T(int(random() % 41) - 20);
             }
@@ -223,11 +214,11 @@ struct Solve
     bool isNothingReceived() const
     {
         return std::all_of(received.begin(), received.end(),
-                           [](Positions<T> const & positions) { return positions.m_positions.empty(); });
+                           [](PositionMap<T> const & positions) { return positions.m_positions.empty(); });
     }
 
     Statement<T> const & m_statement;
-    std::vector<Positions<T>> given, received;
+    std::vector<PositionMap<T>> given, received;
 };
 
 template <class T>
@@ -339,7 +330,7 @@ TYPED_TEST(SolverPropertiesTest, EverySolverSolvesWhatWasStated)
                 ASSERT_EQ(copy->isSymmetric(), isSymmetric(kind));
                 ASSERT_EQ(copy->isPositiveDefinite(), solver->isPositiveDefinite());
                 solver.reset();
-                std::vector<Positions<T>> const firstReceived = first.received;
+                std::vector<PositionMap<T>> const firstReceived = first.received;
                 ASSERT_TRUE(first.run(*copy));
                 for (std::size_t part = 0; part < firstReceived.size(); ++part) {
                     ASSERT_EQ(first.received[part].m_positions, firstReceived[part].m_positions);

@@ -10,9 +10,7 @@
 #include <memory>
 #include <new>
 #include <random>
-#include <set>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 namespace
@@ -226,95 +224,44 @@ TYPED_TEST(VPLSstorageTest, AdaptersMultiplyWhatTheyWereGiven)
     }
 }
 
-TEST(ShiftedRowTest, KeepsTheSpanBetweenTheOuterNonZeros)
-{
-    using Adapter = CShiftedVectorAsVPLstorageRow<double>;
-    Adapter::RowType row;
-    double const inner[] = {0, 1, 0, 2, 0};
-    Adapter::assignRowByArray(&row, 5, inner);
-    EXPECT_EQ(row.firstPosition, 1);
-    EXPECT_EQ(row.values, (std::vector<double>{1, 0, 2}));
-    double const last[] = {0, 0, 0, 0, 0, 3};
-    Adapter::assignRowByArray(&row, 6, last);
-    EXPECT_EQ(row.firstPosition, 5);
-    EXPECT_EQ(row.values, std::vector<double>{3});
-    Adapter::assignRowByArray(&row, 5, last);
-    EXPECT_EQ(row.firstPosition, 0);
-    EXPECT_TRUE(row.values.empty());
-    EXPECT_EQ(Adapter::scalarProduct(row, 5, inner), 0);
-}
-
-TYPED_TEST(VPLSstorageTest, SpoilsByTheRulesUnderRandomUse)
+// What the storage adds to the rules of the variable manager.
+TYPED_TEST(VPLSstorageTest, RowsFixTheNumberOfVertices)
 {
     using T = typename TypeParam::Scalar;
-    int wellDefined = 0;
-    int spoiledWalks = 0;
-    for (unsigned seed = 0; seed < 1000; ++seed) {
-        std::mt19937 random(seed);
-        typename TypeParam::Storage storage;
-        std::set<int> freeVertices, fixedVertices;
-        std::size_t rows = 0, equations = 0;
-        std::pair<std::size_t, std::size_t> fixedMatrix{0, 0};
-        bool spoiled = false;
-        for (int step = 0; step < 25; ++step) {
-            int const vertex = int(random() % 9);
-            unsigned const action = unsigned(step < 6 ? random() % 5 : random() % 40);
-            bool const isClosed = rows > 0 && (equations == 0 || fixedMatrix.first > 0);
-            if (action < 5) {
-                bool const isFree = action < 3;
-                bool const isKnown = freeVertices.count(vertex) + fixedVertices.count(vertex) > 0;
-                if (isKnown && random() % 16 != 0) {
-                    continue;
-                }
-                isFree ? storage.DefineFreeVertex(vertex) : storage.DefineFixedVertex(vertex);
-                if (isKnown || isClosed) {
-                    spoiled = true;
-                } else {
-                    (isFree ? freeVertices : fixedVertices).insert(vertex);
-                }
-            } else if (action == 5) {
-                storage.AllocateMatrix();
-                rows = rows == 0 && !spoiled ? freeVertices.size() : rows;
-            } else if (action == 6) {
-                std::unique_ptr<typename TypeParam::Storage> const copy(storage.Copy());
-                storage = *copy;
-            } else {
-                CVertexLinearCombination<T> equation;
-                bool hasFree = false, hasUnknown = false;
-                for (int candidate = 0; candidate < 9; ++candidate) {
-                    bool const isFree = freeVertices.count(candidate) > 0;
-                    bool const isFixed = fixedVertices.count(candidate) > 0;
-                    if (isFree || isFixed ? random() % 2 == 0 : random() % 100 == 0) {
-                        equation.AddVertex(candidate, T(1));
-                        hasFree = hasFree || isFree;
-                        hasUnknown = hasUnknown || (!isFree && !isFixed);
-                    }
-                }
-                storage.AddEquation(equation);
-                if (!spoiled) {
-                    std::pair const sizes(freeVertices.size(), fixedVertices.size());
-                    if (fixedMatrix.first == 0 && sizes.first > 0 && sizes.second > 0) {
-                        fixedMatrix = sizes;
-                    }
-                    bool const fits = fixedMatrix.first == 0 || fixedMatrix == sizes;
-                    spoiled = !fits || equations >= sizes.first || hasUnknown || !hasFree;
-                    if (!spoiled) {
-                        rows = rows == 0 ? sizes.first : rows;
-                        spoiled = rows != sizes.first;
-                        ++equations;
-                    }
-                }
-            }
-            ASSERT_EQ(storage.IsSpoiled(), spoiled) << "seed " << seed << " step " << step;
-            ASSERT_EQ(storage.GetEquationsNumber(), int(equations)) << "seed " << seed << " step " << step;
-            ASSERT_EQ(storage.GetFreeVariablesNumber(), int(freeVertices.size()));
-            ASSERT_EQ(storage.GetFixedVariablesNumber(), int(fixedVertices.size()));
-            ASSERT_EQ(storage.IsMatrixAllocated(), rows > 0);
-            ASSERT_EQ(storage.IsCorrectlyDefinedSystem(), !spoiled && equations == freeVertices.size());
-            wellDefined += storage.IsCorrectlyDefinedSystem() && equations > 2;
-        }
-        spoiledWalks += spoiled;
+    using Storage = typename TypeParam::Storage;
+    CVertexLinearCombination<T> equation;
+    equation.AddVertex(1, T(1));
+
+    // Allocated ahead of the first equation, rows close the definitions; a copy's are allocated too.
+    Storage early;
+    early.DefineFreeVertex(1);
+    EXPECT_FALSE(early.IsMatrixAllocated());
+    early.AllocateMatrix();
+    early.AllocateMatrix();
+    std::unique_ptr<Storage> const copy(early.Copy());
+    for (Storage * storage : {&early, copy.get()}) {
+        EXPECT_TRUE(storage->IsMatrixAllocated());
+        storage->DefineFixedVertex(2);
+        EXPECT_TRUE(storage->IsSpoiled());
+        EXPECT_EQ(storage->GetFixedVariablesNumber(), 0);
+        storage->AddEquation(equation);
+        EXPECT_EQ(storage->GetEquationsNumber(), 0);
     }
-    EXPECT_GT(wellDefined, 50);
-    EXPECT_GT(spoiledWalks, 300);
+    // After an equation without fixed vertices a free one is still taken, but it has no row.
+    Storage late;
+    late.DefineFreeVertex(1);
+    late.DefineFreeVertex(2);
+    late.AddEquation(equation);
+    late.DefineFreeVertex(3);
+    EXPECT_FALSE(late.IsSpoiled());
+    EXPECT_EQ(late.GetFreeVariablesNumber(), 3);
+    late.AddEquation(equation);
+    EXPECT_TRUE(late.IsSpoiled());
+    EXPECT_FALSE(late.IsCorrectlyDefinedSystem());
+    // A spoiled storage allocates nothing.
+    Storage spoiled;
+    spoiled.DefineFreeVertex(1);
+    spoiled.Spoil();
+    spoiled.AllocateMatrix();
+    EXPECT_FALSE(spoiled.IsMatrixAllocated());
 }

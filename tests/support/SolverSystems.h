@@ -4,6 +4,7 @@
 #include <QZmath/LinSys/LinearSystem.h>
 
 #include <cstddef>
+#include <map>
 #include <random>
 #include <vector>
 
@@ -15,6 +16,16 @@ namespace testSupport
 
 /// Vertices 0 to size-1 are free, this one is fixed.
 constexpr int fixedVertex = 1000000;
+
+/// Positions by vertex, given or received.
+template <class T>
+class PositionMap : public REmath::IVertexPosInformer<T>, public REmath::IEqSysResultReciever<T>
+{
+public:
+    T GetVertexPosition(int vertex) const override { return m_positions.at(vertex); }
+    void SetVertexPosition(int vertex, T position) override { m_positions[vertex] = position; }
+    std::map<int, T> m_positions;
+};
 
 template <class T>
 class FixedPosition : public REmath::IVertexPosInformer<T>
