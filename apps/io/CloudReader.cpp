@@ -52,25 +52,26 @@ CloudFormat cloudFormatOf(std::string const & path)
                      "; known are .ply, .obj, .xyz, .xyzn, .asc and .txt");
 }
 
-PointCloud readCloud(ByteSource & source, CloudFormat format, CProgressCounter * progress)
+PointCloud readCloud(ByteSource & source, CloudFormat format, CProgressCounter * progress,
+                     InputNormals normals)
 {
     switch (format) {
     case CloudFormat::ply:
-        return readPly(source, progress);
+        return readPly(source, progress, normals);
     case CloudFormat::obj:
-        return readObj(source, progress);
+        return readObj(source, progress, normals);
     case CloudFormat::text:
         break;
     }
-    return readText(source, progress);
+    return readText(source, progress, normals);
 }
 
-PointCloud readCloud(std::string const & path, CProgressCounter * progress)
+PointCloud readCloud(std::string const & path, CProgressCounter * progress, InputNormals normals)
 {
     ByteSource source(path); // that the file is missing matters more than that its format is unknown
     CloudFormat const format = cloudFormatOf(path);
     try {
-        return readCloud(source, format, progress);
+        return readCloud(source, format, progress, normals);
     } catch (InputError const & error) {
         throw InputError(path + ": " + error.what());
     }

@@ -19,6 +19,13 @@ enum class CloudFormat
     text, ///< six columns x y z nx ny nz, or seven with a boundary mark; `#` begins a comment
 };
 
+/// Whether a cloud has to come with normals.
+enum class InputNormals
+{
+    required,
+    optional, ///< without them `PointCloud::normals` stays empty; text files have three columns then
+};
+
 /// The format by the ending of the file's name: .ply, .obj, or .xyz, .xyzn, .asc, .txt. Throws `InputError`
 /// for others.
 CloudFormat cloudFormatOf(std::string const & path);
@@ -27,9 +34,11 @@ CloudFormat cloudFormatOf(std::string const & path);
 /// are compared with the size of the source before memory is taken, so memory stays within a small multiple
 /// of that size. Values are not judged, see `checkCloud`. Positions go to `progress`, which may be null and
 /// may interrupt.
-PointCloud readCloud(ByteSource & source, CloudFormat format, CProgressCounter * progress);
+PointCloud readCloud(ByteSource & source, CloudFormat format, CProgressCounter * progress,
+                     InputNormals normals = InputNormals::required);
 
 /// The same from a file, with the format by its name.
-PointCloud readCloud(std::string const & path, CProgressCounter * progress);
+PointCloud readCloud(std::string const & path, CProgressCounter * progress,
+                     InputNormals normals = InputNormals::required);
 
 } // namespace qz_io

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <apps/io/ByteSource.h>
-#include <apps/io/PointCloud.h>
+#include <apps/io/CloudReader.h>
 
 #include <string_view>
 
@@ -11,9 +10,9 @@ class CProgressCounter;
 namespace qz_io
 {
 
-PointCloud readPly(ByteSource & source, CProgressCounter * progress);
-PointCloud readObj(ByteSource & source, CProgressCounter * progress);
-PointCloud readText(ByteSource & source, CProgressCounter * progress);
+PointCloud readPly(ByteSource & source, CProgressCounter * progress, InputNormals normals);
+PointCloud readObj(ByteSource & source, CProgressCounter * progress, InputNormals normals);
+PointCloud readText(ByteSource & source, CProgressCounter * progress, InputNormals normals);
 
 /// Reports the share of the source that has been read, each time 64 KiB more are.
 class ReadingProgress

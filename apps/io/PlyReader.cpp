@@ -346,7 +346,7 @@ void skipElement(ByteSource & source, Element const & element, Encoding encoding
 
 } // namespace
 
-PointCloud readPly(ByteSource & source, CProgressCounter * progress)
+PointCloud readPly(ByteSource & source, CProgressCounter * progress, InputNormals wanted)
 {
     Header const header = readHeader(source);
     ReadingProgress reading(source, progress);
@@ -367,7 +367,8 @@ PointCloud readPly(ByteSource & source, CProgressCounter * progress)
                 present |= 1u << property.role;
         if ((present & 7u) != 7u)
             throw InputError("the vertices have no properties x, y and z");
-        if ((present & 0x38u) != 0x38u)
+        bool const hasNormals = (present & 0x38u) == 0x38u;
+        if (!hasNormals && wanted == InputNormals::required)
             throw InputError("the input has no normals: the vertices lack properties nx, ny and nz");
         if (element.count > static_cast<std::uint64_t>(std::numeric_limits<int>::max()))
             throw InputError("the input has more than 2147483647 points");
@@ -375,7 +376,8 @@ PointCloud readPly(ByteSource & source, CProgressCounter * progress)
         PointCloud cloud;
         auto const count = static_cast<std::size_t>(element.count);
         cloud.coords.reserve(3 * count);
-        cloud.normals.reserve(3 * count);
+        if (hasNormals)
+            cloud.normals.reserve(3 * count);
         bool const marked = (present & 0x40u) != 0;
         if (marked)
             cloud.boundary.reserve(count);
@@ -386,7 +388,8 @@ PointCloud readPly(ByteSource & source, CProgressCounter * progress)
                 throwTruncated(element, i);
             for (std::size_t axis = 0; axis < 3; ++axis) {
                 cloud.coords.push_back(static_cast<float>(row[axis]));
-                cloud.normals.push_back(static_cast<float>(row[3 + axis]));
+                if (hasNormals)
+                    cloud.normals.push_back(static_cast<float>(row[3 + axis]));
             }
             if (marked)
                 cloud.boundary.push_back(row[6] != 0.0);

@@ -58,14 +58,17 @@ void checkCloud(PointCloud const & cloud)
     auto const notZero = [](float value) { return value != 0.0f; };
 
     Finding badCoords, badNormals, largeCoords;
-    bool someNormal = false;
+    bool const hasNormals = !cloud.normals.empty();
+    bool someNormal = !hasNormals;
     for (std::size_t i = 0; i < size; ++i) {
         float const * const coords = cloud.coords.data() + 3 * i;
-        float const * const normal = cloud.normals.data() + 3 * i;
         if (anyOf3(coords, notFinite))
             badCoords.add(i);
         else if (anyOf3(coords, tooLarge))
             largeCoords.add(i);
+        if (!hasNormals)
+            continue;
+        float const * const normal = cloud.normals.data() + 3 * i;
         if (anyOf3(normal, notFinite))
             badNormals.add(i);
         someNormal = someNormal || anyOf3(normal, notZero);

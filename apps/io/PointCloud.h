@@ -10,11 +10,11 @@
 namespace qz_io
 {
 
-/// An oriented point cloud in memory.
+/// A point cloud in memory, oriented unless `normals` is empty.
 struct PointCloud
 {
     std::vector<float> coords;  ///< x y z of one point behind the other
-    std::vector<float> normals; ///< as long as `coords`, in the same order
+    std::vector<float> normals; ///< in the order of `coords`: as many, or none
     std::vector<std::uint8_t>
         boundary; ///< empty, or one mark per point: 0, or 1 on the border of the surface
 
@@ -23,7 +23,7 @@ struct PointCloud
 
 /// Throws `InputError` when a reconstruction cannot start from the cloud: no points, more than `int` can
 /// count, coordinates or normals that are not finite (how many points, and the first of them), coordinates
-/// beyond 1e30, or normals that are all zero. One pass.
+/// beyond 1e30, or normals that are all zero, which a cloud without normals is not refused for. One pass.
 void checkCloud(PointCloud const & cloud);
 
 /// The cloud as the reconstruction reads it. Keeps a reference.

@@ -85,7 +85,7 @@ void readFace(std::string_view line, std::size_t vertices, std::size_t normals, 
 
 } // namespace
 
-PointCloud readObj(ByteSource & source, CProgressCounter * progress)
+PointCloud readObj(ByteSource & source, CProgressCounter * progress, InputNormals wanted)
 {
     PointCloud cloud;
     std::vector<float> normals;
@@ -104,6 +104,8 @@ PointCloud readObj(ByteSource & source, CProgressCounter * progress)
     }
     if (cloud.coords.empty())
         throw InputError("the input has no points");
+    if (normals.empty() && wanted == InputNormals::optional)
+        return cloud;
     if (normals.empty())
         throw InputError("the input has no normals");
     if (assigned.empty()) {
@@ -125,7 +127,7 @@ PointCloud readObj(ByteSource & source, CProgressCounter * progress)
     return cloud;
 }
 
-PointCloud readText(ByteSource & source, CProgressCounter * progress)
+PointCloud readText(ByteSource & source, CProgressCounter * progress, InputNormals wanted)
 {
     PointCloud cloud;
     ReadingProgress reading(source, progress);
@@ -145,13 +147,16 @@ PointCloud readText(ByteSource & source, CProgressCounter * progress)
             continue;
         if (columns == 0)
             columns = count;
-        if (columns == 3)
+        bool const isBare = columns == 3 && wanted == InputNormals::optional;
+        if (columns == 3 && !isBare)
             throw InputError("the input has no normals: " + atLine(source) + " has 3 columns instead of 6");
-        if (count != columns || count < 6 || count > 7)
+        if (count != columns || ((count < 6 || count > 7) && !isBare))
             throw InputError(atLine(source) + " has " + std::to_string(count) +
                              (count == 1 ? " column" : " columns") + " instead of " +
-                             (columns == 7 ? "7" : "6"));
-        for (std::size_t column = 0; column < 6; ++column)
+                             (columns == 7 ? "7"
+                              : isBare     ? "3"
+                                           : "6"));
+        for (std::size_t column = 0; column < (isBare ? 3 : 6); ++column)
             (column < 3 ? cloud.coords : cloud.normals).push_back(static_cast<float>(values[column]));
         if (columns == 7)
             cloud.boundary.push_back(values[6] != 0.0);

@@ -13,6 +13,8 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 using namespace qz_io;
 using testing::HasSubstr;
@@ -172,6 +174,26 @@ TEST(CloudReader, fileAndMemoryAreReadAlike)
         expectSame(readCloud(path, nullptr), cloud, true);
     }
     std::remove(path.c_str());
+}
+
+TEST(CloudReader, normalsMayBeMissingWhereTheyAreOptional)
+{
+    std::string const head = "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\nproperty float y\n"
+                             "property float z\nproperty float nx\nproperty uchar boundary\nend_header\n";
+    std::vector<std::pair<CloudFormat, std::string>> const inputs = {
+        {CloudFormat::ply, head + "1 2 3 9 0\n4 5 6 9 1\n"},
+        {CloudFormat::obj, "v 1 2 3\nv 4 5 6\nf 1 2\n"},
+        {CloudFormat::text, "1 2 3 # first\n4 5 6\n"}};
+    for (auto const & [format, bytes] : inputs) {
+        ByteSource source(bytes.data(), bytes.size());
+        PointCloud const cloud = readCloud(source, format, nullptr, InputNormals::optional);
+        EXPECT_EQ(cloud.coords, (std::vector<float>{1, 2, 3, 4, 5, 6}));
+        EXPECT_TRUE(cloud.normals.empty());
+        EXPECT_NO_THROW(checkCloud(cloud));
+    }
+    std::string const mixed = "1 2 3\n4 5 6 0 0 1\n";
+    ByteSource source(mixed.data(), mixed.size());
+    EXPECT_THROW(readCloud(source, CloudFormat::text, nullptr, InputNormals::optional), InputError);
 }
 
 TEST(CloudReader, objFacesSayWhichNormalIsWhose)
