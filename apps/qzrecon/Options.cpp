@@ -6,6 +6,7 @@
 #include <cmath>
 #include <iostream>
 #include <map>
+#include <vector>
 
 namespace qz_recon
 {
@@ -17,7 +18,8 @@ int const st_defaultDepth = 8;
 int const st_greatestDepth = 29; // the lattice has to fit into an int
 
 char const st_footer[] = R"(
-Input:  .ply (ascii, binary), .obj, .xyz .xyzn .asc .txt (columns x y z nx ny nz [boundary], # comments)
+Input:  .ply (ascii, binary), .obj, .xyz .xyzn .asc .txt (columns x y z nx ny nz [boundary], # comments);
+        without normals with --estimate-normals
 Output: .ply (binary), .obj, .stl (binary), .gltf (with a .bin beside it), .glb
 
 Example:
@@ -43,6 +45,14 @@ void check(Options const & options)
         throw UsageError("the value of --subdivision is out of range: 0.01 to 100");
     if (!std::isfinite(params.getKernelScaleFactor()) || params.getKernelScaleFactor() > 100.0f)
         throw UsageError("the value of --kernel-scale is out of range: at most 100");
+    if (options.normalNeighbours != 0 && (options.normalNeighbours < 3 || options.normalNeighbours > 1000))
+        throw UsageError("the value of --estimate-normals is out of range: 3 to 1000, or 0 for none");
+    if (options.viewpoint && options.normalNeighbours == 0)
+        throw UsageError("--viewpoint means something together with --estimate-normals only");
+    if (options.viewpoint &&
+        !(std::isfinite(options.viewpoint->x()) && std::isfinite(options.viewpoint->y()) &&
+          std::isfinite(options.viewpoint->z())))
+        throw UsageError("the coordinates of --viewpoint are not finite");
     if (options.threads < 0 || options.threads > 1024)
         throw UsageError("the value of --threads is out of range: 0 to 1024");
     if (!std::isfinite(options.memoryLimit) || options.memoryLimit < 0.0)
@@ -59,6 +69,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
     params.setOctreeDepth(st_defaultDepth);
     params.setPhaseNameShown(true);
     double memoryLimitGb = 0.0;
+    std::vector<float> viewpoint;
 
     CLI::App app("Reconstructs a triangle mesh from an oriented point cloud.", "qzrecon");
     app.footer(st_footer);
@@ -66,6 +77,16 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
     app.option_defaults()->always_capture_default();
     app.add_option("INPUT", options.input, "Oriented point cloud")->required()->capture_default_str();
     app.add_option("-o,--output", options.output, "Mesh to write; the ending decides its format")->required();
+
+    app.add_option(
+           "--estimate-normals", options.normalNeighbours,
+           "Estimate the normals of an input that has none, by so many nearest points each (20 is usual);\n"
+           "0 refuses such an input")
+        ->type_name("K");
+    app.add_option("--viewpoint", viewpoint,
+                   "Where the scanner stood: estimated normals are turned towards it, else outwards")
+        ->expected(3)
+        ->type_name("X Y Z");
 
     app.add_option("-d,--depth", params.octreeDepth(),
                    "Depth of the octree: the lattice has 2^depth steps along the cloud's longest side");
@@ -107,6 +128,8 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
         throw UsageError(error.what());
     }
     options.memoryLimit = memoryLimitGb * 1e9;
+    if (!viewpoint.empty())
+        options.viewpoint = REmath::Point3D(viewpoint.data());
     check(options);
     return options;
 }

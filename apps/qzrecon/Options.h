@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Foundation/Point3D.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 
 #include <optional>
@@ -30,6 +31,8 @@ struct Options
     VolTr::CVolTriangulationParams params; ///< without the log
     int threads = 0;                       ///< 0: all that the process may use
     std::string logFile;                   ///< empty: no log
+    int normalNeighbours = 0; ///< points for the normal of each in an input without normals; 0: it needs them
+    std::optional<REmath::Point3D> viewpoint;
     bool quiet = false;
     double memoryLimit = 0.0; ///< bytes; 0: what is available
 };

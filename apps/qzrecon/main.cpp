@@ -6,6 +6,7 @@
 #include <apps/qzrecon/ConsoleProgress.h>
 #include <apps/qzrecon/Interruption.h>
 #include <apps/qzrecon/MemoryEstimate.h>
+#include <apps/qzrecon/NormalsOfCloud.h>
 #include <apps/qzrecon/Options.h>
 #include <apps/qzrecon/UnreachedParts.h>
 
@@ -175,7 +176,9 @@ void reconstruct(Options & options, ConsoleProgress & progress)
     qz_io::PointCloud cloud;
     {
         CPrgCntSubPhase const reading(&progress, 0, 4, 0, true);
-        cloud = qz_io::readCloud(options.input, &progress);
+        cloud = qz_io::readCloud(options.input, &progress,
+                                 options.normalNeighbours > 0 ? qz_io::InputNormals::optional
+                                                              : qz_io::InputNormals::required);
         qz_io::checkCloud(cloud);
         checkMemory(cloud, options);
     }
@@ -184,11 +187,18 @@ void reconstruct(Options & options, ConsoleProgress & progress)
     options.params.setDebugLog(&log);
     CVescaThreadingTasksHelper::setNumOfPhisicalThread(options.threads);
 
+    std::size_t withoutNormal = 0;
+    if (cloud.normals.empty()) {
+        progress.enterPhase("normals");
+        CPrgCntSubPhase const estimating(&progress, 4, 6, 0, true);
+        withoutNormal = estimateNormals(cloud, options.normalNeighbours, options.viewpoint, &progress);
+    }
+
     qz_io::TriangleMesh mesh;
     {
         if (!options.params.getPhaseNameShown())
             progress.enterPhase("reconstruct");
-        CPrgCntSubPhase const reconstructing(&progress, 4, 92, 0, true);
+        CPrgCntSubPhase const reconstructing(&progress, 10, 86, 0, true);
         qz_io::CloudSamples const samples(cloud);
         qz_io::MeshCollector collector(mesh, options.params.getEstimateResultNormals());
         VolTr::CVolumetricTriangulator triangulator(&collector, &samples, &options.params, &progress);
@@ -212,6 +222,8 @@ void reconstruct(Options & options, ConsoleProgress & progress)
             "may be wrong; --solver direct avoids that\n",
             log.unconvergedResidual().c_str());
     }
+    if (withoutNormal > 0)
+        std::fprintf(stderr, "qzrecon: warning: %zu points have no normal and do not count\n", withoutNormal);
     if (!options.quiet)
         std::puts(describe(cloud, mesh, options, progress).c_str());
 }

@@ -242,6 +242,39 @@ TEST_F(Qzrecon, badInputEndsInOneSentence)
     expectComplaint(2, {cloud(), "-o", out, "--frobnicate"}, "--frobnicate");
 }
 
+TEST_F(Qzrecon, bareCloudsGetNormals)
+{
+    qz_sampling::Cloud const sphere = sphereCloud(8000);
+    std::ostringstream text;
+    for (std::size_t i = 0; i < sphere.positions.size(); i += 3)
+        text << sphere.positions[i] << ' ' << sphere.positions[i + 1] << ' ' << sphere.positions[i + 2]
+             << '\n';
+    std::string const bare = write("bare.xyz", text.str()), mesh = path("mesh.ply");
+    // From outside the estimated normals make the same solid; from its centre they all are turned inwards,
+    // and the vertex normals, which follow the gradient, with them.
+    for (bool fromCentre : {false, true}) {
+        Arguments arguments = {bare, "-o", mesh, "-d", "5", "--normals", "--estimate-normals", "16"};
+        if (fromCentre)
+            arguments.insert(arguments.end(), {"--viewpoint", "0", "0", "0"});
+        ASSERT_EQ(run(arguments), 0) << errors;
+        Assimp::Importer importer;
+        aiScene const * const scene = importer.ReadFile(mesh, 0);
+        ASSERT_NE(scene, nullptr);
+        aiMesh const & made = *scene->mMeshes[0];
+        ASSERT_GT(made.mNumVertices, 500u);
+        for (unsigned i = 0; i < made.mNumVertices; ++i) {
+            EXPECT_NEAR(made.mVertices[i].Length(), 1, 0.03);
+            EXPECT_EQ(made.mVertices[i] * made.mNormals[i] < 0, fromCentre);
+        }
+    }
+    expectComplaint(2, {bare, "-o", mesh}, "no normals");
+    expectComplaint(2, {bare, "-o", mesh, "--estimate-normals", "2"}, "3 to 1000");
+    expectComplaint(2, {bare, "-o", mesh, "--viewpoint", "1", "2", "3"}, "--estimate-normals");
+    expectComplaint(
+        2, {write("line.xyz", "1 1 1\n2 2 2\n3 3 3\n4 4 4\n"), "-o", mesh, "--estimate-normals", "9"},
+        "no normals can be estimated");
+}
+
 TEST_F(Qzrecon, failuresOfTheOutputLeaveNothing)
 {
     expectComplaint(3, {cloud(), "-o", path("no/folder/mesh.ply")}, "there is no folder");
