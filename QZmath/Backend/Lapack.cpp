@@ -15,6 +15,12 @@ bool choleskyLower(int size, double * matrix, int leading)
     return size <= 0 || LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', size, matrix, leading) == 0;
 }
 
+bool invertLowerTriangle(int size, double * matrix, int leading)
+{
+    CBlasSingleThread const serial;
+    return size <= 0 || LAPACKE_dtrtri_work(LAPACK_COL_MAJOR, 'L', 'N', size, matrix, leading) == 0;
+}
+
 bool factorLu(int size, float * matrix, int * pivots)
 {
     CBlasSingleThread const serial;

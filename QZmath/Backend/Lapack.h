@@ -10,6 +10,10 @@ namespace QzBackend
 /// it inside a `CBlasSingleThread` scope where results must not depend on the number of threads.
 bool choleskyLower(int size, double * matrix, int leading);
 
+/// Puts the inverse of the lower triangle of a column-major matrix in its place; what stands above is neither
+/// read nor written. False when a diagonal element is exactly 0. On the calling thread alone.
+bool invertLowerTriangle(int size, double * matrix, int leading);
+
 /// The functions on LU factors take column-major matrices without gaps, `size` of 1 or more, and run on the
 /// calling thread alone, so that their results do not depend on the number of threads. NaN passes through.
 
