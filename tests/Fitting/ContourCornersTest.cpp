@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Fitting/ContourCorners.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using REmath::Point3D;
+using REmath::Point3D_d;
+using Contour = std::vector<Point3D_d>;
+
+double const pi = std::acos(-1.0);
+
+double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
+
+/// Boundary of a regular polygon of `sides` sides of 20 points and length 20, with corners rounded by
+/// `radius` and noise, in a tilted plane. The corners come to `corners`.
+Contour polygon(int sides, double radius, double noise, unsigned seed, Contour & corners)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<double> error(0, noise);
+    double const outer = 10 / std::sin(pi / sides);
+    auto const place = [](double u, double v) {
+        return Point3D_d(u, 0.6 * v, 0.8 * v) + Point3D_d(5, -3, 100);
+    };
+    for (int i = 0; i < sides; ++i)
+        corners.push_back(place(outer * std::cos(2 * pi * i / sides), outer * std::sin(2 * pi * i / sides)));
+    Contour contour;
+    for (int i = 0; i < 20 * sides; ++i) {
+        // The first corner is at position 7.
+        int const position = (i + 20 * sides - 7) % (20 * sides), side = position / 20;
+        Point3D_d const from = corners[static_cast<std::size_t>(side)];
+        Point3D_d const to = corners[static_cast<std::size_t>((side + 1) % sides)];
+        Point3D_d point = from + (to - from) * ((position % 20) / 20.0);
+        for (Point3D_d const & corner : {from, to}) {
+            double const distance = (point - corner).length();
+            if (distance < radius)
+                point += (place(0, 0) - corner).unitLength() * (0.3 * (radius - distance));
+        }
+        contour.push_back(point + place(error(random), error(random)) - place(0, 0));
+    }
+    return contour;
+}
+
+/// The rules as a reader would apply them: every pass of the thinning starts anew.
+std::vector<int> literalMarks(Contour const & contour, double radius2, bool closed)
+{
+    int const n = static_cast<int>(contour.size());
+    auto const at = [&](int i) { return static_cast<std::size_t>((i % n + n) % n); };
+    std::vector<double> c(contour.size(), -1);
+    for (int i = 0; i < n; ++i) {
+        std::vector<Point3D_d> arms;
+        for (int sign : {1, -1}) {
+            for (int step = 1; step < n; ++step) {
+                if (!closed && (i + sign * step < 0 || i + sign * step >= n))
+                    break;
+                Point3D_d const arm = contour[at(i + sign * step)] - contour[at(i)];
+                if (dot(arm, arm) > radius2) {
+                    arms.push_back(arm);
+                    break;
+                }
+            }
+        }
+        if (arms.size() == 2)
+            c[at(i)] = dot(arms[0].unitLength(), arms[1].unitLength());
+    }
+    std::vector<int> marks(contour.size());
+    int const first = closed ? 0 : 1, end = closed ? n : n - 1;
+    for (int i = first; i < end; ++i)
+        marks[at(i)] = c[at(i)] >= -0.7F && c[at(i - 1)] <= c[at(i)] && c[at(i + 1)] <= c[at(i)];
+    if (!closed)
+        marks.front() = marks.back() = 1;
+    for (bool isChanged = n > 10; isChanged;) {
+        isChanged = false;
+        for (int i = first; i < end && !isChanged; ++i) {
+            for (int j = i + 1; j <= i + 5 && (closed || j < n) && marks[at(i)] == 1 && !isChanged; ++j) {
+                if (marks[at(j)] == 1) {
+                    marks[at(c[at(i)] > c[at(j)] ? j : i)] = 0;
+                    isChanged = true;
+                }
+            }
+        }
+    }
+    return marks;
+}
+
+} // namespace
+
+TEST(ContourCorners, FindsTheCornersOfNoisyRoundedPolygons)
+{
+    for (int sides : {3, 4, 5, 6}) {
+        for (unsigned seed = 0; seed < 20; ++seed) {
+            SCOPED_TRACE(std::to_string(sides) + " sides, seed " + std::to_string(seed));
+            Contour corners;
+            Contour const contour = polygon(sides, 1.5, 0.15, seed, corners);
+            std::vector<int> marks;
+            ASSERT_TRUE(GetContourCornerMarks(contour, 36, true, marks));
+            ASSERT_EQ(std::count(marks.begin(), marks.end(), 1), sides);
+            for (int corner = 0; corner < sides; ++corner) {
+                std::size_t const expected = static_cast<std::size_t>(7 + 20 * corner);
+                EXPECT_EQ(std::count(marks.begin() + static_cast<long>(expected) - 2,
+                                     marks.begin() + static_cast<long>(expected) + 3, 1),
+                          1);
+            }
+            std::vector<std::vector<Point3D_d>> pieces(1);
+            int count = 0;
+            ASSERT_TRUE(SplitContourByCorners(&pieces, contour, 36, true, &count));
+            EXPECT_EQ(count, sides);
+            ASSERT_EQ(pieces.size(), static_cast<std::size_t>(1 + sides));
+            // Put together again, the pieces are the contour from its first corner on.
+            std::size_t position =
+                static_cast<std::size_t>(std::find(marks.begin(), marks.end(), 1) - marks.begin());
+            for (std::size_t piece = 1; piece < pieces.size(); ++piece) {
+                EXPECT_EQ(pieces[piece].back(), pieces[piece + 1 == pieces.size() ? 1 : piece + 1].front());
+                for (std::size_t i = 0; i + 1 < pieces[piece].size(); ++i, ++position)
+                    ASSERT_EQ(pieces[piece][i], contour[position % contour.size()]);
+            }
+        }
+    }
+}
+
+TEST(ContourCorners, FollowsTheRulesOnRandomContours)
+{
+    std::mt19937 random(61);
+    std::normal_distribution<double> normal;
+    int failures = 0;
+    for (int trial = 0; trial < 2000; ++trial) {
+        SCOPED_TRACE(trial);
+        bool const closed = trial % 2 == 0;
+        // Small integers make equal cosines, coincident points and missing chords frequent.
+        int const n = std::uniform_int_distribution<int>(1, 60)(random);
+        Contour contour;
+        Point3D_d point;
+        for (int i = 0; i < n; ++i) {
+            point += trial % 3 == 0 ? Point3D_d(normal(random), normal(random), normal(random))
+                                    : Point3D_d(1, std::round(normal(random)), 0);
+            contour.push_back(point);
+        }
+        double const radius2 = trial % 5;
+        std::vector<int> marks(3, 77);
+        bool const isFound = GetContourCornerMarks(contour, radius2, closed, marks);
+        bool const isTooSmall = std::any_of(contour.begin(), contour.end(), [&](Point3D_d const & from) {
+            return std::none_of(contour.begin(), contour.end(),
+                                [&](Point3D_d const & to) { return dot(to - from, to - from) > radius2; });
+        });
+        ASSERT_EQ(isFound, !closed || !isTooSmall);
+        failures += !isFound;
+        ASSERT_EQ(marks, isFound ? literalMarks(contour, radius2, closed) : std::vector<int>(3, 77));
+
+        std::vector<Point3D> narrow;
+        for (Point3D_d const & wide : contour)
+            narrow.emplace_back(wide.asArray());
+        std::vector<std::vector<Point3D>> pieces;
+        int count = 77;
+        ASSERT_EQ(SplitContourByCorners(&pieces, narrow, radius2, closed, &count), isFound);
+        if (!closed) {
+            EXPECT_EQ(pieces.size(), static_cast<std::size_t>(count - 1));
+        } else if (isFound && count < 2) {
+            EXPECT_EQ(pieces, std::vector<std::vector<Point3D>>(1, narrow));
+        }
+    }
+    EXPECT_GT(failures, 10);
+}
+
+TEST(ContourCorners, AnswersTheSmallestContours)
+{
+    std::vector<int> marks;
+    Contour const empty, single(1, Point3D_d(1, 2, 3));
+    EXPECT_TRUE(GetContourCornerMarks(empty, 1, false, marks));
+    EXPECT_TRUE(marks.empty());
+    EXPECT_FALSE(GetContourCornerMarks(empty, 1, true, marks));
+    EXPECT_FALSE(GetContourCornerMarks(single, 1, true, marks));
+    EXPECT_TRUE(GetContourCornerMarks(single, 1, false, marks));
+    EXPECT_EQ(marks, std::vector<int>(1, 1));
+    EXPECT_FALSE(SplitContourByCorners(nullptr, single, 1, false, nullptr));
+
+    // A corner near the end takes the mark of the last point; what is behind it belongs to no piece.
+    Contour hook;
+    for (int i = 0; i < 20; ++i)
+        hook.emplace_back(std::min(i, 16), std::max(i - 16, 0), 0);
+    std::vector<std::vector<Point3D_d>> pieces = {hook};
+    EXPECT_TRUE(SplitContourByCorners(&pieces, pieces.front(), 4, false, nullptr));
+    ASSERT_EQ(pieces.size(), 2U);
+    EXPECT_EQ(pieces.back(), Contour(hook.begin(), hook.begin() + 17));
+    hook[5] = Point3D_d(std::nan(""), 0, 0);
+    EXPECT_FALSE(GetContourCornerMarks(hook, 4, true, marks));
+    EXPECT_TRUE(GetContourCornerMarks(hook, 4, false, marks));
+}
