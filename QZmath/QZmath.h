@@ -21,6 +21,7 @@
 #include <QZmath/Fitting/PlaneLimits.h>
 #include <QZmath/Fitting/PlaneSelection.h>
 #include <QZmath/Fitting/PolylineFitCurve.h>
+#include <QZmath/Fitting/PolylineSmoothing.h>
 #include <QZmath/Fitting/RobustRegression.h>
 #include <QZmath/Foundation/BrentZero.h>
 #include <QZmath/Foundation/CircumscribeCircle.h>
