@@ -20,6 +20,7 @@
 #include <QZmath/Fitting/PlaneFitting.h>
 #include <QZmath/Fitting/PlaneLimits.h>
 #include <QZmath/Fitting/PlaneSelection.h>
+#include <QZmath/Fitting/PointArrangement.h>
 #include <QZmath/Fitting/PolylineFitCurve.h>
 #include <QZmath/Fitting/PolylineSmoothing.h>
 #include <QZmath/Fitting/RobustRegression.h>

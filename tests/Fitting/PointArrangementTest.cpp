@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Fitting/PointArrangement.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace
+{
+
+/// The sense of each step by asking every other value.
+bool isInSense(std::vector<float> const & values, int direction)
+{
+    std::size_t const n = values.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        double const a = values[i], b = values[(i + 1) % n];
+        int votes = 0;
+        for (std::size_t other = 0; other < n && std::abs(b - a) > 0.01; ++other) {
+            if (other == i || other == (i + 1) % n)
+                continue;
+            double const c = values[other];
+            bool const isInside = c == b || (c > std::min(a, b) + 0.01 && c < std::max(a, b) - 0.01);
+            votes += isInside == (a > b) ? 1 : -1;
+        }
+        if (votes * direction <= 0)
+            return false;
+    }
+    return true;
+}
+
+/// Positions in order round a circle of length 100, at least 1.5 apart, from a random place on.
+std::vector<float> inOrder(std::mt19937 & random, int count)
+{
+    std::vector<float> values;
+    for (int i = 0; i < count; ++i)
+        values.push_back(static_cast<float>(
+            (i + std::uniform_real_distribution<double>(0, 1 - 0.015 * count)(random)) * 100 / count));
+    std::rotate(values.begin(), values.begin() + std::uniform_int_distribution<int>(0, count - 1)(random),
+                values.end());
+    return values;
+}
+
+} // namespace
+
+TEST(PointArrangement, LeavesListsInOrderAndRefusesTheOppositeSense)
+{
+    std::mt19937 random(81);
+    for (int count = 3; count < 40; ++count) {
+        SCOPED_TRACE(count);
+        std::vector<float> const upwards = inOrder(random, count);
+        std::vector<float> const downwards(upwards.rbegin(), upwards.rend());
+        for (int direction : {1, -1, 0, 2}) {
+            for (bool isUpwards : {true, false}) {
+                std::vector<float> values = isUpwards ? upwards : downwards;
+                EXPECT_EQ(ArrangePointsOnCircle(values, direction, 100), direction == (isUpwards ? 1 : -1));
+                EXPECT_EQ(values, isUpwards ? upwards : downwards);
+            }
+        }
+    }
+}
+
+TEST(PointArrangement, RepairsNeighboursInTheWrongOrder)
+{
+    std::mt19937 random(82);
+    for (int trial = 0; trial < 300; ++trial) {
+        SCOPED_TRACE(trial);
+        int const count = 8 + trial % 20;
+        std::vector<float> const good = inOrder(random, count);
+        auto const wrong = static_cast<std::size_t>(trial % (count - 1));
+        std::vector<float> values = good;
+        // Neighbours across the zero of the circle are left out: counting from one to the other wraps there.
+        if (good[wrong] > good[wrong + 1])
+            continue;
+        std::swap(values[wrong], values[wrong + 1]);
+        std::vector<float> const damaged = values;
+        if (!ArrangePointsOnCircle(values, 1, 100)) {
+            EXPECT_EQ(values, damaged);
+            // Only the wrap can be in the way.
+            auto const n = static_cast<std::size_t>(count);
+            EXPECT_TRUE(good[(wrong + n - 1) % n] > good[wrong] || good[wrong + 1] > good[(wrong + 2) % n]);
+            continue;
+        }
+        EXPECT_TRUE(isInSense(values, 1));
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            if (i != wrong && i != wrong + 1) {
+                EXPECT_EQ(values[i], good[i]);
+            }
+        }
+    }
+}
+
+TEST(PointArrangement, IsRightAboutAnyList)
+{
+    std::mt19937 random(83);
+    std::uniform_real_distribution<float> position(0, 30);
+    int arranged = 0;
+    for (int trial = 0; trial < 4000; ++trial) {
+        int const count = trial % 12, direction = trial % 3 == 0 ? -1 : 1;
+        std::vector<float> values = count < 3 ? std::vector<float>() : inOrder(random, count);
+        values.resize(static_cast<std::size_t>(count), 5.0F);
+        for (int change = trial % 4; change > 0 && count > 0; --change)
+            values[std::uniform_int_distribution<std::size_t>(0, values.size() - 1)(random)] =
+                trial % 2 == 0 ? position(random) : std::round(position(random));
+        std::vector<float> const before = values;
+        bool const isRight = isInSense(before, direction);
+        if (ArrangePointsOnCircle(values, direction, 100)) {
+            ASSERT_TRUE(isInSense(values, direction));
+            ASSERT_TRUE(!isRight || values == before);
+            arranged += isRight ? 0 : 1;
+        } else {
+            ASSERT_FALSE(isRight);
+            ASSERT_EQ(values, before);
+        }
+    }
+    EXPECT_GT(arranged, 100);
+    std::vector<float> bad = {1, 2, std::numeric_limits<float>::quiet_NaN(), 4};
+    EXPECT_FALSE(ArrangePointsOnCircle(bad, 1, 100));
+    bad[2] = std::numeric_limits<float>::infinity();
+    EXPECT_FALSE(ArrangePointsOnCircle(bad, 1, 0));
+}
+
+TEST(PointArrangement, SortsOnALine)
+{
+    std::mt19937 random(84);
+    std::vector<float> values;
+    for (int i = 0; i < 200; ++i)
+        values.push_back(std::round(std::normal_distribution<float>(0, 40)(random)));
+    std::vector<float> const shuffled = values;
+    EXPECT_TRUE(ArrangePointsOnLine(values, 1, 0));
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
+    EXPECT_TRUE(std::is_permutation(values.begin(), values.end(), shuffled.begin()));
+    std::vector<float> const sorted(values.rbegin(), values.rend());
+    EXPECT_TRUE(ArrangePointsOnLine(values, -7, 0));
+    EXPECT_EQ(values, sorted);
+    values[3] = values[70] = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_TRUE(ArrangePointsOnLine(values, 0, 0));
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end() - 2));
+    EXPECT_TRUE(std::isnan(values[198]) && std::isnan(values[199]));
+}
