@@ -15,6 +15,7 @@
 #include <QZmath/Fitting/ContourCorners.h>
 #include <QZmath/Fitting/LevenbergMarquardt.h>
 #include <QZmath/Fitting/LineFitting.h>
+#include <QZmath/Fitting/MinMaxOptimizer.h>
 #include <QZmath/Fitting/PlaneApproximator.h>
 #include <QZmath/Fitting/PlaneEquation.h>
 #include <QZmath/Fitting/PlaneFitting.h>
