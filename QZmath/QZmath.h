@@ -24,6 +24,7 @@
 #include <QZmath/Fitting/PointArrangement.h>
 #include <QZmath/Fitting/PolylineFitCurve.h>
 #include <QZmath/Fitting/PolylineSmoothing.h>
+#include <QZmath/Fitting/QuadraticProgram.h>
 #include <QZmath/Fitting/RobustRegression.h>
 #include <QZmath/Foundation/BrentZero.h>
 #include <QZmath/Foundation/CircumscribeCircle.h>
