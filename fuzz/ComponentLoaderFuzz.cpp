@@ -144,30 +144,23 @@ struct Reading
     }
 };
 
-std::FILE * makeFile()
+CFileWrapClose openMemoryFile()
 {
     int const descriptor = ::memfd_create("document", 0);
     std::FILE * const file = descriptor < 0 ? nullptr : ::fdopen(descriptor, "w+b");
     if (!file)
         failed("no memory file");
-    return file;
-}
-
-void fill(std::FILE * file, std::uint8_t const * data, std::size_t size)
-{
-    std::rewind(file);
-    if (::ftruncate(::fileno(file), 0) != 0 || std::fwrite(data, 1, size, file) != size)
-        failed("cannot write to the memory file");
-    std::rewind(file);
+    return CFileWrapClose(file);
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size)
 {
-    static std::FILE * const file = makeFile();
-    fill(file, data, size);
-    CFileBinaryStream stream(file);
+    CFileWrapClose const file = openMemoryFile();
+    CFileBinaryStream stream(file.FilePtr());
+    stream.writeData(size, data);
+    std::rewind(file.FilePtr());
     Logger logger;
 
     Bytes const bytes(data, data + size);
@@ -189,11 +182,12 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
         failed("wrong length of the rest");
     if (reading.skipsAny)
         return 0;
-    fill(file, nullptr, 0);
+    CFileWrapClose const copy = openMemoryFile();
+    stream = CFileBinaryStream(copy.FilePtr());
     if (wrapper.Save() != std::int64_t(*end))
         failed("saved another length");
     Bytes saved(*end);
-    std::rewind(file);
+    std::rewind(copy.FilePtr());
     stream.readData(saved.size(), saved.data());
     if (!std::equal(saved.begin(), saved.end(), reading.meaning.begin()))
         failed("saved other bytes");

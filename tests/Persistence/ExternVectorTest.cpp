@@ -292,37 +292,6 @@ TEST(ExternVector, lengthsThatNoFileCanHaveAreRefused)
     EXPECT_EQ(readElement(*vector, 1, 16), Bytes(16));
 }
 
-TEST(ExternVector, growingKeepsWhatTheFileHolds)
-{
-    std::unique_ptr<Vector> const vector = makeVector(2);
-    Bytes const element = {7, 9};
-    vector->resize(5, element.data());
-    vector->resize(1);
-    vector->resize(5);
-    for (std::size_t index = 0; index < 5; ++index)
-        EXPECT_EQ(readElement(*vector, index, 2), element);
-}
-
-TEST(ExternVector, handlesOfBuriedLocksDoNoHarmToLaterOnes)
-{
-    std::unique_ptr<Vector> const vector = makeVector(1);
-    vector->resize(4);
-    ElementHandle early;
-    vector->lockElement(3, &early);
-    vector->addElementRef(&early);
-    vector->resize(2);
-    ElementHandle late;
-    auto * const memory = static_cast<unsigned char *>(vector->lockElement(1, &late));
-    vector->releaseElement(true, &early);
-    *memory = 5;
-    EXPECT_EQ(vector->lockElement(1, &late), memory); // still in memory, with the change
-    EXPECT_EQ(*memory, 5);
-    vector->releaseElement(false, &late);
-    vector->releaseElement(true, &early);
-    vector->releaseElement(true, &late);
-    EXPECT_EQ(readElement(*vector, 1, 1), Bytes{5});
-}
-
 TEST(ExternVector, elementsBeyondThreeGibibytes)
 {
     constexpr std::size_t mebibyte = std::size_t(1) << 20;

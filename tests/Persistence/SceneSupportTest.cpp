@@ -2,7 +2,6 @@
 #include <QZmath/Persistence/GraphObject.h>
 #include <QZmath/Persistence/ModelSizer.h>
 #include <QZmath/Persistence/OutputHooks.h>
-#include <QZmath/Persistence/RunFunctor.h>
 #include <QZmath/Persistence/SortRecords.h>
 
 #include <gtest/gtest.h>
@@ -96,20 +95,6 @@ TEST(ModelSizer, asksTheSubclassAfterTheDefault)
     box.GetLinearLimits(&transform, &y);
     box.updateLimits();
     EXPECT_TRUE(x == 9 && y == 18 && box.updates == 1);
-}
-
-TEST(RunFunctor, runs)
-{
-    struct Count : VsFn::IFunctor
-    {
-        int runs = 0;
-
-    private:
-        void OnRun() override { ++runs; }
-    } count;
-    count.Run();
-    static_cast<VsFn::IFunctor &>(count).Run();
-    EXPECT_EQ(count.runs, 2);
 }
 
 /// A record whose integers are all `value`, but for the key.
