@@ -175,6 +175,8 @@ std::unique_ptr<Combination> CVolumetricTriangulatorImpl::solveByBricks(Gradient
                                                                         VectorField & field,
                                                                         CMultiPhaseManager & phases)
 {
+    if (m_octree->getNodesNumber() == 0)
+        return solveByMatrix(gradBasis, field, phases); // which refuses the empty system
     BrickLattice const lattice(*m_octree);
     AcceleratedSolve solve(lattice, m_kernel, m_log);
     {

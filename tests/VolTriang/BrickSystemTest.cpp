@@ -232,7 +232,7 @@ INSTANTIATE_TEST_SUITE_P(Configurations, BrickSystemTest,
                          testing::Values(Config{5, true, -1, 0.95}, Config{4, false, -1, 0.95},
                                          Config{4, false, -1, 1.0}, Config{5, true, 1, 1.0},
                                          Config{5, true, 0, 0.7}, Config{3, false, 2, 0.8},
-                                         Config{6, true, -1, 0.7}));
+                                         Config{6, true, -1, 0.7}, Config{5, true, -1, 0.1}));
 
 TEST(BrickLatticeTest, holdsEveryNodeOnceInTheOrderOfBricks)
 {

@@ -1,0 +1,283 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/VolumetricTriangulator.h>
+
+#include <apps/sampling/SampleShapes.h>
+#include <support/Mesh.h>
+#include <support/PointCloudSamples.h>
+#include <support/SurfaceScores.h>
+
+#include <QZsys/DebugLog.h>
+#include <QZsys/Exceptions.h>
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <mutex>
+#include <random>
+#include <string>
+#include <vector>
+
+// The accelerated path against the other one, over whole runs.
+
+using namespace VolTr;
+using qz_test::Mesh;
+using qz_test::MeshTarget;
+
+namespace
+{
+
+PointCloudSamples sampled(std::string const & shapeName, qz_sampling::SamplingOptions const & options)
+{
+    qz_sampling::Cloud const cloud = sampleCloud(*qz_sampling::makeShape(shapeName), options);
+    PointCloudSamples samples;
+    for (std::size_t i = 0; i < cloud.size(); ++i) {
+        float const * point = &cloud.positions[3 * i];
+        float const * normal = &cloud.normals[3 * i];
+        samples.add({point[0], point[1], point[2]}, {normal[0], normal[1], normal[2]},
+                    !cloud.boundaryMarks.empty() && cloud.boundaryMarks[i] != 0);
+    }
+    return samples;
+}
+
+PointCloudSamples sampledSphere(std::size_t number)
+{
+    qz_sampling::SamplingOptions options;
+    options.pointNumber = number;
+    return sampled("sphere", options);
+}
+
+class LineLog : public VsUt::IDebugLog
+{
+public:
+    void getMessage(char const * line) override
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        m_lines.emplace_back(line);
+    }
+    bool has(std::string const & begin) const
+    {
+        return std::any_of(m_lines.begin(), m_lines.end(),
+                           [&](std::string const & line) { return line.rfind(begin, 0) == 0; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::string> m_lines;
+};
+
+CVolTriangulationParams paramsOf(int depth, bool accelerated)
+{
+    CVolTriangulationParams params;
+    params.setOctreeDepth(depth);
+    params.setAccelerated(accelerated);
+    return params;
+}
+
+struct Result
+{
+    Mesh mesh;
+    std::string failure;
+};
+
+Result run(PointCloudSamples const & samples, CVolTriangulationParams const & params, int threads = 0,
+           CProgressCounter * progress = nullptr)
+{
+    CVescaThreadingTasksHelper::setNumOfPhisicalThread(threads);
+    MeshTarget target;
+    Result result;
+    try {
+        CVolumetricTriangulator(&target, &samples, &params, progress).run();
+    } catch (std::exception const & error) {
+        result.failure = error.what();
+    }
+    CVescaThreadingTasksHelper::setNumOfPhisicalThread(0);
+    EXPECT_EQ(target.violation(), "");
+    result.mesh = target.mesh();
+    return result;
+}
+
+struct CloudCase
+{
+    char const * shape;
+    double noise;
+    double densityRatio;
+    int depth;
+    bool useCenter;
+    float kernelScale;
+};
+
+class AcceleratedSurface : public testing::TestWithParam<CloudCase>
+{};
+
+} // namespace
+
+TEST_P(AcceleratedSurface, liesWhereTheOtherOneLies)
+{
+    CloudCase const & c = GetParam();
+    qz_sampling::SamplingOptions options;
+    options.pointNumber = 20000;
+    options.noise = c.noise;
+    options.densityRatio = c.densityRatio;
+    PointCloudSamples const samples = sampled(c.shape, options);
+    CVolTriangulationParams params = paramsOf(c.depth, false);
+    params.setUseCenter(c.useCenter);
+    params.setKernelScaleFactor(c.kernelScale);
+    params.setClosed(qz_sampling::makeShape(c.shape)->isClosed());
+    params.setEstimateResultNormals(true);
+    LineLog log;
+    params.setDebugLog(&log);
+    Mesh const exact = run(samples, params).mesh;
+    EXPECT_FALSE(log.has("Use accelerated solver"));
+    params.setAccelerated(true);
+    Mesh const fast = run(samples, params).mesh;
+    ASSERT_TRUE(log.has("Use accelerated solver") && log.has("Tolerance: 0.001") &&
+                log.has("Iterations used") && log.has("Relative residual"));
+    EXPECT_FALSE(log.has("Accelerated solver did not converge"));
+    ASSERT_FALSE(fast.triangles.empty());
+
+    double const exactTriangles = static_cast<double>(exact.triangles.size());
+    EXPECT_NEAR(static_cast<double>(fast.triangles.size()), exactTriangles,
+                std::max(8.0, 0.001 * exactTriangles));
+    double extent = 0.0;
+    for (int axis = 0; axis < 3; ++axis) {
+        auto const coordinate = [axis](auto const & a, auto const & b) {
+            return a[static_cast<std::size_t>(axis)] < b[static_cast<std::size_t>(axis)];
+        };
+        auto const ends = std::minmax_element(samples.points.begin(), samples.points.end(), coordinate);
+        extent = std::max(extent, static_cast<double>((*ends.second)[static_cast<std::size_t>(axis)]) -
+                                      (*ends.first)[static_cast<std::size_t>(axis)]);
+    }
+    double const leafCell = extent / std::exp2(c.depth);
+    qz_test::MeshDistance const distance(exact);
+    std::vector<double> distances;
+    for (REmath::Point3D_d const & vertex : fast.vertices)
+        distances.push_back(distance(vertex) / leafCell);
+    std::sort(distances.begin(), distances.end());
+    EXPECT_LT(distances[distances.size() * 99 / 100], 0.01);
+    EXPECT_LT(distances.back(), 0.05);
+}
+
+INSTANTIATE_TEST_SUITE_P(Clouds, AcceleratedSurface,
+                         testing::Values(CloudCase{"sphere", 0.0, 1.0, 6, true, 0.95f},
+                                         CloudCase{"genus3", 0.002, 1.0, 6, true, 0.95f},
+                                         CloudCase{"bumpy-sphere", 0.0, 10.0, 6, true, 1.0f},
+                                         CloudCase{"torus", 0.002, 10.0, 5, false, 0.95f},
+                                         CloudCase{"sheet", 0.0, 1.0, 6, true, 0.95f}));
+
+TEST(AcceleratedReconstruction, sameBitsForAnyThreadNumber)
+{
+    PointCloudSamples const samples = sampledSphere(5000);
+    CVolTriangulationParams const params = paramsOf(6, true);
+    Mesh const single = run(samples, params, 1).mesh;
+    ASSERT_FALSE(single.triangles.empty());
+    for (int threads : {2, 3, 8})
+        EXPECT_TRUE(run(samples, params, threads).mesh == single) << threads << " threads";
+}
+
+TEST(AcceleratedReconstruction, goesTheOtherWayWhereItCannotServe)
+{
+    PointCloudSamples const samples = sampledSphere(2000);
+    auto const expectOtherPath = [&](CVolTriangulationParams params, char const * reason) {
+        LineLog log;
+        params.setDebugLog(&log);
+        Mesh const mesh = run(samples, params).mesh;
+        EXPECT_TRUE(reason == nullptr || log.has(reason));
+        EXPECT_TRUE(log.has("Linear system solved"));
+        params.setAccelerated(false);
+        EXPECT_TRUE(run(samples, params).mesh == mesh);
+    };
+    CVolTriangulationParams wide = paramsOf(4, true);
+    wide.setKernelScaleFactor(1.2f);
+    expectOtherPath(wide, "Accelerated solver cannot serve");
+    for (double tolerance : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()}) {
+        CVolTriangulationParams unreachable = paramsOf(4, true);
+        unreachable.setSolverTolerance(tolerance);
+        expectOtherPath(unreachable, "Accelerated solver did not converge");
+    }
+    CVolTriangulationParams chosen = paramsOf(4, true);
+    chosen.setPrefferedSolver(1);
+    expectOtherPath(chosen, nullptr);
+}
+
+TEST(AcceleratedReconstruction, endsOnHardCloudsAsTheOtherPathDoes)
+{
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    auto const randomCloud = [&](int number, float size) {
+        PointCloudSamples samples;
+        for (int n = 0; n < number; ++n)
+            samples.add({size * uniform(random), size * uniform(random), size * uniform(random)},
+                        {uniform(random), uniform(random), uniform(random)});
+        return samples;
+    };
+    PointCloudSamples one;
+    one.add({1.0f, 2.0f, 3.0f}, {0.0f, 0.0f, 1.0f});
+    PointCloudSamples oneCell;
+    for (int n = 0; n < 30; ++n)
+        oneCell.add({1.0f, 2.0f, 3.0f}, {0.0f, 1.0f, 0.0f});
+    PointCloudSamples isolated = sampledSphere(500);
+    isolated.add({30.0f, 0.0f, 0.0f}, {1.0f, 0.0f, 0.0f});
+    PointCloudSamples opposed = sampledSphere(500);
+    for (std::size_t n = 0; n < 500; ++n)
+        opposed.add(opposed.points[n],
+                    {-opposed.normals[n][0], -opposed.normals[n][1], -opposed.normals[n][2]});
+    PointCloudSamples broken = sampledSphere(300);
+    broken.normals[5][0] = std::numeric_limits<float>::quiet_NaN();
+    PointCloudSamples huge = sampledSphere(300);
+    for (auto & normal : huge.normals)
+        normal[0] *= 1e37f;
+    PointCloudSamples const clouds[] = {PointCloudSamples(),
+                                        one,
+                                        oneCell,
+                                        isolated,
+                                        opposed,
+                                        broken,
+                                        huge,
+                                        randomCloud(1, 1.0f),
+                                        randomCloud(400, 1.0f),
+                                        randomCloud(50, 1e-20f)};
+    for (PointCloudSamples const & samples : clouds) {
+        for (bool useCenter : {false, true}) {
+            CVolTriangulationParams params = paramsOf(5, false);
+            params.setUseCenter(useCenter);
+            std::string const expected = run(samples, params).failure;
+            params.setAccelerated(true);
+            EXPECT_EQ(run(samples, params).failure, expected) << samples.points.size() << " samples";
+        }
+    }
+}
+
+TEST(AcceleratedReconstruction, canBeInterruptedAtAnyMoment)
+{
+    class Stopper : public CProgressCounter
+    {
+    public:
+        explicit Stopper(long moment) : m_left(moment) {}
+
+    private:
+        void onPosition(double) override
+        {
+            if (--m_left == 0)
+                interrupt();
+        }
+        long m_left;
+    };
+    PointCloudSamples const samples = sampledSphere(1000);
+    CVolTriangulationParams const params = paramsOf(5, true);
+    for (int threads : {1, 2}) {
+        bool hasFinished = false;
+        for (long moment = 1; !hasFinished; moment = moment * 5 / 4 + 1) {
+            Stopper stopper(moment);
+            Result const result = run(samples, params, threads, &stopper);
+            hasFinished = result.failure.empty();
+            if (!hasFinished) {
+                EXPECT_EQ(result.failure, "user interruption");
+            }
+        }
+    }
+}
