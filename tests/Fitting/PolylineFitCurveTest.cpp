@@ -297,31 +297,24 @@ TEST_P(PolylineNoise, HoldsTheEndsOfAnOpenPolyline)
         // One end is a line, the other one an arc.
         Segments const segments = drawChain({{20}, {radius * 1.5, 1 / radius}}, {0.15, noise}, frame, random);
         Fit fit(segments, 0.06);
-        double const lastTurn = 1.5;
-        Point3D_d const first = frame.toWorld({noise * random.normal(), noise * random.normal(), 0.0});
-        Point3D_d const last =
-            frame.toWorld({20 + radius * std::sin(lastTurn),
-                           radius * (1 - std::cos(lastTurn)) + noise * random.normal(), 0.0});
-        Point3D_d const firstDir = frame.axes[0] + frame.axes[1] * (noise * 0.1 * random.normal());
-        Point3D_d const lastDir = frame.axes[0] * std::cos(lastTurn) + frame.axes[1] * std::sin(lastTurn);
-        int const firstType = 1 + round % 2, lastType = 1 + round / 2 % 2;
-        fit.chain.setBndCondType(0, firstType);
-        fit.chain.setBndCondType(2, lastType);
-        fit.chain.setBndCond(0, first, firstDir);
-        fit.chain.setBndCond(2, last, lastDir);
+        double const x = std::cos(1.5), y = std::sin(1.5);
+        Point3D_d const places[] = {{0.0, noise * random.normal(), 0.0},
+                                    {20 + radius * y, radius * (1 - x) + noise * random.normal(), 0.0}};
+        Point3D_d const dirs[] = {Point3D_d(1, noise * 0.1 * random.normal(), 0).unitLength(), {x, y, 0}};
+        for (int end : {0, 1}) {
+            fit.chain.setBndCondType(2 * end, 1 + (round >> end) % 2);
+            fit.chain.setBndCond(2 * end, frame.toWorld(places[end]), frame.directionToWorld(dirs[end]));
+        }
         ASSERT_EQ(fit.refit(), 0);
         expectConsistent(fit, 2);
-        EXPECT_LT(across(fit.at(0) - first, frame.axes[2]), 0.01 * noise);
-        EXPECT_LT(across(fit.at(2) - last, frame.axes[2]), 0.01 * noise);
-        EXPECT_LT(fit.distance(0, fit.at(0)), 0.1 * noise);
-        EXPECT_LT(fit.distance(1, fit.at(2)), 0.1 * noise);
-        if (firstType == BndCondPointDir) {
-            EXPECT_LT(across(fit.directionAt(0), firstDir.unitLength()), 0.1 * noise);
-            EXPECT_LT(fit.turn(0, 0), 0.1 * noise);
-        }
-        if (lastType == BndCondPointDir) {
-            EXPECT_LT(across(fit.directionAt(2), lastDir), 0.1 * noise);
-            EXPECT_LT(fit.turn(1, 2), 0.1 * noise);
+        for (int end : {0, 1}) {
+            EXPECT_LT(across(fit.at(2 * end) - frame.toWorld(places[end]), frame.axes[2]), 0.01 * noise);
+            EXPECT_LT(fit.distance(end, fit.at(2 * end)), 0.1 * noise);
+            if ((round >> end) % 2 == 1) {
+                Point3D_d const dir = frame.directionToWorld(dirs[end]);
+                EXPECT_LT(across(fit.directionAt(2 * end), dir), 0.1 * noise);
+                EXPECT_LT(fit.turn(end, 2 * end), 0.1 * noise);
+            }
         }
         EXPECT_NEAR(fit.radius(1), radius, noise * radius);
     }
@@ -338,8 +331,7 @@ TEST(PolylineFitCurve, RefitsToTheSameBits)
         ASSERT_EQ(fit.refit(), 0);
         EXPECT_NEAR(std::abs(first[13]), fit.radius(1), 0.02);
         std::vector<double> const curves = fit.curves, boundaries = fit.boundaries;
-        for (int again = 0; again < 3; ++again)
-            ASSERT_EQ(fit.refit(), 0);
+        ASSERT_EQ(fit.refit(), 0);
         EXPECT_EQ(fit.curves, curves);
         EXPECT_EQ(fit.boundaries, boundaries);
         // Nothing of the past is left in a full fit.
@@ -480,10 +472,11 @@ TEST(PolylineFitCurve, ShowsEditsAtOnce)
                 EXPECT_LT((fit.at(i) - split[index(i)].front()).length(), 0.02);
             }
             bool const isNew = i == k || i == (k + 1) % 5;
-            if (!fit.isLine(i))
+            if (!fit.isLine(i)) {
                 EXPECT_NEAR(fit.radius(i), 10, 0.1);
-            else // others have lost their distance from the origin of the plane
+            } else { // others have lost their distance from the origin of the plane
                 EXPECT_LT(fit.distance(i, isNew ? split[index(i)][20] : centroid), isNew ? 0.01 : 1e-9);
+            }
         }
         if (k == 0) { // the segment before is read too where the polyline is closed
             Fit before(original, 0.05);
@@ -502,8 +495,9 @@ TEST(PolylineFitCurve, ShowsEditsAtOnce)
             int const from = i < k % 4 ? i : i + 1;
             bool const isJoined = from == (k + 3) % 4;
             EXPECT_EQ(joined.chain.getCurveType(i), isJoined ? PolylineCurveNurbs : from % 2);
-            if (i > 0)
+            if (i > 0) {
                 EXPECT_LT((joined.at(i) - original[index(from)].front()).length(), 0.02);
+            }
         }
         if (isClosed) { // parameters move by the length of results: a normal comes to where a point was
             EXPECT_TRUE(fit.chain.moveSegmentsCyclically(0));
@@ -550,18 +544,14 @@ TEST(PolylineFitCurve, SurvivesHostileInput)
                                           {{}, {}, {}},
                                           {{{1, 2, 3}}},
                                           {{{1, 2, 3}}, {{2, 2, 3}}, {{5, 5, 5}}},
-                                          {{{1, 2, 3}, {2, 3, 4}}},
-                                          {same},
                                           {same, same},
-                                          {straight, straight},
                                           {good[0], {}, good[2]},
                                           {{}, good[1], {}},
                                           {good[0], {{1, 1, 1}}, good[1]},
-                                          {spoiled},
                                           {good[0], spoiled, good[2]},
                                           {scaled, scaled},
                                           {good[0], {{inf, 0, 0}, {0, inf, -inf}}},
-                                          {good[0], same, good[1]}};
+                                          {straight, same, good[1]}};
     for (Segments const & input : inputs) {
         for (double const tolerance : {0.05, 1e300, 0.0, nan}) {
             Fit fit(input, tolerance);
