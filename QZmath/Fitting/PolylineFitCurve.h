@@ -83,10 +83,10 @@ public:
     int fitPolyline(std::vector<std::vector<REmath::Point3D_d>> const & segments,
                     std::vector<double> & curveParams, std::vector<double> & bndParams);
 
-    /// Fits the stored points again, under the stored types of segments and boundaries. Lines and arcs next
-    /// to a conditioned end of an open polyline start through its point, and keep it. A segment to whose
-    /// points the model of its type cannot be fitted keeps its parameters. Gives 9 when there are no
-    /// segments, otherwise 0.
+    /// Fits the stored points again, under the stored types of segments and boundaries. A conditioned end of
+    /// an open polyline stays where it is and is a tie like any other; the curve there starts through it,
+    /// unless the robust arc through a fixed point did not converge. A segment to whose points the model of
+    /// its type cannot be fitted keeps its parameters. Gives 9 when there are no segments, otherwise 0.
     int fitPolyline(std::vector<double> & curveParams, std::vector<double> & bndParams);
 
     /// A `PolylineCurveType`.
