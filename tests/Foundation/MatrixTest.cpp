@@ -197,29 +197,20 @@ TYPED_TEST(MatrixTest, OverMemoryOfTheCallersLeavesItWhenResizedOrAssigned)
     std::vector<T> outside{T(1), T(2), T(3), T(4), T(5), T(6)};
     std::vector<T> const before = outside;
     std::vector<T *> table(3);
-    {
-        Matrix<T> matrix(outside.data(), table.data(), 2, 3);
-        EXPECT_EQ(matrix(1, 2), T(6));
-        EXPECT_EQ(matrix[1], table[1]);
-        matrix.resize(0, 5);
-        EXPECT_EQ(matrix[0], outside.data());
-        matrix.resize(2, 3);
-        EXPECT_NE(matrix[0], outside.data());
-        EXPECT_EQ(matrix, Matrix<T>(2, 3));
-    }
-    {
-        Matrix<T> matrix(outside.data(), table.data(), 2, 3);
-        matrix = Matrix<T>(2, 3);
-        EXPECT_NE(matrix[0], outside.data());
-        Matrix<T> assigned;
-        assigned = Matrix<T>(outside.data(), table.data(), 2, 3);
-        EXPECT_NE(assigned[0], outside.data());
-        Matrix<T> const halves(outside.data(), table.data(), 3, 2);
-        // The source is the target's own memory in another shape.
-        assigned = halves;
-        assigned = Matrix<T>(assigned[0], table.data(), 2, 2);
-        EXPECT_EQ(assigned(1, 1), T(4));
-    }
+    Matrix<T> resized(outside.data(), table.data(), 2, 3);
+    EXPECT_EQ(resized(1, 2), T(6));
+    resized.resize(0, 5);
+    EXPECT_EQ(resized[0], outside.data());
+    resized.resize(2, 3);
+    EXPECT_EQ(resized, Matrix<T>(2, 3));
+    Matrix<T> target(outside.data(), table.data(), 2, 3);
+    target = Matrix<T>(2, 3);
+    Matrix<T> moved;
+    moved = Matrix<T>(outside.data(), table.data(), 3, 2);
+    EXPECT_NE(moved[0], outside.data());
+    // The source is the target's own memory in another shape.
+    moved = Matrix<T>(moved[0], table.data(), 2, 2);
+    EXPECT_EQ(moved(1, 1), T(4));
     EXPECT_EQ(outside, before);
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Foundation/OrthoNormBasis.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <support/Frames.h>
 
@@ -8,19 +9,9 @@
 #include <cmath>
 
 using qz_sampling::Random;
+using qz_test::randomPoint;
 using REmath::Point3D_d;
-
-namespace
-{
-
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
-
-Point3D_d randomPoint(Random & random, double range)
-{
-    return {random.uniform(-range, range), random.uniform(-range, range), random.uniform(-range, range)};
-}
-
-} // namespace
+using REmath::Detail::dot;
 
 TEST(OrthoNormBasis, BuildersKeepTheirFirstDirectionAndTheSideOfTheSecond)
 {

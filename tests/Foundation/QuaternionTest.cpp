@@ -101,17 +101,15 @@ TEST(Quaternion, MatricesAndEulerAnglesComeBack)
 TEST(Quaternion, TurnsColumnVectorsBackwards)
 {
     for (double angle : {0.3, -2.0, 3.0}) {
-        Quaternion x, y, z;
-        x.setToRotateAboutX(angle);
-        y.setToRotateAboutY(angle);
-        z.setToRotateAboutZ(angle);
-        RElinearTransform turn;
-        setAxisRotationTransform(turn, {0, 0, 0}, {1, 0, 0}, -angle);
-        expectNear(matrixOf(x), turn.matrix);
-        setAxisRotationTransform(turn, {0, 0, 0}, {0, 1, 0}, -angle);
-        expectNear(matrixOf(y), turn.matrix);
-        setAxisRotationTransform(turn, {0, 0, 0}, {0, 0, 1}, -angle);
-        expectNear(matrixOf(z), turn.matrix);
+        Quaternion about[3];
+        about[0].setToRotateAboutX(angle);
+        about[1].setToRotateAboutY(angle);
+        about[2].setToRotateAboutZ(angle);
+        for (int axis = 0; axis < 3; ++axis) {
+            RElinearTransform turn;
+            setAxisRotationTransform(turn, {0, 0, 0}, {axis == 0, axis == 1, axis == 2}, -angle);
+            expectNear(matrixOf(about[axis]), turn.matrix);
+        }
     }
     // Only the form about x normalises, which shows on a NaN.
     Quaternion x, y;

@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 using qz_sampling::Random;
+using qz_test::randomPoint;
 using REmath::Point3D_d;
 
 namespace
@@ -36,11 +37,6 @@ CRotationMatrix randomRotation(Random & random)
 {
     qz_test::Frame const frame = qz_test::randomFrame(random, 0);
     return CRotationMatrix::buildFromColumns(frame.axes[0], frame.axes[1], frame.axes[2]);
-}
-
-Point3D_d randomPoint(Random & random, double range)
-{
-    return {random.uniform(-range, range), random.uniform(-range, range), random.uniform(-range, range)};
 }
 
 CRotationMatrix product(CRotationMatrix const & a, CRotationMatrix const & b)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Foundation/CircumscribeCircle.h>
 #include <QZmath/Foundation/VectorGeometry.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
 #include <QZmath/Foundation/VectorRotation.h>
 
 #include <support/Frames.h>
@@ -12,21 +13,16 @@
 #include <limits>
 
 using qz_sampling::Random;
+using qz_test::randomPoint;
 using REmath::Point3D;
 using REmath::Point3D_d;
 using REmath::st_NoValueMark;
+using REmath::Detail::dot;
 
 namespace
 {
 
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
-
-Point3D_d randomPoint(Random & random, double range = 1)
-{
-    return {random.uniform(-range, range), random.uniform(-range, range), random.uniform(-range, range)};
-}
 
 Point3D narrow(Point3D_d const & point) { return {point.x(), point.y(), point.z()}; }
 

@@ -62,20 +62,6 @@ TYPED_TEST(Bicgstab, ReachesTheResidualAskedForAndCountsItsProducts)
     }
 }
 
-TYPED_TEST(Bicgstab, LimitOfIterationsStopsItAndLooksLikeConvergence)
-{
-    using T = TypeParam;
-    std::mt19937 random(22);
-    DenseMatrix const matrix = testSupport::randomSparse(80, 6.0, true, 1.01, random);
-    std::vector<T> const b(80, T(1));
-    for (int const limit : {1, 2, 3}) {
-        std::vector<T> x(80, T(0));
-        Product<T> product(matrix);
-        EXPECT_EQ(bicgstab(80, &Product<T>::multiply, &product, b.data(), x.data(), T(1e-30), limit), limit);
-        EXPECT_EQ(product.calls, 1 + 2 * limit);
-    }
-}
-
 TYPED_TEST(Bicgstab, ExactStartsAreBreakdowns)
 {
     using T = TypeParam;

@@ -239,16 +239,14 @@ TYPED_TEST(CsrStorageTest, MisuseSpoils)
     late.AddEquation(equation);
     EXPECT_TRUE(late.IsSpoiled());
 
-    for (int base : {-7, 2, INT_MAX, INT_MIN}) {
-        CCSRSstorage<T> storage;
-        storage.setIndexBase(base);
-        EXPECT_EQ(storage.getIndexBase(), base);
-        for (int vertex : {1, 2, 3}) {
-            storage.DefineFreeVertex(vertex);
-        }
-        storage.AddEquation(equation);
-        EXPECT_TRUE(storage.IsSpoiled());
+    CCSRSstorage<T> oddBase;
+    oddBase.setIndexBase(2);
+    for (int vertex : {1, 2, 3}) {
+        oddBase.DefineFreeVertex(vertex);
     }
+    EXPECT_FALSE(oddBase.IsSpoiled());
+    oddBase.AddEquation(equation);
+    EXPECT_TRUE(oddBase.IsSpoiled());
 
     T const value = 1;
     int const column = 0;

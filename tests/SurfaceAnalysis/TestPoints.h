@@ -4,7 +4,7 @@
 #include <QZmath/Foundation/Point3D.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
-#include <apps/sampling/Random.h>
+#include <support/Frames.h>
 
 #include <cfloat>
 #include <cmath>
@@ -12,11 +12,6 @@
 /// Inputs for functions on raw coordinates.
 namespace qz_test
 {
-
-inline REmath::Point3D_d randomPoint(qz_sampling::Random & random, double range = 1)
-{
-    return {random.uniform(-range, range), random.uniform(-range, range), random.uniform(-range, range)};
-}
 
 /// A point of a lattice so small that coincident, collinear and coplanar points are common.
 inline REmath::Point3D_d latticePoint(qz_sampling::Random & random, double scale = 1)

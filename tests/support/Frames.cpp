@@ -40,9 +40,16 @@ Frame randomFrame(qz_sampling::Random & random, double range)
     frame.axes[0] = {1 - scale * (y * y + z * z), scale * (x * y + w * z), scale * (x * z - w * y)};
     frame.axes[1] = {scale * (x * y - w * z), 1 - scale * (x * x + z * z), scale * (y * z + w * x)};
     frame.axes[2] = {scale * (x * z + w * y), scale * (y * z - w * x), 1 - scale * (x * x + y * y)};
-    for (double * const coord : {&frame.origin.x(), &frame.origin.y(), &frame.origin.z()})
-        *coord = random.uniform(-range, range);
+    frame.origin = randomPoint(random, range);
     return frame;
+}
+
+Point3D_d randomPoint(qz_sampling::Random & random, double range)
+{
+    Point3D_d point;
+    for (double * const coord : {&point.x(), &point.y(), &point.z()})
+        *coord = random.uniform(-range, range);
+    return point;
 }
 
 } // namespace qz_test

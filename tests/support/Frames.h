@@ -26,4 +26,7 @@ struct Frame
 /// Frame with uniformly distributed axes and an origin uniform in a cube of half side `range` around zero.
 Frame randomFrame(qz_sampling::Random & random, double range);
 
+/// Point uniform in a cube of half side `range` around zero.
+REmath::Point3D_d randomPoint(qz_sampling::Random & random, double range = 1);
+
 } // namespace qz_test
