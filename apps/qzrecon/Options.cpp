@@ -45,6 +45,8 @@ void check(Options const & options)
         throw UsageError("the value of --subdivision is out of range: 0.01 to 100");
     if (!std::isfinite(params.getKernelScaleFactor()) || params.getKernelScaleFactor() > 100.0f)
         throw UsageError("the value of --kernel-scale is out of range: at most 100");
+    if (!(params.getSolverTolerance() >= 1e-6 && params.getSolverTolerance() <= 0.1))
+        throw UsageError("the value of --tolerance is out of range: 1e-6 to 0.1");
     if (options.normalNeighbours != 0 && (options.normalNeighbours < 3 || options.normalNeighbours > 1000))
         throw UsageError("the value of --estimate-normals is out of range: 3 to 1000, or 0 for none");
     if (options.viewpoint && options.normalNeighbours == 0)
@@ -68,6 +70,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
     VolTr::CVolTriangulationParams & params = options.params;
     params.setOctreeDepth(st_defaultDepth);
     params.setPhaseNameShown(true);
+    params.setAccelerated(true);
     double memoryLimitGb = 0.0;
     std::vector<float> viewpoint;
 
@@ -106,8 +109,13 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
                    "Depths above the deepest one on which the density is estimated");
     app.add_option("--levels", params.detalizationLevel(),
                    "Depths above the deepest one that carry basis functions; -1 for all");
+    app.add_flag("--accelerated,!--exact", params.accelerated(),
+                 "Solve without a matrix (default), or solve the stored system: the same surface to a small\n"
+                 "fraction of a cell, in far more time and memory");
+    app.add_option("--tolerance", params.solverTolerance(),
+                   "Relative residual at which the accelerated solver stops");
     app.add_option("--solver", params.prefferedSolver(),
-                   "Linear solver: auto, direct, iterative, decomposing, or its number")
+                   "Linear solver: auto, direct, iterative, decomposing, or its number; all but auto are exact")
         ->transform(CLI::CheckedTransformer(
             std::map<std::string, int>{{"auto", 0}, {"direct", 1}, {"iterative", 3}, {"decomposing", 4}}));
     app.add_flag("--phase-names,!--no-phase-names", params.phaseNameShown(),

@@ -100,6 +100,8 @@ TEST(Options, defaultsAreThoseOfTheLibraryAndEveryFieldCanBeSet)
     EXPECT_EQ(plain.params.getDensityEstimationDepthDelta(), library.getDensityEstimationDepthDelta());
     EXPECT_EQ(plain.params.getDetalizationLevel(), library.getDetalizationLevel());
     EXPECT_EQ(plain.params.getPrefferedSolver(), library.getPrefferedSolver());
+    EXPECT_EQ(plain.params.getSolverTolerance(), library.getSolverTolerance());
+    EXPECT_TRUE(plain.params.getAccelerated());
 
     Options const set = parse({"-o",
                                "out.ply",
@@ -118,6 +120,9 @@ TEST(Options, defaultsAreThoseOfTheLibraryAndEveryFieldCanBeSet)
                                "3",
                                "--levels",
                                "4",
+                               "--exact",
+                               "--tolerance",
+                               "0.01",
                                "--solver",
                                "iterative",
                                "--threads",
@@ -139,6 +144,8 @@ TEST(Options, defaultsAreThoseOfTheLibraryAndEveryFieldCanBeSet)
     EXPECT_EQ(set.params.getDensityEstimationDepthDelta(), 3);
     EXPECT_EQ(set.params.getDetalizationLevel(), 4);
     EXPECT_EQ(set.params.getPrefferedSolver(), 3);
+    EXPECT_FALSE(set.params.getAccelerated());
+    EXPECT_EQ(set.params.getSolverTolerance(), 0.01);
     EXPECT_FALSE(set.params.getPhaseNameShown());
     EXPECT_EQ(set.threads, 2);
     EXPECT_EQ(set.logFile, "l.txt");
@@ -163,6 +170,7 @@ TEST(Options, senselessOnesAreRefused)
         {"in.ply", "-o", "out.ply", "--subdivision", "0"},
         {"in.ply", "-o", "out.ply", "--subdivision", "nan"},
         {"in.ply", "-o", "out.ply", "--kernel-scale", "inf"},
+        {"in.ply", "-o", "out.ply", "--tolerance", "0"},
         {"in.ply", "-o", "out.ply", "--threads", "-1"},
         {"in.ply", "-o", "out.ply", "--max-memory", "nan"},
         {"in.ply", "-o", "out.ply", "--unknown"},
