@@ -26,7 +26,7 @@ struct SampleDensity
 };
 
 /// Counts the samples around each node of a depth with trilinear weights, and spreads the counts back to the
-/// samples with the node's basis function.
+/// samples with the node's basis function; the kernel is a single product. Linear in the samples.
 SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
                                     Basis const & basis, int estimationDepth, CProgressCounter * progress,
                                     VsUt::IDebugLog * log);
