@@ -28,6 +28,13 @@ using REmath::Detail::widen;
 namespace
 {
 
+/// In the first tenth of the progress.
+CPointTree growTree(int n, Point3D const * points, CProgressCounter * progress)
+{
+    CPrgCntSubPhase const growing(progress, 0.0, 0.1, 0, true);
+    return CPointTree(n, points, progress);
+}
+
 /// The radius in units of the tree; nothing for settings that make no sense.
 std::optional<double> radiusInTree(CNeighbourhoodPrms const & prms, CPointTree const & tree)
 {
@@ -93,14 +100,58 @@ int forAllNeighbourhoods(CPointTree const & tree, int count, double radius, CPro
     return made;
 }
 
+/// Unit eigenvector of a scatter matrix for its smallest eigenvalue where that one is well apart from the
+/// others, with an error of about 1e-11; false elsewhere. In a quarter of the time of the iteration for all
+/// three.
+bool separateNormal(double const * const * m, double * normal)
+{
+    double const trace = m[0][0] + m[1][1] + m[2][2];
+    double const unit = 1 / trace;
+    double const a = m[0][0] * unit, b = m[1][1] * unit, c = m[2][2] * unit;
+    double const d = m[0][1] * unit, e = m[0][2] * unit, f = m[1][2] * unit;
+    // Newton's method on -det(M - x I) = x³ - x² + second x - third rises to the least root from below.
+    double const second = a * b + a * c + b * c - d * d - e * e - f * f;
+    double const third = a * (b * c - f * f) - d * (d * c - e * f) + e * (d * f - b * e);
+    double x = 0;
+    for (int step = 0; step < 20; ++step) {
+        double const value = ((x - 1) * x + second) * x - third, slope = (3 * x - 2) * x + second;
+        double const next = x - value / slope;
+        if (!(next > x + 1e-15))
+            break;
+        x = next;
+    }
+    // The columns of the adjugate of M - x I are multiples of the eigenvector.
+    double const p = a - x, q = b - x, r = c - x;
+    double const columns[3][3] = {{q * r - f * f, e * f - d * r, d * f - e * q},
+                                  {e * f - d * r, p * r - e * e, d * e - p * f},
+                                  {d * f - e * q, d * e - p * f, p * q - d * d}};
+    int longest = 0;
+    for (int i = 1; i < 3; ++i) {
+        if (columns[i][i] > columns[longest][longest])
+            longest = i;
+    }
+    Point3D_d const vector(columns[longest]);
+    double const length = vector.length();
+    // The trace of the adjugate is the product of the distances to the two other eigenvalues.
+    if (!(length > 1e-3))
+        return false;
+    (vector / length).toArray(normal);
+    return true;
+}
+
 bool estimateNormal(Gathered const & gathered, Point3D & normal)
 {
     if (gathered.size() < 3)
         return false;
-    double memory[3][3];
+    double memory[3][3], vector[3];
     double * rows[3] = {memory[0], memory[1], memory[2]};
+    REmath::Detail::sumScatter(gathered.size(), gathered.data(), rows);
+    if (separateNormal(rows, vector)) {
+        normal = Point3D(vector);
+        return true;
+    }
     REmath::Detail::ScatterEigen eigen;
-    if (!REmath::Detail::decomposeScatterOf(gathered.size(), gathered.data(), rows, eigen))
+    if (!REmath::Detail::decomposeScatter(rows, eigen) || eigen.smallest < 0)
         return false;
     // Without a second direction there is no plane. Rounded coordinates on a line leave some 1e-14.
     double const * const values = eigen.values;
@@ -176,7 +227,7 @@ int EstimateNormals(int n, Point3D const * points, CEstimateNormalsPrms const & 
                     CProgressCounter * progress)
 {
     std::fill_n(normals, std::max(n, 0), Point3D());
-    CPointTree const tree(n, points);
+    CPointTree const tree = growTree(n, points, progress);
     std::optional<double> const radius = radiusInTree(prms.neighbourhood, tree);
     if (!radius)
         return 0;
@@ -210,17 +261,20 @@ void OrientNormalsTowards(int n, Point3D const * points, Point3D const & viewpoi
 void OrientNormalsBySpanningTree(int n, Point3D const * points, Point3D * normals,
                                  CProgressCounter * progress)
 {
-    REmath::Detail::orientBySpanningTree(CPointTree(n, points), normals, progress);
+    CPointTree const tree = growTree(n, points, progress);
+    CPrgCntSubPhase const orienting(progress, 0.1, 0.9, 0, true);
+    REmath::Detail::orientBySpanningTree(tree, normals, progress);
 }
 
 int EstimateCurvatures(int n, Point3D const * points, CNeighbourhoodPrms const & prms,
                        Point3D const * normals, CPointCurvatures * curvatures, CProgressCounter * progress)
 {
     std::fill_n(curvatures, std::max(n, 0), CPointCurvatures());
-    CPointTree const tree(n, points);
+    CPointTree const tree = growTree(n, points, progress);
     std::optional<double> const radius = radiusInTree(prms, tree);
     if (!radius)
         return 0;
+    CPrgCntSubPhase const estimating(progress, 0.1, 0.9, 0, true);
     auto const unit = static_cast<float>(tree.unit());
     return forAllNeighbourhoods(tree, prms.count, *radius, progress,
                                 [&](std::uint32_t index, Gathered const & gathered) {

@@ -72,7 +72,7 @@ QZMATH_API void OrientNormalsTowards(int n, REmath::Point3D const * points, REma
 /// is some side.
 ///
 /// Input normals need not be unit vectors, only their signs change; zero ones are left out. Two surfaces that
-/// are closer to each other than the points on them cannot be told apart. About 150 bytes per point, on top
+/// are closer to each other than the points on them cannot be told apart. About 170 bytes per point, on top
 /// of the 44.
 QZMATH_API void OrientNormalsBySpanningTree(int n, REmath::Point3D const * points, REmath::Point3D * normals,
                                             CProgressCounter * progress = nullptr);
@@ -106,7 +106,7 @@ struct CPointCurvatures
 /// edges and in noise, a sphere can be what is left: `sphere` is no warranty that there is one.
 ///
 /// The return value is the number of points that have not failed. The cost is that of `GetNormal2`, about
-/// fifty times that of a normal.
+/// twenty times that of a normal.
 QZMATH_API int EstimateCurvatures(int n, REmath::Point3D const * points, CNeighbourhoodPrms const & prms,
                                   REmath::Point3D const * normals, CPointCurvatures * curvatures,
                                   CProgressCounter * progress = nullptr);

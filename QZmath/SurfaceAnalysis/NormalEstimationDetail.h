@@ -35,12 +35,9 @@ inline bool decomposeScatter(double ** matrix, ScatterEigen & eigen)
     return true;
 }
 
-/// Decomposes the scatter matrix, not divided by `n`, of the points about their mean. False for no points,
-/// on NaN and when no eigenvalue is below 1e30.
-inline bool decomposeScatterOf(int n, Point3D const * points, double ** matrix, ScatterEigen & eigen)
+/// Scatter matrix, not divided by `n`, of one or more points about their mean.
+inline void sumScatter(int n, Point3D const * points, double ** matrix)
 {
-    if (n < 1)
-        return false;
     double cx = 0, cy = 0, cz = 0;
     for (int i = 0; i < n; ++i) {
         cx += static_cast<double>(points[i].x());
@@ -67,6 +64,15 @@ inline bool decomposeScatterOf(int n, Point3D const * points, double ** matrix, 
         for (int col = 0; col < 3; ++col)
             matrix[row][col] = scatter[row][col];
     }
+}
+
+/// Decomposes the scatter matrix of the points. False for no points, on NaN and when no eigenvalue is below
+/// 1e30.
+inline bool decomposeScatterOf(int n, Point3D const * points, double ** matrix, ScatterEigen & eigen)
+{
+    if (n < 1)
+        return false;
+    sumScatter(n, points, matrix);
     return decomposeScatter(matrix, eigen) && eigen.smallest >= 0;
 }
 

@@ -3,10 +3,13 @@
 
 #include <QZmath/SurfaceAnalysis/ParallelChunksDetail.h>
 
+#include <QZsys/Progress.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <numeric>
 
 namespace REmath::Detail
 {
@@ -14,10 +17,10 @@ namespace REmath::Detail
 namespace
 {
 
-constexpr std::int64_t largestLeaf = 10;
+constexpr std::int64_t largestLeaf = 14;
 
 /// How much farther than the last leaf's neighbours the candidates of the next are looked for, squared.
-constexpr float reachMargin = 1.25F;
+constexpr float reachMargin = 1.3F;
 
 bool isFinite(Point3D const & point)
 {
@@ -110,7 +113,7 @@ float squaredDistanceOf(std::uint64_t key)
 
 } // namespace
 
-CPointTree::CPointTree(int n, Point3D const * points) : m_unit(unitOf(n, points))
+CPointTree::CPointTree(int n, Point3D const * points, CProgressCounter * progress) : m_unit(unitOf(n, points))
 {
     std::vector<Record> records;
     records.reserve(static_cast<std::size_t>(std::max(n, 0)));
@@ -129,17 +132,20 @@ CPointTree::CPointTree(int n, Point3D const * points) : m_unit(unitOf(n, points)
         coords.resize(records.size());
     m_nodes.resize(2 * static_cast<std::size_t>(m_leafCount));
     if (!records.empty())
-        splitOnAllThreads(records);
+        splitOnAllThreads(records, progress);
 }
 
-void CPointTree::splitOnAllThreads(std::vector<Record> & records)
+void CPointTree::splitOnAllThreads(std::vector<Record> & records, CProgressCounter * progress)
 {
     // The upper levels one by one, and below them whole subtrees.
     constexpr int subtrees = 16;
+    double position = 0;
     for (int nodes = 1; nodes <= m_leafCount; nodes *= 2) {
         int const leaves = m_leafCount / nodes;
         bool const isLast = nodes == subtrees || nodes == m_leafCount;
-        forChunks(nodes, records.size() < 10000 ? 1 : threadsForChunks(nodes), nullptr, [&](int, int chunk) {
+        CPrgCntSubPhase const level(progress, position, isLast ? 1 - position : 0.06, 0, true);
+        position += 0.06;
+        forChunks(nodes, records.size() < 10000 ? 1 : threadsForChunks(nodes), progress, [&](int, int chunk) {
             if (isLast)
                 splitBelow(records, nodes + chunk, leaves);
             else
@@ -223,7 +229,8 @@ bool CNeighbourFinder::gather(int leaf, float squaredReach, std::size_t most)
 {
     CPointTree::Node const box = m_tree.leafNode(leaf);
     int const leaves = m_tree.leafCount();
-    m_candidates.clear();
+    m_ranges.clear();
+    std::size_t size = 0;
     // One node of each level can wait, and the two that were put last.
     int waiting[40] = {1};
     int count = 1;
@@ -236,24 +243,31 @@ bool CNeighbourFinder::gather(int leaf, float squaredReach, std::size_t most)
             waiting[count++] = 2 * node;
             continue;
         }
-        int const end = m_tree.leafBegin(node - leaves + 1);
-        for (int position = m_tree.leafBegin(node - leaves); position < end; ++position)
-            m_candidates.push_back(position);
-        if (m_candidates.size() > most)
+        int const begin = m_tree.leafBegin(node - leaves), end = m_tree.leafBegin(node - leaves + 1);
+        if (!m_ranges.empty() && m_ranges.back().end == begin)
+            m_ranges.back().end = end;
+        else
+            m_ranges.push_back({begin, end});
+        size += static_cast<std::size_t>(end - begin);
+        if (size > most)
             return false;
     }
-    std::size_t const size = m_candidates.size();
-    if (size > m_squaredDistances.size()) {
+    m_candidateCount = static_cast<int>(size);
+    if (size > m_candidates.size()) {
+        m_candidates.resize(2 * size);
         m_squaredDistances.resize(2 * size);
         m_result.resize(2 * size + 1);
         for (std::vector<float> & coords : m_candidateCoords)
             coords.resize(2 * size);
     }
-    for (int axis = 0; axis < 3; ++axis) {
-        float const * const source = m_tree.coords(axis);
-        float * const target = m_candidateCoords[axis].data();
-        for (std::size_t i = 0; i < size; ++i)
-            target[i] = source[m_candidates[i]];
+    std::size_t at = 0;
+    for (Range const & range : m_ranges) {
+        std::iota(m_candidates.data() + at, m_candidates.data() + at + (range.end - range.begin),
+                  range.begin);
+        for (int axis = 0; axis < 3; ++axis)
+            std::copy(m_tree.coords(axis) + range.begin, m_tree.coords(axis) + range.end,
+                      m_candidateCoords[axis].data() + at);
+        at += static_cast<std::size_t>(range.end - range.begin);
     }
     return true;
 }
@@ -265,7 +279,7 @@ CNeighbourFinder::Neighbours CNeighbourFinder::find(int position)
         float const *x = m_candidateCoords[0].data(), *y = m_candidateCoords[1].data(),
                     *z = m_candidateCoords[2].data();
         float * const squared = m_squaredDistances.data();
-        for (std::size_t i = 0, size = m_candidates.size(); i < size; ++i)
+        for (int i = 0, size = m_candidateCount; i < size; ++i)
             squared[i] = squaredDistance(x[i], y[i], z[i], point);
         std::size_t const within = countWithin(m_squaredReach);
         // Nobody is missing within the reach.
@@ -279,7 +293,7 @@ std::size_t CNeighbourFinder::countWithin(float limit) const
 {
     int count = 0;
     float const * const squared = m_squaredDistances.data();
-    for (int i = 0, size = static_cast<int>(m_candidates.size()); i < size; ++i)
+    for (int i = 0, size = m_candidateCount; i < size; ++i)
         count += squared[i] <= limit;
     return static_cast<std::size_t>(count);
 }
@@ -305,7 +319,7 @@ CNeighbourFinder::Neighbours CNeighbourFinder::selectCandidates(std::size_t with
         (count < m_count ? countLow : countHigh) = static_cast<float>(count);
     }
     m_found.clear();
-    for (std::size_t i = 0; i < m_candidates.size(); ++i) {
+    for (std::size_t i = 0; i < static_cast<std::size_t>(m_candidateCount); ++i) {
         if (m_squaredDistances[i] <= high)
             m_found.push_back(makeFound(m_squaredDistances[i], m_candidates[i]));
     }
@@ -319,10 +333,12 @@ CNeighbourFinder::Neighbours CNeighbourFinder::candidatesWithin(float limit)
 {
     m_largestFound = std::max(m_largestFound, limit);
     std::int32_t * const result = m_result.data();
+    std::int32_t const * const candidates = m_candidates.data();
+    float const * const squared = m_squaredDistances.data();
     int count = 0;
-    for (std::size_t i = 0, size = m_candidates.size(); i < size; ++i) {
-        result[count] = m_candidates[i];
-        count += m_squaredDistances[i] <= limit;
+    for (int i = 0, size = m_candidateCount; i < size; ++i) {
+        result[count] = candidates[i];
+        count += squared[i] <= limit;
     }
     return {result, count};
 }

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <vector>
 
+class CProgressCounter;
+
 namespace REmath::Detail
 {
 
@@ -30,7 +32,7 @@ public:
         std::uint32_t leastIndex; ///< of the cloud, among the points of the node
     };
 
-    CPointTree(int n, Point3D const * points);
+    CPointTree(int n, Point3D const * points, CProgressCounter * progress);
 
     int size() const { return static_cast<int>(m_indices.size()); }
     int leafCount() const { return m_leafCount; }
@@ -61,7 +63,7 @@ private:
         std::uint32_t index;
     };
 
-    void splitOnAllThreads(std::vector<Record> & records);
+    void splitOnAllThreads(std::vector<Record> & records, CProgressCounter * progress);
     void splitBelow(std::vector<Record> & records, int node, int leaves);
     void splitNode(std::vector<Record> & records, int node, int leaves);
     void storeLeaf(std::vector<Record> & records, int leaf);
@@ -109,6 +111,11 @@ private:
         bool operator<(Found const & other) const { return key < other.key; }
     };
 
+    struct Range
+    {
+        int begin, end;
+    };
+
     bool gather(int leaf, float squaredReach, std::size_t most);
     std::size_t countWithin(float limit) const;
     Neighbours selectCandidates(std::size_t within);
@@ -126,6 +133,8 @@ private:
     float m_largestFound = 0; ///< squared distance, in the open leaf
     bool m_hasCandidates = false;
 
+    std::vector<Range> m_ranges; ///< of positions
+    int m_candidateCount = 0;    ///< in the buffers that follow
     std::vector<float> m_candidateCoords[3];
     std::vector<std::int32_t> m_candidates;
     std::vector<float> m_squaredDistances;

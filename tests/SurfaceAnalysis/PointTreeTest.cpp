@@ -45,7 +45,7 @@ std::vector<int> neighboursByBruteForce(std::vector<Point3D> const & points, std
 /// Compares the neighbours of every `stride`-th point.
 void expectBruteForce(std::vector<Point3D> const & points, int count, double radius, std::size_t stride)
 {
-    CPointTree const tree(static_cast<int>(points.size()), points.data());
+    CPointTree const tree(static_cast<int>(points.size()), points.data(), nullptr);
     CNeighbourFinder finder(tree, count, radius * tree.unit());
     for (int leaf = 0; leaf < tree.leafCount(); ++leaf) {
         finder.openLeaf(leaf);
