@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Quadratic programs with bounds on all variables and twice as many rows as variables, for H definite, of half
-// rank, and 0.
+// Quadratic programs with bounds on all variables and twice as many rows as variables, for H definite, of
+// half rank, and 0.
 
 #include <QZmath/Fitting/QuadraticProgram.h>
 

@@ -64,36 +64,6 @@ TEST(PointArrangement, LeavesListsInOrderAndRefusesTheOppositeSense)
     }
 }
 
-TEST(PointArrangement, RepairsNeighboursInTheWrongOrder)
-{
-    std::mt19937 random(82);
-    for (int trial = 0; trial < 300; ++trial) {
-        SCOPED_TRACE(trial);
-        int const count = 8 + trial % 20;
-        std::vector<float> const good = inOrder(random, count);
-        auto const wrong = static_cast<std::size_t>(trial % (count - 1));
-        std::vector<float> values = good;
-        // Neighbours across the zero of the circle are left out: counting from one to the other wraps there.
-        if (good[wrong] > good[wrong + 1])
-            continue;
-        std::swap(values[wrong], values[wrong + 1]);
-        std::vector<float> const damaged = values;
-        if (!ArrangePointsOnCircle(values, 1, 100)) {
-            EXPECT_EQ(values, damaged);
-            // Only the wrap can be in the way.
-            auto const n = static_cast<std::size_t>(count);
-            EXPECT_TRUE(good[(wrong + n - 1) % n] > good[wrong] || good[wrong + 1] > good[(wrong + 2) % n]);
-            continue;
-        }
-        EXPECT_TRUE(isInSense(values, 1));
-        for (std::size_t i = 0; i < values.size(); ++i) {
-            if (i != wrong && i != wrong + 1) {
-                EXPECT_EQ(values[i], good[i]);
-            }
-        }
-    }
-}
-
 TEST(PointArrangement, IsRightAboutAnyList)
 {
     std::mt19937 random(83);
