@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr int maxRefinements = 6;
+constexpr int maxContradictions = 3;
 constexpr int maxProximalIterations = 300;
 /// How exactly a ray has to keep to the constraints, and its curvature relative to that of the lift.
 constexpr double rayTolerance = 1e-9;
@@ -293,7 +294,7 @@ CDualActiveSet::Result CDualActiveSet::settle(int maxIterations)
     std::fill_n(m_direction, m_size, 0.0);
     std::fill_n(m_leastSpread, m_size, 0.0);
     double best = std::numeric_limits<double>::infinity();
-    int idle = 0;
+    int idle = 0, contradictions = 0;
     int const rounds = m_isLifted ? maxProximalIterations : maxRefinements;
     for (int round = 0; round < rounds; ++round) {
         for (Index id = 0; id < m_rows + 2 * m_size; ++id) {
@@ -312,13 +313,18 @@ CDualActiveSet::Result CDualActiveSet::settle(int maxIterations)
         idle = residual < 0.5 * best ? 0 : idle + 1;
         best = std::min(best, residual);
         // One refinement in any case, and no more once they are in vain.
-        if (residual <= m_tolerance && round > 0)
-            return arePassedOverMet() ? Result::Solved : Result::Infeasible;
         bool const isNearlySolved = residual <= m_looseTolerance;
-        if (m_isLifted && followRay(isNearlySolved ? rayTolerance : roundingUnits * m_epsilon))
+        bool const isSolved = residual <= m_tolerance && round > 0;
+        if (!isSolved && m_isLifted && followRay(isNearlySolved ? rayTolerance : roundingUnits * m_epsilon))
             return Result::Unbounded;
-        if (isNearlySolved && idle >= 3)
-            return arePassedOverMet() ? Result::Solved : Result::Infeasible;
+        if (!isSolved && !(isNearlySolved && idle >= 3))
+            continue;
+        // What was passed over may have become independent when the working set changed: the next rounds
+        // tell.
+        if (arePassedOverMet())
+            return Result::Solved;
+        if (++contradictions == maxContradictions)
+            return Result::Infeasible;
     }
     return Result::IterationLimit;
 }

@@ -48,8 +48,8 @@
 ///     bound; else 0. Of dependent constraints that are met with equality, only some are called active.
 /// \param nActive number of flags that are not 0
 /// \param iterations changes of the active set
-/// \param status 0 solved; 1 iteration limit; 2 infeasible; 3 unbounded; 4 H is not positive semidefinite; 5
-/// bad
+/// \param status 0 solved; 1 iteration limit, or no convergence; 2 infeasible; 3 unbounded; 4 H is not
+/// positive semidefinite; 5 bad
 ///     argument; 6 too little work space
 /// \param badIndex after 2, a constraint that contradicts others or itself: 1 to m for a row, m + 1 to m + n
 /// for
