@@ -93,8 +93,8 @@ struct Program
         double needed = 0;
         call(warm, &needed, lwork, &neededIntegers, liwork);
         EXPECT_EQ(status, Solved);
-        work.assign(static_cast<std::size_t>(needed), std::numeric_limits<double>::quiet_NaN());
-        iwork.assign(neededIntegers, -77);
+        work = Numbers(static_cast<int>(needed), std::numeric_limits<double>::quiet_NaN());
+        iwork = Array<int>(neededIntegers, -77);
         lwork = static_cast<int>(needed);
         liwork = neededIntegers;
         status = badIndex = -77;
