@@ -199,7 +199,7 @@ TEST(CloudNormals, BitsDependOnNeitherThreadsNorPowersOfTwo)
     for (std::size_t i = 1; i < normals.size(); ++i)
         EXPECT_TRUE(sameBits(normals[i], normals[0])) << i;
     for (std::size_t k = 0; k < 4000; ++k) {
-        for (std::size_t i : {1, 2}) {
+        for (std::size_t i : {1U, 2U}) {
             EXPECT_EQ(curvatures[i][k].minCurvature, curvatures[0][k].minCurvature);
             EXPECT_EQ(curvatures[i][k].maxDirection, curvatures[0][k].maxDirection);
         }
@@ -240,7 +240,7 @@ TEST(CloudNormals, HostileCloudsFailPointByPoint)
         std::vector<Point3D> few = {{0, 0, 0},   {1, 0, 0}, {0, 1, 0},
                                     {nan, 0, 0}, {1, 1, 0}, {0, -huge * 2, 0}};
         std::vector<Point3D> const normals = estimate(few, orientation);
-        for (std::size_t i : {0, 1, 2, 4})
+        for (std::size_t i : {0U, 1U, 2U, 4U})
             EXPECT_EQ(std::abs(normals[i].z()), 1);
         EXPECT_EQ(normals[3], Point3D());
         EXPECT_EQ(normals[5], Point3D());
