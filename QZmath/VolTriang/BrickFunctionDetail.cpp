@@ -110,9 +110,9 @@ struct BrickFunction::GridScratch::Box
 BrickFunction::GridScratch::GridScratch() = default;
 BrickFunction::GridScratch::~GridScratch() = default;
 
-bool BrickFunction::isUsableKernel(CSingleVarLimitedPolynom const & kernel)
+bool BrickFunction::canServe(int depth, CSingleVarLimitedPolynom const & kernel)
 {
-    return EvenSpline(kernel).isGood;
+    return depth <= greatestDepth && EvenSpline(kernel).isGood;
 }
 
 BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octree,
@@ -120,7 +120,7 @@ BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octre
 {
     EvenSpline const spline(kernel);
     int const deepest = lattice.endDepth() - 1;
-    if (!spline.isGood || deepest > greatestDepth || amplitudes.size() != lattice.nodes().size())
+    if (!spline.isGood || deepest > greatestDepth || amplitudes.size() < lattice.nodes().size())
         throw CVescaTextException("Function in bricks: kernel, depth or amplitudes do not fit");
     int const finer = lattice.isCentred() ? 0 : 1;
     m_step = octree.getCellSize(deepest + finer);

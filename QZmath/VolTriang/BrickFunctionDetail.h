@@ -85,14 +85,14 @@ public:
     /// \param lattice    bricks of `octree`; neither is needed afterwards
     /// \param kernel     k: three pieces of power 2 or less, even, continuous with its derivative, 0 beyond
     /// 1.5
-    /// \param amplitudes in compact form, over all depths
+    /// \param amplitudes in compact form, over all depths; entries after those are ignored
     /// \throws std::exception when the kernel or the number of amplitudes is otherwise, or nodes are deeper
     ///         than `greatestDepth`
     BrickFunction(BrickLattice const & lattice, COctree const & octree,
                   CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes);
 
-    /// Can `kernel` serve as k?
-    static bool isUsableKernel(CSingleVarLimitedPolynom const & kernel);
+    /// Can a function have nodes as deep as `depth` and `kernel` as k?
+    static bool canServe(int depth, CSingleVarLimitedPolynom const & kernel);
 
     /// Value at a point in model coordinates.
     double eval(double const * point) const

@@ -2,12 +2,12 @@
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
 #include <QZmath/VolTriang/AcceleratedSolveDetail.h>
+#include <QZmath/VolTriang/BrickFunctionDetail.h>
 #include <QZmath/VolTriang/IsoSurfaceDetail.h>
 #include <QZmath/VolTriang/IsoValueDetail.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/LogLineDetail.h>
 #include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/OctreeFuncBasisImpl.h>
 #include <QZmath/VolTriang/SampleSplatDetail.h>
 #include <QZmath/VolTriang/VolumetricTriangulatorImpl.h>
 
@@ -15,6 +15,7 @@
 #include <QZsys/Progress.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 bool b_MEASURE_TRIANG_TIME_On = true;
@@ -75,21 +76,31 @@ void CVolumetricTriangulatorImpl::run()
         splatNormals(*m_samples, *m_octree, m_density.get(), field, m_progress);
     }
 
-    std::unique_ptr<Combination> const function =
+    Solution const solution =
         isAcceleratedRun ? solveByBricks(gradBasis, field, phases) : solveByMatrix(gradBasis, field, phases);
+    std::vector<float> const * const weights = m_density != nullptr ? &m_density->weights : nullptr;
+    int const threads = CVescaThreadingTasksHelper::getNumOfPhisicalThread();
 
     double isoValue = 0.0;
     {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "iso-value");
         logText(m_log, "Start calculating iso-value...");
-        isoValue = calcMeanIsoValue(*function, *m_samples, *m_octree,
-                                    m_density != nullptr ? &m_density->weights : nullptr, m_progress);
+        isoValue =
+            solution.inBricks != nullptr
+                ? calcMeanIsoValue(*solution.inBricks, *m_samples, *m_octree, weights, m_progress, threads)
+                : calcMeanIsoValue(*solution.function, *m_samples, *m_octree, weights, m_progress);
         logValues(m_log, "Surface iso-value", isoValue);
     }
     {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "iso-surface");
-        extractIsoSurface(*function, isoValue, m_params.getEstimateResultNormals() ? &gradBasis : nullptr,
-                          *m_samples, *m_octree, m_params, *m_target, m_progress, m_log);
+        bool const withNormals = m_params.getEstimateResultNormals();
+        if (solution.inBricks != nullptr) {
+            extractIsoSurface(*solution.inBricks, isoValue, withNormals, *m_samples, *m_octree, m_params,
+                              *m_target, m_progress, m_log, threads);
+        } else {
+            extractIsoSurface(*solution.function, isoValue, withNormals ? &gradBasis : nullptr, *m_samples,
+                              *m_octree, m_params, *m_target, m_progress, m_log);
+        }
     }
     logText(m_log, "Volumetric triangulation core completed");
 }
@@ -153,38 +164,40 @@ bool CVolumetricTriangulatorImpl::isAccelerated() const
     int const deepest = m_params.getOctreeDepth() - (m_params.getUseCenter() ? 1 : 0);
     int const level = m_params.getDetalizationLevel();
     int const depths = (level < 0 || level > deepest ? deepest : level) + 1;
-    if (BrickSystem::canServe(depths, kernelFactor(m_kernel)))
+    if (BrickSystem::canServe(depths, kernelFactor(m_kernel)) &&
+        BrickFunction::canServe(deepest, kernelFactor(m_kernel)))
         return true;
     logText(m_log, "Accelerated solver cannot serve this kernel or depth");
     return false;
 }
 
-std::unique_ptr<Combination> CVolumetricTriangulatorImpl::solveByMatrix(GradientBasis & gradBasis,
-                                                                        VectorField & field,
-                                                                        CMultiPhaseManager & phases)
+CVolumetricTriangulatorImpl::Solution CVolumetricTriangulatorImpl::solveByMatrix(GradientBasis & gradBasis,
+                                                                                 VectorField & field,
+                                                                                 CMultiPhaseManager & phases)
 {
     ReconstructionSolver system =
         chooseSolver(m_params.getPrefferedSolver(), m_octree->getNodesNumber(), m_log);
     assembleSystem(*m_basis, gradBasis, field, *m_octree, system, phases, m_progress, m_log);
     dropField(gradBasis, field);
     CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
-    return solveEquation(*m_basis, std::move(system), m_progress, m_log);
+    return {solveEquation(*m_basis, std::move(system), m_progress, m_log), nullptr};
 }
 
-std::unique_ptr<Combination> CVolumetricTriangulatorImpl::solveByBricks(GradientBasis & gradBasis,
-                                                                        VectorField & field,
-                                                                        CMultiPhaseManager & phases)
+CVolumetricTriangulatorImpl::Solution CVolumetricTriangulatorImpl::solveByBricks(GradientBasis & gradBasis,
+                                                                                 VectorField & field,
+                                                                                 CMultiPhaseManager & phases)
 {
     if (m_octree->getNodesNumber() == 0)
         return solveByMatrix(gradBasis, field, phases); // which refuses the empty system
     BrickLattice const lattice(*m_octree);
-    AcceleratedSolve solve(lattice, m_kernel, m_log);
+    std::optional<AcceleratedSolve> solve(std::in_place, lattice, m_kernel, m_log);
     {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "update right part");
-        solve.makeRightPart(field, m_progress);
+        solve->makeRightPart(field, m_progress);
     }
     CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
-    std::vector<float> const amplitudes = solve.amplitudes(m_params.getSolverTolerance(), m_progress);
+    std::vector<float> const amplitudes = solve->amplitudes(m_params.getSolverTolerance(), m_progress);
+    solve.reset(); // its memory serves the stages to come
     if (amplitudes.empty()) {
         CMultiPhaseManager inner(m_progress);
         registerAssemblyPhases(inner);
@@ -193,13 +206,7 @@ std::unique_ptr<Combination> CVolumetricTriangulatorImpl::solveByBricks(Gradient
         return solveByMatrix(gradBasis, field, inner);
     }
     dropField(gradBasis, field);
-    auto function = std::make_unique<Combination>(m_basis.get());
-    for (std::size_t index = 0; index < lattice.nodes().size(); ++index) {
-        int const node = lattice.nodes()[index];
-        std::size_t const depth = static_cast<std::size_t>(m_octree->getNodeDepth(node));
-        function->setBasisCoefficient(node, amplitudes[index] / m_basis->impl().normalizations[depth]);
-    }
-    return function;
+    return {nullptr, std::make_unique<BrickFunction>(lattice, *m_octree, kernelFactor(m_kernel), amplitudes)};
 }
 
 // They are as large as the unknown function itself; neither solve nor extraction needs them, normals apart.

@@ -13,6 +13,7 @@ class CProgressCounter;
 namespace VolTr
 {
 
+class BrickFunction;
 class COctree;
 class IInputSamples;
 class ITriangulationTarget;
@@ -30,6 +31,13 @@ public:
     void run();
 
 private:
+    // The function, in one of two forms.
+    struct Solution
+    {
+        std::unique_ptr<Combination> function;
+        std::unique_ptr<BrickFunction> inBricks;
+    };
+
     void logParameters() const;
     void scaleKernel();
     bool isAccelerated() const;
@@ -37,10 +45,10 @@ private:
     void registerAssemblyPhases(VsPCnt::CMultiPhaseManager & phases) const;
     void buildTree();
     void makeGradientBasis(GradientBasis & gradBasis, VectorField & field);
-    std::unique_ptr<Combination> solveByMatrix(GradientBasis & gradBasis, VectorField & field,
-                                               VsPCnt::CMultiPhaseManager & phases);
-    std::unique_ptr<Combination> solveByBricks(GradientBasis & gradBasis, VectorField & field,
-                                               VsPCnt::CMultiPhaseManager & phases);
+    Solution solveByMatrix(GradientBasis & gradBasis, VectorField & field,
+                           VsPCnt::CMultiPhaseManager & phases);
+    Solution solveByBricks(GradientBasis & gradBasis, VectorField & field,
+                           VsPCnt::CMultiPhaseManager & phases);
     void dropField(GradientBasis & gradBasis, VectorField & field) const;
 
     IInputSamples const * m_samples;
