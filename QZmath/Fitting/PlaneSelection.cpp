@@ -254,6 +254,8 @@ bool RecognizePlaneSelectionConstrained(std::vector<Point3D> const & points, Poi
     if (dot(u, u) < 0.5)
         REmath::DefinePointsLimitsBasis(refs, plane.normal.asArray(), u, v, limitSteps);
     cross(plane.normal, u).toArray(v);
+    if (!isFinite(u) || !isFinite(v))
+        return false;
 
     REmath::GetSelectionLinearLimits(refs, u, limitsU);
     REmath::GetSelectionLinearLimits(refs, v, limitsV);

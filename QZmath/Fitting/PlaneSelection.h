@@ -35,7 +35,8 @@ QZMATH_API bool RecognizePlaneSelectionFree(std::vector<REmath::Point3D> const &
 /// be that its opposite has the wanted angle.
 ///
 /// `fixedDir` is taken as it is: **its length must be 1**. Of another length it gives a normal of another
-/// length, and errors and limits in its unit. Arguments that a constraint does not name are not read.
+/// length, and errors and limits in its unit; a zero one, or a short one of which `BuildUCSbyVector` makes no
+/// frame, gives false. Arguments that a constraint does not name are not read.
 ///
 /// `maxError` and `meanError` are the greatest and the mean distance of the points from the plane. (`basisU`,
 /// `basisV`, `normal`) is right-handed and orthonormal; for `PlaneFitAngleToAxis` `basisU` is perpendicular
@@ -44,8 +45,8 @@ QZMATH_API bool RecognizePlaneSelectionFree(std::vector<REmath::Point3D> const &
 /// maximum of p·`basisU` and p·`basisV`, with the origin of the coordinates at 0, not `center`.
 ///
 /// False, with all outputs untouched, for no points, for fewer than 3 when free, for any other `constraint`,
-/// and whenever the plane or its errors are not finite: with NaN or infinity among the coordinates or
-/// arguments, or a zero `fixedDir`.
+/// and whenever the plane, its errors or its basis are not finite, as with NaN or infinity among the
+/// coordinates or arguments.
 QZMATH_API bool RecognizePlaneSelectionConstrained(
     std::vector<REmath::Point3D> const & points, REmath::Point3D const & viewDir, int constraint,
     double angle, bool useDistance, double distance, REmath::Point3D_d const & fixedPoint,

@@ -224,7 +224,8 @@ TEST_P(PlaneSelection, RefusesWhatGivesNoPlane)
             EXPECT_FALSE(found.run(points)) << bad;
         }
         if (GetParam() != PlaneFitFree && GetParam() != PlaneFitThroughPoint) {
-            for (Point3D_d const & direction : {Point3D_d(nan, 0, 0), Point3D_d(0, infinity, 0)}) {
+            for (Point3D_d const & direction :
+                 {Point3D_d(nan, 0, 0), Point3D_d(0, infinity, 0), Point3D_d(), Point3D_d(0.1, 0, 0)}) {
                 found.fixedDir = direction;
                 EXPECT_FALSE(found.run(good));
             }
