@@ -653,8 +653,9 @@ bool FitCircleByPointsWithDirs(std::vector<Point3D_d> const & points,
                placed.finish(circle, center, normal, radius);
     }
     Point3D_d const tangent = plane.turn(dirs[0]).unitLength();
-    if (!isFinite(fixed[0]) || !isFinite(tangent))
-        return false; // a direction across the plane has no projection
+    // A direction across the plane has no projection, and an overflow of its length leaves a zero vector.
+    if (!isFinite(fixed[0]) || !isFinite(tangent) || !(dot(tangent, tangent) > 0))
+        return false;
     return placed.solveRobustly({placed.samples, CircleTangentAtPoint, fixed, tangent}, center, normal,
                                 radius);
 }

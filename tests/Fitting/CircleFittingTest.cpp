@@ -207,6 +207,7 @@ TEST(CircleFitting, RefusesWhatDeterminesNoCircle)
     EXPECT_FALSE(through(c, round, Points(4, {1, 0, 0})));
     EXPECT_FALSE(tangent(c, round, pair, {{0, 1, 0}}));
     EXPECT_FALSE(tangent(c, round, {pair[0]}, {{0, 0, 1}})) << "across the plane";
+    EXPECT_FALSE(tangent(c, round, {{1, 0.1, 0}}, {{0, 1e200, 0}})) << "of infinite length";
     EXPECT_FALSE(tangent(c, round, pair, {{1, -1, 0}, {-3, 3, 0}})) << "along the chord";
 }
 
