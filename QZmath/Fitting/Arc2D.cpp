@@ -229,8 +229,6 @@ bool CArc2D::Make2ArcsFillet(CArc2D const * arcs, float const * point)
     if (a == 0 || !(discriminant >= 0))
         return false;
     double const radius = (std::sqrt(discriminant) - b) / a;
-    if (!(radius > 0))
-        return false;
     Vector2 const center = through + (c0 + radius * g);
 
     CArc2D result = *this;

@@ -11,8 +11,10 @@ class QZMATH_API CArc2D
 public:
     /// Makes this element the arc through `point` (x and y) that touches both of the elements `arcs[0]` and
     /// `arcs[1]`, starts on the first and ends on the second: a fillet or blend between the two. A segment
-    /// counts as its whole line here, and an arc as its whole circle. Of two solutions it is the one of the
-    /// larger radius, in which `point` lies between the centre and the corner. `m_straight` stays as it is.
+    /// counts as its whole line here, and an arc as its whole circle. In a corner, of two solutions it is the
+    /// one of the larger radius, in which `point` lies between the centre and the corner. Far off two circles
+    /// that are touched from outside it is the arc that encloses both, **with a negative radius**: the
+    /// distance of the centres is |R + r| there too. `m_straight` stays as it is.
     ///
     /// The side on which an element is touched is that of `point`, and the other element must confirm it with
     /// its reference, which is the centre of a circle, and of a segment the end farther from this element:
@@ -22,9 +24,8 @@ public:
     ///   side.
     ///
     /// False, with this element as it was, when the sides do not agree, when there is no such arc (also
-    /// where it would have to be straight or curved to the other side), for parallel lines, for circles
-    /// whose centres lie on one line with `point`, and when a number is not finite. `arcs` can be or contain
-    /// this element.
+    /// where it would have to be straight), for parallel lines, for circles whose centres lie on one line
+    /// with `point`, and when a number is not finite. `arcs` can be or contain this element.
     bool Make2ArcsFillet(CArc2D const * arcs, float const * point);
 
     /// Makes this element the one from the first of three points through the second to the third: an arc when
