@@ -39,6 +39,11 @@ void shiftCyclically(std::vector<T> & values, int stride, bool isForward)
     std::rotate(values.begin(), at(values, isForward ? moved : size - moved), values.end());
 }
 
+bool isFinite(Point3D_d const & p)
+{
+    return std::isfinite(p.x()) && std::isfinite(p.y()) && std::isfinite(p.z());
+}
+
 void putPoint(std::vector<double> & values, int begin, Point3D_d const & point)
 {
     point.toArray(values.data() + begin);
@@ -146,8 +151,10 @@ void CPolylineFitCurve::setBndCond(int boundary, Point3D_d const & point, Point3
     Point3D_d const dirInPlane = m_ucs->directionToPlane(dir);
     if (dirInPlane.length() > zeroTolerance) {
         Point3D_d const normal = perpendicularInPlane(dirInPlane.x(), dirInPlane.y());
-        condition[2] = normal.x();
-        condition[3] = normal.y();
+        // A short direction along the first axis has no such perpendicular.
+        bool const exists = isFinite(normal);
+        condition[2] = exists ? normal.x() : 0;
+        condition[3] = exists ? normal.y() : 0;
     }
 }
 
@@ -161,20 +168,19 @@ void CPolylineFitCurve::addSegment(std::vector<Points> const & segments, int k,
     m_segments.insert(at(m_segments, k), Points());
     m_curveTypes.insert(at(m_curveTypes, k), PolylineCurveNurbs);
     m_curveParams.insert(at(m_curveParams, 4 * k), 4, 0.0);
-    // The boundary goes in first, so that the approximations see the ends at their new places.
     int const next = closesRound ? 0 : k + 1;
-    m_bndCondTypes.insert(at(m_bndCondTypes, next), BndCondFree);
-    m_bndParams.insert(at(m_bndParams, 4 * next), 4, 0.0);
-    if (closesRound) { // the former boundary 0 now lies before the new segment
-        std::rotate(at(m_bndCondTypes, 1), at(m_bndCondTypes, 2), m_bndCondTypes.end());
-        std::rotate(at(m_bndParams, 4), at(m_bndParams, 8), m_bndParams.end());
-    }
     replacePoints(segments, k);
     replacePoints(segments, next);
     defineCurveTypes(k, k + 1);
     if (m_closed && k == 0) {
         replacePoints(segments, count);
         defineCurveTypes(count, count);
+    }
+    m_bndCondTypes.insert(at(m_bndCondTypes, next), BndCondFree);
+    m_bndParams.insert(at(m_bndParams, 4 * next), 4, 0.0);
+    if (closesRound) { // the former boundary 0 now lies before the new segment
+        std::rotate(at(m_bndCondTypes, 1), at(m_bndCondTypes, 2), m_bndCondTypes.end());
+        std::rotate(at(m_bndParams, 4), at(m_bndParams, 8), m_bndParams.end());
     }
     defineBndParamsBetweenSegments(k, next);
     if (m_closed && boundaryCount() == 2)
@@ -194,10 +200,10 @@ void CPolylineFitCurve::deleteSegment(int k, std::vector<double> & curveParams,
     m_segments.erase(at(m_segments, k));
     m_curveTypes.erase(at(m_curveTypes, k));
     m_curveParams.erase(at(m_curveParams, 4 * k), at(m_curveParams, 4 * k + 4));
-    m_bndCondTypes.erase(at(m_bndCondTypes, k));
-    m_bndParams.erase(at(m_bndParams, 4 * k), at(m_bndParams, 4 * k + 4));
     int const longer = k == 0 ? segmentCount() - 1 : k - 1;
     defineCurveTypes(longer, longer);
+    m_bndCondTypes.erase(at(m_bndCondTypes, k));
+    m_bndParams.erase(at(m_bndParams, 4 * k), at(m_bndParams, 4 * k + 4));
     prepare3DcrvParams(curveParams);
     prepare3DbndCond(bndParams);
 }
@@ -278,14 +284,16 @@ void CPolylineFitCurve::prepare3DcrvParams(std::vector<double> & curveParams)
         int const begin = 7 * segment;
         double & kind = curveParams[index(begin + 6)];
         switch (m_curveTypes[index(segment)]) {
-        case PolylineCurveLine:
-            if (!form.isFinite() || (form.b == 0 && form.c == 0))
+        case PolylineCurveLine: {
+            Point3D_d const direction = perpendicularInPlane(form.b, form.c);
+            if (!form.isFinite() || !isFinite(direction))
                 break;
             putPoint(curveParams, begin, m_ucs->toSpace(-form.b * form.d, -form.c * form.d));
-            putPoint(curveParams, begin + 3, m_ucs->directionToSpace(perpendicularInPlane(form.b, form.c)));
+            putPoint(curveParams, begin + 3, m_ucs->directionToSpace(direction));
             kind = -1;
             stored[3] = 0;
             break;
+        }
         case PolylineCurveArc: {
             double const radius = 0.5 / form.a;
             if (!form.isFinite() || !std::isfinite(radius))
@@ -310,8 +318,10 @@ void CPolylineFitCurve::prepare3DbndCond(std::vector<double> & bndParams) const
         if (type == BndCondFree)
             continue;
         putPoint(bndParams, 6 * boundary, m_ucs->toSpace(condition[0], condition[1]));
-        if (type == BndCondPointDir && std::hypot(condition[2], condition[3]) > zeroTolerance)
-            putPoint(bndParams, 6 * boundary + 3,
-                     m_ucs->directionToSpace(perpendicularInPlane(condition[2], condition[3])));
+        if (type == BndCondPointDir && std::hypot(condition[2], condition[3]) > zeroTolerance) {
+            Point3D_d const direction = perpendicularInPlane(condition[2], condition[3]);
+            if (isFinite(direction))
+                putPoint(bndParams, 6 * boundary + 3, m_ucs->directionToSpace(direction));
+        }
     }
 }

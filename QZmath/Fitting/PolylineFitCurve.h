@@ -110,11 +110,16 @@ public:
     /// and `k` is 0. They get types and their boundary a condition from first approximations; nothing is
     /// fitted. In a closed polyline `k` can be the number of segments: the new segment is the last one, and
     /// makes a pair with segment 0. With too few segments nothing happens.
+    ///
+    /// The types are found while the boundaries still have their old numbers: when the last segment of an
+    /// open polyline is cut, a condition of the last end holds both halves, and when the one before it is
+    /// cut, its second half. Free the end first where that is not wanted.
     void addSegment(std::vector<std::vector<REmath::Point3D_d>> const & segments, int k,
                     std::vector<double> & curveParams, std::vector<double> & bndParams);
 
-    /// Joins segment `k` to the one before it, which gets a new type; nothing is fitted. The first segment of
-    /// an open polyline, and the only one of a closed polyline, stay.
+    /// Joins segment `k` to the one before it, which gets a new type; nothing is fitted. A condition of the
+    /// last end of an open polyline does not hold the type of what is joined to it until the next fit. The
+    /// first segment of an open polyline, and the only one of a closed polyline, stay.
     void deleteSegment(int k, std::vector<double> & curveParams, std::vector<double> & bndParams);
 
     /// Takes the points of the two segments beside the boundary from `segments`, the whole segmentation,

@@ -509,6 +509,21 @@ TEST(PolylineFitCurve, ShowsEditsAtOnce)
             EXPECT_NEAR((fit.at(0) - centroid).length(), 1, 1e-6);
         }
     }
+    // A last end held beside the polyline counts for both halves of a cut, and not for what is joined to it.
+    {
+        Frame const frame = randomFrame(random, 30);
+        Segments pieces = drawChain({{20}, {20}, {20}}, {0.1, 0.001}, frame, random);
+        Fit fit(pieces, 0.05);
+        fit.chain.setBndCondType(3, BndCondPoint);
+        fit.chain.setBndCond(3, frame.toWorld({60, 5, 0}), {});
+        pieces.insert(pieces.begin() + 2, takeHead(pieces[2], 0.5));
+        fit.chain.addSegment(pieces, 2, fit.curves, fit.boundaries);
+        for (int k = 0; k < 4; ++k)
+            EXPECT_EQ(fit.chain.getCurveType(k) == PolylineCurveLine, k < 2);
+        fit.chain.deleteSegment(3, fit.curves, fit.boundaries);
+        EXPECT_TRUE(fit.isLine(2));
+        EXPECT_EQ(fit.chain.getBndCondType(3), BndCondPoint);
+    }
     // A circle that is one segment gets both its boundaries where it is cut.
     Frame const frame = randomFrame(random, 30);
     Segments circle = drawChain({{20 * std::acos(-1.0), 0.1}}, {0.1, 0}, frame, random);
