@@ -538,6 +538,36 @@ TEST(PolylineFitCurve, ShowsEditsAtOnce)
         EXPECT_LT((fit.at(boundary) - circle[index(boundary)].front()).length(), 0.11);
 }
 
+// Short steps along the axes of the plane have no perpendicular within it.
+TEST(PolylineFitCurve, GivesNumbersForStairs)
+{
+    Random random(10);
+    auto const pick = [&random](int count) { return static_cast<int>(random.uniform(0, count)); };
+    for (int round = 0; round < 200; ++round) {
+        double const step = round % 3 == 0 ? 1 : 0.125;
+        Segments segments;
+        Point3D_d place;
+        for (int k = 0; k < 4; ++k) {
+            segments.push_back({place});
+            for (int i = 0; i < 10; ++i) {
+                (pick(2) == 0 ? place.x() : place.y()) += pick(2) == 0 ? step : -step;
+                segments.back().push_back(place);
+            }
+        }
+        Fit fit(segments, 10);
+        for (int edit = 0; edit < 4; ++edit) {
+            for (int k = 0; k <= 4; ++k) {
+                fit.chain.setCurveType(k, pick(3));
+                fit.chain.setBndCondType(k, pick(3));
+                fit.chain.setBndCond(k, place, Point3D_d(pick(3) - 1, pick(3) - 1, 0) * step);
+            }
+            EXPECT_EQ(fit.refit(), 0);
+            expectFinite(fit.curves);
+            expectFinite(fit.boundaries);
+        }
+    }
+}
+
 TEST(PolylineFitCurve, SurvivesHostileInput)
 {
     double const nan = std::numeric_limits<double>::quiet_NaN(),
