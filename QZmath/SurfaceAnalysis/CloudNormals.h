@@ -50,7 +50,7 @@ struct CEstimateNormalsPrms
 /// NaN leave all points without.
 ///
 /// With k neighbours about O(n (log n + k)) operations; in a cloud whose density changes abruptly at every
-/// point O(n k log n). A radius without a count can reach all points from every point: O(n²). About 44 bytes
+/// point O(n k log n). A radius without a count can reach all points from every point: O(n²). About 40 bytes
 /// per point, and see the orientations.
 QZMATH_API int EstimateNormals(int n, REmath::Point3D const * points, CEstimateNormalsPrms const & prms,
                                REmath::Point3D * normals, CProgressCounter * progress = nullptr);
@@ -63,17 +63,16 @@ QZMATH_API void OrientNormalsTowards(int n, REmath::Point3D const * points, REma
 /// Makes the signs consistent by spreading them from point to point along a minimum spanning tree of the
 /// graph of near neighbours, where the weight of an edge is the angle between the two tangent planes (Hoppe,
 /// DeRose, Duchamp, McDonald, Stuetzle: Surface reconstruction from unorganized points, 1992). Angles are
-/// rounded to steps of 0.35 degrees. The graph has the 15 nearest points of each; parts that it leaves apart
-/// are linked by the 63 nearest, as the lines of a line scanner, and what is apart then is oriented by
-/// itself.
+/// rounded to steps of about a third of a degree. The graph has the 15 nearest points of each.
 ///
-/// The sign of a whole part is chosen outwards: its outermost points in 14 directions vote with the component
-/// of their normal along the direction. On a closed surface that is exact; on a sheet without an outside it
-/// is some side.
+/// The sign of each connected part is chosen outwards: its outermost points in 14 directions vote with the
+/// component of their normal along the direction, which on a closed surface is nearly 1 for all of them. A
+/// part whose vote is undecided, such as one line of a line scanner, is first linked to others by the 63
+/// nearest points. A sheet that has no outside gets some side.
 ///
 /// Input normals need not be unit vectors, only their signs change; zero ones are left out. Two surfaces that
-/// are closer to each other than the points on them cannot be told apart. About 170 bytes per point, on top
-/// of the 44.
+/// are closer to each other than the points on them cannot be told apart. O(n log n); about 190 bytes per
+/// point in all.
 QZMATH_API void OrientNormalsBySpanningTree(int n, REmath::Point3D const * points, REmath::Point3D * normals,
                                             CProgressCounter * progress = nullptr);
 

@@ -55,7 +55,7 @@ private:
 
 /// Normal of the plane of least squares. 1, or 0 on failure. `matrix` is three rows of three, which get the
 /// eigenvectors of the scatter matrix as columns. Points on a line or all in one place are a success with
-/// some perpendicular of the line or some direction.
+/// some perpendicular of the line or some direction; a scatter above 1e30 in all directions is a failure.
 QZMATH_API int GetNormal(int n, REmath::Point3D const * points, double ** matrix, double * normal);
 QZMATH_API int GetNormal(int n, REmath::Point3D const * points, double ** matrix, float * normal);
 

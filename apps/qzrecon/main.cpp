@@ -110,6 +110,13 @@ void checkMemory(qz_io::PointCloud const & cloud, Options const & options)
     std::uint64_t const nodes = countOctreeNodes(cloud, options.params);
     double const needed = estimateMemory(cloud.size(), nodes, options.params);
     double const limit = options.memoryLimit > 0.0 ? options.memoryLimit : availableMemory();
+    double const neededForNormals =
+        cloud.normals.empty() ? st_normalEstimationBytes * static_cast<double>(cloud.size()) : 0.0;
+    if (neededForNormals > limit)
+        throw qz_io::InputError("not enough memory: the normals of " + std::to_string(cloud.size()) +
+                                " points need about " + formatted("%.3f", neededForNormals / 1e9) +
+                                " GB, and " + formatted("%.3f", limit / 1e9) +
+                                " GB may be taken; choose another --max-memory");
     if (needed > limit)
         throw qz_io::InputError(
             "not enough memory: depth " + std::to_string(options.params.getOctreeDepth()) + " makes " +

@@ -270,6 +270,8 @@ TEST_F(Qzrecon, bareCloudsGetNormals)
     expectComplaint(2, {bare, "-o", mesh}, "no normals");
     expectComplaint(2, {bare, "-o", mesh, "--estimate-normals", "2"}, "3 to 1000");
     expectComplaint(2, {bare, "-o", mesh, "--viewpoint", "1", "2", "3"}, "--estimate-normals");
+    expectComplaint(2, {bare, "-o", mesh, "--estimate-normals", "9", "--max-memory", "0.001"},
+                    "normals of 8000");
     expectComplaint(
         2, {write("line.xyz", "1 1 1\n2 2 2\n3 3 3\n4 4 4\n"), "-o", mesh, "--estimate-normals", "9"},
         "no normals can be estimated");
