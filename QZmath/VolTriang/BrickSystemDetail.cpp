@@ -151,10 +151,26 @@ BrickSystem::CoarseFrame BrickSystem::coarseFrame(int level, int brick, int delt
     return frame;
 }
 
+// A brick of a level as the gathering loops want it; where there is none, one without nodes.
+struct BrickSystem::Source
+{
+    Source(Level const & level, Dense const & values, int brick)
+        : rows(brick >= 0 ? level.bricks->rowsOf(brick) : noRows),
+          values(brick >= 0 ? &values[static_cast<std::size_t>(brick) * brickRows] : zeros)
+    {}
+
+    std::uint8_t const * rows;
+    Row const * values;
+
+    static std::uint8_t const noRows[brickRows];
+    static Row const zeros[brickRows];
+};
+std::uint8_t const BrickSystem::Source::noRows[brickRows] = {};
+BrickSystem::Row const BrickSystem::Source::zeros[brickRows] = {};
+
 void BrickSystem::gather(CoarseFrame const & frame, BrickRows const & used, Level const & coarse,
                          Dense const & values, CoarseBlock & block) const
 {
-    static Row const zeros = {};
     block.offset = frame.offset[2];
     std::fill(std::begin(block.used), std::end(block.used), std::uint8_t{0});
     bool const needsUpper = frame.offset[2] + frame.tables[2]->width > brickEdge;
@@ -164,25 +180,34 @@ void BrickSystem::gather(CoarseFrame const & frame, BrickRows const & used, Leve
     int const yBegin = frame.tables[1]->firstTap[used.yBegin];
     int const yEnd =
         std::min(frame.tables[1]->firstTap[used.yEnd - 1] + frame.tables[1]->taps, frame.tables[1]->width);
+    // By x and y of the brick.
+    Source const lower[4] = {
+        {coarse, values, frame.bricks[0]},
+        {coarse, values, frame.bricks[2]},
+        {coarse, values, frame.bricks[4]},
+        {coarse, values, frame.bricks[6]},
+    };
+    Source const upper[4] = {
+        {coarse, values, needsUpper ? frame.bricks[1] : BrickLevel::noBrick},
+        {coarse, values, needsUpper ? frame.bricks[3] : BrickLevel::noBrick},
+        {coarse, values, needsUpper ? frame.bricks[5] : BrickLevel::noBrick},
+        {coarse, values, needsUpper ? frame.bricks[7] : BrickLevel::noBrick},
+    };
     for (int x = xBegin; x < xEnd; ++x) {
         int const placeX = frame.offset[0] + x;
         unsigned usedLines = 0;
         for (int y = yBegin; y < yEnd; ++y) {
             int const placeY = frame.offset[1] + y;
-            int const * const pair = frame.bricks + 4 * (placeX >> 3) + 2 * (placeY >> 3);
+            int const column = 2 * (placeX >> 3) + (placeY >> 3);
             int const row = (placeX & 7) * brickEdge + (placeY & 7);
-            bool const hasLower = pair[0] >= 0 && coarse.bricks->rowsOf(pair[0])[row] != 0;
-            bool const hasUpper = needsUpper && pair[1] >= 0 && coarse.bricks->rowsOf(pair[1])[row] != 0;
-            if (!hasLower && !hasUpper)
+            Source const & low = lower[column];
+            Source const & high = upper[column];
+            if ((low.rows[row] | high.rows[row]) == 0)
                 continue;
             usedLines |= 1U << y;
-            Row const & lower =
-                hasLower ? values[static_cast<std::size_t>(pair[0] * brickRows + row)] : zeros;
-            Row const & upper =
-                hasUpper ? values[static_cast<std::size_t>(pair[1] * brickRows + row)] : zeros;
             float * const target = block.values + (x * coarseWidth + y) * paddedRow;
-            std::memcpy(target, lower.of, sizeof(lower.of));
-            std::memcpy(target + brickEdge, upper.of, sizeof(upper.of));
+            std::memcpy(target, low.values[row].of, sizeof(Row));
+            std::memcpy(target + brickEdge, high.values[row].of, sizeof(Row));
         }
         block.used[x] = static_cast<std::uint8_t>(usedLines);
     }
@@ -191,19 +216,26 @@ void BrickSystem::gather(CoarseFrame const & frame, BrickRows const & used, Leve
 void BrickSystem::scatter(CoarseFrame const & frame, CoarseBlock const & block, Level & coarse) const
 {
     int const halves = frame.offset[2] + frame.tables[2]->width > brickEdge ? 2 : 1;
+    std::uint8_t const * rows[8];
+    Row * sums[8];
+    for (int corner = 0; corner < 8; ++corner) {
+        int const brick = frame.bricks[corner];
+        rows[corner] = brick >= 0 ? coarse.bricks->rowsOf(brick) : Source::noRows;
+        sums[corner] = brick >= 0 ? &coarse.sums[static_cast<std::size_t>(brick) * brickRows] : nullptr;
+    }
     for (int x = 0; x < frame.tables[0]->width; ++x) {
         int const placeX = frame.offset[0] + x;
         for (int y = 0; y < frame.tables[1]->width; ++y) {
             if ((block.used[x] >> y & 1) == 0)
                 continue;
             int const placeY = frame.offset[1] + y;
-            int const * const pair = frame.bricks + 4 * (placeX >> 3) + 2 * (placeY >> 3);
+            int const corner = 4 * (placeX >> 3) + 2 * (placeY >> 3);
             int const row = (placeX & 7) * brickEdge + (placeY & 7);
             float const * const source = block.values + (x * coarseWidth + y) * paddedRow;
             for (int half = 0; half < halves; ++half) {
-                if (pair[half] < 0 || coarse.bricks->rowsOf(pair[half])[row] == 0)
+                if (rows[corner + half][row] == 0)
                     continue;
-                Row & target = coarse.sums[static_cast<std::size_t>(pair[half] * brickRows + row)];
+                Row & target = sums[corner + half][row];
                 for (int z = 0; z < brickEdge; ++z)
                     target.of[z] += source[half * brickEdge + z];
             }
@@ -213,32 +245,30 @@ void BrickSystem::scatter(CoarseFrame const & frame, CoarseBlock const & block, 
 
 void BrickSystem::gatherHalo(Level const & level, int brick, BrickHalo & halo) const
 {
-    static Row const zeros[1] = {};
     int const * const neighbours = level.bricks->neighboursOf(brick);
     BrickRows const & box = level.usedRows[static_cast<std::size_t>(brick)];
     std::fill(std::begin(halo.used), std::end(halo.used), std::uint16_t{0});
     for (int x = box.xBegin; x < box.xEnd + 2 * ownReach; ++x) {
         int const placeX = x - ownReach;
-        int const * const plane = neighbours + 9 * ((placeX >> 3) + 1);
         unsigned used = 0;
-        for (int y = box.yBegin; y < box.yEnd + 2 * ownReach; ++y) {
+        for (int y = box.yBegin; y < box.yEnd + 2 * ownReach;) {
+            // The rows up to the next border between bricks.
             int const placeY = y - ownReach;
-            int const * const line = plane + 3 * ((placeY >> 3) + 1);
-            int const row = (placeX & 7) * brickEdge + (placeY & 7);
-            Row const * sources[3];
-            bool isUsed = false;
-            for (int n = 0; n < 3; ++n) {
-                bool const has = line[n] >= 0 && level.bricks->rowsOf(line[n])[row] != 0;
-                sources[n] = has ? &level.values[static_cast<std::size_t>(line[n] * brickRows + row)] : zeros;
-                isUsed = isUsed || has;
+            int const * const line = neighbours + 9 * ((placeX >> 3) + 1) + 3 * ((placeY >> 3) + 1);
+            Source const low(level, level.values, line[0]);
+            Source const middle(level, level.values, line[1]);
+            Source const high(level, level.values, line[2]);
+            int const end = std::min(((placeY >> 3) + 1) * brickEdge + ownReach, box.yEnd + 2 * ownReach);
+            int row = (placeX & 7) * brickEdge + (placeY & 7);
+            for (; y < end; ++y, ++row) {
+                if ((low.rows[row] | middle.rows[row] | high.rows[row]) == 0)
+                    continue;
+                used |= 1U << y;
+                float * const target = halo.values + (x * haloEdge + y) * paddedRow;
+                std::memcpy(target, low.values[row].of + brickEdge - ownReach, ownReach * sizeof(float));
+                std::memcpy(target + ownReach, middle.values[row].of, sizeof(Row));
+                std::memcpy(target + ownReach + brickEdge, high.values[row].of, ownReach * sizeof(float));
             }
-            if (!isUsed)
-                continue;
-            used |= 1U << y;
-            float * const target = halo.values + (x * haloEdge + y) * paddedRow;
-            std::memcpy(target, sources[0]->of + brickEdge - ownReach, ownReach * sizeof(float));
-            std::memcpy(target + ownReach, sources[1]->of, sizeof(Row));
-            std::memcpy(target + ownReach + brickEdge, sources[2]->of, ownReach * sizeof(float));
         }
         halo.used[x] = static_cast<std::uint16_t>(used);
     }

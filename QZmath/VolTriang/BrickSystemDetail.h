@@ -66,7 +66,8 @@ private:
     {
         float of[brickEdge];
     };
-    using Dense = std::vector<Row>;
+    using Dense = std::vector<Row>; // rows without nodes stay 0
+    struct Source;
 
     // A depth, with the coarse bricks that each brick couples to: eight for each coarser depth.
     struct Level
