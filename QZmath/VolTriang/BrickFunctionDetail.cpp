@@ -39,6 +39,7 @@ inline Float4 load(float const * from)
 }
 inline void store(float * to, Float4 value) { std::memcpy(to, &value, sizeof value); }
 inline Float4 all(float value) { return Float4{value, value, value, value}; }
+inline Int4 allInts(int value) { return Int4{value, value, value, value}; }
 inline Float4 magnitude(Float4 value)
 {
     return reinterpret_cast<Float4>(reinterpret_cast<Int4>(value) & 0x7fffffff);
@@ -116,7 +117,9 @@ bool BrickFunction::canServe(int depth, CSingleVarLimitedPolynom const & kernel)
 }
 
 BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octree,
-                             CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes)
+                             CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes,
+                             bool usesVectors)
+    : m_usesVectors(usesVectors && hasVectors())
 {
     EvenSpline const spline(kernel);
     int const deepest = lattice.endDepth() - 1;
@@ -128,16 +131,16 @@ BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octre
     // Nodes lie at most a cell beyond the cube.
     m_lowest = -3.0 * std::ldexp(1.0, deepest + finer - lattice.firstDepth());
     m_highest = std::ldexp(1.0, deepest + finer) - m_lowest;
-    m_kernelKnots[0] = static_cast<float>(spline.innerKnot);
-    m_kernelKnots[1] = static_cast<float>(spline.outerKnot);
-    m_kernelFactors[0] = static_cast<float>(spline.innerFactor);
-    m_kernelFactors[1] = static_cast<float>(spline.outerFactor);
+    m_knots = {static_cast<float>(spline.innerKnot), static_cast<float>(spline.outerKnot),
+               static_cast<float>(spline.innerFactor), static_cast<float>(spline.outerFactor)};
     for (int depth = lattice.firstDepth(); depth <= deepest; ++depth) {
         m_levels.emplace_back();
         Level & level = m_levels.back();
-        level.shift = deepest + finer - depth;
-        level.half = lattice.isCentred() ? 0 : 1 << (level.shift - 1);
-        level.scale = std::ldexp(1.0f, -level.shift);
+        int const shift = deepest + finer - depth;
+        level.shift = allInts(shift);
+        level.cellMask = allInts((1 << shift) - 1);
+        level.half = allInts(lattice.isCentred() ? 0 : 1 << (shift - 1));
+        level.scale = all(std::ldexp(1.0f, -shift));
         level.perUnit = 1.0 / octree.getCellSize(depth);
         makeLevel(lattice.level(depth), amplitudes.data(), level);
     }
@@ -259,10 +262,8 @@ inline bool BrickFunction::toSteps(double const * point, Int4 & step, Float4 & r
 inline BrickFunction::Window BrickFunction::Level::around(Int4 step, Float4 rest) const
 {
     Int4 const place = step + half;
-    int const last = (1 << shift) - 1;
-    Int4 const mask = {last, last, last, last};
-    Int4 const inCell = place & mask;
-    return {(place >> shift) - 1, (__builtin_convertvector(inCell, Float4) + rest) * scale + 0.5f};
+    Int4 const inCell = place & cellMask;
+    return {(place >> shift[0]) - 1, (__builtin_convertvector(inCell, Float4) + rest) * scale + 0.5f};
 }
 
 // Out of line: the rarer case.
@@ -297,8 +298,8 @@ struct BrickFunction::Spline
     Float4 outerFactor;
 
     explicit Spline(BrickFunction const & function)
-        : innerKnot(all(function.m_kernelKnots[0])), outerKnot(all(function.m_kernelKnots[1])),
-          innerFactor(all(function.m_kernelFactors[0])), outerFactor(all(function.m_kernelFactors[1]))
+        : innerKnot(all(function.m_knots.inner)), outerKnot(all(function.m_knots.outer)),
+          innerFactor(all(function.m_knots.innerFactor)), outerFactor(all(function.m_knots.outerFactor))
     {}
 
     void weights(Float4 offset, Float4 * out) const
@@ -362,6 +363,13 @@ double BrickFunction::eval(double const * point, Hint & hint) const
     Float4 rest;
     if (!toSteps(point, step, rest))
         return 0.0;
+    return m_usesVectors ? sumVectors(m_levels.data(), static_cast<int>(m_levels.size()), m_knots, step, rest,
+                                      hint.m_places.data())
+                         : sumPlain(step, rest, hint);
+}
+
+double BrickFunction::sumPlain(Int4 step, Float4 rest, Hint & hint) const
+{
     Spline const spline(*this);
     Sum sum;
     Hint::Place * place = hint.m_places.data();

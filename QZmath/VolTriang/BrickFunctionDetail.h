@@ -88,8 +88,11 @@ public:
     /// \param amplitudes in compact form, over all depths; entries after those are ignored
     /// \throws std::exception when the kernel or the number of amplitudes is otherwise, or nodes are deeper
     ///         than `greatestDepth`
+    /// \param usesVectors may wider vector instructions serve where the processor has them? The values are
+    /// the same.
     BrickFunction(BrickLattice const & lattice, COctree const & octree,
-                  CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes);
+                  CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes,
+                  bool usesVectors = true);
 
     /// Can a function have nodes as deep as `depth` and `kernel` as k?
     static bool canServe(int depth, CSingleVarLimitedPolynom const & kernel);
@@ -136,9 +139,11 @@ private:
     };
     struct Level
     {
-        int shift; // a cell of the depth is 2^shift lattice steps of the function
-        int half;  // what rounding to a node adds to the lattice coordinate
-        float scale;
+        // A cell of the depth is 2^shift lattice steps of the function. Each entry alike.
+        Int4 shift;
+        Int4 cellMask;  // 2^shift - 1
+        Int4 half;      // what rounding to a node adds to the lattice coordinate
+        Float4 scale;   // 2^-shift
         double perUnit; // cells of the depth in a model unit
         std::vector<std::array<int, 3>> bricks;
         std::vector<int> slots;
@@ -150,8 +155,20 @@ private:
     };
     struct Spline;
     struct AxisTable;
+    struct Knots
+    {
+        float inner;
+        float outer;
+        float innerFactor;
+        float outerFactor;
+    };
 
     void makeLevel(BrickLevel const & source, float const * amplitudes, Level & level) const;
+    double sumPlain(Int4 step, Float4 rest, Hint & hint) const;
+    // The same bits, two levels at a time.
+    static bool hasVectors();
+    static double sumVectors(Level const * levels, int levelsNumber, Knots const & knots, Int4 step,
+                             Float4 rest, Hint::Place * places);
     bool toSteps(double const * point, Int4 & step, Float4 & rest) const;
     bool makeAxisTable(Level const & level, Int4 const * steps, Float4 const * rests, bool const * isNear,
                        AxisTable & table) const;
@@ -164,8 +181,8 @@ private:
     double m_step;
     double m_lowest; // steps beyond which no node reaches
     double m_highest;
-    float m_kernelKnots[2]; // inner and outer
-    float m_kernelFactors[2];
+    Knots m_knots;
+    bool m_usesVectors;
     double m_deepestCell;
     double m_deepestShift;       // of the deepest nodes from the corners of cells, in cells
     std::vector<Level> m_levels; // from the coarsest

@@ -66,9 +66,9 @@ struct Model
             amplitudes[n] = static_cast<float>(amplitude(lattice.nodes()[n]));
     }
 
-    BrickFunction function() const
+    BrickFunction function(bool usesVectors = true) const
     {
-        return BrickFunction(lattice, octree, kernel.getSummand(0).getMultiplier(0), amplitudes);
+        return BrickFunction(lattice, octree, kernel.getSummand(0).getMultiplier(0), amplitudes, usesVectors);
     }
 
     Combination combination(Basis const & space) const
@@ -185,7 +185,9 @@ TEST(BrickFunction, AgreesWithTheSumOverNodes)
         }
         double const slope = 1.0 / model.octree.getCellSize(model.octree.getNodeDepthEnd() - 1);
 
+        BrickFunction const plain = model.function(false);
         BrickFunction::Hint hint;
+        BrickFunction::Hint plainHint;
         auto const check = [&](double const * point) {
             ASSERT_NEAR(function.eval(point, hint), reference.eval(point, nullptr), 4e-6);
             double gradient[3];
@@ -195,6 +197,7 @@ TEST(BrickFunction, AgreesWithTheSumOverNodes)
             double again[3];
             function.gradient(point, again);
             ASSERT_EQ(function.eval(point), function.eval(point, hint));
+            ASSERT_EQ(function.eval(point), plain.eval(point, plainHint));
             ASSERT_TRUE(std::equal(gradient, gradient + 3, again));
         };
         double const * low = model.octree.getBoxMin();
