@@ -467,7 +467,10 @@ private:
                 double const gradient = (distance > 0 ? -t / distance : 0.0) + fixedGradient;
                 sum(i, gradient, distance - circle.radius, numerator, denominator);
             }
-            if (numerator != 0) // with samples in balance the denominator may vanish too
+            // Where the algebraic circle is balanced already the denominator may vanish too. Later on 0 / 0
+            // is the sign of a centre so far off that it sees all samples at the same distance; it is no
+            // result.
+            if (iteration > 0 || numerator != 0)
                 circle.center.x() -= numerator / denominator;
             circle.center.y() = slope * circle.center.x() + intercept;
             circle.radius = planeDistance(fixed, circle.center);

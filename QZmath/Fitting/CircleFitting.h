@@ -47,8 +47,9 @@ QZMATH_API bool FitCircleToPointSetRobust(std::vector<REmath::Point3D_d> const &
 ///
 /// With two fixed points outliers are weighted down in the algebraic circle only; what is left is one
 /// unknown, the position of the centre on the bisector, for which the mean distance is made 0, of all points
-/// alike. It is badly determined when the fixed points are nearly opposite and the points go all around.
-/// False when the two coincide.
+/// alike. It is badly determined when the fixed points are nearly opposite and the points go all around: the
+/// centre can run off then, which gives a huge circle, or false when the points cannot be told apart from
+/// there. False when the two coincide.
 QZMATH_API bool FitCircleToPointSetWithFixedPointsRobust(std::vector<REmath::Point3D_d> const & points,
                                                          std::vector<REmath::Point3D_d> const & fixedPoints,
                                                          REmath::Point3D_d & center,
