@@ -29,6 +29,11 @@ public:
         return hash ^ (hash >> 32);
     }
 
+    /// Asks for the memory that `find` will read, so that several look-ups wait for it at the same time.
+    void prefetch(std::uint64_t hash) const { __builtin_prefetch(&m_slots[hash & (m_slots.size() - 1)]); }
+    /// The index at which `find` will look first, or -1.
+    int first(std::uint64_t hash) const { return m_slots[hash & (m_slots.size() - 1)]; }
+
     /// The index of the element that `equals(index)` accepts, or -1.
     template <class Equals>
     int find(std::uint64_t hash, Equals equals) const
@@ -41,18 +46,15 @@ public:
         }
     }
 
-    /// Adds an element that `find` did not find. `hashOfIndex(index)` gives the hash of any element when the
-    /// table grows.
+    /// Adds an element that `find` did not find; elements get the indices 0, 1, 2 and so on.
+    /// `hashOfIndex(index)` gives the hash of any element when the table grows, in the order of the elements.
     template <class HashOfIndex>
     void insert(std::uint64_t hash, int index, HashOfIndex hashOfIndex)
     {
         if (2 * (m_count + 1) > m_slots.size()) {
-            std::vector<int> old(2 * m_slots.size(), -1);
-            old.swap(m_slots);
-            for (int element : old) {
-                if (element >= 0)
-                    place(hashOfIndex(element), element);
-            }
+            m_slots.assign(2 * m_slots.size(), -1);
+            for (int element = 0; element < index; ++element)
+                place(hashOfIndex(element), element);
         }
         place(hash, index);
         ++m_count;

@@ -8,6 +8,7 @@
 #include <QZsys/Progress.h>
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -51,42 +52,74 @@ public:
     }
 
 private:
-    // The eight nodes around a cell at a depth follow from the first of them, so a first node that served
-    // another cell before stands for all eight.
-    void addNodesAround(CInt3 const & cell)
+    struct HashedNode
     {
         CTreeNode node;
-        int const nodesPerCell = m_octree.m_policy->getNodesPerCell();
-        for (int depth = m_octree.m_nodeDepthBegin; depth < m_octree.m_nodeDepthEnd; ++depth) {
-            m_octree.makeCellNode(&node, depth, cell, 0);
+        std::uint64_t hash = 0;
+    };
+
+    // The eight nodes around a cell at a depth follow from the first of them, so a first node that served
+    // another cell before stands for all eight. Nearly every look-up misses the cache where samples come in
+    // no order, so all that can be are begun before any is finished.
+    void addNodesAround(CInt3 const & cell)
+    {
+        std::array<HashedNode, MAX_DEPTH + 1> firstNodes;
+        int const begin = m_octree.m_nodeDepthBegin;
+        int const end = m_octree.m_nodeDepthEnd;
+        for (int depth = begin; depth < end; ++depth)
+            firstNodes[static_cast<std::size_t>(depth)] = hashNode(cell, depth, 0);
+        for (int depth = begin; depth < end; ++depth)
+            prefetchNode(firstNodes[static_cast<std::size_t>(depth)]);
+        for (int depth = begin; depth < end; ++depth) {
+            HashedNode const & firstNode = firstNodes[static_cast<std::size_t>(depth)];
             CInt3 & lastBase = m_lastBase[static_cast<std::size_t>(depth)];
-            if (node.shift() == lastBase && m_octree.m_cells.size() > 1)
+            if (firstNode.node.shift() == lastBase && m_octree.m_cells.size() > 1)
                 continue;
-            lastBase = node.shift();
-            std::size_t const first = static_cast<std::size_t>(addNode(node));
+            lastBase = firstNode.node.shift();
+            std::size_t const first = static_cast<std::size_t>(addNode(firstNode));
             if (m_surrounded[first])
                 continue;
             m_surrounded[first] = true;
-            for (int corner = 1; corner < nodesPerCell; ++corner) {
-                m_octree.makeCellNode(&node, depth, cell, corner);
-                addNode(node);
-            }
+            std::array<HashedNode, 8> corners;
+            std::size_t const nodesPerCell =
+                std::min(corners.size(), static_cast<std::size_t>(m_octree.m_policy->getNodesPerCell()));
+            for (std::size_t corner = 1; corner < nodesPerCell; ++corner)
+                corners[corner] = hashNode(cell, depth, static_cast<int>(corner));
+            for (std::size_t corner = 1; corner < nodesPerCell; ++corner)
+                prefetchNode(corners[corner]);
+            for (std::size_t corner = 1; corner < nodesPerCell; ++corner)
+                addNode(corners[corner]);
         }
     }
 
-    int addNode(CTreeNode const & node)
+    HashedNode hashNode(CInt3 const & cell, int depth, int corner) const
+    {
+        HashedNode result;
+        m_octree.makeCellNode(&result.node, depth, cell, corner);
+        result.hash = CLatticeHash::hashOf(result.node.shift(), depth);
+        m_nodeTable.prefetch(result.hash);
+        return result;
+    }
+
+    void prefetchNode(HashedNode const & hashed) const
+    {
+        int const candidate = m_nodeTable.first(hashed.hash);
+        if (candidate >= 0)
+            __builtin_prefetch(&m_octree.m_nodes[static_cast<std::size_t>(candidate)]);
+    }
+
+    int addNode(HashedNode const & hashed)
     {
         std::vector<CTreeNode> & nodes = m_octree.m_nodes;
-        std::uint64_t const hash = CLatticeHash::hashOf(node.shift(), node.depth());
-        int index =
-            m_nodeTable.find(hash, [&](int other) { return nodes[static_cast<std::size_t>(other)] == node; });
+        int index = m_nodeTable.find(
+            hashed.hash, [&](int other) { return nodes[static_cast<std::size_t>(other)] == hashed.node; });
         if (index < 0) {
             if (nodes.size() >= static_cast<std::size_t>(INT_MAX))
                 throw std::bad_alloc();
             index = static_cast<int>(nodes.size());
-            nodes.push_back(node);
+            nodes.push_back(hashed.node);
             m_surrounded.push_back(false);
-            m_nodeTable.insert(hash, index, [&](int other) {
+            m_nodeTable.insert(hashed.hash, index, [&](int other) {
                 CTreeNode const & element = nodes[static_cast<std::size_t>(other)];
                 return CLatticeHash::hashOf(element.shift(), element.depth());
             });
