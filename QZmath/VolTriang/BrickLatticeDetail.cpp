@@ -36,7 +36,11 @@ int BrickLevel::find(int x, int y, int z) const
     std::size_t const mask = slots.size() - 1;
     for (std::size_t slot = hashOfBrick(x, y, z) & mask;; slot = (slot + 1) & mask) {
         int const brick = slots[slot];
-        if (brick == noBrick || bricks[static_cast<std::size_t>(brick)] == std::array<int, 3>{x, y, z})
+        if (brick == noBrick)
+            return brick;
+        // Not as arrays, which is a call.
+        std::array<int, 3> const & place = bricks[static_cast<std::size_t>(brick)];
+        if (place[0] == x && place[1] == y && place[2] == z)
             return brick;
     }
 }

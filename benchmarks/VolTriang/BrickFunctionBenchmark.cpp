@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Evaluation of a function in bricks. A sphere, kernel scale 0.95, nodes at cell centres; the argument is the
-// depth.
+// Evaluation of a function in bricks, alone and on the way to its mean over the samples and its surface, and
+// the density of the samples. A sphere, kernel scale 0.95, nodes at cell centres; the argument is the depth.
 #include <QZmath/VolTriang/BrickFunctionDetail.h>
+#include <QZmath/VolTriang/IsoSurfaceDetail.h>
+#include <QZmath/VolTriang/IsoValueDetail.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/SampleDensityDetail.h>
+#include <QZmath/VolTriang/TriangulationTarget.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
 
 #include <support/PointCloudSamples.h>
 
@@ -17,8 +22,6 @@ using namespace VolTr;
 
 namespace
 {
-
-using Kernel = CProductPiecewisePolynom;
 
 PointCloudSamples makeSphere(int size)
 {
@@ -41,11 +44,10 @@ struct Model
     explicit Model(int depth)
         : samples(makeSphere(100000)), octree(&samples, depth, nullptr, true, -1), lattice(octree)
     {
-        Kernel kernel = makeApproxGaussian<Kernel>();
         double const scale[3] = {1.0 / 0.95, 1.0 / 0.95, 1.0 / 0.95};
         kernel.scaleArgument(scale);
+        basis = std::make_unique<Basis>(kernel, &octree, 0);
         // A ball of radius 1: each depth corrects by a little what the coarser ones give.
-        std::vector<float> amplitudes;
         for (int const node : lattice.nodes()) {
             double position[3];
             octree.getNodePosition(node, position);
@@ -56,9 +58,12 @@ struct Model
                                                    amplitudes);
     }
 
+    Kernel kernel = makeApproxGaussian<Kernel>();
     PointCloudSamples samples;
     COctree octree;
     BrickLattice lattice;
+    std::vector<float> amplitudes;
+    std::unique_ptr<Basis> basis;
     std::unique_ptr<BrickFunction> function;
 };
 
@@ -135,8 +140,78 @@ void evaluateGrids(benchmark::State & state)
     countEach(state, evaluated);
 }
 
+class Counter final : public ITriangulationTarget
+{
+public:
+    std::int64_t triangles = 0;
+
+private:
+    void onAddNewVertex(int, double const *, double const *) override {}
+    void onAddNewVertex(int, float const *, float const *) override {}
+    void onAddNewTriangle(int, int, int) override { ++triangles; }
+};
+
+// Per sample.
+void meanAtSamples(benchmark::State & state)
+{
+    Model & model = modelOfDepth(static_cast<int>(state.range(0)));
+    std::int64_t evaluated = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(
+            calcMeanIsoValue(*model.function, model.samples, model.octree, nullptr, nullptr, 1));
+        evaluated += model.samples.pointsNumber();
+    }
+    countEach(state, evaluated);
+}
+
+// Per vertex, in bricks or, for comparison, as a sum over nodes.
+template <bool isInBricks>
+void extractSurface(benchmark::State & state)
+{
+    Model & model = modelOfDepth(static_cast<int>(state.range(0)));
+    CVolTriangulationParams params;
+    params.setOctreeDepth(static_cast<int>(state.range(0)));
+    double const isoValue =
+        calcMeanIsoValue(*model.function, model.samples, model.octree, nullptr, nullptr, 1);
+    Combination combination(model.basis.get());
+    for (std::size_t n = 0; n < model.amplitudes.size(); ++n) {
+        int const node = model.lattice.nodes()[n];
+        combination.setBasisCoefficient(
+            node, model.amplitudes[n] / model.basis->makeFunctionByIndex(node).getNormalizationScale());
+    }
+    std::int64_t vertices = 0;
+    for (auto _ : state) {
+        Counter target;
+        if (isInBricks)
+            extractIsoSurface(*model.function, isoValue, false, model.samples, model.octree, params, target,
+                              nullptr, nullptr, 1);
+        else
+            extractIsoSurface(combination, isoValue, nullptr, model.samples, model.octree, params, target,
+                              nullptr, nullptr);
+        vertices += target.debugCurrentVertexNumber();
+    }
+    countEach(state, vertices);
+}
+
+// Per sample.
+void estimateDensity(benchmark::State & state)
+{
+    Model & model = modelOfDepth(static_cast<int>(state.range(0)));
+    std::int64_t estimated = 0;
+    for (auto _ : state) {
+        estimateSampleDensity(model.samples, model.octree, *model.basis, model.octree.getNodeDepthEnd() - 3,
+                              nullptr, nullptr);
+        estimated += model.samples.pointsNumber();
+    }
+    countEach(state, estimated);
+}
+
 BENCHMARK(evaluateNearSurface<false>)->DenseRange(7, 9)->Unit(benchmark::kMillisecond);
 BENCHMARK(evaluateNearSurface<true>)->DenseRange(7, 9)->Unit(benchmark::kMillisecond);
 BENCHMARK(evaluateGrids)->DenseRange(7, 9)->Unit(benchmark::kMillisecond);
+BENCHMARK(meanAtSamples)->DenseRange(7, 9)->Unit(benchmark::kMillisecond);
+BENCHMARK(extractSurface<true>)->DenseRange(7, 9)->Unit(benchmark::kMillisecond);
+BENCHMARK(extractSurface<false>)->DenseRange(7, 8)->Unit(benchmark::kMillisecond);
+BENCHMARK(estimateDensity)->DenseRange(7, 9)->Unit(benchmark::kMillisecond);
 
 } // namespace
