@@ -4,6 +4,7 @@
 #include <QZmath/VolTriang/BrickSystemDetail.h>
 #include <QZmath/VolTriang/PipelineTypesDetail.h>
 
+#include <array>
 #include <vector>
 
 class CProgressCounter;
@@ -15,6 +16,10 @@ class IDebugLog;
 namespace VolTr
 {
 
+class COctree;
+class IInputSamples;
+struct SampleDensity;
+
 /// The one-variable factor of the reconstruction's kernel, the same on each axis.
 CSingleVarLimitedPolynom const & kernelFactor(Kernel const & kernel);
 
@@ -24,8 +29,13 @@ class AcceleratedSolve
 public:
     AcceleratedSolve(BrickLattice const & lattice, Kernel const & kernel, VsUt::IDebugLog * log);
 
-    /// Takes the right part from the field, whose memory is not needed any more afterwards.
-    void makeRightPart(VectorField const & field, CProgressCounter * progress);
+    /// Distributes the normals of all samples on the nodes around them, with the weights and on the depths of
+    /// `splatNormals`. \param density null when all samples have weight 1
+    void splat(IInputSamples const & samples, COctree const & octree, SampleDensity const * density,
+               CProgressCounter * progress);
+
+    /// Makes the right part from what was splatted.
+    void makeRightPart(CProgressCounter * progress);
 
     /// The amplitudes of the kernels at the nodes, compact over the lattice and up to a common positive
     /// factor; empty when the solution was not reached, which the log then tells.
@@ -34,6 +44,7 @@ public:
 private:
     BrickLattice const & m_lattice;
     BrickSystem m_system;
+    std::vector<std::array<double, 3>> m_field; // compact
     BrickSystem::Vector m_right;
     VsUt::IDebugLog * m_log;
 };

@@ -154,9 +154,9 @@ BrickSystem::CoarseFrame BrickSystem::coarseFrame(int level, int brick, int delt
 // A brick of a level as the gathering loops want it; where there is none, one without nodes.
 struct BrickSystem::Source
 {
-    Source(Level const & level, Dense const & values, int brick)
+    Source(Level const & level, Dense const & dense, int brick)
         : rows(brick >= 0 ? level.bricks->rowsOf(brick) : noRows),
-          values(brick >= 0 ? &values[static_cast<std::size_t>(brick) * brickRows] : zeros)
+          values(brick >= 0 ? &dense[static_cast<std::size_t>(brick) * brickRows] : zeros)
     {}
 
     std::uint8_t const * rows;

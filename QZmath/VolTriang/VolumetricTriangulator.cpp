@@ -15,7 +15,6 @@
 #include <QZsys/Progress.h>
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 bool b_MEASURE_TRIANG_TIME_On = true;
@@ -64,7 +63,13 @@ void CVolumetricTriangulatorImpl::run()
     VectorField field;
     {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "grad_basis");
-        makeGradientBasis(gradBasis, field);
+        // The other path refuses an empty system.
+        if (isAcceleratedRun && m_octree->getNodesNumber() > 0) {
+            m_lattice = std::make_unique<BrickLattice>(*m_octree);
+            m_accelerated = std::make_unique<AcceleratedSolve>(*m_lattice, m_kernel, m_log);
+        } else {
+            makeGradientBasis(gradBasis, field);
+        }
     }
     if (m_params.getVariableDensity()) {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "density weights");
@@ -73,11 +78,14 @@ void CVolumetricTriangulatorImpl::run()
     }
     {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "grad_div");
-        splatNormals(*m_samples, *m_octree, m_density.get(), field, m_progress);
+        if (m_accelerated != nullptr)
+            m_accelerated->splat(*m_samples, *m_octree, m_density.get(), m_progress);
+        else
+            splatNormals(*m_samples, *m_octree, m_density.get(), field, m_progress);
     }
 
     Solution const solution =
-        isAcceleratedRun ? solveByBricks(gradBasis, field, phases) : solveByMatrix(gradBasis, field, phases);
+        m_accelerated != nullptr ? solveByBricks(gradBasis, phases) : solveByMatrix(gradBasis, field, phases);
     std::vector<float> const * const weights = m_density != nullptr ? &m_density->weights : nullptr;
     int const threads = CVescaThreadingTasksHelper::getNumOfPhisicalThread();
 
@@ -184,29 +192,35 @@ CVolumetricTriangulatorImpl::Solution CVolumetricTriangulatorImpl::solveByMatrix
 }
 
 CVolumetricTriangulatorImpl::Solution CVolumetricTriangulatorImpl::solveByBricks(GradientBasis & gradBasis,
-                                                                                 VectorField & field,
                                                                                  CMultiPhaseManager & phases)
 {
-    if (m_octree->getNodesNumber() == 0)
-        return solveByMatrix(gradBasis, field, phases); // which refuses the empty system
-    BrickLattice const lattice(*m_octree);
-    std::optional<AcceleratedSolve> solve(std::in_place, lattice, m_kernel, m_log);
     {
         CMultiPhaseManagerSingleSubPhase phase(&phases, "update right part");
-        solve->makeRightPart(field, m_progress);
+        m_accelerated->makeRightPart(m_progress);
     }
     CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
-    std::vector<float> const amplitudes = solve->amplitudes(m_params.getSolverTolerance(), m_progress);
-    solve.reset(); // its memory serves the stages to come
-    if (amplitudes.empty()) {
-        CMultiPhaseManager inner(m_progress);
-        registerAssemblyPhases(inner);
-        inner.RegisterPhase("update right part", 5);
-        inner.RegisterPhase("solve", 100);
-        return solveByMatrix(gradBasis, field, inner);
+    std::vector<float> const amplitudes =
+        m_accelerated->amplitudes(m_params.getSolverTolerance(), m_progress);
+    m_accelerated.reset(); // its memory serves the stages to come
+    if (!amplitudes.empty()) {
+        auto function =
+            std::make_unique<BrickFunction>(*m_lattice, *m_octree, kernelFactor(m_kernel), amplitudes);
+        m_lattice.reset();
+        return {nullptr, std::move(function)};
     }
-    dropField(gradBasis, field);
-    return {nullptr, std::make_unique<BrickFunction>(lattice, *m_octree, kernelFactor(m_kernel), amplitudes)};
+
+    CMultiPhaseManager inner(m_progress);
+    inner.RegisterPhase("grad_div", 10);
+    registerAssemblyPhases(inner);
+    inner.RegisterPhase("update right part", 5);
+    inner.RegisterPhase("solve", 100);
+    VectorField field;
+    {
+        CMultiPhaseManagerSingleSubPhase innerPhase(&inner, "grad_div");
+        makeGradientBasis(gradBasis, field);
+        splatNormals(*m_samples, *m_octree, m_density.get(), field, m_progress);
+    }
+    return solveByMatrix(gradBasis, field, inner);
 }
 
 // They are as large as the unknown function itself; neither solve nor extraction needs them, normals apart.

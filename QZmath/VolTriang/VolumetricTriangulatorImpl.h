@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/VolTriang/AcceleratedSolveDetail.h>
+#include <QZmath/VolTriang/BrickFunctionDetail.h>
 #include <QZmath/VolTriang/PipelineTypesDetail.h>
 #include <QZmath/VolTriang/SampleDensityDetail.h>
 #include <QZmath/VolTriang/SystemAssemblyDetail.h>
@@ -13,7 +15,6 @@ class CProgressCounter;
 namespace VolTr
 {
 
-class BrickFunction;
 class COctree;
 class IInputSamples;
 class ITriangulationTarget;
@@ -31,7 +32,7 @@ public:
     void run();
 
 private:
-    // The function, in one of two forms.
+    // The function in one of two forms; the other one is null.
     struct Solution
     {
         std::unique_ptr<Combination> function;
@@ -47,8 +48,7 @@ private:
     void makeGradientBasis(GradientBasis & gradBasis, VectorField & field);
     Solution solveByMatrix(GradientBasis & gradBasis, VectorField & field,
                            VsPCnt::CMultiPhaseManager & phases);
-    Solution solveByBricks(GradientBasis & gradBasis, VectorField & field,
-                           VsPCnt::CMultiPhaseManager & phases);
+    Solution solveByBricks(GradientBasis & gradBasis, VsPCnt::CMultiPhaseManager & phases);
     void dropField(GradientBasis & gradBasis, VectorField & field) const;
 
     IInputSamples const * m_samples;
@@ -59,7 +59,9 @@ private:
     ITriangulationTarget * m_target;
     Kernel m_kernel;
     VsUt::IDebugLog * m_log;
-    std::unique_ptr<SampleDensity> m_density; // null unless the density varies
+    std::unique_ptr<BrickLattice> m_lattice;         // null unless the run is accelerated
+    std::unique_ptr<AcceleratedSolve> m_accelerated; // likewise
+    std::unique_ptr<SampleDensity> m_density;        // null unless the density varies
     int m_densityEstimationLevel;
 };
 
