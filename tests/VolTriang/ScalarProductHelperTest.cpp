@@ -183,18 +183,17 @@ TEST_P(Products, DoNotDependOnTheOrderOfLookups)
         return helper.evalScalarProduct(helper.leftBasisRef().makeFunctionByIndex(pair.first),
                                         helper.rightBasisRef().makeFunctionByIndex(pair.second));
     };
-    std::vector<double> laplacians;
-    std::vector<double> gradients;
-    for (auto const & pair : pairs) {
-        laplacians.push_back(value(laplacian, pair));
-        gradients.push_back(value(gradient, pair));
-    }
     Helper otherLaplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
     Helper otherGradient(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
-    for (std::size_t i = pairs.size(); i-- > 0;) {
-        EXPECT_EQ(value(otherLaplacian, pairs[i]), laplacians[i]);
-        EXPECT_EQ(value(otherGradient, pairs[i]), gradients[i]);
-        EXPECT_EQ(value(laplacian, pairs[i]), laplacians[i]);
+    for (auto const & [helper, other] :
+         {std::pair(&laplacian, &otherLaplacian), std::pair(&gradient, &otherGradient)}) {
+        std::vector<double> values;
+        for (auto const & pair : pairs)
+            values.push_back(value(*helper, pair));
+        for (std::size_t i = pairs.size(); i-- > 0;) {
+            EXPECT_EQ(value(*other, pairs[i]), values[i]);
+            EXPECT_EQ(value(*helper, pairs[i]), values[i]);
+        }
     }
 }
 
@@ -227,59 +226,21 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Products,
                          testing::Combine(testing::Bool(), testing::Values(-1, 2),
                                           testing::Values(0.7, 0.95, 1.0, 1.3)));
 
-TEST(ScalarProductHelper, TouchingSupportsAndForeignDepthsGiveZero)
-{
-    PointCloudSamples const samples = makeCloud(40);
-    COctree const octree(&samples, 5, nullptr, false, -1);
-    Bases const bases(octree, 1.0);
-    Helper helper(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
-    Function const f = bases.plain->makeFunctionByIndex(0);
-    ASSERT_EQ(f.getNodeDepth(), 0);
-    int const reach = 3 * 32;
-    for (int axis = 0; axis < 3; ++axis) {
-        for (int offset : {reach, -reach, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
-            Function g = f;
-            g.getArgumentShiftIntMod()[axis] = offset;
-            EXPECT_EQ(helper.evalScalarProduct(f, g), 0.0);
-        }
-        Function g = f;
-        g.getArgumentShiftIntMod()[axis] = f.getArgumentShiftInt()[axis] + reach / 2;
-        EXPECT_GT(helper.evalScalarProduct(f, g), 0.0);
-    }
-    double centre[3] = {0.0, 0.0, 0.0};
-    int place[3] = {0, 0, 0};
-    for (int depth : {-1, 6, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()})
-        EXPECT_EQ(helper.evalScalarProduct(f, Function(&f.getkernelRef(), centre, place, 1.0, 1.0, depth)),
-                  0.0);
-    EXPECT_THROW(helper.initWithVariablesSwap(0, 3, bases.plain.get(), bases.plain.get()), std::out_of_range);
-    EXPECT_THROW(helper.initWithVariablesSwap(-1, 0, bases.plain.get(), bases.plain.get()),
-                 std::out_of_range);
-}
-
-TEST(ScalarProductHelper, CopiesShareTheirTables)
-{
-    PointCloudSamples const samples = makeCloud(5);
-    COctree const octree(&samples, 4, nullptr, true, -1);
-    Bases const bases(octree, 0.95);
-    Function const f = bases.plain->makeFunctionByIndex(0);
-    auto first =
-        std::make_unique<Helper>(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
-    double const value = first->evalScalarProduct(f, f);
-    Helper copy(*first);
-    first.reset();
-    EXPECT_EQ(copy.evalScalarProduct(f, f), value);
-}
-
-TEST(ScalarProductHelper, TableSizesFollowTheDepths)
+TEST(ScalarProductHelper, TablesFollowTheDepthsAndOutliveTheirFirstOwner)
 {
     PointCloudSamples const samples = makeCloud(5);
     COctree const octree(&samples, 2, nullptr, true, -1);
     Bases const bases(octree, 1.0);
-    Helper mass(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
+    auto mass = std::make_unique<Helper>(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
     // Depths 0, 1, 2 reach 12, 6, 3 steps to each side of the table; all nine pairs, both signs, and 0.
-    EXPECT_EQ(mass.cashSize(), 2 * 2 * 3 * (12 + 6 + 3) + 9);
+    EXPECT_EQ(mass->cashSize(), 2 * 2 * 3 * (12 + 6 + 3) + 9);
     Helper laplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
-    EXPECT_EQ(laplacian.cashSize(), 2 * mass.cashSize());
+    EXPECT_EQ(laplacian.cashSize(), 2 * mass->cashSize());
+    Function const f = bases.plain->makeFunctionByIndex(0);
+    double const value = mass->evalScalarProduct(f, f);
+    Helper copy(*mass);
+    mass.reset();
+    EXPECT_EQ(copy.evalScalarProduct(f, f), value);
 }
 
 // Depths far apart, whose tables would not fit into memory.
