@@ -8,6 +8,8 @@
 #include <cmath>
 #include <random>
 #include <stdexcept>
+#include <string>
+#include <utility>
 #include <vector>
 
 using namespace REmath;
@@ -65,42 +67,6 @@ T elementOf(ICsrMatrix<T> const & matrix, int row, int column)
     return 0;
 }
 
-/// The filler's rules written down on a list of elements.
-struct FillerModel
-{
-    int size, expected, base;
-    bool upperOnly, preallocated;
-    bool spoiled = false;
-    std::vector<int> rows{}, columns{};
-
-    bool push(int row, int column)
-    {
-        if (upperOnly && column < row) {
-            return true;
-        }
-        row -= base;
-        column -= base;
-        bool const isInOrder =
-            rows.empty() || row > rows.back() || (row == rows.back() && column > columns.back());
-        bool const isInside = row >= 0 && row < size && column >= 0 && column < size;
-        spoiled = spoiled || !isInOrder || !isInside || int(rows.size()) == expected;
-        if (!spoiled) {
-            rows.push_back(row);
-            columns.push_back(column);
-        }
-        return !spoiled;
-    }
-    bool complete()
-    {
-        int const count = int(rows.size());
-        spoiled = spoiled || preallocated || count == 0 || (expected > 0 && expected != count);
-        if (!spoiled) {
-            expected = count;
-        }
-        return !spoiled;
-    }
-};
-
 /// Answers for a dense matrix as a system does; `drift` makes it answer differently in the second pass.
 template <class T>
 class DenseSystem : public ILinearSystemReadOnly<T>
@@ -133,68 +99,67 @@ TYPED_TEST_SUITE(CsrMatrixTest, Scalars, );
 
 } // namespace
 
-TYPED_TEST(CsrMatrixTest, FillerFollowsItsRulesUnderRandomPushes)
+TYPED_TEST(CsrMatrixTest, FillerTakesAscendingElementsUpToTheirNumber)
 {
     using T = TypeParam;
-    int completed = 0;
-    for (unsigned seed = 0; seed < 4000; ++seed) {
-        std::mt19937 random(seed);
-        int const size = int(random() % 6);
-        int const nonZeros = int(random() % 10) - 1;
-        int const base = int(random() % 2);
-        bool const upperOnly = random() % 2 == 0;
-        CCSRSquareMatrix<T> matrix;
-        CCSRSquareMatrixFiller<T> filler(&matrix, size, nonZeros, base, upperOnly);
-        FillerModel model{size, nonZeros, base, upperOnly, nonZeros >= 1};
-        int row = base;
-        int column = base - 1;
-        for (int step = 0; step < 14; ++step) {
-            switch (random() % 16) {
-            case 0: // anything, inside or not
-                row = int(random() % 9) - 1;
-                column = int(random() % 9) - 1;
-                break;
-            case 1:
-            case 2:
-            case 3:
-                row += 1 + int(random() % 2);
-                column = base + int(random() % 3);
-                break;
-            default:
-                column += 1 + int(random() % 2);
+    struct Case
+    {
+        int expected; // -1: not known ahead
+        std::vector<std::pair<int, int>> places;
+        std::size_t taken; // elements in front of the first that is refused
+        bool completes;    // when asked to, or by the last of the expected ones
+    };
+    std::vector<std::pair<int, int>> const three = {{0, 0}, {0, 2}, {2, 1}};
+    Case const cases[] = {
+        {-1, three, 3, true},
+        {3, three, 3, true},
+        {2, three, 2, false},
+        {4, three, 3, false},
+        {-1, {}, 0, false},
+        {-1, {{0, 1}, {0, 1}}, 1, false},
+        {-1, {{0, 1}, {0, 0}, {1, 1}}, 1, false},
+        {-1, {{1, 1}, {0, 2}}, 1, false},
+        {-1, {{0, 1}, {0, 3}}, 1, false},
+        {-1, {{0, 1}, {3, 0}}, 1, false},
+        {-1, {{-1, 0}}, 0, false},
+        {-1, {{0, -1}}, 0, false},
+    };
+    for (Case const & one : cases) {
+        for (int base : {0, 1}) {
+            SCOPED_TRACE(testing::PrintToString(one.places) + " base " + std::to_string(base));
+            CCSRSquareMatrix<T> matrix;
+            CCSRSquareMatrixFiller<T> filler(&matrix, 3, one.expected, base, false);
+            for (std::size_t k = 0; k < one.places.size(); ++k) {
+                auto const & [row, column] = one.places[k];
+                EXPECT_EQ(filler.pushByRawNextNonZeroElement(row + base, column + base, T(k + 1)),
+                          k < one.taken);
             }
-            if (random() % 40 == 0) {
-                ASSERT_EQ(filler.setCompleted(), model.complete());
-            } else if (random() % 40 == 0) {
-                filler.reserveMemory(20);
-                model.spoiled = model.spoiled || model.preallocated;
-            } else {
-                ASSERT_EQ(filler.pushByRawNextNonZeroElement(row, column, T(step)), model.push(row, column))
-                    << seed;
+            EXPECT_EQ(filler.isSpoiled(), one.taken < one.places.size());
+            bool const completes = one.expected < 0 ? filler.setCompleted() : filler.isCompleted();
+            EXPECT_EQ(completes, one.completes);
+            EXPECT_EQ(filler.isCompleted(), one.completes);
+            for (std::size_t k = 0; k < one.taken; ++k) {
+                EXPECT_EQ(matrix.getCsrColumns()[k], one.places[k].second + base);
+                EXPECT_EQ(matrix.getCsrValues()[k], T(k + 1));
             }
-            ASSERT_EQ(filler.isSpoiled(), model.spoiled) << seed;
-            ASSERT_EQ(filler.isCompleted(), !model.spoiled && int(model.rows.size()) == model.expected)
-                << seed;
-            completed += filler.isCompleted() && !model.rows.empty();
-        }
-
-        ASSERT_EQ(matrix.getMatrixSize(), size);
-        ASSERT_EQ(matrix.getIndexBase(), base);
-        ASSERT_EQ(matrix.isUpperTriangleOnlyStored(), upperOnly);
-        int const count = int(model.rows.size());
-        ASSERT_EQ(matrix.getNonZeroValuesNumber(), model.preallocated ? nonZeros : count);
-        for (int k = 0; k < count; ++k) {
-            ASSERT_EQ(matrix.getCsrColumns()[k], model.columns[std::size_t(k)] + base);
-        }
-        int const lastRow = model.rows.empty() ? -1 : model.rows.back();
-        for (int entry = 0; entry <= size; ++entry) {
-            auto const before =
-                std::lower_bound(model.rows.begin(), model.rows.end(), entry) - model.rows.begin();
-            bool const isFilled = !model.rows.empty() && entry <= lastRow + 1;
-            ASSERT_EQ(matrix.getRowIndex()[entry], isFilled ? int(before) + base : -1) << seed;
+            if (completes) {
+                for (int const pushed : {0, 1, 2, 3}) {
+                    int const expected[4] = {0, 2, 2, 3};
+                    EXPECT_EQ(matrix.getRowIndex()[pushed], expected[pushed] + base);
+                }
+                EXPECT_EQ(matrix.getNonZeroValuesNumber(), 3);
+            }
         }
     }
-    EXPECT_GT(completed, 50);
+    // An exact filler needs neither a reservation nor a completion; with them it is spoiled.
+    for (bool reserves : {false, true}) {
+        CCSRSquareMatrix<T> matrix;
+        CCSRSquareMatrixFiller<T> filler(&matrix, 3, 2, 0, true);
+        EXPECT_TRUE(filler.pushByRawNextNonZeroElement(1, 0, 9)); // below the diagonal: passed over
+        EXPECT_FALSE(filler.isSpoiled());
+        reserves ? filler.reserveMemory(20) : void(filler.setCompleted());
+        EXPECT_TRUE(filler.isSpoiled());
+    }
 }
 
 TYPED_TEST(CsrMatrixTest, FillerSurvivesHostileUse)

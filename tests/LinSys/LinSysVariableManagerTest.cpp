@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <functional>
+#include <initializer_list>
 #include <limits>
 #include <map>
-
 #include <random>
 #include <utility>
 #include <vector>
@@ -43,88 +44,6 @@ private:
     bool areFreeVariablesDefined() const override { return !m_rows.empty(); }
 };
 
-using Terms = std::map<int, double>;
-
-/// The rules of the manager written down with plain maps.
-struct Model
-{
-    bool spoiled = false;
-    std::vector<int> freeVertices, fixedVertices;
-    std::vector<std::vector<double>> fixedMatrix;
-    int equations = 0;
-    std::vector<int> storedRows;
-    bool failsNext = false;
-
-    static int find(std::vector<int> const & vertices, int vertex)
-    {
-        auto const found = std::find(vertices.begin(), vertices.end(), vertex);
-        return found == vertices.end() ? -1 : int(found - vertices.begin());
-    }
-    void define(std::vector<int> & vertices, int vertex)
-    {
-        bool const isClosed = !fixedMatrix.empty() && !storedRows.empty();
-        if (isClosed || find(freeVertices, vertex) >= 0 || find(fixedVertices, vertex) >= 0) {
-            spoiled = true;
-        } else {
-            vertices.push_back(vertex);
-        }
-    }
-    void allocate()
-    {
-        if (fixedMatrix.empty()) {
-            if (!fixedVertices.empty()) {
-                fixedMatrix.assign(freeVertices.size(), std::vector<double>(fixedVertices.size()));
-            }
-        } else if (fixedMatrix.size() != freeVertices.size() ||
-                   fixedMatrix[0].size() != fixedVertices.size()) {
-            spoiled = true;
-        }
-    }
-    void add(Terms const & terms)
-    {
-        if (spoiled) {
-            return;
-        }
-        allocate();
-        std::size_t const row = std::size_t(equations);
-        spoiled = spoiled || row >= freeVertices.size();
-        int freeTerms = 0;
-        for (auto term = terms.begin(); term != terms.end() && !spoiled; ++term) {
-            int const fixedIndex = find(fixedVertices, term->first);
-            if (find(freeVertices, term->first) >= 0) {
-                ++freeTerms;
-            } else if (fixedIndex >= 0) {
-                fixedMatrix[row][std::size_t(fixedIndex)] = term->second;
-            } else {
-                spoiled = true;
-            }
-        }
-        spoiled = spoiled || freeTerms == 0;
-        if (!spoiled) {
-            storedRows.push_back(equations++);
-            spoiled = failsNext;
-        }
-    }
-    void imitate(int row)
-    {
-        if (row != equations) {
-            spoiled = true;
-            return;
-        }
-        allocate();
-        ++equations;
-    }
-    void set(int row, int fixedIndex, double value)
-    {
-        if (row >= 0 && row < int(fixedMatrix.size()) && fixedIndex >= 0 &&
-            fixedIndex < int(fixedMatrix[0].size())) {
-            fixedMatrix[std::size_t(row)][std::size_t(fixedIndex)] = value;
-        } else {
-            spoiled = true;
-        }
-    }
-};
-
 template <class T>
 class MapInformer : public IVertexPosInformer<T>
 {
@@ -148,54 +67,13 @@ public:
 };
 
 template <class T>
-void expectSame(ListStorage<T> const & storage, Model const & model)
+CVertexLinearCombination<T> equationOf(std::initializer_list<std::pair<int, T>> const & terms)
 {
-    ASSERT_EQ(storage.IsSpoiled(), model.spoiled);
-    ASSERT_EQ(storage.GetEquationsNumber(), model.equations);
-    ASSERT_EQ(storage.m_rows, model.storedRows);
-    ASSERT_EQ(storage.IsCorrectlyDefinedSystem(),
-              !model.spoiled && model.equations == int(model.freeVertices.size()));
-    int const freeCount = int(model.freeVertices.size());
-    int const fixedCount = int(model.fixedVertices.size());
-    ASSERT_EQ(storage.GetFreeVariablesNumber(), freeCount);
-    ASSERT_EQ(storage.GetFixedVariablesNumber(), fixedCount);
-    for (int index = -1; index <= std::max(freeCount, fixedCount); ++index) {
-        ASSERT_EQ(storage.GetFreeVertexByIndex(index),
-                  index >= 0 && index < freeCount ? model.freeVertices[std::size_t(index)] : -1);
-        ASSERT_EQ(storage.GetFixedVertexByIndex(index),
-                  index >= 0 && index < fixedCount ? model.fixedVertices[std::size_t(index)] : -1);
+    CVertexLinearCombination<T> equation;
+    for (auto const & [vertex, coeff] : terms) {
+        equation.AddVertex(vertex, coeff);
     }
-    for (int row = -1; row <= freeCount; ++row) {
-        for (int column = -1; column <= fixedCount; ++column) {
-            bool const isInside = row >= 0 && row < int(model.fixedMatrix.size()) && column >= 0 &&
-                                  column < int(model.fixedMatrix[0].size());
-            ASSERT_EQ(storage.GetFixedVertCoeff(row, column),
-                      isInside ? T(model.fixedMatrix[std::size_t(row)][std::size_t(column)]) : T(0));
-        }
-    }
-
-    MapInformer<T> informer;
-    std::vector<T> rightPart(std::size_t(model.equations), T(99));
-    storage.SetSingleRightPart(rightPart.data(), informer);
-    ASSERT_EQ(informer.m_asked, model.fixedVertices);
-    std::vector<T> solution;
-    for (std::size_t row = 0; row < rightPart.size(); ++row) {
-        T expected = 0;
-        if (row < model.fixedMatrix.size()) {
-            for (std::size_t column = 0; column < model.fixedMatrix[row].size(); ++column) {
-                expected -= T(model.fixedMatrix[row][column]) * T(model.fixedVertices[column]);
-            }
-        }
-        ASSERT_EQ(rightPart[row], expected);
-        solution.push_back(T(row) + T(0.5));
-    }
-    ListReceiver<T> receiver;
-    storage.SetSingleSolution(solution.data(), receiver);
-    ASSERT_EQ(receiver.m_received.size(), solution.size());
-    for (std::size_t row = 0; row < solution.size(); ++row) {
-        ASSERT_EQ(receiver.m_received[row].first, storage.GetFreeVertexByIndex(int(row)));
-        ASSERT_EQ(receiver.m_received[row].second, solution[row]);
-    }
+    return equation;
 }
 
 template <class T>
@@ -244,71 +122,95 @@ TEST(VertexNumberingTest, FindsWhatWasAddedWhateverThePattern)
     }
 }
 
-TYPED_TEST(LinSysVariableManagerTest, FollowsItsRulesUnderRandomUse)
+TYPED_TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
 {
     using T = TypeParam;
-    int wellDefined = 0;
-    for (unsigned seed = 0; seed < 1500; ++seed) {
-        std::mt19937 random(seed);
-        ListStorage<T> storage;
-        Model model;
-        // Rounds of clean building mixed with rounds where anything may come at any time.
-        bool const isWild = seed % 3 == 0;
-        int const universe = 8;
-        for (int step = 0; step < 40; ++step) {
-            int const vertex = int(random() % universe);
-            auto const action = isWild ? random() % 24 : step < 6 ? random() % 6 : 8 + random() % 9;
-            if (action < 4) {
-                if (isWild || Model::find(model.freeVertices, vertex) < 0) {
-                    storage.DefineFreeVertex(vertex);
-                    model.define(model.freeVertices, vertex);
-                }
-            } else if (action < 8) {
-                storage.DefineFixedVertex(vertex);
-                model.define(model.fixedVertices, vertex);
-            } else if (action < 18) {
-                CVertexLinearCombination<T> equation;
-                Terms terms;
-                unsigned const termsNumber = 1 + unsigned(random() % 5);
-                for (unsigned k = 0; k < termsNumber; ++k) {
-                    int const termVertex = int(random() % unsigned(universe + (isWild ? 1 : 0)));
-                    double const coeff = double(int(random() % 5)) - 2;
-                    bool const isKnown = Model::find(model.freeVertices, termVertex) >= 0 ||
-                                         Model::find(model.fixedVertices, termVertex) >= 0;
-                    if (isKnown || random() % 20 == 0) {
-                        equation.AddVertex(termVertex, T(coeff));
-                        terms[termVertex] += coeff;
-                    }
-                }
-                model.failsNext = storage.m_failsNext = random() % 40 == 0;
-                storage.AddEquation(equation);
-                model.add(terms);
-            } else if (action < 20) {
-                int const row = model.equations + (random() % 8 == 0 ? 1 : 0);
-                storage.imitateAddEquation(row);
-                model.imitate(row);
-            } else if (action < 22) {
-                int const row = int(random() % 6) - 1;
-                int const fixedIndex = int(random() % 4) - 1;
-                if (random() % 2 == 0 || !model.fixedMatrix.empty()) {
-                    storage.SetFixedVertCoeff(row, fixedIndex, T(step));
-                    model.set(row, fixedIndex, step);
-                }
-            } else if (action == 22 && random() % 10 == 0) {
-                storage.Spoil();
-                model.spoiled = true;
-            } else if (action == 23) {
-                // A copy whose free storage is gone takes vertices again, though its fixed matrix exists.
-                ListStorage<T> copy(storage);
-                copy.m_rows.clear();
-                storage = copy;
-                model.storedRows.clear();
-            }
-            ASSERT_NO_FATAL_FAILURE(expectSame(storage, model)) << "seed " << seed << " step " << step;
-            wellDefined += storage.IsCorrectlyDefinedSystem() && model.equations > 2;
+    using Storage = ListStorage<T>;
+    struct Case
+    {
+        char const * what;
+        std::function<void(Storage &)> use;
+        bool isSpoiled;
+        int equations;
+    };
+    auto const first = equationOf<T>({{1, 3}, {10, 4}}), second = equationOf<T>({{1, 0}, {20, 5}});
+    auto const whole = [&](Storage & storage) {
+        storage.AddEquation(first);
+        storage.AddEquation(second); // a free term of zero is enough
+    };
+    auto const setting = [&](int row, int fixedIndex) {
+        return [&first, row, fixedIndex](Storage & storage) {
+            storage.AddEquation(first);
+            storage.SetFixedVertCoeff(row, fixedIndex, T(1));
+        };
+    };
+    auto const adding = [](CVertexLinearCombination<T> const & equation) {
+        return [equation](Storage & storage) { storage.AddEquation(equation); };
+    };
+    Case const cases[] = {
+        {"nothing", [](Storage &) {}, false, 0},
+        {"complete", whole, false, 2},
+        {"one too many", [&](Storage & s) { whole(s), s.AddEquation(first); }, true, 2},
+        {"free again", [](Storage & s) { s.DefineFreeVertex(2); }, true, 0},
+        {"fixed as free", [](Storage & s) { s.DefineFreeVertex(10); }, true, 0},
+        {"free as fixed", [](Storage & s) { s.DefineFixedVertex(2); }, true, 0},
+        {"fixed again", [](Storage & s) { s.DefineFixedVertex(20); }, true, 0},
+        {"free too late", [&](Storage & s) { s.AddEquation(first), s.DefineFreeVertex(3); }, true, 1},
+        {"fixed too late", [&](Storage & s) { s.AddEquation(first), s.DefineFixedVertex(3); }, true, 1},
+        {"unknown vertex", adding(equationOf<T>({{1, 1}, {5, 1}})), true, 0},
+        {"no free vertex", adding(equationOf<T>({{10, 1}})), true, 0},
+        {"no vertex", adding({}), true, 0},
+        {"coefficient set", setting(1, 1), false, 1},
+        {"row below", setting(-1, 0), true, 1},
+        {"row above", setting(2, 0), true, 1},
+        {"column below", setting(0, -1), true, 1},
+        {"column above", setting(0, 2), true, 1},
+        {"set too early", [](Storage & s) { s.SetFixedVertCoeff(0, 0, T(1)); }, true, 0},
+        {"imitated", [](Storage & s) { s.imitateAddEquation(0), s.imitateAddEquation(1); }, false, 2},
+        {"imitated out of turn", [](Storage & s) { s.imitateAddEquation(1); }, true, 0},
+        {"fixed after an imitated one",
+         [&](Storage & s) { s.imitateAddEquation(0), s.DefineFixedVertex(30), s.AddEquation(first); }, true,
+         1},
+        {"the storage fails", [&](Storage & s) { s.m_failsNext = true, s.AddEquation(first); }, true, 1},
+        {"spoiled before", [&](Storage & s) { s.Spoil(), s.AddEquation(first); }, true, 0},
+    };
+    for (Case const & one : cases) {
+        SCOPED_TRACE(one.what);
+        Storage storage;
+        for (int vertex : {1, 2}) {
+            storage.DefineFreeVertex(vertex);
+        }
+        for (int vertex : {20, 10}) {
+            storage.DefineFixedVertex(vertex);
+        }
+        one.use(storage);
+        Storage copy(storage);
+        for (Storage * either : {&storage, &copy}) {
+            EXPECT_EQ(either->IsSpoiled(), one.isSpoiled);
+            EXPECT_EQ(either->GetEquationsNumber(), one.equations);
+            EXPECT_EQ(either->IsCorrectlyDefinedSystem(), !one.isSpoiled && one.equations == 2);
         }
     }
-    EXPECT_GT(wellDefined, 20); // the walk must not spend its life in the spoiled state
+
+    Storage storage;
+    storage.DefineFreeVertex(2);
+    storage.DefineFreeVertex(1);
+    storage.DefineFixedVertex(20);
+    storage.DefineFixedVertex(10);
+    whole(storage);
+    for (int outside : {-1, 2}) {
+        EXPECT_EQ(storage.GetFreeVertexByIndex(outside), -1);
+        EXPECT_EQ(storage.GetFixedVertexByIndex(outside), -1);
+        EXPECT_EQ(storage.GetFixedVertCoeff(outside, 0), T(0));
+        EXPECT_EQ(storage.GetFixedVertCoeff(0, outside), T(0));
+    }
+    EXPECT_EQ(storage.GetFixedVertexByIndex(1), 10);
+    EXPECT_EQ(storage.GetFixedVertCoeff(0, 1), T(4));
+    EXPECT_EQ(storage.GetFixedVertCoeff(1, 0), T(5));
+    T const solution[2] = {T(7), T(8)};
+    ListReceiver<T> receiver;
+    storage.SetSingleSolution(solution, receiver);
+    EXPECT_EQ(receiver.m_received, (std::vector<std::pair<int, T>>{{2, T(7)}, {1, T(8)}}));
 }
 
 TYPED_TEST(LinSysVariableManagerTest, ZeroFixedCoefficientsNeverMeetAPosition)
@@ -319,14 +221,8 @@ TYPED_TEST(LinSysVariableManagerTest, ZeroFixedCoefficientsNeverMeetAPosition)
     storage.DefineFreeVertex(2);
     storage.DefineFixedVertex(20);
     storage.DefineFixedVertex(10);
-    CVertexLinearCombination<T> equation;
-    equation.AddVertex(1, 1);
-    equation.AddVertex(10, 2);
-    equation.AddVertex(20, T(-0.0));
-    storage.AddEquation(equation);
-    equation.AddVertex(20, 1);
-    storage.AddEquation(equation);
-
+    storage.AddEquation(equationOf<T>({{1, 1}, {10, 2}, {20, T(-0.0)}}));
+    storage.AddEquation(equationOf<T>({{1, 1}, {10, 2}, {20, 1}}));
     MapInformer<T> informer;
     informer.m_positions = {{20, std::numeric_limits<T>::quiet_NaN()}, {10, T(3)}};
     T rightPart[2];

@@ -375,15 +375,22 @@ TYPED_TEST(SolverPropertiesTest, SingularSystemsAreRefusedByDirectSolvers)
 TYPED_TEST(SolverPropertiesTest, SpoiledAndUnfinishedSystemsAreRefused)
 {
     using T = TypeParam;
+    std::vector<Candidate<T>> fresh = everySolver<T>(8);
+    std::size_t number = 0;
     for (Candidate<T> & candidate : everySolver<T>(8)) {
         if (candidate.name.find("iterative") != std::string::npos ||
             candidate.name.find("decomposed") != std::string::npos) {
+            ++number;
             continue; // these two solve what they find
         }
         SCOPED_TRACE(candidate.name);
         std::mt19937 random(4);
         Statement<T> const statement(Kind::dominant, 8, 2, candidate.needsAscending, random);
         Solve<T> solve(statement, 1, random);
+        candidate.solver->DefineFreeVertex(statement.freeVertices[0]);
+        EXPECT_FALSE(candidate.isDirect && solve.run(*candidate.solver)); // no equation yet
+        EXPECT_TRUE(solve.isNothingReceived());
+        candidate = std::move(fresh[number++]);
         statement.stateTo(*candidate.solver, false);
         ASSERT_TRUE(solve.run(*candidate.solver));
         candidate.solver->AddEquation(CVertexLinearCombination<T>());
@@ -392,19 +399,6 @@ TYPED_TEST(SolverPropertiesTest, SpoiledAndUnfinishedSystemsAreRefused)
         EXPECT_TRUE(solve.isNothingReceived());
         std::unique_ptr<IVertexPosLinearSystem<T>> const copy(candidate.solver->Copy());
         EXPECT_TRUE(copy->IsSpoiled());
-    }
-    for (Candidate<T> & candidate : everySolver<T>(8)) {
-        if (candidate.isDirect && candidate.name != "csr, decomposed") {
-            SCOPED_TRACE(candidate.name);
-            std::mt19937 random(4);
-            Statement<T> const statement(Kind::dominant, 8, 2, true, random);
-            Solve<T> solve(statement, 1, random);
-            for (int vertex : statement.freeVertices) {
-                candidate.solver->DefineFreeVertex(vertex);
-            }
-            EXPECT_FALSE(solve.run(*candidate.solver));
-            EXPECT_TRUE(solve.isNothingReceived());
-        }
     }
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <QZmath/LinSys/CsrStorage.h>
 #include <QZmath/LinSys/VPLSstorage.h>
 
 #include <gtest/gtest.h>
@@ -52,6 +53,15 @@ struct StorageOf
     static constexpr bool isShifted = std::is_same_v<Adapter, CShiftedVectorAsVPLstorageRow<T>>;
 };
 
+/// The compressed rows, whose free vertices have to ascend.
+template <class T>
+struct CompressedStorageOf
+{
+    using Scalar = T;
+    using Storage = CCSRSstorage<T>;
+    static constexpr bool isShifted = false;
+};
+
 template <class>
 class VPLSstorageTest : public testing::Test
 {};
@@ -61,6 +71,15 @@ using Storages = testing::Types<
     StorageOf<float, CShiftedVectorAsVPLstorageRow>, StorageOf<double, CShiftedVectorAsVPLstorageRow>,
     StorageOf<float, CSparseVectorAsVPLSstorageRow>, StorageOf<double, CSparseVectorAsVPLSstorageRow>>;
 TYPED_TEST_SUITE(VPLSstorageTest, Storages, );
+
+template <class>
+class LinearSystemStorageTest : public testing::Test
+{};
+using AllStorages = testing::Types<
+    StorageOf<float, CStdVectorAsVPLSstorageRow>, StorageOf<double, CShiftedVectorAsVPLstorageRow>,
+    StorageOf<float, CSparseVectorAsVPLSstorageRow>, StorageOf<double, CSparseVectorAsVPLSstorageRow>,
+    CompressedStorageOf<float>, CompressedStorageOf<double>>;
+TYPED_TEST_SUITE(LinearSystemStorageTest, AllStorages, );
 
 template <class T>
 class NumberedPositions : public IVertexPosInformer<T>
@@ -96,77 +115,93 @@ struct DenseRows
 
 } // namespace
 
-TYPED_TEST(VPLSstorageTest, HoldsTheSystemThatItsEquationsState)
+TYPED_TEST(LinearSystemStorageTest, HoldsTheSystemThatItsEquationsState)
 {
     using T = typename TypeParam::Scalar;
     using Storage = typename TypeParam::Storage;
+    constexpr bool isCompressed = std::is_same_v<Storage, CCSRSstorage<T>>;
     for (unsigned seed = 0; seed < 150; ++seed) {
         std::mt19937 random(seed);
-        int const freeCount = 1 + int(random() % 12);
-        int const fixedCount = int(random() % 4);
+        bool const isSymmetric = seed % 2 == 0;
+        std::size_t const freeCount = 1 + random() % 12, fixedCount = random() % 4;
         std::vector<int> vertices;
-        for (int k = 0; k < freeCount + fixedCount; ++k) {
+        for (int k = 0; k < int(freeCount + fixedCount); ++k) {
             vertices.push_back(7 * k - 20);
         }
         std::shuffle(vertices.begin(), vertices.end(), random);
         std::unique_ptr<Storage> storage = std::make_unique<Storage>();
-        storage->setSymmetric(seed % 2 == 0);
-        for (int k = 0; k < freeCount + fixedCount; ++k) {
-            std::size_t const place = std::size_t(k);
-            k < freeCount ? storage->DefineFreeVertex(vertices[place])
-                          : storage->DefineFixedVertex(vertices[place]);
+        storage->setSymmetric(isSymmetric);
+        if constexpr (isCompressed) {
+            std::sort(vertices.begin(), vertices.begin() + std::ptrdiff_t(freeCount));
+            storage->setIndexBase(int(seed / 2 % 2));
+            storage->setExpectedElementsPerLine(int(seed % 3) * 4 - 4);
         }
-        if (seed % 3 == 0) {
-            storage->AllocateMatrix();
-            ASSERT_TRUE(storage->IsMatrixAllocated());
+        for (std::size_t k = 0; k < vertices.size(); ++k) {
+            k < freeCount ? storage->DefineFreeVertex(vertices[k]) : storage->DefineFixedVertex(vertices[k]);
+        }
+        if constexpr (!isCompressed) {
+            if (seed % 3 == 0) {
+                storage->AllocateMatrix();
+                ASSERT_TRUE(storage->IsMatrixAllocated());
+            }
         }
         DenseRows<T> dense;
-        std::vector<CVertexLinearCombination<T>> equations;
-        for (int row = 0; row < freeCount; ++row) {
-            dense.rows.emplace_back(std::size_t(freeCount));
-            CVertexLinearCombination<T> equation;
+        std::vector<CVertexLinearCombination<T>> equations(freeCount);
+        for (std::size_t row = 0; row < freeCount; ++row) {
+            dense.rows.emplace_back(freeCount);
             // A zero term makes an equation legal that has no other free one.
-            equation.AddVertex(vertices[random() % std::size_t(freeCount)], T(0));
-            for (int k = 0; k < freeCount + fixedCount; ++k) {
-                T const coeff = random() % 3 == 0 ? T(int(random() % 9) - 4) : T(0);
+            equations[row].AddVertex(vertices[isCompressed ? row : random() % freeCount], T(0));
+            for (std::size_t k = vertices.size(); k-- > 0;) {
+                bool const isMirrored = isSymmetric && isCompressed && k < row;
+                T const coeff = isMirrored          ? dense.rows[k][row]
+                                : random() % 3 == 0 ? T(int(random() % 9) - 4)
+                                                    : T(0);
                 if (coeff != T(0)) {
-                    equation.AddVertex(vertices[std::size_t(k)], coeff);
+                    equations[row].AddVertex(vertices[k], coeff);
                     if (k < freeCount) {
-                        dense.rows.back()[std::size_t(k)] = coeff;
+                        dense.rows.back()[k] = coeff;
                     }
                 }
             }
             // A copy takes the next equation as the original would.
-            if (random() % 4 == 0) {
+            if (!isCompressed && random() % 4 == 0) {
                 storage.reset(storage->Copy());
             }
-            storage->AddEquation(equation);
-            equations.push_back(equation);
+            storage->AddEquation(equations[row]);
         }
         ASSERT_TRUE(storage->IsCorrectlyDefinedSystem());
-        ASSERT_EQ(storage->isSymmetric(), seed % 2 == 0);
+        ASSERT_EQ(storage->isSymmetric(), isSymmetric);
 
-        std::vector<T> vector;
-        for (int k = 0; k < freeCount; ++k) {
-            vector.push_back(NumberedPositions<T>().GetVertexPosition(vertices[std::size_t(k)]));
+        // Integers, so that the sums are exact whatever their order.
+        int const size = int(freeCount);
+        std::vector<T> vector, rightPart(freeCount, T(77)), products(freeCount);
+        for (std::size_t k = 0; k < freeCount; ++k) {
+            vector.push_back(NumberedPositions<T>().GetVertexPosition(vertices[k]));
+            products[k] = T(0);
         }
-        std::vector<T> rightPart(std::size_t(freeCount), T(77));
+        if constexpr (isCompressed) {
+            ICsrMatrix<T> const & matrix = *storage;
+            ASSERT_EQ(matrix.isUpperTriangleOnlyStored(), isSymmetric);
+            ASSERT_EQ(int(matrix.getIndexBase()), int(seed / 2 % 2));
+            MatrixMultVector<T>(size, products.data(), matrix, vector.data());
+        }
         storage->SetSingleRightPart(rightPart.data(), NumberedPositions<T>());
-        for (int row = 0; row < freeCount; ++row) {
+        for (int row = 0; row < size; ++row) {
             std::size_t const r = std::size_t(row);
-            T const product = storage->ScalarProductByMatrixRow(row, freeCount, vector.data());
+            T const product = storage->ScalarProductByMatrixRow(row, size, vector.data());
             ASSERT_EQ(product, dense.product(r, vector));
+            ASSERT_TRUE(!isCompressed || products[r] == product);
             ASSERT_EQ(product - rightPart[r],
                       EvaluateLinCombination<T>(equations[r], NumberedPositions<T>()));
-            for (int column = 0; column < freeCount; ++column) {
+            for (int column = 0; column < size; ++column) {
                 ASSERT_EQ(storage->GetFreeVertCoeff(row, column), TypeParam::isShifted
                                                                       ? dense.shiftedElement(r, column)
                                                                       : dense.rows[r][std::size_t(column)]);
             }
-            for (int outside : {-1 - freeCount, INT_MIN, freeCount, INT_MAX}) {
+            for (int outside : {-1 - size, INT_MIN, size, INT_MAX}) {
                 ASSERT_EQ(storage->GetFreeVertCoeff(row, outside), T(0));
                 ASSERT_EQ(storage->GetFreeVertCoeff(outside, 0), T(0));
-                ASSERT_EQ(storage->ScalarProductByMatrixRow(outside, freeCount, vector.data()), T(0));
+                ASSERT_EQ(storage->ScalarProductByMatrixRow(outside, size, vector.data()), T(0));
             }
         }
     }
