@@ -6,38 +6,10 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
-#include <map>
 #include <memory>
-#include <new>
 #include <random>
 #include <type_traits>
 #include <vector>
-
-namespace
-{
-
-/// Allocations of this thread.
-thread_local int allocations = 0;
-
-} // namespace
-
-void * operator new(std::size_t size)
-{
-    ++allocations;
-    if (void * const memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-void * operator new(std::size_t size, std::nothrow_t const &) noexcept
-{
-    ++allocations;
-    return std::malloc(size);
-}
-void operator delete(void * memory, std::nothrow_t const &) noexcept { std::free(memory); }
-void operator delete(void * memory) noexcept { std::free(memory); }
-void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 using namespace REmath;
 
@@ -205,33 +177,6 @@ TYPED_TEST(LinearSystemStorageTest, HoldsTheSystemThatItsEquationsState)
             }
         }
     }
-}
-
-TYPED_TEST(VPLSstorageTest, AnEquationAllocatesItsRowOnly)
-{
-    using T = typename TypeParam::Scalar;
-    using Adapter = typename TypeParam::Adapter;
-    typename TypeParam::Storage storage;
-    CVertexLinearCombination<T> equation;
-    std::vector<T> array;
-    for (int vertex = 0; vertex < 100; ++vertex) {
-        storage.DefineFreeVertex(vertex);
-        array.push_back(T(vertex % 3));
-        equation.AddVertex(vertex, array.back());
-    }
-    storage.DefineFixedVertex(100);
-    equation.AddVertex(100, T(1));
-    storage.AddEquation(equation);
-
-    int const before = allocations;
-    typename Adapter::RowType row;
-    Adapter::assignRowByArray(&row, int(array.size()), array.data());
-    int const ofRow = allocations - before;
-    EXPECT_GE(ofRow, 1);
-    EXPECT_LE(ofRow, 2);
-    storage.AddEquation(equation);
-    EXPECT_EQ(allocations - before - ofRow, ofRow);
-    ASSERT_EQ(storage.GetEquationsNumber(), 2);
 }
 
 TYPED_TEST(VPLSstorageTest, AdaptersMultiplyWhatTheyWereGiven)
