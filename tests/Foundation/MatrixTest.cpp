@@ -18,40 +18,18 @@ using denseTest::fillRandomly;
 using denseTest::randomElement;
 using denseTest::wordOf;
 
-/// Rows of elements, each kept and changed by itself.
-template <class T>
-using Model = std::vector<std::vector<T>>;
-
-template <class T>
-Model<T> modelOf(int rows, int cols)
+/// Compares each element, by all ways to it, with a function of its row and column.
+template <class T, class Wanted>
+void expectElements(Matrix<T> const & matrix, int rows, int cols, Wanted wanted)
 {
-    return Model<T>(std::size_t(rows), std::vector<T>(std::size_t(cols), T(0)));
-}
-
-template <class T>
-Model<T> contents(Matrix<T> const & matrix)
-{
-    Model<T> rows = modelOf<T>(matrix.rows(), matrix.cols());
-    for (int row = 0; row < matrix.rows(); ++row) {
-        for (int col = 0; col < matrix.cols(); ++col) {
-            rows[std::size_t(row)][std::size_t(col)] = matrix(row, col);
-            // All three ways to an element, and the place that LAPACK expects it in.
-            EXPECT_EQ(&matrix.elem(row, col), matrix[col] + row);
-            EXPECT_EQ(&matrix.elem(row, col), matrix[0] + col * matrix.rows() + row);
-        }
-    }
-    return rows;
-}
-
-/// Writes the upper left `rows` by `cols` elements of `source` into `target`.
-template <class T>
-void copyWindow(Model<T> & target, int row, int col, int rows, int cols, Model<T> const & source,
-                int sourceRow = 0, int sourceCol = 0)
-{
-    for (int r = 0; r < rows; ++r) {
-        for (int c = 0; c < cols; ++c) {
-            target[std::size_t(row + r)][std::size_t(col + c)] =
-                source[std::size_t(sourceRow + r)][std::size_t(sourceCol + c)];
+    ASSERT_EQ(matrix.rows(), rows);
+    ASSERT_EQ(matrix.cols(), cols);
+    for (int row = 0; row < rows; ++row) {
+        for (int col = 0; col < cols; ++col) {
+            ASSERT_EQ(matrix(row, col), wanted(row, col)) << row << ' ' << col;
+            // The place that LAPACK expects it in.
+            ASSERT_EQ(&matrix.elem(row, col), matrix[0] + col * rows + row);
+            ASSERT_EQ(&matrix.elem(row, col), matrix[col] + row);
         }
     }
 }
@@ -61,133 +39,89 @@ class MatrixTest : public testing::Test
 {};
 TYPED_TEST_SUITE(MatrixTest, denseTest::AllElements, );
 
-TYPED_TEST(MatrixTest, FollowsAModelThroughRandomOperations)
+TYPED_TEST(MatrixTest, OperationsActOnTheElementsTheyName)
 {
     using T = TypeParam;
     std::mt19937 random(17);
     auto const upTo = [&random](int largest) { return int(random() % unsigned(largest + 1)); };
-    for (int round = 0; round < 40; ++round) {
-        std::vector<T> outside(12);
-        std::vector<T *> table(4);
-        Matrix<T> own(3, 4);
-        Matrix<T> wrapper(outside.data(), table.data(), 3, 4);
+    for (int round = 0; round < 120; ++round) {
+        int const rows = 1 + upTo(24), cols = 1 + upTo(6), newRows = 1 + upTo(24), newCols = 1 + upTo(6);
+        Matrix<T> a(rows, cols), b(rows, cols), own(3, 4);
+        fillRandomly(a, random);
+        fillRandomly(b, random);
+        std::vector<T> outside(std::size_t(rows * cols));
+        std::vector<T *> table(std::size_t(cols) + 20);
+        Matrix<T> wrapper(outside.data(), table.data(), rows, cols);
         Matrix<T> & matrix = round % 2 == 0 ? own : wrapper;
-        Model<T> model = modelOf<T>(3, 4);
-        for (int step = 0; step < 60; ++step) {
-            int const rows = int(model.size()), cols = int(model[0].size());
-            int const newRows = 1 + upTo(24), newCols = 1 + upTo(6);
-            T const value = randomElement<T>(random);
-            Matrix<T> other(rows, cols);
-            fillRandomly(other, random);
-            Model<T> const otherModel = contents(other);
-            Model<T> next = modelOf<T>(newRows, newCols);
-            switch (random() % 12) {
-            case 0:
-                matrix.resize(newRows, newCols);
-                model = next;
-                break;
-            case 1:
-                matrix.resizeKeep(newRows, newCols);
-                copyWindow(next, 0, 0, std::min(rows, newRows), std::min(cols, newCols), model);
-                model = next;
-                break;
-            case 2:
-                matrix = other;
-                model = otherModel;
-                break;
-            case 3:
-                EXPECT_EQ(matrix = value, value);
-                model.assign(model.size(), std::vector<T>(model[0].size(), value));
-                break;
-            case 4: {
-                // A window of the matrix goes to another place of it, over itself or not.
-                int const height = upTo(rows), width = upTo(cols);
-                int const row = upTo(rows - height), col = upTo(cols - width);
-                int const fromRow = upTo(rows - height), fromCol = upTo(cols - width);
-                EXPECT_EQ(contents(matrix.get(fromRow, fromCol, height, width)).size(), std::size_t(height));
-                matrix.copySubMatrix(row, col, height, width, matrix, fromRow, fromCol);
-                copyWindow(model, row, col, height, width, Model<T>(model), fromRow, fromCol);
-                break;
-            }
-            case 5: {
-                int const height = 1 + upTo(rows - 1), width = 1 + upTo(cols - 1);
-                int const row = upTo(rows - height), col = upTo(cols - width);
-                matrix.as(row, col, other.get(0, 0, height, width));
-                copyWindow(model, row, col, height, width, otherModel);
-                ASSERT_EQ(matrix.get(row, col, height, width), other.get(0, 0, height, width));
-                break;
-            }
-            case 6: {
-                int height = 1 + upTo(rows - 1), width = 1 + upTo(cols - 1);
-                while (rows % height != 0) {
-                    ++height;
-                }
-                while (cols % width != 0) {
-                    ++width;
-                }
-                int const i = upTo(rows / height - 1), j = upTo(cols / width - 1);
-                matrix.submatrix(i, j, other.get(0, 0, height, width));
-                copyWindow(model, i * height, j * width, height, width, otherModel);
-                break;
-            }
-            case 7:
-                next = modelOf<T>(cols, rows);
-                for (int row = 0; row < rows; ++row) {
-                    for (int col = 0; col < cols; ++col) {
-                        next[std::size_t(col)][std::size_t(row)] = model[std::size_t(row)][std::size_t(col)];
-                    }
-                }
-                ASSERT_EQ(matrix.herm(), matrix.transpose());
-                matrix = matrix.transpose();
-                model = next;
-                break;
-            case 8:
-                matrix = matrix.flop();
-                for (std::vector<T> & row : model) {
-                    std::reverse(row.begin(), row.end());
-                }
-                break;
-            case 9: {
-                T sum(0);
-                Vector<T> const diagonal = matrix.getDiag();
-                ASSERT_EQ(diagonal.size(), std::min(rows, cols));
-                for (int index = 0; index < diagonal.size(); ++index) {
-                    T & element = model[std::size_t(index)][std::size_t(index)];
-                    EXPECT_EQ(diagonal[index], element);
-                    sum = T(sum + element);
-                    element = value;
-                }
-                EXPECT_EQ(matrix.trace(), sum);
-                matrix.diag(value);
-                break;
-            }
-            case 10:
-                matrix = other + matrix - other;
-                other = matrix;
-                matrix += other;
-                matrix -= value;
-                matrix *= 2;
-                for (std::vector<T> & row : model) {
-                    for (T & element : row) {
-                        element = T(T(T(element + element) - value) * 2);
-                    }
-                }
-                break;
-            case 11:
-                other.swap(matrix);
-                ASSERT_EQ(contents(other), model);
-                ASSERT_EQ(contents(matrix), otherModel);
-                matrix = std::move(other);
-                break;
-            }
-            if (sizeof(T) > 1 && step % 5 == 4) {
-                matrix.reset(); // bytes may wrap around; others are kept small enough for the model
-                model.assign(model.size(), std::vector<T>(model[0].size(), T(0)));
-            }
-            ASSERT_EQ(contents(matrix), model) << "round " << round << ", step " << step;
-            Matrix<T> const copy(matrix);
-            ASSERT_TRUE(copy == matrix && !(copy != matrix));
+        auto const ofA = [&a](int row, int col) { return a(row, col); };
+        matrix = a;
+        expectElements(matrix, rows, cols, ofA);
+        ASSERT_TRUE(matrix == a && !(matrix != a));
+
+        // A window of the matrix goes to another place of it, over itself or not.
+        int const height = 1 + upTo(rows - 1), width = 1 + upTo(cols - 1);
+        int const row0 = upTo(rows - height), col0 = upTo(cols - width);
+        int const from = upTo(rows - height), fromCol = upTo(cols - width);
+        auto const isInside = [&](int row, int col) {
+            return row >= row0 && row < row0 + height && col >= col0 && col < col0 + width;
+        };
+        matrix.copySubMatrix(row0, col0, height, width, matrix, from, fromCol);
+        expectElements(matrix, rows, cols, [&](int row, int col) {
+            return isInside(row, col) ? a(row - row0 + from, col - col0 + fromCol) : a(row, col);
+        });
+        matrix = a;
+        matrix.as(row0, col0, b.get(0, 0, height, width));
+        expectElements(matrix, rows, cols, [&](int row, int col) {
+            return isInside(row, col) ? b(row - row0, col - col0) : a(row, col);
+        });
+        ASSERT_EQ(matrix.get(row0, col0, height, width), b.get(0, 0, height, width));
+        if (rows % height == 0 && cols % width == 0) {
+            int const i = upTo(rows / height - 1), j = upTo(cols / width - 1);
+            matrix = a;
+            matrix.as(i * height, j * width, b.get(0, 0, height, width));
+            Matrix<T> tiled(a);
+            tiled.submatrix(i, j, b.get(0, 0, height, width));
+            ASSERT_EQ(tiled, matrix);
         }
+
+        expectElements(a.transpose(), cols, rows, [&](int row, int col) { return a(col, row); });
+        ASSERT_EQ(a.herm(), a.transpose());
+        expectElements(a.flop(), rows, cols, [&](int row, int col) { return a(row, cols - 1 - col); });
+        T const value = randomElement<T>(random);
+        Vector<T> const diagonal = a.getDiag();
+        ASSERT_EQ(diagonal.size(), std::min(rows, cols));
+        T sum(0);
+        for (int k = 0; k < diagonal.size(); ++k) {
+            ASSERT_EQ(diagonal[k], a(k, k));
+            sum = T(sum + a(k, k));
+        }
+        ASSERT_EQ(a.trace(), sum);
+        (matrix = a).diag(value);
+        expectElements(matrix, rows, cols,
+                       [&](int row, int col) { return row == col ? value : a(row, col); });
+
+        matrix = a + b;
+        matrix -= value;
+        matrix *= 2;
+        matrix += a - b;
+        expectElements(matrix, rows, cols, [&](int row, int col) {
+            T const doubled = T(T(T(a(row, col) + b(row, col)) - value) * 2);
+            return T(doubled + T(a(row, col) - b(row, col)));
+        });
+        ASSERT_EQ(matrix = value, value);
+        expectElements(matrix, rows, cols, [&](int, int) { return value; });
+
+        Matrix<T> other(b);
+        matrix = a;
+        other.swap(matrix);
+        expectElements(other, rows, cols, ofA);
+        ASSERT_EQ(matrix, b);
+        matrix = std::move(other);
+        matrix.resizeKeep(newRows, newCols);
+        expectElements(matrix, newRows, newCols,
+                       [&](int row, int col) { return row < rows && col < cols ? a(row, col) : T(0); });
+        matrix.resize(rows, newCols);
+        expectElements(matrix, rows, newCols, [](int, int) { return T(0); });
     }
 }
 
@@ -274,7 +208,7 @@ TYPED_TEST(MatrixTest, EmptyMatricesKeepTheirSizesAndTakeEveryOperation)
         EXPECT_EQ(full, Matrix<T>(2, 3));
     }
     EXPECT_EQ(Matrix<T>(2, 2).get(2, 2, 0, 0).rows(), 0);
-    EXPECT_EQ(contents(Matrix<T>()), modelOf<T>(1, 1));
+    EXPECT_EQ(Matrix<T>(), Matrix<T>(1, 1));
 }
 
 TYPED_TEST(MatrixTest, RefusesMoreElementsThanCanBeCounted)
