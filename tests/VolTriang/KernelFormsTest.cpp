@@ -131,15 +131,19 @@ PointCloudSamples makeCloud()
     return samples;
 }
 
-/// Bases of all kinds of kernels over one octree.
+/// Bases of all kinds of kernels of some width over one octree.
 template <class TKernel>
 struct Bases
 {
-    explicit Bases(COctree const & octree)
+    Bases(COctree const & octree, double width)
     {
-        for (int kind = 0; kind < 5; ++kind)
-            bases.push_back(std::make_unique<COctreeFuncBasisTmpl<TKernel>>(makeKernel<TKernel>(kind),
-                                                                            &octree, derivativeLevel(kind)));
+        double const scale[3] = {1.0 / width, 1.0 / width, 1.0 / width};
+        for (int kind = 0; kind < 5; ++kind) {
+            TKernel kernel = makeKernel<TKernel>(kind);
+            kernel.scaleArgument(scale);
+            bases.push_back(
+                std::make_unique<COctreeFuncBasisTmpl<TKernel>>(kernel, &octree, derivativeLevel(kind)));
+        }
     }
     COctreeFuncBasisTmpl<TKernel> const * operator[](int kind) const
     {
@@ -149,13 +153,14 @@ struct Bases
     std::vector<std::unique_ptr<COctreeFuncBasisTmpl<TKernel>>> bases;
 };
 
-class KernelFormsOnOctree : public testing::TestWithParam<std::tuple<bool, int>>
+class KernelFormsOnOctree : public testing::TestWithParam<std::tuple<bool, int, double>>
 {
 protected:
     PointCloudSamples samples = makeCloud();
     COctree octree{&samples, 4, nullptr, std::get<0>(GetParam()), std::get<1>(GetParam())};
-    Bases<General> general{octree};
-    Bases<Separable> separable{octree};
+    double const width = std::get<2>(GetParam());
+    Bases<General> general{octree, width};
+    Bases<Separable> separable{octree, width};
     std::mt19937 random{24};
 
     /// Pairs of nodes with near functions, up to `perDepths` for every pair of depths.
@@ -194,7 +199,7 @@ TEST_P(KernelFormsOnOctree, BasesAndCombinationsAgree)
     for (int kind : {0, 2, 4}) {
         COctreeFuncLinCombTmpl<General> combination(general[kind]);
         COctreeFuncLinCombTmpl<Separable> other(separable[kind]);
-        EXPECT_EQ(general[kind]->getSupportSizeInCells(), 1.5);
+        EXPECT_DOUBLE_EQ(general[kind]->getSupportSizeInCells(), 1.5 * width);
         for (int node = 0; node < octree.getNodesNumber(); ++node) {
             double const coefficient = node % 5 == 0 ? 0.0 : uniform(random, -1, 1);
             combination.setBasisCoefficient(node, coefficient);
@@ -246,6 +251,8 @@ TEST_P(KernelFormsOnOctree, ScalarProductsAgreeInAnyOrderOfLookups)
         }
         // Without any symmetry in use.
         CCSFProductHelperTmpl<General> plain(general[0], general[kind], BasisSymmetryNone, 0, nullptr);
+        CCSFProductHelperTmpl<Separable> fromLeft(separable[kind], separable[0], BasisSymmetryFull, 7,
+                                                  nullptr);
         EXPECT_EQ(&helper->rightBasisRef(), general[kind]);
         std::vector<double> values;
         for (auto const & [i, j] : pairs) {
@@ -253,12 +260,19 @@ TEST_P(KernelFormsOnOctree, ScalarProductsAgreeInAnyOrderOfLookups)
             auto const g = general[kind]->makeFunctionByIndex(j);
             values.push_back(helper->evalScalarProduct(f, g));
             double const tolerance = 1e-11 * std::max(magnitude(i, j, kind), magnitude(j, i, kind));
-            EXPECT_NEAR(other->evalScalarProduct(separable[0]->makeFunctionByIndex(i),
-                                                 separable[kind]->makeFunctionByIndex(j)),
-                        values.back(), tolerance);
+            auto const fOther = separable[0]->makeFunctionByIndex(i);
+            auto const gOther = separable[kind]->makeFunctionByIndex(j);
+            EXPECT_NEAR(other->evalScalarProduct(fOther, gOther), values.back(), tolerance);
             EXPECT_NEAR(plain.evalScalarProduct(f, g), values.back(), tolerance);
+            EXPECT_NEAR(integrateOnSupport(makeProduct(fOther, gOther)), values.back(), 1e3 * tolerance);
             if (std::abs(f.getNodeDepth() - g.getNodeDepth()) < 2) {
                 EXPECT_NEAR(integrateOnSupport(makeProduct(f, g)), values.back(), 1e3 * tolerance);
+            }
+            // The Laplacian is self-adjoint, and the kernel has no steps.
+            if (!isGradient) {
+                EXPECT_NEAR(fromLeft.evalScalarProduct(separable[kind]->makeFunctionByIndex(i),
+                                                       separable[0]->makeFunctionByIndex(j)),
+                            values.back(), 1e3 * tolerance);
             }
         }
         for (std::size_t k = pairs.size(); k-- > 0;)
@@ -271,12 +285,13 @@ TEST_P(KernelFormsOnOctree, ScalarProductsAgreeInAnyOrderOfLookups)
 
 /// Nothing beyond the reach of a function, whatever place or depth is given, and no table grows for it.
 template <class TKernel>
-void expectNoProductsOutOfReach(COctreeFuncBasisTmpl<TKernel> const & basis, double touching)
+void expectNoProductsOutOfReach(COctreeFuncBasisTmpl<TKernel> const & basis, double width, double touching)
 {
     CCSFProductHelperTmpl<TKernel> helper(&basis, &basis, BasisSymmetryFull, 7, nullptr);
     auto const f = basis.makeFunctionByIndex(0);
     int const size = helper.cashSize();
-    int const reach = 3 << (basis.getOctreeRef().getLeafCellDepth() - f.getNodeDepth());
+    int const steps = 1 << (basis.getOctreeRef().getLeafCellDepth() - f.getNodeDepth());
+    int const reach = static_cast<int>(std::ceil(3.0 * width * steps));
     for (int axis = 0; axis < 3; ++axis) {
         int const own = f.getArgumentShiftInt()[axis];
         auto const at = [&](int position) {
@@ -303,11 +318,13 @@ void expectNoProductsOutOfReach(COctreeFuncBasisTmpl<TKernel> const & basis, dou
 
 TEST_P(KernelFormsOnOctree, ProductsEndAtTheReach)
 {
-    expectNoProductsOutOfReach(*separable[0], 0.0);
-    expectNoProductsOutOfReach(*general[0], 1e-13 * std::pow(octree.getUnit(), -3.0));
+    expectNoProductsOutOfReach(*separable[0], width, 0.0);
+    expectNoProductsOutOfReach(*general[0], width, 1e-13 * std::pow(octree.getUnit(), -3.0));
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, KernelFormsOnOctree,
-                         testing::Combine(testing::Bool(), testing::Values(-1, 1)));
+                         testing::Values(std::tuple(false, -1, 1.0), std::tuple(false, 1, 0.7),
+                                         std::tuple(true, -1, 0.95), std::tuple(true, 1, 1.0),
+                                         std::tuple(true, 1, 1.3)));
 
 } // namespace

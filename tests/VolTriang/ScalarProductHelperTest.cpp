@@ -41,7 +41,7 @@ PointCloudSamples makeCloud(int size)
     return samples;
 }
 
-/// The bases of a reconstruction over one octree: a kernel of some width, its derivatives and its Laplacian.
+/// The bases of a reconstruction over one octree: a kernel of some width, a derivative and its Laplacian.
 struct Bases
 {
     Bases(COctree const & octree, double width)
@@ -51,17 +51,13 @@ struct Bases
         kernel.scaleArgument(scale);
         plain = std::make_unique<Basis>(kernel, &octree, 0);
         Kernel derived;
-        for (int axis = 0; axis < 3; ++axis) {
-            kernel.makePartialDerivative(&derived, axis);
-            gradient[axis] = std::make_unique<Basis>(derived, &octree, 1);
-        }
+        kernel.makePartialDerivative(&derived, 0);
+        gradient = std::make_unique<Basis>(derived, &octree, 1);
         kernel.makeLaplacian(&derived);
         laplacian = std::make_unique<Basis>(derived, &octree, 2);
     }
 
-    std::unique_ptr<Basis> plain;
-    std::unique_ptr<Basis> gradient[3];
-    std::unique_ptr<Basis> laplacian;
+    std::unique_ptr<Basis> plain, gradient, laplacian;
 };
 
 /// Pairs of functions with overlapping supports, from every pair of depths.
@@ -89,11 +85,6 @@ double magnitude(Function const & f, Function const & g)
                     greatestF * greatestG * std::pow(g.getArgumentScale(), -3.0));
 }
 
-double integrateDirectly(Function const & f, Function const & g)
-{
-    return integrateOnSupport(makeProduct(f, g));
-}
-
 class Products : public testing::TestWithParam<std::tuple<bool, int, double>>
 {
 protected:
@@ -102,41 +93,6 @@ protected:
     Bases bases{octree, std::get<2>(GetParam())};
     std::mt19937 random{12};
 };
-
-TEST_P(Products, AgreeWithDirectIntegration)
-{
-    std::vector<std::pair<int, int>> const pairs = overlappingPairs(*bases.plain, 25, random);
-    ASSERT_GT(pairs.size(), 500u);
-    Helper mass(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
-    Helper massWithParity(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, evenParity);
-    Helper gradient(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
-    Helper laplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
-    Helper laplacianFromLeft(bases.laplacian.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
-    for (auto const & [i, j] : pairs) {
-        Function const f = bases.plain->makeFunctionByIndex(i);
-        Function const g = bases.plain->makeFunctionByIndex(j);
-        Function const gLaplacian = bases.laplacian->makeFunctionByIndex(j);
-        double const product = integrateDirectly(f, g);
-        EXPECT_NEAR(mass.evalScalarProduct(f, g), product, 1e-9 * magnitude(f, g));
-        EXPECT_NEAR(massWithParity.evalScalarProduct(f, g), product, 1e-9 * magnitude(f, g));
-        double const viaLaplacian = laplacian.evalScalarProduct(f, gLaplacian);
-        EXPECT_NEAR(viaLaplacian, integrateDirectly(f, gLaplacian), 1e-9 * magnitude(f, gLaplacian));
-        // The Laplacian is self-adjoint, and the kernel has no steps.
-        EXPECT_NEAR(
-            laplacianFromLeft.evalScalarProduct(bases.laplacian->makeFunctionByIndex(i), g), viaLaplacian,
-            1e-9 * std::max(magnitude(f, gLaplacian), magnitude(bases.laplacian->makeFunctionByIndex(i), g)));
-    }
-    for (int axis = 0; axis < 3; ++axis) {
-        if (axis > 0)
-            gradient.initWithVariablesSwap(axis - 1, axis, bases.plain.get(), bases.gradient[axis].get());
-        EXPECT_EQ(&gradient.rightBasisRef(), bases.gradient[axis].get());
-        for (auto const & [i, j] : pairs) {
-            Function const f = bases.plain->makeFunctionByIndex(i);
-            Function const g = bases.gradient[axis]->makeFunctionByIndex(j);
-            EXPECT_NEAR(gradient.evalScalarProduct(f, g), integrateDirectly(f, g), 1e-9 * magnitude(f, g));
-        }
-    }
-}
 
 TEST_P(Products, AgreeWithQuadrature)
 {
@@ -174,36 +130,13 @@ TEST_P(Products, AgreeWithQuadrature)
     }
 }
 
-TEST_P(Products, DoNotDependOnTheOrderOfLookups)
-{
-    std::vector<std::pair<int, int>> pairs = overlappingPairs(*bases.plain, 40, random);
-    Helper laplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
-    Helper gradient(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
-    auto const value = [&](Helper & helper, std::pair<int, int> const & pair) {
-        return helper.evalScalarProduct(helper.leftBasisRef().makeFunctionByIndex(pair.first),
-                                        helper.rightBasisRef().makeFunctionByIndex(pair.second));
-    };
-    Helper otherLaplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
-    Helper otherGradient(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
-    for (auto const & [helper, other] :
-         {std::pair(&laplacian, &otherLaplacian), std::pair(&gradient, &otherGradient)}) {
-        std::vector<double> values;
-        for (auto const & pair : pairs)
-            values.push_back(value(*helper, pair));
-        for (std::size_t i = pairs.size(); i-- > 0;) {
-            EXPECT_EQ(value(*other, pairs[i]), values[i]);
-            EXPECT_EQ(value(*helper, pairs[i]), values[i]);
-        }
-    }
-}
-
 TEST_P(Products, WithACombinationAreTheSumOverItsFunctions)
 {
-    Combination combination(bases.gradient[0].get());
+    Combination combination(bases.gradient.get());
     int const count = bases.plain->getFunctionsNumber();
     for (int node = 0; node < count; ++node)
         combination.setBasisCoefficient(node, node % 3 == 0 ? 0.0 : uniform(random, -1.0, 1.0));
-    Helper helper(bases.plain.get(), bases.gradient[0].get(), BasisSymmetryNone, 6, oddAlongXParity);
+    Helper helper(bases.plain.get(), bases.gradient.get(), BasisSymmetryNone, 6, oddAlongXParity);
     int const size = helper.cashSize();
     for (int i = 0; i < count; i += 17) {
         Function const f = bases.plain->makeFunctionByIndex(i);
@@ -211,7 +144,7 @@ TEST_P(Products, WithACombinationAreTheSumOverItsFunctions)
         double magnitudes = 0.0;
         for (int j = 0; j < count; ++j) {
             double const term = combination.getBasisCoefficient(j) *
-                                helper.evalScalarProduct(f, bases.gradient[0]->makeFunctionByIndex(j));
+                                helper.evalScalarProduct(f, bases.gradient->makeFunctionByIndex(j));
             sum += term;
             magnitudes += std::fabs(term);
         }
