@@ -49,12 +49,12 @@ public:
         return m_direction > 0 ? vote > 0 : vote < 0;
     }
 
-    /// Repairs the surroundings of the wrong step from value `i`; false when that cannot be done.
+    /// Repairs the surroundings of value `i`, from which a wrong step leads; false when that cannot be done.
     bool repair(std::size_t i)
     {
-        std::size_t start = i, end = next(i), steps = 1;
+        std::size_t start = i, end = i, steps = 0;
         bool goesBack = true;
-        while (!isRight(start) || !isRight(previous(end))) {
+        while (!isRight(start) || !isRight(end)) {
             if (++steps >= m_values.size())
                 return false;
             if (goesBack)
@@ -63,7 +63,7 @@ public:
                 end = next(end);
             goesBack = !goesBack;
         }
-        return isInOrder(start, i, end) || fill(start, end, steps);
+        return isInOrder(start, i, end) || fill(start, end);
     }
 
 private:
@@ -71,23 +71,19 @@ private:
     std::size_t previous(std::size_t i) const { return i == 0 ? m_values.size() - 1 : i - 1; }
     double value(std::size_t i) const { return static_cast<double>(m_values[i]); }
 
-    /// Whether the step from `i` lies within the window in the sense asked for. The vote on it was misled
-    /// then.
+    /// Whether value `i` comes between the ends of the window in the sense asked for. Then it is not the one
+    /// that stands in the wrong place.
     bool isInOrder(std::size_t start, std::size_t i, std::size_t end) const
     {
-        double first = value(start), from = value(i), to = value(next(i)), last = value(end);
-        if (m_direction < 0) {
+        double first = value(start), last = value(end);
+        if (m_direction < 0)
             std::swap(first, last);
-            std::swap(from, to);
-        }
-        return isBetween(first, from, to) && isBetween(from, to, last);
+        return isBetween(first, value(i), last);
     }
 
-    /// Spreads new values between the ends of the window.
-    bool fill(std::size_t start, std::size_t end, std::size_t steps)
+    /// Spreads new values between the ends of the window, which has at least one value inside.
+    bool fill(std::size_t start, std::size_t end)
     {
-        if (steps < 2)
-            return false;
         double span = m_direction * (value(end) - value(start));
         if (span < 0)
             span = m_period - span;

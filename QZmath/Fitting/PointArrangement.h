@@ -17,12 +17,12 @@ QZMATH_API bool ArrangePointsOnLine(std::vector<float> & values, int direction, 
 /// greater to the smaller number having sense +1 and any other sense -1; a value elsewhere says the contrary.
 /// The majority has it. A step of at most 0.01 has no sense.
 ///
-/// About a step in the wrong sense, a window is widened by one value backwards and forwards in turn until its
-/// first and its last step are right. Unless the four values, window ends and ends of the wrong step, lie in
-/// order, more than 0.01 apart, the inner values are replaced: they count upwards from the window's start in
-/// equal steps d / (1 + d), which is below 1, for a window of d units from end to end (`period` + |d| if it
-/// runs against `direction`), and wrap at `period`. So windows that lack room for steps of nearly 1 per value
-/// cannot be repaired, nor can most lists of `direction` -1.
+/// About a value from which a step in the wrong sense leads, a window is widened by one value backwards and
+/// forwards in turn until the steps from both of its ends are right. Unless the value lies between these ends
+/// in the sense asked for, more than 0.01 from both, the inner values are replaced: they count upwards from
+/// the window's start in equal steps d / (1 + d), which is below 1, for a window of d units from end to end
+/// (`period` + |d| if it runs against `direction`), and wrap at `period`. So windows that lack room for steps
+/// of nearly 1 per value cannot be repaired, nor can most lists of `direction` -1.
 ///
 /// True, without changes, for a list in order. False, with the list as it was, when a window grows round the
 /// whole list or the repaired list is still not in order; also with fewer than three values (nobody votes; an

@@ -94,6 +94,14 @@ TEST(PointArrangement, IsRightAboutAnyList)
     EXPECT_FALSE(ArrangePointsOnCircle(bad, 1, 0));
 }
 
+TEST(PointArrangement, SpreadsTheValuesAboutAWrongStep)
+{
+    // The step from 10 is wrong, those from 0 and from 5 are right: 10 makes room, by 5 / (1 + 5).
+    std::vector<float> values = {0, 10, 5, 20, 30, 40};
+    EXPECT_TRUE(ArrangePointsOnCircle(values, 1, 50));
+    EXPECT_EQ(values, (std::vector<float>{0, static_cast<float>(5 / 6.0), 5, 20, 30, 40}));
+}
+
 TEST(PointArrangement, SortsOnALine)
 {
     std::mt19937 random(84);
