@@ -109,6 +109,12 @@ bool hasDuplicates(std::vector<std::size_t> positions)
 }
 
 template <class Point>
+bool isFinite(Point const & point)
+{
+    return std::isfinite(point.x()) && std::isfinite(point.y()) && std::isfinite(point.z());
+}
+
+template <class Point>
 bool smooth(std::vector<Point> & points, CPolylineSmoothParams const & params)
 {
     if (points.size() < 2)
@@ -122,18 +128,20 @@ bool smooth(std::vector<Point> & points, CPolylineSmoothParams const & params)
     double const weight = params.GetWeight();
     double const counterWeight =
         params.GetPreserveShape() ? weight / (1 - static_cast<double>(0.1F) * weight) : 0;
+    if (!std::isfinite(weight) || !std::isfinite(counterWeight))
+        return false;
 
     std::vector<Point> originals;
     for (std::size_t const position : fixed)
         originals.push_back(points[position]);
     TF_SmoothingPass<Point>(weight, counterWeight, closed).run(params.GetNIter(), points.data(), size);
-    // What fails from here on leaves a closed polyline closed.
-    if (closed)
-        points.back() = points.front();
-    if (fixedCount == 0)
-        return true;
-    if (hasDuplicates(fixed))
+    if (hasDuplicates(fixed) || !std::all_of(points.begin(), points.end(), isFinite<Point>))
         return false;
+    if (fixedCount == 0) {
+        if (closed)
+            points.back() = points.front();
+        return true;
+    }
 
     std::vector<double> responses(fixedCount * size);
     TF_SmoothingPass<double> pass(weight, counterWeight, closed);

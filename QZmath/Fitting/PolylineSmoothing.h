@@ -68,11 +68,11 @@ private:
 /// `double`.
 ///
 /// Fewer than two points are returned as they are, with true. False:
-/// - with the points untouched when an index is out of range;
-/// - with the points smoothed but not corrected when the fixed points do not determine the correction: an
-/// index
-///   stands twice in the list, or so many passes lie over fixed points so close together that their responses
-///   cannot be told apart; also when the correction is not finite.
+/// - with the points untouched when an index is out of range, or one of the two weights is not finite;
+/// - with the points smoothed but not corrected, the last one of a closed polyline as it came in, when the
+///   fixed points do not determine the correction: an index stands twice in the list, or so many passes lie
+///   over fixed points so close together that their responses cannot be told apart; also when the smoothed
+///   points or the correction are not finite.
 ///
 /// Independent of the number of threads. Throws `std::bad_alloc` when memory runs out.
 QZMATH_API bool smoothPolylineWithFixedPoints(std::vector<REmath::Point3D> & points,

@@ -158,11 +158,16 @@ TEST(PolylineSmoothing, AnswersWhatCannotBeDone)
     EXPECT_FALSE(run({3, 5, 3}, false, points));
     EXPECT_EQ(points, smoothed);
     EXPECT_TRUE(run({11, 4, 0}, true, points));
+    EXPECT_FALSE(run({3, 5, 3}, true, points));
+    EXPECT_TRUE(points.back() == original.front() && points.front() != original.front());
 
     points = original;
     std::vector<int> single = {5};
     EXPECT_FALSE(
         smoothPolylineWithFixedPoints(points, CPolylineSmoothParams(false, std::nan(""), 2, true, &single)));
+    EXPECT_EQ(points, original);
+    EXPECT_FALSE(
+        smoothPolylineWithFixedPoints(points, CPolylineSmoothParams(false, 1e200, 2, true, nullptr)));
 
     for (std::size_t size : {0U, 1U}) {
         std::vector<Point3D_d> few(original.begin(), original.begin() + static_cast<long>(size));
