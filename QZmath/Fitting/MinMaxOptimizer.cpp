@@ -35,8 +35,10 @@ struct Evaluation
     void evaluate(CMinMaxTask const & task)
     {
         minimum = std::numeric_limits<double>::max();
+        isProper = std::isfinite(point.x()) && std::isfinite(point.y()) && std::isfinite(point.z());
         for (std::size_t i = 0; i < values.size(); ++i) {
             values[i] = task.FnByIdx(static_cast<int>(i))(point);
+            isProper = isProper && !std::isnan(values[i]);
             if (values[i] < minimum)
                 minimum = values[i];
         }
@@ -45,6 +47,7 @@ struct Evaluation
     Point3D_d point;
     std::vector<double> values;
     double minimum;
+    bool isProper; ///< the point is finite and every function has a value there
 };
 
 } // namespace
@@ -139,7 +142,7 @@ private:
             if (m_task->GetProjector() != nullptr)
                 m_task->GetProjector()->Project(attempt.point);
             attempt.evaluate(*m_task);
-            if (attempt.minimum > current.minimum + m_params->GetTolerance()) {
+            if (attempt.isProper && attempt.minimum > current.minimum + m_params->GetTolerance()) {
                 std::swap(current, attempt);
                 return;
             }

@@ -99,8 +99,8 @@ private:
 /// the gradient of one alone leads a little ahead only, so the result there is near the optimum, not at it.
 ///
 /// Gradients are forward differences with one step for all axes, at least 1e-5; so functions are evaluated up
-/// to this much outside the box, and a start outside the box is not brought into it. A function value of NaN
-/// counts as no value.
+/// to this much outside the box, and a start outside the box is not brought into it. At the start, a function
+/// value of NaN counts as no value; no step goes to a point where a function is NaN, or that is not finite.
 class QZMATH_API CMinMaxOptimizer
 {
 public:

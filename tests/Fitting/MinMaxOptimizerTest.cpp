@@ -77,6 +77,9 @@ TEST(MinMaxOptimizer, StepsToTheCrossingOrShortOfTheBox)
         EXPECT_NEAR(result.x(), 1 / (1 + slope), 1e-6);
     }
     EXPECT_NEAR(Problem({rising}).run(1).x(), 0.98, 1e-9);
+    // Where it has no value it does not go.
+    Formula const partial = [](Point3D_d const & p) { return p.x() < 0.5 ? p.x() : std::nan(""); };
+    EXPECT_NEAR(Problem({partial, [](Point3D_d const &) { return 9; }}).run(1).x(), 0.49, 1e-9);
     // On the face there is no room left.
     EXPECT_EQ(Problem({rising}, Point3D_d(1, 0.5, 0)).run(4), Point3D_d(1, 0.5, 0));
 }
