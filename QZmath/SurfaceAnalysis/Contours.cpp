@@ -29,8 +29,6 @@ bool intersect(Vector2 const & a, Vector2 const & b, Vector2 const & w)
 {
     double const aa = dot(a, a);
     double const bb = dot(b, b);
-    if (aa == 0 || bb == 0)
-        return false;
     double const ab = dot(a, b);
     double const sine = cross(a, b);
     // (a x b)² is aa bb - ab² without its cancellation.
@@ -38,6 +36,7 @@ bool intersect(Vector2 const & a, Vector2 const & b, Vector2 const & w)
         return isWithin(cross(w, b) / sine) && isWithin(cross(w, a) / sine);
     if (!(std::abs(cross(a, w)) <= parallelTolerance * (aa + dot(w, w))))
         return false;
+    // Not a number, and false below, for a first segment without length.
     double const start = dot(a, w) / aa;
     double const end = start + ab / aa;
     return std::max(start, end) > intervalStart && std::min(start, end) < intervalEnd;

@@ -16,8 +16,9 @@
 /// ends: contours that touch themselves in a vertex pass. Segments parallel within a squared sine of about
 /// 1e-8 intersect when they lie on one line, within about 1e-8 of their lengths, and share more than a point.
 /// Neighbours, to which the first and the last segment belong, are not compared, so a contour that turns back
-/// on itself at a vertex is not noticed. Segments without length, and coordinates that are not finite,
-/// intersect nothing. Coordinates are expected within about 1e-70 to 1e70, where fourth powers exist.
+/// on itself at a vertex is not noticed. A segment without length, a repeated point, intersects an
+/// **earlier** segment when it lies on it away from its ends, and nothing else; coordinates that are not
+/// finite intersect nothing. Coordinates are expected within about 1e-70 to 1e70, where fourth powers exist.
 QZMATH_API bool Check2dContourSelfIntersections(std::vector<double> const & xy);
 
 /// Whether the point lies inside, by the even-odd rule: a ray towards +y meets the contour an odd number of

@@ -54,9 +54,10 @@ bool intersectsItself(Contour const & xy)
             auto const a = at(i), b = at(i + 1), c = at(j), d = at(j + 1);
             if (side(a, b, c) * side(a, b, d) < 0 && side(c, d, a) * side(c, d, b) < 0)
                 return true;
-            // In line the order of points is that along the line.
-            if (side(a, b, c) == 0 && side(a, b, d) == 0 && a != b && c != d &&
-                std::max(std::min(a, b), std::min(c, d)) < std::min(std::max(a, b), std::max(c, d)))
+            // In line the order of points is that along the line. A repeated point lies on an earlier
+            // segment.
+            if (side(a, b, c) == 0 && side(a, b, d) == 0 && std::min(a, b) < std::max(c, d) &&
+                std::min(c, d) < std::max(a, b) && a != b)
                 return true;
         }
     }
