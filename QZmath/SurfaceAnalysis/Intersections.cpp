@@ -149,6 +149,7 @@ bool IntersectTriangLineFree(float const * a, float const * b, float const * c, 
     PlaneHit const plane(a, b, c, origin, dir);
     if (!plane.exists)
         return false;
+    plane.point.toArray(hit);
     Point3D_d const w = plane.point - plane.corner;
     double const uu = dot(plane.u, plane.u);
     double const vv = dot(plane.v, plane.v);
@@ -173,7 +174,6 @@ bool IntersectTriangLineFree(float const * a, float const * b, float const * c, 
         *overshoot = static_cast<float>(outermost);
     if (!withinMargin)
         return false;
-    plane.point.toArray(hit);
     if (dist2) {
         *dist2 = 0;
         if (!inside) {

@@ -47,8 +47,8 @@ QZMATH_API bool IntersectTriangLine(float const * a, float const * b, float cons
 /// @param inside     whether the hit lies in the triangle itself, borders included.
 /// @param overshoot  the greatest amount by which one of s, t, s + t lies outside of 0..1; 0 inside.
 /// @param dist2      squared distance of the hit from the triangle; 0 inside.
-/// `overshoot` and `dist2` may be null. When the result is false, only `inside` (true unless the hit has left
-/// 0..1) and `overshoot` have defined values.
+/// `overshoot` and `dist2` may be null. When the result is false, `dist2` stays as it was; `inside` is true
+/// unless the hit has left 0..1.
 QZMATH_API bool IntersectTriangLineFree(float const * a, float const * b, float const * c,
                                         float const * origin, float const * dir, float * hit, float margin,
                                         bool & inside, float * overshoot, float * dist2);
