@@ -95,7 +95,7 @@ CQuadraticForm::CalcZResult CQuadraticForm::calculateZByXY(double x, double y, d
         return CalcZOne;
     }
     double const d = b * b - 4 * a * c;
-    if (d < 0)
+    if (!(d >= 0))
         return CalcZNone;
     double const root = std::sqrt(d);
     z1 = (root - b) / (2 * a);
