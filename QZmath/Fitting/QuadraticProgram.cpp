@@ -222,8 +222,12 @@ void QLPoptimize(int * n, int * m, int * me, int * ldh, int * lda, int * maxIter
     *f = objective(program, x);
     *violation = greatestViolation(program, CDualActiveSet::noBound, x);
     switch (result) {
-    case CDualActiveSet::Result::Solved:
-        return finish(Solved, 0);
+    case CDualActiveSet::Result::Solved: {
+        bool const hasOverflown = !std::isfinite(*f) || !std::isfinite(*violation) ||
+                                  !isFinite(x, size, 1, size) || !isFinite(lambda, rows, 1, rows) ||
+                                  !isFinite(zl, size, 1, size) || !isFinite(zu, size, 1, size);
+        return finish(hasOverflown ? IterationLimit : Solved, 0);
+    }
     case CDualActiveSet::Result::Infeasible:
         return finish(Infeasible, solver.conflict() + 1);
     case CDualActiveSet::Result::Unbounded:

@@ -484,6 +484,7 @@ TEST(QuadraticProgram, AnswersBadArgumentsAndHugeNumbers)
                 EXPECT_EQ(p.badIndex, 8 + i);
             } else {
                 EXPECT_NE(status, BadArgument);
+                EXPECT_TRUE(status != Solved || std::isfinite(p.f)) << i << " " << value;
             }
         }
     }
