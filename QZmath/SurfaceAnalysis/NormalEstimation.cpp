@@ -216,13 +216,16 @@ bool chooseQuadric(ScaledPoints const & points, int first, int q, Solutions cons
 }
 
 /// Parameter t of the point p + t L of the quadric nearest to p: signed where the line meets it once, else a
-/// magnitude, 1e20 where it misses it. `a` and `squaredL` are the form's at L.
-double stepToQuadric(CQuadraticForm const & form, double a, double squaredL, Point3D_d const & p)
+/// magnitude, 1e20 where it misses it. `homogeneous` is the form without linear and free term, and
+/// `squaredL` is L . L.
+double stepToQuadric(CQuadraticForm const & form, CQuadraticForm const & homogeneous, double squaredL,
+                     Point3D_d const & p)
 {
     Point3D_d const & linear = form.GetLinearTerm();
+    double const a = homogeneous.eval(linear);
     // The free term belongs to the slope here, not to the value: without one it makes no difference.
-    double const b = dot(form.evalGradient(p) - linear, linear) + squaredL + form.getK();
-    double const c = form.eval(p) - form.getK();
+    double const b = dot(homogeneous.evalGradient(p), linear) + squaredL + form.getK();
+    double const c = homogeneous.eval(p) + dot(linear, p);
     if (a == 0)
         return b == 0 ? 1e20 : -c / b;
     double const discriminant = b * b - 4 * a * c;
@@ -237,9 +240,10 @@ void measureDistances(CQuadraticForm const & form, ScaledPoints const & points, 
 {
     Point3D_d const & linear = form.GetLinearTerm();
     double const squaredL = dot(linear, linear);
-    double const a = dot(form.evalGradient(linear) - linear, linear) / 2;
+    CQuadraticForm const homogeneous = CQuadraticForm::buildFromCoefficients(
+        form.getKXX(), form.getKYY(), form.getKZZ(), form.getKXY(), form.getKXZ(), form.getKYZ(), 0, 0, 0, 0);
     for (int i = first; i < points.size(); ++i)
-        dist[i] = static_cast<float>(stepToQuadric(form, a, squaredL, points[i]) * squaredL);
+        dist[i] = static_cast<float>(stepToQuadric(form, homogeneous, squaredL, points[i]) * squaredL);
 }
 
 /// Second fundamental form of the quadric at the origin in a frame of tangents.
@@ -478,6 +482,8 @@ bool REmath::Detail::estimateCurvatureTensor(int n, Point3D const * points, bool
     if (normal && !computeNormal)
         std::copy_n(normal, 3, unit);
     NormalizeVector(unit);
+    if (!std::all_of(unit, unit + 3, [](double element) { return std::isfinite(element); }))
+        return false;
 
     // T = P (Q + Q^T) P / |L| with the projection P = I - n n^T on the tangent plane.
     double projection[3][3], half[3][3] = {};

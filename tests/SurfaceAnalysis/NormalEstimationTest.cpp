@@ -246,8 +246,11 @@ TEST(NormalEstimation, BadNeighbourhoodsFail)
         EXPECT_EQ(GetAnisotropy(n, points.data(), matrix.rows, anisotropy), hasScatter);
         EXPECT_EQ(anisotropy, hasScatter ? 0.33333334F : 0);
     }
+    // As does a good one with a normal that is none.
+    double normal[3] = {0, nan, 1}, curvature = 0;
+    EXPECT_TRUE(EstimateCurvature(good, false, nullptr, tensor));
+    EXPECT_FALSE(EstimateCurvature(good, false, normal, tensor));
     // Spheres through a circle are many.
-    double normal[3], curvature = 0;
     Point3D const square[] = {{1, 1, 0}, {-1, 1, 0}, {-1, -1, 0}, {1, -1, 0}};
     EXPECT_FALSE(EstimateUmbilicCurvature(4, square, normal, curvature));
 }
