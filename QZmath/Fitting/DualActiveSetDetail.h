@@ -109,6 +109,7 @@ private:
     Result restorePrimalFeasibility(int maxIterations);
     Result admit(Index id, int maxIterations);
     Result settle(int maxIterations);
+    bool areOthersMet() const;
     bool arePassedOverMet();
     bool followRay(double leastSlope);
 

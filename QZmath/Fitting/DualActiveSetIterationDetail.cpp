@@ -13,7 +13,10 @@ namespace
 
 constexpr int maxRefinements = 6;
 constexpr int maxContradictions = 3;
+constexpr int maxDoubts = 3;
 constexpr int maxProximalIterations = 300;
+/// Violation of a solution relative to the bound and to x that is certainly not rounding.
+constexpr double feasibility = 1e-8;
 /// How exactly a ray has to keep to the constraints, and its curvature relative to that of the lift.
 constexpr double rayTolerance = 1e-9;
 constexpr double rayCurvature = 1e-3;
@@ -220,6 +223,22 @@ CDualActiveSet::Result CDualActiveSet::restorePrimalFeasibility(int maxIteration
     }
 }
 
+/// Whether all constraints but those that were passed over hold, measured by x alone. A long step over a
+/// nearly singular working set makes the error levels, and what they excuse, too great for that round.
+bool CDualActiveSet::areOthersMet() const
+{
+    double const size = largestMagnitude(m_x, m_size);
+    double const tolerance = std::max(feasibility, m_looseTolerance);
+    for (Index id = 0; id < m_rows + 2 * m_size; ++id) {
+        if (m_place[id] == -1 || !exists(id))
+            continue;
+        double const excess = isEquality(id) ? std::abs(slack(id)) : -slack(id);
+        if (excess > tolerance * (std::abs(bound(id)) + size))
+            return false;
+    }
+    return true;
+}
+
 /// Whether the constraints that were passed over hold as well as can be asked.
 bool CDualActiveSet::arePassedOverMet()
 {
@@ -294,7 +313,7 @@ CDualActiveSet::Result CDualActiveSet::settle(int maxIterations)
     std::fill_n(m_direction, m_size, 0.0);
     std::fill_n(m_leastSpread, m_size, 0.0);
     double best = std::numeric_limits<double>::infinity();
-    int idle = 0, contradictions = 0;
+    int idle = 0, contradictions = 0, doubts = 0;
     int const rounds = m_isLifted ? maxProximalIterations : maxRefinements;
     for (int round = 0; round < rounds; ++round) {
         for (Index id = 0; id < m_rows + 2 * m_size; ++id) {
@@ -319,6 +338,11 @@ CDualActiveSet::Result CDualActiveSet::settle(int maxIterations)
             return Result::Unbounded;
         if (!isSolved && !(isNearlySolved && idle >= 3))
             continue;
+        // At a solution of nearly 0 the doubts stay.
+        if (doubts < maxDoubts && round + 1 < rounds && !areOthersMet()) {
+            ++doubts;
+            continue;
+        }
         // What was passed over may have become independent when the working set changed: the next rounds
         // tell.
         if (arePassedOverMet())
