@@ -123,6 +123,8 @@ private:
     int m_conflict = 0;
     Index m_active = 0; ///< size of the working set
     bool m_isLifted = false;
+    bool m_isBalanced = false;  ///< each component of the gradient equation by itself, at the last residual
+    double m_largestForce = 0;  ///< greatest gradient component or multiplier in all rounds
     double m_ownErrorLevel = 0; ///< of the components of the last projection
     double m_errorLevel = 0;    ///< of what the working set leaves of it
 

@@ -17,6 +17,8 @@ constexpr int maxDoubts = 3;
 constexpr int maxProximalIterations = 300;
 /// Violation of a solution relative to the bound and to x that is certainly not rounding.
 constexpr double feasibility = 1e-8;
+/// The same of a gradient component relative to its own terms.
+constexpr double balance = 1e-3;
 /// How exactly a ray has to keep to the constraints, and its curvature relative to that of the lift.
 constexpr double rayTolerance = 1e-9;
 constexpr double rayCurvature = 1e-3;
@@ -100,7 +102,11 @@ double CDualActiveSet::relativeResidual()
             worst = std::max(worst, std::abs(slack(id)) / scale);
     }
     double residual = 0, magnitude = 0;
+    m_largestForce = std::max(m_largestForce, largestMagnitude(m_multipliers, m_active));
+    m_isBalanced = true;
     for (Index j = 0; j < m_size; ++j) {
+        double const rest = std::abs(m_residual[j]), terms = m_scratch[j] - m_lift[j] * m_spread[j];
+        m_isBalanced = m_isBalanced && (rest <= balance * terms || rest <= feasibility * m_largestForce);
         double const weighed = std::abs(m_residual[j]) * m_rowLength[j];
         if (!std::isfinite(weighed))
             return std::numeric_limits<double>::infinity();
@@ -312,6 +318,7 @@ CDualActiveSet::Result CDualActiveSet::settle(int maxIterations)
 {
     std::fill_n(m_direction, m_size, 0.0);
     std::fill_n(m_leastSpread, m_size, 0.0);
+    m_largestForce = largestMagnitude(m_program.gradient, m_size);
     double best = std::numeric_limits<double>::infinity();
     int idle = 0, contradictions = 0, doubts = 0;
     int const rounds = m_isLifted ? maxProximalIterations : maxRefinements;
@@ -339,6 +346,8 @@ CDualActiveSet::Result CDualActiveSet::settle(int maxIterations)
         if (!isSolved && !(isNearlySolved && idle >= 3))
             continue;
         // At a solution of nearly 0 the doubts stay.
+        if (!m_isBalanced && m_isLifted)
+            continue;
         if (doubts < maxDoubts && round + 1 < rounds && !areOthersMet()) {
             ++doubts;
             continue;

@@ -465,6 +465,20 @@ TEST(QuadraticProgram, TellsWhyThereIsNoSolution)
     }
 }
 
+TEST(QuadraticProgram, SeesARayOnWhichOtherVariablesAreFarOut)
+{
+    // The last variable falls for ever, but long after the others, which move by 1e9 together.
+    Program p(7, 0, 0);
+    double const factor[7][2] = {{2, -2}, {2, 2}, {-1, 0}, {2, -2}, {-2, -2}, {-2, 1}, {0, 0}};
+    double const c[7] = {2, 0, 0, 0, 0, 1, 1}, start[7] = {-1, -2, 1, 2, 2, 0, 2};
+    p.fillHessian(2, [element = factor[0]]() mutable { return *element++; });
+    std::copy_n(c, 7, p.c.begin());
+    std::copy_n(start, 7, p.x.begin());
+    p.xl[0] = -1;
+    p.xl[4] = -2;
+    EXPECT_EQ(p.solve(), Unbounded);
+}
+
 TEST(QuadraticProgram, AnswersBadArgumentsAndHugeNumbers)
 {
     std::mt19937 random(55);
