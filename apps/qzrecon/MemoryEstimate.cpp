@@ -142,8 +142,12 @@ double estimateMemory(std::uint64_t samples, std::uint64_t nodes,
     double const n = static_cast<double>(nodes);
     double const matrix = n * 240 * 12;
     int const solver = params.getPrefferedSolver();
+    bool const accelerated =
+        params.getAccelerated() && solver == 0 && !(params.getKernelScaleFactor() > 1.0f);
     double solving = matrix;
-    if (solver == 1 || solver == 2 || (solver == 0 && n < mostDirectNodes))
+    if (accelerated)
+        solving = 150 * n; // no matrix, only bricks around the nodes
+    else if (solver == 1 || solver == 2 || (solver == 0 && n < mostDirectNodes))
         solving += 1024 * n * std::max(4.0, 1.3 * std::log2(n + 2) - 7.6);
     else if (solver == 4 || (solver == 0 && n >= 1e6))
         solving += matrix; // blocks of it are copied
