@@ -106,6 +106,8 @@ void WorkTeam::runLoop(int count, Call call, void const * context)
         m_call = call;
         m_context = context;
         m_count = count;
+        // Few enough indices at a time to balance, enough to make the counter cheap.
+        m_grain = std::clamp(count / (16 * m_threads), 1, 64);
         m_next.store(0, std::memory_order_relaxed);
         m_failure = nullptr;
         m_isOpen = true;
@@ -123,11 +125,14 @@ void WorkTeam::runLoop(int count, Call call, void const * context)
 void WorkTeam::takeIndices()
 {
     for (;;) {
-        int const index = m_next.fetch_add(1, std::memory_order_relaxed);
-        if (index >= m_count)
+        int const begin = m_next.fetch_add(m_grain, std::memory_order_relaxed);
+        if (begin >= m_count)
             return;
+        int const end = std::min(begin + m_grain, m_count);
+        int index = begin;
         try {
-            m_call(m_context, index);
+            for (; index < end; ++index)
+                m_call(m_context, index);
         } catch (...) {
             std::lock_guard<std::mutex> const lock(m_mutex);
             if (!m_failure || index < m_failedIndex) {

@@ -71,6 +71,7 @@ private:
     Call m_call = nullptr;
     void const * m_context = nullptr;
     int m_count = 0;
+    int m_grain = 1; // indices that a thread takes at a time
     std::atomic<int> m_next{0};
     std::atomic<unsigned> m_loop{0}; // how many loops were begun; changes under the mutex
     int m_helpers = 0;               // inside the loop, under the mutex
