@@ -28,9 +28,8 @@ TYPED_TEST(CsrStorageTest, WholeRowsBehaveAsElementsPushedOneByOne)
     int spoiled = 0;
     for (unsigned seed = 0; seed < 3000; ++seed) {
         std::mt19937 random(seed);
-        int const size = 1 + int(random() % 6);
+        int const size = 1 + int(random() % 6), base = int(random() % 2);
         bool const symmetric = random() % 2 == 0;
-        int const base = int(random() % 2);
         CCSRSstorage<T> storage;
         storage.setSymmetric(symmetric);
         storage.setIndexBase(base);
@@ -40,13 +39,10 @@ TYPED_TEST(CsrStorageTest, WholeRowsBehaveAsElementsPushedOneByOne)
         if (random() % 2 == 0) {
             storage.reserveMatrixMemory(std::int64_t(1) << 40); // far more than such a matrix can hold
         }
-        // What must come of it, by single pushes.
         CCSRSquareMatrix<T> expected;
         CCSRSquareMatrixFiller<T> filler(&expected, size, -1, base, symmetric);
         bool isSpoiled = false;
-        int equations = 0;
-        for (int step = 0; step < size; ++step) {
-            int const row = random() % 30 == 0 ? int(random() % unsigned(size + 2)) - 1 : step;
+        for (int row = 0; row < size && !isSpoiled; ++row) {
             std::vector<int> columns;
             std::vector<T> values;
             for (int column = 0; column < size; ++column) {
@@ -55,26 +51,16 @@ TYPED_TEST(CsrStorageTest, WholeRowsBehaveAsElementsPushedOneByOne)
                     values.push_back(T(random() % 9));
                 }
             }
-            if (random() % 15 == 0 && !columns.empty()) {
+            if (random() % 8 == 0) {
                 columns[random() % columns.size()] = int(random() % 9) - 2;
             }
-            int const count = random() % 40 == 0 ? 0 : int(columns.size());
-            storage.addEquationFreePartNoAliases(row, count, values.data(), columns.data());
-
-            if (isSpoiled || row >= size || count < 1) {
-                isSpoiled = true;
-            } else {
-                for (int k = 0; k < count && !isSpoiled; ++k) {
-                    int const column = columns[std::size_t(k)];
-                    if (!symmetric || column >= row) {
-                        isSpoiled = !filler.pushByRawNextNonZeroElement(row + base, column + base,
-                                                                        values[std::size_t(k)]);
-                    }
-                }
-                equations == row ? void(++equations) : void(isSpoiled = true);
+            for (std::size_t k = 0; k < columns.size() && !isSpoiled; ++k) {
+                isSpoiled = (!symmetric || columns[k] >= row) &&
+                            !filler.pushByRawNextNonZeroElement(row + base, columns[k] + base, values[k]);
             }
+            storage.addEquationFreePartNoAliases(row, int(columns.size()), values.data(), columns.data());
             ASSERT_EQ(storage.IsSpoiled(), isSpoiled) << seed;
-            ASSERT_EQ(storage.GetEquationsNumber(), equations) << seed;
+            ASSERT_EQ(storage.GetEquationsNumber(), row + 1) << seed;
         }
         spoiled += isSpoiled;
         ASSERT_EQ(storage.getNonZeroValuesNumber(), expected.getNonZeroValuesNumber()) << seed;
@@ -126,16 +112,21 @@ TYPED_TEST(CsrStorageTest, MisuseSpoils)
 
     T const value = 1;
     int const column = 0;
-    for (int badCase = 0; badCase < 5; ++badCase) {
+    auto const isSpoiledBy = [](int row, int count, T const * values, int const * columns) {
         CCSRSstorage<T> storage;
         storage.DefineFreeVertex(0);
-        storage.addEquationFreePartNoAliases(badCase == 0   ? INT_MIN
-                                             : badCase == 1 ? INT_MAX
-                                                            : 0,
-                                             badCase == 2 ? -1 : 1, badCase == 3 ? nullptr : &value,
-                                             badCase == 4 ? nullptr : &column);
-        EXPECT_TRUE(storage.IsSpoiled()) << badCase;
+        storage.DefineFreeVertex(1);
+        storage.addEquationFreePartNoAliases(row, count, values, columns);
+        return storage.IsSpoiled();
+    };
+    for (int row : {INT_MIN, -1, 1, 2, INT_MAX}) {
+        EXPECT_TRUE(isSpoiledBy(row, 1, &value, &column)) << row;
     }
+    for (int count : {-1, 0}) {
+        EXPECT_TRUE(isSpoiledBy(0, count, &value, &column)) << count;
+    }
+    EXPECT_TRUE(isSpoiledBy(0, 1, nullptr, &column) && isSpoiledBy(0, 1, &value, nullptr));
+    EXPECT_FALSE(isSpoiledBy(0, 1, &value, &column));
 }
 
 TYPED_TEST(CsrStorageTest, CopyHasNoOpenMatrix)

@@ -334,47 +334,13 @@ TEST(jbProcess, HostileInput)
     EXPECT_THROW(process.marchingcubes(field, 1e-9, Point3D_d(-1), Point3D_d(1), collector), std::bad_alloc);
 }
 
-TEST(jbProcess, TablesOfTheStepsKeepWhatTheyGet)
+TEST(jbProcess, AVanishingValueIsNegativeForTrianglesAndPositiveForTheBisection)
 {
-    Field field = sphere({0, 0, 0}, 10);
-    Collector collector;
-    jbProcess process;
-    process.function = &field;
-    process.triangleProcessor = &collector;
-    process.size = 2;
-    process.start = {1, 2, 3};
-    EXPECT_EQ(process.setpoint(0, 1, -2), Point3D_d(2, 1, 8));
-
-    EXPECT_EQ(process.getedge(0, 0, 0, 1, 0, 0), -1);
-    qz_sampling::Random random(8);
-    std::map<std::array<int, 6>, int> expected;
-    for (int n = 0; n < 20000; ++n) {
-        std::array<int, 6> edge{};
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            edge[axis] = static_cast<int>(random.uniform(-20, 20));
-            edge[axis + 3] = edge[axis] + static_cast<int>(random.uniform(0, 2));
-        }
-        expected[edge] = n;
-        process.setedge(edge[3], edge[4], edge[5], edge[0], edge[1], edge[2], n);
-    }
-    for (auto const & [edge, vertex] : expected)
-        ASSERT_EQ(process.getedge(edge[0], edge[1], edge[2], edge[3], edge[4], edge[5]), vertex);
-
-    EXPECT_EQ(process.setcenter(1, 2, 3), 0);
-    EXPECT_EQ(process.setcenter(3, 2, 1), 0);
-    EXPECT_EQ(process.setcenter(1, 2, 3), 1);
-    jbCornerlist * const corner = process.setcorner(-1, 0, 7);
-    EXPECT_EQ(corner->value, 10 - process.setpoint(-1, 0, 7).length());
-    for (int n = 0; n < 5000; ++n)
-        process.setcorner(n, n / 7, -n);
-    EXPECT_EQ(process.setcorner(-1, 0, 7), corner);
-
-    // A vanishing value counts as negative for the triangles and as positive for the bisection.
     Field plane([](Point3D_d const & p) { return p.x(); });
+    jbProcess process;
     process.function = &plane;
     EXPECT_NEAR(process.converge({0, 0, 0}, {2, 0, 0}, 0).x(), 2, 1.0 / 1024);
     EXPECT_NEAR(process.converge({-1, 0, 0}, {1, 0, 0}, -1).x(), 0, 1.0 / 1024);
-    process.freeprocess();
 }
 
 // The walk written down with the public steps, whose look-ups go other ways than those of `polygonize`.
