@@ -546,7 +546,7 @@ bool GetMinMaxCurvaturesForPoints(std::vector<Point3D> & points, float & minCurv
     }
     minCurvature = static_cast<float>(std::min(curvatures[0], curvatures[1]) / scale);
     maxCurvature = static_cast<float>(std::max(curvatures[0], curvatures[1]) / scale);
-    return true;
+    return std::isfinite(minCurvature) && std::isfinite(maxCurvature);
 }
 
 bool EstimateUmbilicCurvature(int n, Point3D const * pointArray, double * normal, double & curvature)
@@ -625,7 +625,7 @@ bool DetectContourNormal(std::vector<Point3D> const & contour, float * normal)
     float const squared = area.x() * area.x() + area.y() * area.y() + area.z() * area.z();
     if (!(squared > 0) || !std::isfinite(squared))
         return false;
-    area.normalize();
     area.toArray(normal);
+    NormalizeVector(normal); // in double: the square may be a subnormal number
     return true;
 }

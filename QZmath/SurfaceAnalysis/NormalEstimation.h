@@ -132,7 +132,8 @@ QZMATH_API bool EstimateCurvature(std::vector<REmath::Point3D> const & points, b
                                   double * normal, REmath::Matrix<double> & tensor);
 
 /// Magnitudes of the principal curvatures at the first point, in order, by the same quadric. Where one of
-/// them is exactly 0 and comes second, both are negated before they are ordered.
+/// them is exactly 0 and comes second, both are negated before they are ordered. Curvatures beyond the range
+/// of `float`, of neighbourhoods smaller than about 1e-38, are a failure.
 QZMATH_API bool GetMinMaxCurvaturesForPoints(std::vector<REmath::Point3D> & points, float & minCurvature,
                                              float & maxCurvature);
 
