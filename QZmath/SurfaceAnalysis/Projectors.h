@@ -102,8 +102,8 @@ private:
 /// it, 0 to the number of points less one; the first of equally near segments counts.
 ///
 /// Takes time linear in the number of points and allocates nothing per call. No answer on an empty polyline,
-/// and none where no distance is finite; segments with coordinates that are not finite are passed over. A
-/// single point is a polyline with parameter 0.
+/// and none where no distance is finite; of a segment with an end that is not finite, at most the other end
+/// counts. A single point is a polyline with parameter 0.
 class QZMATH_API CProjectorToPolyline : public IPointToCurveProjector
 {
 public:
