@@ -328,7 +328,8 @@ void extractIsoSurface(BrickFunction const & function, double isoValue, bool wit
     search.size = lattice.edge;
     jbTest const inside = search.find(1, lattice.start);
     jbTest const outside = search.find(0, lattice.start);
-    bool const isFound = inside.ok != 0 && outside.ok != 0;
+    // A negative subdivision factor makes no lattice.
+    bool const isFound = inside.ok != 0 && outside.ok != 0 && !(lattice.edge < 0.0);
     if (isFound) {
         Point3D_d const start = search.converge(inside.point, outside.point, inside.value);
         double const startCoords[3] = {start.x(), start.y(), start.z()};

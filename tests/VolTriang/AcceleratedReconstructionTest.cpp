@@ -252,6 +252,39 @@ TEST(AcceleratedReconstruction, endsOnHardCloudsAsTheOtherPathDoes)
     }
 }
 
+TEST(AcceleratedReconstruction, endsWithHostileParametersAsTheOtherPathDoes)
+{
+    PointCloudSamples const samples = sampledSphere(300);
+    float const nan = std::numeric_limits<float>::quiet_NaN();
+    float const infinity = std::numeric_limits<float>::infinity();
+    std::vector<CVolTriangulationParams> hostile;
+    for (float factor : {0.0f, -1.0f, nan, infinity, 1e-6f, 0.3f, 3.7f}) {
+        hostile.push_back(paramsOf(4, false));
+        hostile.back().setReconstructFactor(factor);
+    }
+    for (int depth : {1, 2, 3}) {
+        hostile.push_back(paramsOf(depth, false));
+        hostile.back().setUseCenter(depth != 1);
+    }
+    for (int level : {0, 1, 100}) {
+        hostile.push_back(paramsOf(4, false));
+        hostile.back().setDetalizationLevel(level);
+        hostile.back().setDensityEstimationDepthDelta(level - 50);
+        hostile.back().setClosed(false);
+    }
+    hostile.push_back(paramsOf(16, false)); // isolated samples, more depths than the tables serve
+    hostile.back().setDetalizationLevel(14);
+    hostile.push_back(paramsOf(18, false));
+    hostile.back().setDetalizationLevel(2);
+    for (CVolTriangulationParams & params : hostile) {
+        std::string const expected = run(samples, params).failure;
+        params.setAccelerated(true);
+        EXPECT_EQ(run(samples, params).failure, expected)
+            << "depth " << params.getOctreeDepth() << ", subdivision " << params.getReconstructFactor()
+            << ", levels " << params.getDetalizationLevel();
+    }
+}
+
 TEST(AcceleratedReconstruction, canBeInterruptedAtAnyMoment)
 {
     class Stopper : public CProgressCounter
