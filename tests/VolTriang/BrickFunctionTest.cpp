@@ -403,9 +403,8 @@ TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
     double const nan = std::nan("");
     EXPECT_THROW(extract(1e9, 1.0f, nullptr, 2), CVolTriangulationError);
     EXPECT_THROW(extract(nan, 1.0f, nullptr, 1), CVolTriangulationError);
-    for (float const factor : {0.0f, std::numeric_limits<float>::infinity(), static_cast<float>(nan)})
+    for (float const factor : {0.0f, -1.0f, std::numeric_limits<float>::infinity(), static_cast<float>(nan)})
         EXPECT_THROW(extract(good, factor, nullptr, 1), CVolTriangulationError);
-    EXPECT_GT(extract(good, -1.0f, nullptr, 1), 0U); // the first cube only
     for (int threads = 1; threads <= 2; ++threads) {
         for (double const limit : {0.0, 0.1, 0.5}) {
             Impatient progress(limit);
