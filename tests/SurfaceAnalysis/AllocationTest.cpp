@@ -23,6 +23,11 @@ void * operator new(std::size_t size)
         return memory;
     throw std::bad_alloc();
 }
+void * operator new(std::size_t size, std::nothrow_t const &) noexcept
+{
+    ++allocations;
+    return std::malloc(size);
+}
 void operator delete(void * memory) noexcept { std::free(memory); }
 void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
