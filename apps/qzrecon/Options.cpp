@@ -114,8 +114,9 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
                  "fraction of a cell, in far more time and memory");
     app.add_option("--tolerance", params.solverTolerance(),
                    "Relative residual at which the accelerated solver stops");
-    app.add_option("--solver", params.prefferedSolver(),
-                   "Linear solver: auto, direct, iterative, decomposing, or its number; all but auto are exact")
+    app.add_option(
+           "--solver", params.prefferedSolver(),
+           "Linear solver: auto, direct, iterative, decomposing, or its number; all but auto are exact")
         ->transform(CLI::CheckedTransformer(
             std::map<std::string, int>{{"auto", 0}, {"direct", 1}, {"iterative", 3}, {"decomposing", 4}}));
     app.add_flag("--phase-names,!--no-phase-names", params.phaseNameShown(),

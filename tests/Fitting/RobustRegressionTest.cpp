@@ -3,38 +3,16 @@
 
 #include <apps/sampling/Random.h>
 
+#include <support/CountAllocations.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <new>
 #include <utility>
 #include <vector>
-
-namespace
-{
-
-/// Allocations of this thread.
-thread_local int allocations = 0;
-
-} // namespace
-
-void * operator new(std::size_t size)
-{
-    ++allocations;
-    if (void * const memory = std::malloc(size))
-        return memory;
-    throw std::bad_alloc();
-}
-void * operator new(std::size_t size, std::nothrow_t const &) noexcept
-{
-    ++allocations;
-    return std::malloc(size);
-}
-void operator delete(void * memory) noexcept { std::free(memory); }
-void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 namespace
 {
@@ -105,9 +83,9 @@ TEST(RobustRegression, OutliersOnOneSidePullLittle)
 
         double const mean = task.mean;
         std::vector<double> const weights = solver.suppWeights();
-        int const before = allocations;
+        int const before = qz_test::allocations;
         EXPECT_EQ(solver.solveRegression(), 0);
-        EXPECT_EQ(allocations, before);
+        EXPECT_EQ(qz_test::allocations, before);
         EXPECT_EQ(task.mean, mean);
         EXPECT_EQ(solver.suppWeights(), weights);
     }

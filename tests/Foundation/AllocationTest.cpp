@@ -5,33 +5,9 @@
 #include <QZmath/Foundation/RotationMatrix.h>
 #include <QZmath/Foundation/VectorRotation.h>
 
+#include <support/CountAllocations.h>
+
 #include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <new>
-
-namespace
-{
-
-/// Allocations of this thread.
-thread_local int allocations = 0;
-
-} // namespace
-
-void * operator new(std::size_t size)
-{
-    ++allocations;
-    if (void * const memory = std::malloc(size))
-        return memory;
-    throw std::bad_alloc();
-}
-void * operator new(std::size_t size, std::nothrow_t const &) noexcept
-{
-    ++allocations;
-    return std::malloc(size);
-}
-void operator delete(void * memory) noexcept { std::free(memory); }
-void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 TEST(Allocation, RoutinesOfThreeDimensionsNeedNone)
 {
@@ -45,7 +21,7 @@ TEST(Allocation, RoutinesOfThreeDimensionsNeedNone)
     REmath::Matrix<double> rotationOfCaller(memory, columns, 3, 3);
     double * rows[3] = {matrix.m[0], matrix.m[1], matrix.m[2]};
 
-    int const before = allocations;
+    int const before = qz_test::allocations;
     GetEigenVectorsSA(matrix, vectors, values, true);
     EXPECT_TRUE(invertMatrix(matrix, inverse));
     COrthoNormBasis const basis =
@@ -55,7 +31,7 @@ TEST(Allocation, RoutinesOfThreeDimensionsNeedNone)
     MakeRotationMatrix(rotation, vectors[0].asArray(), 1);
     MakeRotationMatrix(rotationOfCaller, vectors[0].asArray(), 1);
     EXPECT_EQ(gaussj(rows, 3, nullptr, 0), 1);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(qz_test::allocations, before);
 
     EXPECT_EQ(rotationOfCaller[0], memory);
     EXPECT_TRUE(rotationOfCaller == rotation);

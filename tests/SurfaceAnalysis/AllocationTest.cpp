@@ -3,33 +3,9 @@
 
 #include <SurfaceAnalysis/Patches.h>
 
+#include <support/CountAllocations.h>
+
 #include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <new>
-
-namespace
-{
-
-/// Allocations of this thread.
-thread_local int allocations = 0;
-
-} // namespace
-
-void * operator new(std::size_t size)
-{
-    ++allocations;
-    if (void * const memory = std::malloc(size))
-        return memory;
-    throw std::bad_alloc();
-}
-void * operator new(std::size_t size, std::nothrow_t const &) noexcept
-{
-    ++allocations;
-    return std::malloc(size);
-}
-void operator delete(void * memory) noexcept { std::free(memory); }
-void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 TEST(Allocation, NeighbourhoodsNeedNone)
 {
@@ -42,11 +18,11 @@ TEST(Allocation, NeighbourhoodsNeedNone)
     double * rows[3] = {memory[0], memory[1], memory[2]};
     REmath::Matrix<double> tensor(3, 3);
     CQuadraticForm form;
-    int const before = allocations;
+    int const before = qz_test::allocations;
     EXPECT_EQ(GetNormal(20, patch.points.data(), rows, normal), 1);
     EXPECT_EQ(GetAnisotropy(20, patch.points.data(), rows, anisotropy), 1);
     EXPECT_TRUE(GetNormal2(20, patch.points.data(), nullptr, &form, normal, dist, nullptr));
     EXPECT_TRUE(EstimateCurvature(patch.points, true, normal, tensor));
     EXPECT_TRUE(EstimateUmbilicCurvature(20, patch.points.data(), normal, curvature));
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(qz_test::allocations, before);
 }
