@@ -4,6 +4,7 @@
 #include <QZmath/Fitting/LevenbergMarquardt.h>
 #include <QZmath/Fitting/PlaneFitting.h>
 #include <QZmath/Fitting/RobustRegression.h>
+#include <QZmath/Fitting/WeightedFitTaskDetail.h>
 #include <QZmath/Foundation/Matrix.h>
 #include <QZmath/Foundation/VectorGeometry.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
@@ -23,7 +24,6 @@ using REmath::Detail::dot;
 namespace
 {
 
-constexpr int fitFailed = 9;
 constexpr int mostRefinements = 15;
 constexpr double gradientLimit = 0.0001;
 
@@ -242,7 +242,7 @@ private:
 };
 
 /// Circle for the robust solver: free, or under a constraint.
-class RobustCircleFit : public IRegressionAnalysisTask
+class RobustCircleFit : public WeightedFitTask
 {
 public:
     /// The mode needs one fixed point, or two of them, or one and a unit tangent.
@@ -253,28 +253,6 @@ public:
 
     int parameterCount() override { return 3; }
     unsigned int sampleCount() override { return static_cast<unsigned int>(m_points->size()); }
-
-    int fitInitial(std::vector<double> & residuals) override
-    {
-        return fitWeighted(std::vector<double>(residuals.size(), 1.0), residuals);
-    }
-
-    int fitWeighted(std::vector<double> const & weights, std::vector<double> & residuals) override
-    {
-        // No weight at all is the sign of a perfect fit before.
-        if (!weights.empty() && *std::max_element(weights.begin(), weights.end()) == 0)
-            return 0;
-        if (!fitAlgebraic(weights) || !refine(weights) || !m_circle.isFinite())
-            return fitFailed;
-        // The root of the difference of squares grows faster from zero than the distance: it counts small
-        // errors as larger, against which the outliers are judged.
-        double const squaredRadius = m_circle.radius * m_circle.radius;
-        for (std::size_t i = 0; i < residuals.size(); ++i) {
-            Point3D_d const offset = (*m_points)[i] - m_circle.center;
-            residuals[i] = std::sqrt(std::abs(dot(offset, offset) - squaredRadius));
-        }
-        return 0;
-    }
 
     void storeParameters(std::vector<double> & parameters) override
     {
@@ -291,6 +269,22 @@ public:
     PlaneCircle const & circle() const { return m_circle; }
 
 private:
+    bool fit(std::vector<double> const & weights) override
+    {
+        return fitAlgebraic(weights) && refine(weights) && m_circle.isFinite();
+    }
+
+    /// The root of the difference of squares grows faster from zero than the distance: it counts small errors
+    /// as larger, against which the outliers are judged.
+    void findResiduals(std::vector<double> & residuals) const override
+    {
+        double const squaredRadius = m_circle.radius * m_circle.radius;
+        for (std::size_t i = 0; i < residuals.size(); ++i) {
+            Point3D_d const offset = (*m_points)[i] - m_circle.center;
+            residuals[i] = std::sqrt(std::abs(dot(offset, offset) - squaredRadius));
+        }
+    }
+
     double perSample() const { return 1 / static_cast<double>(m_points->size()); }
 
     /// The circle x² + y² = 2 a x + 2 b y - c of least squares in this equation.

@@ -2,6 +2,7 @@
 #include <QZmath/Fitting/LineFitting.h>
 
 #include <QZmath/Fitting/RobustRegression.h>
+#include <QZmath/Fitting/WeightedFitTaskDetail.h>
 #include <QZmath/Foundation/SymmetricEigen.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
@@ -16,8 +17,6 @@ using REmath::Detail::dot;
 
 namespace
 {
-
-constexpr int fitFailed = 9;
 
 bool isFinite(Point3D_d const & p)
 {
@@ -110,7 +109,7 @@ bool fitLine(std::vector<Point> const & points, WeightOf weightOf, bool throughO
 
 /// Line for the robust solver, free or through a fixed point.
 template <class Point>
-class RobustLinearFit : public IRegressionAnalysisTask
+class RobustLinearFit : public WeightedFitTask
 {
 public:
     explicit RobustLinearFit(std::vector<Point> const & points) : m_points(&points) {}
@@ -120,28 +119,6 @@ public:
 
     int parameterCount() override { return 6; }
     unsigned int sampleCount() override { return static_cast<unsigned int>(m_points->size()); }
-
-    int fitInitial(std::vector<double> & residuals) override
-    {
-        return fitWeighted(std::vector<double>(residuals.size(), 1.0), residuals);
-    }
-
-    int fitWeighted(std::vector<double> const & weights, std::vector<double> & residuals) override
-    {
-        // No weight at all is the sign of a perfect fit before.
-        if (!weights.empty() && *std::max_element(weights.begin(), weights.end()) == 0)
-            return 0;
-        if (!fitLine(
-                *m_points, [&weights](std::size_t i) { return weights[i]; }, m_throughFixedPoint != 0,
-                m_origin, m_direction))
-            return fitFailed;
-        for (std::size_t i = 0; i < residuals.size(); ++i) {
-            Point3D_d const offset = wide((*m_points)[i]) - m_origin;
-            double const along = dot(offset, m_direction);
-            residuals[i] = std::sqrt(std::max(0.0, dot(offset, offset) - along * along));
-        }
-        return 0;
-    }
 
     void storeParameters(std::vector<double> & parameters) override
     {
@@ -160,6 +137,22 @@ public:
     Point3D_d const & direction() const { return m_direction; }
 
 private:
+    bool fit(std::vector<double> const & weights) override
+    {
+        return fitLine(
+            *m_points, [&weights](std::size_t i) { return weights[i]; }, m_throughFixedPoint != 0, m_origin,
+            m_direction);
+    }
+
+    void findResiduals(std::vector<double> & residuals) const override
+    {
+        for (std::size_t i = 0; i < residuals.size(); ++i) {
+            Point3D_d const offset = wide((*m_points)[i]) - m_origin;
+            double const along = dot(offset, m_direction);
+            residuals[i] = std::sqrt(std::max(0.0, dot(offset, offset) - along * along));
+        }
+    }
+
     std::vector<Point> const * m_points;
     Point3D_d m_origin;
     Point3D_d m_direction;
