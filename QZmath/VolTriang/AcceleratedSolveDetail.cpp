@@ -125,13 +125,12 @@ void AcceleratedSolve::makeRightPart(CProgressCounter * progress)
 {
     logText(m_log, "Use accelerated solver");
     logValues(m_log, "System size", m_field.size());
-    // The solution follows the scale of the field, which `float` may not hold.
+    // The solution follows the scale of the field, which `float` may not hold. Components that are not finite
+    // make the iteration fail.
     double greatest = 0.0;
     for (std::array<double, 3> const & value : m_field) {
-        for (double const component : value) {
-            double const magnitude = std::fabs(component);
-            greatest = magnitude <= greatest ? greatest : magnitude; // a NaN stays
-        }
+        for (double const component : value)
+            greatest = std::max(greatest, std::fabs(component));
     }
     double const scale = greatest > 0.0 ? 1.0 / greatest : 1.0;
     std::array<BrickSystem::Vector, 3> values;
