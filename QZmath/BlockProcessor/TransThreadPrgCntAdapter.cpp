@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -28,7 +29,7 @@ void CTransThreadPrgCntAdapter::refresh(CProgressCounter * progress, int total)
 {
     m_scope.refresh(progress, total);
     m_undelivered = nullptr;
-    if (m_cancelled.exchange(false)) {
+    if (m_state.exchange(State::running) != State::running) {
         CVescaMutexLock const lock(m_mutex.get());
         m_pending = 0;
     }
@@ -38,14 +39,18 @@ void CTransThreadPrgCntAdapter::refresh(CProgressCounter * progress, int total)
 void CTransThreadPrgCntAdapter::increment()
 {
     bool const onOwnerThread = m_timer->isOwnerThread();
-    if (m_cancelled.load(std::memory_order_relaxed) && (!onOwnerThread || m_undelivered))
+    State const state = m_state.load(std::memory_order_relaxed);
+    if (state == State::undelivered || (state == State::cancelled && !onOwnerThread))
         throw CRunCancelled();
     {
         CVescaMutexLock const lock(m_mutex.get());
         if (m_pending < std::numeric_limits<int>::max())
             ++m_pending;
     }
-    if (!onOwnerThread || !m_timer->mayActNow())
+    if (!onOwnerThread || isReporting() || !m_timer->mayActNow())
+        return;
+    std::unique_lock<std::mutex> const reporting(m_reporting, std::try_to_lock);
+    if (!reporting.owns_lock())
         return;
     try {
         processPending();
@@ -53,6 +58,7 @@ void CTransThreadPrgCntAdapter::increment()
         // Raised inside a task, this would count as the task's own failure: the next event says what it
         // really was.
         m_undelivered = std::current_exception();
+        m_state.store(State::undelivered, std::memory_order_relaxed);
         throw;
     }
 }
@@ -61,13 +67,23 @@ int CTransThreadPrgCntAdapter::onGetMillisecondsTimeOut() { return 100; }
 
 void CTransThreadPrgCntAdapter::onProcessTimerEvent()
 {
-    if (!m_timer->isOwnerThread())
+    if (isReporting())
         return;
-    if (m_undelivered)
+    std::lock_guard<std::mutex> const reporting(m_reporting);
+    if (m_undelivered) {
+        m_state.store(State::cancelled, std::memory_order_relaxed);
+        m_timer->restart();
         std::rethrow_exception(std::exchange(m_undelivered, nullptr));
+    }
     processPending();
 }
 
+bool CTransThreadPrgCntAdapter::isReporting() const
+{
+    return m_reporter.load(std::memory_order_relaxed) == std::this_thread::get_id();
+}
+
+/// The caller holds `m_reporting`.
 void CTransThreadPrgCntAdapter::processPending()
 {
     m_timer->restart();
@@ -76,16 +92,19 @@ void CTransThreadPrgCntAdapter::processPending()
         CVescaMutexLock const lock(m_mutex.get());
         steps = std::exchange(m_pending, 0);
     }
+    m_reporter.store(std::this_thread::get_id(), std::memory_order_relaxed);
     try {
         while (steps > 0) {
             --steps;
             m_scope.increment();
         }
     } catch (...) {
-        m_cancelled.store(true, std::memory_order_relaxed);
+        m_reporter.store(std::thread::id(), std::memory_order_relaxed);
+        m_state.store(State::cancelled, std::memory_order_relaxed);
         CVescaMutexLock const lock(m_mutex.get());
         int const room = std::numeric_limits<int>::max() - m_pending;
-        m_pending += steps < room ? steps : room;
+        m_pending += std::min(steps, room);
         throw;
     }
+    m_reporter.store(std::thread::id(), std::memory_order_relaxed);
 }

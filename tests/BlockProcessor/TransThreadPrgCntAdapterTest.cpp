@@ -18,18 +18,24 @@ namespace
 
 using namespace std::chrono_literals;
 
-/// Fails when it is touched by a thread other than its maker.
+/// Fails when two threads are inside at once, or, with `owner`, when any other thread is.
 class OwnedCounter : public RecordingCounter
 {
+public:
+    std::thread::id owner = std::this_thread::get_id();
+
 protected:
     void onPosition(double overall) override
     {
-        ASSERT_EQ(m_owner, std::this_thread::get_id());
+        ASSERT_FALSE(m_isBusy.exchange(true));
+        if (owner != std::thread::id())
+            ASSERT_EQ(owner, std::this_thread::get_id());
+        m_isBusy = false;
         RecordingCounter::onPosition(overall);
     }
 
 private:
-    std::thread::id const m_owner = std::this_thread::get_id();
+    std::atomic<bool> m_isBusy{false};
 };
 
 void onAnotherThread(std::function<void()> const & action) { std::thread(action).join(); }
@@ -73,7 +79,6 @@ TEST(TransThreadPrgCntAdapter, ForeignThreadsOnlyCount)
     adapter.refresh(&counter, 4);
     std::this_thread::sleep_for(110ms); // the period has passed, but not for a foreign thread
     incrementElsewhere(adapter, 3);
-    onAnotherThread([&] { adapter.processTimerEvent(); });
     EXPECT_TRUE(counter.positions.empty());
     adapter.increment(); // the owner passes all of them on
     EXPECT_EQ((std::vector<double>{0.25, 0.5, 0.75, 1.0}), counter.positions);
@@ -93,6 +98,59 @@ TEST(TransThreadPrgCntAdapter, ForeignThreadsOnlyCount)
     incrementElsewhere(adapter, 2);
     adapter.processTimerEvent();
     EXPECT_EQ(6u, counter.positions.size());
+}
+
+// A client may prepare a run on one thread and wait for it on another.
+TEST(TransThreadPrgCntAdapter, WhicheverThreadWaitsReportsAndCanBeInterrupted)
+{
+    OwnedCounter counter;
+    CTransThreadPrgCntAdapter adapter;
+    adapter.refresh(&counter, 4);
+    std::deque<FunctionTask> tasks;
+    for (int t = 0; t < 2; ++t)
+        tasks.emplace_back([&] {
+            adapter.increment();
+            adapter.increment();
+        });
+    onAnotherThread([&] {
+        counter.owner = std::this_thread::get_id();
+        perform(tasks, &adapter);
+    });
+    EXPECT_EQ((std::vector<double>{0.25, 0.5, 0.75, 1.0}), counter.positions);
+
+    adapter.refresh(&counter, std::numeric_limits<int>::max());
+    counter.interrupt();
+    tasks.clear();
+    for (int t = 0; t < 2; ++t)
+        tasks.emplace_back([&] {
+            for (;;) {
+                adapter.increment();
+                std::this_thread::sleep_for(1ms);
+            }
+        });
+    onAnotherThread([&] { EXPECT_THROW(perform(tasks, &adapter), CUserIntrException); });
+}
+
+TEST(TransThreadPrgCntAdapter, ThreadsThatServeTheTimerTakeTurns)
+{
+    int const threads = 4, steps = 5000;
+    OwnedCounter counter;
+    counter.owner = std::thread::id();
+    CTransThreadPrgCntAdapter adapter;
+    adapter.refresh(&counter, threads * steps);
+    std::deque<FunctionTask> tasks;
+    for (int t = 0; t < threads; ++t)
+        tasks.emplace_back([&] {
+            for (int i = 0; i < steps; ++i) {
+                adapter.increment();
+                if (i % 10 == 9)
+                    adapter.processTimerEvent();
+            }
+        });
+    perform(tasks);
+    ASSERT_EQ(static_cast<std::size_t>(threads * steps), counter.positions.size());
+    for (int i = 0; i < threads * steps; ++i)
+        ASSERT_EQ((i + 1.0) / (threads * steps), counter.positions[static_cast<std::size_t>(i)]);
 }
 
 TEST(TransThreadPrgCntAdapter, AThrowingCounterLosesNoStepAndLocksNothing)
