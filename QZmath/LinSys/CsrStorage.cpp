@@ -14,7 +14,8 @@ CCSRSstorage<T>::CCSRSstorage() = default;
 template <class T>
 CCSRSstorage<T>::CCSRSstorage(CCSRSstorage const & other)
     : CLinSysVariableManager<T>(other), CCSRSquareMatrix<T>(other), m_indexBase(other.m_indexBase),
-      m_symmetric(other.m_symmetric), m_expectedElementsPerLine(other.m_expectedElementsPerLine)
+      m_symmetric(other.m_symmetric), m_expectedElementsPerLine(other.m_expectedElementsPerLine),
+      m_reservedElements(other.m_reservedElements)
 {}
 
 template <class T>
@@ -26,6 +27,7 @@ CCSRSstorage<T> & CCSRSstorage<T>::operator=(CCSRSstorage const & other)
     m_indexBase = other.m_indexBase;
     m_symmetric = other.m_symmetric;
     m_expectedElementsPerLine = other.m_expectedElementsPerLine;
+    m_reservedElements = other.m_reservedElements;
     return *this;
 }
 
@@ -79,8 +81,11 @@ void CCSRSstorage<T>::addEquationFreePartNoAliases(int row, int count, T const *
 template <class T>
 void CCSRSstorage<T>::reserveMatrixMemory(std::int64_t count)
 {
-    initFiller();
-    CCSRSquareMatrix<T>::reserveMemory(std::min(count, largestElementsNumber()));
+    m_reservedElements = std::max(m_reservedElements, count);
+    if (this->GetFreeVariablesNumber() > 0) {
+        initFiller();
+        reserveAsAsked();
+    }
 }
 
 /// Where the stored elements of a row lie; false for a row that is not there or has not been begun.
@@ -150,6 +155,17 @@ void CCSRSstorage<T>::onSetSymmetric(bool symmetric)
     m_symmetric = symmetric;
 }
 
+/// Rows that were made by a reservation, without an equation, are made anew for all vertices by the first
+/// one.
+template <class T>
+void CCSRSstorage<T>::onDefineFreeVertex(int vertex)
+{
+    if (this->GetEquationsNumber() == 0) {
+        m_filler.reset();
+    }
+    CLinSysVariableManager<T>::onDefineFreeVertex(vertex);
+}
+
 template <class T>
 void CCSRSstorage<T>::onAddEquationFreePart(CVertexLinearCombination<T> const & equation, int row)
 {
@@ -211,6 +227,13 @@ void CCSRSstorage<T>::initFiller()
         std::int64_t const expected = std::int64_t(m_expectedElementsPerLine) * freeCount;
         m_filler->reserveMemory(std::min(expected, largestElementsNumber()));
     }
+    reserveAsAsked();
+}
+
+template <class T>
+void CCSRSstorage<T>::reserveAsAsked()
+{
+    CCSRSquareMatrix<T>::reserveMemory(std::min(m_reservedElements, largestElementsNumber()));
 }
 
 /// No estimate may take more memory than the full matrix.

@@ -53,8 +53,9 @@ public:
     /// nanoseconds per element when memory was reserved.
     void addEquationFreePartNoAliases(int row, int count, T const * values, int const * columns);
 
-    /// Makes the storage for the free matrix and room for `count` elements in it. To be called when all
-    /// vertices are defined. Throws `std::bad_alloc` when memory is short.
+    /// Makes the storage for the free matrix and room for `count` elements in it, never less than was asked
+    /// for before. Takes effect at once for the free vertices that are defined; for those that are not, with
+    /// the first equation. Throws `std::bad_alloc` when memory is short.
     void reserveMatrixMemory(std::int64_t count);
 
 private:
@@ -62,10 +63,12 @@ private:
     T onGetFreeVertCoeff(int row, int column) const override;
     bool onIsSymmetric() const override;
     void onSetSymmetric(bool symmetric) override;
+    void onDefineFreeVertex(int vertex) override;
     void onAddEquationFreePart(CVertexLinearCombination<T> const & equation, int row) override;
     bool areFreeVariablesDefined() const override;
 
     void initFiller();
+    void reserveAsAsked();
     bool isIndexBaseKept() const;
     std::int64_t largestElementsNumber() const;
     bool getRowRange(int row, int & begin, int & end) const;
@@ -74,6 +77,7 @@ private:
     std::unique_ptr<CCSRSquareMatrixFiller<T>> m_filler;
     bool m_symmetric = false;
     int m_expectedElementsPerLine = 0;
+    std::int64_t m_reservedElements = 0;
 };
 
 extern template class CCSRSstorage<float>;

@@ -25,8 +25,8 @@ public:
     ~CSparseStoreSparseLinSysSolver() override;
     CSparseStoreSparseLinSysSolver * Copy() const override;
 
-    /// Makes the storage of the matrix, with room for so many elements in all; does nothing when below 1. To
-    /// be called when all vertices are defined.
+    /// Makes room for so many elements of the matrix in all; does nothing when below 1. At any time: what is
+    /// asked for before all vertices are defined is made with the first equation.
     void reserveMemory(int count);
 
     /// See `CLinSysSolverSparseDss::setSemidefiniteLift`; 0 by default.

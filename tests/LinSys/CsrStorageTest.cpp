@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <memory>
 #include <random>
@@ -166,4 +167,37 @@ TYPED_TEST(CsrStorageTest, CopyHasNoOpenMatrix)
     EXPECT_EQ(storage.normalizeSystemMatrix(), T(2));
     EXPECT_EQ(std::vector<T>(storage.getCsrValues(), storage.getCsrValues() + 3), (std::vector<T>{2, 4, -1}));
     EXPECT_EQ(CCSRSstorage<T>().normalizeSystemMatrix(), T(0));
+}
+
+TYPED_TEST(CsrStorageTest, RoomIsReservedWheneverItIsAskedFor)
+{
+    using T = TypeParam;
+    int const size = 200, perRow = 3;
+    for (int const definedBefore : {0, 1, 120, size}) {
+        SCOPED_TRACE(definedBefore);
+        CCSRSstorage<T> storage;
+        for (int vertex = 0; vertex < size; ++vertex) {
+            if (vertex == definedBefore) {
+                storage.reserveMatrixMemory(size * perRow);
+            }
+            storage.DefineFreeVertex(vertex);
+        }
+        storage.DefineFixedVertex(size);
+        if (definedBefore == size) {
+            storage.reserveMatrixMemory(size * perRow);
+        }
+        T const * reserved = nullptr;
+        for (int row = 0; row < size; ++row) {
+            CVertexLinearCombination<T> equation;
+            for (int vertex = std::max(0, row - 1); vertex <= std::min(row + 1, size); ++vertex) {
+                equation.AddVertex(vertex, T(row == vertex ? 2 : -1));
+            }
+            storage.AddEquation(equation);
+            ASSERT_TRUE(row == 0 || storage.getCsrValues() == reserved) << row;
+            reserved = storage.getCsrValues();
+        }
+        EXPECT_TRUE(storage.IsCorrectlyDefinedSystem());
+        EXPECT_EQ(storage.getNonZeroValuesNumber(), size * perRow - 2);
+        EXPECT_EQ(storage.GetFreeVertCoeff(size - 1, size - 2), T(-1));
+    }
 }
