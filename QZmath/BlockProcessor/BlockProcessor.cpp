@@ -2,13 +2,14 @@
 #include <QZmath/BlockProcessor/BlockProcessor.h>
 
 #include <QZmath/BlockProcessor/BlockWorker.h>
-#include <QZmath/BlockProcessor/LockersDetail.h>
+#include <QZmath/BlockProcessor/Engine/Crew.h>
+#include <QZmath/BlockProcessor/Engine/Lockers.h>
+#include <QZmath/BlockProcessor/Engine/Schedule.h>
 
 #include <QZsys/Exceptions.h>
 
 #include <algorithm>
 #include <exception>
-#include <functional>
 #include <new>
 
 namespace BlockProc
@@ -17,274 +18,37 @@ namespace BlockProc
 namespace
 {
 
-/// The manager looks at its workers at least this often, in milliseconds.
-constexpr int managerPeriod = 50;
-constexpr int firstWorkerId = 10000;
 constexpr int statusNoMemory = 1;
 constexpr int statusBadConfiguration = 9;
-
-IVescaThreadingFactory & threadingFactory() { return CVescaSingletonT<IVescaThreadingFactory>::Instance(); }
 
 /// An event that tells a second one each time that it is set, so that one waiter can wait for several.
 class TF_ReportingEvent final : public IVescaBlockingEvent
 {
 public:
-    explicit TF_ReportingEvent(std::shared_ptr<IVescaBlockingEvent> listener)
-        : m_event(threadingFactory().makeBlockingEvent()), m_listener(std::move(listener))
+    explicit TF_ReportingEvent(IVescaBlockingEvent & listener)
+        : m_event(threadingFactory().makeBlockingEvent()), m_listener(listener)
     {}
 
     void set() override
     {
         m_event->set();
-        m_listener->set();
+        m_listener.set();
     }
     bool wait(int milliseconds) override { return m_event->wait(milliseconds); }
 
 private:
     std::unique_ptr<IVescaBlockingEvent> m_event;
-    std::shared_ptr<IVescaBlockingEvent> m_listener;
+    IVescaBlockingEvent & m_listener;
 };
-
-/// Owns what a client's hook has made.
-template <class T>
-class CStoredPtr
-{
-public:
-    explicit CStoredPtr(T * object) : m_object(object) {}
-    virtual ~CStoredPtr() { delete m_object; }
-    CStoredPtr(CStoredPtr const &) = delete;
-    CStoredPtr & operator=(CStoredPtr const &) = delete;
-
-    T * get() const { return m_object; }
-    void reset()
-    {
-        T * const object = m_object;
-        m_object = nullptr;
-        delete object;
-    }
-
-private:
-    T * m_object;
-};
-
-bool liesBefore(IVescaFragmentDescriptor_Old const * a, IVescaFragmentDescriptor_Old const * b)
-{
-    return std::less<IVescaFragmentDescriptor_Old const *>()(a, b);
-}
-
-bool startsBefore(Block_iter const & position, IVescaFragmentDescriptor_Old const * block)
-{
-    return liesBefore(position, block);
-}
 
 } // namespace
 
-/// Holds the read mutexes of all workers and traces that.
-class CBlockProcessor::AllMutexesLocker
-{
-public:
-    AllMutexesLocker(CBlockProcessor & processor, int workerId) : m_processor(processor), m_workerId(workerId)
-    {
-        m_processor.LockAllMutexes(m_workerId);
-        m_locked = true;
-        try {
-            DebugThreadMessage(m_processor.m_debugLog, m_workerId, "All mutexes locked by locker %p",
-                               address());
-        } catch (...) {
-            m_processor.UnlockAllMutexes(m_workerId);
-            throw;
-        }
-    }
-    ~AllMutexesLocker()
-    {
-        traceQuietly(m_processor.m_debugLog, m_workerId, "Destructor of locker %p entered", address());
-        unlock();
-    }
-    AllMutexesLocker(AllMutexesLocker const &) = delete;
-    AllMutexesLocker & operator=(AllMutexesLocker const &) = delete;
-
-private:
-    void const * address() const { return this; }
-
-    void unlock()
-    {
-        traceQuietly(m_processor.m_debugLog, m_workerId, "Unlock of locker %p entered", address());
-        if (m_locked)
-            m_processor.UnlockAllMutexes(m_workerId);
-        m_locked = false;
-        traceQuietly(m_processor.m_debugLog, m_workerId, "All mutexes unlocked by locker %p", address());
-    }
-
-    CBlockProcessor & m_processor;
-    bool m_locked = false;
-    int m_workerId;
-};
-
-/// The entry of a worker's thread. Nothing escapes it: a failure ends in the abort event.
-class CBlockProcessor::TF_InvokeWorker final : public IVescaInvokeProc
-{
-public:
-    TF_InvokeWorker(CBlockProcessor & processor, CBlockWorker & worker)
-        : m_processor(processor), m_worker(worker)
-    {}
-
-    void Invoke() override
-    {
-        try {
-            trace("Initializing ...");
-            m_worker.Init();
-            m_worker.Work();
-            trace("Work finished. Sending release signal.");
-        } catch (CUserIntrException const &) {
-            m_processor.SetUserBreak(true);
-            fail();
-        } catch (...) {
-            fail();
-        }
-        m_isLeaving = true;
-        m_processor.m_news->set();
-    }
-
-    /// True when the thread is about to end, if it has not ended yet.
-    bool isLeaving() const { return m_isLeaving; }
-
-private:
-    void trace(char const * text) const
-    {
-        DebugThreadMessage(m_worker.GetDebugLog(), m_worker.GetID(), text);
-    }
-
-    void fail()
-    {
-        m_processor.SetAbortEvent();
-        traceQuietly(m_worker.GetDebugLog(), m_worker.GetID(), "An ERROR occurred. Sending release signal.");
-    }
-
-    CBlockProcessor & m_processor;
-    CBlockWorker & m_worker;
-    std::atomic<bool> m_isLeaving{false};
-};
-
-/// The living workers of a pass with their threads. Used by the manager only.
-class CBlockProcessor::Crew
-{
-public:
-    explicit Crew(CBlockProcessor & processor) : m_processor(processor) {}
-    ~Crew() { stop(); }
-    Crew(Crew const &) = delete;
-    Crew & operator=(Crew const &) = delete;
-
-    bool isEmpty() const { return m_members.empty(); }
-
-    /// Makes all workers, and with them all read mutexes: a writer has to take those of all workers, so no
-    /// thread may start before.
-    void hire(int count)
-    {
-        m_members.reserve(static_cast<std::size_t>(count));
-        for (int i = 0; i < count; ++i) {
-            std::unique_ptr<CBlockWorker> worker(m_processor.CreateBlockWorker(true));
-            if (!worker)
-                throw CVescaException("No block worker was made");
-            worker->SetID(firstWorkerId + i);
-            worker->SetDebugLog(m_processor.m_debugLog);
-            std::unique_ptr<TF_InvokeWorker> task(new TF_InvokeWorker(m_processor, *worker));
-            std::unique_ptr<IVescaThread> thread(threadingFactory().makeThread());
-            thread->setTask(task.get());
-            m_processor.RegisterWorkerPrgCnt(worker.get());
-            m_members.push_back({std::move(worker), std::move(task), std::move(thread)});
-        }
-    }
-
-    void start()
-    {
-        for (Member const & member : m_members)
-            member.thread->start();
-    }
-
-    /// Lets all workers finish the blocks that they have in work, and dismisses them.
-    /// @return what a hook threw meanwhile; all workers are gone nevertheless
-    std::exception_ptr stop() noexcept
-    {
-        std::exception_ptr failure;
-        VsUt::IDebugLog * const log = m_processor.m_debugLog;
-        for (Member const & member : m_members) {
-            traceManagerQuietly(log, "Sending aborting signal to worker %d", member.worker->GetID());
-            member.worker->GetWorkerAbortEvent()->set();
-        }
-        for (Member & member : m_members) {
-            member.thread.reset();
-            traceManagerQuietly(log, "Worker %d successfully aborted", member.worker->GetID());
-            try {
-                m_processor.UnRegisterWorkerPrgCnt(member.worker.get());
-            } catch (...) {
-                if (!failure)
-                    failure = std::current_exception();
-            }
-            member.task.reset();
-            member.worker.reset();
-        }
-        m_members.clear();
-        return failure;
-    }
-
-    /// Dismisses the first worker whose thread has ended.
-    bool releaseOne()
-    {
-        auto const ended = std::find_if(m_members.begin(), m_members.end(),
-                                        [](Member const & member) { return member.thread->wait(0); });
-        if (ended == m_members.end())
-            return false;
-        DebugThreadMgrMessage(m_processor.m_debugLog, "Worker ID=%d worker released", ended->worker->GetID());
-        Member const member = std::move(*ended);
-        m_members.erase(ended);
-        m_processor.UnRegisterWorkerPrgCnt(member.worker.get());
-        return true;
-    }
-
-    void wakeUpIdles()
-    {
-        VsUt::IDebugLog * const log = m_processor.m_debugLog;
-        DebugThreadMgrMessage(log, "Waking up idles...");
-        for (Member const & member : m_members) {
-            if (!member.worker->GetIdleWorkerEvent()->wait(0))
-                continue;
-            DebugThreadMgrMessage(log, "Waking up idle worker ID = %d", member.worker->GetID());
-            member.worker->GetWorkerWakeUpEvent()->set();
-        }
-        DebugThreadMgrMessage(log, "Waking up idles done.");
-    }
-
-    /// Sleeps until there may be something to do. Between a worker's last notice and the end of its thread
-    /// there is no further notice to wait for, so then the thread itself is waited for.
-    void awaitNews() const
-    {
-        for (Member const & member : m_members) {
-            if (member.task->isLeaving()) {
-                member.thread->wait(managerPeriod);
-                return;
-            }
-        }
-        m_processor.m_news->wait(managerPeriod);
-    }
-
-private:
-    struct Member // destroyed from the last to the first: the thread's end is waited for before the rest goes
-    {
-        std::unique_ptr<CBlockWorker> worker;
-        std::unique_ptr<TF_InvokeWorker> task;
-        std::unique_ptr<IVescaThread> thread;
-    };
-
-    CBlockProcessor & m_processor;
-    std::vector<Member> m_members;
-};
-
 CBlockProcessor::CBlockProcessor()
-    : m_blockMutex(threadingFactory().makeMutex()), m_news(threadingFactory().makeBlockingEvent())
-{
-    m_blockFinishedEvent = std::make_unique<TF_ReportingEvent>(m_news);
-    m_abortEvent = std::make_unique<TF_ReportingEvent>(m_news);
-}
+    : m_modelLock(std::make_unique<ModelLock>()), m_schedule(std::make_unique<Schedule>()),
+      m_news(threadingFactory().makeBlockingEvent()),
+      m_blockFinishedEvent(std::make_unique<TF_ReportingEvent>(*m_news)),
+      m_abortEvent(std::make_unique<TF_ReportingEvent>(*m_news)), m_blockMutex(threadingFactory().makeMutex())
+{}
 
 CBlockProcessor::~CBlockProcessor() = default;
 
@@ -399,7 +163,7 @@ void CBlockProcessor::processPass()
 
 void CBlockProcessor::serialBlockProcess()
 {
-    double const share = 1.0 / std::max(m_blockCount, 1);
+    double const share = 1.0 / std::max(m_schedule->blockCount(), 1);
     Block_iter block;
     m_structure->BlockBegin(block);
     Block_iter const end = BlockEnd();
@@ -428,19 +192,19 @@ void CBlockProcessor::SingleBlockProcessAndApply(IVescaFragmentDescriptor_Old & 
 
 void CBlockProcessor::processOnThisThread(IVescaFragmentDescriptor_Old & descriptor, bool apply)
 {
-    CStoredPtr<CBlockWorker> const worker(CreateBlockWorker(false));
-    if (!worker.get())
+    std::unique_ptr<CBlockWorker> const worker(CreateBlockWorker(false));
+    if (!worker)
         throw CVescaException("No block worker was made");
-    worker.get()->Init();
+    worker->Init();
     bool const extract = apply && m_extract;
-    CStoredPtr<IVescaFragment_Old> const fragment(extract ? ExtractBlock(descriptor) : nullptr);
-    if (extract && !fragment.get())
+    std::unique_ptr<IVescaFragment_Old> const fragment(extract ? ExtractBlock(descriptor) : nullptr);
+    if (extract && !fragment)
         return;
-    if (!worker.get()->BlockInit(descriptor, fragment.get()) ||
-        !worker.get()->BlockInitUnshared(descriptor, fragment.get()))
+    if (!worker->BlockInit(descriptor, fragment.get()) ||
+        !worker->BlockInitUnshared(descriptor, fragment.get()))
         return;
-    CheckWorkerResult(worker.get()->ProcessFragment(descriptor, fragment.get()));
-    worker.get()->BlockFinalize(descriptor, fragment.get());
+    CheckWorkerResult(worker->ProcessFragment(descriptor, fragment.get()));
+    worker->BlockFinalize(descriptor, fragment.get());
     if (apply && m_modifyImmediately)
         ApplyBlockChanges(descriptor, fragment.get());
 }
@@ -502,20 +266,9 @@ bool CBlockProcessor::superviseWorkers(Crew & crew)
 
 void CBlockProcessor::OnBlockStructureInit()
 {
-    m_nextBlock = Block_iter();
-    m_blockCount = -1;
-    if (m_structure) {
-        m_structure->BlockBegin(m_nextBlock);
-        m_blockCount = m_structure->BlockCount();
-    }
-    m_blocksInWork.clear();
-    m_finishedBlocks.clear();
-    m_finishedCount = 0;
-    m_readMutexes.clear();
-    if (isParallel()) {
-        m_readMutexes.reserve(static_cast<std::size_t>(m_threadCount));
-        m_blocksInWork.reserve(static_cast<std::size_t>(m_threadCount));
-    }
+    int const workers = isParallel() ? m_threadCount : 0;
+    m_schedule->begin(m_structure, workers);
+    m_modelLock->reset(workers);
 }
 
 Block_iter CBlockProcessor::BlockEnd() const
@@ -526,73 +279,30 @@ Block_iter CBlockProcessor::BlockEnd() const
     return end;
 }
 
-bool CBlockProcessor::isAmongFinished(IVescaFragmentDescriptor_Old const * block) const
-{
-    auto const found =
-        std::lower_bound(m_finishedBlocks.begin(), m_finishedBlocks.end(), block, startsBefore);
-    return found != m_finishedBlocks.end() && *found == block;
-}
-
 bool CBlockProcessor::IsBlockProcessed(IVescaFragmentDescriptor_Old const & descriptor) const
 {
-    // Behind the last block all are processed, wherever in memory the structure puts its end.
-    return liesBefore(&descriptor, m_nextBlock) || isAmongFinished(&descriptor) ||
-           (m_structure && m_nextBlock == BlockEnd());
+    return m_schedule->isProcessed(descriptor);
 }
 
 bool CBlockProcessor::IsBlockReadyForProcess(IVescaFragmentDescriptor_Old const & descriptor) const
 {
-    if (!m_structure || IsBlockProcessed(descriptor))
-        return false;
-    return std::all_of(m_blocksInWork.begin(), m_blocksInWork.end(), [&](Block_iter const & inWork) {
-        return inWork != &descriptor && m_structure->AreBlocksIndependent(descriptor, *inWork);
-    });
+    return m_schedule->isReady(descriptor);
 }
 
-Block_iter CBlockProcessor::firstUnprocessed(Block_iter from, Block_iter end) const
-{
-    while (from != end && IsBlockProcessed(*from))
-        ++from;
-    return from;
-}
+bool CBlockProcessor::HasPotentialJob() const { return m_schedule->hasPotentialJob(); }
 
-Block_iter CBlockProcessor::firstReady() const
-{
-    Block_iter const end = BlockEnd();
-    Block_iter block = m_nextBlock;
-    while (block != end && !IsBlockReadyForProcess(*block))
-        ++block;
-    return block;
-}
-
-bool CBlockProcessor::HasPotentialJob() const
-{
-    Block_iter const end = BlockEnd();
-    return firstUnprocessed(m_nextBlock, end) != end;
-}
-
-bool CBlockProcessor::HasCurrentJob() const { return firstReady() != BlockEnd(); }
+bool CBlockProcessor::HasCurrentJob() const { return m_schedule->hasCurrentJob(); }
 
 Block_iter CBlockProcessor::LockNextBlock(CBlockWorker * worker)
 {
     DebugThreadMgrMessage(m_debugLog, "Manager state before locking next block");
-    Block_iter const end = BlockEnd();
-    m_nextBlock = firstUnprocessed(m_nextBlock, end);
-    // What the next block has passed is known as processed by its place; only the rest has to be searched.
-    m_finishedBlocks.erase(m_finishedBlocks.begin(),
-                           m_nextBlock == end
-                               ? m_finishedBlocks.end()
-                               : std::lower_bound(m_finishedBlocks.begin(), m_finishedBlocks.end(),
-                                                  static_cast<IVescaFragmentDescriptor_Old *>(m_nextBlock),
-                                                  startsBefore));
-    Block_iter const block = firstReady();
-    if (block == end)
-        return end;
-    m_blocksInWork.push_back(block);
+    Block_iter const block = m_schedule->takeFirstReady();
+    if (block == BlockEnd())
+        return block;
     try {
         OnBlockProcessStart(block, worker);
     } catch (...) {
-        m_blocksInWork.pop_back();
+        m_schedule->takeOutOfWork(block);
         throw;
     }
     return block;
@@ -600,32 +310,16 @@ Block_iter CBlockProcessor::LockNextBlock(CBlockWorker * worker)
 
 void CBlockProcessor::UnLockBlock(Block_iter block, CBlockWorker * worker)
 {
-    ++m_finishedCount;
     traceManagerQuietly(m_debugLog, "Manager state before unblocking block");
-    auto const inWork = std::find(m_blocksInWork.begin(), m_blocksInWork.end(), block);
-    if (inWork != m_blocksInWork.end()) {
-        *inWork = m_blocksInWork.back();
-        m_blocksInWork.pop_back();
-    }
+    m_schedule->takeOutOfWork(block);
     try {
         OnBlockProcessFinish(block, worker);
     } catch (...) {
-        recordFinished(block); // no other worker may get it in the time until the run has ended
+        m_schedule->recordFinished(block); // no other worker may get it in the time until the run has ended
         throw;
     }
-    recordFinished(block);
+    m_schedule->recordFinished(block);
     DebugThreadMgrMessage(m_debugLog, "Manager state after UnLocking block");
-}
-
-void CBlockProcessor::recordFinished(Block_iter block)
-{
-    IVescaFragmentDescriptor_Old const * const address = block;
-    if (liesBefore(address, m_nextBlock))
-        return;
-    auto const place =
-        std::lower_bound(m_finishedBlocks.begin(), m_finishedBlocks.end(), address, startsBefore);
-    if (place == m_finishedBlocks.end() || *place != block)
-        m_finishedBlocks.insert(place, block);
 }
 
 void CBlockProcessor::BlockProcessCore(CBlockWorker & worker, IVescaFragmentDescriptor_Old & descriptor)
@@ -639,9 +333,9 @@ void CBlockProcessor::BlockProcessCore(CBlockWorker & worker, IVescaFragmentDesc
     TF_SingleMutexLocker readLock(worker.GetReadMutex(), log, id);
     DebugThreadMessage(log, id, "Entered read mutex %p for extracting from huge model", readMutex);
     DebugThreadMessage(log, id, "Extracting block %p", block);
-    CStoredPtr<IVescaFragment_Old> fragment(m_extract ? ExtractBlock(descriptor) : nullptr);
+    std::unique_ptr<IVescaFragment_Old> fragment(m_extract ? ExtractBlock(descriptor) : nullptr);
     DebugThreadMessage(log, id, "Block extraction finished");
-    if (m_extract && !fragment.get()) {
+    if (m_extract && !fragment) {
         DebugThreadMessage(log, id, "Empty block ");
         return;
     }
@@ -660,7 +354,7 @@ void CBlockProcessor::BlockProcessCore(CBlockWorker & worker, IVescaFragmentDesc
 
     if (needsWriteLock) {
         DebugThreadMessage(log, id, "Entering write mutex %p for init un-shared block init", readMutex);
-        AllMutexesLocker const writeLock(*this, id);
+        AllMutexesLocker const writeLock(*m_modelLock, m_debugLog, id);
         if (!worker.BlockInitUnshared(descriptor, fragment.get())) {
             DebugThreadMessage(log, id, "!Worker.BlockInit()");
             fragment.reset();
@@ -673,7 +367,7 @@ void CBlockProcessor::BlockProcessCore(CBlockWorker & worker, IVescaFragmentDesc
 
     if (m_modifyImmediately) {
         DebugThreadMessage(log, id, "Locking all mutexes due to updating block");
-        AllMutexesLocker const writeLock(*this, id);
+        AllMutexesLocker const writeLock(*m_modelLock, m_debugLog, id);
         DebugThreadMessage(log, id, "All mutexes locked due to updating block");
         worker.BlockFinalize(descriptor, fragment.get());
         DebugThreadMessage(log, id, "Entered mutex for updating huge model");
@@ -684,45 +378,11 @@ void CBlockProcessor::BlockProcessCore(CBlockWorker & worker, IVescaFragmentDesc
     }
 }
 
-void CBlockProcessor::LockAllMutexes(int workerId)
-{
-    DebugThreadMessage(m_debugLog, workerId, "Going to lock %d mutexes",
-                       static_cast<int>(m_readMutexes.size()));
-    std::size_t lockedCount = 0;
-    try {
-        for (std::unique_ptr<IVescaMutexPtr> const & mutex : m_readMutexes) {
-            void const * const address = mutex->get();
-            DebugThreadMessage(m_debugLog, workerId, "Locking mutex number %d",
-                               static_cast<int>(lockedCount));
-            DebugThreadMessage(m_debugLog, workerId, "Locking mutex %p", address);
-            (*mutex)->lock();
-            ++lockedCount;
-            DebugThreadMessage(m_debugLog, workerId, "Mutex %p locked", address);
-        }
-    } catch (...) {
-        for (std::size_t i = 0; i < lockedCount; ++i)
-            (*m_readMutexes[i])->unlock();
-        throw;
-    }
-}
+void CBlockProcessor::LockAllMutexes(int workerId) { m_modelLock->lockAll(m_debugLog, workerId); }
 
-void CBlockProcessor::UnlockAllMutexes(int workerId)
-{
-    traceQuietly(m_debugLog, workerId, "Going to unlock %d mutexes", static_cast<int>(m_readMutexes.size()));
-    traceQuietly(m_debugLog, workerId, "Going to unlock all mutexes");
-    int number = 0;
-    for (std::unique_ptr<IVescaMutexPtr> const & mutex : m_readMutexes) {
-        traceQuietly(m_debugLog, workerId, "Unlocking mutex number %d", number++);
-        traceQuietly(m_debugLog, workerId, "Unlocking mutex %p", static_cast<void const *>(mutex->get()));
-        (*mutex)->unlock();
-    }
-}
+void CBlockProcessor::UnlockAllMutexes(int workerId) { m_modelLock->unlockAll(m_debugLog, workerId); }
 
-IVescaMutex * CBlockProcessor::AddWorkerReadMutex()
-{
-    m_readMutexes.push_back(std::make_unique<IVescaMutexPtr>(threadingFactory().makeMutex()));
-    return m_readMutexes.back()->get();
-}
+IVescaMutex * CBlockProcessor::AddWorkerReadMutex() { return m_modelLock->addReader(); }
 
 void CBlockProcessor::PreliminaryGlobalActions() {}
 void CBlockProcessor::PreliminaryPassActions() {}
@@ -747,7 +407,7 @@ int CBlockProcessor::GetWholeProcessResult() const { return 0; }
 void CBlockProcessor::InitThreadedPrgCnt()
 {
     m_threadedProgress.reset();
-    m_threadedProgress = std::make_unique<CPrgCntBlocksTreaded>(m_progress, m_blockCount);
+    m_threadedProgress = std::make_unique<CPrgCntBlocksTreaded>(m_progress, m_schedule->blockCount());
 }
 
 void CBlockProcessor::ReleaseThreadedPrgCnt() { m_threadedProgress.reset(); }

@@ -13,12 +13,13 @@
 
 #include <atomic>
 #include <memory>
-#include <vector>
 
 namespace BlockProc
 {
 
 class CBlockWorker;
+class ModelLock;
+class Schedule;
 
 /// Walks a model block by block, in any number of passes, on the calling thread or on several workers.
 ///
@@ -205,9 +206,7 @@ protected:
 
 private:
     friend class CBlockWorker;
-    class AllMutexesLocker;
     class Crew;
-    class TF_InvokeWorker;
 
     bool isParallel() const { return m_useParallelThreads && m_threadCount >= 2; }
     bool isStopRequested() const;
@@ -219,32 +218,24 @@ private:
     bool superviseWorkers(Crew & crew);
     void SingleBlockProcessAndApply(IVescaFragmentDescriptor_Old & descriptor);
     void processOnThisThread(IVescaFragmentDescriptor_Old & descriptor, bool apply);
-    Block_iter firstUnprocessed(Block_iter from, Block_iter end) const;
-    Block_iter firstReady() const;
-    void recordFinished(Block_iter block);
-    bool isAmongFinished(IVescaFragmentDescriptor_Old const * block) const;
 
     CBlockStructure * m_structure = nullptr;
     CProgressCounter * m_progress = nullptr;
-    std::vector<std::unique_ptr<IVescaMutexPtr>> m_readMutexes;
+    std::unique_ptr<ModelLock> m_modelLock;
     bool m_modifyImmediately = false;
     bool m_extract = false;
     int m_passCount = 1;
     int m_threadCount = 0;
-    Block_iter m_nextBlock; ///< All blocks before it are processed.
-    std::vector<Block_iter> m_blocksInWork;
-    std::vector<Block_iter> m_finishedBlocks; ///< Those at or behind the next block, in order.
-    int m_blockCount = -1;
-    int m_finishedCount = 0;
+    std::unique_ptr<Schedule> m_schedule; ///< Guarded by the block mutex.
     std::atomic<bool> m_userBreak{false};
     std::atomic<int> m_currentPass{-1};
+    std::unique_ptr<IVescaBlockingEvent> m_news; ///< Set with each event that the manager has to look at.
     std::unique_ptr<IVescaBlockingEvent> m_blockFinishedEvent;
     std::unique_ptr<IVescaBlockingEvent> m_abortEvent;
     std::unique_ptr<IVescaMutex> m_blockMutex;
     std::unique_ptr<CPrgCntBlocksTreaded> m_threadedProgress; ///< Null outside a parallel run.
     bool m_useParallelThreads = false;
     VsUt::IDebugLog * m_debugLog = nullptr;
-    std::shared_ptr<IVescaBlockingEvent> m_news; ///< Set with each event that the manager has to look at.
 };
 
 } // namespace BlockProc

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/BlockProcessor/BlockProcessor.h>
 #include <QZmath/BlockProcessor/BlockWorker.h>
-#include <QZmath/BlockProcessor/LockersDetail.h>
+#include <QZmath/BlockProcessor/Engine/Lockers.h>
 
 #include <QZsys/Exceptions.h>
 
@@ -13,8 +13,6 @@ namespace
 
 /// An idle worker looks for an abort at least this often, in milliseconds.
 constexpr int wakeUpTimeOut = 20;
-
-IVescaThreadingFactory & threadingFactory() { return CVescaSingletonT<IVescaThreadingFactory>::Instance(); }
 
 } // namespace
 

@@ -31,12 +31,11 @@ class CBlockProcessor;
 class QZMATH_API CBlockWorker : public virtual IVescaFragmentParallelWorker_Old
 {
 public:
-    /// @param processor    the processor that makes the worker; gets one read mutex more. With null the
-    /// worker
-    ///                     can do no work.
-    /// @param ownProgress  true gives the worker a progress counter of its own, which a worker on a thread of
-    ///                     its own must have: pass on what `CBlockProcessor::CreateBlockWorker` was given.
-    ///                     False takes that of the processor.
+    /// `processor` makes the worker and gets one read mutex more; with null the worker can do no work.
+    ///
+    /// With `ownProgress` the worker has a progress counter of its own, which a worker on a thread of its own
+    /// must have: pass on what `CBlockProcessor::CreateBlockWorker` was given. False takes that of the
+    /// processor.
     CBlockWorker(CBlockProcessor * processor, bool ownProgress);
     ~CBlockWorker() override;
     CBlockWorker(CBlockWorker const &) = delete;
@@ -47,8 +46,8 @@ public:
     /// Reads from the model what the block needs. False skips the block, which counts as success. True by
     /// default.
     virtual bool BlockInit(IVescaFragmentDescriptor_Old & descriptor, IVescaFragment_Old * fragment);
-    /// The same for what must not happen while other workers read, if
-    /// `CBlockProcessor::NeedUnsharedWorkerInit`.
+    /// Called next, for what must not happen while other workers read: alone on the model, if
+    /// `CBlockProcessor::NeedUnsharedWorkerInit`. False skips the block. True by default.
     virtual bool BlockInitUnshared(IVescaFragmentDescriptor_Old & descriptor, IVescaFragment_Old * fragment);
     /// Ends the work on a block. In a parallel run it is called only where the model is modified immediately,
     /// with the whole model locked.

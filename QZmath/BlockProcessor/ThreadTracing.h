@@ -13,9 +13,9 @@ extern QZMATH_API bool b_DEBUG_THREADS_On;
 /// comparison, when the log is null. Lets pass what the log throws. Thread-safe as far as the log is.
 QZMATH_API void DebugThreadMessage(VsUt::IDebugLog * log, int workerId, char const * text);
 
-/// The same with a text that is formatted in the manner of `printf` with one argument, and cut off after 255
-/// characters. The format must have exactly one conversion, %p for a pointer or %d for an `int`; this is not
-/// checked. Exists for `void *`, `void const *` and `int`.
+/// Sends a text that is formatted in the manner of `printf` with one argument, and cut off after 255
+/// characters, otherwise like the form without. The format must have exactly one conversion, %p for a pointer
+/// or %d for an `int`; this is not checked. Exists for `void *`, `void const *` and `int`.
 template <class A>
 void DebugThreadMessage(VsUt::IDebugLog * log, int workerId, char const * format, A argument);
 

@@ -44,7 +44,8 @@ bool isHeader(std::string const & path) { return endsWith(path, ".h"); }
 
 bool isPrivateHeader(std::string const & path)
 {
-    return endsWith(path, "Impl.h") || endsWith(path, "Detail.h") || path.rfind("QZmath/Backend/", 0) == 0;
+    return endsWith(path, "Impl.h") || endsWith(path, "Detail.h") || path.rfind("QZmath/Backend/", 0) == 0 ||
+           path.rfind("QZmath/BlockProcessor/Engine/", 0) == 0;
 }
 
 /// "QZsys", "QZmath" for the files of the library's root folder, or the name of a folder of it.

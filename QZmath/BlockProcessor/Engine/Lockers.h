@@ -5,8 +5,16 @@
 
 #include <QZsys/Threads.h>
 
+#include <memory>
+#include <vector>
+
 namespace BlockProc
 {
+
+inline IVescaThreadingFactory & threadingFactory()
+{
+    return CVescaSingletonT<IVescaThreadingFactory>::Instance();
+}
 
 /// Traces in places that must not throw: destructors and the handling of exceptions. A line that the log
 /// refuses is lost.
@@ -65,6 +73,41 @@ public:
 private:
     bool m_locked = false;
     IVescaMutex * m_mutex;
+    VsUt::IDebugLog * m_log;
+    int m_workerId;
+};
+
+/// The lock of the model: a mutex for each worker. Who reads holds a worker's own one, who writes holds all
+/// of them, always taken in the same order. So readers do not wait for each other, and a writer is alone.
+class ModelLock
+{
+public:
+    /// Forgets all mutexes and makes room for `workers` of them.
+    void reset(int workers);
+    /// One mutex more, owned by this. Not while the lock is in use.
+    IVescaMutex * addReader();
+
+    /// Takes the mutexes of all readers and traces that. The caller holds none of them.
+    void lockAll(VsUt::IDebugLog * log, int workerId);
+    void unlockAll(VsUt::IDebugLog * log, int workerId) noexcept;
+
+private:
+    std::vector<std::unique_ptr<IVescaMutexPtr>> m_readMutexes;
+};
+
+/// Holds the model for writing and traces that.
+class AllMutexesLocker
+{
+public:
+    AllMutexesLocker(ModelLock & lock, VsUt::IDebugLog * log, int workerId);
+    ~AllMutexesLocker();
+    AllMutexesLocker(AllMutexesLocker const &) = delete;
+    AllMutexesLocker & operator=(AllMutexesLocker const &) = delete;
+
+private:
+    void const * address() const { return this; }
+
+    ModelLock & m_lock;
     VsUt::IDebugLog * m_log;
     int m_workerId;
 };
