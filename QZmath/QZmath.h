@@ -82,6 +82,7 @@
 #include <QZmath/SurfaceAnalysis/ProjectorTriangle.h>
 #include <QZmath/SurfaceAnalysis/Projectors.h>
 #include <QZmath/SurfaceAnalysis/QuadraticForm.h>
+#include <QZmath/Version.h>
 #include <QZmath/VolTriang/CSFunc3.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/InterlacedSupportIterator.h>

@@ -2,6 +2,8 @@
 #include <apps/sampling/CloudFile.h>
 #include <apps/sampling/SampleShapes.h>
 
+#include <QZmath/Version.h>
+
 #include <CLI/CLI.hpp>
 
 #include <cstddef>
@@ -42,7 +44,7 @@ int main(int argc, char ** argv)
 
     CLI::App app("Samples an oriented point cloud on an analytic surface, as a scanner would see it.",
                  "qzrecon-sample");
-    app.set_version_flag("--version", "qzrecon-sample " QZ_VERSION);
+    app.set_version_flag("--version", std::string("qzrecon-sample ") + QZmath::versionString());
     app.footer("Example: qzrecon-sample torus -n 200000 --noise 0.001 -o torus.ply\n\n"
                "The same options give the same cloud on every machine.\n"
                "Exit codes: 0 done, 1 the output could not be written, 2 bad arguments.");

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/qzrecon/Options.h>
 
+#include <QZmath/Version.h>
+
 #include <CLI/CLI.hpp>
 
 #include <cmath>
@@ -76,7 +78,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
 
     CLI::App app("Reconstructs a triangle mesh from an oriented point cloud.", "qzrecon");
     app.footer(st_footer);
-    app.set_version_flag("--version", "qzrecon " QZRECON_VERSION);
+    app.set_version_flag("--version", std::string("qzrecon ") + QZmath::versionString());
     app.option_defaults()->always_capture_default();
     app.add_option("INPUT", options.input, "Oriented point cloud")->required()->capture_default_str();
     app.add_option("-o,--output", options.output, "Mesh to write; the ending decides its format")->required();

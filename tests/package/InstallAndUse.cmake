@@ -39,10 +39,12 @@ file(RENAME "${moved}" "${prefix}")
 
 # Through pkg-config, and the older dynamic linker path.
 set(ENV{PKG_CONFIG_PATH} "${prefix}/${LIBDIR}/pkgconfig")
+run("${PKG_CONFIG}" --modversion QZmath)
+string(STRIP "${output}" version)
 run("${PKG_CONFIG}" --cflags --libs QZmath)
 separate_arguments(package_flags UNIX_COMMAND "${output}")
 separate_arguments(sanitizer_flags UNIX_COMMAND "${FLAGS}")
-run("${COMPILER}" -std=c++17 ${sanitizer_flags} "${CLIENT_DIR}/client.cpp" -o "${WORK_DIR}/pc-client" ${package_flags}
-    "-Wl,-rpath,${prefix}/${LIBDIR}")
+run("${COMPILER}" -std=c++17 ${sanitizer_flags} "-DPACKAGE_VERSION=\"${version}\"" "${CLIENT_DIR}/client.cpp"
+    -o "${WORK_DIR}/pc-client" ${package_flags} "-Wl,-rpath,${prefix}/${LIBDIR}")
 run("${WORK_DIR}/pc-client")
 message(STATUS "the installed package works")

@@ -2,6 +2,7 @@
 #include <QZmath/QZmath.h>
 
 #include <cstdio>
+#include <string>
 
 namespace
 {
@@ -33,7 +34,11 @@ int main()
     } catch (CUserIntrException const & error) {
         caught = std::string(error.what()) == "user interruption";
     }
-    bool const right = caught && samples.pointsNumber() == 0 && params.estimateTrianglesNumber() == 384;
+    bool const sameVersion = std::string(QZmath::versionString()) == QZMATH_VERSION_STRING &&
+                             std::string(QZMATH_VERSION_STRING) == PACKAGE_VERSION &&
+                             QZmath::versionNumber() == QZMATH_VERSION;
+    bool const right =
+        caught && sameVersion && samples.pointsNumber() == 0 && params.estimateTrianglesNumber() == 384;
     std::puts(right ? "ok" : "wrong");
     return right ? 0 : 1;
 }
