@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/VolTriang/NodesPositioningPolicyDetail.h>
+#include <QZmath/VolTriang/Tree/NodesPositioning.h>
 
 namespace VolTr
 {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Octree.h>
 
-#include <QZmath/VolTriang/LatticeHashDetail.h>
-#include <QZmath/VolTriang/NodesPositioningPolicyDetail.h>
+#include <QZmath/VolTriang/Tree/LatticeHash.h>
+#include <QZmath/VolTriang/Tree/NodesPositioning.h>
 
 #include <QZsys/Exceptions.h>
 #include <QZsys/Progress.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/OctreeFuncBasis.h>
 
-#include <QZmath/VolTriang/OctreeFuncBasisImpl.h>
+#include <QZmath/VolTriang/Basis/OctreeFuncBasisTables.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
 
-#include <QZmath/VolTriang/OctreeFuncBasisImpl.h>
+#include <QZmath/VolTriang/Basis/OctreeFuncBasisTables.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 
 #include <algorithm>

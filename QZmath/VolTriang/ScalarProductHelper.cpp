@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 
-#include <QZmath/VolTriang/GeneralProductCacheDetail.h>
 #include <QZmath/VolTriang/InterlacedSupportIterator.h>
 #include <QZmath/VolTriang/Kernels.h>
-#include <QZmath/VolTriang/SeparableProductCacheDetail.h>
+#include <QZmath/VolTriang/Products/GeneralProductCache.h>
+#include <QZmath/VolTriang/Products/SeparableProductCache.h>
 
 namespace VolTr
 {

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
-#include <QZmath/VolTriang/AcceleratedSolveDetail.h>
-#include <QZmath/VolTriang/BrickFunctionDetail.h>
-#include <QZmath/VolTriang/IsoSurfaceDetail.h>
-#include <QZmath/VolTriang/IsoValueDetail.h>
+#include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Kernels.h>
-#include <QZmath/VolTriang/LogLineDetail.h>
 #include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/SampleSplatDetail.h>
-#include <QZmath/VolTriang/VolumetricTriangulatorImpl.h>
+#include <QZmath/VolTriang/Stages/AcceleratedSolve.h>
+#include <QZmath/VolTriang/Stages/IsoSurface.h>
+#include <QZmath/VolTriang/Stages/IsoValue.h>
+#include <QZmath/VolTriang/Stages/LogLine.h>
+#include <QZmath/VolTriang/Stages/Reconstruction.h>
+#include <QZmath/VolTriang/Stages/SampleSplat.h>
 
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>

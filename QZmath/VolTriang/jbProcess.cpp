@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/jbProcess.h>
 
-#include <QZmath/VolTriang/CubeTablesDetail.h>
+#include <QZmath/VolTriang/Polygoniser/CubeTables.h>
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Evaluation of a function in bricks, alone and on the way to its mean over the samples and its surface, and
 // the density of the samples. A sphere, kernel scale 0.95, nodes at cell centres; the argument is the depth.
-#include <QZmath/VolTriang/BrickFunctionDetail.h>
-#include <QZmath/VolTriang/IsoSurfaceDetail.h>
-#include <QZmath/VolTriang/IsoValueDetail.h>
+#include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/SampleDensityDetail.h>
+#include <QZmath/VolTriang/Stages/IsoSurface.h>
+#include <QZmath/VolTriang/Stages/IsoValue.h>
+#include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/VolTriang/BrickFunctionDetail.h>
-#include <QZmath/VolTriang/IsoSurfaceDetail.h>
-#include <QZmath/VolTriang/IsoValueDetail.h>
+#include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
+#include <QZmath/VolTriang/Stages/IsoSurface.h>
+#include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/VolTriang/BrickSystemDetail.h>
+#include <QZmath/VolTriang/Bricks/BrickSystem.h>
+#include <QZmath/VolTriang/Bricks/WorkTeam.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncBasis.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
-#include <QZmath/VolTriang/WorkTeamDetail.h>
 
 #include <support/PointCloudSamples.h>
 

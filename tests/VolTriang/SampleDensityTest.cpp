@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Kernels.h>
-#include <QZmath/VolTriang/NormalizeByLastDetail.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
-#include <QZmath/VolTriang/SampleDensityDetail.h>
+#include <QZmath/VolTriang/Stages/NormalizeByLast.h>
+#include <QZmath/VolTriang/Stages/SampleDensity.h>
 
 #include <support/PointCloudSamples.h>
 

@@ -42,18 +42,31 @@ bool endsWith(std::string const & text, std::string const & ending)
 
 bool isHeader(std::string const & path) { return endsWith(path, ".h"); }
 
+std::vector<std::string> partsOf(std::string const & path)
+{
+    std::vector<std::string> parts;
+    for (fs::path const & part : fs::path(path))
+        parts.push_back(part.string());
+    return parts;
+}
+
+/// The folder inside a folder of the library that a file stands in; empty where there is none.
+std::string innerFolderOf(std::string const & path)
+{
+    std::vector<std::string> const parts = partsOf(path);
+    return parts[0] == "QZmath" && parts.size() > 3 ? parts[2] : std::string();
+}
+
 bool isPrivateHeader(std::string const & path)
 {
-    return endsWith(path, "Impl.h") || endsWith(path, "Detail.h") || path.rfind("QZmath/Backend/", 0) == 0 ||
-           path.rfind("QZmath/BlockProcessor/Engine/", 0) == 0;
+    return isHeader(path) && (endsWith(path, "Impl.h") || endsWith(path, "Detail.h") ||
+                              path.rfind("QZmath/Backend/", 0) == 0 || !innerFolderOf(path).empty());
 }
 
 /// "QZsys", "QZmath" for the files of the library's root folder, or the name of a folder of it.
 std::string roomOf(std::string const & path)
 {
-    std::vector<std::string> parts;
-    for (fs::path const & part : fs::path(path))
-        parts.push_back(part.string());
+    std::vector<std::string> const parts = partsOf(path);
     return parts[0] == "QZmath" && parts.size() > 2 ? parts[1] : parts[0];
 }
 
@@ -130,6 +143,45 @@ TEST_F(IncludeGraph, everyArrowIsListed)
                                 (roomsBelow.count(room) && roomsBelow.at(room).count(target)) ||
                                 (room == "QZmath" && target == "QZsys");
             EXPECT_TRUE(listed) << path << " -> " << include.target;
+        }
+    }
+}
+
+TEST_F(IncludeGraph, innerFoldersServeTheirOwnFolder)
+{
+    // The stages of the reconstruction stand above all else in their folder, the triangulator apart; what the
+    // public blocks share knows neither stages nor bricks.
+    std::map<std::string, std::set<std::string>> const foldersBelow = {
+        {"Stages", {"", "Bricks", "Basis", "Tree"}},
+        {"Bricks", {"", "Polygoniser", "Tree"}},
+        {"Products", {""}},
+        {"Polygoniser", {""}},
+        {"Basis", {""}},
+        {"Tree", {""}},
+    };
+    for (auto const & [path, file] : files()) {
+        std::string const folder = innerFolderOf(path);
+        for (Include const & include : file.includes) {
+            if (!include.ours)
+                continue;
+            std::string const target = innerFolderOf(include.target);
+            EXPECT_TRUE(target.empty() || roomOf(include.target) == roomOf(path))
+                << path << " includes the private " << include.target;
+            if (folder.empty() || target == folder || roomOf(include.target) != roomOf(path))
+                continue;
+            EXPECT_TRUE(foldersBelow.count(folder) && foldersBelow.at(folder).count(target))
+                << path << " -> " << include.target;
+        }
+    }
+    fs::path const root(QZ_SOURCE_DIR);
+    for (char const * folder : {"apps", "examples"}) {
+        for (auto const & entry : fs::recursive_directory_iterator(root / folder)) {
+            std::string const path = fs::relative(entry.path(), root).string();
+            if (!isHeader(path) && !endsWith(path, ".cpp"))
+                continue;
+            for (Include const & include : readSource(root, path).includes)
+                EXPECT_FALSE(include.ours && isPrivateHeader(include.target))
+                    << path << " includes " << include.target;
         }
     }
 }

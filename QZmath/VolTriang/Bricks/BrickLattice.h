@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/Bricks/BrickPasses.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace VolTr
+{
+
+class COctree;
+
+/// The nodes of one depth of an octree, gathered in bricks of 8 x 8 x 8 places of the depth's own lattice.
+///
+/// The place of a node counts in cells of its depth: the node stands at `place` (nodes at corners) or at
+/// `place + 1/2` (nodes at centres) cell edges from the least corner of the octree's cube. Brick b holds the
+/// places 8 b to 8 b + 7 of each axis; inside it place (x, y, z) has the index 64 x + 8 y + z, and a row is
+/// the eight places of equal x and y. Values over the nodes come in two forms:
+///
+///  - dense: 512 numbers a brick, 0 where no node stands;
+///  - compact: one number a node, brick after brick, in each brick by ascending index.
+struct BrickLevel
+{
+    static constexpr int noBrick = -1;
+
+    int depth = 0;
+    std::vector<std::array<int, 3>> bricks; ///< their places divided by 8; ascending in x, then y, then z
+    std::vector<std::uint8_t> rows; ///< 64 a brick: bit z of row 8 x + y tells that a node stands there
+    std::vector<std::uint32_t>
+        firstNode; ///< compact index of the first node of a brick; one entry more at the end
+    /// 27 a brick: the brick at (dx, dy, dz) of -1 to 1, under 9 (dx + 1) + 3 (dy + 1) + dz + 1, or
+    /// `noBrick`.
+    std::vector<int> neighbours;
+
+    int bricksNumber() const { return static_cast<int>(bricks.size()); }
+    std::uint8_t const * rowsOf(int brick) const
+    {
+        return rows.data() + static_cast<std::size_t>(brick) * brickRows;
+    }
+    int const * neighboursOf(int brick) const
+    {
+        return neighbours.data() + static_cast<std::size_t>(brick) * 27;
+    }
+    /// Index of a brick, or `noBrick`. Any numbers are allowed.
+    int find(int x, int y, int z) const;
+
+    std::vector<int> slots; ///< hash table of the bricks, a power of two of entries, `noBrick` where free
+};
+
+/// All nodes of an octree in bricks. Immutable; safe to read from many threads.
+class BrickLattice
+{
+public:
+    explicit BrickLattice(COctree const & octree);
+
+    int firstDepth() const { return m_firstDepth; }
+    int endDepth() const { return m_firstDepth + static_cast<int>(m_levels.size()); }
+    /// The bricks of a depth from `firstDepth()` up to, but not including, `endDepth()`.
+    BrickLevel const & level(int depth) const
+    {
+        return m_levels[static_cast<std::size_t>(depth - m_firstDepth)];
+    }
+    /// Node index of the octree for each compact index.
+    std::vector<int> const & nodes() const { return m_nodes; }
+    /// Do the nodes stand at the centres of the cells of their depth?
+    bool isCentred() const { return m_isCentred; }
+
+private:
+    void buildLevel(COctree const & octree, BrickLevel & level);
+
+    int m_firstDepth;
+    bool m_isCentred;
+    std::vector<BrickLevel> m_levels;
+    std::vector<int> m_nodes;
+};
+
+} // namespace VolTr

@@ -1,0 +1,680 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Bricks/BrickSurface.h>
+
+#include <QZmath/VolTriang/Bricks/WorkTeam.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <utility>
+
+namespace VolTr
+{
+
+using namespace CubeCut;
+
+namespace
+{
+
+// Bricks that a thread takes at a time, and batches between two reports of progress.
+int const batchBricks = 16;
+int const batchesPerReport = 32;
+// With cubes much smaller than the deepest cells most bricks around a node hold no surface.
+double const mostCubesPerCell = 2.5;
+
+// A vertex is at most this part of the edge away from the crossing.
+double const accuracy = 0.98 / 2048;
+double const edgeParts = 1 << 30;
+
+std::uint64_t const allPlaces = ~UINT64_C(0);
+
+int popCount(std::uint64_t bits)
+{
+    bits -= bits >> 1 & UINT64_C(0x5555555555555555);
+    bits = (bits & UINT64_C(0x3333333333333333)) + (bits >> 2 & UINT64_C(0x3333333333333333));
+    bits = (bits + (bits >> 4)) & UINT64_C(0x0f0f0f0f0f0f0f0f);
+    return static_cast<int>(bits * UINT64_C(0x0101010101010101) >> 56);
+}
+
+int neighbourIndex(int dx, int dy, int dz) { return 9 * (dx + 1) + 3 * (dy + 1) + dz + 1; }
+
+// What to do in a cube, by the signs of its corners, in the order of the tetrahedra: look up the vertices of
+// edges, each once, and join them.
+struct CubePlan
+{
+    struct Edge
+    {
+        std::int8_t corner;
+        std::int8_t direction;
+    };
+    // A triangle over three of the edges, or, where the second is negative, the look-up of the first.
+    struct Operation
+    {
+        std::int8_t edges[3];
+    };
+    std::vector<Edge> edges;
+    std::vector<Operation> operations;
+};
+
+struct CubePlans
+{
+    CubePlans()
+    {
+        for (int signs = 0; signs < 256; ++signs) {
+            CubePlan & plan = bySigns[signs];
+            for (int const(&corner)[4] : tetrahedra) {
+                int const tetrahedronSigns = signsAt(signs, corner);
+                Crossings const & crossings = crossingTable.bySigns[tetrahedronSigns];
+                std::int8_t slots[6] = {};
+                for (int n = 0; n < crossings.number; ++n) {
+                    int const edge = crossings.edges[n];
+                    slots[edge] = slotOf(plan, edgePlaces.places[corner[tetrahedronEdges[edge][0]]]
+                                                                [corner[tetrahedronEdges[edge][1]]]);
+                }
+                for (int const(&triangle)[3] : triangles[tetrahedronSigns]) {
+                    if (triangle[0] != 0)
+                        plan.operations.push_back(
+                            {{slots[triangle[0] - 1], slots[triangle[1] - 1], slots[triangle[2] - 1]}});
+                }
+            }
+        }
+    }
+
+    CubePlan bySigns[256];
+
+private:
+    static std::int8_t slotOf(CubePlan & plan, EdgePlace const & place)
+    {
+        std::size_t slot = 0;
+        while (slot < plan.edges.size() &&
+               (plan.edges[slot].corner != place.first || plan.edges[slot].direction != place.direction))
+            ++slot;
+        if (slot == plan.edges.size()) {
+            plan.edges.push_back(
+                {static_cast<std::int8_t>(place.first), static_cast<std::int8_t>(place.direction)});
+            plan.operations.push_back({{static_cast<std::int8_t>(slot), -1, -1}});
+        }
+        return static_cast<std::int8_t>(slot);
+    }
+};
+
+CubePlans const & cubePlans()
+{
+    static CubePlans const plans;
+    return plans;
+}
+
+// Values along a line, at -1, 0, 1 and 2 edges; those at 0 and 1 differ in sign, the outer two may be NaN.
+struct EdgeValues
+{
+    double before;
+    double first;
+    double second;
+    double after;
+};
+
+// Expects the crossing where the polynomial through the values has it.
+struct CrossingGuess
+{
+    double place;
+    double slope;
+
+    explicit CrossingGuess(EdgeValues const & values)
+    {
+        slope = values.second - values.first;
+        place = -values.first / slope;
+        double const c2 = 0.5 * (values.before + values.second) - values.first;
+        double const c3 = (values.after - values.before) * (1.0 / 6.0) + (values.first - values.second) * 0.5;
+        double const c1 = slope - c2 - c3;
+        double t = place;
+        double tangent = slope;
+        for (int round = 0; round < 2; ++round) {
+            double const value = ((c3 * t + c2) * t + c1) * t + values.first;
+            tangent = (3.0 * c3 * t + 2.0 * c2) * t + c1;
+            t -= value / tangent;
+        }
+        // False for NaN, which outer values that are not known bring in.
+        if (t > 0.0 && t < 1.0 && tangent * slope > 0.0) {
+            place = t;
+            slope = tangent;
+        }
+    }
+};
+
+// The place of a crossing between 0 and 1, within `accuracy`. Two probes beside the expected crossing, one on
+// each side, mostly close it in; if four have not, the interval is halved.
+template <class Function>
+double findCrossing(EdgeValues const & values, Function const & valueAt)
+{
+    int const greatestProbes = 4;
+    double const margin = 0.8 * accuracy;
+    double const width = 1.99 * accuracy;
+    CrossingGuess const expected(values);
+    double guess = expected.place;
+    double slope = expected.slope;
+    double low = 0.0;
+    double high = 1.0;
+    double lowValue = values.first;
+    double highValue = values.second;
+    for (int probes = 0;; ++probes) {
+        if (!(guess > low && guess < high))
+            guess = low - lowValue * (high - low) / (highValue - lowValue);
+        if (high - low <= 2.0 * accuracy)
+            return std::max(high - accuracy, std::min(low + accuracy, guess));
+        double probe = 0.5 * (low + high);
+        if (probes < greatestProbes && guess > low && guess < high) {
+            // On the farther side of the crossing; near enough to the other end to finish, if possible.
+            if (guess - low < high - guess)
+                probe = low + width > guess + 0.2 * accuracy ? std::min(guess + margin, low + width)
+                                                             : guess + margin;
+            else
+                probe = high - width < guess - 0.2 * accuracy ? std::max(guess - margin, high - width)
+                                                              : guess - margin;
+            probe = probe > low && probe < high ? probe : 0.5 * (low + high);
+        }
+        double const value = valueAt(probe);
+        // The slope between this probe and the nearest one is better than that of the curve before.
+        if (probes > 0) {
+            bool const isLowNearer = probe - low < high - probe;
+            double const better =
+                isLowNearer ? (value - lowValue) / (probe - low) : (highValue - value) / (high - probe);
+            slope = better * slope > 0.0 ? better : slope;
+        }
+        guess = probe - value / slope;
+        if ((value > 0.0) == (values.first > 0.0)) {
+            low = probe;
+            lowValue = value;
+        } else {
+            high = probe;
+            highValue = value;
+        }
+    }
+}
+
+} // namespace
+
+BrickSurface::BrickSurface(BrickFunction const & function, double isoValue, double const * start, double edge,
+                           int const * bounds, std::function<bool(double const *)> isRefused)
+    : m_function(function), m_isoValue(isoValue), m_edge(edge), m_isRefused(std::move(isRefused))
+{
+    for (int axis = 0; axis < 3; ++axis) {
+        m_start[axis] = start[axis];
+        m_bounds[axis] = bounds[axis];
+        // With cubes as large as the deepest cells, a brick then covers just the places of a brick of nodes.
+        double const index = (start[axis] - function.nodeCoord(0, axis)) / edge + 0.5;
+        m_align[axis] = std::fabs(index) < 1e9
+                            ? static_cast<int>(std::lround(index) - brickEdge + 1) & (brickEdge - 1)
+                            : 0;
+    }
+}
+
+int BrickSurface::findBrick(std::array<int, 3> const & first) const
+{
+    return m_table.find(CLatticeHash::hashOf(CInt3(first[0], first[1], first[2]), 0),
+                        [&](int brick) { return m_bricks[static_cast<std::size_t>(brick)].first == first; });
+}
+
+// A brick that is not there yet, without values.
+int BrickSurface::addBrick(std::array<int, 3> const & first)
+{
+    auto const hash = [&](std::array<int, 3> const & place) {
+        return CLatticeHash::hashOf(CInt3(place[0], place[1], place[2]), 0);
+    };
+    int const index = static_cast<int>(m_bricks.size());
+    m_bricks.emplace_back();
+    if (m_isRefused)
+        m_refusals.emplace_back();
+    Brick & brick = m_bricks.back();
+    brick.first = first;
+    for (int dx = -1; dx <= 1; ++dx) {
+        for (int dy = -1; dy <= 1; ++dy) {
+            for (int dz = -1; dz <= 1; ++dz) {
+                int const neighbour = dx == 0 && dy == 0 && dz == 0
+                                          ? index
+                                          : findBrick({first[0] + brickEdge * dx, first[1] + brickEdge * dy,
+                                                       first[2] + brickEdge * dz});
+                brick.neighbours[static_cast<std::size_t>(neighbourIndex(dx, dy, dz))] = neighbour;
+                if (neighbour >= 0)
+                    m_bricks[static_cast<std::size_t>(neighbour)]
+                        .neighbours[static_cast<std::size_t>(neighbourIndex(-dx, -dy, -dz))] = index;
+            }
+        }
+    }
+    m_table.insert(hash(first), index,
+                   [&](int other) { return hash(m_bricks[static_cast<std::size_t>(other)].first); });
+    return index;
+}
+
+// The bricks that hold the deepest nodes.
+void BrickSurface::collectBricks()
+{
+    if (!(m_function.deepestCell() < mostCubesPerCell * std::fabs(m_edge)))
+        return;
+    for (int n = 0; n < m_function.deepestBoxes(); ++n) {
+        double box[2][3];
+        m_function.deepestBox(n, box[0], box[1]);
+        std::array<int, 3> low;
+        std::array<int, 3> high;
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            double index[2];
+            for (std::size_t end = 0; end < 2; ++end) {
+                double const bound = m_bounds[axis] + 1.0;
+                index[end] = (m_start[axis] - box[end][axis]) / m_edge + 0.5;
+                index[end] = std::max(-bound, std::min(bound, index[end]));
+            }
+            low[axis] = static_cast<int>(std::lround(std::min(index[0], index[1])));
+            high[axis] = static_cast<int>(std::lround(std::max(index[0], index[1])));
+            low[axis] -= (low[axis] - m_align[axis]) & (brickEdge - 1);
+        }
+        std::array<int, 3> first;
+        for (first[0] = low[0]; first[0] <= high[0]; first[0] += brickEdge) {
+            for (first[1] = low[1]; first[1] <= high[1]; first[1] += brickEdge) {
+                for (first[2] = low[2]; first[2] <= high[2]; first[2] += brickEdge) {
+                    if (findBrick(first) < 0)
+                        addBrick(first);
+                }
+            }
+        }
+    }
+}
+
+void BrickSurface::evaluate(Brick & brick, float * values, BrickFunction::GridScratch & scratch) const
+{
+    BrickFunction::GridCoords coords;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        for (std::size_t n = 0; n < brickEdge; ++n)
+            coords[axis][n] = coordAt(brick.first[axis] + static_cast<int>(n), static_cast<int>(axis));
+    }
+    m_function.evalGrid(coords, values, scratch);
+    for (int x = 0; x < brickEdge; ++x) {
+        std::uint64_t signs = 0;
+        for (int n = 0; n < brickRows; ++n)
+            signs |= static_cast<std::uint64_t>(values[brickRows * x + n] - m_isoValue > 0.0) << n;
+        brick.signs[x] = signs;
+    }
+}
+
+// A plane of bits over y and z, with those beside it.
+struct BrickSurface::SignPlanes
+{
+    std::uint64_t planes[3][3];
+
+    // The plane whose bit (y, z) is bit (y + dy, z + dz) of this one.
+    std::uint64_t shifted(int dy, int dz) const
+    {
+        std::uint64_t const middle = alongZ(1, dz);
+        if (dy == 0)
+            return middle;
+        return dy > 0 ? middle >> 8 | alongZ(2, dz) << 56 : middle << 8 | alongZ(0, dz) >> 56;
+    }
+
+private:
+    std::uint64_t alongZ(int y, int dz) const
+    {
+        if (dz == 0)
+            return planes[y][1];
+        return dz > 0 ? (planes[y][1] >> 1 & UINT64_C(0x7f7f7f7f7f7f7f7f)) |
+                            (planes[y][2] << 7 & UINT64_C(0x8080808080808080))
+                      : (planes[y][1] << 1 & UINT64_C(0xfefefefefefefefe)) |
+                            (planes[y][0] >> 7 & UINT64_C(0x0101010101010101));
+    }
+};
+
+void BrickSurface::findCrossings(Brick & brick) const
+{
+    std::uint32_t count = 0;
+    std::uint64_t crossed[brickEdge][edgeDirections];
+    for (int x = 0; x <= brickEdge; ++x) {
+        SignPlanes signs;
+        SignPlanes known;
+        for (int dy = -1; dy <= 1; ++dy) {
+            for (int dz = -1; dz <= 1; ++dz) {
+                int const neighbour =
+                    brick.neighbours[static_cast<std::size_t>(neighbourIndex(x / brickEdge, dy, dz))];
+                signs.planes[dy + 1][dz + 1] =
+                    neighbour < 0 ? 0
+                                  : m_bricks[static_cast<std::size_t>(neighbour)].signs[x & (brickEdge - 1)];
+                known.planes[dy + 1][dz + 1] = neighbour < 0 ? 0 : allPlaces;
+            }
+        }
+        for (int direction = 0; direction < edgeDirections; ++direction) {
+            int const(&toward)[3] = edgeSteps[direction];
+            int const from = x - toward[0];
+            if (from >= 0 && from < brickEdge)
+                crossed[from][direction] = (brick.signs[from] ^ signs.shifted(toward[1], toward[2])) &
+                                           known.shifted(toward[1], toward[2]);
+        }
+    }
+    for (int direction = 0; direction < edgeDirections; ++direction) {
+        for (int x = 0; x < brickEdge; ++x) {
+            brick.isCrossed[direction][x] = crossed[x][direction];
+            brick.rank[direction][x] = static_cast<std::uint16_t>(count);
+            count += static_cast<std::uint32_t>(popCount(crossed[x][direction]));
+        }
+    }
+    brick.edges = count;
+}
+
+void BrickSurface::positionOf(Place corner, double * out3) const
+{
+    std::array<int, 3> const & first = m_bricks[static_cast<std::size_t>(corner.brick)].first;
+    out3[0] = coordAt(first[0] + (corner.local >> 6), 0);
+    out3[1] = coordAt(first[1] + (corner.local >> 3 & 7), 1);
+    out3[2] = coordAt(first[2] + (corner.local & 7), 2);
+}
+
+// The function along an edge of the lattice.
+struct BrickSurface::Evaluator
+{
+    BrickSurface const & surface;
+    BrickFunction::Hint & hint;
+    double from[3];
+    double along[3];
+
+    Evaluator(BrickSurface const & owner, BrickFunction::Hint & near, Place first, int direction)
+        : surface(owner), hint(near)
+    {
+        surface.positionOf(first, from);
+        std::array<int, 3> const & brick = surface.m_bricks[static_cast<std::size_t>(first.brick)].first;
+        int const local[3] = {first.local >> 6, first.local >> 3 & 7, first.local & 7};
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            along[axis] = surface.coordAt(brick[axis] + local[axis] + edgeSteps[direction][axis],
+                                          static_cast<int>(axis)) -
+                          from[axis];
+    }
+
+    void positionAt(double place, double * out3) const
+    {
+        for (int axis = 0; axis < 3; ++axis)
+            out3[axis] = from[axis] + along[axis] * place;
+    }
+
+    double operator()(double place) const
+    {
+        double point[3];
+        positionAt(place, point);
+        return surface.m_function.eval(point, hint) - surface.m_isoValue;
+    }
+};
+
+void BrickSurface::solveEdges(int index, std::vector<float> const & values)
+{
+    Brick const & brick = m_bricks[static_cast<std::size_t>(index)];
+    BrickFunction::Hint hint;
+    auto const valueAt = [&](int const * place) {
+        int const neighbour = brick.neighbours[static_cast<std::size_t>(
+            neighbourIndex(place[0] >> 3, place[1] >> 3, place[2] >> 3))];
+        if (neighbour < 0)
+            return std::nan("");
+        int const local = (place[0] & 7) * brickRows + (place[1] & 7) * brickEdge + (place[2] & 7);
+        return values[static_cast<std::size_t>(neighbour) * brickPlaces + static_cast<std::size_t>(local)] -
+               m_isoValue;
+    };
+    std::int32_t * edge = m_edges.data() + brick.firstEdge;
+    for (int direction = 0; direction < edgeDirections; ++direction) {
+        int const(&toward)[3] = edgeSteps[direction];
+        for (int x = 0; x < brickEdge; ++x) {
+            std::uint64_t rest = brick.isCrossed[direction][x];
+            for (int n = 0; rest != 0; ++n, rest >>= 1) {
+                if ((rest & 1) == 0)
+                    continue;
+                int const place[3] = {x, n >> 3, n & 7};
+                double line[4];
+                for (int step = -1; step <= 2; ++step) {
+                    int const corner[3] = {place[0] + step * toward[0], place[1] + step * toward[1],
+                                           place[2] + step * toward[2]};
+                    line[step + 1] = valueAt(corner);
+                }
+                Evaluator const evaluator(*this, hint, {index, x * brickRows + n}, direction);
+                double const t = findCrossing({line[0], line[1], line[2], line[3]}, evaluator);
+                *edge++ = -2 - static_cast<std::int32_t>(t * edgeParts);
+            }
+        }
+    }
+}
+
+// Asks for the corners of the cubes that the surface enters; those in other bricks wait for the walk.
+void BrickSurface::findRefusals(int index)
+{
+    Brick const & brick = m_bricks[static_cast<std::size_t>(index)];
+    Refusals & refusals = m_refusals[static_cast<std::size_t>(index)];
+    std::uint64_t corners[brickEdge] = {};
+    for (int x = 0; x + 1 < brickEdge; ++x) {
+        std::uint64_t const cubesInside = UINT64_C(0x007f7f7f7f7f7f7f);
+        std::uint64_t any = brick.signs[x] | brick.signs[x + 1];
+        std::uint64_t every = brick.signs[x] & brick.signs[x + 1];
+        any |= any >> 1;
+        any |= any >> 8;
+        every &= every >> 1;
+        every &= every >> 8;
+        std::uint64_t near = any & ~every & cubesInside;
+        near |= near << 1;
+        near |= near << 8;
+        corners[x] |= near;
+        corners[x + 1] |= near;
+    }
+    for (int x = 0; x < brickEdge; ++x) {
+        refusals.isKnown[x] = corners[x];
+        for (int n = 0; n < brickRows; ++n) {
+            if ((corners[x] >> n & 1) == 0)
+                continue;
+            double point[3];
+            positionOf({index, x * brickRows + n}, point);
+            if (m_isRefused(point))
+                refusals.isRefused[x] |= UINT64_C(1) << n;
+        }
+    }
+}
+
+void BrickSurface::prepare(WorkTeam & team)
+{
+    collectBricks();
+    int const count = static_cast<int>(m_bricks.size());
+    int const batches = (count + batchBricks - 1) / batchBricks;
+    // Calls body(first, end) for ranges of bricks.
+    auto const forBatches = [&](double begin, double end, auto const & body) {
+        for (int first = 0; first < batches; first += batchesPerReport) {
+            team.setPosition(begin + (end - begin) * first / batches);
+            team.forEach(std::min(batchesPerReport, batches - first), [&](int batch) {
+                int const low = (first + batch) * batchBricks;
+                body(low, std::min(count, low + batchBricks));
+            });
+        }
+    };
+    std::vector<float> values(static_cast<std::size_t>(count) * brickPlaces);
+    forBatches(0.0, 0.2, [&](int first, int end) {
+        BrickFunction::GridScratch scratch;
+        for (int brick = first; brick < end; ++brick)
+            evaluate(m_bricks[static_cast<std::size_t>(brick)],
+                     values.data() + static_cast<std::size_t>(brick) * brickPlaces, scratch);
+    });
+    forBatches(0.2, 0.25, [&](int first, int end) {
+        for (int brick = first; brick < end; ++brick)
+            findCrossings(m_bricks[static_cast<std::size_t>(brick)]);
+    });
+    std::size_t edges = 0;
+    for (Brick & brick : m_bricks) {
+        brick.firstEdge = static_cast<std::uint32_t>(edges);
+        edges += brick.edges;
+    }
+    m_edges.resize(edges, unsolved);
+    forBatches(0.25, 1.0, [&](int first, int end) {
+        for (int brick = first; brick < end; ++brick) {
+            solveEdges(brick, values);
+            if (m_isRefused)
+                findRefusals(brick);
+        }
+    });
+    team.setPosition(1.0);
+}
+
+int BrickSurface::enterBrick(std::array<int, 3> const & first)
+{
+    int const index = addBrick(first);
+    float values[brickPlaces];
+    Brick & brick = m_bricks[static_cast<std::size_t>(index)];
+    evaluate(brick, values, m_scratch);
+    findCrossings(brick);
+    brick.firstEdge = static_cast<std::uint32_t>(m_edges.size());
+    m_edges.resize(m_edges.size() + brick.edges, unsolved);
+    return index;
+}
+
+// The place some steps of -1 to 1 farther; its brick is negative where none is known.
+BrickSurface::Place BrickSurface::step(Place place, int dx, int dy, int dz) const
+{
+    int const x = (place.local >> 6) + dx;
+    int const y = (place.local >> 3 & 7) + dy;
+    int const z = (place.local & 7) + dz;
+    int const local = (x & 7) * brickRows + (y & 7) * brickEdge + (z & 7);
+    if (((x | y | z) & ~7) == 0)
+        return {place.brick, local};
+    return {m_bricks[static_cast<std::size_t>(place.brick)]
+                .neighbours[static_cast<std::size_t>(neighbourIndex(x >> 3, y >> 3, z >> 3))],
+            local};
+}
+
+// The same, with the brick made where it is missing.
+BrickSurface::Place BrickSurface::enter(Place place, int dx, int dy, int dz)
+{
+    Place result = step(place, dx, dy, dz);
+    if (result.brick < 0) {
+        std::array<int, 3> first = m_bricks[static_cast<std::size_t>(place.brick)].first;
+        first[0] += brickEdge * (((place.local >> 6) + dx) >> 3);
+        first[1] += brickEdge * (((place.local >> 3 & 7) + dy) >> 3);
+        first[2] += brickEdge * (((place.local & 7) + dz) >> 3);
+        result.brick = enterBrick(first);
+    }
+    return result;
+}
+
+// Is the cube beside another one out of bounds?
+bool BrickSurface::isOutside(Place cube, int const (&toward)[3]) const
+{
+    std::array<int, 3> const & first = m_bricks[static_cast<std::size_t>(cube.brick)].first;
+    return std::abs(first[0] + (cube.local >> 6) + toward[0]) > m_bounds[0] ||
+           std::abs(first[1] + (cube.local >> 3 & 7) + toward[1]) > m_bounds[1] ||
+           std::abs(first[2] + (cube.local & 7) + toward[2]) > m_bounds[2];
+}
+
+bool BrickSurface::isPositive(Place corner) const
+{
+    return (m_bricks[static_cast<std::size_t>(corner.brick)].signs[corner.local >> 6] >>
+                (corner.local & (brickRows - 1)) &
+            1) != 0;
+}
+
+bool BrickSurface::isRefused(Place corner)
+{
+    std::uint64_t const bit = UINT64_C(1) << (corner.local & (brickRows - 1));
+    Refusals & refusals = m_refusals[static_cast<std::size_t>(corner.brick)];
+    int const x = corner.local >> 6;
+    if ((refusals.isKnown[x] & bit) == 0) {
+        double point[3];
+        positionOf(corner, point);
+        refusals.isKnown[x] |= bit;
+        if (m_isRefused(point))
+            refusals.isRefused[x] |= bit;
+    }
+    return (refusals.isRefused[x] & bit) != 0;
+}
+
+int BrickSurface::vertexOf(Place first, int direction, Sink & sink)
+{
+    Brick const & brick = m_bricks[static_cast<std::size_t>(first.brick)];
+    std::uint64_t const plane = brick.isCrossed[direction][first.local >> 6];
+    int const bit = first.local & (brickRows - 1);
+    std::int32_t * edge;
+    if ((plane >> bit & 1) != 0) {
+        int const rank =
+            brick.rank[direction][first.local >> 6] + popCount(plane & ((UINT64_C(1) << bit) - 1));
+        edge = &m_edges[brick.firstEdge + static_cast<std::size_t>(rank)];
+    } else {
+        std::uint64_t const key = static_cast<std::uint64_t>(first.brick) << 12 |
+                                  static_cast<std::uint64_t>(first.local) << 3 |
+                                  static_cast<std::uint64_t>(direction);
+        edge = &m_otherEdges.emplace(key, unsolved).first->second;
+    }
+    if (*edge >= 0)
+        return *edge;
+    Evaluator const evaluator(*this, m_hint, first, direction);
+    double place;
+    if (*edge == unsolved) {
+        double const nan = std::nan("");
+        place = findCrossing({nan, evaluator(0.0), evaluator(1.0), nan}, evaluator);
+    } else {
+        place = (-2 - *edge) / edgeParts;
+    }
+    *edge = m_vertices++;
+    double position[3];
+    evaluator.positionAt(place, position);
+    sink.addVertex(position);
+    return *edge;
+}
+
+void BrickSurface::walk(Sink & sink)
+{
+    CubePlans const & plans = cubePlans();
+    std::vector<Place> cubes;
+    auto const pushUsable = [&](Place cube) {
+        bool isUsable = true;
+        for (int n = 0; n < 8; ++n) {
+            Place const corner = enter(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
+            isUsable = isUsable && (!m_isRefused || !isRefused(corner));
+        }
+        if (isUsable)
+            cubes.push_back(cube);
+    };
+    {
+        std::array<int, 3> first;
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            first[axis] = -((0 - m_align[axis]) & (brickEdge - 1));
+        Place cube = {findBrick(first), 0};
+        if (cube.brick < 0)
+            cube.brick = enterBrick(first);
+        cube.local = -first[0] * brickRows - first[1] * brickEdge - first[2];
+        for (int n = 0; n < 8; ++n)
+            enter(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
+        m_bricks[static_cast<std::size_t>(cube.brick)].isSeen[cube.local >> 6] |=
+            UINT64_C(1) << (cube.local & (brickRows - 1));
+        cubes.push_back(cube);
+    }
+
+    while (!cubes.empty()) {
+        Place const cube = cubes.back();
+        cubes.pop_back();
+        Place corners[8];
+        int signs = 0;
+        for (int n = 0; n < 8; ++n) {
+            corners[n] = step(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
+            signs |= (isPositive(corners[n]) ? 1 : 0) << n;
+        }
+        CubePlan const & plan = plans.bySigns[signs];
+        int vertices[19];
+        for (CubePlan::Operation const & operation : plan.operations) {
+            if (operation.edges[1] < 0) {
+                CubePlan::Edge const edge = plan.edges[static_cast<std::size_t>(operation.edges[0])];
+                vertices[operation.edges[0]] = vertexOf(corners[edge.corner], edge.direction, sink);
+            } else {
+                sink.addTriangle(vertices[operation.edges[0]], vertices[operation.edges[1]],
+                                 vertices[operation.edges[2]]);
+            }
+        }
+        for (Face const & face : faces) {
+            int const sharedSigns = signsAt(signs, face.corners);
+            if (sharedSigns == 0 || sharedSigns == 15)
+                continue;
+            if (isOutside(cube, face.step))
+                continue;
+            Place const next = enter(cube, face.step[0], face.step[1], face.step[2]);
+            std::uint64_t & plane = m_bricks[static_cast<std::size_t>(next.brick)].isSeen[next.local >> 6];
+            std::uint64_t const bit = UINT64_C(1) << (next.local & (brickRows - 1));
+            if ((plane & bit) != 0)
+                continue;
+            plane |= bit;
+            pushUsable(next);
+        }
+    }
+}
+
+} // namespace VolTr

@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/Bricks/BrickFunction.h>
+#include <QZmath/VolTriang/Polygoniser/CubeTables.h>
+#include <QZmath/VolTriang/Tree/LatticeHash.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <unordered_map>
+#include <vector>
+
+namespace VolTr
+{
+
+class WorkTeam;
+
+/// The level set of a `BrickFunction` as triangles: the same cubes, tetrahedra, vertices and triangles in the
+/// same order as `jbProcess::polygonize` makes them from the function at the same start point of the lattice.
+///
+/// The lattice of the cubes is cut into bricks of 8 x 8 x 8 corners. `prepare` evaluates the bricks around
+/// the deepest nodes, keeps the signs of their corners, and finds the vertices of all crossed edges, on many
+/// threads; `walk` then goes from cube to cube on one thread and looks nearly everything up. Bricks that the
+/// walk enters beyond those are evaluated when it gets there. What a corner, an edge or a triangle is does
+/// not depend on the number of threads.
+///
+/// A vertex lies on its edge within 1/2048 of the edge's length of a crossing of the function.
+///
+/// Memory: about 900 bytes a brick and 4 bytes a crossed edge, 2 KB a brick more inside `prepare`.
+class BrickSurface
+{
+public:
+    class Sink
+    {
+    public:
+        virtual ~Sink() = default;
+        /// A new vertex, before the first triangle that uses it; indices count from 0.
+        virtual void addVertex(double const * position) = 0;
+        virtual void addTriangle(int a, int b, int c) = 0;
+    };
+
+    /// \param start     point of the surface at which corner (1/2, 1/2, 1/2) of the lattice stands
+    /// \param edge      of the cubes, finite and not 0; indices grow against the axes
+    /// \param bounds    greatest magnitude of a cube's index by axis, below 2^30 + 1
+    /// \param isRefused empty, or tells which points must not be a cube's corner; called on any thread
+    BrickSurface(BrickFunction const & function, double isoValue, double const * start, double edge,
+                 int const * bounds, std::function<bool(double const *)> isRefused);
+
+    /// Optional. The position of the team goes from 0 to 1.
+    void prepare(WorkTeam & team);
+
+    /// The component of the surface that passes through the first cube. Call once. Exceptions of the sink
+    /// pass through.
+    void walk(Sink & sink);
+
+private:
+    static constexpr int unsolved = -1;
+
+    // Crossed edges belong to the brick of their lexicographically smaller corner.
+    struct Brick
+    {
+        std::array<int, 3> first;        // index of the first corner
+        std::array<int, 27> neighbours;  // as those of `BrickLevel`
+        std::uint64_t signs[brickEdge];  // by plane x: bit 8 y + z is set where the value is positive
+        std::uint64_t isSeen[brickEdge]; // cubes by their corner of least index
+        std::uint64_t isCrossed[CubeCut::edgeDirections][brickEdge]; // edges towards bricks known so far
+        std::uint16_t rank[CubeCut::edgeDirections][brickEdge];      // edges of the brick before the plane
+        std::uint32_t edges;                                         // how many
+        std::uint32_t firstEdge;
+    };
+    struct Refusals
+    {
+        std::uint64_t isKnown[brickEdge];
+        std::uint64_t isRefused[brickEdge];
+    };
+    // A corner, or the cube on its upper side.
+    struct Place
+    {
+        int brick;
+        int local;
+    };
+    struct SignPlanes;
+    struct Evaluator;
+
+    void collectBricks();
+    int findBrick(std::array<int, 3> const & first) const;
+    int addBrick(std::array<int, 3> const & first);
+    void evaluate(Brick & brick, float * values, BrickFunction::GridScratch & scratch) const;
+    void findCrossings(Brick & brick) const;
+    void solveEdges(int brick, std::vector<float> const & values);
+    void findRefusals(int brick);
+    int enterBrick(std::array<int, 3> const & first);
+    Place step(Place place, int dx, int dy, int dz) const;
+    Place enter(Place place, int dx, int dy, int dz);
+    bool isOutside(Place cube, int const (&toward)[3]) const;
+    bool isPositive(Place corner) const;
+    bool isRefused(Place corner);
+    double coordAt(int index, int axis) const { return m_start[axis] - (index - 0.5) * m_edge; }
+    void positionOf(Place corner, double * out3) const;
+    int vertexOf(Place first, int direction, Sink & sink);
+
+    BrickFunction const & m_function;
+    double const m_isoValue;
+    double m_start[3];
+    double const m_edge;
+    int m_bounds[3];
+    int m_align[3]; // first corner of brick 0
+    std::function<bool(double const *)> const m_isRefused;
+    std::vector<Brick> m_bricks;
+    std::vector<Refusals> m_refusals; // by brick, empty where nothing is refused
+    CLatticeHash m_table;
+    // Of a crossed edge: the index of its vertex, `unsolved`, or -2 - t 2^30 for a vertex at t of the way
+    // from its smaller corner that was not asked for yet.
+    std::vector<std::int32_t> m_edges;
+    std::unordered_map<std::uint64_t, std::int32_t> m_otherEdges; // between bricks that met late
+    int m_vertices = 0;
+    BrickFunction::Hint m_hint;
+    BrickFunction::GridScratch m_scratch;
+};
+
+} // namespace VolTr

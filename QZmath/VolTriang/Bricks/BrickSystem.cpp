@@ -1,0 +1,587 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Bricks/BrickSystem.h>
+
+#include <QZmath/VolTriang/Bricks/WorkTeam.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace VolTr
+{
+
+namespace
+{
+
+// The diagonal of the sweep, in units of the matrix diagonal. Coarse functions are nearly sums of finer ones,
+// so a sweep with 1 would correct the same error on every depth.
+float const sweepDiagonal = 1.6f;
+
+// Numbers that a piece of a sum has.
+std::size_t const pieceSize = 8192;
+
+// Bricks that are restricted before their blocks are added up.
+int const bricksPerRound = 64;
+
+int piecesOf(std::size_t size) { return static_cast<int>((size + pieceSize - 1) / pieceSize); }
+
+// Calls body(begin, end) for the pieces of a vector, and adds up what it returns in the order of the pieces.
+template <class Body>
+double sumOverPieces(std::size_t size, WorkTeam & team, std::vector<double> & sums, Body const & body)
+{
+    int const pieces = piecesOf(size);
+    sums.assign(static_cast<std::size_t>(pieces), 0.0);
+    team.forEach(pieces, [&](int piece) {
+        std::size_t const begin = static_cast<std::size_t>(piece) * pieceSize;
+        sums[static_cast<std::size_t>(piece)] = body(begin, std::min(begin + pieceSize, size));
+    });
+    double total = 0.0;
+    for (double sum : sums)
+        total += sum;
+    return total;
+}
+
+// Sum of term(index) in eight interleaved parts, which the processor adds side by side.
+template <class Term>
+double interleavedSum(std::size_t begin, std::size_t end, Term const & term)
+{
+    double parts[8] = {};
+    std::size_t index = begin;
+    for (; index + 8 <= end; index += 8) {
+        for (std::size_t part = 0; part < 8; ++part)
+            parts[part] += term(index + part);
+    }
+    double sum = 0.0;
+    for (; index < end; ++index)
+        sum += term(index);
+    for (double part : parts)
+        sum += part;
+    return sum;
+}
+
+double dot(std::vector<float> const & a, std::vector<float> const & b, std::size_t begin, std::size_t end)
+{
+    return interleavedSum(begin, end,
+                          [&](std::size_t index) { return static_cast<double>(a[index]) * b[index]; });
+}
+
+BrickRows usedRowsOf(std::uint8_t const * rows)
+{
+    BrickRows used = {{}, brickEdge, 0, brickEdge, 0};
+    for (int row = 0; row < brickRows; ++row) {
+        if (rows[row] == 0)
+            continue;
+        std::uint8_t const x = static_cast<std::uint8_t>(row / brickEdge);
+        std::uint8_t const y = static_cast<std::uint8_t>(row % brickEdge);
+        used.lines[x] = static_cast<std::uint8_t>(used.lines[x] | 1U << y);
+        used.xBegin = std::min(used.xBegin, x);
+        used.xEnd = std::max(used.xEnd, static_cast<std::uint8_t>(x + 1));
+        used.yBegin = std::min(used.yBegin, y);
+        used.yEnd = std::max(used.yEnd, static_cast<std::uint8_t>(y + 1));
+    }
+    return used;
+}
+
+} // namespace
+
+BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
+                         BrickPasses const & passes)
+    : m_lattice(lattice), m_passes(passes),
+      m_tables(kernel, lattice.isCentred(), lattice.endDepth() - lattice.firstDepth() - 1), m_blocks(1),
+      m_size(lattice.nodes().size())
+{
+    int const depths = lattice.endDepth() - lattice.firstDepth();
+    m_levels.resize(static_cast<std::size_t>(depths));
+    // Both functions carry the square root of their diagonal element, in units of the coarser cell: 1 and
+    // 2^(5/2) a depth.
+    for (int delta = 0; delta < depths; ++delta)
+        m_couplingScales.push_back(static_cast<float>(m_tables.ownScale() * std::exp2(-2.5 * delta)));
+    for (int index = 0; index < depths; ++index) {
+        Level & level = m_levels[static_cast<std::size_t>(index)];
+        level.bricks = &lattice.level(lattice.firstDepth() + index);
+        level.coarserDepths = index;
+        std::size_t const bricks = static_cast<std::size_t>(level.bricks->bricksNumber());
+        level.values.resize(bricks * brickRows);
+        if (index + 1 < depths)
+            level.sums.resize(bricks * brickRows);
+        level.usedRows.reserve(bricks);
+        for (int brick = 0; brick < level.bricks->bricksNumber(); ++brick)
+            level.usedRows.push_back(usedRowsOf(level.bricks->rowsOf(brick)));
+        level.coarseBricks.reserve(bricks * static_cast<std::size_t>(index) * 8);
+        for (std::array<int, 3> const & place : level.bricks->bricks) {
+            for (int delta = 1; delta <= index; ++delta) {
+                int first[3];
+                for (std::size_t axis = 0; axis < 3; ++axis) {
+                    int const base = (place[axis] * brickEdge) >> delta;
+                    first[axis] = (base + m_tables.coarse(delta, place[axis]).firstPlace) >> 3;
+                }
+                BrickLevel const & coarse = *m_levels[static_cast<std::size_t>(index - delta)].bricks;
+                for (int corner = 0; corner < 8; ++corner)
+                    level.coarseBricks.push_back(coarse.find(
+                        first[0] + (corner >> 2), first[1] + (corner >> 1 & 1), first[2] + (corner & 1)));
+            }
+        }
+    }
+}
+
+bool BrickSystem::canServe(int depthsNumber, CSingleVarLimitedPolynom const & kernel)
+{
+    // The kernel's scale is a `float`, so 1.5 cells may come out a little more.
+    double const reach = std::max(-kernel.getLeftBound(), kernel.getRightBound());
+    return depthsNumber <= BrickTables::maxDelta + 1 && reach <= BrickTables::maxReach * (1.0 + 1e-6);
+}
+
+double BrickSystem::amplitudeOfUnknown(int depth) const
+{
+    return std::exp2(-0.5 * (m_lattice.endDepth() - 1 - depth));
+}
+
+BrickSystem::Vector BrickSystem::emptyVector() const { return Vector(m_size + brickEdge, 0.0f); }
+
+BrickSystem::CoarseFrame BrickSystem::coarseFrame(int level, int brick, int delta) const
+{
+    Level const & fine = m_levels[static_cast<std::size_t>(level)];
+    std::array<int, 3> const & place = fine.bricks->bricks[static_cast<std::size_t>(brick)];
+    CoarseFrame frame;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        frame.tables[axis] = &m_tables.coarse(delta, place[axis]);
+        frame.offset[axis] = (((place[axis] * brickEdge) >> delta) + frame.tables[axis]->firstPlace) & 7;
+    }
+    frame.bricks = fine.coarseBricksOf(brick, delta);
+    return frame;
+}
+
+// A brick of a level as the gathering loops want it; where there is none, one without nodes.
+struct BrickSystem::Source
+{
+    Source(Level const & level, Dense const & dense, int brick)
+        : rows(brick >= 0 ? level.bricks->rowsOf(brick) : noRows),
+          values(brick >= 0 ? &dense[static_cast<std::size_t>(brick) * brickRows] : zeros)
+    {}
+
+    std::uint8_t const * rows;
+    Row const * values;
+
+    static std::uint8_t const noRows[brickRows];
+    static Row const zeros[brickRows];
+};
+std::uint8_t const BrickSystem::Source::noRows[brickRows] = {};
+BrickSystem::Row const BrickSystem::Source::zeros[brickRows] = {};
+
+void BrickSystem::gather(CoarseFrame const & frame, BrickRows const & used, Level const & coarse,
+                         Dense const & values, CoarseBlock & block) const
+{
+    block.offset = frame.offset[2];
+    std::fill(std::begin(block.used), std::end(block.used), std::uint8_t{0});
+    bool const needsUpper = frame.offset[2] + frame.tables[2]->width > brickEdge;
+    int const xBegin = frame.tables[0]->firstTap[used.xBegin];
+    int const xEnd =
+        std::min(frame.tables[0]->firstTap[used.xEnd - 1] + frame.tables[0]->taps, frame.tables[0]->width);
+    int const yBegin = frame.tables[1]->firstTap[used.yBegin];
+    int const yEnd =
+        std::min(frame.tables[1]->firstTap[used.yEnd - 1] + frame.tables[1]->taps, frame.tables[1]->width);
+    // By x and y of the brick.
+    Source const lower[4] = {
+        {coarse, values, frame.bricks[0]},
+        {coarse, values, frame.bricks[2]},
+        {coarse, values, frame.bricks[4]},
+        {coarse, values, frame.bricks[6]},
+    };
+    Source const upper[4] = {
+        {coarse, values, needsUpper ? frame.bricks[1] : BrickLevel::noBrick},
+        {coarse, values, needsUpper ? frame.bricks[3] : BrickLevel::noBrick},
+        {coarse, values, needsUpper ? frame.bricks[5] : BrickLevel::noBrick},
+        {coarse, values, needsUpper ? frame.bricks[7] : BrickLevel::noBrick},
+    };
+    for (int x = xBegin; x < xEnd; ++x) {
+        int const placeX = frame.offset[0] + x;
+        unsigned usedLines = 0;
+        for (int y = yBegin; y < yEnd; ++y) {
+            int const placeY = frame.offset[1] + y;
+            int const column = 2 * (placeX >> 3) + (placeY >> 3);
+            int const row = (placeX & 7) * brickEdge + (placeY & 7);
+            Source const & low = lower[column];
+            Source const & high = upper[column];
+            if ((low.rows[row] | high.rows[row]) == 0)
+                continue;
+            usedLines |= 1U << y;
+            float * const target = block.values + (x * coarseWidth + y) * paddedRow;
+            std::memcpy(target, low.values[row].of, sizeof(Row));
+            std::memcpy(target + brickEdge, high.values[row].of, sizeof(Row));
+        }
+        block.used[x] = static_cast<std::uint8_t>(usedLines);
+    }
+}
+
+void BrickSystem::scatter(CoarseFrame const & frame, CoarseBlock const & block, Level & coarse) const
+{
+    int const halves = frame.offset[2] + frame.tables[2]->width > brickEdge ? 2 : 1;
+    std::uint8_t const * rows[8];
+    Row * sums[8];
+    for (int corner = 0; corner < 8; ++corner) {
+        int const brick = frame.bricks[corner];
+        rows[corner] = brick >= 0 ? coarse.bricks->rowsOf(brick) : Source::noRows;
+        sums[corner] = brick >= 0 ? &coarse.sums[static_cast<std::size_t>(brick) * brickRows] : nullptr;
+    }
+    for (int x = 0; x < frame.tables[0]->width; ++x) {
+        int const placeX = frame.offset[0] + x;
+        for (int y = 0; y < frame.tables[1]->width; ++y) {
+            if ((block.used[x] >> y & 1) == 0)
+                continue;
+            int const placeY = frame.offset[1] + y;
+            int const corner = 4 * (placeX >> 3) + 2 * (placeY >> 3);
+            int const row = (placeX & 7) * brickEdge + (placeY & 7);
+            float const * const source = block.values + (x * coarseWidth + y) * paddedRow;
+            for (int half = 0; half < halves; ++half) {
+                if (rows[corner + half][row] == 0)
+                    continue;
+                Row & target = sums[corner + half][row];
+                for (int z = 0; z < brickEdge; ++z)
+                    target.of[z] += source[half * brickEdge + z];
+            }
+        }
+    }
+}
+
+void BrickSystem::gatherHalo(Level const & level, int brick, BrickHalo & halo) const
+{
+    int const * const neighbours = level.bricks->neighboursOf(brick);
+    BrickRows const & box = level.usedRows[static_cast<std::size_t>(brick)];
+    std::fill(std::begin(halo.used), std::end(halo.used), std::uint16_t{0});
+    for (int x = box.xBegin; x < box.xEnd + 2 * ownReach; ++x) {
+        int const placeX = x - ownReach;
+        unsigned used = 0;
+        for (int y = box.yBegin; y < box.yEnd + 2 * ownReach;) {
+            // The rows up to the next border between bricks.
+            int const placeY = y - ownReach;
+            int const * const line = neighbours + 9 * ((placeX >> 3) + 1) + 3 * ((placeY >> 3) + 1);
+            Source const low(level, level.values, line[0]);
+            Source const middle(level, level.values, line[1]);
+            Source const high(level, level.values, line[2]);
+            int const end = std::min(((placeY >> 3) + 1) * brickEdge + ownReach, box.yEnd + 2 * ownReach);
+            int row = (placeX & 7) * brickEdge + (placeY & 7);
+            for (; y < end; ++y, ++row) {
+                if ((low.rows[row] | middle.rows[row] | high.rows[row]) == 0)
+                    continue;
+                used |= 1U << y;
+                float * const target = halo.values + (x * haloEdge + y) * paddedRow;
+                std::memcpy(target, low.values[row].of + brickEdge - ownReach, ownReach * sizeof(float));
+                std::memcpy(target + ownReach, middle.values[row].of, sizeof(Row));
+                std::memcpy(target + ownReach + brickEdge, high.values[row].of, ownReach * sizeof(float));
+            }
+        }
+        halo.used[x] = static_cast<std::uint16_t>(used);
+    }
+}
+
+void BrickSystem::expandLevel(int index, Vector const & vector, WorkTeam & team)
+{
+    Level & level = m_levels[static_cast<std::size_t>(index)];
+    team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+        m_passes.expand(vector.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)],
+                        level.bricks->rowsOf(brick),
+                        level.values[static_cast<std::size_t>(brick) * brickRows].of);
+    });
+}
+
+void BrickSystem::clearSums()
+{
+    for (Level & level : m_levels)
+        std::fill(level.sums.begin(), level.sums.end(), Row{});
+}
+
+// Calls restrictBrick(brick, frame, delta, block) for all bricks of a level and all coarser depths, and adds
+// the blocks to the sums there in the order of the bricks.
+template <class Restrict>
+void BrickSystem::restrictBricks(int level, WorkTeam & team, Restrict const & restrictBrick)
+{
+    Level const & fine = m_levels[static_cast<std::size_t>(level)];
+    int const bricks = fine.bricks->bricksNumber();
+    int const deltas = fine.coarserDepths;
+    auto const makeBlock = [&](int brick, int delta, CoarseBlock & block) {
+        CoarseFrame const frame = coarseFrame(level, brick, delta);
+        block.offset = frame.offset[2];
+        restrictBrick(brick, frame, delta, block);
+    };
+    auto const addBlock = [&](int brick, int delta, CoarseBlock const & block) {
+        scatter(coarseFrame(level, brick, delta), block, m_levels[static_cast<std::size_t>(level - delta)]);
+    };
+    if (team.threads() == 1 || bricks < 4) {
+        for (int brick = 0; brick < bricks; ++brick) {
+            for (int delta = 1; delta <= deltas; ++delta) {
+                makeBlock(brick, delta, m_blocks[0]);
+                addBlock(brick, delta, m_blocks[0]);
+            }
+        }
+        return;
+    }
+    m_blocks.resize(std::max(m_blocks.size(), static_cast<std::size_t>(bricksPerRound * deltas)));
+    auto const blockOf = [&](int brick, int delta) -> CoarseBlock & {
+        return m_blocks[static_cast<std::size_t>(brick % bricksPerRound * deltas + delta - 1)];
+    };
+    for (int first = 0; first < bricks; first += bricksPerRound) {
+        int const end = std::min(first + bricksPerRound, bricks);
+        team.forEach(end - first, [&](int index) {
+            for (int delta = 1; delta <= deltas; ++delta)
+                makeBlock(first + index, delta, blockOf(first + index, delta));
+        });
+        team.forEach(deltas, [&](int index) {
+            for (int brick = first; brick < end; ++brick)
+                addBlock(brick, index + 1, blockOf(brick, index + 1));
+        });
+    }
+}
+
+// Adds the couplings of a level's values to the sums of all coarser depths.
+void BrickSystem::restrictValues(int index, WorkTeam & team)
+{
+    Level const & level = m_levels[static_cast<std::size_t>(index)];
+    restrictBricks(index, team, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
+        m_passes.restrictToCoarse(level.values[static_cast<std::size_t>(brick) * brickRows].of, frame.tables,
+                                  m_couplingScales[static_cast<std::size_t>(delta)],
+                                  level.usedRows[static_cast<std::size_t>(brick)], block);
+    });
+}
+
+// values = (w + U)^-1 vector
+void BrickSystem::sweepUp(Vector const & vector, WorkTeam & team)
+{
+    clearSums();
+    for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index) {
+        Level & level = m_levels[static_cast<std::size_t>(index)];
+        team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+            std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
+            m_passes.solveUp(vector.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)],
+                             level.sums.empty() ? nullptr : level.sums[firstRow].of, 1.0f / sweepDiagonal,
+                             level.bricks->rowsOf(brick), level.values[firstRow].of);
+        });
+        restrictValues(index, team);
+    }
+}
+
+// With t the values: sums = (w + L)^-1 (vector + (A - 2 w) t) and result = t + sums; without the own
+// couplings t counts as 0.
+void BrickSystem::sweepDown(Vector const & vector, bool withOwn, Vector & result, WorkTeam & team)
+{
+    for (int index = 0; index < static_cast<int>(m_levels.size()); ++index) {
+        team.forEach(m_levels[static_cast<std::size_t>(index)].bricks->bricksNumber(),
+                     [&](int brick) { downBrick(index, brick, vector, withOwn, result); });
+    }
+}
+
+void BrickSystem::downBrick(int index, int brick, Vector const & vector, bool withOwn, Vector & result)
+{
+    Level & level = m_levels[static_cast<std::size_t>(index)];
+    BrickRows const & used = level.usedRows[static_cast<std::size_t>(brick)];
+    std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
+    std::size_t const firstNode = level.bricks->firstNode[static_cast<std::size_t>(brick)];
+    Row coupled[brickRows] = {};
+    Row own[brickRows];
+    CoarseBlock block;
+    for (int delta = 1; delta <= level.coarserDepths; ++delta) {
+        Level const & coarse = m_levels[static_cast<std::size_t>(index - delta)];
+        CoarseFrame const frame = coarseFrame(index, brick, delta);
+        gather(frame, used, coarse, coarse.sums, block);
+        m_passes.addCoarse(block, frame.tables, m_couplingScales[static_cast<std::size_t>(delta)], used,
+                           coupled[0].of);
+    }
+    if (withOwn) {
+        BrickHalo halo;
+        gatherHalo(level, brick, halo);
+        m_passes.applyOwn(halo, m_tables.ownMass(), m_tables.ownStiffness(), m_couplingScales[0], used,
+                          own[0].of);
+    }
+    m_passes.solveDown(vector.data() + firstNode, withOwn ? own[0].of : nullptr,
+                       withOwn ? level.values[firstRow].of : nullptr, coupled[0].of, 2.0f * sweepDiagonal,
+                       1.0f / sweepDiagonal, level.bricks->rowsOf(brick),
+                       level.sums.empty() ? nullptr : level.sums[firstRow].of, result.data() + firstNode);
+}
+
+BrickSystem::Vector BrickSystem::product(Vector const & vector, WorkTeam & team)
+{
+    clearSums();
+    Vector result = emptyVector();
+    for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index) {
+        expandLevel(index, vector, team);
+        restrictValues(index, team);
+    }
+    for (int index = 0; index < static_cast<int>(m_levels.size()); ++index) {
+        Level const & level = m_levels[static_cast<std::size_t>(index)];
+        team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+            BrickRows const & used = level.usedRows[static_cast<std::size_t>(brick)];
+            std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
+            Row sums[brickRows] = {};
+            BrickHalo halo;
+            CoarseBlock block;
+            gatherHalo(level, brick, halo);
+            m_passes.applyOwn(halo, m_tables.ownMass(), m_tables.ownStiffness(), m_couplingScales[0], used,
+                              sums[0].of);
+            for (int delta = 1; delta <= level.coarserDepths; ++delta) {
+                Level const & coarse = m_levels[static_cast<std::size_t>(index - delta)];
+                CoarseFrame const frame = coarseFrame(index, brick, delta);
+                gather(frame, used, coarse, coarse.values, block);
+                m_passes.addCoarse(block, frame.tables, m_couplingScales[static_cast<std::size_t>(delta)],
+                                   used, sums[0].of);
+            }
+            for (std::size_t row = 0; row < brickRows && !level.sums.empty(); ++row) {
+                for (std::size_t z = 0; z < brickEdge; ++z)
+                    sums[row].of[z] += level.sums[firstRow + row].of[z];
+            }
+            m_passes.compress(sums[0].of, level.bricks->rowsOf(brick),
+                              result.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)]);
+        });
+    }
+    return result;
+}
+
+BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, WorkTeam & team)
+{
+    Vector right = emptyVector();
+    int const depths = static_cast<int>(m_levels.size());
+    // Samples are splatted on few depths.
+    std::vector<bool> hasField(m_levels.size(), false);
+    for (std::size_t index = 0; index < m_levels.size(); ++index) {
+        BrickLevel const & bricks = *m_levels[index].bricks;
+        for (Vector const & component : field) {
+            hasField[index] = hasField[index] || std::any_of(component.begin() + bricks.firstNode.front(),
+                                                             component.begin() + bricks.firstNode.back(),
+                                                             [](float value) { return value != 0.0f; });
+        }
+    }
+    // In cells of the deepest depth: the test function carries the power 5/2 of its cell, and the product the
+    // power -4 of the coarser one's.
+    auto const scaleOf = [&](int testIndex, int coarserIndex) {
+        return static_cast<float>(
+            std::exp2(2.5 * (depths - 1 - testIndex) - 4.0 * (depths - 1 - coarserIndex)));
+    };
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        clearSums();
+        Vector const & component = field[axis];
+        float const * own[3] = {m_tables.ownMass(), m_tables.ownMass(), m_tables.ownMass()};
+        own[axis] = m_tables.ownGradient();
+        OwnTerm const ownTerm = {own[0], own[1], own[2]};
+        auto const coarseTerm = [axis](CoarseFrame const & frame) {
+            AxisFactor const * factors[3];
+            for (std::size_t n = 0; n < 3; ++n)
+                factors[n] = n == axis ? &frame.tables[n]->gradient : &frame.tables[n]->mass;
+            return CoarseTerm{
+                {frame.tables[0], frame.tables[1], frame.tables[2]}, factors[0], factors[1], factors[2]};
+        };
+        for (int index = depths - 1; index >= 0; --index) {
+            Level & level = m_levels[static_cast<std::size_t>(index)];
+            if (!hasField[static_cast<std::size_t>(index)])
+                continue;
+            expandLevel(index, component, team);
+            restrictBricks(
+                index, team, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
+                    m_passes.restrictTerm(level.values[static_cast<std::size_t>(brick) * brickRows].of,
+                                          coarseTerm(frame), scaleOf(index - delta, index - delta),
+                                          level.usedRows[static_cast<std::size_t>(brick)], block);
+                });
+        }
+        for (int index = 0; index < depths; ++index) {
+            Level const & level = m_levels[static_cast<std::size_t>(index)];
+            team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+                BrickRows const & used = level.usedRows[static_cast<std::size_t>(brick)];
+                std::uint8_t const * const rows = level.bricks->rowsOf(brick);
+                std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
+                float * const compact =
+                    right.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)];
+                Row sums[brickRows] = {};
+                Row before[brickRows];
+                if (!level.sums.empty())
+                    std::copy(&level.sums[firstRow], &level.sums[firstRow] + brickRows, sums);
+                if (hasField[static_cast<std::size_t>(index)]) {
+                    BrickHalo halo;
+                    gatherHalo(level, brick, halo);
+                    m_passes.addOwnTerm(halo, ownTerm, scaleOf(index, index), used, sums[0].of);
+                }
+                CoarseBlock block;
+                for (int delta = 1; delta <= level.coarserDepths; ++delta) {
+                    if (!hasField[static_cast<std::size_t>(index - delta)])
+                        continue;
+                    Level const & coarse = m_levels[static_cast<std::size_t>(index - delta)];
+                    CoarseFrame const frame = coarseFrame(index, brick, delta);
+                    gather(frame, used, coarse, coarse.values, block);
+                    // Here the coarser function is the one with the derivative; by parts it is the finer
+                    // one's with the other sign.
+                    m_passes.addCoarseTerm(block, coarseTerm(frame), -scaleOf(index, index - delta), used,
+                                           sums[0].of);
+                }
+                m_passes.expand(compact, rows, before[0].of);
+                for (int row = 0; row < brickRows; ++row) {
+                    for (int z = 0; z < brickEdge && rows[row] != 0; ++z)
+                        sums[row].of[z] = before[row].of[z] - sums[row].of[z];
+                }
+                m_passes.compress(sums[0].of, rows, compact);
+            });
+        }
+    }
+    return right;
+}
+
+BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance, int maxIterations,
+                                         WorkTeam & team)
+{
+    Solution solution;
+    Vector residual = emptyVector();
+    sweepDown(right, false, residual, team);
+    Vector direction = residual;
+    Vector image = emptyVector();
+    Vector unknown = emptyVector();
+    std::vector<double> sums;
+    double const start = sumOverPieces(m_size, team, sums, [&](std::size_t begin, std::size_t end) {
+        return dot(residual, residual, begin, end);
+    });
+    double squared = start;
+    solution.hasConverged = squared == 0.0;
+    solution.relativeResidual = solution.hasConverged ? 0.0 : 1.0;
+    while (!solution.hasConverged && solution.iterations < maxIterations) {
+        sweepUp(direction, team);
+        sweepDown(direction, true, image, team);
+        double const energy = sumOverPieces(m_size, team, sums, [&](std::size_t begin, std::size_t end) {
+            return dot(direction, image, begin, end);
+        });
+        // Also refuses NaN.
+        if (!(energy > 0.0))
+            break;
+        float const step = static_cast<float>(squared / energy);
+        double const next = sumOverPieces(m_size, team, sums, [&](std::size_t begin, std::size_t end) {
+            for (std::size_t index = begin; index < end; ++index) {
+                unknown[index] += step * direction[index];
+                residual[index] -= step * image[index];
+            }
+            return dot(residual, residual, begin, end);
+        });
+        ++solution.iterations;
+        solution.relativeResidual = std::sqrt(next / start);
+        if (solution.relativeResidual <= tolerance) {
+            solution.hasConverged = true;
+            break;
+        }
+        float const conjugation = static_cast<float>(next / squared);
+        squared = next;
+        team.forEach(piecesOf(m_size), [&](int piece) {
+            std::size_t const begin = static_cast<std::size_t>(piece) * pieceSize;
+            std::size_t const end = std::min(begin + pieceSize, m_size);
+            for (std::size_t index = begin; index < end; ++index)
+                direction[index] = residual[index] + conjugation * direction[index];
+        });
+        team.setPosition(std::log(std::max(solution.relativeResidual, tolerance)) /
+                         std::log(std::min(tolerance, 0.5)));
+    }
+    if (solution.hasConverged) {
+        sweepUp(unknown, team);
+        solution.values = std::move(unknown);
+        for (Level const & level : m_levels) {
+            team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+                m_passes.compress(
+                    level.values[static_cast<std::size_t>(brick) * brickRows].of, level.bricks->rowsOf(brick),
+                    solution.values.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)]);
+            });
+        }
+    }
+    return solution;
+}
+
+} // namespace VolTr

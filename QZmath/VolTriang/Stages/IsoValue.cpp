@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Stages/IsoValue.h>
+
+#include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
+#include <QZmath/VolTriang/Bricks/BrickFunction.h>
+#include <QZmath/VolTriang/Bricks/WorkTeam.h>
+#include <QZmath/VolTriang/OctreeFuncEvalHelper.h>
+#include <QZmath/VolTriang/OctreeIterators.h>
+
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
+#include <QZsys/Threads.h>
+
+#include <algorithm>
+#include <cstdint>
+
+namespace VolTr
+{
+
+namespace
+{
+
+// Sums over one plane of cells of equal x. The planes do not depend on how the strips cut the model, so
+// adding them in order gives the same bits for any number of tasks.
+struct PlaneSums
+{
+    double weightedValues = 0.0;
+    double weights = 0.0;
+};
+
+// The samples of one strip of cell coordinates `xBegin <= x < xEnd`.
+template <class TKernel, class TWeights>
+class tf_calcMeanIsoValueCycleByPoints final : public IVescaInvokeProc
+{
+public:
+    tf_calcMeanIsoValueCycleByPoints(COctreeFuncLinCombTmpl<TKernel> const & function,
+                                     IInputSamples const & samples, COctree const & octree,
+                                     TWeights const * weights, int xBegin, int xEnd)
+        : m_function(function), m_samples(samples), m_octree(octree), m_weights(weights), m_xBegin(xBegin),
+          m_xEnd(xEnd), m_adapter(nullptr)
+    {}
+
+    std::vector<PlaneSums> const & planes() const { return m_planes; }
+    void setAdapter(CTransThreadPrgCntAdapter * adapter) { m_adapter = adapter; }
+
+    void Invoke() override
+    {
+        calculate([this](int steps) {
+            if (m_adapter != nullptr) {
+                for (int step = 0; step < steps; ++step)
+                    m_adapter->increment();
+            }
+        });
+    }
+
+    // Reports the strip's steps as the walk passes them.
+    template <class ReportSteps>
+    void calculate(ReportSteps reportSteps)
+    {
+        m_planes.clear();
+        if (m_xBegin >= m_xEnd)
+            return;
+        COctreeFuncEvalHelper helper(1, 4.0 * m_octree.getCellSize(m_octree.getLeafCellDepth()));
+        CParallelepiped box = m_octree.getCellsBoundaryBox();
+        double const unit = m_octree.getUnit();
+        double const origin = m_octree.getBoxMin()[0];
+        box.setDimension(0, CInterval(m_xBegin * unit + origin, m_xEnd * unit + origin));
+        int x = m_xBegin;
+        int planeX = m_xBegin - 1;
+        for (CSamplePointsIteratorInBox it(m_samples, m_octree, box, -1); !it.isFinished(); it.next()) {
+            int const cellX = it.currCellIntCoord().x();
+            if (cellX < m_xBegin || cellX >= m_xEnd)
+                continue;
+            if (cellX != planeX) {
+                planeX = cellX;
+                m_planes.emplace_back();
+            }
+            PlaneSums & sums = m_planes.back();
+            float const weight =
+                m_weights != nullptr ? (*m_weights)[static_cast<std::size_t>(it.currentSampleIndex())] : 1.0f;
+            sums.weights += weight;
+            sums.weightedValues += m_function.eval(*it, &helper) * weight;
+            if (cellX > x) {
+                reportSteps(cellX - x);
+                x = cellX;
+            }
+        }
+        reportSteps(m_xEnd - x);
+    }
+
+private:
+    COctreeFuncLinCombTmpl<TKernel> const & m_function;
+    IInputSamples const & m_samples;
+    COctree const & m_octree;
+    TWeights const * m_weights;
+    int m_xBegin;
+    int m_xEnd;
+    std::vector<PlaneSums> m_planes;
+    CTransThreadPrgCntAdapter * m_adapter;
+};
+
+// Leaf cells in a row of which a thread takes the samples at a time, and rows between two reports of
+// progress.
+int const pieceCells = 256;
+int const piecesPerReport = 64;
+
+using StripTask = tf_calcMeanIsoValueCycleByPoints<Kernel, std::vector<float>>;
+
+} // namespace
+
+double calcMeanIsoValue(Combination const & function, IInputSamples const & samples, COctree const & octree,
+                        std::vector<float> const * weights, CProgressCounter * progress)
+{
+    CParallelepiped const box = octree.getCellsBoundaryBox();
+    int const xLow = octree.realToLattice(box.getMin()[0], 0, 0) - 1;
+    int const xHigh = octree.realToLattice(box.getMax()[0], 0, 0) + 1;
+    int const tasksNumber = std::max(1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+
+    std::vector<StripTask> tasks;
+    tasks.reserve(static_cast<std::size_t>(tasksNumber));
+    int xBegin = xLow;
+    for (int task = 0; task < tasksNumber; ++task) {
+        int const xEnd =
+            xLow + static_cast<int>(static_cast<std::int64_t>(xHigh - xLow) * (task + 1) / tasksNumber);
+        tasks.emplace_back(function, samples, octree, weights, xBegin, xEnd);
+        xBegin = xEnd;
+    }
+
+    if (tasksNumber == 1) {
+        CPrgCntIntegerScope scope(progress, xHigh - xLow);
+        tasks.front().calculate([&scope](int steps) {
+            for (int step = 0; step < steps; ++step)
+                scope.increment();
+        });
+    } else {
+        CTransThreadPrgCntAdapter adapter;
+        adapter.refresh(progress, std::max(0, xHigh - xLow));
+        std::vector<IVescaInvokeProc *> procedures;
+        for (StripTask & task : tasks) {
+            task.setAdapter(&adapter);
+            procedures.push_back(&task);
+        }
+        CVescaThreadingTasksHelper::performInParallel(procedures.data(), tasksNumber, &adapter);
+    }
+
+    PlaneSums total;
+    for (StripTask const & task : tasks) {
+        for (PlaneSums const & plane : task.planes()) {
+            total.weightedValues += plane.weightedValues;
+            total.weights += plane.weights;
+        }
+    }
+    return total.weights != 0.0 ? total.weightedValues / total.weights : total.weightedValues;
+}
+
+double calcMeanIsoValue(BrickFunction const & function, IInputSamples const & samples, COctree const & octree,
+                        std::vector<float> const * weights, CProgressCounter * progress, int threads)
+{
+    int const cells = octree.getCellsNumberOnDeepestLevel();
+    int const pieces = (cells + pieceCells - 1) / pieceCells;
+    std::vector<PlaneSums> sums(static_cast<std::size_t>(pieces));
+    auto const sumPiece = [&](int piece) {
+        BrickFunction::Hint hint;
+        PlaneSums pieceSums;
+        int const end = std::min(cells, (piece + 1) * pieceCells);
+        for (int cell = piece * pieceCells; cell < end; ++cell) {
+            for (int const * it = octree.getSamplesBegin(cell); it != octree.getSamplesEnd(cell); ++it) {
+                float const * coords = samples.getSampleCoords3(*it);
+                double const point[3] = {coords[0], coords[1], coords[2]};
+                float const weight = weights != nullptr ? (*weights)[static_cast<std::size_t>(*it)] : 1.0f;
+                pieceSums.weights += weight;
+                pieceSums.weightedValues += function.eval(point, hint) * weight;
+            }
+        }
+        sums[static_cast<std::size_t>(piece)] = pieceSums;
+    };
+    WorkTeam::run(threads, progress, [&](WorkTeam & team) {
+        for (int first = 0; first < pieces; first += piecesPerReport) {
+            team.setPosition(static_cast<double>(first) / pieces);
+            team.forEach(std::min(piecesPerReport, pieces - first),
+                         [&](int piece) { sumPiece(first + piece); });
+        }
+        team.setPosition(1.0);
+    });
+    PlaneSums total;
+    for (PlaneSums const & piece : sums) {
+        total.weightedValues += piece.weightedValues;
+        total.weights += piece.weights;
+    }
+    return total.weights != 0.0 ? total.weightedValues / total.weights : total.weightedValues;
+}
+
+} // namespace VolTr

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/Stages/PipelineTypes.h>
+
+#include <vector>
+
+class CProgressCounter;
+namespace VsUt
+{
+class IDebugLog;
+}
+
+namespace VolTr
+{
+
+class COctree;
+class IInputSamples;
+
+/// Weight of every sample, the inverse of its relative density; the unit is arbitrary. A sample without an
+/// estimate has weight 0.
+struct SampleDensity
+{
+    std::vector<float> weights;
+    float averageDensity = 0.0f;
+};
+
+/// Counts the samples around each node of a depth with trilinear weights, and spreads the counts back to the
+/// samples with the node's basis function; the kernel is a single product. Linear in the samples.
+SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
+                                    Basis const & basis, int estimationDepth, CProgressCounter * progress,
+                                    VsUt::IDebugLog * log);
+
+} // namespace VolTr
