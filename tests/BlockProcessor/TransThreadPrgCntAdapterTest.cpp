@@ -28,8 +28,9 @@ protected:
     void onPosition(double overall) override
     {
         ASSERT_FALSE(m_isBusy.exchange(true));
-        if (owner != std::thread::id())
+        if (owner != std::thread::id()) {
             ASSERT_EQ(owner, std::this_thread::get_id());
+        }
         m_isBusy = false;
         RecordingCounter::onPosition(overall);
     }

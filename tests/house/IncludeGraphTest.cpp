@@ -154,6 +154,7 @@ TEST_F(IncludeGraph, innerFoldersServeTheirOwnFolder)
     std::map<std::string, std::set<std::string>> const foldersBelow = {
         {"Stages", {"", "Bricks", "Basis", "Tree"}},
         {"Bricks", {"", "Polygoniser", "Tree"}},
+        {"Engine", {""}},
         {"Products", {""}},
         {"Polygoniser", {""}},
         {"Basis", {""}},
