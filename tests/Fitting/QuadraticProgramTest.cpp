@@ -329,7 +329,7 @@ TEST(QuadraticProgram, AgreesWithTheEnumerationOfActiveSets)
             EXPECT_LE(p.badIndex, p.m + p.n);
             continue;
         }
-        expectOptimal(p, 1e-11);
+        expectOptimal(p, 1e-10);
         EXPECT_NEAR(p.f, *optimum, 1e-10);
         // From its own active set, and from a random one.
         for (bool isOwn : {true, false}) {
@@ -337,7 +337,7 @@ TEST(QuadraticProgram, AgreesWithTheEnumerationOfActiveSets)
                 flag = isOwn ? flag : std::uniform_int_distribution<int>(-1, 1)(random);
             p.x = start;
             p.solve(true);
-            expectOptimal(p, 1e-11);
+            expectOptimal(p, 1e-10);
             EXPECT_NEAR(p.f, *optimum, 1e-10);
         }
         if (::testing::Test::HasFailure())
