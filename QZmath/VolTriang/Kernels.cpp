@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Kernels.h>
 
+#include <QZmath/VolTriang/Tree/TrilinearShare.h>
+
 #include <cmath>
 #include <stdexcept>
 
@@ -167,12 +169,8 @@ double calcTrilinearWeight(double const * const point, double const * const node
                            CParallelepiped const & cell)
 {
     double weight = 1.0;
-    for (int axis = 0; axis < 3; ++axis) {
-        double const width = cell.getMax()[axis] - cell.getMin()[axis];
-        if (std::fabs(width) < 1e-10)
-            continue;
-        weight *= 1.0 - std::fabs(point[axis] - node[axis]) / width;
-    }
+    for (int axis = 0; axis < 3; ++axis)
+        weight *= trilinearShare(point[axis], node[axis], cell.getMax()[axis] - cell.getMin()[axis]);
     return weight;
 }
 

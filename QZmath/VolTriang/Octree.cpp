@@ -2,6 +2,7 @@
 #include <QZmath/VolTriang/Octree.h>
 
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
+#include <QZmath/VolTriang/Tree/NodeDepths.h>
 #include <QZmath/VolTriang/Tree/NodesPositioning.h>
 
 #include <QZsys/Exceptions.h>
@@ -144,9 +145,8 @@ COctree::COctree(IInputSamples const * samples, int depth, CProgressCounter * pr
     if (depth < 0 || depth > MAX_DEPTH)
         throw CVescaTextException(depthError);
     m_size = 1 << depth;
-    int const deepest = depth - (useCenter ? 1 : 0);
-    int const levels = detalizationLevel < 0 || detalizationLevel > deepest ? deepest : detalizationLevel;
-    m_policy = makeNodesPositioningPolicy(useCenter, depth, deepest - levels);
+    m_policy =
+        makeNodesPositioningPolicy(useCenter, depth, nodeDepthsOf(depth, useCenter, detalizationLevel).begin);
     if (depth < m_policy->getMinimalDepth())
         throw CVescaTextException(depthError);
     m_nodeDepthBegin = m_policy->getNodeDepthBegin();

@@ -1,21 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
-#include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/Stages/AcceleratedSolve.h>
+#include <QZmath/VolTriang/Stages/ExactPath.h>
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
-#include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
-#include <QZmath/VolTriang/Stages/Reconstruction.h>
-#include <QZmath/VolTriang/Stages/SampleSplat.h>
+#include <QZmath/VolTriang/Stages/PathChoice.h>
+#include <QZmath/VolTriang/Stages/SampleDensity.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
 
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
-#include <utility>
 
 bool b_MEASURE_TRIANG_TIME_On = true;
 
@@ -24,6 +22,36 @@ namespace VolTr
 
 using VsPCnt::CMultiPhaseManager;
 using VsPCnt::CMultiPhaseManagerSingleSubPhase;
+
+// A run: the stages in their order, and what lives from one to the next.
+class CVolumetricTriangulatorImpl
+{
+public:
+    CVolumetricTriangulatorImpl(ITriangulationTarget * target, IInputSamples const * samples,
+                                CVolTriangulationParams const & params, CProgressCounter * progress);
+
+    void run();
+
+private:
+    void logParameters() const;
+    void scaleKernel();
+    void registerPhases(CMultiPhaseManager & phases, ReconstructionPath const & path) const;
+    void buildTree();
+    std::unique_ptr<ImplicitFunction> solve(std::unique_ptr<ReconstructionPath> path,
+                                            StageContext const & context) const;
+    double findIsoValue(StageContext const & context, ImplicitFunction const & function) const;
+
+    IInputSamples const * m_samples;
+    std::unique_ptr<COctree> m_octree;
+    std::unique_ptr<Basis> m_basis;
+    CProgressCounter * m_progress;
+    CVolTriangulationParams m_params;
+    ITriangulationTarget * m_target;
+    Kernel m_kernel;
+    VsUt::IDebugLog * m_log;
+    SampleDensity m_density; // without weights unless the density varies
+    int m_densityEstimationLevel;
+};
 
 CVolumetricTriangulator::CVolumetricTriangulator(ITriangulationTarget * target, IInputSamples const * samples,
                                                  CVolTriangulationParams const * params,
@@ -44,72 +72,35 @@ CVolumetricTriangulatorImpl::CVolumetricTriangulatorImpl(ITriangulationTarget * 
       m_kernel(makeApproxGaussian<Kernel>()), m_log(params.getDebugLog()), m_densityEstimationLevel(-1)
 {}
 
-CVolumetricTriangulatorImpl::~CVolumetricTriangulatorImpl() = default;
-
 void CVolumetricTriangulatorImpl::run()
 {
     logText(m_log, "Volumetric triangulation core started");
     logParameters();
     scaleKernel();
+    int const threads = std::max(1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+    std::unique_ptr<ReconstructionPath> path = choosePath(*m_samples, m_params, m_kernel, threads, m_log);
 
     CMultiPhaseManager phases(m_progress);
-    bool const isAcceleratedRun = isAccelerated();
-    registerPhases(phases, isAcceleratedRun);
-    {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, "tree");
-        buildTree();
-    }
-    GradientBasis gradBasis;
-    VectorField field;
-    {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, "grad_basis");
-        // The other path refuses an empty system.
-        if (isAcceleratedRun && m_octree->getNodesNumber() > 0) {
-            m_lattice = std::make_unique<BrickLattice>(*m_octree);
-            m_accelerated = std::make_unique<AcceleratedSolve>(*m_lattice, m_kernel, m_log);
-        } else {
-            makeGradientBasis(gradBasis, field);
-        }
-    }
+    registerPhases(phases, *path);
+    auto const inPhase = [&phases](char const * name, auto const & stage) {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, name);
+        return stage();
+    };
+    inPhase("tree", [&] { buildTree(); });
+    StageContext context = {*m_samples, m_params, *m_octree, *m_basis, nullptr, m_progress, m_log, threads};
+    inPhase("grad_basis", [&] { path->prepare(context); });
     if (m_params.getVariableDensity()) {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, "density weights");
-        m_density = std::make_unique<SampleDensity>(estimateSampleDensity(
-            *m_samples, *m_octree, *m_basis, m_densityEstimationLevel, m_progress, m_log));
+        inPhase("density weights", [&] {
+            m_density = estimateSampleDensity(*m_samples, *m_octree, *m_basis, m_densityEstimationLevel,
+                                              m_progress, m_log);
+        });
+        context.density = &m_density;
     }
-    {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, "grad_div");
-        if (m_accelerated != nullptr)
-            m_accelerated->splat(*m_samples, *m_octree, m_density.get(), m_progress);
-        else
-            splatNormals(*m_samples, *m_octree, m_density.get(), field, m_progress);
-    }
-
-    Solution const solution =
-        m_accelerated != nullptr ? solveByBricks(gradBasis, phases) : solveByMatrix(gradBasis, field, phases);
-    std::vector<float> const * const weights = m_density != nullptr ? &m_density->weights : nullptr;
-    int const threads = CVescaThreadingTasksHelper::getNumOfPhisicalThread();
-
-    double isoValue = 0.0;
-    {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, "iso-value");
-        logText(m_log, "Start calculating iso-value...");
-        isoValue =
-            solution.inBricks != nullptr
-                ? calcMeanIsoValue(*solution.inBricks, *m_samples, *m_octree, weights, m_progress, threads)
-                : calcMeanIsoValue(*solution.function, *m_samples, *m_octree, weights, m_progress);
-        logValues(m_log, "Surface iso-value", isoValue);
-    }
-    {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, "iso-surface");
-        bool const withNormals = m_params.getEstimateResultNormals();
-        if (solution.inBricks != nullptr) {
-            extractIsoSurface(*solution.inBricks, isoValue, withNormals, *m_samples, *m_octree, m_params,
-                              *m_target, m_progress, m_log, threads);
-        } else {
-            extractIsoSurface(*solution.function, isoValue, withNormals ? &gradBasis : nullptr, *m_samples,
-                              *m_octree, m_params, *m_target, m_progress, m_log);
-        }
-    }
+    inPhase("grad_div", [&] { path->splat(context); });
+    path->assemble(context, phases);
+    auto const function = inPhase("solve", [&] { return solve(std::move(path), context); });
+    double const isoValue = inPhase("iso-value", [&] { return findIsoValue(context, *function); });
+    inPhase("iso-surface", [&] { extractIsoSurface(context, *function, isoValue, *m_target); });
     logText(m_log, "Volumetric triangulation core completed");
 }
 
@@ -138,7 +129,8 @@ void CVolumetricTriangulatorImpl::scaleKernel()
 }
 
 // The weights are the expected shares of the run time.
-void CVolumetricTriangulatorImpl::registerPhases(CMultiPhaseManager & phases, bool isAccelerated) const
+void CVolumetricTriangulatorImpl::registerPhases(CMultiPhaseManager & phases,
+                                                 ReconstructionPath const & path) const
 {
     if (m_params.getPhaseNameShown())
         phases.showPhaseName();
@@ -147,91 +139,9 @@ void CVolumetricTriangulatorImpl::registerPhases(CMultiPhaseManager & phases, bo
     if (m_params.getVariableDensity())
         phases.RegisterPhase("density weights", 30);
     phases.RegisterPhase("grad_div", 10);
-    if (!isAccelerated)
-        registerAssemblyPhases(phases);
-    phases.RegisterPhase("update right part", 5);
-    phases.RegisterPhase("solve", !isAccelerated && m_params.getOctreeDepth() >= 9 ? 200 : 30);
+    path.registerPhases(phases);
     phases.RegisterPhase("iso-value", 10);
     phases.RegisterPhase("iso-surface", 40);
-}
-
-void CVolumetricTriangulatorImpl::registerAssemblyPhases(CMultiPhaseManager & phases) const
-{
-    if (CVescaThreadingTasksHelper::getNumOfPhisicalThread() < 2) {
-        phases.RegisterPhase("right_part", 50);
-        phases.RegisterPhase("matrix", 50);
-    } else {
-        phases.RegisterPhase("matrix+right_part", 100);
-    }
-}
-
-bool CVolumetricTriangulatorImpl::isAccelerated() const
-{
-    if (!m_params.getAccelerated() || m_params.getPrefferedSolver() != 0)
-        return false;
-    int const deepest = m_params.getOctreeDepth() - (m_params.getUseCenter() ? 1 : 0);
-    int const level = m_params.getDetalizationLevel();
-    int const depths = (level < 0 || level > deepest ? deepest : level) + 1;
-    if (BrickSystem::canServe(depths, kernelFactor(m_kernel)) &&
-        BrickFunction::canServe(deepest, kernelFactor(m_kernel)))
-        return true;
-    logText(m_log, "Accelerated solver cannot serve this kernel or depth");
-    return false;
-}
-
-CVolumetricTriangulatorImpl::Solution CVolumetricTriangulatorImpl::solveByMatrix(GradientBasis & gradBasis,
-                                                                                 VectorField & field,
-                                                                                 CMultiPhaseManager & phases)
-{
-    ReconstructionSolver system =
-        chooseSolver(m_params.getPrefferedSolver(), m_octree->getNodesNumber(), m_log);
-    assembleSystem(*m_basis, gradBasis, field, *m_octree, system, phases, m_progress, m_log);
-    dropField(gradBasis, field);
-    CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
-    return {solveEquation(*m_basis, std::move(system), m_progress, m_log), nullptr};
-}
-
-CVolumetricTriangulatorImpl::Solution CVolumetricTriangulatorImpl::solveByBricks(GradientBasis & gradBasis,
-                                                                                 CMultiPhaseManager & phases)
-{
-    {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, "update right part");
-        m_accelerated->makeRightPart(m_progress);
-    }
-    CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
-    std::vector<float> const amplitudes =
-        m_accelerated->amplitudes(m_params.getSolverTolerance(), m_progress);
-    m_accelerated.reset(); // its memory serves the stages to come
-    if (!amplitudes.empty()) {
-        auto function =
-            std::make_unique<BrickFunction>(*m_lattice, *m_octree, kernelFactor(m_kernel), amplitudes);
-        m_lattice.reset();
-        return {nullptr, std::move(function)};
-    }
-
-    CMultiPhaseManager inner(m_progress);
-    inner.RegisterPhase("grad_div", 10);
-    registerAssemblyPhases(inner);
-    inner.RegisterPhase("update right part", 5);
-    inner.RegisterPhase("solve", 100);
-    VectorField field;
-    {
-        CMultiPhaseManagerSingleSubPhase innerPhase(&inner, "grad_div");
-        makeGradientBasis(gradBasis, field);
-        splatNormals(*m_samples, *m_octree, m_density.get(), field, m_progress);
-    }
-    return solveByMatrix(gradBasis, field, inner);
-}
-
-// They are as large as the unknown function itself; neither solve nor extraction needs them, normals apart.
-void CVolumetricTriangulatorImpl::dropField(GradientBasis & gradBasis, VectorField & field) const
-{
-    for (auto & component : field)
-        component.reset();
-    if (!m_params.getEstimateResultNormals()) {
-        for (auto & component : gradBasis)
-            component.reset();
-    }
 }
 
 void CVolumetricTriangulatorImpl::buildTree()
@@ -263,15 +173,34 @@ void CVolumetricTriangulatorImpl::buildTree()
     }
 }
 
-void CVolumetricTriangulatorImpl::makeGradientBasis(GradientBasis & gradBasis, VectorField & field)
+// A path that does not converge is gone before the exact one starts from the splat.
+std::unique_ptr<ImplicitFunction> CVolumetricTriangulatorImpl::solve(std::unique_ptr<ReconstructionPath> path,
+                                                                     StageContext const & context) const
 {
-    for (int axis = 0; axis < 3; ++axis) {
-        std::size_t const component = static_cast<std::size_t>(axis);
-        Kernel derivative;
-        m_kernel.makePartialDerivative(&derivative, axis);
-        gradBasis[component] = std::make_unique<Basis>(derivative, m_octree.get(), 1);
-        field[component] = std::make_unique<Combination>(gradBasis[component].get());
+    if (auto function = path->solve(context))
+        return function;
+    path.reset();
+    ExactPath exact(context.threads, 100);
+    CMultiPhaseManager phases(m_progress);
+    phases.RegisterPhase("grad_div", 10);
+    exact.registerPhases(phases);
+    {
+        CMultiPhaseManagerSingleSubPhase phase(&phases, "grad_div");
+        exact.prepare(context);
+        exact.splat(context);
     }
+    exact.assemble(context, phases);
+    CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
+    return exact.solve(context);
+}
+
+double CVolumetricTriangulatorImpl::findIsoValue(StageContext const & context,
+                                                 ImplicitFunction const & function) const
+{
+    logText(m_log, "Start calculating iso-value...");
+    double const isoValue = function.meanAtSamples(context);
+    logValues(m_log, "Surface iso-value", isoValue);
+    return isoValue;
 }
 
 } // namespace VolTr

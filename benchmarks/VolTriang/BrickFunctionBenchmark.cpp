@@ -4,9 +4,11 @@
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/Stages/BrickedFunction.h>
+#include <QZmath/VolTriang/Stages/CombinationFunction.h>
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
-#include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 
@@ -44,6 +46,7 @@ struct Model
     explicit Model(int depth)
         : samples(makeSphere(100000)), octree(&samples, depth, nullptr, true, -1), lattice(octree)
     {
+        params.setOctreeDepth(depth);
         double const scale[3] = {1.0 / 0.95, 1.0 / 0.95, 1.0 / 0.95};
         kernel.scaleArgument(scale);
         basis = std::make_unique<Basis>(kernel, &octree, 0);
@@ -58,7 +61,10 @@ struct Model
                                                    amplitudes);
     }
 
+    StageContext context() const { return {samples, params, octree, *basis, nullptr, nullptr, nullptr, 1}; }
+
     Kernel kernel = makeApproxGaussian<Kernel>();
+    CVolTriangulationParams params;
     PointCloudSamples samples;
     COctree octree;
     BrickLattice lattice;
@@ -155,10 +161,10 @@ private:
 void meanAtSamples(benchmark::State & state)
 {
     Model & model = modelOfDepth(static_cast<int>(state.range(0)));
+    BrickedFunction const function(*model.function);
     std::int64_t evaluated = 0;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            calcMeanIsoValue(*model.function, model.samples, model.octree, nullptr, nullptr, 1));
+        benchmark::DoNotOptimize(function.meanAtSamples(model.context()));
         evaluated += model.samples.pointsNumber();
     }
     countEach(state, evaluated);
@@ -169,25 +175,21 @@ template <bool isInBricks>
 void extractSurface(benchmark::State & state)
 {
     Model & model = modelOfDepth(static_cast<int>(state.range(0)));
-    CVolTriangulationParams params;
-    params.setOctreeDepth(static_cast<int>(state.range(0)));
-    double const isoValue =
-        calcMeanIsoValue(*model.function, model.samples, model.octree, nullptr, nullptr, 1);
-    Combination combination(model.basis.get());
+    BrickedFunction const inBricks(*model.function);
+    double const isoValue = inBricks.meanAtSamples(model.context());
+    auto combination = std::make_unique<Combination>(model.basis.get());
     for (std::size_t n = 0; n < model.amplitudes.size(); ++n) {
         int const node = model.lattice.nodes()[n];
-        combination.setBasisCoefficient(
+        combination->setBasisCoefficient(
             node, model.amplitudes[n] / model.basis->makeFunctionByIndex(node).getNormalizationScale());
     }
+    CombinationFunction const overNodes(std::move(combination));
+    ImplicitFunction const & function =
+        isInBricks ? static_cast<ImplicitFunction const &>(inBricks) : overNodes;
     std::int64_t vertices = 0;
     for (auto _ : state) {
         Counter target;
-        if (isInBricks)
-            extractIsoSurface(*model.function, isoValue, false, model.samples, model.octree, params, target,
-                              nullptr, nullptr, 1);
-        else
-            extractIsoSurface(combination, isoValue, nullptr, model.samples, model.octree, params, target,
-                              nullptr, nullptr);
+        extractIsoSurface(model.context(), function, isoValue, target);
         vertices += target.debugCurrentVertexNumber();
     }
     countEach(state, vertices);

@@ -3,8 +3,11 @@
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
+#include <QZmath/VolTriang/Stages/BrickedFunction.h>
+#include <QZmath/VolTriang/Stages/CombinationFunction.h>
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
-#include <QZmath/VolTriang/Stages/IsoValue.h>
+#include <QZmath/VolTriang/Stages/SampleDensity.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
@@ -57,7 +60,9 @@ struct Model
     Model(PointCloudSamples const & cloud, int depth, bool centred, int levels, double kernelFactor)
         : samples(cloud), octree(&samples, depth, nullptr, centred, levels), kernel(makeKernel(kernelFactor)),
           basis(kernel, &octree, 0), lattice(octree), amplitudes(lattice.nodes().size())
-    {}
+    {
+        params.setOctreeDepth(depth);
+    }
 
     template <class Amplitude>
     void setAmplitudes(Amplitude amplitude)
@@ -82,7 +87,13 @@ struct Model
         return result;
     }
 
+    StageContext context(int threads) const
+    {
+        return {samples, params, octree, basis, nullptr, nullptr, nullptr, threads};
+    }
+
     PointCloudSamples samples;
+    CVolTriangulationParams params;
     COctree octree;
     Kernel kernel;
     Basis basis;
@@ -314,36 +325,33 @@ TEST(BrickFunction, MeanAndSurfaceAgreeWithTheSumOverNodes)
             return (1.0 - radius) * std::exp2(model.octree.getNodeDepth(node)) + 0.2 * uniform(random);
         });
         BrickFunction const function = model.function();
-        Combination const reference = model.combination(model.basis);
-        GradientBasis gradBasis;
-        for (int axis = 0; axis < 3; ++axis) {
-            Kernel derivative;
-            model.kernel.makePartialDerivative(&derivative, axis);
-            gradBasis[static_cast<std::size_t>(axis)] = std::make_unique<Basis>(derivative, &model.octree, 1);
-        }
-        CVolTriangulationParams params;
-        params.setOctreeDepth(test.shape.depth);
-        params.setReconstructFactor(test.reconstructFactor);
-        params.setClosed(test.isClosed);
-        std::vector<float> weights(cloud.points.size());
-        for (float & weight : weights)
-            weight = static_cast<float>(2.0 + uniform(random));
+        BrickedFunction const inBricks(model.function());
+        CombinationFunction const reference(std::make_unique<Combination>(model.combination(model.basis)));
+        model.params.setReconstructFactor(test.reconstructFactor);
+        model.params.setClosed(test.isClosed);
+        model.params.setEstimateResultNormals(true);
+        SampleDensity density;
+        for (std::size_t n = 0; n < cloud.points.size(); ++n)
+            density.weights.push_back(static_cast<float>(2.0 + uniform(random)));
+        StageContext context = model.context(1);
+        context.density = &density;
 
-        double const isoValue = calcMeanIsoValue(reference, cloud, model.octree, &weights, nullptr);
-        double const fastValue = calcMeanIsoValue(function, cloud, model.octree, &weights, nullptr, 1);
+        double const isoValue = reference.meanAtSamples(context);
+        double const fastValue = inBricks.meanAtSamples(context);
         EXPECT_NEAR(fastValue, isoValue, 1e-5);
         Recorder expected;
         Log expectedLog;
-        extractIsoSurface(reference, isoValue, &gradBasis, cloud, model.octree, params, expected, nullptr,
-                          &expectedLog);
+        context.log = &expectedLog;
+        extractIsoSurface(context, reference, isoValue, expected);
         ASSERT_GT(expected.vertices.size(), 100U);
         Recorder single;
         for (int threads = 1; threads <= 3; ++threads) {
-            EXPECT_EQ(calcMeanIsoValue(function, cloud, model.octree, &weights, nullptr, threads), fastValue);
             Recorder mesh;
             Log log;
-            extractIsoSurface(function, isoValue, true, cloud, model.octree, params, mesh, nullptr, &log,
-                              threads);
+            context.log = &log;
+            context.threads = threads;
+            EXPECT_EQ(inBricks.meanAtSamples(context), fastValue);
+            extractIsoSurface(context, inBricks, isoValue, mesh);
             EXPECT_EQ(log.labels, expectedLog.labels);
             ASSERT_TRUE(mesh.order == expected.order)
                 << mesh.vertices.size() << " and " << expected.vertices.size() << " vertices";
@@ -388,17 +396,16 @@ TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
         model.octree.getNodePosition(node, position);
         return 1.0 - std::hypot(position[0] - 0.3, position[1] + 1.7, position[2] - 5.0);
     });
-    BrickFunction const function = model.function();
-    CVolTriangulationParams params;
-    params.setOctreeDepth(5);
+    BrickedFunction const function(model.function());
     auto const extract = [&](double isoValue, float factor, CProgressCounter * progress, int threads) {
         Recorder mesh;
-        params.setReconstructFactor(factor);
-        extractIsoSurface(function, isoValue, false, cloud, model.octree, params, mesh, progress, nullptr,
-                          threads);
+        model.params.setReconstructFactor(factor);
+        StageContext context = model.context(threads);
+        context.progress = progress;
+        extractIsoSurface(context, function, isoValue, mesh);
         return mesh.vertices.size();
     };
-    double const good = calcMeanIsoValue(function, cloud, model.octree, nullptr, nullptr, 2);
+    double const good = function.meanAtSamples(model.context(2));
     EXPECT_GT(extract(good, 1.0f, nullptr, 2), 100U);
     double const nan = std::nan("");
     EXPECT_THROW(extract(1e9, 1.0f, nullptr, 2), CVolTriangulationError);
@@ -412,5 +419,7 @@ TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
         }
     }
     Impatient progress(-1.0);
-    EXPECT_THROW(calcMeanIsoValue(function, cloud, model.octree, nullptr, &progress, 1), CUserIntrException);
+    StageContext context = model.context(1);
+    context.progress = &progress;
+    EXPECT_THROW(function.meanAtSamples(context), CUserIntrException);
 }

@@ -579,7 +579,7 @@ bool BrickSurface::isRefused(Place corner)
     return (refusals.isRefused[x] & bit) != 0;
 }
 
-int BrickSurface::vertexOf(Place first, int direction, Sink & sink)
+int BrickSurface::vertexOf(Place first, int direction, TriangleSink & sink)
 {
     Brick const & brick = m_bricks[static_cast<std::size_t>(first.brick)];
     std::uint64_t const plane = brick.isCrossed[direction][first.local >> 6];
@@ -612,7 +612,7 @@ int BrickSurface::vertexOf(Place first, int direction, Sink & sink)
     return *edge;
 }
 
-void BrickSurface::walk(Sink & sink)
+void BrickSurface::walk(TriangleSink & sink)
 {
     CubePlans const & plans = cubePlans();
     std::vector<Place> cubes;

@@ -3,6 +3,7 @@
 
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Polygoniser/CubeTables.h>
+#include <QZmath/VolTriang/Polygoniser/TriangleSink.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
 
 #include <array>
@@ -32,15 +33,6 @@ class WorkTeam;
 class BrickSurface
 {
 public:
-    class Sink
-    {
-    public:
-        virtual ~Sink() = default;
-        /// A new vertex, before the first triangle that uses it; indices count from 0.
-        virtual void addVertex(double const * position) = 0;
-        virtual void addTriangle(int a, int b, int c) = 0;
-    };
-
     /// \param start     point of the surface at which corner (1/2, 1/2, 1/2) of the lattice stands
     /// \param edge      of the cubes, finite and not 0; indices grow against the axes
     /// \param bounds    greatest magnitude of a cube's index by axis, below 2^30 + 1
@@ -53,7 +45,7 @@ public:
 
     /// The component of the surface that passes through the first cube. Call once. Exceptions of the sink
     /// pass through.
-    void walk(Sink & sink);
+    void walk(TriangleSink & sink);
 
 private:
     static constexpr int unsolved = -1;
@@ -99,7 +91,7 @@ private:
     bool isRefused(Place corner);
     double coordAt(int index, int axis) const { return m_start[axis] - (index - 0.5) * m_edge; }
     void positionOf(Place corner, double * out3) const;
-    int vertexOf(Place first, int direction, Sink & sink);
+    int vertexOf(Place first, int direction, TriangleSink & sink);
 
     BrickFunction const & m_function;
     double const m_isoValue;

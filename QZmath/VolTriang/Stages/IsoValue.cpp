@@ -6,6 +6,8 @@
 #include <QZmath/VolTriang/Bricks/WorkTeam.h>
 #include <QZmath/VolTriang/OctreeFuncEvalHelper.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
+#include <QZmath/VolTriang/Stages/SampleDensity.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
 
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
@@ -106,15 +108,25 @@ int const piecesPerReport = 64;
 
 using StripTask = tf_calcMeanIsoValueCycleByPoints<Kernel, std::vector<float>>;
 
+std::vector<float> const * weightsOf(StageContext const & context)
+{
+    return context.density != nullptr ? &context.density->weights : nullptr;
+}
+
+double meanOf(PlaneSums const & total)
+{
+    return total.weights != 0.0 ? total.weightedValues / total.weights : total.weightedValues;
+}
+
 } // namespace
 
-double calcMeanIsoValue(Combination const & function, IInputSamples const & samples, COctree const & octree,
-                        std::vector<float> const * weights, CProgressCounter * progress)
+double calcMeanIsoValue(Combination const & function, StageContext const & context)
 {
+    COctree const & octree = context.octree;
     CParallelepiped const box = octree.getCellsBoundaryBox();
     int const xLow = octree.realToLattice(box.getMin()[0], 0, 0) - 1;
     int const xHigh = octree.realToLattice(box.getMax()[0], 0, 0) + 1;
-    int const tasksNumber = std::max(1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+    int const tasksNumber = context.threads;
 
     std::vector<StripTask> tasks;
     tasks.reserve(static_cast<std::size_t>(tasksNumber));
@@ -122,19 +134,19 @@ double calcMeanIsoValue(Combination const & function, IInputSamples const & samp
     for (int task = 0; task < tasksNumber; ++task) {
         int const xEnd =
             xLow + static_cast<int>(static_cast<std::int64_t>(xHigh - xLow) * (task + 1) / tasksNumber);
-        tasks.emplace_back(function, samples, octree, weights, xBegin, xEnd);
+        tasks.emplace_back(function, context.samples, octree, weightsOf(context), xBegin, xEnd);
         xBegin = xEnd;
     }
 
     if (tasksNumber == 1) {
-        CPrgCntIntegerScope scope(progress, xHigh - xLow);
+        CPrgCntIntegerScope scope(context.progress, xHigh - xLow);
         tasks.front().calculate([&scope](int steps) {
             for (int step = 0; step < steps; ++step)
                 scope.increment();
         });
     } else {
         CTransThreadPrgCntAdapter adapter;
-        adapter.refresh(progress, std::max(0, xHigh - xLow));
+        adapter.refresh(context.progress, std::max(0, xHigh - xLow));
         std::vector<IVescaInvokeProc *> procedures;
         for (StripTask & task : tasks) {
             task.setAdapter(&adapter);
@@ -150,12 +162,14 @@ double calcMeanIsoValue(Combination const & function, IInputSamples const & samp
             total.weights += plane.weights;
         }
     }
-    return total.weights != 0.0 ? total.weightedValues / total.weights : total.weightedValues;
+    return meanOf(total);
 }
 
-double calcMeanIsoValue(BrickFunction const & function, IInputSamples const & samples, COctree const & octree,
-                        std::vector<float> const * weights, CProgressCounter * progress, int threads)
+double calcMeanIsoValue(BrickFunction const & function, StageContext const & context)
 {
+    IInputSamples const & samples = context.samples;
+    COctree const & octree = context.octree;
+    std::vector<float> const * const weights = weightsOf(context);
     int const cells = octree.getCellsNumberOnDeepestLevel();
     int const pieces = (cells + pieceCells - 1) / pieceCells;
     std::vector<PlaneSums> sums(static_cast<std::size_t>(pieces));
@@ -174,7 +188,7 @@ double calcMeanIsoValue(BrickFunction const & function, IInputSamples const & sa
         }
         sums[static_cast<std::size_t>(piece)] = pieceSums;
     };
-    WorkTeam::run(threads, progress, [&](WorkTeam & team) {
+    WorkTeam::run(context.threads, context.progress, [&](WorkTeam & team) {
         for (int first = 0; first < pieces; first += piecesPerReport) {
             team.setPosition(static_cast<double>(first) / pieces);
             team.forEach(std::min(piecesPerReport, pieces - first),
@@ -187,7 +201,7 @@ double calcMeanIsoValue(BrickFunction const & function, IInputSamples const & sa
         total.weightedValues += piece.weightedValues;
         total.weights += piece.weights;
     }
-    return total.weights != 0.0 ? total.weightedValues / total.weights : total.weightedValues;
+    return meanOf(total);
 }
 
 } // namespace VolTr

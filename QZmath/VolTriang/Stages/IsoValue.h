@@ -3,24 +3,15 @@
 
 #include <QZmath/VolTriang/Stages/PipelineTypes.h>
 
-#include <vector>
-
-class CProgressCounter;
-
 namespace VolTr
 {
 
 class BrickFunction;
-class COctree;
-class IInputSamples;
+struct StageContext;
 
-/// Weighted mean of a function at the samples, on one task per physical thread; 0 when the weights sum up to
-/// 0. The result is the same to the bit for any number of threads. \param weights null when all are 1
-double calcMeanIsoValue(Combination const & function, IInputSamples const & samples, COctree const & octree,
-                        std::vector<float> const * weights, CProgressCounter * progress);
-
-/// The same of a function in bricks, on up to `threads` threads.
-double calcMeanIsoValue(BrickFunction const & function, IInputSamples const & samples, COctree const & octree,
-                        std::vector<float> const * weights, CProgressCounter * progress, int threads);
+/// Weighted mean of a function at the samples; 0 when the weights sum up to 0. Each form of the function has
+/// an order of its own in which it adds, the same for any number of threads.
+double calcMeanIsoValue(Combination const & function, StageContext const & context);
+double calcMeanIsoValue(BrickFunction const & function, StageContext const & context);
 
 } // namespace VolTr

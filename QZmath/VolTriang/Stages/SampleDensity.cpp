@@ -7,6 +7,7 @@
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/NormalizeByLast.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
+#include <QZmath/VolTriang/Tree/TrilinearShare.h>
 
 #include <QZsys/Progress.h>
 
@@ -261,15 +262,10 @@ private:
     // Adds `calcTrilinearWeight` of the points.
     double addWeights(Point const & node, Point const & width, double sum) const
     {
-        bool const isThin =
-            std::any_of(width.begin(), width.end(), [](double w) { return std::fabs(w) < 1e-10; });
         for (Point const & point : m_points) {
             double weight = 1.0;
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                if (isThin && std::fabs(width[axis]) < 1e-10)
-                    continue;
-                weight *= 1.0 - std::fabs(point[axis] - node[axis]) / width[axis];
-            }
+            for (std::size_t axis = 0; axis < 3; ++axis)
+                weight *= trilinearShare(point[axis], node[axis], width[axis]);
             sum += weight;
         }
         return sum;

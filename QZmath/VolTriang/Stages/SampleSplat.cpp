@@ -4,6 +4,7 @@
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
 
 #include <QZsys/Progress.h>
 
@@ -25,8 +26,6 @@ int log4(double ratio)
     return count;
 }
 
-} // namespace
-
 int splatDepth(float weight, float averageDensity, int first, int deepest)
 {
     float const density = weight > 0.0f ? 1.0f / weight : 0.0f;
@@ -37,30 +36,36 @@ int splatDepth(float weight, float averageDensity, int first, int deepest)
     return std::max(first, std::min(deepest, deepest + level));
 }
 
-void splatNormals(IInputSamples const & samples, COctree const & octree, SampleDensity const * density,
-                  VectorField & field, CProgressCounter * progress)
+} // namespace
+
+SplatShare splatShareOf(SampleDensity const * density, int sample, int first, int deepest)
 {
+    if (density == nullptr)
+        return {1.0f, deepest};
+    float const weight = density->weights.at(static_cast<std::size_t>(sample));
+    return {weight, splatDepth(weight, density->averageDensity, first, deepest)};
+}
+
+void splatNormals(StageContext const & context, VectorField & field)
+{
+    IInputSamples const & samples = context.samples;
+    COctree const & octree = context.octree;
     int const samplesNumber = samples.pointsNumber();
     int const deepest = octree.getNodeDepthEnd() - 1;
     int const first = octree.getNodeDepthBegin();
     for (int sample = 0; sample < samplesNumber; ++sample) {
-        CPrgCntSubPhase phase(progress, static_cast<double>(sample) / samplesNumber, 1.0 / samplesNumber, 1,
-                              true);
+        CPrgCntSubPhase phase(context.progress, static_cast<double>(sample) / samplesNumber,
+                              1.0 / samplesNumber, 1, true);
         float const * point = samples.getSampleCoords3(sample);
-        float weight = 1.0f;
-        int depth = deepest;
-        if (density != nullptr) {
-            weight = density->weights.at(static_cast<std::size_t>(sample));
-            depth = splatDepth(weight, density->averageDensity, first, deepest);
-        }
+        SplatShare const splat = splatShareOf(context.density, sample, first, deepest);
         int const cell = octree.getCellByCoordinates(sample);
-        CParallelepiped const box = octree.getBoxOnNbrNodes(cell, depth);
+        CParallelepiped const box = octree.getBoxOnNbrNodes(cell, splat.depth);
         float const * normal = samples.getSampleNormal3(sample);
-        for (COctreeNeighborNodeIterator it(&octree, cell, depth); !it.isFinished(); it.next()) {
+        for (COctreeNeighborNodeIterator it(&octree, cell, splat.depth); !it.isFinished(); it.next()) {
             int const node = it.currentNodeIndex();
             double position[3];
             octree.getNodePosition(node, position);
-            double const share = calcTrilinearWeight(point, position, box) * weight;
+            double const share = calcTrilinearWeight(point, position, box) * splat.weight;
             for (std::size_t axis = 0; axis < 3; ++axis) {
                 Combination & component = *field[axis];
                 component.setBasisCoefficient(node,

@@ -3,25 +3,27 @@
 
 #include <QZmath/VolTriang/Stages/PipelineTypes.h>
 
-class CProgressCounter;
-
 namespace VolTr
 {
 
-class COctree;
-class IInputSamples;
 struct SampleDensity;
+struct StageContext;
 
-/// Depth at which a sample is splatted. A region four times thinner than the average goes one depth up, and
-/// so on by powers of four; denser ones stay at the deepest. A density of 0, or one that is not finite,
-/// counts as dense.
+/// How a sample counts in the field.
+struct SplatShare
+{
+    float weight;
+    int depth; ///< of the nodes that get it
+};
+
+/// A region four times thinner than the average goes one depth up, and so on by powers of four; denser ones
+/// stay at the deepest. A density of 0, or one that is not finite, counts as dense. Without a density the
+/// weight is 1 and the depth the deepest.
 ///
 /// \param first, deepest  depths that carry nodes, both included
-int splatDepth(float weight, float averageDensity, int first, int deepest);
+SplatShare splatShareOf(SampleDensity const * density, int sample, int first, int deepest);
 
 /// Distributes the normals of all samples with trilinear weights on the nodes around them.
-/// \param density null when all samples have weight 1 and are splatted at the deepest depth
-void splatNormals(IInputSamples const & samples, COctree const & octree, SampleDensity const * density,
-                  VectorField & field, CProgressCounter * progress);
+void splatNormals(StageContext const & context, VectorField & field);
 
 } // namespace VolTr

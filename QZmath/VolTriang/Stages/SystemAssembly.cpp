@@ -12,6 +12,7 @@
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/NormalizeByLast.h>
 #include <QZmath/VolTriang/Stages/SparseRowAccumulator.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 
 #include <QZsys/ParallelTasks.h>
@@ -351,14 +352,14 @@ ReconstructionSolver chooseSolver(int prefferedSolver, int unknowns, VsUt::IDebu
     return system;
 }
 
-void assembleSystem(Basis const & basis, GradientBasis const & gradBasis, VectorField const & field,
-                    COctree const & octree, ReconstructionSolver & system,
-                    VsPCnt::CMultiPhaseManager & phases, CProgressCounter * progress, VsUt::IDebugLog * log)
+void assembleSystem(StageContext const & context, GradientBasis const & gradBasis, VectorField const & field,
+                    ReconstructionSolver & system, VsPCnt::CMultiPhaseManager & phases)
 {
+    CProgressCounter * const progress = context.progress;
     std::vector<double> right;
-    tf_rigthPartMaker rightPartMaker(right, field, gradBasis, basis, log);
-    tf_matrixMaker matrixMaker(system, basis, octree, log);
-    if (CVescaThreadingTasksHelper::getNumOfPhisicalThread() < 2) {
+    tf_rigthPartMaker rightPartMaker(right, field, gradBasis, context.basis, context.log);
+    tf_matrixMaker matrixMaker(system, context.basis, context.octree, context.log);
+    if (context.threads < 2) {
         {
             VsPCnt::CMultiPhaseManagerSingleSubPhase phase(&phases, "right_part");
             rightPartMaker.make(progress);
@@ -367,7 +368,7 @@ void assembleSystem(Basis const & basis, GradientBasis const & gradBasis, Vector
         matrixMaker.make(progress);
     } else {
         VsPCnt::CMultiPhaseManagerSingleSubPhase phase(&phases, "matrix+right_part");
-        std::int64_t const steps = 4 * static_cast<std::int64_t>(octree.getNodesNumber());
+        std::int64_t const steps = 4 * static_cast<std::int64_t>(context.octree.getNodesNumber());
         CTransThreadPrgCntAdapter adapter;
         adapter.refresh(progress, static_cast<int>(std::min<std::int64_t>(steps, INT_MAX)));
         rightPartMaker.setAdapter(&adapter);
@@ -385,9 +386,9 @@ void assembleSystem(Basis const & basis, GradientBasis const & gradBasis, Vector
     }
 }
 
-std::unique_ptr<Combination> solveEquation(Basis const & basis, ReconstructionSolver system,
-                                           CProgressCounter * progress, VsUt::IDebugLog * log)
+std::unique_ptr<Combination> solveEquation(StageContext const & context, ReconstructionSolver system)
 {
+    VsUt::IDebugLog * const log = context.log;
     class LC_RightPartSetter final : public REmath::IVertexPosInformer<double>
     {
     public:
@@ -407,13 +408,13 @@ std::unique_ptr<Combination> solveEquation(Basis const & basis, ReconstructionSo
     };
 
     logText(log, "Trying to solve linear system...");
-    auto solution = std::make_unique<Combination>(&basis);
+    auto solution = std::make_unique<Combination>(&context.basis);
     system.matrixReservator->normalizeSystem(log);
     LC_RightPartSetter const setter;
     LC_SolutionReceiver receiver(*solution);
     REmath::IVertexPosInformer<double> const * informers[] = {&setter};
     REmath::IEqSysResultReciever<double> * recievers[] = {&receiver};
-    if (!system.solver->SolveSystem(1, informers, recievers, progress)) {
+    if (!system.solver->SolveSystem(1, informers, recievers, context.progress)) {
         char const * const text = "Failed to solve linear system";
         logText(log, text);
         throw CVolTriangulationError(text);

@@ -8,7 +8,6 @@
 #include <memory>
 #include <vector>
 
-class CProgressCounter;
 namespace REmath
 {
 template <class T>
@@ -26,7 +25,7 @@ class IDebugLog;
 namespace VolTr
 {
 
-class COctree;
+struct StageContext;
 
 /// What assembly and solution need to know of the concrete solver behind `IVertexPosLinearSystem`: its matrix
 /// storage.
@@ -68,13 +67,11 @@ ReconstructionSolver chooseSolver(int prefferedSolver, int unknowns, VsUt::IDebu
 /// Fills the solver with the system of the reconstruction: minus the products of the basis functions with
 /// their Laplacians, and their products with the divergence of the field. Runs right part and matrix at the
 /// same time when two threads are there.
-void assembleSystem(Basis const & basis, GradientBasis const & gradBasis, VectorField const & field,
-                    COctree const & octree, ReconstructionSolver & system,
-                    VsPCnt::CMultiPhaseManager & phases, CProgressCounter * progress, VsUt::IDebugLog * log);
+void assembleSystem(StageContext const & context, GradientBasis const & gradBasis, VectorField const & field,
+                    ReconstructionSolver & system, VsPCnt::CMultiPhaseManager & phases);
 
 /// Solves the system and returns the implicit function.
 /// \throws CVolTriangulationError "Failed to solve linear system"
-std::unique_ptr<Combination> solveEquation(Basis const & basis, ReconstructionSolver system,
-                                           CProgressCounter * progress, VsUt::IDebugLog * log);
+std::unique_ptr<Combination> solveEquation(StageContext const & context, ReconstructionSolver system);
 
 } // namespace VolTr

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/Bricks/BrickSystem.h>
+#include <QZmath/VolTriang/Stages/PipelineTypes.h>
+#include <QZmath/VolTriang/Stages/ReconstructionPath.h>
+
+#include <array>
+#include <optional>
+#include <vector>
+
+namespace VolTr
+{
+
+struct NodeDepths;
+
+/// The path without a matrix, over the nodes in bricks.
+class BrickPath final : public ReconstructionPath
+{
+public:
+    /// Can the bricks hold nodes of these depths with this kernel?
+    static bool canServe(NodeDepths const & depths, Kernel const & kernel);
+
+    void registerPhases(VsPCnt::CMultiPhaseManager & phases) const override;
+    void prepare(StageContext const & context) override;
+    void splat(StageContext const & context) override;
+    void assemble(StageContext const & context, VsPCnt::CMultiPhaseManager & phases) override;
+    std::unique_ptr<ImplicitFunction> solve(StageContext const & context) override;
+
+private:
+    void makeRightPart(StageContext const & context);
+    void toAmplitudes(std::vector<float> & unknowns) const;
+
+    std::optional<BrickLattice> m_lattice;
+    std::optional<BrickSystem> m_system;
+    std::vector<std::array<double, 3>> m_field; // compact
+    BrickSystem::Vector m_right;
+};
+
+} // namespace VolTr

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Stages/BrickedFunction.h>
+
+#include <QZmath/VolTriang/Bricks/BrickSurface.h>
+#include <QZmath/VolTriang/Bricks/WorkTeam.h>
+#include <QZmath/VolTriang/Stages/IsoValue.h>
+#include <QZmath/VolTriang/Stages/LevelSet.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
+
+#include <QZsys/Progress.h>
+
+#include <functional>
+#include <optional>
+#include <utility>
+
+namespace VolTr
+{
+
+class BrickedFunction::PointEvaluator final : public ImplicitFunction::Evaluator
+{
+public:
+    explicit PointEvaluator(BrickFunction const & function) : m_function(function) {}
+
+    double value(double const * point) override { return m_function.eval(point, m_hint); }
+    void gradient(double const * point, double * out3) override { m_function.gradient(point, out3, m_hint); }
+
+private:
+    BrickFunction const & m_function;
+    BrickFunction::Hint m_hint;
+};
+
+BrickedFunction::BrickedFunction(BrickFunction function) : m_function(std::move(function)) {}
+
+std::unique_ptr<ImplicitFunction::Evaluator> BrickedFunction::makeEvaluator(double) const
+{
+    return std::make_unique<PointEvaluator>(m_function);
+}
+
+double BrickedFunction::meanAtSamples(StageContext const & context) const
+{
+    return calcMeanIsoValue(m_function, context);
+}
+
+bool BrickedFunction::polygonise(LevelSet const & levelSet, StageContext const & context,
+                                 TriangleSink & sink) const
+{
+    PointEvaluator evaluator(m_function);
+    std::optional<REmath::Point3D_d> const start = findSurface(evaluator, levelSet);
+    // A negative edge makes no lattice.
+    if (!start || levelSet.lattice.edge < 0.0)
+        return false;
+    double const startCoords[3] = {start->x(), start->y(), start->z()};
+    std::function<bool(double const *)> isRefused;
+    if (SurfaceEnd const * const end = levelSet.end)
+        isRefused = [end](double const * point) { return end->isBeyond(point); };
+    BrickSurface surface(m_function, levelSet.isoValue, startCoords, levelSet.lattice.edge,
+                         levelSet.lattice.bounds, isRefused);
+    {
+        CPrgCntSubPhase phase(context.progress, 0.0, 0.3, 0, true);
+        WorkTeam::run(context.threads, context.progress,
+                      [&surface](WorkTeam & team) { surface.prepare(team); });
+    }
+    CPrgCntSubPhase phase(context.progress, 0.3, 0.7, 0, true);
+    surface.walk(sink);
+    sink.finish();
+    return true;
+}
+
+} // namespace VolTr

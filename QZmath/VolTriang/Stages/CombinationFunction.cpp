@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Stages/CombinationFunction.h>
+
+#include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/Stages/IsoValue.h>
+#include <QZmath/VolTriang/Stages/LevelSet.h>
+
+#include <array>
+#include <utility>
+
+namespace VolTr
+{
+
+GradientBasis makeGradientBasis(Basis const & basis)
+{
+    GradientBasis result;
+    for (int axis = 0; axis < 3; ++axis) {
+        Kernel derivative;
+        basis.getSamplePtr()->makePartialDerivative(&derivative, axis);
+        result[static_cast<std::size_t>(axis)] =
+            std::make_unique<Basis>(derivative, &basis.getOctreeRef(), 1);
+    }
+    return result;
+}
+
+// A walk stays local and returns to places that it left a while ago, so a few regions are kept.
+class CombinationFunction::PointEvaluator final : public ImplicitFunction::Evaluator
+{
+public:
+    PointEvaluator(CombinationFunction const & function, double extent)
+        : m_function(function), m_value(8, extent), m_gradient{m_value, m_value, m_value}
+    {}
+
+    double value(double const * point) override { return m_function.m_function->eval(point, &m_value); }
+
+    void gradient(double const * point, double * out3) override
+    {
+        VectorField const & parts = m_function.gradient();
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            out3[axis] = parts[axis]->eval(point, &m_gradient[axis]);
+    }
+
+private:
+    CombinationFunction const & m_function;
+    COctreeFuncEvalHelper m_value;
+    std::array<COctreeFuncEvalHelper, 3> m_gradient;
+};
+
+CombinationFunction::CombinationFunction(std::unique_ptr<Combination> function)
+    : m_function(std::move(function))
+{}
+
+std::unique_ptr<ImplicitFunction::Evaluator> CombinationFunction::makeEvaluator(double extent) const
+{
+    return std::make_unique<PointEvaluator>(*this, extent);
+}
+
+double CombinationFunction::meanAtSamples(StageContext const & context) const
+{
+    return calcMeanIsoValue(*m_function, context);
+}
+
+bool CombinationFunction::polygonise(LevelSet const & levelSet, StageContext const &,
+                                     TriangleSink & sink) const
+{
+    std::unique_ptr<Evaluator> const evaluator = makeEvaluator(levelSet.lattice.edge * 4.0);
+    return polygoniseByCubes(*evaluator, levelSet, sink);
+}
+
+VectorField const & CombinationFunction::gradient() const
+{
+    std::call_once(m_gradientMade, [this] {
+        Basis const & basis = m_function->getRelatedBasisRef();
+        m_gradBasis = makeGradientBasis(basis);
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            m_gradient[axis] = std::make_unique<Combination>(m_gradBasis[axis].get());
+            for (int node = 0; node < basis.getFunctionsNumber(); ++node)
+                m_gradient[axis]->setBasisCoefficient(node, m_function->getBasisCoefficient(node));
+        }
+    });
+    return m_gradient;
+}
+
+} // namespace VolTr

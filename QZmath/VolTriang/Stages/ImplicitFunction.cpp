@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Stages/ImplicitFunction.h>
+
+#include <QZmath/VolTriang/Stages/ReconstructionPath.h>
+
+namespace VolTr
+{
+
+ImplicitFunction::~ImplicitFunction() = default;
+ReconstructionPath::~ReconstructionPath() = default;
+
+} // namespace VolTr

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Stages/PathChoice.h>
+
+#include <QZmath/VolTriang/InputSamples.h>
+#include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/Stages/BrickPath.h>
+#include <QZmath/VolTriang/Stages/ExactPath.h>
+#include <QZmath/VolTriang/Stages/LogLine.h>
+#include <QZmath/VolTriang/Tree/NodeDepths.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
+
+#include <algorithm>
+
+namespace VolTr
+{
+
+namespace
+{
+
+bool areBricksWanted(CVolTriangulationParams const & params)
+{
+    return params.getAccelerated() && params.getPrefferedSolver() == 0;
+}
+
+bool canBricksServe(CVolTriangulationParams const & params, Kernel const & kernel, VsUt::IDebugLog * log)
+{
+    // The tree refuses other depths.
+    int const depth = std::clamp(params.getOctreeDepth(), 0, COctree::MAX_DEPTH);
+    if (BrickPath::canServe(nodeDepthsOf(depth, params.getUseCenter(), params.getDetalizationLevel()),
+                            kernel))
+        return true;
+    logText(log, "Accelerated solver cannot serve this kernel or depth");
+    return false;
+}
+
+} // namespace
+
+std::unique_ptr<ReconstructionPath> choosePath(IInputSamples const & samples,
+                                               CVolTriangulationParams const & params, Kernel const & kernel,
+                                               int threads, VsUt::IDebugLog * log)
+{
+    // Without samples there are no nodes, and the exact path tells of the empty system.
+    if (areBricksWanted(params) && canBricksServe(params, kernel, log) && samples.pointsNumber() > 0)
+        return std::make_unique<BrickPath>();
+    double const solveShare = params.getOctreeDepth() >= 9 ? 200 : 30;
+    return std::make_unique<ExactPath>(threads, solveShare);
+}
+
+} // namespace VolTr
