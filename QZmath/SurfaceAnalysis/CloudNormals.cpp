@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/SurfaceAnalysis/CloudNormals.h>
 
+#include <QZmath/SurfaceAnalysis/Cloud/PointTree.h>
+#include <QZmath/SurfaceAnalysis/Cloud/SpanningTree.h>
+#include <QZmath/SurfaceAnalysis/Neighbourhood/CurvatureTensor.h>
+#include <QZmath/SurfaceAnalysis/Neighbourhood/Scatter.h>
 #include <QZmath/SurfaceAnalysis/NormalEstimation.h>
-#include <QZmath/SurfaceAnalysis/NormalEstimationDetail.h>
-#include <QZmath/SurfaceAnalysis/ParallelChunksDetail.h>
-#include <QZmath/SurfaceAnalysis/PointTreeDetail.h>
-#include <QZmath/SurfaceAnalysis/SpanningTreeDetail.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <QZsys/Progress.h>
@@ -77,26 +78,22 @@ int forAllNeighbourhoods(CPointTree const & tree, int count, double radius, CPro
         Gathered gathered;
         int made = 0;
     };
-    // Small enough to share out evenly and to stop soon.
-    int const leavesPerChunk = 64;
-    int const chunks = (tree.leafCount() + leavesPerChunk - 1) / leavesPerChunk;
-    int const threads = REmath::Detail::threadsForChunks(chunks);
-    std::vector<Worker> workers(static_cast<std::size_t>(threads),
-                                Worker{CNeighbourFinder(tree, count, radius), {}, 0});
-    REmath::Detail::forChunks(chunks, threads, progress, [&](int thread, int chunk) {
-        Worker & worker = workers[static_cast<std::size_t>(thread)];
-        int const end = std::min((chunk + 1) * leavesPerChunk, tree.leafCount());
-        for (int leaf = chunk * leavesPerChunk; leaf < end; ++leaf) {
+    int made = 0;
+    QzBackend::LoopTeam::run(tree.usefulThreads(), progress, [&](QzBackend::LoopTeam & team) {
+        std::vector<Worker> workers(static_cast<std::size_t>(team.threads()),
+                                    Worker{CNeighbourFinder(tree, count, radius), {}, 0});
+        auto const workOffLeaf = [&](int slot, int leaf) {
+            Worker & worker = workers[static_cast<std::size_t>(slot)];
             worker.finder.openLeaf(leaf);
             for (int position = tree.leafBegin(leaf); position < tree.leafBegin(leaf + 1); ++position) {
                 worker.gathered.take(tree, position, worker.finder.find(position));
                 worker.made += estimate(tree.index(position), worker.gathered);
             }
-        }
+        };
+        team.forEachOnSlot(tree.leafCount(), workOffLeaf, 1);
+        for (Worker const & worker : workers)
+            made += worker.made;
     });
-    int made = 0;
-    for (Worker const & worker : workers)
-        made += worker.made;
     return made;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/SurfaceAnalysis/PointTreeDetail.h>
+#include <QZmath/SurfaceAnalysis/Cloud/PointTree.h>
 
 #include <apps/sampling/Random.h>
 

@@ -155,6 +155,8 @@ TEST_F(IncludeGraph, innerFoldersServeTheirOwnFolder)
         {"Stages", {"", "Bricks", "Basis", "Polygoniser", "Tree"}},
         {"Bricks", {"", "Polygoniser", "Tree"}},
         {"Engine", {""}},
+        {"Cloud", {""}},
+        {"Neighbourhood", {""}},
         {"Products", {""}},
         {"Polygoniser", {""}},
         {"Basis", {""}},

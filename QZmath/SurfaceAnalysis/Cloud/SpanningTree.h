@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QZmath/SurfaceAnalysis/PointTreeDetail.h>
+#include <QZmath/SurfaceAnalysis/Cloud/PointTree.h>
 
 class CProgressCounter;
 

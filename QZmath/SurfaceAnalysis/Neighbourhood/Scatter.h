@@ -6,7 +6,6 @@
 
 #include <cmath>
 
-/// What single neighbourhoods and whole clouds share.
 namespace REmath::Detail
 {
 
@@ -75,12 +74,5 @@ inline bool decomposeScatterOf(int n, Point3D const * points, double ** matrix, 
     sumScatter(n, points, matrix);
     return decomposeScatter(matrix, eigen) && eigen.smallest >= 0;
 }
-
-/// Symmetric curvature tensor, row by row, at the first point of a neighbourhood by a quadric: what
-/// `EstimateCurvature` gives, with the same arguments. `isSphereBetter`, which can be null, tells whether a
-/// sphere through the first point fits better: the quadric is an artefact then, since the spheres are among
-/// the quadrics.
-bool estimateCurvatureTensor(int n, Point3D const * points, bool computeNormal, double * normal,
-                             double (&tensor)[3][3], bool * isSphereBetter);
 
 } // namespace REmath::Detail

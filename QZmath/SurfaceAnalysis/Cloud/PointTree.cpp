@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/SurfaceAnalysis/PointTreeDetail.h>
+#include <QZmath/SurfaceAnalysis/Cloud/PointTree.h>
 
-#include <QZmath/SurfaceAnalysis/ParallelChunksDetail.h>
+#include <QZmath/Backend/Parallel.h>
 
-#include <QZsys/Progress.h>
+#include <QZsys/ParallelTasks.h>
 
 #include <algorithm>
 #include <cmath>
@@ -135,25 +135,27 @@ CPointTree::CPointTree(int n, Point3D const * points, CProgressCounter * progres
         splitOnAllThreads(records, progress);
 }
 
+int CPointTree::usefulThreads() const
+{
+    int const leavesForEach = 64;
+    return std::clamp(m_leafCount / leavesForEach, 1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+}
+
 void CPointTree::splitOnAllThreads(std::vector<Record> & records, CProgressCounter * progress)
 {
     // The upper levels one by one, and below them whole subtrees.
     constexpr int subtrees = 16;
-    double position = 0;
-    for (int nodes = 1; nodes <= m_leafCount; nodes *= 2) {
-        int const leaves = m_leafCount / nodes;
-        bool const isLast = nodes == subtrees || nodes == m_leafCount;
-        CPrgCntSubPhase const level(progress, position, isLast ? 1 - position : 0.06, 0, true);
-        position += 0.06;
-        forChunks(nodes, records.size() < 10000 ? 1 : threadsForChunks(nodes), progress, [&](int, int chunk) {
-            if (isLast)
-                splitBelow(records, nodes + chunk, leaves);
-            else
-                splitNode(records, nodes + chunk, leaves);
-        });
-        if (isLast)
-            return;
-    }
+    QzBackend::LoopTeam::run(usefulThreads(), progress, [&](QzBackend::LoopTeam & team) {
+        double position = 0;
+        for (int nodes = 1; nodes < std::min(subtrees, m_leafCount); nodes *= 2) {
+            position += 0.06;
+            team.forEach(
+                nodes, [&](int node) { splitNode(records, nodes + node, m_leafCount / nodes); }, position);
+        }
+        int const nodes = std::min(subtrees, m_leafCount);
+        team.forEach(
+            nodes, [&](int node) { splitBelow(records, nodes + node, m_leafCount / nodes); }, 1);
+    });
 }
 
 void CPointTree::splitBelow(std::vector<Record> & records, int node, int leaves)

@@ -55,6 +55,9 @@ public:
     std::uint32_t index(int position) const { return m_indices[static_cast<std::size_t>(position)]; }
     /// The unit of the cloud in that of the tree: tree = cloud * unit().
     double unit() const { return m_unit; }
+    /// How many threads are worth their while for work on all points: those of the tasks helper, but none
+    /// with only a few leaves to do.
+    int usefulThreads() const;
 
 private:
     struct Record

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/SurfaceAnalysis/SpanningTreeDetail.h>
+#include <QZmath/SurfaceAnalysis/Cloud/SpanningTree.h>
 
-#include <QZmath/SurfaceAnalysis/ParallelChunksDetail.h>
-
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <QZsys/Progress.h>
@@ -19,6 +18,8 @@ namespace REmath::Detail
 
 namespace
 {
+
+using QzBackend::LoopTeam;
 
 /// Points of the graph's neighbourhoods, the point itself included, and of those that link its parts.
 constexpr int graphNeighbours = 16;
@@ -122,30 +123,25 @@ private:
     std::vector<int> m_sizes;
 };
 
-/// Calls `visit(position, neighbours)` for the points of the tree on all threads.
+/// Calls `visit(position, findNeighbours)` for the points of the tree on the threads of the team.
 template <class Visit>
-void forAllPoints(CPointTree const & tree, int neighbours, CProgressCounter * progress, Visit visit)
+void forAllPoints(CPointTree const & tree, int neighbours, LoopTeam & team, Visit visit)
 {
-    int const leavesPerChunk = 64;
-    int const chunks = (tree.leafCount() + leavesPerChunk - 1) / leavesPerChunk;
-    int const threads = threadsForChunks(chunks);
     std::vector<CNeighbourFinder> finders(
-        static_cast<std::size_t>(threads),
+        static_cast<std::size_t>(team.threads()),
         CNeighbourFinder(tree, neighbours, std::numeric_limits<double>::infinity()));
-    forChunks(chunks, threads, progress, [&](int thread, int chunk) {
-        CNeighbourFinder & finder = finders[static_cast<std::size_t>(thread)];
-        int const end = std::min((chunk + 1) * leavesPerChunk, tree.leafCount());
-        for (int leaf = chunk * leavesPerChunk; leaf < end; ++leaf) {
-            bool isOpen = false;
-            for (int position = tree.leafBegin(leaf); position < tree.leafBegin(leaf + 1); ++position) {
-                visit(position, [&] {
-                    if (!std::exchange(isOpen, true))
-                        finder.openLeaf(leaf);
-                    return finder.find(position);
-                });
-            }
+    auto const visitLeaf = [&](int slot, int leaf) {
+        CNeighbourFinder & finder = finders[static_cast<std::size_t>(slot)];
+        bool isOpen = false;
+        for (int position = tree.leafBegin(leaf); position < tree.leafBegin(leaf + 1); ++position) {
+            visit(position, [&] {
+                if (!std::exchange(isOpen, true))
+                    finder.openLeaf(leaf);
+                return finder.find(position);
+            });
         }
-    });
+    };
+    team.forEachOnSlot(tree.leafCount(), visitLeaf, 1);
 }
 
 struct Edge
@@ -154,13 +150,12 @@ struct Edge
 };
 
 /// The edges between near neighbours, the lightest first, and of equal ones in the order of the tree.
-std::vector<Edge> sortedEdges(CPointTree const & tree, PositionNormals const & normals,
-                              CProgressCounter * progress)
+std::vector<Edge> sortedEdges(CPointTree const & tree, PositionNormals const & normals, LoopTeam & team)
 {
     std::size_t const slots = graphNeighbours - 1;
     std::vector<int> targets(slots * static_cast<std::size_t>(tree.size()), -1);
     std::vector<std::uint8_t> levels(targets.size(), noEdge);
-    forAllPoints(tree, graphNeighbours, progress, [&](int position, auto findNeighbours) {
+    forAllPoints(tree, graphNeighbours, team, [&](int position, auto findNeighbours) {
         if (!normals.exists(position))
             return;
         CNeighbourFinder::Neighbours const neighbours = findNeighbours();
@@ -178,7 +173,7 @@ std::vector<Edge> sortedEdges(CPointTree const & tree, PositionNormals const & n
     // An edge that both ends know counts at the one that comes first.
     int const blocks = (tree.size() + blockSize - 1) / blockSize;
     std::vector<std::array<std::size_t, levelCount>> counts(static_cast<std::size_t>(blocks));
-    forChunks(blocks, threadsForChunks(blocks), nullptr, [&](int, int block) {
+    team.forEach(blocks, [&](int block) {
         std::array<std::size_t, levelCount> & count = counts[static_cast<std::size_t>(block)];
         count.fill(0);
         int const end = std::min((block + 1) * blockSize, tree.size());
@@ -199,7 +194,7 @@ std::vector<Edge> sortedEdges(CPointTree const & tree, PositionNormals const & n
             total += std::exchange(count[level], total);
     }
     std::vector<Edge> edges(total);
-    forChunks(blocks, threadsForChunks(blocks), nullptr, [&](int, int block) {
+    team.forEach(blocks, [&](int block) {
         std::array<std::size_t, levelCount> & next = counts[static_cast<std::size_t>(block)];
         int const end = std::min((block + 1) * blockSize, tree.size());
         for (int from = block * blockSize; from < end; ++from) {
@@ -220,7 +215,8 @@ void spread(CPointTree const & tree, PositionNormals const & normals, SignedSets
     std::vector<Edge> edges;
     {
         CPrgCntSubPhase const searching(progress, 0.0, 0.5, 0, true);
-        edges = sortedEdges(tree, normals, progress);
+        LoopTeam::run(tree.usefulThreads(), progress,
+                      [&](LoopTeam & team) { edges = sortedEdges(tree, normals, team); });
     }
     CPrgCntSubPhase const joining(progress, 0.5, 0.4, 0, true);
     for (std::size_t i = 0; i < edges.size(); ++i) {
@@ -336,7 +332,7 @@ void linkParts(CPointTree const & tree, PositionNormals const & normals, SignedS
             return;
         for (int position = 0; position < tree.size(); ++position)
             roots[static_cast<std::size_t>(position)] = sets.find(position).root;
-        forAllPoints(tree, linkNeighbours, progress, [&](int position, auto findNeighbours) {
+        auto const findLink = [&](int position, auto findNeighbours) {
             Link & link = links[static_cast<std::size_t>(position)];
             link = {};
             int const root = roots[static_cast<std::size_t>(position)];
@@ -351,7 +347,9 @@ void linkParts(CPointTree const & tree, PositionNormals const & normals, SignedS
                 if (level < link.level)
                     link = {target, level};
             }
-        });
+        };
+        LoopTeam::run(tree.usefulThreads(), progress,
+                      [&](LoopTeam & team) { forAllPoints(tree, linkNeighbours, team, findLink); });
         order.clear();
         for (int position = 0; position < tree.size(); ++position) {
             if (links[static_cast<std::size_t>(position)].to >= 0)
