@@ -2,6 +2,7 @@
 #include <QZsys/ParallelTasks.h>
 
 #include "CpuConfDetail.h"
+#include "IndexDetail.h"
 
 #include <algorithm>
 #include <atomic>
@@ -129,7 +130,7 @@ void CVescaThreadingTasksHelper::setNumOfPhisicalThread(int n)
 void CVescaThreadingTasksHelper::performInParallel(IVescaInvokeProc ** tasks, int count,
                                                    IVescaThreadOnTimerObserver * observer)
 {
-    std::size_t const taskCount = tasks && count > 0 ? static_cast<std::size_t>(count) : 0;
+    std::size_t const taskCount = tasks && count > 0 ? VsUt::asIndex(count) : 0;
     TaskGroup group(taskCount);
     std::vector<std::size_t> leftForThisThread;
     leftForThisThread.reserve(taskCount);

@@ -17,8 +17,6 @@ double unitClamped(double value) { return value > 0.0 ? std::min(value, 1.0) : 0
 
 } // namespace
 
-CProgressCounter::CProgressCounter() = default;
-
 CProgressCounter::~CProgressCounter()
 {
     for (CPrgCntSubPhase * open = m_innermost; open; open = open->m_outer)
@@ -121,7 +119,6 @@ namespace VsPCnt
 {
 
 CMultiPhaseManager::CMultiPhaseManager(CProgressCounter * counter) : m_counter(counter) {}
-CMultiPhaseManager::~CMultiPhaseManager() = default;
 
 void CMultiPhaseManager::RegisterPhase(std::string const & name, double weight)
 {

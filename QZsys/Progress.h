@@ -42,7 +42,7 @@ class CMultiPhaseManager;
 class QZSYS_API CProgressCounter
 {
 public:
-    CProgressCounter();
+    CProgressCounter() = default;
     /// Sub-phases that are still open are detached: closing them does nothing.
     virtual ~CProgressCounter();
     CProgressCounter(CProgressCounter const &) = delete;
@@ -104,7 +104,7 @@ public:
     /// means something to a user) describe the sub-phase to a reader of the code; neither has an influence on
     /// positions or hooks.
     CPrgCntSubPhase(CProgressCounter * counter, double start, double length, int expectedSteps, bool shown);
-    /// The same in hundredths of the range.
+    /// The part in hundredths of the range.
     CPrgCntSubPhase(CProgressCounter * counter, int start, int length, int expectedSteps, bool shown);
     ~CPrgCntSubPhase() { Finish(); }
     CPrgCntSubPhase(CPrgCntSubPhase const &) = delete;
@@ -173,7 +173,7 @@ class QZSYS_API CMultiPhaseManager
 public:
     explicit CMultiPhaseManager(CProgressCounter * counter);
     /// Closes the current phase.
-    ~CMultiPhaseManager();
+    ~CMultiPhaseManager() = default;
     CMultiPhaseManager(CMultiPhaseManager const &) = delete;
     CMultiPhaseManager & operator=(CMultiPhaseManager const &) = delete;
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZsys/ProgressBlocks.h>
 
+#include "IndexDetail.h"
+
 #include <algorithm>
 
 CPrgCntBlocksTreaded::CPrgCntBlocksTreaded(CProgressCounter * parent, int blockCount) : m_parent(parent)
@@ -8,12 +10,10 @@ CPrgCntBlocksTreaded::CPrgCntBlocksTreaded(CProgressCounter * parent, int blockC
     setBlockCount(blockCount);
 }
 
-CPrgCntBlocksTreaded::~CPrgCntBlocksTreaded() = default;
-
 void CPrgCntBlocksTreaded::setBlockCount(int blockCount)
 {
     std::lock_guard<std::mutex> const lock(m_mutex);
-    m_blockFinished.assign(static_cast<std::size_t>(std::max(blockCount, 0)), 0);
+    m_blockFinished.assign(VsUt::asIndex(std::max(blockCount, 0)), 0);
     m_finishedCount = 0;
     m_reported = 0.0;
     for (Child & child : m_children)
@@ -55,8 +55,8 @@ void CPrgCntBlocksTreaded::OnOneBlockMoreFinished(int block, CProgressCounter * 
     std::lock_guard<std::mutex> const lock(m_mutex);
     if (Child * const known = findChild(child))
         known->block = -1;
-    if (isBlock(block) && !m_blockFinished[static_cast<std::size_t>(block)]) {
-        m_blockFinished[static_cast<std::size_t>(block)] = 1;
+    if (isBlock(block) && !m_blockFinished[VsUt::asIndex(block)]) {
+        m_blockFinished[VsUt::asIndex(block)] = 1;
         ++m_finishedCount;
     }
 }
@@ -90,7 +90,7 @@ CPrgCntBlocksTreaded::Child * CPrgCntBlocksTreaded::findChild(CProgressCounter *
 
 bool CPrgCntBlocksTreaded::isBlock(int block) const
 {
-    return block >= 0 && static_cast<std::size_t>(block) < m_blockFinished.size();
+    return block >= 0 && VsUt::asIndex(block) < m_blockFinished.size();
 }
 
 double CPrgCntBlocksTreaded::overallPosition() const
@@ -99,7 +99,7 @@ double CPrgCntBlocksTreaded::overallPosition() const
         return 1.0;
     double sum = m_finishedCount;
     for (Child const & child : m_children)
-        if (isBlock(child.block) && !m_blockFinished[static_cast<std::size_t>(child.block)])
+        if (isBlock(child.block) && !m_blockFinished[VsUt::asIndex(child.block)])
             sum += child.counter->getPosFloat();
     return std::min(1.0, sum / static_cast<double>(m_blockFinished.size()));
 }

@@ -25,7 +25,6 @@ class QZSYS_API CPrgCntBlocksTreaded
 public:
     /// The parent may be null; then nothing is reported. `blockCount` as in `setBlockCount`.
     explicit CPrgCntBlocksTreaded(CProgressCounter * parent, int blockCount = 0);
-    ~CPrgCntBlocksTreaded();
     CPrgCntBlocksTreaded(CPrgCntBlocksTreaded const &) = delete;
     CPrgCntBlocksTreaded & operator=(CPrgCntBlocksTreaded const &) = delete;
 

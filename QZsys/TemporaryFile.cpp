@@ -39,7 +39,7 @@ std::size_t transferAll(std::size_t count, Transfer transfer)
             continue;
         if (now <= 0)
             break;
-        done += std::size_t(now);
+        done += static_cast<std::size_t>(now);
     }
     return done;
 }
@@ -61,7 +61,8 @@ std::FILE * openTemporaryFile(char const * name)
 std::size_t readFileAt(std::FILE * file, void * bytes, std::size_t count, std::uint64_t offset)
 {
     return transferAll(count, [&](std::size_t done) {
-        return ::pread(::fileno(file), static_cast<char *>(bytes) + done, count - done, off_t(offset + done));
+        return ::pread(::fileno(file), static_cast<char *>(bytes) + done, count - done,
+                       static_cast<off_t>(offset + done));
     });
 }
 
@@ -69,7 +70,7 @@ bool writeFileAt(std::FILE * file, void const * bytes, std::size_t count, std::u
 {
     return transferAll(count, [&](std::size_t done) {
                return ::pwrite(::fileno(file), static_cast<char const *>(bytes) + done, count - done,
-                               off_t(offset + done));
+                               static_cast<off_t>(offset + done));
            }) == count;
 }
 

@@ -76,7 +76,8 @@ std::uint64_t CFileBinaryStream::skipToEnd(std::uint64_t limit)
     char scratch[16384];
     std::uint64_t passed = 0;
     while (passed < limit) {
-        std::size_t const wanted = std::size_t(std::min<std::uint64_t>(sizeof scratch, limit - passed));
+        std::size_t const wanted =
+            static_cast<std::size_t>(std::min<std::uint64_t>(sizeof scratch, limit - passed));
         std::size_t const count = std::fread(scratch, 1, wanted, m_file);
         passed += count;
         if (count < wanted)
@@ -109,10 +110,6 @@ CFileWrapClose::CFileWrapClose(std::FILE * file)
     : m_shared(file ? std::make_shared<CSharedFile>(file) : nullptr)
 {}
 
-CFileWrapClose::CFileWrapClose(CFileWrapClose const & other) = default;
-CFileWrapClose::CFileWrapClose(CFileWrapClose && other) noexcept = default;
-CFileWrapClose & CFileWrapClose::operator=(CFileWrapClose const & other) = default;
-CFileWrapClose & CFileWrapClose::operator=(CFileWrapClose && other) noexcept = default;
 CFileWrapClose::~CFileWrapClose() = default;
 
 std::FILE * CFileWrapClose::FilePtr() const { return m_shared ? m_shared->get() : nullptr; }

@@ -57,11 +57,11 @@ class QZMATH_API CFileWrapClose
 {
 public:
     explicit CFileWrapClose(std::FILE * file);
-    CFileWrapClose(CFileWrapClose const & other);
+    CFileWrapClose(CFileWrapClose const &) = default;
     /// Leaves the other one with null.
-    CFileWrapClose(CFileWrapClose && other) noexcept;
-    CFileWrapClose & operator=(CFileWrapClose const & other);
-    CFileWrapClose & operator=(CFileWrapClose && other) noexcept;
+    CFileWrapClose(CFileWrapClose &&) noexcept = default;
+    CFileWrapClose & operator=(CFileWrapClose const &) = default;
+    CFileWrapClose & operator=(CFileWrapClose &&) noexcept = default;
     virtual ~CFileWrapClose();
 
     std::FILE * FilePtr() const;

@@ -28,7 +28,7 @@ int scaled(float value) { return rndtoni(value * 255.0f); }
 
 void colorI2RGB(QZ_rgb_color & out, unsigned long c)
 {
-    out = QZ_rgb_color(double(channel(c, 0)), double(channel(c, 1)), double(channel(c, 2)));
+    out = QZ_rgb_color(channel(c, 0), channel(c, 1), channel(c, 2));
 }
 
 unsigned long colorRGB2I(QZ_rgb_color const & c)
@@ -36,10 +36,7 @@ unsigned long colorRGB2I(QZ_rgb_color const & c)
     return pack(rndtoni(c.red() * 255.0), rndtoni(c.green() * 255.0), rndtoni(c.blue() * 255.0));
 }
 
-void colorF2RGB(QZ_rgb_color & out, float const * c)
-{
-    out = QZ_rgb_color(double(c[0]), double(c[1]), double(c[2]));
-}
+void colorF2RGB(QZ_rgb_color & out, float const * c) { out = QZ_rgb_color(c[0], c[1], c[2]); }
 
 unsigned long colorF2I(float const * c) { return pack(scaled(c[0]), scaled(c[1]), scaled(c[2])); }
 
@@ -58,8 +55,8 @@ unsigned long ColorMap(float v)
 {
     float const t = v > 0 ? std::min(v, 1.0f) : 0.0f;
     if (t < 0.5f)
-        return pack(0, int(510 * t), int((1 - t - t) * 255));
-    return pack(int((-1 + t + t) * 255), int((2 - t - t) * 255), 0);
+        return pack(0, static_cast<int>(510 * t), static_cast<int>((1 - t - t) * 255));
+    return pack(static_cast<int>((-1 + t + t) * 255), static_cast<int>((2 - t - t) * 255), 0);
 }
 
 void RGBtoHSV(float const * rgb, float & h, float & s, float & v)

@@ -3,11 +3,12 @@
 
 #include <QZmath/Export.h>
 
-/// Colours as three `double`, as three or four `float`, and packed into an integer. Channels run from 0 to 1.
+/// Colours in three forms: three `double`, three or four `float`, and one integer. In the first two a channel
+/// runs from 0 to 1.
 ///
-/// A packed colour has 32 bits: red in the lowest byte, green in the next, blue in the third; the fourth is 0
-/// but for `colorF2I_4`. Packing multiplies a channel by 255, adds 0.5, truncates, and keeps the low byte of
-/// the result: a channel of 2 wraps round to 254, and negative ones wrap too. NaN packs as 0.
+/// The integer is 0x00bbggrr, a byte for each channel; only `colorF2I_4` uses the top byte. The byte of a
+/// channel c is the whole part of 255 c + 0.5. What lies outside 0 to 1 is not held back but wraps: 2, which
+/// makes 510, has the byte 254. NaN has the byte 0.
 ///
 /// Nothing here fails or checks its arguments; all functions can be called from any thread.
 

@@ -20,7 +20,8 @@ constexpr std::size_t sizeOffset = 10;
 constexpr std::size_t versionOffset = 18;
 constexpr std::size_t blockMarkOffset = 22;
 constexpr std::size_t blockMarkSize = 30;
-constexpr std::int64_t maxDataSize = std::numeric_limits<std::int64_t>::max() - std::int64_t(headerSize);
+constexpr std::int64_t maxDataSize =
+    std::numeric_limits<std::int64_t>::max() - static_cast<std::int64_t>(headerSize);
 constexpr char mark[] = "VsCmpWrp";
 
 using TF_HeaderBytes = std::array<unsigned char, headerSize>;
@@ -37,7 +38,7 @@ Unsigned loadLittleEndian(unsigned char const * bytes)
 {
     Unsigned value = 0;
     for (std::size_t k = 0; k < sizeof(Unsigned); ++k)
-        value |= Unsigned(bytes[k]) << (8 * k);
+        value |= Unsigned{bytes[k]} << (8 * k);
     return value;
 }
 
@@ -49,11 +50,8 @@ void warnOfSkip(ISaveLoadLog * log, std::wstring const & text)
 
 } // namespace
 
-CFileReadError::CFileReadError() = default;
 CFileReadError::~CFileReadError() = default;
-CFileWriteError::CFileWriteError() = default;
 CFileWriteError::~CFileWriteError() = default;
-CUnknownFormatError::CUnknownFormatError() = default;
 CUnknownFormatError::~CUnknownFormatError() = default;
 
 CStringWarning::CStringWarning(std::wstring message) : m_message(std::move(message)) {}
@@ -79,11 +77,11 @@ struct CInnerHeaderWrapper::SWrapData
 
     std::int64_t size() const
     {
-        return std::int64_t(loadLittleEndian<std::uint64_t>(bytes.data() + sizeOffset));
+        return static_cast<std::int64_t>(loadLittleEndian<std::uint64_t>(bytes.data() + sizeOffset));
     }
     std::int32_t version() const
     {
-        return std::int32_t(loadLittleEndian<std::uint32_t>(bytes.data() + versionOffset));
+        return static_cast<std::int32_t>(loadLittleEndian<std::uint32_t>(bytes.data() + versionOffset));
     }
     bool hasBlockMark(std::string const & blockMark) const
     {
@@ -109,7 +107,7 @@ CInnerHeaderWrapper::CInnerHeaderWrapper(IVescaBinaryStream & stream, ISaveLoadL
 
 CInnerHeaderWrapper::~CInnerHeaderWrapper() = default;
 
-std::int64_t CInnerHeaderWrapper::getWrapHeaderSize() { return std::int64_t(headerSize); }
+std::int64_t CInnerHeaderWrapper::getWrapHeaderSize() { return static_cast<std::int64_t>(headerSize); }
 
 std::int64_t CInnerHeaderWrapper::OnSave()
 {
@@ -130,8 +128,9 @@ void CInnerHeaderWrapper::SaveComponentHeader()
         throw CVescaException("Block mark does not fit into the header of a component: " + blockMark);
     SWrapData header;
     std::memcpy(header.bytes.data(), mark, sizeof mark);
-    storeLittleEndian(~std::uint64_t(0), header.bytes.data() + sizeOffset);
-    storeLittleEndian(std::uint32_t(m_subFilter->GetVersion()), header.bytes.data() + versionOffset);
+    storeLittleEndian(~std::uint64_t{0}, header.bytes.data() + sizeOffset);
+    storeLittleEndian(static_cast<std::uint32_t>(m_subFilter->GetVersion()),
+                      header.bytes.data() + versionOffset);
     std::copy(blockMark.begin(), blockMark.end(), header.bytes.begin() + blockMarkOffset);
     m_stream->writeData(headerSize, header.bytes.data());
 }
@@ -139,11 +138,11 @@ void CInnerHeaderWrapper::SaveComponentHeader()
 void CInnerHeaderWrapper::FillSavedBytes(std::int64_t saved)
 {
     std::array<unsigned char, sizeof(std::uint64_t)> size;
-    storeLittleEndian(std::uint64_t(saved), size.data());
-    long const backToSize = long(saved) + long(headerSize - sizeOffset);
+    storeLittleEndian(static_cast<std::uint64_t>(saved), size.data());
+    long const backToSize = static_cast<long>(saved) + static_cast<long>(headerSize - sizeOffset);
     m_stream->skipReadData(-backToSize);
     m_stream->writeData(size.size(), size.data());
-    m_stream->skipReadData(backToSize - long(size.size()));
+    m_stream->skipReadData(backToSize - static_cast<long>(size.size()));
 }
 
 std::int64_t CInnerHeaderWrapper::OnLoad(IDeltaStateLogger & logger)
@@ -176,7 +175,7 @@ bool CInnerHeaderWrapper::isForSubFilter(SWrapData const & header) const
 
 void CInnerHeaderWrapper::SkipData(std::int64_t size)
 {
-    m_stream->skipReadData(long(size));
+    m_stream->skipReadData(static_cast<long>(size));
     warnOfSkip(m_log, m_skipWarning);
 }
 
@@ -215,7 +214,7 @@ std::int64_t CSkipTillTheEnd::OnLoad(IDeltaStateLogger &)
     if (count >= limit)
         throw CFileReadError();
     WriteLogSkipInfo();
-    return std::int64_t(count);
+    return static_cast<std::int64_t>(count);
 }
 
 void CSkipTillTheEnd::WriteLogSkipInfo() { warnOfSkip(m_log, m_skipWarning); }

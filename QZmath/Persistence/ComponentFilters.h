@@ -29,14 +29,12 @@ namespace VsF
 class QZMATH_API CFileReadError : public CVescaException
 {
 public:
-    CFileReadError();
     ~CFileReadError() override;
 };
 
 class QZMATH_API CFileWriteError : public CVescaException
 {
 public:
-    CFileWriteError();
     ~CFileWriteError() override;
 };
 
@@ -44,7 +42,6 @@ public:
 class QZMATH_API CUnknownFormatError : public CVescaException
 {
 public:
-    CUnknownFormatError();
     ~CUnknownFormatError() override;
 };
 

@@ -83,7 +83,7 @@ public:
     {
         if (n <= m_capacity)
             return;
-        if (n > std::size_t(std::numeric_limits<off_t>::max()) / m_elementSize)
+        if (n > static_cast<std::size_t>(std::numeric_limits<off_t>::max()) / m_elementSize)
             throw TF_BadAllocation();
         if (!m_file)
             createFile();
@@ -194,7 +194,7 @@ private:
 
     static std::unique_ptr<char[]> allocateBytes(std::size_t count)
     {
-        if (count > std::size_t(std::numeric_limits<std::ptrdiff_t>::max()))
+        if (count > static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()))
             throw TF_BadAllocation();
         return allocating([count] { return std::unique_ptr<char[]>(new char[count]); });
     }
@@ -321,7 +321,7 @@ ExternVectorVoidInterface * CreateExternVectorVoid(std::uint64_t elementSize)
 {
     if (elementSize == 0 || elementSize > std::numeric_limits<std::size_t>::max())
         throw TF_BadAllocation();
-    return allocating([elementSize] { return new FileVectorVoid(std::size_t(elementSize)); });
+    return allocating([elementSize] { return new FileVectorVoid(static_cast<std::size_t>(elementSize)); });
 }
 
 } // namespace VescaExtVec

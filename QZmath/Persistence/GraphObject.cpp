@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Persistence/GraphObject.h>
 
-CGraphObject::CGraphObject() = default;
-CGraphObject::CGraphObject(CGraphObject const & other) = default;
-CGraphObject & CGraphObject::operator=(CGraphObject const & other) = default;
 CGraphObject::~CGraphObject() = default;
 
 void CGraphObject::setSelected(bool selected) { m_bSelected = selected; }

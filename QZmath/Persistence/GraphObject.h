@@ -11,9 +11,6 @@
 class QZMATH_API CGraphObject
 {
 public:
-    CGraphObject();
-    CGraphObject(CGraphObject const & other);
-    CGraphObject & operator=(CGraphObject const & other);
     virtual ~CGraphObject();
 
     virtual void setSelected(bool selected);

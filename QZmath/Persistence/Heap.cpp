@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Persistence/Heap.h>
 
+#include <QZsys/IndexDetail.h>
+
 #include <algorithm>
 #include <vector>
 
@@ -12,7 +14,7 @@ public:
     void put(CfpHeapMem * element, std::size_t index)
     {
         entries[index] = element;
-        element->setHeapPos(int(index));
+        element->setHeapPos(static_cast<int>(index));
     }
 
     /// Moves the element at `index` towards the root. At equal keys it stays below.
@@ -113,7 +115,7 @@ CfpHeap::~CfpHeap() = default;
 void CfpHeap::insert(CfpHeapMem * element)
 {
     m_body->entries.push_back(element);
-    element->setHeapPos(int(m_body->entries.size() - 1));
+    element->setHeapPos(static_cast<int>(m_body->entries.size() - 1));
     m_body->siftUp(m_body->entries.size() - 1);
 }
 
@@ -127,7 +129,7 @@ void CfpHeap::update(CfpHeapMem * element)
 {
     if (!element->inHeap())
         return;
-    std::size_t const index = std::size_t(element->getHeapPos());
+    std::size_t const index = VsUt::asIndex(element->getHeapPos());
     if (index > 0 && element->getHeapKey() > m_body->entries[(index - 1) / 2]->getHeapKey())
         m_body->siftUp(index);
     else
@@ -160,7 +162,7 @@ CfpHeapMem * CfpHeap::remove(CfpHeapMem * element)
 {
     if (element->getHeapPos() < 0)
         return nullptr;
-    std::size_t const index = std::size_t(element->getHeapPos());
+    std::size_t const index = VsUt::asIndex(element->getHeapPos());
     CfpHeapMem * const last = m_body->entries.back();
     m_body->entries.pop_back();
     if (index < m_body->entries.size()) {
@@ -181,7 +183,7 @@ void CfpHeap::sort()
         return right->getHeapKey() < left->getHeapKey();
     });
     for (std::size_t index = 0; index < entries.size(); ++index)
-        entries[index]->setHeapPos(int(index));
+        entries[index]->setHeapPos(static_cast<int>(index));
 }
 
 void CfpHeap::reserve(std::size_t capacity) { m_body->entries.reserve(capacity); }

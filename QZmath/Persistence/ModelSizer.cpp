@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Persistence/ModelSizer.h>
 
-IModelSizer::IModelSizer() = default;
-IModelSizer::IModelSizer(IModelSizer const & other) = default;
-IModelSizer & IModelSizer::operator=(IModelSizer const & other) = default;
 IModelSizer::~IModelSizer() = default;
 
 void IModelSizer::OnGetModelSize(double &, double &, double &) const {}

@@ -10,12 +10,6 @@
 /// through.
 class QZMATH_API IModelSizer
 {
-public:
-    IModelSizer();
-    IModelSizer(IModelSizer const & other);
-    IModelSizer & operator=(IModelSizer const & other);
-
-private:
     virtual void OnGetLimits(double * limits) = 0;
     virtual void OnGetLinearLimits(double const * transform, double * limits) = 0;
     virtual void OnUpdateLimits() = 0;

@@ -4,7 +4,6 @@
 namespace VsFn
 {
 
-IFunctor::IFunctor() = default;
 IFunctor::~IFunctor() = default;
 
 } // namespace VsFn

@@ -14,7 +14,7 @@ public:
     void Run() { OnRun(); }
 
 protected:
-    IFunctor();
+    IFunctor() = default;
 
 private:
     virtual void OnRun() = 0;

@@ -22,7 +22,7 @@ struct CSortRef
     }
 };
 
-/// The same for the opposite order: what has the greater key is the less.
+/// A reference and its key for the opposite order: what has the greater key is the less.
 struct CBackSortRef
 {
     int ref;
