@@ -47,6 +47,7 @@
 #include <QZmath/LinSys/Bicgstab.h>
 #include <QZmath/LinSys/CsrMatrix.h>
 #include <QZmath/LinSys/CsrStorage.h>
+#include <QZmath/LinSys/IterationReport.h>
 #include <QZmath/LinSys/LinSysSolverCompose.h>
 #include <QZmath/LinSys/LinSysSolverCore.h>
 #include <QZmath/LinSys/LinSysSolverCoreBicgstab.h>

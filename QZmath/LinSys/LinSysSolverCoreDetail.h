@@ -4,18 +4,38 @@
 #include <QZmath/Backend/Blas.h>
 #include <QZmath/LinSys/CsrMatrix.h>
 #include <QZmath/LinSys/CsrMatrixDetail.h>
+#include <QZsys/IndexDetail.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <vector>
 
 namespace REmath
 {
 namespace Detail
 {
+
+/// The matrix that the system itself is, as a storage of compressed rows is one; null for any other system.
+template <class T>
+ICsrMatrix<T> const * asCsr(ILinearSystemReadOnly<T> const & system)
+{
+    return dynamic_cast<ICsrMatrix<T> const *>(&system);
+}
+
+/// The matrix that the system is. For a system that is none, `copy` becomes its matrix with that index base,
+/// which takes n^2 look-ups and may throw, see `LinearSystem2CsrMatrix`.
+template <class T>
+ICsrMatrix<T> const & asCsrOrCopy(ILinearSystemReadOnly<T> const & system, int indexBaseOfCopy,
+                                  std::optional<CCSRSquareMatrix<T>> & copy)
+{
+    if (ICsrMatrix<T> const * const matrix = asCsr(system))
+        return *matrix;
+    return copy.emplace(LinearSystem2CsrMatrix<T>(system, indexBaseOfCopy, false));
+}
 
 /// Is every element of the matrix within the matrix, so that products can be formed? One pass over the
 /// columns.
@@ -38,7 +58,8 @@ bool isMatrixUsable(ICsrMatrix<T> const & matrix)
 /// How many products the next right part will take, judged by the iterations of this one.
 inline int expectedAfter(int iterations)
 {
-    return int(std::min(iterations * 1.5 + 1.0, double(std::numeric_limits<int>::max())));
+    return static_cast<int>(
+        std::min(iterations * 1.5 + 1.0, static_cast<double>(std::numeric_limits<int>::max())));
 }
 
 /// Reports the products of an iterative solution: how many there were among how many expected.
@@ -53,7 +74,7 @@ public:
         if (m_calls < std::numeric_limits<int>::max())
             ++m_calls;
         if (m_progress)
-            m_progress->SetPosFloat(double(m_calls) / m_expected);
+            m_progress->SetPosFloat(static_cast<double>(m_calls) / m_expected);
     }
 
 private:
@@ -66,13 +87,13 @@ private:
 template <class T>
 T relativeResidual(ICsrMatrix<T> const & matrix, T const * solution, T const * rightPart)
 {
-    std::size_t const size = std::size_t(csrRowCount(matrix));
+    std::size_t const size = VsUt::asIndex(csrRowCount(matrix));
     std::vector<T> residual(size);
-    MatrixMultVector<T>(int(size), residual.data(), matrix, solution);
+    MatrixMultVector<T>(csrRowCount(matrix), residual.data(), matrix, solution);
     QzBackend::axpy(size, T(-1), rightPart, residual.data());
-    double const error = std::sqrt(double(QzBackend::dot(size, residual.data(), residual.data())));
-    double const norm = std::sqrt(double(QzBackend::dot(size, rightPart, rightPart)));
-    return T(norm > 0 ? error / norm : error);
+    double const errorSquare = QzBackend::dot(size, residual.data(), residual.data());
+    double const square = QzBackend::dot(size, rightPart, rightPart);
+    return static_cast<T>(square > 0 ? std::sqrt(errorSquare) / std::sqrt(square) : std::sqrt(errorSquare));
 }
 
 } // namespace Detail

@@ -4,12 +4,12 @@
 #include <QZmath/LinSys/LinSysSolverCoreDetail.h>
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>
+#include <QZsys/IndexDetail.h>
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 #include <QZsys/Threads.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <memory>
 #include <utility>
@@ -17,18 +17,36 @@
 
 namespace REmath
 {
+
+using VsUt::asIndex;
 namespace
 {
 
-/// One block of the tree: solves its rows of the common solution.
-template <class T, class System>
+// The unknowns are cut at the boundaries b0 = 0 < b1 < ... < bk = n. The tree halves the list of boundaries,
+// not the unknowns: a node stands for the rows from b[first] to b[last], its children for those up to and
+// from the boundary in the middle, and a leaf lies between two neighbours. Nodes are appended after their
+// children, so the root is the last.
+//
+// All nodes of one right part share one solution vector. A level of the tree owns disjoint row ranges of it,
+// so its tasks run without a lock, and levels run from the deepest to the root: a merged block finds the
+// solutions of its halves in its own rows and iterates from there. A block is the diagonal block of its rows
+// alone; what couples it with other blocks is left out, and comes in where they merge. At the root nothing is
+// left out.
+//
+// Invariant: a task writes its own rows only, and reads the matrix, which nobody changes. So the bits of a
+// solution do not depend on how many tasks of a level run at once.
+
+/// One block of the tree: solves its rows of the common solution. Without a matrix it leaves them as they are
+/// and has succeeded.
+template <class T>
 class tf_subsystemTask : public IVescaInvokeProc
 {
 public:
-    tf_subsystemTask(System const * system, T const * rightPart, T * solution, int firstRow, int endRow,
-                     double eps, int maxIterations, bool hasChildren)
-        : m_system(system), m_rightPart(rightPart), m_solution(solution), m_firstRow(firstRow),
-          m_endRow(endRow), m_eps(eps), m_maxIterations(maxIterations), m_hasChildren(hasChildren)
+    tf_subsystemTask(ICsrMatrix<T> const * matrix, bool positiveDefinite, T const * rightPart, T * solution,
+                     int firstRow, int endRow, double eps, int maxIterations, bool hasChildren)
+        : m_matrix(matrix), m_positiveDefinite(positiveDefinite), m_rightPart(rightPart),
+          m_solution(solution), m_firstRow(firstRow), m_endRow(endRow), m_eps(eps),
+          m_maxIterations(maxIterations), m_hasChildren(hasChildren)
     {}
 
     void Invoke() override
@@ -36,12 +54,11 @@ public:
         m_iterationsUsed = 0;
         m_succeeded = true;
         // A block without rows is solved, in whichever way it would have been.
-        if (auto const * matrix = dynamic_cast<ICsrMatrix<T> const *>(m_system);
-            matrix && m_endRow > m_firstRow) {
+        if (m_matrix && m_endRow > m_firstRow) {
             CCSRSquareMatrix<T> ownBlock;
-            ICsrMatrix<T> const * block = matrix;
-            if (m_firstRow != 0 || m_endRow != matrix->getMatrixSize()) {
-                ownBlock.makeSelfSubMatrix(m_firstRow, m_endRow, *matrix);
+            ICsrMatrix<T> const * block = m_matrix;
+            if (m_firstRow != 0 || m_endRow != m_matrix->getMatrixSize()) {
+                ownBlock.makeSelfSubMatrix(m_firstRow, m_endRow, *m_matrix);
                 block = &ownBlock;
             }
             if (m_hasChildren) {
@@ -50,26 +67,23 @@ public:
                 m_succeeded = m_iterationsUsed >= 0;
             } else {
                 CLinSysSolverSparseDss<T> direct;
-                direct.solveForExplicitMatrix(m_solution, *block, m_system->isPositiveDefinite(), m_rightPart,
-                                              nullptr);
+                direct.solveForExplicitMatrix(m_solution, *block, m_positiveDefinite, m_rightPart, nullptr);
             }
         }
-        m_done = true;
     }
-    virtual bool isSucceeded() const { return m_succeeded; }
-    virtual bool isDone() const { return m_done; }
-    virtual int iterationsUsed() const { return m_iterationsUsed; }
+    bool isSucceeded() const { return m_succeeded; }
+    int iterationsUsed() const { return m_iterationsUsed; }
     bool hasChildren() const { return m_hasChildren; }
 
 private:
-    System const * m_system;
+    ICsrMatrix<T> const * m_matrix;
+    bool m_positiveDefinite;
     T const * m_rightPart;
     T * m_solution;
     int m_firstRow, m_endRow;
     double m_eps;
     int m_maxIterations;
     bool m_succeeded = false;
-    bool m_done = false;
     int m_iterationsUsed = 0;
     bool m_hasChildren;
 };
@@ -85,8 +99,6 @@ public:
         Node const * left;
         Node const * right;
     };
-
-    virtual ~tf_BinaryDependentTaskManager() = default;
 
     Node const * append(std::unique_ptr<Task> task, Node const * left, Node const * right)
     {
@@ -124,11 +136,11 @@ private:
 template <class T>
 struct RightPartContext
 {
-    using Task = tf_subsystemTask<T, ILinearSystemReadOnly<T>>;
+    using Task = tf_subsystemTask<T>;
     using Tasks = tf_BinaryDependentTaskManager<Task>;
 
-    ILinearSystemReadOnly<T> const & system;
-    IEqSysResultReciever<T> & reciever;
+    ICsrMatrix<T> const * matrix;
+    bool positiveDefinite;
     std::vector<int> const & boundaries;
     std::vector<T> solution, rightPart;
     Tasks tasks;
@@ -143,8 +155,9 @@ struct RightPartContext
         std::size_t const middle = first + (last - first) / 2;
         int const firstRow = boundaries[first];
         bool const hasChildren = middle != first && middle != last;
-        auto task = std::make_unique<Task>(&system, rightPart.data() + firstRow, solution.data() + firstRow,
-                                           firstRow, boundaries[last], eps, maxIterations, hasChildren);
+        auto task = std::make_unique<Task>(matrix, positiveDefinite, rightPart.data() + firstRow,
+                                           solution.data() + firstRow, firstRow, boundaries[last], eps,
+                                           maxIterations, hasChildren);
         typename Tasks::Node const * left = nullptr;
         typename Tasks::Node const * right = nullptr;
         if (hasChildren) {
@@ -159,20 +172,21 @@ struct RightPartContext
 template <class Task>
 int runLevel(std::vector<Task *> const & level, CProgressCounter * progress)
 {
-    std::size_t const threads = std::size_t(CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+    std::size_t const threads = asIndex(CVescaThreadingTasksHelper::getNumOfPhisicalThread());
     int iterations = 0;
     std::vector<IVescaInvokeProc *> batch;
     for (std::size_t begin = 0; begin < level.size(); begin += batch.size()) {
         batch.clear();
         for (std::size_t number = begin; number < std::min(begin + threads, level.size()); ++number) {
             if (progress)
-                progress->SetPosFloat(double(number) / double(level.size()));
+                progress->SetPosFloat(static_cast<double>(number) / static_cast<double>(level.size()));
             batch.push_back(level[number]);
         }
         if (threads < 2)
             batch.front()->Invoke();
         else
-            CVescaThreadingTasksHelper::performInParallel(batch.data(), int(batch.size()), nullptr);
+            CVescaThreadingTasksHelper::performInParallel(batch.data(), static_cast<int>(batch.size()),
+                                                          nullptr);
         for (std::size_t number = begin; number < begin + batch.size(); ++number) {
             if (!level[number]->isSucceeded())
                 return -1;
@@ -193,13 +207,6 @@ CLinSysSolverDecomposed<T>::CLinSysSolverDecomposed(std::vector<int> const & bou
 {}
 
 template <class T>
-CLinSysSolverDecomposed<T>::CLinSysSolverDecomposed(CLinSysSolverDecomposed const &) = default;
-template <class T>
-CLinSysSolverDecomposed<T> & CLinSysSolverDecomposed<T>::operator=(CLinSysSolverDecomposed const &) = default;
-template <class T>
-CLinSysSolverDecomposed<T>::~CLinSysSolverDecomposed() = default;
-
-template <class T>
 bool CLinSysSolverDecomposed<T>::onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                                                IVertexPosInformer<T> const ** informers,
                                                IEqSysResultReciever<T> ** recievers,
@@ -210,47 +217,47 @@ bool CLinSysSolverDecomposed<T>::onSolveSystem(ILinearSystemReadOnly<T> const & 
     int const size = system.GetEquationsNumber();
     if (m_boundaries.back() != size)
         m_boundaries.push_back(size);
-    m_iterationsUsed = 0;
-    m_iterationLimitReached = false;
-    m_relativeResidual = 0;
+    this->m_report = {};
     // Ascending from 0 to the size, none can lie outside.
     if (!std::is_sorted(m_boundaries.begin(), m_boundaries.end()))
         return false;
-    auto const * matrix = dynamic_cast<ICsrMatrix<T> const *>(&system);
+    ICsrMatrix<T> const * const matrix = Detail::asCsr(system);
     if (matrix && size > 0 && (matrix->getMatrixSize() != size || !Detail::isMatrixUsable(*matrix)))
         return false;
 
     for (int part = 0; part < nRightParts; ++part) {
-        CPrgCntSubPhase const phase(progress, double(part) / nRightParts, 1.0 / nRightParts, 1, true);
-        std::size_t const rows = std::size_t(size);
-        RightPartContext<T> context{
-            system, *recievers[part], m_boundaries, std::vector<T>(rows), std::vector<T>(rows), {},
-            m_eps,  m_maxIterations};
+        CPrgCntSubPhase const phase(progress, static_cast<double>(part) / nRightParts, 1.0 / nRightParts, 1,
+                                    true);
+        std::size_t const rows = asIndex(size);
+        RightPartContext<T> context{matrix,
+                                    system.isPositiveDefinite(),
+                                    m_boundaries,
+                                    std::vector<T>(rows),
+                                    std::vector<T>(rows),
+                                    {},
+                                    m_eps,
+                                    m_maxIterations};
         system.SetSingleRightPart(context.rightPart.data(), *informers[part]);
         context.buildTree(0, m_boundaries.size() - 1);
         auto const levels = context.tasks.levels();
         int iterations = 0;
         for (std::size_t finished = 0; finished < levels.size(); ++finished) {
-            CPrgCntSubPhase const levelPhase(progress, double(finished) / double(levels.size()),
-                                             1.0 / double(levels.size()), 1, true);
+            CPrgCntSubPhase const levelPhase(
+                progress, static_cast<double>(finished) / static_cast<double>(levels.size()),
+                1.0 / static_cast<double>(levels.size()), 1, true);
             int const levelIterations = runLevel(levels[levels.size() - 1 - finished], progress);
             if (levelIterations < 0)
                 return false;
             iterations += levelIterations;
         }
-        m_iterationsUsed += iterations;
+        this->m_report.iterationsUsed += iterations;
         if (auto const * root = context.tasks.root(); matrix && root && root->hasChildren() &&
                                                       m_maxIterations > 0 &&
-                                                      root->iterationsUsed() == m_maxIterations) {
-            T const residual =
-                Detail::relativeResidual(*matrix, context.solution.data(), context.rightPart.data());
-            if (!(residual <= T(m_eps))) {
-                m_iterationLimitReached = true;
-                if (std::isnan(residual) || residual > m_relativeResidual)
-                    m_relativeResidual = residual;
-            }
-        }
-        system.SetSingleSolution(context.solution.data(), context.reciever);
+                                                      root->iterationsUsed() == m_maxIterations)
+            this->m_report.noteStopped(
+                Detail::relativeResidual(*matrix, context.solution.data(), context.rightPart.data()),
+                static_cast<T>(m_eps));
+        system.SetSingleSolution(context.solution.data(), *recievers[part]);
     }
     return true;
 }
@@ -260,14 +267,6 @@ CLinSysSolverSpaceDecomposer<T>::CLinSysSolverSpaceDecomposer(std::vector<int> c
                                                               int maxIterations)
     : m_boundaries(boundaries), m_eps(eps), m_maxIterations(maxIterations)
 {}
-
-template <class T>
-CLinSysSolverSpaceDecomposer<T>::CLinSysSolverSpaceDecomposer(CLinSysSolverSpaceDecomposer const &) = default;
-template <class T>
-CLinSysSolverSpaceDecomposer<T> &
-CLinSysSolverSpaceDecomposer<T>::operator=(CLinSysSolverSpaceDecomposer const &) = default;
-template <class T>
-CLinSysSolverSpaceDecomposer<T>::~CLinSysSolverSpaceDecomposer() = default;
 
 template <class T>
 CLinSysSolverSpaceDecomposer<T> * CLinSysSolverSpaceDecomposer<T>::Copy() const
@@ -283,9 +282,7 @@ bool CLinSysSolverSpaceDecomposer<T>::OnSolveSystem(int nRightParts, IVertexPosI
     CLinSysSolverDecomposed<T> core(m_boundaries, m_eps, m_maxIterations);
     bool const succeeded =
         core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
-    m_iterationsUsed = core.getIterationsUsed();
-    m_iterationLimitReached = core.isIterationLimitReached();
-    m_relativeResidual = core.getRelativeResidual();
+    this->m_report = core.getIterationReport();
     return succeeded;
 }
 

@@ -3,6 +3,7 @@
 
 #include <QZmath/Export.h>
 #include <QZmath/LinSys/CsrStorage.h>
+#include <QZmath/LinSys/IterationReport.h>
 #include <QZmath/LinSys/LinSysSolverCompose.h>
 #include <QZmath/LinSys/LinSysSolverCore.h>
 
@@ -26,9 +27,12 @@ namespace REmath
 /// Fails when `bicgstab` breaks down on a merged block; the right parts in front of that one have been
 /// delivered. An exactly solved start is such a breakdown. Fails also when the boundaries descend or lie
 /// outside the unknowns, and when the matrix is incomplete. A direct block that cannot be solved is left at
-/// zero, and is not reported.
+/// zero, and nobody is told.
+///
+/// The report counts the iterations of all merged blocks. Its limit is that of the whole system: limits
+/// reached inside the tree do not count.
 template <class T>
-class QZMATH_API CLinSysSolverDecomposed : public ILinSysSolverCore<T>
+class QZMATH_API CLinSysSolverDecomposed : public ILinSysSolverCore<T>, public IterationReporter<T>
 {
 private:
     bool onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
@@ -41,25 +45,11 @@ public:
     /// boundaries the whole system is solved directly. `eps` is the relative residual of the merged blocks,
     /// `maxIterations` the limit for each of them, none below 1.
     CLinSysSolverDecomposed(std::vector<int> const & boundaries, double eps, int maxIterations);
-    CLinSysSolverDecomposed(CLinSysSolverDecomposed const & other);
-    CLinSysSolverDecomposed & operator=(CLinSysSolverDecomposed const & other);
-    ~CLinSysSolverDecomposed() override;
-
-    /// The sum over merged blocks and right parts of the last solve.
-    int getIterationsUsed() const { return m_iterationsUsed; }
-    /// Did the whole system reach the limit of iterations, for a right part of the last solve, without the
-    /// residual asked for? Limits reached inside the tree do not count.
-    bool isIterationLimitReached() const { return m_iterationLimitReached; }
-    /// In that case the largest norm of a residual in terms of the norm of its right part; otherwise 0.
-    T getRelativeResidual() const { return m_relativeResidual; }
 
 private:
     std::vector<int> m_boundaries;
     double m_eps;
     int m_maxIterations;
-    int m_iterationsUsed = 0;
-    bool m_iterationLimitReached = false;
-    T m_relativeResidual = 0;
 };
 
 /// Makes the core of a composed solver without boundaries: a direct solver of the whole system.
@@ -69,22 +59,15 @@ struct LinSysCoreDefaults<CLinSysSolverDecomposed<T>>
     static CLinSysSolverDecomposed<T> make() { return CLinSysSolverDecomposed<T>({}, -1.0, -1); }
 };
 
-/// Ready solver over compressed rows by `CLinSysSolverDecomposed`.
+/// Ready solver over compressed rows by `CLinSysSolverDecomposed`, whose report it hands on.
 template <class T>
 class QZMATH_API CLinSysSolverSpaceDecomposer
-    : public CLinSysSolverCompose<T, CCSRSstorage<T>, CLinSysSolverDecomposed<T>>
+    : public CLinSysSolverCompose<T, CCSRSstorage<T>, CLinSysSolverDecomposed<T>>,
+      public IterationReporter<T>
 {
 public:
     CLinSysSolverSpaceDecomposer(std::vector<int> const & boundaries, double eps, int maxIterations);
-    CLinSysSolverSpaceDecomposer(CLinSysSolverSpaceDecomposer const & other);
-    CLinSysSolverSpaceDecomposer & operator=(CLinSysSolverSpaceDecomposer const & other);
-    ~CLinSysSolverSpaceDecomposer() override;
     CLinSysSolverSpaceDecomposer * Copy() const override;
-
-    /// These three as in `CLinSysSolverDecomposed`, of the last solve.
-    int getIterationsUsed() const { return m_iterationsUsed; }
-    bool isIterationLimitReached() const { return m_iterationLimitReached; }
-    T getRelativeResidual() const { return m_relativeResidual; }
 
 private:
     bool OnSolveSystem(int nRightParts, IVertexPosInformer<T> const ** informers,
@@ -93,9 +76,6 @@ private:
     std::vector<int> m_boundaries;
     double m_eps;
     int m_maxIterations;
-    int m_iterationsUsed = 0;
-    bool m_iterationLimitReached = false;
-    T m_relativeResidual = 0;
 };
 
 extern template class CLinSysSolverDecomposed<float>;

@@ -13,15 +13,6 @@ CSparseStoreSparseLinSysSolver<T>::CSparseStoreSparseLinSysSolver(int expectedEl
 }
 
 template <class T>
-CSparseStoreSparseLinSysSolver<T>::CSparseStoreSparseLinSysSolver(CSparseStoreSparseLinSysSolver const &) =
-    default;
-template <class T>
-CSparseStoreSparseLinSysSolver<T> &
-CSparseStoreSparseLinSysSolver<T>::operator=(CSparseStoreSparseLinSysSolver const &) = default;
-template <class T>
-CSparseStoreSparseLinSysSolver<T>::~CSparseStoreSparseLinSysSolver() = default;
-
-template <class T>
 CSparseStoreSparseLinSysSolver<T> * CSparseStoreSparseLinSysSolver<T>::Copy() const
 {
     return new CSparseStoreSparseLinSysSolver(*this);
@@ -56,15 +47,6 @@ CSparseStoreBicgstabLinSysSolver<T>::CSparseStoreBicgstabLinSysSolver(int expect
 }
 
 template <class T>
-CSparseStoreBicgstabLinSysSolver<T>::CSparseStoreBicgstabLinSysSolver(
-    CSparseStoreBicgstabLinSysSolver const &) = default;
-template <class T>
-CSparseStoreBicgstabLinSysSolver<T> &
-CSparseStoreBicgstabLinSysSolver<T>::operator=(CSparseStoreBicgstabLinSysSolver const &) = default;
-template <class T>
-CSparseStoreBicgstabLinSysSolver<T>::~CSparseStoreBicgstabLinSysSolver() = default;
-
-template <class T>
 CSparseStoreBicgstabLinSysSolver<T> * CSparseStoreBicgstabLinSysSolver<T>::Copy() const
 {
     return new CSparseStoreBicgstabLinSysSolver(*this);
@@ -79,9 +61,9 @@ bool CSparseStoreBicgstabLinSysSolver<T>::OnSolveSystem(int nRightParts,
     CLinSysSolverSparseMKL<T> core(m_eps, m_maxIterations);
     bool const succeeded =
         core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
-    m_iterationsUsed = succeeded ? core.getIterationsUsed() : -1;
-    m_iterationLimitReached = core.isIterationLimitReached();
-    m_relativeResidual = core.getRelativeResidual();
+    this->m_report = core.getIterationReport();
+    if (!succeeded)
+        this->m_report.iterationsUsed = -1;
     return succeeded;
 }
 

@@ -3,6 +3,7 @@
 
 #include <QZmath/Export.h>
 #include <QZmath/LinSys/CsrStorage.h>
+#include <QZmath/LinSys/IterationReport.h>
 #include <QZmath/LinSys/LinSysSolverCompose.h>
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>
@@ -20,9 +21,6 @@ class QZMATH_API CSparseStoreSparseLinSysSolver
 public:
     /// `expectedElementsPerLine` sizes the matrix with the first equation; nothing is reserved when below 1.
     explicit CSparseStoreSparseLinSysSolver(int expectedElementsPerLine = 0);
-    CSparseStoreSparseLinSysSolver(CSparseStoreSparseLinSysSolver const & other);
-    CSparseStoreSparseLinSysSolver & operator=(CSparseStoreSparseLinSysSolver const & other);
-    ~CSparseStoreSparseLinSysSolver() override;
     CSparseStoreSparseLinSysSolver * Copy() const override;
 
     /// Makes room for so many elements of the matrix in all; does nothing when below 1. At any time: what is
@@ -41,18 +39,17 @@ private:
 };
 
 /// Iterative solver by `bicgstab`, started from the right parts. A solve gives true also when a right part
-/// did not converge; `CLinSysSolverSparseMKL` says more.
+/// did not converge; `CLinSysSolverSparseMKL` says more, and the report tells. After a solve that failed it
+/// has -1 iterations.
 template <class T>
 class QZMATH_API CSparseStoreBicgstabLinSysSolver
-    : public CLinSysSolverCompose<T, CCSRSstorage<T>, CLinSysSolverSparseMKL<T>>
+    : public CLinSysSolverCompose<T, CCSRSstorage<T>, CLinSysSolverSparseMKL<T>>,
+      public IterationReporter<T>
 {
 public:
-    /// `expectedElementsPerLine` as above; `eps` is the relative residual to reach, `maxIterations` the limit
-    /// for each right part, none below 1.
+    /// `expectedElementsPerLine` sizes the matrix like that of the direct solver; `eps` is the relative
+    /// residual to reach, `maxIterations` the limit for each right part, none below 1.
     CSparseStoreBicgstabLinSysSolver(int expectedElementsPerLine, T eps, int maxIterations);
-    CSparseStoreBicgstabLinSysSolver(CSparseStoreBicgstabLinSysSolver const & other);
-    CSparseStoreBicgstabLinSysSolver & operator=(CSparseStoreBicgstabLinSysSolver const & other);
-    ~CSparseStoreBicgstabLinSysSolver() override;
     CSparseStoreBicgstabLinSysSolver * Copy() const override;
 
     T getBicgStabEps() const { return m_eps; }
@@ -60,22 +57,12 @@ public:
     int getMaxIterations() const { return m_maxIterations; }
     void setMaxIterations(int maxIterations) { m_maxIterations = maxIterations; }
 
-    /// The sum over the right parts of the last solve, -1 after a solve that failed.
-    int getIterationsUsed() const { return m_iterationsUsed; }
-    /// Did a right part of the last solve reach the limit of iterations without the residual asked for?
-    bool isIterationLimitReached() const { return m_iterationLimitReached; }
-    /// In that case the largest norm of a residual in terms of the norm of its right part; otherwise 0.
-    T getRelativeResidual() const { return m_relativeResidual; }
-
 private:
     bool OnSolveSystem(int nRightParts, IVertexPosInformer<T> const ** informers,
                        IEqSysResultReciever<T> ** recievers, CProgressCounter * progress) override;
 
     T m_eps;
     int m_maxIterations;
-    int m_iterationsUsed = 0;
-    bool m_iterationLimitReached = false;
-    T m_relativeResidual = 0;
 };
 
 extern template class CSparseStoreSparseLinSysSolver<float>;

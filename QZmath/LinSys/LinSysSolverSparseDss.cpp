@@ -3,6 +3,7 @@
 
 #include <QZmath/Backend/DirectSolver.h>
 #include <QZmath/LinSys/LinSysSolverCoreDetail.h>
+#include <QZsys/IndexDetail.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -14,6 +15,8 @@
 
 namespace REmath
 {
+
+using VsUt::asIndex;
 namespace
 {
 
@@ -74,12 +77,12 @@ struct ContiguousMatrix
                               matrix.getCsrColumns() + end[row] - indexBase);
             ownValues.insert(ownValues.end(), matrix.getCsrValues() + begin[row] - indexBase,
                              matrix.getCsrValues() + end[row] - indexBase);
-            ownRowIndex.push_back(int(ownColumns.size()) + indexBase);
+            ownRowIndex.push_back(static_cast<int>(ownColumns.size()) + indexBase);
         }
         rowIndex = ownRowIndex.data();
         columns = ownColumns.data();
         values = ownValues.data();
-        nonZeros = int(ownColumns.size());
+        nonZeros = static_cast<int>(ownColumns.size());
     }
     ContiguousMatrix(ContiguousMatrix const &) = delete;
     ContiguousMatrix & operator=(ContiguousMatrix const &) = delete;
@@ -101,7 +104,7 @@ double largestDiagonalElement(ContiguousMatrix<T> const & matrix)
         int const * const end = matrix.columns + matrix.rowIndex[row + 1] - matrix.indexBase;
         int const * const diagonal = std::lower_bound(begin, end, row + matrix.indexBase);
         if (diagonal != end && *diagonal == row + matrix.indexBase)
-            largest = std::max(largest, double(matrix.values[diagonal - matrix.columns]));
+            largest = std::max<double>(largest, matrix.values[diagonal - matrix.columns]);
     }
     return largest;
 }
@@ -116,28 +119,19 @@ bool isResidualBelow(double limit, ContiguousMatrix<T> const & matrix, bool uppe
         for (int position = matrix.rowIndex[row] - matrix.indexBase;
              position < matrix.rowIndex[row + 1] - matrix.indexBase; ++position) {
             int const column = matrix.columns[position] - matrix.indexBase;
-            residual[std::size_t(row)] -= double(matrix.values[position]) * solution[column];
+            residual[asIndex(row)] -= matrix.values[position] * solution[column];
             if (upperOnly && column != row)
-                residual[std::size_t(column)] -= double(matrix.values[position]) * solution[row];
+                residual[asIndex(column)] -= matrix.values[position] * solution[row];
         }
     double errorSquare = 0.0, square = 0.0;
     for (int row = 0; row < matrix.size; ++row) {
-        errorSquare += residual[std::size_t(row)] * residual[std::size_t(row)];
+        errorSquare += residual[asIndex(row)] * residual[asIndex(row)];
         square += rightPart[row] * rightPart[row];
     }
     return std::sqrt(errorSquare) <= limit * std::sqrt(square);
 }
 
 } // namespace
-
-template <class T>
-CLinSysSolverSparseDss<T>::CLinSysSolverSparseDss() = default;
-template <class T>
-CLinSysSolverSparseDss<T>::CLinSysSolverSparseDss(CLinSysSolverSparseDss const &) = default;
-template <class T>
-CLinSysSolverSparseDss<T> & CLinSysSolverSparseDss<T>::operator=(CLinSysSolverSparseDss const &) = default;
-template <class T>
-CLinSysSolverSparseDss<T>::~CLinSysSolverSparseDss() = default;
 
 template <class T>
 bool CLinSysSolverSparseDss<T>::onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
@@ -151,27 +145,26 @@ bool CLinSysSolverSparseDss<T>::onSolveSystem(ILinearSystemReadOnly<T> const & s
     int const size = system.GetEquationsNumber();
     if (size == 0 || nRightParts <= 0)
         return true;
-    std::optional<CCSRSquareMatrix<T>> converted;
-    auto const * matrix = dynamic_cast<ICsrMatrix<T> const *>(&system);
-    if (!matrix)
-        matrix = &converted.emplace(LinearSystem2CsrMatrix<T>(system, st_iDssIndexBase, false));
-    if (matrix->getMatrixSize() != size)
+    std::optional<CCSRSquareMatrix<T>> copy;
+    ICsrMatrix<T> const & matrix = Detail::asCsrOrCopy(system, st_iDssIndexBase, copy);
+    if (matrix.getMatrixSize() != size)
         return false;
 
-    std::size_t const rows = std::size_t(size);
-    std::vector<T> rightParts(rows * std::size_t(nRightParts)), solutions(rightParts.size()), rightPart(rows);
+    std::size_t const rows = asIndex(size);
+    std::vector<T> rightParts(rows * asIndex(nRightParts)), solutions(rightParts.size()), rightPart(rows);
     for (int part = 0; part < nRightParts; ++part) {
         system.SetSingleRightPart(rightPart.data(), *informers[part]);
-        std::copy(rightPart.begin(), rightPart.end(), rightParts.begin() + std::ptrdiff_t(rows) * part);
+        std::copy(rightPart.begin(), rightPart.end(),
+                  rightParts.begin() + static_cast<std::ptrdiff_t>(rows) * part);
     }
     preparation.Finish();
 
     CPrgCntSubPhase solution(progress, 10, 90, 0, true);
-    if (!solveForExplicitMatrixInternal(nRightParts, solutions.data(), *matrix, system.isPositiveDefinite(),
+    if (!solveForExplicitMatrixInternal(nRightParts, solutions.data(), matrix, system.isPositiveDefinite(),
                                         rightParts.data(), progress))
         return false;
     for (int part = 0; part < nRightParts; ++part)
-        system.SetSingleSolution(solutions.data() + rows * std::size_t(part), *recievers[part]);
+        system.SetSingleSolution(solutions.data() + rows * asIndex(part), *recievers[part]);
     solution.Finish();
     return true;
 }
@@ -202,7 +195,7 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
                                               : CDirectSolver::Definiteness::indefinite);
         check(solver.defineStructure(arrays.size, arrays.rowIndex, arrays.columns, arrays.nonZeros,
                                      arrays.indexBase));
-        Widened<T> const values(arrays.values, std::size_t(arrays.nonZeros));
+        Widened<T> const values(arrays.values, asIndex(arrays.nonZeros));
 
         CPrgCntSubPhase ordering(progress, 0, 5, 0, true);
         check(solver.reorder(progress));
@@ -213,13 +206,12 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
         if (!solver.factor(values.data(), progress)) {
             check(positiveDefinite && m_semidefiniteLift > 0);
             lifted = true;
-            check(solver.factor(values.data(), progress,
-                                double(m_semidefiniteLift) * largestDiagonalElement(arrays)));
+            check(
+                solver.factor(values.data(), progress, m_semidefiniteLift * largestDiagonalElement(arrays)));
         }
         factorisation.Finish();
 
-        std::size_t const rows = std::size_t(arrays.size),
-                          elements = rows * std::size_t(std::max(nRightParts, 0));
+        std::size_t const rows = asIndex(arrays.size), elements = rows * asIndex(std::max(nRightParts, 0));
         std::vector<double> result(elements);
         CPrgCntSubPhase solution(progress, 85, 15, 0, true);
         Widened<T> const right(rightParts, elements);

@@ -21,9 +21,9 @@ namespace REmath
 /// precision, not definite as declared or incomplete, elements or a solution are not finite, and when memory
 /// is short. A system without vertices succeeds.
 ///
-/// The same system gives the same bits each time. Objects on different threads work at the same time. With a
-/// progress counter, a Cholesky factorisation can be interrupted every few hundredths of a second, the
-/// ordering in front of it every few tenths for the largest systems; an LU factorisation cannot.
+/// A system gives the same bits each time that it is solved. Objects on different threads work at the same
+/// time. With a progress counter, a Cholesky factorisation can be interrupted every few hundredths of a
+/// second, the ordering in front of it every few tenths for the largest systems; an LU factorisation cannot.
 template <class T>
 class QZMATH_API CLinSysSolverSparseDss : public ILinSysSolverCore<T>
 {
@@ -35,11 +35,6 @@ private:
 public:
     /// Index base of the copy of a system that is no compressed-row matrix.
     static constexpr int st_iDssIndexBase = 1;
-
-    CLinSysSolverSparseDss();
-    CLinSysSolverSparseDss(CLinSysSolverSparseDss const & other);
-    CLinSysSolverSparseDss & operator=(CLinSysSolverSparseDss const & other);
-    ~CLinSysSolverSparseDss() override;
 
     /// What to do when the factorisation of a matrix declared positive definite fails: above 0, it is tried
     /// once more with this share of the largest diagonal element added to the diagonal, and the solutions

@@ -5,7 +5,6 @@
 #include <QZmath/LinSys/LinSysSolverCoreDetail.h>
 #include <QZsys/Progress.h>
 
-#include <cmath>
 #include <optional>
 #include <vector>
 
@@ -38,13 +37,6 @@ CLinSysSolverSparseMKL<T>::CLinSysSolverSparseMKL(T eps, int maxIterations)
 {}
 
 template <class T>
-CLinSysSolverSparseMKL<T>::CLinSysSolverSparseMKL(CLinSysSolverSparseMKL const &) = default;
-template <class T>
-CLinSysSolverSparseMKL<T> & CLinSysSolverSparseMKL<T>::operator=(CLinSysSolverSparseMKL const &) = default;
-template <class T>
-CLinSysSolverSparseMKL<T>::~CLinSysSolverSparseMKL() = default;
-
-template <class T>
 int CLinSysSolverSparseMKL<T>::firstExpectedIterations() const
 {
     return m_maxIterations >= 1 ? m_maxIterations : 1000;
@@ -56,37 +48,29 @@ bool CLinSysSolverSparseMKL<T>::onSolveSystem(ILinearSystemReadOnly<T> const & s
                                               IEqSysResultReciever<T> ** recievers,
                                               CProgressCounter * progress)
 {
-    m_iterationsUsed = 0;
-    m_iterationLimitReached = false;
-    m_relativeResidual = 0;
+    this->m_report = {};
     int const size = system.GetEquationsNumber();
-    std::optional<CCSRSquareMatrix<T>> converted;
-    auto const * matrix = dynamic_cast<ICsrMatrix<T> const *>(&system);
-    if (size == 0)
-        matrix = &converted.emplace();
-    else if (!matrix)
-        matrix = &converted.emplace(LinearSystem2CsrMatrix<T>(system, CSR_INDEX_BASE_0, false));
-    if (Detail::csrRowCount(*matrix) != size || !Detail::isMatrixUsable(*matrix))
+    std::optional<CCSRSquareMatrix<T>> copy;
+    // A system without equations may have a matrix that was not begun.
+    ICsrMatrix<T> const & matrix =
+        size == 0 ? copy.emplace() : Detail::asCsrOrCopy(system, CSR_INDEX_BASE_0, copy);
+    if (Detail::csrRowCount(matrix) != size || !Detail::isMatrixUsable(matrix))
         return false;
 
     int expectedIterations = firstExpectedIterations();
     std::vector<T> rightPart(static_cast<std::size_t>(size)), solution(static_cast<std::size_t>(size));
     for (int part = 0; part < nRightParts; ++part) {
-        CPrgCntSubPhase const phase(progress, double(part) / nRightParts, 1.0 / nRightParts, 1, true);
+        CPrgCntSubPhase const phase(progress, static_cast<double>(part) / nRightParts, 1.0 / nRightParts, 1,
+                                    true);
         system.SetSingleRightPart(rightPart.data(), *informers[part]);
         solution = rightPart;
-        int const iterations = internalSolveForExplicitMatrix(solution.data(), *matrix, rightPart.data(),
+        int const iterations = internalSolveForExplicitMatrix(solution.data(), matrix, rightPart.data(),
                                                               progress, expectedIterations);
         expectedIterations = Detail::expectedAfter(iterations);
-        m_iterationsUsed += iterations;
-        if (m_maxIterations > 0 && iterations == m_maxIterations) {
-            T const residual = Detail::relativeResidual(*matrix, solution.data(), rightPart.data());
-            if (!(residual <= m_eps)) {
-                m_iterationLimitReached = true;
-                if (std::isnan(residual) || residual > m_relativeResidual)
-                    m_relativeResidual = residual;
-            }
-        }
+        this->m_report.iterationsUsed += iterations;
+        if (m_maxIterations > 0 && iterations == m_maxIterations)
+            this->m_report.noteStopped(Detail::relativeResidual(matrix, solution.data(), rightPart.data()),
+                                       m_eps);
         system.SetSingleSolution(solution.data(), *recievers[part]);
     }
     return true;
