@@ -59,8 +59,8 @@ class Schedule;
 /// by that run; both requests are cleared when a run has ended, so an object serves one run after another
 /// whatever the outcome.
 ///
-/// The same input gives the same result for any number of threads if the work on independent blocks does not
-/// depend on their order.
+/// The result does not depend on the number of threads if the work on independent blocks does not depend on
+/// their order.
 ///
 /// Threads: `Run` and the setters belong to one thread, except `SetAbortEvent`, `SetUserBreak`, `IsUserBreak`
 /// and `SetThisPassLast`, which may be called from anywhere.
@@ -77,9 +77,8 @@ public:
 
     /// Walks all blocks in all passes.
     /// @return `GetWholeProcessResult()`, 0 unless replaced; otherwise
-    ///   - `QZ_STATUS_UNEXPECTED_ERR` (-1): no structure, an abort, an error of a worker in a parallel run,
-    ///   or
-    ///     an exception that is not listed here
+    ///   - `QZ_STATUS_UNEXPECTED_ERR` (-1): no structure, an abort, a worker's error in a parallel run, or an
+    ///     exception that is not listed here
     ///   - `QZ_STATUS_USER_INTR` (10): `CUserIntrException`, a worker's status 10, or a user break
     ///   - 9: blocks are to be extracted without being modified immediately; no operation is called
     ///   - 1: `std::bad_alloc` on this thread
@@ -183,7 +182,8 @@ protected:
     /// Puts the schedule to the start of a pass and forgets all read mutexes.
     void OnBlockStructureInit();
 
-    /// The schedule. The caller holds the block mutex.
+    // The schedule. The caller holds the block mutex.
+
     /// The first block that can start, from now on in work, or the end position.
     Block_iter LockNextBlock(CBlockWorker * worker);
     /// Takes a block out of work: it is finished.

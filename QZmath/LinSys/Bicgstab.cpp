@@ -3,12 +3,17 @@
 
 #include <QZmath/Backend/Blas.h>
 
+#include <QZsys/IndexDetail.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <vector>
 
 namespace REmath
 {
+
+using VsUt::asIndex;
 namespace
 {
 
@@ -27,7 +32,7 @@ int iterate(int n, void (*multiply)(void *, T const *, T *), void * context, T c
             int maxIterations)
 {
     using namespace QzBackend;
-    std::size_t const size = n > 0 ? std::size_t(n) : 0;
+    std::size_t const size = asIndex(std::max(n, 0));
     std::vector<T> work(6 * size);
     T * const r = work.data(); // A x - b: the negative of the usual residual
     T * const p = r + size;
@@ -61,7 +66,7 @@ int iterate(int n, void (*multiply)(void *, T const *, T *), void * context, T c
         T const a = dot(size, s, t);
         T const c = dot(size, t, t);
         bool const stagnates =
-            std::fabs(double(a)) < smallStabilisingProduct || std::fabs(double(c)) < smallStabilisingProduct;
+            std::fabs(a) < smallStabilisingProduct || std::fabs(c) < smallStabilisingProduct;
         T const omega = stagnates ? T(0) : a / c;
         axpy(size, -omega, t, r);
         axpy(size, -alpha, p, x);

@@ -3,6 +3,8 @@
 
 #include <QZmath/LinSys/CsrMatrixDetail.h>
 
+#include <QZsys/IndexDetail.h>
+
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
@@ -10,38 +12,35 @@
 namespace REmath
 {
 
+using VsUt::asIndex;
+
 namespace
 {
+
+// Invariant of a matrix under construction, after each push that succeeded: with `last` the row of the last
+// element, the row index holds base + (number of elements before the row) for the rows 0 to last + 1, and -1
+// behind. Rows that were jumped over begin and end at the same place. The end of the last row is thus always
+// right, and a push has to write it, and the beginnings of the rows that it jumps over, and nothing else.
+//
+// Who completes a matrix leaves the -1 behind the last row with an element on purpose: a system whose last
+// equations are empty has no unique solution, and the gap makes every product and solver refuse it.
+//
+// Rows arrive in two ways. Element by element every rule is tested at each push. As a whole row, the tests
+// run over the row first, without a branch per element, and the arrays take it in one piece; a row that fails
+// a test goes through the first way, which stores what stands in front of the failure and spoils at it, so
+// the state behind is the same for both.
+//
+// Products read each element once, and that stream bounds them. Four partial sums break the chain of
+// additions; which element goes into which sum depends on its place in the row alone, so a product has the
+// same bits each time. Of a symmetric matrix the upper triangle is stored, and an element adds to two rows of
+// the result: to its own in the partial sums, to its mirror's in memory. The mirror's row lies further down
+// and starts from zero, which is why the result is cleared first.
 
 constexpr std::int64_t maxElements = std::numeric_limits<int>::max();
 
 } // namespace
 
-template <class T>
-ICsrMatrix<T>::ICsrMatrix() = default;
-
-template <class T>
-ICsrMatrix<T>::ICsrMatrix(ICsrMatrix const &) = default;
-
-template <class T>
-ICsrMatrix<T> & ICsrMatrix<T>::operator=(ICsrMatrix const &) = default;
-
-template <class T>
-ICsrMatrix<T>::~ICsrMatrix() = default;
-
 // --- CCSRSquareMatrix
-
-template <class T>
-CCSRSquareMatrix<T>::CCSRSquareMatrix() = default;
-
-template <class T>
-CCSRSquareMatrix<T>::CCSRSquareMatrix(CCSRSquareMatrix const &) = default;
-
-template <class T>
-CCSRSquareMatrix<T> & CCSRSquareMatrix<T>::operator=(CCSRSquareMatrix const &) = default;
-
-template <class T>
-CCSRSquareMatrix<T>::~CCSRSquareMatrix() = default;
 
 template <class T>
 void CCSRSquareMatrix<T>::initMemory(int size, int nonZeros, eCSRindexBase base, bool upperOnly)
@@ -56,10 +55,10 @@ void CCSRSquareMatrix<T>::initMemory(int size, int nonZeros, eCSRindexBase base,
         m_memoryPolicy = CSR_MEMORY_INCREASE;
     } else {
         m_memoryPolicy = CSR_MEMORY_PREALLOCATED;
-        m_values.assign(std::size_t(nonZeros), T(-1));
-        m_columns.assign(std::size_t(nonZeros), -1);
+        m_values.assign(asIndex(nonZeros), T(-1));
+        m_columns.assign(asIndex(nonZeros), -1);
     }
-    m_rowIndex.assign(size < 0 ? 0 : std::size_t(size) + 1, -1);
+    m_rowIndex.assign(size < 0 ? 0 : asIndex(size) + 1, -1);
 }
 
 template <class T>
@@ -67,8 +66,8 @@ void CCSRSquareMatrix<T>::reserveMemory(std::int64_t count)
 {
     std::int64_t const reserved = std::min(count, maxElements);
     if (reserved > 0) {
-        m_values.reserve(std::size_t(reserved));
-        m_columns.reserve(std::size_t(reserved));
+        m_values.reserve(asIndex(reserved));
+        m_columns.reserve(asIndex(reserved));
     }
 }
 
@@ -83,26 +82,26 @@ void CCSRSquareMatrix<T>::makeSelfSubMatrix(int first, int last, ICsrMatrix<T> c
     bool const isBlock = first >= 0 && first <= last && last <= Detail::csrRowCount(source) &&
                          Detail::areRowsReadable(source, first, last);
     int const rowsEnd = isBlock ? last : first;
-    block.m_rowIndex.reserve(std::size_t(std::int64_t(rowsEnd) - first) + 1);
+    block.m_rowIndex.reserve(asIndex(std::int64_t{rowsEnd} - first) + 1);
 
     int const * const columns = source.getCsrColumns();
     int const * const rowBegin = source.getCsrPointerB();
     int const * const rowEnd = source.getCsrPointerE();
-    std::int64_t const firstColumn = std::int64_t(first) + base;
-    std::int64_t const lastColumn = std::int64_t(last) + base;
+    std::int64_t const firstColumn = std::int64_t{first} + base;
+    std::int64_t const lastColumn = std::int64_t{last} + base;
     std::int64_t count = 0;
     for (int row = first; row < rowsEnd; ++row) {
         int const * const begin = columns + (rowBegin[row] - base);
         int const * const end = columns + (rowEnd[row] - base);
         int const * const inBegin = std::lower_bound(begin, end, firstColumn);
         int const * const inEnd = std::lower_bound(inBegin, end, lastColumn);
-        block.m_rowIndex.push_back(int(count + base));
+        block.m_rowIndex.push_back(static_cast<int>(count + base));
         count += inEnd - inBegin;
     }
-    block.m_rowIndex.push_back(int(count + base));
+    block.m_rowIndex.push_back(static_cast<int>(count + base));
 
-    block.m_values.reserve(std::size_t(count));
-    block.m_columns.reserve(std::size_t(count));
+    block.m_values.reserve(asIndex(count));
+    block.m_columns.reserve(asIndex(count));
     T const * const values = source.getCsrValues();
     for (int row = first; row < rowsEnd; ++row) {
         int const * const begin = columns + (rowBegin[row] - base);
@@ -110,9 +109,8 @@ void CCSRSquareMatrix<T>::makeSelfSubMatrix(int first, int last, ICsrMatrix<T> c
         int const * const inBegin = std::lower_bound(begin, end, firstColumn);
         int const * const inEnd = std::lower_bound(inBegin, end, lastColumn);
         block.m_values.insert(block.m_values.end(), values + (inBegin - columns), values + (inEnd - columns));
-        for (int const * column = inBegin; column != inEnd; ++column) {
+        for (int const * column = inBegin; column != inEnd; ++column)
             block.m_columns.push_back(*column - first);
-        }
     }
 
     m_values.swap(block.m_values);
@@ -138,13 +136,13 @@ bool CCSRSquareMatrix<T>::doIsUpperTriangleOnlyStored() const
 template <class T>
 int CCSRSquareMatrix<T>::doGetMatrixSize() const
 {
-    return int(m_rowIndex.size()) - 1;
+    return static_cast<int>(m_rowIndex.size()) - 1;
 }
 
 template <class T>
 int CCSRSquareMatrix<T>::doGetNonZeroValuesNumber() const
 {
-    return int(m_values.size());
+    return static_cast<int>(m_values.size());
 }
 
 template <class T>
@@ -182,31 +180,20 @@ CCSRSquareMatrixFiller<T>::CCSRSquareMatrixFiller(CCSRSquareMatrix<T> * target, 
 {
     bool const isKnownBase = indexBase == CSR_INDEX_BASE_0 || indexBase == CSR_INDEX_BASE_1;
     if (target != nullptr) {
-        target->initMemory(size, nonZeros, isKnownBase ? eCSRindexBase(indexBase) : CSR_INDEX_BASE_0,
-                           upperOnly);
+        target->initMemory(size, nonZeros,
+                           isKnownBase ? static_cast<eCSRindexBase>(indexBase) : CSR_INDEX_BASE_0, upperOnly);
     }
-    if (!isKnownBase) {
+    if (!isKnownBase)
         Spoil();
-    }
 }
-
-template <class T>
-CCSRSquareMatrixFiller<T>::CCSRSquareMatrixFiller(CCSRSquareMatrixFiller const &) = default;
-
-template <class T>
-CCSRSquareMatrixFiller<T> & CCSRSquareMatrixFiller<T>::operator=(CCSRSquareMatrixFiller const &) = default;
-
-template <class T>
-CCSRSquareMatrixFiller<T>::~CCSRSquareMatrixFiller() = default;
 
 template <class T>
 bool CCSRSquareMatrixFiller<T>::pushByRawNextNonZeroElement(int row, int column, T value)
 {
-    if (m_upperTriangleOnly && column < row) {
+    if (m_upperTriangleOnly && column < row)
         return true;
-    }
-    std::int64_t const r = std::int64_t(row) - m_indexBase;
-    std::int64_t const c = std::int64_t(column) - m_indexBase;
+    std::int64_t const r = std::int64_t{row} - m_indexBase;
+    std::int64_t const c = std::int64_t{column} - m_indexBase;
     bool const isBehindLast = r > m_lastRow || (r == m_lastRow && c > m_lastColumn);
     // The position behind the element must still fit into the row index, base included.
     if (m_target == nullptr || m_count < 0 || m_count == m_expectedCount ||
@@ -222,10 +209,10 @@ bool CCSRSquareMatrixFiller<T>::pushByRawNextNonZeroElement(int row, int column,
         Spoil();
         return false;
     }
-    advanceRowIndex(int(r));
-    m_lastColumn = int(c);
+    advanceRowIndex(static_cast<int>(r));
+    m_lastColumn = static_cast<int>(c);
     ++m_count;
-    m_target->m_rowIndex[std::size_t(r) + 1] = m_count + m_indexBase;
+    m_target->m_rowIndex[asIndex(r) + 1] = m_count + m_indexBase;
     return true;
 }
 
@@ -234,11 +221,9 @@ bool CCSRSquareMatrixFiller<T>::pushRow(int row, int count, T const * values, in
                                         bool skipLower)
 {
     int first = 0;
-    if (skipLower) {
-        while (first < count && columns[first] < row) {
+    if (skipLower)
+        while (first < count && columns[first] < row)
             ++first;
-        }
-    }
     if (isWholeRowPushable(row, count - first, columns + first)) {
         int const added = count - first;
         growFor(added);
@@ -247,30 +232,28 @@ bool CCSRSquareMatrixFiller<T>::pushRow(int row, int count, T const * values, in
         m_target->m_columns.insert(m_target->m_columns.end(), columns + first, columns + count);
         if (m_indexBase != 0) {
             int * const stored = m_target->m_columns.data() + formerSize;
-            for (int k = 0; k < added; ++k) {
+            for (int k = 0; k < added; ++k)
                 stored[k] += m_indexBase;
-            }
         }
         advanceRowIndex(row);
         m_lastColumn = columns[count - 1];
         m_count += added;
-        m_target->m_rowIndex[std::size_t(row) + 1] = m_count + m_indexBase;
+        m_target->m_rowIndex[asIndex(row) + 1] = m_count + m_indexBase;
         return true;
     }
     // Something in the row fails, is dropped or left out in between: element by element, up to the failure.
     for (int k = first; k < count; ++k) {
-        if (skipLower && columns[k] < row) {
+        if (skipLower && columns[k] < row)
             continue;
-        }
-        std::int64_t const shiftedRow = std::int64_t(row) + m_indexBase;
-        std::int64_t const shiftedColumn = std::int64_t(columns[k]) + m_indexBase;
+        std::int64_t const shiftedRow = std::int64_t{row} + m_indexBase;
+        std::int64_t const shiftedColumn = std::int64_t{columns[k]} + m_indexBase;
         if (std::max(shiftedRow, shiftedColumn) > std::numeric_limits<int>::max()) {
             Spoil();
             return false;
         }
-        if (!pushByRawNextNonZeroElement(int(shiftedRow), int(shiftedColumn), values[k])) {
+        if (!pushByRawNextNonZeroElement(static_cast<int>(shiftedRow), static_cast<int>(shiftedColumn),
+                                         values[k]))
             return false;
-        }
     }
     return true;
 }
@@ -283,17 +266,14 @@ bool CCSRSquareMatrixFiller<T>::isWholeRowPushable(int row, int count, int const
     if (m_target == nullptr || m_count < 0 || m_expectedCount >= 0 || m_memoryPolicy != CSR_MEMORY_INCREASE ||
         count < 1 || row <= m_lastRow || row >= targetSize() ||
         m_target->m_values.size() != m_target->m_columns.size() ||
-        std::int64_t(m_count) + count > maxElements - m_indexBase) {
+        std::int64_t{m_count} + count > maxElements - m_indexBase)
         return false;
-    }
     int const lowest = m_upperTriangleOnly ? row : 0;
-    if (columns[0] < lowest || columns[count - 1] >= targetSize()) {
+    if (columns[0] < lowest || columns[count - 1] >= targetSize())
         return false;
-    }
     unsigned disorder = 0;
-    for (int k = 1; k < count; ++k) {
-        disorder |= unsigned(columns[k - 1] >= columns[k]);
-    }
+    for (int k = 1; k < count; ++k)
+        disorder |= columns[k - 1] >= columns[k];
     return disorder == 0;
 }
 
@@ -316,7 +296,6 @@ bool CCSRSquareMatrixFiller<T>::setCompleted()
         Spoil();
         return false;
     }
-    fillLastElement();
     m_expectedCount = m_count;
     return true;
 }
@@ -324,7 +303,7 @@ bool CCSRSquareMatrixFiller<T>::setCompleted()
 template <class T>
 int CCSRSquareMatrixFiller<T>::targetSize() const
 {
-    return int(m_target->m_rowIndex.size()) - 1;
+    return static_cast<int>(m_target->m_rowIndex.size()) - 1;
 }
 
 template <class T>
@@ -337,10 +316,9 @@ template <class T>
 bool CCSRSquareMatrixFiller<T>::pushByRawNextNonZeroElementMemoryPreallocatedCore(int column, T value)
 {
     // The arrays are the target's, which may have been given another size since.
-    std::size_t const position = std::size_t(m_count);
-    if (position >= m_target->m_values.size() || position >= m_target->m_columns.size()) {
+    std::size_t const position = asIndex(m_count);
+    if (position >= m_target->m_values.size() || position >= m_target->m_columns.size())
         return false;
-    }
     m_target->m_values[position] = value;
     m_target->m_columns[position] = column;
     return true;
@@ -350,9 +328,8 @@ template <class T>
 bool CCSRSquareMatrixFiller<T>::pushByRawNextNonZeroElementIncreaseMemoryCore(int column, T value)
 {
     if (m_target->m_values.size() == m_target->m_values.capacity() ||
-        m_target->m_columns.size() == m_target->m_columns.capacity()) {
+        m_target->m_columns.size() == m_target->m_columns.capacity())
         growFor(1);
-    }
     m_target->m_values.push_back(value);
     m_target->m_columns.push_back(column);
     return true;
@@ -363,10 +340,9 @@ template <class T>
 void CCSRSquareMatrixFiller<T>::growFor(std::int64_t addedElements)
 {
     auto const grow = [addedElements](auto & elements) {
-        std::size_t const needed = elements.size() + std::size_t(addedElements);
-        if (needed > elements.capacity()) {
+        std::size_t const needed = elements.size() + asIndex(addedElements);
+        if (needed > elements.capacity())
             elements.reserve(std::max(needed, elements.capacity() + elements.capacity() / 2));
-        }
     };
     grow(m_target->m_values);
     grow(m_target->m_columns);
@@ -376,17 +352,10 @@ void CCSRSquareMatrixFiller<T>::growFor(std::int64_t addedElements)
 template <class T>
 void CCSRSquareMatrixFiller<T>::advanceRowIndex(int row)
 {
-    for (int begun = m_lastRow + 1; begun <= row; ++begun) {
-        m_target->m_rowIndex[std::size_t(begun)] = m_count + m_indexBase;
-    }
+    for (int begun = m_lastRow + 1; begun <= row; ++begun)
+        m_target->m_rowIndex[asIndex(begun)] = m_count + m_indexBase;
     m_lastRow = row;
 }
-
-/// The row index behind the last row with an element stays -1 on purpose: a system whose last equations are
-/// empty has no unique solution, and the gap makes every product and solver refuse it.
-template <class T>
-void CCSRSquareMatrixFiller<T>::fillLastElement()
-{}
 
 // --- Conversion
 
@@ -397,28 +366,23 @@ CCSRSquareMatrix<T> LinearSystem2CsrMatrix(ILinearSystemReadOnly<T> const & syst
     char const * const internalError = "REmath::LinearSystem2CsrMatrix internal error";
     int const size = std::max(0, system.GetEquationsNumber());
     std::int64_t nonZeros = 0;
-    for (int row = 0; row < size; ++row) {
-        for (int column = upperOnly ? row : 0; column < size; ++column) {
+    for (int row = 0; row < size; ++row)
+        for (int column = upperOnly ? row : 0; column < size; ++column)
             nonZeros += system.GetFreeVertCoeff(row, column) != T(0);
-        }
-    }
-    if (nonZeros > maxElements) {
+    if (nonZeros > maxElements)
         throw std::logic_error(internalError);
-    }
 
     CCSRSquareMatrix<T> matrix;
-    CCSRSquareMatrixFiller<T> filler(&matrix, size, int(nonZeros), indexBase, false);
+    CCSRSquareMatrixFiller<T> filler(&matrix, size, static_cast<int>(nonZeros), indexBase, false);
     for (int row = 0; row < size && !filler.isSpoiled(); ++row) {
         for (int column = upperOnly ? row : 0; column < size; ++column) {
             T const coeff = system.GetFreeVertCoeff(row, column);
-            if (coeff != T(0)) {
+            if (coeff != T(0))
                 filler.pushByRawNextNonZeroElement(row + indexBase, column + indexBase, coeff);
-            }
         }
     }
-    if (!filler.isCompleted()) {
+    if (!filler.isCompleted())
         throw std::logic_error(internalError);
-    }
     return matrix;
 }
 
@@ -446,17 +410,16 @@ T rowProduct(T const * values, int const * columns, std::int64_t count, T const 
     std::int64_t k = 0;
     for (; k + 8 <= count; k += 8) {
         prefetchElements(values + k, columns + k);
-        for (int lane = 0; lane < 8; ++lane) {
+        for (int lane = 0; lane < 8; ++lane)
             sums[lane % 4] += values[k + lane] * vector[columns[k + lane] - base];
-        }
     }
-    for (; k < count; ++k) {
+    for (; k < count; ++k)
         sums[0] += values[k] * vector[columns[k] - base];
-    }
     return (sums[0] + sums[1]) + (sums[2] + sums[3]);
 }
 
-/// The same, while each element's mirror image below the diagonal adds to its own row of the result.
+/// Sums like `rowProduct`, while each element's mirror image below the diagonal adds to its own row of the
+/// result.
 template <int base, class T>
 T rowProductWithMirror(T const * values, int const * columns, std::int64_t count, T const * vector,
                        T rowPosition, T * result)
@@ -500,13 +463,12 @@ void multiplySymmetric(int size, T * result, ICsrMatrix<T> const & matrix, T con
     int const * const columns = matrix.getCsrColumns();
     int const * const rowBegin = matrix.getCsrPointerB();
     int const * const rowEnd = matrix.getCsrPointerE();
-    std::fill_n(result, std::size_t(size), T(0));
+    std::fill_n(result, size, T(0));
     for (int row = 0; row < size; ++row) {
         std::int64_t begin = rowBegin[row] - base;
         std::int64_t const end = rowEnd[row] - base;
-        while (begin < end && columns[begin] - base < row) {
+        while (begin < end && columns[begin] - base < row)
             ++begin;
-        }
         T diagonalTerm = 0;
         if (begin < end && columns[begin] - base == row) {
             diagonalTerm = values[begin] * vector[row];
@@ -522,15 +484,13 @@ void multiplySymmetric(int size, T * result, ICsrMatrix<T> const & matrix, T con
 template <class T>
 void MatrixMultVector(int size, T * result, ICsrMatrix<T> const & matrix, T const * vector)
 {
-    if (size != matrix.getMatrixSize() || size < 1 || !Detail::isRowIndexComplete(matrix)) {
+    if (size != matrix.getMatrixSize() || size < 1 || !Detail::isRowIndexComplete(matrix))
         return;
-    }
     bool const isSymmetric = matrix.isUpperTriangleOnlyStored();
-    if (matrix.getIndexBase() == CSR_INDEX_BASE_0) {
+    if (matrix.getIndexBase() == CSR_INDEX_BASE_0)
         (isSymmetric ? multiplySymmetric<0, T> : multiplyGeneral<0, T>)(size, result, matrix, vector);
-    } else {
+    else
         (isSymmetric ? multiplySymmetric<1, T> : multiplyGeneral<1, T>)(size, result, matrix, vector);
-    }
 }
 
 template class ICsrMatrix<float>;

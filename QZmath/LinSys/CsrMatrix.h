@@ -41,7 +41,7 @@ template <class T>
 class QZMATH_API ICsrMatrix
 {
 public:
-    virtual ~ICsrMatrix();
+    virtual ~ICsrMatrix() = default;
 
     eCSRindexBase getIndexBase() const { return doGetIndexBase(); }
     /// Only elements on and above the diagonal are stored, the others follow by symmetry.
@@ -67,41 +67,35 @@ private:
     virtual int const * doGetCsrPointerE() const = 0;
 
 protected:
-    ICsrMatrix();
-    ICsrMatrix(ICsrMatrix const & other);
-    ICsrMatrix & operator=(ICsrMatrix const & other);
+    ICsrMatrix() = default;
+    ICsrMatrix(ICsrMatrix const &) = default;
+    ICsrMatrix & operator=(ICsrMatrix const &) = default;
 };
 
 template <class T>
 class QZMATH_API CCSRSquareMatrixFiller;
 
-/// A square matrix in compressed rows that owns its arrays. Copies are deep.
+/// A square matrix in compressed rows that owns its arrays. Copies are deep. A new one has never been given a
+/// size: base 0, general, `CSR_MEMORY_PREALLOCATED`.
 ///
-/// `CCSRSquareMatrixFiller` is the writer that keeps it consistent. The accessors ending in `Mod` and the
-/// `pushBack` operations write to the arrays as they stand; who uses them answers for the result.
+/// Fill it with `CCSRSquareMatrixFiller`, which lets no inconsistent matrix come about. What ends in `Mod` or
+/// begins with `pushBack` reaches into the bare arrays: whoever uses it has to leave them consistent.
 template <class T>
 class QZMATH_API CCSRSquareMatrix : public ICsrMatrix<T>
 {
 public:
-    /// A matrix without rows: base 0, general, `CSR_MEMORY_PREALLOCATED`.
-    CCSRSquareMatrix();
-    CCSRSquareMatrix(CCSRSquareMatrix const & other);
-    CCSRSquareMatrix & operator=(CCSRSquareMatrix const & other);
-    ~CCSRSquareMatrix() override;
-
-    /// Drops what is stored and makes `size` rows whose index is -1 throughout. With `nonZeros` of 1 or more
-    /// the arrays take that many elements of -1 and the policy is `CSR_MEMORY_PREALLOCATED`; otherwise they
-    /// are empty and the policy is `CSR_MEMORY_INCREASE`. A negative `size` leaves no row index at all.
+    /// Starts over with `size` rows, none of them begun; a negative `size` leaves no row index at all. For a
+    /// known number of elements, `nonZeros` of 1 or more, the arrays get their full length, filled with -1,
+    /// and `CSR_MEMORY_PREALLOCATED`; for an unknown one they are left empty with `CSR_MEMORY_INCREASE`.
     void initMemory(int size, int nonZeros, eCSRindexBase base, bool upperOnly);
 
-    /// Makes room for `count` elements in all; never shrinks. Not more is reserved than 32-bit positions can
-    /// address. Throws `std::bad_alloc` when memory is short.
+    /// Makes room for `count` elements in all, or as many as 32-bit positions can address; never gives room
+    /// back. Throws `std::bad_alloc` when memory is short.
     void reserveMemory(std::int64_t count);
 
-    /// Becomes the square block of `source` that covers rows and columns `first` to `last`-1, with the base
-    /// and the triangle of `source`, which may be this matrix. A range outside the matrix or descending, or
-    /// one that touches rows without index, gives a matrix of size 0. Logarithmic search in each row, then
-    /// one pass over the block.
+    /// Becomes the diagonal block of `source`, which may be this matrix, from row and column `first` up to
+    /// and without `last`; base and triangle are those of `source`. Of size 0 if the range is not one within
+    /// the matrix or has rows that were not begun. Costs a binary search per row and one pass over the block.
     void makeSelfSubMatrix(int first, int last, ICsrMatrix<T> const & source);
 
     T * getCsrValuesMod() { return m_values.data(); }
@@ -111,9 +105,9 @@ public:
     int const * getRowIndex() const { return m_rowIndex.data(); }
     int * getRowIndexMod() { return m_rowIndex.data(); }
 
-    int getCsrValuesSize() const { return int(m_values.size()); }
-    int getCsrColumnsSize() const { return int(m_columns.size()); }
-    int getRowIndexSize() const { return int(m_rowIndex.size()); }
+    int getCsrValuesSize() const { return static_cast<int>(m_values.size()); }
+    int getCsrColumnsSize() const { return static_cast<int>(m_columns.size()); }
+    int getRowIndexSize() const { return static_cast<int>(m_rowIndex.size()); }
     int getCsrPointerBSize() const { return this->getMatrixSize(); }
     int getCsrPointerESize() const { return this->getMatrixSize(); }
 
@@ -142,11 +136,10 @@ private:
     bool m_upperTriangleOnly = false;
 };
 
-/// Fills a matrix with elements in strict order: by row, and by column within a row.
+/// Fills a matrix from its first element to its last, row by row and along each row; rows may be left empty.
 ///
-/// It is open at first, complete when it has got the expected number of elements, and spoiled for good by the
-/// first push that fails. Rows without elements may be jumped over. The target is not owned and must outlive
-/// the filler.
+/// The first push that fails spoils it for good, so that a matrix is either complete, by its number of
+/// elements, or known not to be. The target is not owned and must outlive the filler.
 template <class T>
 class QZMATH_API CCSRSquareMatrixFiller
 {
@@ -156,9 +149,7 @@ public:
     /// when negative. With a null target, or a base other than 0 and 1, every push fails.
     CCSRSquareMatrixFiller(CCSRSquareMatrix<T> * target, int size, int nonZeros, int indexBase,
                            bool upperOnly);
-    CCSRSquareMatrixFiller(CCSRSquareMatrixFiller const & other);
-    CCSRSquareMatrixFiller & operator=(CCSRSquareMatrixFiller const & other);
-    virtual ~CCSRSquareMatrixFiller();
+    virtual ~CCSRSquareMatrixFiller() = default;
 
     /// Appends an element; `row` and `column` include the index base. Gives false, and spoils, when it is not
     /// behind the last one, lies outside the matrix, is one more than expected or more than 32-bit positions
@@ -189,11 +180,10 @@ private:
     void advanceRowIndex(int row);
     bool isWholeRowPushable(int row, int count, int const * columns) const;
     void growFor(std::int64_t addedElements);
-    void fillLastElement();
 
     CCSRSquareMatrix<T> * m_target;
-    int m_expectedCount; // -1 when unknown
-    int m_count = 0;     // -1 when spoiled
+    int m_expectedCount; ///< -1 when unknown
+    int m_count = 0;     ///< -1 when spoiled
     int m_lastRow = -1;
     int m_lastColumn = -1;
     eCSRmemoryPolicy m_memoryPolicy;

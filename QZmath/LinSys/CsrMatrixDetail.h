@@ -26,16 +26,13 @@ bool areRowsReadable(ICsrMatrix<T> const & matrix, int first, int last)
     int const * const rowEnd = matrix.getCsrPointerE();
     std::int64_t const base = matrix.getIndexBase();
     std::int64_t const end = base + matrix.getNonZeroValuesNumber();
-    if (base != CSR_INDEX_BASE_0 && base != CSR_INDEX_BASE_1) {
+    if (base != CSR_INDEX_BASE_0 && base != CSR_INDEX_BASE_1)
         return false;
-    }
-    if (first < last && (rowBegin == nullptr || rowEnd == nullptr)) {
+    if (first < last && (rowBegin == nullptr || rowEnd == nullptr))
         return false;
-    }
     bool readable = true;
-    for (int row = first; row < last; ++row) {
+    for (int row = first; row < last; ++row)
         readable &= base <= rowBegin[row] && rowBegin[row] <= rowEnd[row] && rowEnd[row] <= end;
-    }
     return readable;
 }
 

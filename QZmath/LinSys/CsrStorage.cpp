@@ -9,9 +9,6 @@ namespace REmath
 {
 
 template <class T>
-CCSRSstorage<T>::CCSRSstorage() = default;
-
-template <class T>
 CCSRSstorage<T>::CCSRSstorage(CCSRSstorage const & other)
     : CLinSysVariableManager<T>(other), CCSRSquareMatrix<T>(other), m_indexBase(other.m_indexBase),
       m_symmetric(other.m_symmetric), m_expectedElementsPerLine(other.m_expectedElementsPerLine),
@@ -32,9 +29,6 @@ CCSRSstorage<T> & CCSRSstorage<T>::operator=(CCSRSstorage const & other)
 }
 
 template <class T>
-CCSRSstorage<T>::~CCSRSstorage() = default;
-
-template <class T>
 CCSRSstorage<T> * CCSRSstorage<T>::Copy() const
 {
     return new CCSRSstorage(*this);
@@ -44,16 +38,14 @@ template <class T>
 T CCSRSstorage<T>::normalizeSystemMatrix()
 {
     int const count = this->getCsrValuesSize();
-    if (count == 0) {
+    if (count == 0)
         return T(0);
-    }
     T * const values = this->getCsrValuesMod();
     T const magnitude = std::abs(values[count - 1]);
     if (magnitude > T(0)) {
         T const factor = T(1) / magnitude;
-        for (int k = 0; k < count; ++k) {
+        for (int k = 0; k < count; ++k)
             values[k] *= factor;
-        }
     }
     return magnitude;
 }
@@ -62,19 +54,16 @@ template <class T>
 void CCSRSstorage<T>::addEquationFreePartNoAliases(int row, int count, T const * values, int const * columns)
 {
     initFiller();
-    if (this->IsSpoiled()) {
+    if (this->IsSpoiled())
         return;
-    }
     if (row >= this->GetFreeVariablesNumber() || count < 1 || values == nullptr || columns == nullptr) {
         this->Spoil();
         return;
     }
-    if (!isIndexBaseKept() || !m_filler->pushRow(row, count, values, columns, m_symmetric)) {
+    if (!isIndexBaseKept() || !m_filler->pushRow(row, count, values, columns, m_symmetric))
         this->Spoil();
-    }
-    if (row + 1 == this->GetFreeVariablesNumber()) {
+    if (row + 1 == this->GetFreeVariablesNumber())
         m_filler->setCompleted();
-    }
     this->imitateAddEquation(row);
 }
 
@@ -92,9 +81,8 @@ void CCSRSstorage<T>::reserveMatrixMemory(std::int64_t count)
 template <class T>
 bool CCSRSstorage<T>::getRowRange(int row, int & begin, int & end) const
 {
-    if (row < 0 || row >= this->getMatrixSize()) {
+    if (row < 0 || row >= this->getMatrixSize())
         return false;
-    }
     int const base = CCSRSquareMatrix<T>::getIndexBase();
     begin = this->getRowIndex()[row] - base;
     end = this->getRowIndex()[row + 1] - base;
@@ -111,17 +99,14 @@ T CCSRSstorage<T>::onScalarProductByMatrixRow(int row, int, T const * vector) co
         int const base = CCSRSquareMatrix<T>::getIndexBase();
         T const * const values = this->getCsrValues();
         int const * const columns = this->getCsrColumns();
-        for (int k = begin; k < end; ++k) {
+        for (int k = begin; k < end; ++k)
             sum += values[k] * vector[columns[k] - base];
-        }
     }
     if (m_symmetric) {
         int const columnsEnd = std::min(row, this->getMatrixSize());
-        for (int column = 0; column < columnsEnd; ++column) {
-            if (vector[column] != T(0)) {
+        for (int column = 0; column < columnsEnd; ++column)
+            if (vector[column] != T(0))
                 sum += vector[column] * onGetFreeVertCoeff(column, row);
-            }
-        }
     }
     return sum;
 }
@@ -129,16 +114,14 @@ T CCSRSstorage<T>::onScalarProductByMatrixRow(int row, int, T const * vector) co
 template <class T>
 T CCSRSstorage<T>::onGetFreeVertCoeff(int row, int column) const
 {
-    if (m_symmetric && column < row) {
+    if (m_symmetric && column < row)
         std::swap(row, column);
-    }
     int begin = 0;
     int end = 0;
-    if (!getRowRange(row, begin, end)) {
+    if (!getRowRange(row, begin, end))
         return T(0);
-    }
     int const * const columns = this->getCsrColumns();
-    std::int64_t const sought = std::int64_t(column) + CCSRSquareMatrix<T>::getIndexBase();
+    std::int64_t const sought = std::int64_t{column} + CCSRSquareMatrix<T>::getIndexBase();
     int const * const found = std::lower_bound(columns + begin, columns + end, sought);
     return found != columns + end && *found == sought ? this->getCsrValues()[found - columns] : T(0);
 }
@@ -160,9 +143,8 @@ void CCSRSstorage<T>::onSetSymmetric(bool symmetric)
 template <class T>
 void CCSRSstorage<T>::onDefineFreeVertex(int vertex)
 {
-    if (this->GetEquationsNumber() == 0) {
+    if (this->GetEquationsNumber() == 0)
         m_filler.reset();
-    }
     CLinSysVariableManager<T>::onDefineFreeVertex(vertex);
 }
 
@@ -170,9 +152,8 @@ template <class T>
 void CCSRSstorage<T>::onAddEquationFreePart(CVertexLinearCombination<T> const & equation, int row)
 {
     initFiller();
-    if (this->IsSpoiled()) {
+    if (this->IsSpoiled())
         return;
-    }
     if (row >= this->GetFreeVariablesNumber()) {
         this->Spoil();
         return;
@@ -181,25 +162,21 @@ void CCSRSstorage<T>::onAddEquationFreePart(CVertexLinearCombination<T> const & 
     CLinearCombIterator<T> const end = equation.end();
     for (CLinearCombIterator<T> term = equation.begin(); term != end; ++term) {
         int const column = this->GetFreeVariablesIndex(term->GetVertexIdx());
-        if (column < 0) {
+        if (column < 0)
             continue;
-        }
         hasFreeTerm = true;
-        if (m_symmetric && column < row) {
+        if (m_symmetric && column < row)
             continue;
-        }
         if (!isIndexBaseKept() || !m_filler->pushByRawNextNonZeroElement(
                                       row + m_indexBase, column + m_indexBase, term->GetCoeff())) {
             this->Spoil();
             break;
         }
     }
-    if (!hasFreeTerm) {
+    if (!hasFreeTerm)
         this->Spoil();
-    }
-    if (row + 1 == this->GetFreeVariablesNumber()) {
+    if (row + 1 == this->GetFreeVariablesNumber())
         m_filler->setCompleted();
-    }
 }
 
 template <class T>
@@ -218,13 +195,12 @@ bool CCSRSstorage<T>::isIndexBaseKept() const
 template <class T>
 void CCSRSstorage<T>::initFiller()
 {
-    if (m_filler != nullptr) {
+    if (m_filler != nullptr)
         return;
-    }
     int const freeCount = this->GetFreeVariablesNumber();
     m_filler = std::make_unique<CCSRSquareMatrixFiller<T>>(this, freeCount, -1, m_indexBase, m_symmetric);
     if (m_expectedElementsPerLine > 0) {
-        std::int64_t const expected = std::int64_t(m_expectedElementsPerLine) * freeCount;
+        std::int64_t const expected = std::int64_t{m_expectedElementsPerLine} * freeCount;
         m_filler->reserveMemory(std::min(expected, largestElementsNumber()));
     }
     reserveAsAsked();

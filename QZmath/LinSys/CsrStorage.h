@@ -26,10 +26,9 @@ class QZMATH_API CCSRSstorage : public CLinSysVariableManager<T>, public CCSRSqu
 {
 public:
     /// An empty system: index base 1, not symmetric.
-    CCSRSstorage();
+    CCSRSstorage() = default;
     CCSRSstorage(CCSRSstorage const & other);
     CCSRSstorage & operator=(CCSRSstorage const & other);
-    ~CCSRSstorage() override;
     CCSRSstorage * Copy() const override;
 
     /// How many elements per row memory is reserved for with the first equation; nothing when below 1.

@@ -17,10 +17,6 @@ template <class T, class Storage, class Core>
 class QZMATH_API CLinSysSolverCompose : public IVertexPosLinearSystem<T>
 {
 public:
-    CLinSysSolverCompose();
-    CLinSysSolverCompose(CLinSysSolverCompose const & other);
-    CLinSysSolverCompose & operator=(CLinSysSolverCompose const & other);
-    ~CLinSysSolverCompose() override;
     CLinSysSolverCompose * Copy() const override;
 
     /// The storage, for what only it can do: bulk equations, reservation, scaling.
@@ -44,19 +40,6 @@ private:
 
     Storage m_storage;
 };
-
-template <class T, class Storage, class Core>
-CLinSysSolverCompose<T, Storage, Core>::CLinSysSolverCompose() = default;
-
-template <class T, class Storage, class Core>
-CLinSysSolverCompose<T, Storage, Core>::CLinSysSolverCompose(CLinSysSolverCompose const &) = default;
-
-template <class T, class Storage, class Core>
-CLinSysSolverCompose<T, Storage, Core> &
-CLinSysSolverCompose<T, Storage, Core>::operator=(CLinSysSolverCompose const &) = default;
-
-template <class T, class Storage, class Core>
-CLinSysSolverCompose<T, Storage, Core>::~CLinSysSolverCompose() = default;
 
 template <class T, class Storage, class Core>
 CLinSysSolverCompose<T, Storage, Core> * CLinSysSolverCompose<T, Storage, Core>::Copy() const

@@ -4,15 +4,6 @@
 namespace REmath
 {
 
-template <class T>
-ILinSysSolverCore<T>::ILinSysSolverCore() = default;
-template <class T>
-ILinSysSolverCore<T>::ILinSysSolverCore(ILinSysSolverCore const &) = default;
-template <class T>
-ILinSysSolverCore<T> & ILinSysSolverCore<T>::operator=(ILinSysSolverCore const &) = default;
-template <class T>
-ILinSysSolverCore<T>::~ILinSysSolverCore() = default;
-
 template class ILinSysSolverCore<float>;
 template class ILinSysSolverCore<double>;
 

@@ -20,7 +20,7 @@ private:
                                CProgressCounter * progress) = 0;
 
 public:
-    virtual ~ILinSysSolverCore();
+    virtual ~ILinSysSolverCore() = default;
 
     /// Solves for `nRightParts` sets of fixed positions; `informers` and `recievers` are parallel arrays of
     /// that many pointers. `progress` may be null; what it throws passes through. Gives true on success.
@@ -32,9 +32,9 @@ public:
     }
 
 protected:
-    ILinSysSolverCore();
-    ILinSysSolverCore(ILinSysSolverCore const & other);
-    ILinSysSolverCore & operator=(ILinSysSolverCore const & other);
+    ILinSysSolverCore() = default;
+    ILinSysSolverCore(ILinSysSolverCore const &) = default;
+    ILinSysSolverCore & operator=(ILinSysSolverCore const &) = default;
 };
 
 /// How a composed solver makes the core for a solve. Specialised by the cores that have no default

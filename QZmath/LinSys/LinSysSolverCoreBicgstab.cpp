@@ -32,16 +32,6 @@ void multiplyRows(void * context, T const * in, T * out)
 } // namespace
 
 template <class T>
-CLinSysSolverCoreBicgstab<T>::CLinSysSolverCoreBicgstab() = default;
-template <class T>
-CLinSysSolverCoreBicgstab<T>::CLinSysSolverCoreBicgstab(CLinSysSolverCoreBicgstab const &) = default;
-template <class T>
-CLinSysSolverCoreBicgstab<T> &
-CLinSysSolverCoreBicgstab<T>::operator=(CLinSysSolverCoreBicgstab const &) = default;
-template <class T>
-CLinSysSolverCoreBicgstab<T>::~CLinSysSolverCoreBicgstab() = default;
-
-template <class T>
 bool CLinSysSolverCoreBicgstab<T>::onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                                                  IVertexPosInformer<T> const ** informers,
                                                  IEqSysResultReciever<T> ** recievers,
@@ -55,7 +45,8 @@ bool CLinSysSolverCoreBicgstab<T>::onSolveSystem(ILinearSystemReadOnly<T> const 
     int expectedProducts = 1000;
     std::vector<T> rightPart(static_cast<std::size_t>(size)), solution(static_cast<std::size_t>(size));
     for (int part = 0; part < nRightParts; ++part) {
-        CPrgCntSubPhase const phase(progress, double(part) / nRightParts, 1.0 / nRightParts, 1, true);
+        CPrgCntSubPhase const phase(progress, static_cast<double>(part) / nRightParts, 1.0 / nRightParts, 1,
+                                    true);
         system.SetSingleRightPart(rightPart.data(), *informers[part]);
         solution.assign(solution.size(), T(0));
         ProductContext<T> context{system, size, {progress, expectedProducts}};

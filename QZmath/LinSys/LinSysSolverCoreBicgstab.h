@@ -19,16 +19,9 @@ namespace REmath
 template <class T>
 class QZMATH_API CLinSysSolverCoreBicgstab : public ILinSysSolverCore<T>
 {
-private:
     bool onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                        IVertexPosInformer<T> const ** informers, IEqSysResultReciever<T> ** recievers,
                        CProgressCounter * progress) override;
-
-public:
-    CLinSysSolverCoreBicgstab();
-    CLinSysSolverCoreBicgstab(CLinSysSolverCoreBicgstab const & other);
-    CLinSysSolverCoreBicgstab & operator=(CLinSysSolverCoreBicgstab const & other);
-    ~CLinSysSolverCoreBicgstab() override;
 };
 
 extern template class CLinSysSolverCoreBicgstab<float>;

@@ -9,15 +9,6 @@ namespace REmath
 {
 
 template <class T>
-CLinSysSolverCoreMkl<T>::CLinSysSolverCoreMkl() = default;
-template <class T>
-CLinSysSolverCoreMkl<T>::CLinSysSolverCoreMkl(CLinSysSolverCoreMkl const &) = default;
-template <class T>
-CLinSysSolverCoreMkl<T> & CLinSysSolverCoreMkl<T>::operator=(CLinSysSolverCoreMkl const &) = default;
-template <class T>
-CLinSysSolverCoreMkl<T>::~CLinSysSolverCoreMkl() = default;
-
-template <class T>
 bool CLinSysSolverCoreMkl<T>::onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                                             IVertexPosInformer<T> const ** informers,
                                             IEqSysResultReciever<T> ** recievers, CProgressCounter * progress)
@@ -33,10 +24,9 @@ bool CLinSysSolverCoreMkl<T>::onSolveSystem(ILinearSystemReadOnly<T> const & sys
     for (int part = 0; part < nRightParts; ++part)
         system.SetSingleRightPart(rightParts[part], *informers[part]);
     Matrix<T> freeMatrix(size, size);
-    for (int column = size - 1; column >= 0; --column) {
+    for (int column = size - 1; column >= 0; --column)
         for (int row = size - 1; row >= 0; --row)
             freeMatrix.elem(row, column) = system.GetFreeVertCoeff(row, column);
-    }
     fillPhase.Finish();
 
     CPrgCntSubPhase solvePhase(progress, 20, 75, 0, true);

@@ -20,16 +20,9 @@ namespace REmath
 template <class T>
 class QZMATH_API CLinSysSolverCoreMkl : public ILinSysSolverCore<T>
 {
-private:
     bool onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                        IVertexPosInformer<T> const ** informers, IEqSysResultReciever<T> ** recievers,
                        CProgressCounter * progress) override;
-
-public:
-    CLinSysSolverCoreMkl();
-    CLinSysSolverCoreMkl(CLinSysSolverCoreMkl const & other);
-    CLinSysSolverCoreMkl & operator=(CLinSysSolverCoreMkl const & other);
-    ~CLinSysSolverCoreMkl() override;
 };
 
 extern template class CLinSysSolverCoreMkl<float>;

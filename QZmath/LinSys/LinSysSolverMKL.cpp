@@ -5,18 +5,6 @@ namespace REmath
 {
 
 template <class T>
-CLinSysSolverMKL<T>::CLinSysSolverMKL() = default;
-
-template <class T>
-CLinSysSolverMKL<T>::CLinSysSolverMKL(CLinSysSolverMKL const &) = default;
-
-template <class T>
-CLinSysSolverMKL<T> & CLinSysSolverMKL<T>::operator=(CLinSysSolverMKL const &) = default;
-
-template <class T>
-CLinSysSolverMKL<T>::~CLinSysSolverMKL() = default;
-
-template <class T>
 CLinSysSolverMKL<T> * CLinSysSolverMKL<T>::Copy() const
 {
     return new CLinSysSolverMKL(*this);

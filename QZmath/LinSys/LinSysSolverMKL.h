@@ -20,10 +20,6 @@ class QZMATH_API CLinSysSolverMKL
     : public CLinSysSolverCompose<T, CVPLSstorage<T, CStdVectorAsVPLSstorageRow>, CLinSysSolverCoreMkl<T>>
 {
 public:
-    CLinSysSolverMKL();
-    CLinSysSolverMKL(CLinSysSolverMKL const & other);
-    CLinSysSolverMKL & operator=(CLinSysSolverMKL const & other);
-    ~CLinSysSolverMKL() override;
     CLinSysSolverMKL * Copy() const override;
 };
 

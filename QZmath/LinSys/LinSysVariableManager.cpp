@@ -1,39 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/LinSys/LinSysVariableManager.h>
 
+#include <QZsys/IndexDetail.h>
+
 #include <algorithm>
 #include <limits>
 
 namespace REmath
 {
 
+using VsUt::asIndex;
+
 void CVertexNumbering::add(int vertex)
 {
     int const index = size();
     m_vertices.push_back(vertex);
 
-    std::int64_t const tableEnd = m_tableBegin + std::int64_t(m_table.size());
+    std::int64_t const tableEnd = m_tableBegin + static_cast<std::int64_t>(m_table.size());
     if (m_scattered.empty()) {
         if (!m_table.empty() && vertex == tableEnd) {
             m_table.push_back(index);
             return;
         }
         if (vertex >= m_tableBegin && vertex < tableEnd) {
-            m_table[std::size_t(vertex - m_tableBegin)] = index;
+            m_table[asIndex(vertex - m_tableBegin)] = index;
             return;
         }
         std::int64_t const begin = m_table.empty() ? vertex : std::min<std::int64_t>(m_tableBegin, vertex);
-        std::int64_t const end = m_table.empty() ? vertex + std::int64_t(1)
-                                                 : std::max<std::int64_t>(tableEnd, vertex + std::int64_t(1));
+        std::int64_t const end = m_table.empty() ? vertex + std::int64_t{1}
+                                                 : std::max<std::int64_t>(tableEnd, vertex + std::int64_t{1});
         if (isDenseEnough(begin, end)) {
             // Room on the side that grows, so that descending identifiers cost as little as ascending ones.
             std::int64_t const room = (end - begin) / 2;
             rebuildTable(vertex < m_tableBegin ? begin - room : begin, vertex >= tableEnd ? end + room : end);
             return;
         }
-        for (int k = 0; k <= index; ++k) {
+        for (int k = 0; k <= index; ++k)
             m_scattered.emplace_hint(m_scattered.end(), at(k), k);
-        }
         m_table = {};
         m_tableBegin = 0;
         return;
@@ -43,7 +46,7 @@ void CVertexNumbering::add(int vertex)
     bool const isPowerOfTwo = (size() & index) == 0;
     if (isPowerOfTwo) {
         std::int64_t const begin = m_scattered.begin()->first;
-        std::int64_t const end = m_scattered.rbegin()->first + std::int64_t(1);
+        std::int64_t const end = m_scattered.rbegin()->first + std::int64_t{1};
         if (isDenseEnough(begin, end)) {
             m_scattered.clear();
             rebuildTable(begin, end);
@@ -61,29 +64,16 @@ int CVertexNumbering::findScattered(int vertex) const
 
 bool CVertexNumbering::isDenseEnough(std::int64_t begin, std::int64_t end) const
 {
-    return end - begin <= 1024 + 4 * std::int64_t(size());
+    return end - begin <= 1024 + 4 * std::int64_t{size()};
 }
 
 void CVertexNumbering::rebuildTable(std::int64_t begin, std::int64_t end)
 {
     m_tableBegin = begin;
-    m_table.assign(std::size_t(end - begin), -1);
-    for (int index = 0; index < size(); ++index) {
-        m_table[std::size_t(at(index) - begin)] = index;
-    }
+    m_table.assign(asIndex(end - begin), -1);
+    for (int index = 0; index < size(); ++index)
+        m_table[asIndex(at(index) - begin)] = index;
 }
-
-template <class T>
-CLinSysVariableManager<T>::CLinSysVariableManager() = default;
-
-template <class T>
-CLinSysVariableManager<T>::CLinSysVariableManager(CLinSysVariableManager const &) = default;
-
-template <class T>
-CLinSysVariableManager<T> & CLinSysVariableManager<T>::operator=(CLinSysVariableManager const &) = default;
-
-template <class T>
-CLinSysVariableManager<T>::~CLinSysVariableManager() = default;
 
 template <class T>
 void CLinSysVariableManager<T>::imitateAddEquation(int row)
@@ -106,12 +96,11 @@ template <class T>
 void CLinSysVariableManager<T>::onSetSingleRightPart(T * rightPart,
                                                      IVertexPosInformer<T> const & informer) const
 {
-    std::fill_n(rightPart, std::size_t(m_equationsNumber), T(0));
+    std::fill_n(rightPart, m_equationsNumber, T(0));
     std::vector<T> positions;
-    positions.reserve(std::size_t(m_fixedVertices.size()));
-    for (int fixedIndex = 0; fixedIndex < m_fixedVertices.size(); ++fixedIndex) {
+    positions.reserve(asIndex(m_fixedVertices.size()));
+    for (int fixedIndex = 0; fixedIndex < m_fixedVertices.size(); ++fixedIndex)
         positions.push_back(informer.GetVertexPosition(m_fixedVertices.at(fixedIndex)));
-    }
 
     // Rows and columns that came after the fixed matrix was made have no coefficients. The sum of a row runs
     // over ascending fixed indices.
@@ -120,9 +109,8 @@ void CLinSysVariableManager<T>::onSetSingleRightPart(T * rightPart,
     for (int row = 0; row < rows; ++row) {
         for (int fixedIndex = 0; fixedIndex < m_fixedMatrixColumns; ++fixedIndex, ++coeff) {
             // A zero coefficient must not meet a position that is not finite.
-            if (*coeff != T(0)) {
-                rightPart[row] += T(0) - *coeff * positions[std::size_t(fixedIndex)];
-            }
+            if (*coeff != T(0))
+                rightPart[row] += T(0) - *coeff * positions[asIndex(fixedIndex)];
         }
     }
 }
@@ -137,9 +125,8 @@ template <class T>
 void CLinSysVariableManager<T>::onSetSingleSolution(T const * solution,
                                                     IEqSysResultReciever<T> & reciever) const
 {
-    for (int index = 0; index < m_equationsNumber; ++index) {
+    for (int index = 0; index < m_equationsNumber; ++index)
         reciever.SetVertexPosition(m_freeVertices.at(index), solution[index]);
-    }
 }
 
 template <class T>
@@ -193,9 +180,7 @@ int CLinSysVariableManager<T>::onGetFixedVariablesNumber() const
 template <class T>
 T CLinSysVariableManager<T>::onGetFixedVertCoeff(int row, int fixedIndex) const
 {
-    return isInFixedMatrix(row, fixedIndex)
-               ? m_fixedMatrix[std::size_t(row) * std::size_t(m_fixedMatrixColumns) + std::size_t(fixedIndex)]
-               : T(0);
+    return isInFixedMatrix(row, fixedIndex) ? m_fixedMatrix[placeInFixedMatrix(row, fixedIndex)] : T(0);
 }
 
 template <class T>
@@ -229,14 +214,12 @@ void CLinSysVariableManager<T>::onSpoil()
 template <class T>
 void CLinSysVariableManager<T>::onAddEquation(CVertexLinearCombination<T> const & equation)
 {
-    if (m_spoiled) {
+    if (m_spoiled)
         return;
-    }
     int const row = m_equationsNumber;
     onAddEquationFixedPart(equation, row);
-    if (m_spoiled) {
+    if (m_spoiled)
         return;
-    }
     // Counted also when the free part spoils the system.
     onAddEquationFreePart(equation, row);
     ++m_equationsNumber;
@@ -255,7 +238,7 @@ void CLinSysVariableManager<T>::onSetFixedVertCoeff(int row, int fixedIndex, T v
         onSpoil();
         return;
     }
-    m_fixedMatrix[std::size_t(row) * std::size_t(m_fixedMatrixColumns) + std::size_t(fixedIndex)] = value;
+    m_fixedMatrix[placeInFixedMatrix(row, fixedIndex)] = value;
 }
 
 template <class T>
@@ -265,15 +248,13 @@ void CLinSysVariableManager<T>::allocateFixedVariableMatrix()
     int const fixedCount = m_fixedVertices.size();
     if (areFixedVariablesDefined()) {
         // A copied system takes vertices although its fixed matrix exists; they have no place in it.
-        if (freeCount != m_fixedMatrixRows || fixedCount != m_fixedMatrixColumns) {
+        if (freeCount != m_fixedMatrixRows || fixedCount != m_fixedMatrixColumns)
             onSpoil();
-        }
         return;
     }
-    if (freeCount < 1 || fixedCount < 1) {
+    if (freeCount < 1 || fixedCount < 1)
         return;
-    }
-    m_fixedMatrix.assign(std::size_t(freeCount) * std::size_t(fixedCount), T(0));
+    m_fixedMatrix.assign(asIndex(freeCount) * asIndex(fixedCount), T(0));
     m_fixedMatrixRows = freeCount;
     m_fixedMatrixColumns = fixedCount;
 }
@@ -282,9 +263,8 @@ template <class T>
 void CLinSysVariableManager<T>::onAddEquationFixedPart(CVertexLinearCombination<T> const & equation, int row)
 {
     allocateFixedVariableMatrix();
-    if (m_spoiled) {
+    if (m_spoiled)
         return;
-    }
     if (row >= m_freeVertices.size()) {
         onSpoil();
         return;
@@ -303,9 +283,8 @@ void CLinSysVariableManager<T>::onAddEquationFixedPart(CVertexLinearCombination<
         }
         onSetFixedVertCoeff(row, fixedIndex, term->GetCoeff());
     }
-    if (!hasFreeTerm) {
+    if (!hasFreeTerm)
         onSpoil();
-    }
 }
 
 template <class T>
@@ -324,6 +303,12 @@ template <class T>
 bool CLinSysVariableManager<T>::isInFixedMatrix(int row, int fixedIndex) const
 {
     return row >= 0 && row < m_fixedMatrixRows && fixedIndex >= 0 && fixedIndex < m_fixedMatrixColumns;
+}
+
+template <class T>
+std::size_t CLinSysVariableManager<T>::placeInFixedMatrix(int row, int fixedIndex) const
+{
+    return asIndex(std::int64_t{row} * m_fixedMatrixColumns + fixedIndex);
 }
 
 template class CLinSysVariableManager<float>;

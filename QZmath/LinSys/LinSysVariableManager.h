@@ -26,17 +26,19 @@ public:
     /// The index of `vertex`, -1 when it has none.
     int find(int vertex) const
     {
-        std::int64_t const offset = std::int64_t(vertex) - m_tableBegin;
-        if (offset >= 0 && offset < std::int64_t(m_table.size())) {
-            return m_table[std::size_t(offset)];
-        }
+        std::int64_t const offset = std::int64_t{vertex} - m_tableBegin;
+        if (offset >= 0 && offset < static_cast<std::int64_t>(m_table.size()))
+            return m_table[static_cast<std::size_t>(offset)];
         return m_scattered.empty() ? -1 : findScattered(vertex);
     }
 
     /// The vertex at `index`, -1 when there is none.
-    int at(int index) const { return index >= 0 && index < size() ? m_vertices[std::size_t(index)] : -1; }
+    int at(int index) const
+    {
+        return index >= 0 && index < size() ? m_vertices[static_cast<std::size_t>(index)] : -1;
+    }
 
-    int size() const { return int(m_vertices.size()); }
+    int size() const { return static_cast<int>(m_vertices.size()); }
 
     /// No further index fits into an `int`.
     bool isFull() const;
@@ -46,39 +48,36 @@ private:
     bool isDenseEnough(std::int64_t begin, std::int64_t end) const;
     void rebuildTable(std::int64_t begin, std::int64_t end);
 
-    std::vector<int> m_vertices;    // vertex of each index
-    std::vector<int> m_table;       // index of each vertex from m_tableBegin on, -1 for none
-    std::int64_t m_tableBegin = 0;  // vertex of the table's first entry
-    std::map<int, int> m_scattered; // index of each vertex; empty while the table is in use
+    std::vector<int> m_vertices;    ///< vertex of each index
+    std::vector<int> m_table;       ///< index of each vertex from `m_tableBegin` on, -1 for none
+    std::int64_t m_tableBegin = 0;  ///< vertex of the table's first entry
+    std::map<int, int> m_scattered; ///< index of each vertex; empty while the table is in use
 };
 
-/// The half of a system storage that does not depend on how the free matrix is stored: the numbering of the
-/// vertices, the dense matrix of fixed coefficients, the count of equations, the spoiled state, the making of
-/// right parts and the delivery of solutions. How the free part of an equation is stored is the subclass's
-/// affair.
+/// Keeps the books of a system: who is who among the vertices, what the fixed ones contribute to each
+/// equation, how many equations there are, and whether the caller has gone wrong. From these it makes right
+/// parts and hands out solutions. The one thing left to a subclass is where the free coefficients of an
+/// equation go.
 ///
-/// The system is spoiled by:
-/// - a vertex defined twice, be it free or fixed;
-/// - a vertex defined after storage for both the free and the fixed coefficients has been made; a system
-/// without
-///   fixed vertices has no fixed coefficients and thus takes vertices also after its first equations;
-/// - an equation beyond the number of free vertices, with an unknown vertex, or without a free vertex;
-/// - an equation that comes when storage for fixed coefficients has been made for fewer vertices than there
-/// are;
-/// - a fixed coefficient set outside the fixed matrix;
-/// - `imitateAddEquation` out of turn.
+/// Fixed coefficients stand in a dense matrix with a row per free and a column per fixed vertex, which the
+/// first equation makes. So all vertices are to be defined before it. Without fixed vertices there is no such
+/// matrix, nothing shuts the list, and free vertices may still come: whether there is room for them is up to
+/// the subclass.
 ///
-/// The fixed matrix takes (free vertices) x (fixed vertices) elements, made with the first equation.
+/// Wrong, and therefore spoiling, are: a vertex that is known already, of either kind; a vertex that comes
+/// too late, when both matrices exist; an equation too many, one that names nobody free or somebody unknown,
+/// one for which the fixed matrix has become too small; a fixed coefficient for a place that is not there;
+/// and `imitateAddEquation` for any but the next row.
 template <class T>
 class QZMATH_API CLinSysVariableManager : public ILinearSystemStorage<T>
 {
 public:
-    ~CLinSysVariableManager() override;
+    ~CLinSysVariableManager() override = default;
 
 protected:
-    CLinSysVariableManager();
-    CLinSysVariableManager(CLinSysVariableManager const & other);
-    CLinSysVariableManager & operator=(CLinSysVariableManager const & other);
+    CLinSysVariableManager() = default;
+    CLinSysVariableManager(CLinSysVariableManager const &) = default;
+    CLinSysVariableManager & operator=(CLinSysVariableManager const &) = default;
 
     /// Counts an equation whose free part the subclass has stored by other means; `row` must be the number of
     /// equations so far. Writes no fixed coefficient: those come through `SetFixedVertCoeff`.
@@ -125,11 +124,12 @@ private:
     bool areFixedVariablesDefined() const;
     bool areVariablesDefined() const;
     bool isInFixedMatrix(int row, int fixedIndex) const;
+    std::size_t placeInFixedMatrix(int row, int fixedIndex) const;
 
     bool m_spoiled = false;
     CVertexNumbering m_freeVertices;
     CVertexNumbering m_fixedVertices;
-    std::vector<T> m_fixedMatrix; // by rows
+    std::vector<T> m_fixedMatrix; ///< by rows
     int m_fixedMatrixRows = 0;
     int m_fixedMatrixColumns = 0;
     int m_equationsNumber = 0;

@@ -5,24 +5,6 @@ namespace REmath
 {
 
 template <class T>
-IVertexPosInformer<T>::~IVertexPosInformer() = default;
-
-template <class T>
-IEqSysResultReciever<T>::~IEqSysResultReciever() = default;
-
-template <class T>
-ILinearSystemReadOnly<T>::ILinearSystemReadOnly() = default;
-
-template <class T>
-ILinearSystemReadOnly<T>::ILinearSystemReadOnly(ILinearSystemReadOnly const &) = default;
-
-template <class T>
-ILinearSystemReadOnly<T> & ILinearSystemReadOnly<T>::operator=(ILinearSystemReadOnly const &) = default;
-
-template <class T>
-ILinearSystemReadOnly<T>::~ILinearSystemReadOnly() = default;
-
-template <class T>
 bool ILinearSystemReadOnly<T>::isSymmetric() const
 {
     return onIsSymmetric();
@@ -33,21 +15,6 @@ bool ILinearSystemReadOnly<T>::isPositiveDefinite() const
 {
     return onIsPositiveDefinite();
 }
-
-template <class T>
-ILinearSystemStorage<T>::ILinearSystemStorage() = default;
-
-template <class T>
-ILinearSystemStorage<T>::ILinearSystemStorage(ILinearSystemStorage const &) = default;
-
-template <class T>
-ILinearSystemStorage<T> & ILinearSystemStorage<T>::operator=(ILinearSystemStorage const &) = default;
-
-template <class T>
-ILinearSystemStorage<T>::~ILinearSystemStorage() = default;
-
-template <class T>
-IVertexPosLinearSystem<T>::~IVertexPosLinearSystem() = default;
 
 template <class T>
 void IVertexPosLinearSystem<T>::DefineFreeVertex(int vertex)

@@ -24,7 +24,7 @@ template <class T>
 class QZMATH_API IVertexPosInformer
 {
 public:
-    virtual ~IVertexPosInformer();
+    virtual ~IVertexPosInformer() = default;
     virtual T GetVertexPosition(int vertex) const = 0;
 };
 
@@ -33,7 +33,7 @@ template <class T>
 class QZMATH_API IEqSysResultReciever
 {
 public:
-    virtual ~IEqSysResultReciever();
+    virtual ~IEqSysResultReciever() = default;
     virtual void SetVertexPosition(int vertex, T position) = 0;
 };
 
@@ -52,7 +52,7 @@ private:
     virtual bool onIsPositiveDefinite() const = 0;
 
 public:
-    virtual ~ILinearSystemReadOnly();
+    virtual ~ILinearSystemReadOnly() = default;
 
     /// The free matrix is declared symmetric: only its upper triangle needs storing.
     virtual bool isSymmetric() const;
@@ -83,9 +83,9 @@ public:
     }
 
 protected:
-    ILinearSystemReadOnly();
-    ILinearSystemReadOnly(ILinearSystemReadOnly const & other);
-    ILinearSystemReadOnly & operator=(ILinearSystemReadOnly const & other);
+    ILinearSystemReadOnly() = default;
+    ILinearSystemReadOnly(ILinearSystemReadOnly const &) = default;
+    ILinearSystemReadOnly & operator=(ILinearSystemReadOnly const &) = default;
 };
 
 /// A system that can be built. Built by one thread at a time.
@@ -112,7 +112,6 @@ private:
 public:
     /// A new object of the most derived type, owned by the caller.
     virtual ILinearSystemStorage * Copy() const = 0;
-    ~ILinearSystemStorage() override;
 
     using ILinearSystemReadOnly<T>::GetFreeVertCoeff;
 
@@ -139,26 +138,23 @@ public:
     void setPositiveDefinite(bool positiveDefinite) { onSetPositiveDefinite(positiveDefinite); }
 
 protected:
-    ILinearSystemStorage();
-    ILinearSystemStorage(ILinearSystemStorage const & other);
-    ILinearSystemStorage & operator=(ILinearSystemStorage const & other);
+    ILinearSystemStorage() = default;
+    ILinearSystemStorage(ILinearSystemStorage const &) = default;
+    ILinearSystemStorage & operator=(ILinearSystemStorage const &) = default;
 };
 
-/// A whole solver, which is what a client holds: it states a system and solves it for any number of right
-/// parts.
+/// A solver as a client holds it: state a system once, solve it for as many sets of fixed positions as
+/// wished.
 ///
-/// 1. Optionally `setSymmetric`, `setPositiveDefinite`.
-/// 2. `DefineFreeVertex` once per unknown, `DefineFixedVertex` once per known vertex.
-/// 3. `AddEquation` as many times as there are free vertices.
-/// 4. `IsCorrectlyDefinedSystem`, then `SolveSystem`, as often as wished: a solve changes nothing in the
-/// system.
-///
-/// A position is one scalar: three coordinates are three right parts. Used by one thread at a time.
+/// Promises about the matrix come first, then the vertices, then one equation for each free vertex. When
+/// `IsCorrectlyDefinedSystem` says that the statement is whole, `SolveSystem` can be called again and again,
+/// as it leaves the system as it was. A position is a single number, so points in space are solved as three
+/// right parts. Used by one thread at a time.
 template <class T>
 class QZMATH_API IVertexPosLinearSystem
 {
 public:
-    virtual ~IVertexPosLinearSystem();
+    virtual ~IVertexPosLinearSystem() = default;
     virtual void DefineFreeVertex(int vertex);
     virtual void DefineFixedVertex(int vertex);
     /// A new solver of the same class with a copy of the system, owned by the caller.

@@ -27,14 +27,12 @@ public:
     {
         int const size = m_storage.GetEquationsNumber();
         std::int64_t elements = 0;
-        for (int row = 0; row < size; ++row) {
+        for (int row = 0; row < size; ++row)
             elements += m_storage.getRow(row)->GetNOfNonZeroElements();
-        }
         int const base = CLinSysSolverSparseDss<T>::st_iDssIndexBase;
-        if (elements > std::numeric_limits<int>::max() - base) {
+        if (elements > std::numeric_limits<int>::max() - base)
             return false;
-        }
-        CCSRSquareMatrixFiller<T> filler(this, size, int(elements), base, false);
+        CCSRSquareMatrixFiller<T> filler(this, size, static_cast<int>(elements), base, false);
         for (int row = 0; row < size; ++row) {
             CSparseVectorTmpl<T> const & elementsOfRow = *m_storage.getRow(row);
             for (int k = 0; k < elementsOfRow.GetNOfNonZeroElements(); ++k) {
@@ -73,18 +71,6 @@ private:
 };
 
 } // namespace
-
-template <class T>
-CSparseLinSysSolver<T>::CSparseLinSysSolver() = default;
-
-template <class T>
-CSparseLinSysSolver<T>::CSparseLinSysSolver(CSparseLinSysSolver const &) = default;
-
-template <class T>
-CSparseLinSysSolver<T> & CSparseLinSysSolver<T>::operator=(CSparseLinSysSolver const &) = default;
-
-template <class T>
-CSparseLinSysSolver<T>::~CSparseLinSysSolver() = default;
 
 template <class T>
 CSparseLinSysSolver<T> * CSparseLinSysSolver<T>::Copy() const

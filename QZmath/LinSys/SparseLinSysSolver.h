@@ -20,10 +20,6 @@ class QZMATH_API CSparseLinSysSolver
                                   CLinSysSolverSparseDss<T>>
 {
 public:
-    CSparseLinSysSolver();
-    CSparseLinSysSolver(CSparseLinSysSolver const & other);
-    CSparseLinSysSolver & operator=(CSparseLinSysSolver const & other);
-    ~CSparseLinSysSolver() override;
     CSparseLinSysSolver * Copy() const override;
 
 private:

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/LinSys/SparseVector.h>
 
+#include <QZsys/IndexDetail.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -11,13 +13,15 @@
 namespace REmath
 {
 
+using VsUt::asIndex;
+
 namespace
 {
 
 static_assert(sizeof(int) == 4, "the file form has positions of 4 bytes");
 
 /// Elements that are read in one piece from a file that has not shown yet that it holds them.
-constexpr std::size_t pieceElements = std::size_t(1) << 14;
+constexpr std::size_t pieceElements = 1 << 14;
 
 template <class Element>
 bool writeAll(std::FILE * file, Element const * elements, std::size_t count)
@@ -39,9 +43,8 @@ bool readInPieces(std::FILE * file, std::vector<Element> & elements, std::size_t
         std::size_t const begin = elements.size();
         std::size_t const piece = std::min(count - begin, pieceElements);
         elements.resize(begin + piece);
-        if (!readAll(file, elements.data() + begin, piece)) {
+        if (!readAll(file, elements.data() + begin, piece))
             return false;
-        }
     }
     return true;
 }
@@ -50,17 +53,13 @@ bool readInPieces(std::FILE * file, std::vector<Element> & elements, std::size_t
 std::int64_t remainingBytes(std::FILE * file)
 {
     off_t const here = ftello(file);
-    if (here < 0 || fseeko(file, 0, SEEK_END) != 0) {
+    if (here < 0 || fseeko(file, 0, SEEK_END) != 0)
         return 0;
-    }
     off_t const end = ftello(file);
     return fseeko(file, here, SEEK_SET) == 0 ? std::max<std::int64_t>(0, end - here) : 0;
 }
 
 } // namespace
-
-template <class T>
-CSparseVectorTmpl<T>::CSparseVectorTmpl() = default;
 
 template <class T>
 CSparseVectorTmpl<T>::CSparseVectorTmpl(int size, T const * array)
@@ -69,34 +68,26 @@ CSparseVectorTmpl<T>::CSparseVectorTmpl(int size, T const * array)
 }
 
 template <class T>
-CSparseVectorTmpl<T>::CSparseVectorTmpl(CSparseVectorTmpl const &) = default;
-
-template <class T>
-CSparseVectorTmpl<T> & CSparseVectorTmpl<T>::operator=(CSparseVectorTmpl const &) = default;
-
-template <class T>
-CSparseVectorTmpl<T>::~CSparseVectorTmpl() = default;
-
-template <class T>
 T CSparseVectorTmpl<T>::GetElement(int position) const
 {
     int const index = GetCompactIdx(position);
-    return index < 0 ? T(0) : m_values[std::size_t(index)];
+    return index < 0 ? T(0) : m_values[asIndex(index)];
 }
 
 template <class T>
 int CSparseVectorTmpl<T>::GetCompactIdx(int position) const
 {
     auto const found = std::lower_bound(m_positions.begin(), m_positions.end(), position);
-    return found != m_positions.end() && *found == position ? int(found - m_positions.begin()) : -1;
+    return found != m_positions.end() && *found == position ? static_cast<int>(found - m_positions.begin())
+                                                            : -1;
 }
 
 template <class T>
 void CSparseVectorTmpl<T>::ReserveNonZeroElem(int count)
 {
     if (count > 0) {
-        m_positions.reserve(std::size_t(count));
-        m_values.reserve(std::size_t(count));
+        m_positions.reserve(asIndex(count));
+        m_values.reserve(asIndex(count));
     }
 }
 
@@ -112,15 +103,12 @@ void CSparseVectorTmpl<T>::AssignByVector(int size, T const * array)
 {
     Reset();
     int nonZeros = 0;
-    for (int position = 0; position < size; ++position) {
-        nonZeros += !IsElementZero(double(array[position]));
-    }
+    for (int position = 0; position < size; ++position)
+        nonZeros += !IsElementZero(array[position]);
     ReserveNonZeroElem(nonZeros);
-    for (int position = 0; position < size && GetNOfNonZeroElements() < nonZeros; ++position) {
-        if (!IsElementZero(double(array[position]))) {
+    for (int position = 0; position < size && GetNOfNonZeroElements() < nonZeros; ++position)
+        if (!IsElementZero(array[position]))
             SetElementNoIdxSearch(position, array[position]);
-        }
-    }
 }
 
 template <class T>
@@ -135,10 +123,9 @@ bool CSparseVectorTmpl<T>::SaveToFile(std::FILE * file) const
 {
     std::size_t const stored = m_positions.size();
     if (file == nullptr || m_values.size() != stored ||
-        stored > std::size_t(std::numeric_limits<int>::max())) {
+        stored > static_cast<std::size_t>(std::numeric_limits<int>::max()))
         return false;
-    }
-    int const count = int(stored);
+    int const count = static_cast<int>(stored);
     return writeAll(file, &count, 1) && writeAll(file, m_positions.data(), stored) &&
            writeAll(file, m_values.data(), stored);
 }
@@ -148,9 +135,8 @@ bool CSparseVectorTmpl<T>::LoadFromFile(std::FILE * file)
 {
     Reset();
     int count = 0;
-    if (file == nullptr || !readAll(file, &count, 1) || count < 0) {
+    if (file == nullptr || !readAll(file, &count, 1) || count < 0)
         return false;
-    }
     bool const complete = count == 0 || readBody(file, count);
     m_values.resize(m_positions.size());
     return complete;
@@ -159,8 +145,8 @@ bool CSparseVectorTmpl<T>::LoadFromFile(std::FILE * file)
 template <class T>
 bool CSparseVectorTmpl<T>::readBody(std::FILE * file, int count)
 {
-    std::size_t const elements = std::size_t(count);
-    std::int64_t const needed = std::int64_t(count) * std::int64_t(sizeof(int) + sizeof(T));
+    std::size_t const elements = asIndex(count);
+    std::int64_t const needed = std::int64_t{count} * static_cast<std::int64_t>(sizeof(int) + sizeof(T));
     if (needed <= remainingBytes(file)) {
         m_positions.reserve(elements);
         m_values.reserve(elements);

@@ -18,26 +18,24 @@ template <class T>
 class QZMATH_API CSparseVectorTmpl
 {
 public:
-    CSparseVectorTmpl();
+    CSparseVectorTmpl() = default;
     /// The non-zero elements of an array, see `AssignByVector`.
     CSparseVectorTmpl(int size, T const * array);
-    CSparseVectorTmpl(CSparseVectorTmpl const & other);
-    CSparseVectorTmpl & operator=(CSparseVectorTmpl const & other);
-    virtual ~CSparseVectorTmpl();
+    virtual ~CSparseVectorTmpl() = default;
 
     /// The element at `position`, 0 when none is stored. O(log n) in the number of stored elements.
     T operator[](int position) const { return GetElement(position); }
     T GetElement(int position) const;
 
-    int GetNOfNonZeroElements() const { return int(m_positions.size()); }
+    int GetNOfNonZeroElements() const { return static_cast<int>(m_positions.size()); }
     /// The position of stored element `k`, counted from 0; -1 when there is no such one.
-    int GetNonZeroPos(int k) const { return isStored(k) ? m_positions[std::size_t(k)] : -1; }
+    int GetNonZeroPos(int k) const { return isStored(k) ? m_positions[static_cast<std::size_t>(k)] : -1; }
     /// Value and position of stored element `k`; 0 and -1 when there is no such one.
     void GetNonZeroElementAndPos(int k, T & value, int & position) const
     {
         bool const stored = isStored(k);
-        value = stored ? m_values[std::size_t(k)] : T(0);
-        position = stored ? m_positions[std::size_t(k)] : -1;
+        value = stored ? m_values[static_cast<std::size_t>(k)] : T(0);
+        position = stored ? m_positions[static_cast<std::size_t>(k)] : -1;
     }
 
     /// The first and the last position; 0x7FFFFFFF and -1 for an empty vector.

@@ -1,23 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/LinSys/VPLSstorage.h>
 
+#include <QZsys/IndexDetail.h>
+
 #include <algorithm>
 #include <cstddef>
 
 namespace REmath
 {
 
-template <class T, template <class> class Row>
-CVPLSstorage<T, Row>::CVPLSstorage() = default;
-
-template <class T, template <class> class Row>
-CVPLSstorage<T, Row>::CVPLSstorage(CVPLSstorage const &) = default;
-
-template <class T, template <class> class Row>
-CVPLSstorage<T, Row> & CVPLSstorage<T, Row>::operator=(CVPLSstorage const &) = default;
-
-template <class T, template <class> class Row>
-CVPLSstorage<T, Row>::~CVPLSstorage() = default;
+using VsUt::asIndex;
 
 template <class T, template <class> class Row>
 CVPLSstorage<T, Row> * CVPLSstorage<T, Row>::Copy() const
@@ -28,10 +20,9 @@ CVPLSstorage<T, Row> * CVPLSstorage<T, Row>::Copy() const
 template <class T, template <class> class Row>
 void CVPLSstorage<T, Row>::AllocateMatrix()
 {
-    if (this->IsSpoiled() || IsMatrixAllocated()) {
+    if (this->IsSpoiled() || IsMatrixAllocated())
         return;
-    }
-    std::size_t const freeCount = std::size_t(this->GetFreeVariablesNumber());
+    std::size_t const freeCount = asIndex(this->GetFreeVariablesNumber());
     m_scratchRow.assign(freeCount, T(0));
     m_rows.resize(freeCount);
 }
@@ -39,13 +30,13 @@ void CVPLSstorage<T, Row>::AllocateMatrix()
 template <class T, template <class> class Row>
 T CVPLSstorage<T, Row>::onScalarProductByMatrixRow(int row, int size, T const * vector) const
 {
-    return hasRow(row) ? Row<T>::scalarProduct(m_rows[std::size_t(row)], size, vector) : T(0);
+    return hasRow(row) ? Row<T>::scalarProduct(m_rows[asIndex(row)], size, vector) : T(0);
 }
 
 template <class T, template <class> class Row>
 T CVPLSstorage<T, Row>::onGetFreeVertCoeff(int row, int column) const
 {
-    return hasRow(row) ? Row<T>::getElement(m_rows[std::size_t(row)], column) : T(0);
+    return hasRow(row) ? Row<T>::getElement(m_rows[asIndex(row)], column) : T(0);
 }
 
 template <class T, template <class> class Row>
@@ -84,11 +75,10 @@ template <class T, template <class> class Row>
 void CVPLSstorage<T, Row>::onAddEquationFreePart(CVertexLinearCombination<T> const & equation, int row)
 {
     AllocateMatrix();
-    if (this->IsSpoiled()) {
+    if (this->IsSpoiled())
         return;
-    }
     // A free vertex that came after the rows were made has no place in them.
-    if (!hasRow(row) || m_rows.size() != std::size_t(this->GetFreeVariablesNumber())) {
+    if (!hasRow(row) || m_rows.size() != asIndex(this->GetFreeVariablesNumber())) {
         this->Spoil();
         return;
     }
@@ -98,15 +88,14 @@ void CVPLSstorage<T, Row>::onAddEquationFreePart(CVertexLinearCombination<T> con
     for (CLinearCombIterator<T> term = equation.begin(); term != end; ++term) {
         int const column = this->GetFreeVariablesIndex(term->GetVertexIdx());
         if (column >= 0) {
-            m_scratchRow[std::size_t(column)] = term->GetCoeff();
+            m_scratchRow[asIndex(column)] = term->GetCoeff();
             hasFreeTerm = true;
         }
     }
-    if (hasFreeTerm) {
-        Row<T>::assignRowByArray(&m_rows[std::size_t(row)], int(m_rows.size()), m_scratchRow.data());
-    } else {
+    if (hasFreeTerm)
+        Row<T>::assignRowByArray(&m_rows[asIndex(row)], static_cast<int>(m_rows.size()), m_scratchRow.data());
+    else
         this->Spoil();
-    }
 }
 
 template <class T, template <class> class Row>

@@ -26,10 +26,10 @@ template <class T, template <class> class Row>
 class QZMATH_API CVPLSstorage : public CLinSysVariableManager<T>
 {
 public:
-    CVPLSstorage();
-    CVPLSstorage(CVPLSstorage const & other);
-    CVPLSstorage & operator=(CVPLSstorage const & other);
-    ~CVPLSstorage() override;
+    // Copied but never moved: a storage left without its rows would claim equations that it does not hold.
+    CVPLSstorage() = default;
+    CVPLSstorage(CVPLSstorage const &) = default;
+    CVPLSstorage & operator=(CVPLSstorage const &) = default;
     /// A deep copy, which takes further equations as its original does.
     CVPLSstorage * Copy() const override;
 
@@ -42,7 +42,7 @@ public:
     /// it.
     typename Row<T>::RowType const * getRow(int row) const
     {
-        return hasRow(row) ? &m_rows[std::size_t(row)] : nullptr;
+        return hasRow(row) ? &m_rows[static_cast<std::size_t>(row)] : nullptr;
     }
 
 private:
@@ -56,9 +56,9 @@ private:
     bool areFreeVariablesDefined() const override;
 
     bool isClosedByCaller() const;
-    bool hasRow(int row) const { return row >= 0 && std::size_t(row) < m_rows.size(); }
+    bool hasRow(int row) const { return row >= 0 && static_cast<std::size_t>(row) < m_rows.size(); }
 
-    std::vector<T> m_scratchRow; // one element per free vertex
+    std::vector<T> m_scratchRow; ///< one element per free vertex
     std::vector<typename Row<T>::RowType> m_rows;
     bool m_symmetric = false;
 };

@@ -3,11 +3,15 @@
 
 #include <QZmath/Backend/Blas.h>
 
+#include <QZsys/IndexDetail.h>
+
 #include <algorithm>
 #include <cstdint>
 
 namespace REmath
 {
+
+using VsUt::asIndex;
 
 namespace
 {
@@ -15,15 +19,15 @@ namespace
 template <class T>
 T elementAt(std::vector<T> const & values, std::int64_t index)
 {
-    return index >= 0 && index < std::int64_t(values.size()) ? values[std::size_t(index)] : T(0);
+    return index >= 0 && index < static_cast<std::int64_t>(values.size()) ? values[asIndex(index)] : T(0);
 }
 
 /// The product of a span of a row that begins at `first` with the part of the vector that lies along it.
 template <class T>
 T spanProduct(std::vector<T> const & span, int first, int size, T const * vector)
 {
-    std::int64_t const length = std::min(std::int64_t(span.size()), std::int64_t(size) - first);
-    return length > 0 && first >= 0 ? QzBackend::dot(std::size_t(length), span.data(), vector + first) : T(0);
+    std::int64_t const length = std::min(static_cast<std::int64_t>(span.size()), std::int64_t{size} - first);
+    return length > 0 && first >= 0 ? QzBackend::dot(asIndex(length), span.data(), vector + first) : T(0);
 }
 
 } // namespace
@@ -51,12 +55,10 @@ void CShiftedVectorAsVPLstorageRow<T>::assignRowByArray(RowType * row, int size,
 {
     int first = 0;
     int end = std::max(0, size);
-    while (first < end && array[first] == T(0)) {
+    while (first < end && array[first] == T(0))
         ++first;
-    }
-    while (end > first && array[end - 1] == T(0)) {
+    while (end > first && array[end - 1] == T(0))
         --end;
-    }
     row->firstPosition = first < end ? first : 0;
     row->values.assign(array + first, array + end);
 }
@@ -70,7 +72,7 @@ T CShiftedVectorAsVPLstorageRow<T>::scalarProduct(RowType const & row, int size,
 template <class T>
 T CShiftedVectorAsVPLstorageRow<T>::getElement(RowType const & row, int column)
 {
-    return elementAt(row.values, std::int64_t(row.firstPosition) + column);
+    return elementAt(row.values, std::int64_t{row.firstPosition} + column);
 }
 
 template <class T>
@@ -87,9 +89,8 @@ T CSparseVectorAsVPLSstorageRow<T>::scalarProduct(RowType const & row, int size,
         T value;
         int position;
         row.GetNonZeroElementAndPos(k, value, position);
-        if (position >= 0 && position < size) {
+        if (position >= 0 && position < size)
             sum += value * vector[position];
-        }
     }
     return sum;
 }

@@ -6,24 +6,8 @@ namespace REmath
 {
 
 template <class T>
-CVertexMonom<T>::CVertexMonom() : m_vertex(0), m_coeff(0)
-{}
-
-template <class T>
 CVertexMonom<T>::CVertexMonom(int vertex, T coeff) : m_vertex(vertex), m_coeff(coeff)
 {}
-
-template <class T>
-CVertexMonom<T>::CVertexMonom(CVertexMonom const & other) = default;
-
-template <class T>
-CVertexMonom<T>::~CVertexMonom() = default;
-
-template <class T>
-CVertexMonom<T> & CVertexMonom<T>::operator=(CVertexMonom const & other) = default;
-
-template <class T>
-CLinearCombIterator<T>::CLinearCombIterator() = default;
 
 template <class T>
 CLinearCombIterator<T>::CLinearCombIterator(Position position, Position end)
@@ -31,15 +15,6 @@ CLinearCombIterator<T>::CLinearCombIterator(Position position, Position end)
 {
     refresh();
 }
-
-template <class T>
-CLinearCombIterator<T>::CLinearCombIterator(CLinearCombIterator const & other) = default;
-
-template <class T>
-CLinearCombIterator<T>::~CLinearCombIterator() = default;
-
-template <class T>
-CLinearCombIterator<T> & CLinearCombIterator<T>::operator=(CLinearCombIterator const & other) = default;
 
 template <class T>
 CVertexLinearCombination<T>::CVertexLinearCombination() : m_body(std::make_unique<Body>())
@@ -51,14 +26,10 @@ CVertexLinearCombination<T>::CVertexLinearCombination(CVertexLinearCombination c
 {}
 
 template <class T>
-CVertexLinearCombination<T>::~CVertexLinearCombination() = default;
-
-template <class T>
 CVertexLinearCombination<T> & CVertexLinearCombination<T>::operator=(CVertexLinearCombination const & other)
 {
-    if (this != &other) {
+    if (this != &other)
         *m_body = *other.m_body;
-    }
     return *this;
 }
 
@@ -71,9 +42,8 @@ void CVertexLinearCombination<T>::AddVertex(int vertex, T coeff)
         return;
     }
     auto const [term, isNew] = terms.try_emplace(vertex, coeff);
-    if (!isNew) {
+    if (!isNew)
         term->second += coeff;
-    }
 }
 
 template <class T>
@@ -98,9 +68,8 @@ CLinearCombIterator<T> CVertexLinearCombination<T>::end() const
 template <class T>
 CVertexLinearCombination<T> & CVertexLinearCombination<T>::operator*=(T factor)
 {
-    for (auto & term : m_body->m_terms) {
+    for (auto & term : m_body->m_terms)
         term.second *= factor;
-    }
     return *this;
 }
 
@@ -108,9 +77,8 @@ template <class T>
 CVertexLinearCombination<T> & CVertexLinearCombination<T>::operator+=(CVertexLinearCombination const & other)
 {
     // No term is new when the other one is this one, so the walk is safe then too.
-    for (auto const & term : other.m_body->m_terms) {
+    for (auto const & term : other.m_body->m_terms)
         AddVertex(term.first, term.second);
-    }
     return *this;
 }
 
@@ -120,11 +88,9 @@ T EvaluateLinCombination(CVertexLinearCombination<T> const & combination,
 {
     T sum = 0;
     CLinearCombIterator<T> const end = combination.end();
-    for (CLinearCombIterator<T> term = combination.begin(); term != end; ++term) {
-        if (term->GetCoeff() != T(0)) {
+    for (CLinearCombIterator<T> term = combination.begin(); term != end; ++term)
+        if (term->GetCoeff() != T(0))
             sum += term->GetCoeff() * positions.GetVertexPosition(term->GetVertexIdx());
-        }
-    }
     return sum;
 }
 

@@ -24,11 +24,11 @@ class QZMATH_API CVertexMonom
 {
 public:
     /// The term 0 times vertex 0.
-    CVertexMonom();
+    CVertexMonom() = default;
     CVertexMonom(int vertex, T coeff);
-    CVertexMonom(CVertexMonom const & other);
-    virtual ~CVertexMonom();
-    virtual CVertexMonom & operator=(CVertexMonom const & other);
+    CVertexMonom(CVertexMonom const &) = default;
+    virtual ~CVertexMonom() = default;
+    virtual CVertexMonom & operator=(CVertexMonom const &) = default;
 
     int GetVertexIdx() const { return m_vertex; }
     int & VertexIdx() { return m_vertex; }
@@ -36,8 +36,8 @@ public:
     T & Coeff() { return m_coeff; }
 
 private:
-    int m_vertex;
-    T m_coeff;
+    int m_vertex = 0;
+    T m_coeff = 0;
 };
 
 /// Forward iterator over the terms of a combination, in ascending order of the vertex.
@@ -56,9 +56,9 @@ public:
     using pointer = CVertexMonom<T> const *;
     using reference = CVertexMonom<T> const &;
 
-    CLinearCombIterator(CLinearCombIterator const & other);
-    virtual ~CLinearCombIterator();
-    virtual CLinearCombIterator & operator=(CLinearCombIterator const & other);
+    CLinearCombIterator(CLinearCombIterator const &) = default;
+    virtual ~CLinearCombIterator() = default;
+    virtual CLinearCombIterator & operator=(CLinearCombIterator const &) = default;
 
     /// The copy of the current term; of no meaning at the end.
     CVertexMonom<T> const & operator*() const { return m_term; }
@@ -80,14 +80,14 @@ public:
         return former;
     }
 
-    /// Same place of the same combination? The copied terms are not compared.
+    /// Do both stand at one place of one combination? The copied terms are not compared.
     bool isSamePosition(CLinearCombIterator const & other) const { return m_position == other.m_position; }
 
 private:
     friend class CVertexLinearCombination<T>;
     using Position = typename std::map<int, T>::const_iterator;
 
-    CLinearCombIterator();
+    CLinearCombIterator() = default;
     CLinearCombIterator(Position position, Position end);
 
     void refresh()
@@ -129,7 +129,7 @@ public:
     /// A combination without terms.
     CVertexLinearCombination();
     CVertexLinearCombination(CVertexLinearCombination const & other);
-    virtual ~CVertexLinearCombination();
+    virtual ~CVertexLinearCombination() = default;
     virtual CVertexLinearCombination & operator=(CVertexLinearCombination const & other);
 
     /// Adds `coeff` to the coefficient of `vertex`, which is inserted when absent, also for a `coeff` of 0.

@@ -28,9 +28,7 @@ protected:
     void onPosition(double overall) override
     {
         ASSERT_FALSE(m_isBusy.exchange(true));
-        if (owner != std::thread::id()) {
-            ASSERT_EQ(owner, std::this_thread::get_id());
-        }
+        ASSERT_TRUE(owner == std::thread::id() || owner == std::this_thread::get_id());
         m_isBusy = false;
         RecordingCounter::onPosition(overall);
     }

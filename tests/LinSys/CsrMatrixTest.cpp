@@ -30,9 +30,8 @@ Dense<T> makeDense(int size, double density, bool upperOnly, std::mt19937 & rand
     for (int row = 0; row < size; ++row) {
         for (int column = upperOnly ? row : 0; column < size; ++column) {
             bool const isLast = row == size - 1 && column == size - 1;
-            if (isLast || double(random() % 1000) < density * 1000) {
+            if (isLast || double(random() % 1000) < density * 1000)
                 dense[std::size_t(row)][std::size_t(column)] = value(random);
-            }
         }
     }
     return dense;
@@ -59,11 +58,9 @@ template <class T>
 T elementOf(ICsrMatrix<T> const & matrix, int row, int column)
 {
     int const base = matrix.getIndexBase();
-    for (int k = matrix.getCsrPointerB()[row] - base; k < matrix.getCsrPointerE()[row] - base; ++k) {
-        if (matrix.getCsrColumns()[k] == column + base) {
+    for (int k = matrix.getCsrPointerB()[row] - base; k < matrix.getCsrPointerE()[row] - base; ++k)
+        if (matrix.getCsrColumns()[k] == column + base)
             return matrix.getCsrValues()[k];
-        }
-    }
     return 0;
 }
 

@@ -34,12 +34,10 @@ TYPED_TEST(CsrStorageTest, WholeRowsBehaveAsElementsPushedOneByOne)
         CCSRSstorage<T> storage;
         storage.setSymmetric(symmetric);
         storage.setIndexBase(base);
-        for (int vertex = 0; vertex < size; ++vertex) {
+        for (int vertex = 0; vertex < size; ++vertex)
             storage.DefineFreeVertex(vertex);
-        }
-        if (random() % 2 == 0) {
+        if (random() % 2 == 0)
             storage.reserveMatrixMemory(std::int64_t(1) << 40); // far more than such a matrix can hold
-        }
         CCSRSquareMatrix<T> expected;
         CCSRSquareMatrixFiller<T> filler(&expected, size, -1, base, symmetric);
         bool isSpoiled = false;
@@ -52,9 +50,8 @@ TYPED_TEST(CsrStorageTest, WholeRowsBehaveAsElementsPushedOneByOne)
                     values.push_back(T(random() % 9));
                 }
             }
-            if (random() % 8 == 0) {
+            if (random() % 8 == 0)
                 columns[random() % columns.size()] = int(random() % 9) - 2;
-            }
             for (std::size_t k = 0; k < columns.size() && !isSpoiled; ++k) {
                 isSpoiled = (!symmetric || columns[k] >= row) &&
                             !filler.pushByRawNextNonZeroElement(row + base, columns[k] + base, values[k]);
@@ -69,9 +66,8 @@ TYPED_TEST(CsrStorageTest, WholeRowsBehaveAsElementsPushedOneByOne)
             ASSERT_EQ(storage.getCsrValues()[k], expected.getCsrValues()[k]);
             ASSERT_EQ(storage.getCsrColumns()[k], expected.getCsrColumns()[k]);
         }
-        for (int entry = 0; entry <= size; ++entry) {
+        for (int entry = 0; entry <= size; ++entry)
             ASSERT_EQ(storage.getRowIndex()[entry], expected.getRowIndex()[entry]) << seed;
-        }
     }
     EXPECT_GT(spoiled, 300);
     EXPECT_LT(spoiled, 2700);
@@ -104,9 +100,8 @@ TYPED_TEST(CsrStorageTest, MisuseSpoils)
 
     CCSRSstorage<T> oddBase;
     oddBase.setIndexBase(2);
-    for (int vertex : {1, 2, 3}) {
+    for (int vertex : {1, 2, 3})
         oddBase.DefineFreeVertex(vertex);
-    }
     EXPECT_FALSE(oddBase.IsSpoiled());
     oddBase.AddEquation(equation);
     EXPECT_TRUE(oddBase.IsSpoiled());
@@ -120,12 +115,10 @@ TYPED_TEST(CsrStorageTest, MisuseSpoils)
         storage.addEquationFreePartNoAliases(row, count, values, columns);
         return storage.IsSpoiled();
     };
-    for (int row : {INT_MIN, -1, 1, 2, INT_MAX}) {
+    for (int row : {INT_MIN, -1, 1, 2, INT_MAX})
         EXPECT_TRUE(isSpoiledBy(row, 1, &value, &column)) << row;
-    }
-    for (int count : {-1, 0}) {
+    for (int count : {-1, 0})
         EXPECT_TRUE(isSpoiledBy(0, count, &value, &column)) << count;
-    }
     EXPECT_TRUE(isSpoiledBy(0, 1, nullptr, &column) && isSpoiledBy(0, 1, &value, nullptr));
     EXPECT_FALSE(isSpoiledBy(0, 1, &value, &column));
 }
@@ -134,9 +127,8 @@ TYPED_TEST(CsrStorageTest, CopyHasNoOpenMatrix)
 {
     using T = TypeParam;
     CCSRSstorage<T> storage;
-    for (int vertex = 0; vertex < 3; ++vertex) {
+    for (int vertex = 0; vertex < 3; ++vertex)
         storage.DefineFreeVertex(vertex);
-    }
     storage.DefineFixedVertex(9);
     CVertexLinearCombination<T> equation;
     equation.AddVertex(0, 4);
@@ -177,21 +169,18 @@ TYPED_TEST(CsrStorageTest, RoomIsReservedWheneverItIsAskedFor)
         SCOPED_TRACE(definedBefore);
         CCSRSstorage<T> storage;
         for (int vertex = 0; vertex < size; ++vertex) {
-            if (vertex == definedBefore) {
+            if (vertex == definedBefore)
                 storage.reserveMatrixMemory(size * perRow);
-            }
             storage.DefineFreeVertex(vertex);
         }
         storage.DefineFixedVertex(size);
-        if (definedBefore == size) {
+        if (definedBefore == size)
             storage.reserveMatrixMemory(size * perRow);
-        }
         T const * reserved = nullptr;
         for (int row = 0; row < size; ++row) {
             CVertexLinearCombination<T> equation;
-            for (int vertex = std::max(0, row - 1); vertex <= std::min(row + 1, size); ++vertex) {
+            for (int vertex = std::max(0, row - 1); vertex <= std::min(row + 1, size); ++vertex)
                 equation.AddVertex(vertex, T(row == vertex ? 2 : -1));
-            }
             storage.AddEquation(equation);
             ASSERT_TRUE(row == 0 || storage.getCsrValues() == reserved) << row;
             reserved = storage.getCsrValues();

@@ -48,9 +48,8 @@ private:
     }
     void onSetSingleSolution(T const * solution, IEqSysResultReciever<T> & reciever) const override
     {
-        for (int row = 0; row < size; ++row) {
+        for (int row = 0; row < size; ++row)
             reciever.SetVertexPosition(row, solution[row]);
-        }
     }
     bool onIsSymmetric() const override { return true; }
     bool onIsPositiveDefinite() const override { return true; }

@@ -37,9 +37,8 @@ private:
     void onAddEquationFreePart(CVertexLinearCombination<T> const &, int row) override
     {
         m_rows.push_back(row);
-        if (m_failsNext) {
+        if (m_failsNext)
             this->Spoil();
-        }
     }
     bool areFreeVariablesDefined() const override { return !m_rows.empty(); }
 };
@@ -70,9 +69,8 @@ template <class T>
 CVertexLinearCombination<T> equationOf(std::initializer_list<std::pair<int, T>> const & terms)
 {
     CVertexLinearCombination<T> equation;
-    for (auto const & [vertex, coeff] : terms) {
+    for (auto const & [vertex, coeff] : terms)
         equation.AddVertex(vertex, coeff);
-    }
     return equation;
 }
 
@@ -177,12 +175,10 @@ TYPED_TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
     for (Case const & one : cases) {
         SCOPED_TRACE(one.what);
         Storage storage;
-        for (int vertex : {1, 2}) {
+        for (int vertex : {1, 2})
             storage.DefineFreeVertex(vertex);
-        }
-        for (int vertex : {20, 10}) {
+        for (int vertex : {20, 10})
             storage.DefineFixedVertex(vertex);
-        }
         one.use(storage);
         Storage copy(storage);
         for (Storage * either : {&storage, &copy}) {

@@ -48,35 +48,30 @@ DenseMatrix matrixOf(Kind kind, int size, std::mt19937 & random)
     case Kind::dominant:
         break;
     case Kind::mixedSigns:
-        for (int row = 0; row < size; row += 2) {
+        for (int row = 0; row < size; row += 2)
             matrix(row, row) = -matrix(row, row);
-        }
         break;
     case Kind::saddlePoint:
         // The last third are multipliers: no element among them, each coupled strongly with a vertex of its
         // own.
         for (int row = size - size / 3; row < size; ++row) {
-            for (int column = 0; column < size; ++column) {
+            for (int column = 0; column < size; ++column)
                 matrix(row, column) = matrix(column, row) = 0;
-            }
             int const own = row - (size - size / 3);
             matrix(row, own) = matrix(own, row) = 2;
         }
         break;
     case Kind::permutedRows:
-        for (int row = 0; row + 1 < size; ++row) {
-            for (int column = 0; column < size; ++column) {
+        for (int row = 0; row + 1 < size; ++row)
+            for (int column = 0; column < size; ++column)
                 std::swap(matrix(row, column), matrix(row + 1, column));
-            }
-        }
         break;
     case Kind::zeroColumn:
     case Kind::zeroColumnSymmetric:
         for (int other = 0; other < size; ++other) {
             matrix(other, victim) = 0;
-            if (kind == Kind::zeroColumnSymmetric) {
+            if (kind == Kind::zeroColumnSymmetric)
                 matrix(victim, other) = 0;
-            }
         }
         break;
     }
@@ -105,9 +100,8 @@ void expectSolutions(IVertexPosLinearSystem<T> & solver, int count, DenseMatrix 
     for (std::size_t part = 0; part < solutions.size(); ++part) {
         ASSERT_EQ(solutions[part].calls, matrix.size);
         double const factor = double(part) + 1;
-        for (std::size_t k = 0; k < expected.size(); ++k) {
+        for (std::size_t k = 0; k < expected.size(); ++k)
             ASSERT_NEAR(solutions[part].values[k], factor * expected[k], factor * tolerance * scale) << part;
-        }
     }
 }
 
@@ -187,18 +181,16 @@ TYPED_TEST(SolverPropertiesTest, EverySolverSolvesWhatWasStated)
             std::vector<double> right = testSupport::randomVector(size, random);
             for (Candidate<T> & candidate : everySolver<T>(size)) {
                 bool const isEasy = kind == Kind::definite || kind == Kind::dominant;
-                if (!candidate.isDirect && !isEasy) {
+                if (!candidate.isDirect && !isEasy)
                     continue; // such systems need not converge
-                }
                 SCOPED_TRACE(candidate.name + ", kind " + std::to_string(int(kind)) + ", size " +
                              std::to_string(size));
                 double const tolerance = !candidate.isDirect ? 2e-4 : isFloat ? 1e-4 : 1e-10;
                 std::unique_ptr<IVertexPosLinearSystem<T>> solver = std::move(candidate.solver);
                 state(*solver, kind, kind == Kind::definite && seed % 2 == 0, matrix, right);
                 ASSERT_TRUE(solver->IsCorrectlyDefinedSystem());
-                for (int count : {3, 1, 0}) {
+                for (int count : {3, 1, 0})
                     ASSERT_NO_FATAL_FAILURE(expectSolutions(*solver, count, matrix, right, tolerance));
-                }
                 std::unique_ptr<IVertexPosLinearSystem<T>> const copy(solver->Copy());
                 IVertexPosLinearSystem<T> const & original = *solver;
                 IVertexPosLinearSystem<T> const & copied = *copy;
@@ -258,14 +250,12 @@ TYPED_TEST(SolverPropertiesTest, SpoiledUnfinishedAndZeroSystems)
             zero(candidate.solver->Copy());
         state(*zero, Kind::definite, true, matrix, zeros);
         // An exact start is a breakdown for the iteration; only the core over a matrix delivers it.
-        if (candidate.isDirect || isIterative) {
+        if (candidate.isDirect || isIterative)
             expectSolutions(*zero, 2, matrix, zeros, 0.0);
-        } else {
+        else
             EXPECT_TRUE(isRefused(*zero));
-        }
-        if (isIterative || isDecomposed) {
+        if (isIterative || isDecomposed)
             continue; // these two solve what they find
-        }
         state(*candidate.solver, Kind::definite, false, matrix, right);
         candidate.solver->AddEquation(CVertexLinearCombination<T>());
         EXPECT_TRUE(candidate.solver->IsSpoiled());

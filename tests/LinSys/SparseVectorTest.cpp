@@ -57,9 +57,8 @@ public:
         m_writer = std::thread([bytes, end = ends[1]] {
             for (std::size_t done = 0; done < bytes.size();) {
                 ssize_t const written = write(end, bytes.data() + done, bytes.size() - done);
-                if (written <= 0) {
+                if (written <= 0)
                     break;
-                }
                 done += std::size_t(written);
             }
             close(end);
@@ -90,9 +89,8 @@ template <class T>
 std::vector<T> randomArray(std::mt19937 & random, int size)
 {
     std::vector<T> array;
-    for (int position = 0; position < size; ++position) {
+    for (int position = 0; position < size; ++position)
         array.push_back(random() % 3 == 0 ? T(int(random() % 9) - 4) : random() % 2 == 0 ? T(0) : T(-0.0));
-    }
     return array;
 }
 
@@ -153,9 +151,8 @@ TYPED_TEST(SparseVectorTest, HoldsTheArrayItWasGivenAndReadsBackWhatItWrote)
         reused.AssignByVector(int(array.size()), array.data());
         CSparseVectorTmpl<T> appended;
         appended.ReserveNonZeroElem(int(random() % 9) - 2);
-        for (int k = 0; k < made.GetNOfNonZeroElements(); ++k) {
+        for (int k = 0; k < made.GetNOfNonZeroElements(); ++k)
             appended.SetElementNoIdxSearch(made.GetNonZeroPos(k), made[made.GetNonZeroPos(k)]);
-        }
         CSparseVectorTmpl<T> const copy(reused);
         reused.Reset();
         ASSERT_NO_FATAL_FAILURE(expectHolds(copy, array));
@@ -210,9 +207,8 @@ TYPED_TEST(SparseVectorTest, EndsEarlyAtEveryByte)
             CSparseVectorTmpl<T> loaded(original);
             ASSERT_FALSE(loads(loaded, bytes.substr(0, length), isPipe));
             ASSERT_EQ(loaded.GetNOfNonZeroElements(), length < 4 ? 0 : count) << length;
-            for (int k = 0; k < loaded.GetNOfNonZeroElements() && 8 + 4 * std::size_t(k) <= length; ++k) {
+            for (int k = 0; k < loaded.GetNOfNonZeroElements() && 8 + 4 * std::size_t(k) <= length; ++k)
                 ASSERT_EQ(loaded.GetNonZeroPos(k), original.GetNonZeroPos(k));
-            }
         }
     }
 }
@@ -240,9 +236,8 @@ TYPED_TEST(SparseVectorTest, LongVectorsPassThroughStreamsWithoutLength)
 {
     using T = TypeParam;
     CSparseVectorTmpl<T> original;
-    for (int k = 0; k < 200000; ++k) {
+    for (int k = 0; k < 200000; ++k)
         original.SetElementNoIdxSearch(3 * k, T(k % 1000));
-    }
     std::string const bytes = savedBytes(original);
     CSparseVectorTmpl<T> loaded;
     ASSERT_TRUE(loaded.LoadFromFile(PipeReader(bytes).get()));

@@ -69,9 +69,8 @@ struct DenseRows
     T product(std::size_t row, std::vector<T> const & vector) const
     {
         T sum = 0;
-        for (std::size_t column = 0; column < vector.size(); ++column) {
+        for (std::size_t column = 0; column < vector.size(); ++column)
             sum += rows[row][column] * vector[column];
-        }
         return sum;
     }
     /// What a storage of shifted rows gives for an element.
@@ -97,9 +96,8 @@ TYPED_TEST(LinearSystemStorageTest, HoldsTheSystemThatItsEquationsState)
         bool const isSymmetric = seed % 2 == 0;
         std::size_t const freeCount = 1 + random() % 12, fixedCount = random() % 4;
         std::vector<int> vertices;
-        for (int k = 0; k < int(freeCount + fixedCount); ++k) {
+        for (int k = 0; k < int(freeCount + fixedCount); ++k)
             vertices.push_back(7 * k - 20);
-        }
         std::shuffle(vertices.begin(), vertices.end(), random);
         std::unique_ptr<Storage> storage = std::make_unique<Storage>();
         storage->setSymmetric(isSymmetric);
@@ -108,9 +106,8 @@ TYPED_TEST(LinearSystemStorageTest, HoldsTheSystemThatItsEquationsState)
             storage->setIndexBase(int(seed / 2 % 2));
             storage->setExpectedElementsPerLine(int(seed % 3) * 4 - 4);
         }
-        for (std::size_t k = 0; k < vertices.size(); ++k) {
+        for (std::size_t k = 0; k < vertices.size(); ++k)
             k < freeCount ? storage->DefineFreeVertex(vertices[k]) : storage->DefineFixedVertex(vertices[k]);
-        }
         if constexpr (!isCompressed) {
             if (seed % 3 == 0) {
                 storage->AllocateMatrix();
@@ -130,15 +127,13 @@ TYPED_TEST(LinearSystemStorageTest, HoldsTheSystemThatItsEquationsState)
                                                     : T(0);
                 if (coeff != T(0)) {
                     equations[row].AddVertex(vertices[k], coeff);
-                    if (k < freeCount) {
+                    if (k < freeCount)
                         dense.rows.back()[k] = coeff;
-                    }
                 }
             }
             // A copy takes the next equation as the original would.
-            if (!isCompressed && random() % 4 == 0) {
+            if (!isCompressed && random() % 4 == 0)
                 storage.reset(storage->Copy());
-            }
             storage->AddEquation(equations[row]);
         }
         ASSERT_TRUE(storage->IsCorrectlyDefinedSystem());
@@ -195,9 +190,8 @@ TYPED_TEST(VPLSstorageTest, AdaptersMultiplyWhatTheyWereGiven)
         // Shorter vectors and an empty one must not be overrun.
         for (int length : {size, size / 2, 0, -1}) {
             T expected = 0;
-            for (int k = 0; k < length; ++k) {
+            for (int k = 0; k < length; ++k)
                 expected += array[std::size_t(k)] * vector[std::size_t(k)];
-            }
             std::vector<T> const part(vector.begin(), vector.begin() + std::max(0, length));
             ASSERT_EQ(Adapter::scalarProduct(row, length, part.data()), expected);
         }

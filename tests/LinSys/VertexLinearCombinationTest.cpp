@@ -26,9 +26,8 @@ template <class T>
 std::vector<std::pair<int, T>> terms(CVertexLinearCombination<T> const & combination)
 {
     std::vector<std::pair<int, T>> found;
-    for (CVertexMonom<T> const & term : combination) {
+    for (CVertexMonom<T> const & term : combination)
         found.emplace_back(term.GetVertexIdx(), term.GetCoeff());
-    }
     return found;
 }
 
@@ -67,21 +66,18 @@ TYPED_TEST(VertexLinearCombinationTest, BehavesAsAnOrderedMapThatAccumulates)
             switch (random() % 6) {
             case 0:
                 combination *= coeff;
-                for (auto & term : model) {
+                for (auto & term : model)
                     term.second *= coeff;
-                }
                 break;
             case 1:
                 combination += other;
-                for (auto const & term : otherModel) {
+                for (auto const & term : otherModel)
                     model[term.first] += term.second;
-                }
                 break;
             case 2:
                 combination += combination;
-                for (auto & term : model) {
+                for (auto & term : model)
                     term.second += term.second;
-                }
                 break;
             case 3: {
                 CVertexLinearCombination<T> const copy(combination);
