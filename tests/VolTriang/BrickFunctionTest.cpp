@@ -418,7 +418,8 @@ TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
             EXPECT_THROW(extract(good, 1.0f, &progress, threads), CUserIntrException);
         }
     }
-    Impatient progress(-1.0);
+    CProgressCounter progress;
+    progress.interrupt();
     StageContext context = model.context(1);
     context.progress = &progress;
     EXPECT_THROW(function.meanAtSamples(context), CUserIntrException);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickSystem.h>
-#include <QZmath/VolTriang/Bricks/WorkTeam.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncBasis.h>
@@ -14,12 +14,12 @@
 #include <cmath>
 #include <functional>
 #include <random>
-#include <stdexcept>
 #include <vector>
 
 // The passes over bricks against the explicit integrals of the same functions.
 
 using namespace VolTr;
+using QzBackend::LoopTeam;
 
 namespace
 {
@@ -104,10 +104,10 @@ Vector randomVector(std::size_t size, unsigned seed)
     return result;
 }
 
-Vector inTeam(int threads, std::function<Vector(WorkTeam &)> const & job)
+Vector inTeam(int threads, std::function<Vector(LoopTeam &)> const & job)
 {
     Vector result;
-    WorkTeam::run(threads, nullptr, [&](WorkTeam & team) { result = job(team); });
+    LoopTeam::run(threads, nullptr, [&](LoopTeam & team) { result = job(team); });
     return result;
 }
 
@@ -125,7 +125,7 @@ TEST_P(BrickSystemTest, productIsThatOfTheExplicitMatrix)
     auto const matrix = model.matrix();
     Vector const vector = randomVector(size, 2);
     BrickSystem system = model.system(bestBrickPasses());
-    Vector const product = inTeam(1, [&](WorkTeam & team) { return system.product(vector, team); });
+    Vector const product = inTeam(1, [&](LoopTeam & team) { return system.product(vector, team); });
     for (std::size_t i = 0; i < size; ++i) {
         std::size_t const row = static_cast<std::size_t>(nodes[i]);
         double expected = 0.0;
@@ -157,7 +157,7 @@ TEST_P(BrickSystemTest, rightPartIsThatOfTheExplicitProducts)
         }
     }
     BrickSystem system = model.system(bestBrickPasses());
-    Vector const right = inTeam(1, [&](WorkTeam & team) { return system.rightPart(field, team); });
+    Vector const right = inTeam(1, [&](LoopTeam & team) { return system.rightPart(field, team); });
 
     auto const matrix = model.matrix();
     std::vector<double> expected(size, 0.0);
@@ -200,7 +200,7 @@ TEST_P(BrickSystemTest, solutionMeetsTheEquationWithTheSameBitsEverywhere)
     Vector const right = randomVector(size, 6);
     BrickSystem::Solution solution;
     auto const solve = [&](BrickPasses const & passes) {
-        return [&](WorkTeam & team) {
+        return [&](LoopTeam & team) {
             BrickSystem system = model.system(passes);
             Vector image = system.product(right, team); // in the range of the matrix
             solution = system.solve(image, 1e-4, 200, team);
@@ -213,7 +213,7 @@ TEST_P(BrickSystemTest, solutionMeetsTheEquationWithTheSameBitsEverywhere)
     EXPECT_LT(solution.iterations, 120);
     Vector const values = solution.values;
     BrickSystem system = model.system(bestBrickPasses());
-    Vector const given = inTeam(1, [&](WorkTeam & team) { return system.product(right, team); });
+    Vector const given = inTeam(1, [&](LoopTeam & team) { return system.product(right, team); });
     double error = 0.0;
     double norm = 0.0;
     for (std::size_t i = 0; i < size; ++i) {
@@ -269,29 +269,5 @@ TEST(BrickLatticeTest, holdsEveryNodeOnceInTheOrderOfBricks)
         std::sort(nodes.begin(), nodes.end());
         for (std::size_t node = 0; node < nodes.size(); ++node)
             ASSERT_EQ(nodes[node], static_cast<int>(node));
-    }
-}
-
-TEST(WorkTeamTest, callsEachIndexOnceAndPassesTheFirstExceptionOn)
-{
-    for (int threads : {1, 2, 5}) {
-        std::vector<int> calls(1000, 0);
-        WorkTeam::run(threads, nullptr, [&](WorkTeam & team) {
-            for (int loop = 0; loop < 200; ++loop)
-                team.forEach(1000, [&](int index) { ++calls[static_cast<std::size_t>(index)]; });
-        });
-        EXPECT_EQ(std::count(calls.begin(), calls.end(), 200), 1000);
-        auto const failing = [](WorkTeam & team) {
-            team.forEach(100, [](int index) {
-                if (index >= 40)
-                    throw std::runtime_error(std::to_string(index));
-            });
-        };
-        try {
-            WorkTeam::run(threads, nullptr, failing);
-            ADD_FAILURE();
-        } catch (std::runtime_error const & error) {
-            EXPECT_STREQ(error.what(), "40");
-        }
     }
 }

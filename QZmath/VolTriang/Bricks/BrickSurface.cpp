@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickSurface.h>
 
-#include <QZmath/VolTriang/Bricks/WorkTeam.h>
+#include <QZmath/Backend/Parallel.h>
 
 #include <algorithm>
 #include <cmath>
@@ -11,14 +11,15 @@
 namespace VolTr
 {
 
+using QzBackend::LoopTeam;
+
 using namespace CubeCut;
 
 namespace
 {
 
-// Bricks that a thread takes at a time, and batches between two reports of progress.
+// Bricks that a thread takes at a time.
 int const batchBricks = 16;
-int const batchesPerReport = 32;
 // With cubes much smaller than the deepest cells most bricks around a node hold no surface.
 double const mostCubesPerCell = 2.5;
 
@@ -466,29 +467,25 @@ void BrickSurface::findRefusals(int index)
     }
 }
 
-void BrickSurface::prepare(WorkTeam & team)
+void BrickSurface::prepare(LoopTeam & team)
 {
     collectBricks();
     int const count = static_cast<int>(m_bricks.size());
     int const batches = (count + batchBricks - 1) / batchBricks;
-    // Calls body(first, end) for ranges of bricks.
-    auto const forBatches = [&](double begin, double end, auto const & body) {
-        for (int first = 0; first < batches; first += batchesPerReport) {
-            team.setPosition(begin + (end - begin) * first / batches);
-            team.forEach(std::min(batchesPerReport, batches - first), [&](int batch) {
-                int const low = (first + batch) * batchBricks;
-                body(low, std::min(count, low + batchBricks));
-            });
-        }
+    // Calls body(first, end) for ranges of bricks, while the position moves on to `until`.
+    auto const forBatches = [&](double until, auto const & body) {
+        team.forEach(
+            batches,
+            [&](int batch) { body(batch * batchBricks, std::min(count, (batch + 1) * batchBricks)); }, until);
     };
     std::vector<float> values(static_cast<std::size_t>(count) * brickPlaces);
-    forBatches(0.0, 0.2, [&](int first, int end) {
+    forBatches(0.2, [&](int first, int end) {
         BrickFunction::GridScratch scratch;
         for (int brick = first; brick < end; ++brick)
             evaluate(m_bricks[static_cast<std::size_t>(brick)],
                      values.data() + static_cast<std::size_t>(brick) * brickPlaces, scratch);
     });
-    forBatches(0.2, 0.25, [&](int first, int end) {
+    forBatches(0.25, [&](int first, int end) {
         for (int brick = first; brick < end; ++brick)
             findCrossings(m_bricks[static_cast<std::size_t>(brick)]);
     });
@@ -498,14 +495,13 @@ void BrickSurface::prepare(WorkTeam & team)
         edges += brick.edges;
     }
     m_edges.resize(edges, unsolved);
-    forBatches(0.25, 1.0, [&](int first, int end) {
+    forBatches(1.0, [&](int first, int end) {
         for (int brick = first; brick < end; ++brick) {
             solveEdges(brick, values);
             if (m_isRefused)
                 findRefusals(brick);
         }
     });
-    team.setPosition(1.0);
 }
 
 int BrickSurface::enterBrick(std::array<int, 3> const & first)

@@ -13,10 +13,13 @@
 #include <unordered_map>
 #include <vector>
 
+namespace QzBackend
+{
+class LoopTeam;
+}
+
 namespace VolTr
 {
-
-class WorkTeam;
 
 /// The level set of a `BrickFunction` as triangles: the same cubes, tetrahedra, vertices and triangles in the
 /// same order as `jbProcess::polygonize` makes them from the function at the same start point of the lattice.
@@ -41,7 +44,7 @@ public:
                  int const * bounds, std::function<bool(double const *)> isRefused);
 
     /// Optional. The position of the team goes from 0 to 1.
-    void prepare(WorkTeam & team);
+    void prepare(QzBackend::LoopTeam & team);
 
     /// The component of the surface that passes through the first cube. Call once. Exceptions of the sink
     /// pass through.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickSystem.h>
 
-#include <QZmath/VolTriang/Bricks/WorkTeam.h>
+#include <QZmath/Backend/Parallel.h>
 
 #include <algorithm>
 #include <cmath>
@@ -9,6 +9,8 @@
 
 namespace VolTr
 {
+
+using QzBackend::LoopTeam;
 
 namespace
 {
@@ -27,7 +29,7 @@ int piecesOf(std::size_t size) { return static_cast<int>((size + pieceSize - 1) 
 
 // Calls body(begin, end) for the pieces of a vector, and adds up what it returns in the order of the pieces.
 template <class Body>
-double sumOverPieces(std::size_t size, WorkTeam & team, std::vector<double> & sums, Body const & body)
+double sumOverPieces(std::size_t size, LoopTeam & team, std::vector<double> & sums, Body const & body)
 {
     int const pieces = piecesOf(size);
     sums.assign(static_cast<std::size_t>(pieces), 0.0);
@@ -274,7 +276,7 @@ void BrickSystem::gatherHalo(Level const & level, int brick, BrickHalo & halo) c
     }
 }
 
-void BrickSystem::expandLevel(int index, Vector const & vector, WorkTeam & team)
+void BrickSystem::expandLevel(int index, Vector const & vector, LoopTeam & team)
 {
     Level & level = m_levels[static_cast<std::size_t>(index)];
     team.forEach(level.bricks->bricksNumber(), [&](int brick) {
@@ -293,7 +295,7 @@ void BrickSystem::clearSums()
 // Calls restrictBrick(brick, frame, delta, block) for all bricks of a level and all coarser depths, and adds
 // the blocks to the sums there in the order of the bricks.
 template <class Restrict>
-void BrickSystem::restrictBricks(int level, WorkTeam & team, Restrict const & restrictBrick)
+void BrickSystem::restrictBricks(int level, LoopTeam & team, Restrict const & restrictBrick)
 {
     Level const & fine = m_levels[static_cast<std::size_t>(level)];
     int const bricks = fine.bricks->bricksNumber();
@@ -333,7 +335,7 @@ void BrickSystem::restrictBricks(int level, WorkTeam & team, Restrict const & re
 }
 
 // Adds the couplings of a level's values to the sums of all coarser depths.
-void BrickSystem::restrictValues(int index, WorkTeam & team)
+void BrickSystem::restrictValues(int index, LoopTeam & team)
 {
     Level const & level = m_levels[static_cast<std::size_t>(index)];
     restrictBricks(index, team, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
@@ -344,7 +346,7 @@ void BrickSystem::restrictValues(int index, WorkTeam & team)
 }
 
 // values = (w + U)^-1 vector
-void BrickSystem::sweepUp(Vector const & vector, WorkTeam & team)
+void BrickSystem::sweepUp(Vector const & vector, LoopTeam & team)
 {
     clearSums();
     for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index) {
@@ -361,7 +363,7 @@ void BrickSystem::sweepUp(Vector const & vector, WorkTeam & team)
 
 // With t the values: sums = (w + L)^-1 (vector + (A - 2 w) t) and result = t + sums; without the own
 // couplings t counts as 0.
-void BrickSystem::sweepDown(Vector const & vector, bool withOwn, Vector & result, WorkTeam & team)
+void BrickSystem::sweepDown(Vector const & vector, bool withOwn, Vector & result, LoopTeam & team)
 {
     for (int index = 0; index < static_cast<int>(m_levels.size()); ++index) {
         team.forEach(m_levels[static_cast<std::size_t>(index)].bricks->bricksNumber(),
@@ -397,7 +399,7 @@ void BrickSystem::downBrick(int index, int brick, Vector const & vector, bool wi
                        level.sums.empty() ? nullptr : level.sums[firstRow].of, result.data() + firstNode);
 }
 
-BrickSystem::Vector BrickSystem::product(Vector const & vector, WorkTeam & team)
+BrickSystem::Vector BrickSystem::product(Vector const & vector, LoopTeam & team)
 {
     clearSums();
     Vector result = emptyVector();
@@ -434,7 +436,7 @@ BrickSystem::Vector BrickSystem::product(Vector const & vector, WorkTeam & team)
     return result;
 }
 
-BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, WorkTeam & team)
+BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, LoopTeam & team)
 {
     Vector right = emptyVector();
     int const depths = static_cast<int>(m_levels.size());
@@ -521,7 +523,7 @@ BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, 
 }
 
 BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance, int maxIterations,
-                                         WorkTeam & team)
+                                         LoopTeam & team)
 {
     Solution solution;
     Vector residual = emptyVector();

@@ -8,10 +8,13 @@
 #include <array>
 #include <vector>
 
+namespace QzBackend
+{
+class LoopTeam;
+}
+
 namespace VolTr
 {
-
-class WorkTeam;
 
 /// The linear system of the reconstruction without a matrix.
 ///
@@ -51,11 +54,11 @@ public:
     };
 
     /// The right sides for splatted fields: compact values of the three components.
-    Vector rightPart(std::array<Vector, 3> const & field, WorkTeam & team);
+    Vector rightPart(std::array<Vector, 3> const & field, QzBackend::LoopTeam & team);
     /// \param tolerance on the relative residual
-    Solution solve(Vector const & right, double tolerance, int maxIterations, WorkTeam & team);
+    Solution solve(Vector const & right, double tolerance, int maxIterations, QzBackend::LoopTeam & team);
     /// The product of the matrix with a vector.
-    Vector product(Vector const & vector, WorkTeam & team);
+    Vector product(Vector const & vector, QzBackend::LoopTeam & team);
 
     /// Factor from an unknown to the amplitude of the kernel at its node, for functions that are known up to
     /// a common positive factor.
@@ -101,13 +104,13 @@ private:
                 CoarseBlock & block) const;
     void scatter(CoarseFrame const & frame, CoarseBlock const & block, Level & coarse) const;
     void gatherHalo(Level const & level, int brick, BrickHalo & halo) const;
-    void expandLevel(int level, Vector const & vector, WorkTeam & team);
+    void expandLevel(int level, Vector const & vector, QzBackend::LoopTeam & team);
 
     template <class Restrict>
-    void restrictBricks(int level, WorkTeam & team, Restrict const & restrictBrick);
-    void restrictValues(int level, WorkTeam & team);
-    void sweepUp(Vector const & vector, WorkTeam & team);
-    void sweepDown(Vector const & vector, bool withOwn, Vector & result, WorkTeam & team);
+    void restrictBricks(int level, QzBackend::LoopTeam & team, Restrict const & restrictBrick);
+    void restrictValues(int level, QzBackend::LoopTeam & team);
+    void sweepUp(Vector const & vector, QzBackend::LoopTeam & team);
+    void sweepDown(Vector const & vector, bool withOwn, Vector & result, QzBackend::LoopTeam & team);
     void downBrick(int level, int brick, Vector const & vector, bool withOwn, Vector & result);
     void clearSums();
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Stages/BrickPath.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
-#include <QZmath/VolTriang/Bricks/WorkTeam.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/Stages/BrickedFunction.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
@@ -21,6 +21,8 @@
 
 namespace VolTr
 {
+
+using QzBackend::LoopTeam;
 
 namespace
 {
@@ -159,8 +161,8 @@ void BrickPath::makeRightPart(StageContext const & context)
             values[axis][index] = static_cast<float>(m_field[index][axis] * scale);
     }
     m_field = {};
-    WorkTeam::run(context.threads, context.progress,
-                  [&](WorkTeam & team) { m_right = m_system->rightPart(values, team); });
+    LoopTeam::run(context.threads, context.progress,
+                  [&](LoopTeam & team) { m_right = m_system->rightPart(values, team); });
 }
 
 std::unique_ptr<ImplicitFunction> BrickPath::solve(StageContext const & context)
@@ -168,7 +170,7 @@ std::unique_ptr<ImplicitFunction> BrickPath::solve(StageContext const & context)
     double const tolerance = context.params.getSolverTolerance();
     logValues(context.log, "Tolerance", tolerance);
     BrickSystem::Solution solution;
-    WorkTeam::run(context.threads, context.progress, [&](WorkTeam & team) {
+    LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
         solution = m_system->solve(m_right, tolerance, maxIterations, team);
     });
     logValues(context.log, "Iterations used", solution.iterations);

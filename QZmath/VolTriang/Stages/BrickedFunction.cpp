@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Stages/BrickedFunction.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickSurface.h>
-#include <QZmath/VolTriang/Bricks/WorkTeam.h>
 #include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/Stages/LevelSet.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
@@ -15,6 +15,8 @@
 
 namespace VolTr
 {
+
+using QzBackend::LoopTeam;
 
 class BrickedFunction::PointEvaluator final : public ImplicitFunction::Evaluator
 {
@@ -57,8 +59,8 @@ bool BrickedFunction::polygonise(LevelSet const & levelSet, StageContext const &
                          levelSet.lattice.bounds, isRefused);
     {
         CPrgCntSubPhase phase(context.progress, 0.0, 0.3, 0, true);
-        WorkTeam::run(context.threads, context.progress,
-                      [&surface](WorkTeam & team) { surface.prepare(team); });
+        LoopTeam::run(context.threads, context.progress,
+                      [&surface](LoopTeam & team) { surface.prepare(team); });
     }
     CPrgCntSubPhase phase(context.progress, 0.3, 0.7, 0, true);
     surface.walk(sink);

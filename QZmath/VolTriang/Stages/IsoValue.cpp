@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Stages/IsoValue.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/BlockProcessor/TransThreadPrgCntAdapter.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
-#include <QZmath/VolTriang/Bricks/WorkTeam.h>
 #include <QZmath/VolTriang/OctreeFuncEvalHelper.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
@@ -18,6 +18,8 @@
 
 namespace VolTr
 {
+
+using QzBackend::LoopTeam;
 
 namespace
 {
@@ -101,10 +103,8 @@ private:
     CTransThreadPrgCntAdapter * m_adapter;
 };
 
-// Leaf cells in a row of which a thread takes the samples at a time, and rows between two reports of
-// progress.
+// Leaf cells in a row whose samples are added up for themselves.
 int const pieceCells = 256;
-int const piecesPerReport = 64;
 
 using StripTask = tf_calcMeanIsoValueCycleByPoints<Kernel, std::vector<float>>;
 
@@ -188,14 +188,8 @@ double calcMeanIsoValue(BrickFunction const & function, StageContext const & con
         }
         sums[static_cast<std::size_t>(piece)] = pieceSums;
     };
-    WorkTeam::run(context.threads, context.progress, [&](WorkTeam & team) {
-        for (int first = 0; first < pieces; first += piecesPerReport) {
-            team.setPosition(static_cast<double>(first) / pieces);
-            team.forEach(std::min(piecesPerReport, pieces - first),
-                         [&](int piece) { sumPiece(first + piece); });
-        }
-        team.setPosition(1.0);
-    });
+    LoopTeam::run(context.threads, context.progress,
+                  [&](LoopTeam & team) { team.forEach(pieces, sumPiece, 1.0); });
     PlaneSums total;
     for (PlaneSums const & piece : sums) {
         total.weightedValues += piece.weightedValues;
