@@ -47,6 +47,14 @@ void incrementElsewhere(CTransThreadPrgCntAdapter & adapter, int times)
     });
 }
 
+void expectEveryStepOnce(OwnedCounter const & counter, int steps)
+{
+    ASSERT_EQ(static_cast<std::size_t>(steps), counter.positions.size());
+    int step = 0;
+    for (double const position : counter.positions)
+        ASSERT_EQ(static_cast<double>(++step) / steps, position);
+}
+
 } // namespace
 
 TEST(TransThreadPrgCntAdapter, EveryStepOfManyThreadsIsReportedOnceByTheOwner)
@@ -65,9 +73,7 @@ TEST(TransThreadPrgCntAdapter, EveryStepOfManyThreadsIsReportedOnceByTheOwner)
                     adapter.increment();
             });
         perform(tasks, &adapter);
-        ASSERT_EQ(static_cast<std::size_t>(threads * steps), counter.positions.size());
-        for (int i = 0; i < threads * steps; ++i)
-            ASSERT_EQ((i + 1.0) / (threads * steps), counter.positions[static_cast<std::size_t>(i)]);
+        expectEveryStepOnce(counter, threads * steps);
     }
 }
 
@@ -147,9 +153,7 @@ TEST(TransThreadPrgCntAdapter, ThreadsThatServeTheTimerTakeTurns)
             }
         });
     perform(tasks);
-    ASSERT_EQ(static_cast<std::size_t>(threads * steps), counter.positions.size());
-    for (int i = 0; i < threads * steps; ++i)
-        ASSERT_EQ((i + 1.0) / (threads * steps), counter.positions[static_cast<std::size_t>(i)]);
+    expectEveryStepOnce(counter, threads * steps);
 }
 
 TEST(TransThreadPrgCntAdapter, AThrowingCounterLosesNoStepAndLocksNothing)

@@ -5,86 +5,92 @@
 
 #include <algorithm>
 #include <climits>
-#include <cmath>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <support/SparseSystems.h>
+
 using namespace REmath;
 
 namespace
 {
 
-template <class T>
-using Dense = std::vector<std::vector<T>>;
+using testSupport::DenseMatrix;
 
-/// Random square matrix whose last row is never empty, so that its row index is complete.
-template <class T>
-Dense<T> makeDense(int size, double density, bool upperOnly, std::mt19937 & random)
+/// Random matrix with values that `float` holds exactly, so that results can be compared without tolerance.
+/// The last row is never empty, so that the row index is complete.
+DenseMatrix randomMatrix(int size, double density, bool upperOnly, std::mt19937 & random)
 {
-    std::uniform_real_distribution<T> value(-1, 1);
-    std::vector<T> const zeros(std::size_t(size), T(0));
-    Dense<T> dense(zeros.size(), zeros);
-    for (int row = 0; row < size; ++row) {
-        for (int column = upperOnly ? row : 0; column < size; ++column) {
-            bool const isLast = row == size - 1 && column == size - 1;
-            if (isLast || double(random() % 1000) < density * 1000)
-                dense[std::size_t(row)][std::size_t(column)] = value(random);
-        }
-    }
+    DenseMatrix dense(size);
+    for (int row = 0; row < size; ++row)
+        for (int column = upperOnly ? row : 0; column < size; ++column)
+            if (double(random() % 1000) < density * 1000)
+                dense(row, column) = int(random() % 64) - 32;
+    if (size > 0)
+        dense(size - 1, size - 1) = 5;
     return dense;
 }
 
 template <class T>
-CCSRSquareMatrix<T> makeCsr(Dense<T> const & dense, int base, bool upperOnly)
+CCSRSquareMatrix<T> makeCsr(DenseMatrix const & dense, int base, bool upperOnly)
 {
     CCSRSquareMatrix<T> matrix;
-    CCSRSquareMatrixFiller<T> filler(&matrix, int(dense.size()), -1, base, upperOnly);
-    for (int row = 0; row < int(dense.size()); ++row) {
-        for (int column = 0; column < int(dense.size()); ++column) {
-            T const value = dense[std::size_t(row)][std::size_t(column)];
-            if (value != T(0)) {
-                EXPECT_TRUE(filler.pushByRawNextNonZeroElement(row + base, column + base, value));
-            }
-        }
-    }
+    CCSRSquareMatrixFiller<T> filler(&matrix, dense.size, -1, base, upperOnly);
+    for (int row = 0; row < dense.size; ++row)
+        for (int column = 0; column < dense.size; ++column)
+            EXPECT_TRUE(dense(row, column) == 0 ||
+                        filler.pushByRawNextNonZeroElement(row + base, column + base, T(dense(row, column))));
     EXPECT_TRUE(filler.setCompleted());
     return matrix;
 }
 
+/// Is `matrix` the block of `dense` from row and column `first` on, without zeros?
 template <class T>
-T elementOf(ICsrMatrix<T> const & matrix, int row, int column)
+void expectHolds(ICsrMatrix<T> const & matrix, DenseMatrix const & dense, int first, bool upperOnly)
 {
     int const base = matrix.getIndexBase();
-    for (int k = matrix.getCsrPointerB()[row] - base; k < matrix.getCsrPointerE()[row] - base; ++k)
-        if (matrix.getCsrColumns()[k] == column + base)
-            return matrix.getCsrValues()[k];
-    return 0;
+    int position = 0;
+    for (int row = 0; row < matrix.getMatrixSize(); ++row) {
+        ASSERT_EQ(matrix.getCsrPointerB()[row], position + base);
+        for (int column = upperOnly ? row : 0; column < matrix.getMatrixSize(); ++column)
+            if (dense(row + first, column + first) != 0) {
+                ASSERT_LT(position, matrix.getNonZeroValuesNumber());
+                ASSERT_EQ(matrix.getCsrColumns()[position], column + base);
+                ASSERT_EQ(double(matrix.getCsrValues()[position]), dense(row + first, column + first));
+                ++position;
+            }
+        ASSERT_EQ(matrix.getCsrPointerE()[row], position + base);
+    }
+    ASSERT_EQ(matrix.getNonZeroValuesNumber(), position);
 }
 
-/// Answers for a dense matrix as a system does; `drift` makes it answer differently in the second pass.
+/// Answers for a dense matrix as a system does; from a number of queries on it answers differently.
 template <class T>
 class DenseSystem : public ILinearSystemReadOnly<T>
 {
 public:
-    Dense<T> m_dense;
-    int m_queriesBeforeDrift = INT_MAX;
+    explicit DenseSystem(DenseMatrix matrix, int queriesBeforeDrift = INT_MAX)
+        : m_dense(std::move(matrix)), m_queriesLeft(queriesBeforeDrift)
+    {}
 
 private:
     bool onIsCorrectlyDefinedSystem() const override { return true; }
     void onSetSingleRightPart(T *, IVertexPosInformer<T> const &) const override {}
-    int onGetEquationsNumber() const override { return int(m_dense.size()); }
+    int onGetEquationsNumber() const override { return m_dense.size; }
     T onScalarProductByMatrixRow(int, int, T const *) const override { return 0; }
     T onGetFreeVertCoeff(int row, int column) const override
     {
-        return m_queries++ < m_queriesBeforeDrift ? m_dense[std::size_t(row)][std::size_t(column)] : T(1);
+        return m_queriesLeft-- > 0 ? T(m_dense(row, column)) : T(1);
     }
     void onSetSingleSolution(T const *, IEqSysResultReciever<T> &) const override {}
     bool onIsSymmetric() const override { return false; }
     bool onIsPositiveDefinite() const override { return false; }
-    mutable int m_queries = 0;
+
+    DenseMatrix m_dense;
+    mutable int m_queriesLeft;
 };
 
 template <class T>
@@ -199,51 +205,37 @@ TYPED_TEST(CsrMatrixTest, ProductsAgreeWithTheDenseMatrix)
 {
     using T = TypeParam;
     std::mt19937 random(11);
-    std::uniform_real_distribution<T> value(-1, 1);
     for (int round = 0; round < 120; ++round) {
         int const size = 1 + int(random() % 70);
         bool const upperOnly = round % 2 == 0;
         int const base = round / 2 % 2;
-        Dense<T> const dense = makeDense<T>(size, round % 5 * 0.25, upperOnly, random);
-        CCSRSquareMatrix<T> const matrix = makeCsr(dense, base, upperOnly);
-        std::vector<T> vector(dense.size());
-        std::generate(vector.begin(), vector.end(), [&] { return value(random); });
+        DenseMatrix const dense = randomMatrix(size, round % 5 * 0.25, upperOnly, random);
+        CCSRSquareMatrix<T> const matrix = makeCsr<T>(dense, base, upperOnly);
+        std::vector<T> vector, expected;
+        for (int row = 0; row < size; ++row)
+            vector.push_back(T(int(random() % 64) - 32));
+        for (int row = 0; row < size; ++row) {
+            T sum = 0;
+            for (int column = 0; column < size; ++column)
+                sum += T(upperOnly && column < row ? dense(column, row) : dense(row, column)) *
+                       vector[std::size_t(column)];
+            expected.push_back(sum);
+        }
         std::vector<T> result(vector.size(), T(77));
         MatrixMultVector<T>(size, result.data(), matrix, vector.data());
-        for (std::size_t row = 0; row < vector.size(); ++row) {
-            double expected = 0;
-            for (std::size_t column = 0; column < vector.size(); ++column) {
-                bool const isMirrored = upperOnly && column < row;
-                expected +=
-                    double(isMirrored ? dense[column][row] : dense[row][column]) * double(vector[column]);
-            }
-            ASSERT_NEAR(result[row], expected, sizeof(T) == 4 ? 2e-5 : 1e-13);
-        }
-        std::vector<T> again(vector.size());
-        MatrixMultVector<T>(size, again.data(), matrix, vector.data());
-        ASSERT_EQ(again, result);
-
+        ASSERT_EQ(result, expected);
         // Not the size of the matrix: refused.
-        std::vector<T> untouched(vector.size() + 1, T(5));
-        MatrixMultVector<T>(size + 1, untouched.data(), matrix, vector.data());
-        MatrixMultVector<T>(size - 1, untouched.data(), matrix, vector.data());
-        ASSERT_EQ(untouched, std::vector<T>(vector.size() + 1, T(5)));
+        MatrixMultVector<T>(size + 1, result.data(), matrix, vector.data());
+        MatrixMultVector<T>(size - 1, result.data(), matrix, expected.data());
+        ASSERT_EQ(result, expected);
     }
-}
-
-TYPED_TEST(CsrMatrixTest, ProductOfAnIncompleteMatrixIsRefused)
-{
-    using T = TypeParam;
-    for (bool upperOnly : {false, true}) {
+    for (bool upperOnly : {false, true}) { // a matrix that is not complete
         CCSRSquareMatrix<T> matrix;
         CCSRSquareMatrixFiller<T> filler(&matrix, 3, -1, 1, upperOnly);
-        std::vector<T> const vector(3, T(1));
-        std::vector<T> const before(3, T(5));
+        std::vector<T> const vector(3, T(1)), before(3, T(5));
         std::vector<T> result = before;
         MatrixMultVector<T>(3, result.data(), matrix, vector.data());
-        EXPECT_EQ(result, before);
-        EXPECT_TRUE(filler.pushByRawNextNonZeroElement(1, 3, 2));
-        EXPECT_TRUE(filler.setCompleted());
+        EXPECT_TRUE(filler.pushByRawNextNonZeroElement(1, 3, 2) && filler.setCompleted());
         MatrixMultVector<T>(3, result.data(), matrix, vector.data());
         EXPECT_EQ(result, before);
     }
@@ -257,43 +249,25 @@ TYPED_TEST(CsrMatrixTest, SubMatrixIsTheBlockOfTheDenseMatrix)
 {
     using T = TypeParam;
     std::mt19937 random(12);
-    for (int round = 0; round < 100; ++round) {
-        int const size = 1 + int(random() % 12);
+    for (int round = 0; round < 60; ++round) {
+        int const size = 1 + int(random() % 12), base = int(random() % 2);
         bool const upperOnly = random() % 2 == 0;
-        int const base = int(random() % 2);
-        Dense<T> const dense = makeDense<T>(size, 0.4, upperOnly, random);
-        CCSRSquareMatrix<T> const matrix = makeCsr(dense, base, upperOnly);
-        for (int first = -1; first <= size + 1; ++first) {
+        DenseMatrix const dense = randomMatrix(size, 0.4, upperOnly, random);
+        CCSRSquareMatrix<T> const matrix = makeCsr<T>(dense, base, upperOnly);
+        for (int first = -1; first <= size + 1; ++first)
             for (int last = -1; last <= size + 1; ++last) {
-                CCSRSquareMatrix<T> block;
-                if (round % 2 == 0) {
-                    block = matrix;
-                    block.makeSelfSubMatrix(first, last, block);
-                } else {
-                    block.makeSelfSubMatrix(first, last, matrix);
-                }
+                CCSRSquareMatrix<T> block(matrix);
+                block.makeSelfSubMatrix(first, last, round % 2 == 0 ? block : matrix);
                 bool const isRange = first >= 0 && first <= last && last <= size;
                 ASSERT_EQ(block.getMatrixSize(), isRange ? last - first : 0);
                 ASSERT_EQ(block.getIndexBase(), base);
                 ASSERT_EQ(block.isUpperTriangleOnlyStored(), upperOnly);
                 ASSERT_EQ(block.getMemoryPolicy(), CSR_MEMORY_PREALLOCATED);
-                ASSERT_EQ(block.getRowIndex()[0], base);
-                int nonZeros = 0;
-                for (int row = 0; row < block.getMatrixSize(); ++row) {
-                    for (int column = 0; column < block.getMatrixSize(); ++column) {
-                        T const expected = dense[std::size_t(row + first)][std::size_t(column + first)];
-                        ASSERT_EQ(elementOf<T>(block, row, column), expected);
-                        nonZeros += expected != T(0);
-                    }
-                }
-                ASSERT_EQ(block.getNonZeroValuesNumber(), nonZeros);
-                ASSERT_EQ(block.getRowIndex()[block.getMatrixSize()], nonZeros + base);
+                ASSERT_NO_FATAL_FAILURE(expectHolds<T>(block, dense, std::max(first, 0), upperOnly));
             }
-        }
     }
-    CCSRSquareMatrix<T> incomplete;
+    CCSRSquareMatrix<T> incomplete, block;
     incomplete.initMemory(4, 0, CSR_INDEX_BASE_1, false);
-    CCSRSquareMatrix<T> block;
     block.makeSelfSubMatrix(1, 3, incomplete);
     EXPECT_EQ(block.getMatrixSize(), 0);
     block.makeSelfSubMatrix(INT_MIN, INT_MAX, CCSRSquareMatrix<T>());
@@ -305,37 +279,22 @@ TYPED_TEST(CsrMatrixTest, ConversionCopiesEveryElementThatIsNotZero)
     using T = TypeParam;
     std::mt19937 random(13);
     for (int round = 0; round < 60; ++round) {
-        int const size = round % 12;
+        int const size = round % 12, base = int(random() % 2);
         bool const upperOnly = random() % 2 == 0;
-        int const base = int(random() % 2);
-        DenseSystem<T> system;
-        system.m_dense = makeDense<T>(size, 0.3, false, random);
-        if (round % 10 == 9) {
-            std::vector<T> const zeros(std::size_t(size), T(-0.0));
-            system.m_dense = Dense<T>(zeros.size(), zeros);
-        }
+        DenseMatrix const dense = randomMatrix(size, 0.3, false, random);
+        DenseSystem<T> const system(dense);
         CCSRSquareMatrix<T> const matrix = LinearSystem2CsrMatrix<T>(system, base, upperOnly);
         EXPECT_FALSE(matrix.isUpperTriangleOnlyStored());
         EXPECT_EQ(matrix.getMatrixSize(), size);
         EXPECT_EQ(matrix.getIndexBase(), base);
-        int nonZeros = 0;
-        for (int row = 0; row < size && matrix.getNonZeroValuesNumber() > 0; ++row) {
-            for (int column = 0; column < size; ++column) {
-                T const value = system.m_dense[std::size_t(row)][std::size_t(column)];
-                T const expected = upperOnly && column < row ? T(0) : value;
-                ASSERT_EQ(elementOf<T>(matrix, row, column), expected);
-                nonZeros += expected != T(0);
-            }
-        }
-        EXPECT_EQ(matrix.getNonZeroValuesNumber(), nonZeros);
-        EXPECT_EQ(nonZeros > 0, size > 0 && round % 10 != 9);
+        ASSERT_NO_FATAL_FAILURE(expectHolds<T>(matrix, dense, 0, upperOnly));
         EXPECT_THROW(LinearSystem2CsrMatrix<T>(system, 2, upperOnly), std::logic_error);
     }
-    DenseSystem<T> drifting;
-    drifting.m_dense = Dense<T>(2, std::vector<T>(2, T(0)));
-    drifting.m_queriesBeforeDrift = 4;
+    DenseMatrix zeros(2);
+    zeros(0, 1) = -0.0;
+    EXPECT_EQ(LinearSystem2CsrMatrix<T>(DenseSystem<T>(zeros), 1, false).getNonZeroValuesNumber(), 0);
     try {
-        LinearSystem2CsrMatrix<T>(drifting, 1, false);
+        LinearSystem2CsrMatrix<T>(DenseSystem<T>(zeros, 4), 1, false);
         FAIL() << "a system that changes was taken";
     } catch (std::logic_error const & error) {
         EXPECT_STREQ(error.what(), "REmath::LinearSystem2CsrMatrix internal error");

@@ -6,9 +6,12 @@
 #include <QZmath/LinSys/LinSysSolverSparse.h>
 #include <QZmath/LinSys/SparseLinSysSolver.h>
 #include <QZmath/LinSys/VPLSstorage.h>
+#include <QZsys/Exceptions.h>
+#include <QZsys/Progress.h>
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <memory>
 #include <random>
 #include <string>
@@ -149,6 +152,12 @@ std::vector<Candidate<T>> everySolver(int size)
     add("dense rows, iterative", false, new CLinSysSolverCompose<T, DenseRows, CLinSysSolverSparseMKL<T>>);
     add("sparse rows, iterative", false, new CLinSysSolverCompose<T, SparseRows, CLinSysSolverSparseMKL<T>>);
     add("csr, by products", false, new CLinSysSolverCompose<T, Csr, CLinSysSolverCoreBicgstab<T>>);
+    auto * const direct = new CLinSysSolverCompose<T, Csr, CLinSysSolverSparseDss<T>>;
+    add("csr of base 0, direct", true, direct);
+    direct->getStorageRefMod().setIndexBase(0);
+    auto * const byProducts = new CLinSysSolverCompose<T, Csr, CLinSysSolverCoreBicgstab<T>>;
+    add("csr of base 0, by products", false, byProducts);
+    byProducts->getStorageRefMod().setIndexBase(0);
     add("dense rows, by products", false,
         new CLinSysSolverCompose<T, DenseRows, CLinSysSolverCoreBicgstab<T>>);
     add("sparse rows, by products", false,
@@ -158,6 +167,25 @@ std::vector<Candidate<T>> everySolver(int size)
     add("csr, decomposed", true, new CLinSysSolverCompose<T, Csr, CLinSysSolverDecomposed<T>>);
     return result;
 }
+
+class ThrowingCounter : public CProgressCounter
+{
+public:
+    explicit ThrowingCounter(int reportsAllowed) : m_left(reportsAllowed) {}
+    int reports = 0;
+
+private:
+    void onPosition(double overall) override
+    {
+        EXPECT_GE(overall, m_last);
+        m_last = overall < 1 ? overall : 0.0;
+        ++reports;
+        if (m_left-- == 0)
+            throw CUserIntrException("user interruption");
+    }
+    int m_left;
+    double m_last = 0.0;
+};
 
 template <class T>
 class SolverPropertiesTest : public testing::Test
@@ -236,7 +264,7 @@ TYPED_TEST(SolverPropertiesTest, SingularSystemsAreRefusedByDirectSolvers)
     }
 }
 
-TYPED_TEST(SolverPropertiesTest, SpoiledUnfinishedAndZeroSystems)
+TYPED_TEST(SolverPropertiesTest, EmptySpoiledUnfinishedAndZeroSystems)
 {
     using T = TypeParam;
     std::mt19937 random(4);
@@ -248,12 +276,26 @@ TYPED_TEST(SolverPropertiesTest, SpoiledUnfinishedAndZeroSystems)
         bool const isDecomposed = candidate.name.find("decomposed") != std::string::npos;
         std::unique_ptr<IVertexPosLinearSystem<T>> const unfinished(candidate.solver->Copy()),
             zero(candidate.solver->Copy());
+        if (candidate.name != "csr decomposed, ready") { // its boundaries lie outside of no unknowns
+            bool succeeded = false;
+            testSupport::solveWhole<T>(*candidate.solver, 2, succeeded);
+            EXPECT_TRUE(succeeded);
+        }
+
         state(*zero, Kind::definite, true, matrix, zeros);
         // An exact start is a breakdown for the iteration; only the core over a matrix delivers it.
-        if (candidate.isDirect || isIterative)
+        if (candidate.isDirect || isIterative) {
             expectSolutions(*zero, 2, matrix, zeros, 0.0);
-        else
+        } else {
             EXPECT_TRUE(isRefused(*zero));
+        }
+        unfinished->DefineFreeVertex(0);
+        unfinished->DefineFreeVertex(1);
+        CVertexLinearCombination<T> equation;
+        equation.AddVertex(0, T(1));
+        unfinished->AddEquation(equation);
+        // A matrix that is made for the iteration has as many rows as there are equations.
+        EXPECT_NE(isRefused(*unfinished), candidate.name.find("rows, iterative") != std::string::npos);
         if (isIterative || isDecomposed)
             continue; // these two solve what they find
         state(*candidate.solver, Kind::definite, false, matrix, right);
@@ -262,7 +304,30 @@ TYPED_TEST(SolverPropertiesTest, SpoiledUnfinishedAndZeroSystems)
         EXPECT_TRUE(isRefused(*candidate.solver));
         std::unique_ptr<IVertexPosLinearSystem<T>> const copy(candidate.solver->Copy());
         EXPECT_TRUE(copy->IsSpoiled());
-        unfinished->DefineFreeVertex(0);
-        EXPECT_TRUE(!candidate.isDirect || isRefused(*unfinished));
+    }
+}
+
+TYPED_TEST(SolverPropertiesTest, InterruptionPassesFromEveryReport)
+{
+    using T = TypeParam;
+    std::mt19937 random(36);
+    DenseMatrix const matrix = testSupport::randomSparse(150, 4.0, true, 1.2, random);
+    std::vector<double> const right = testSupport::randomVector(150, random);
+    for (Candidate<T> const & candidate : everySolver<T>(150)) {
+        SCOPED_TRACE(candidate.name);
+        std::unique_ptr<IVertexPosLinearSystem<T>> const & solver = candidate.solver;
+        solver->setSymmetric(true);
+        solver->setPositiveDefinite(true);
+        testSupport::stateSystem<T>(*solver, matrix, right);
+        bool succeeded = false;
+        ThrowingCounter counting(std::numeric_limits<int>::max());
+        testSupport::solveWhole<T>(*solver, 2, succeeded, &counting);
+        ASSERT_GT(counting.reports, 3);
+        EXPECT_EQ(counting.getPosFloat(), 1.0);
+        int const step = 1 + counting.reports / 40;
+        for (int allowed = 0; allowed + 2 < counting.reports; allowed += step) {
+            ThrowingCounter counter(allowed);
+            EXPECT_THROW(testSupport::solveWhole<T>(*solver, 2, succeeded, &counter), CUserIntrException);
+        }
     }
 }
