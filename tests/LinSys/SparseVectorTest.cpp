@@ -108,8 +108,6 @@ void expectHolds(CSparseVectorTmpl<T> const & vector, std::vector<T> const & arr
             ASSERT_EQ(value, element);
             ASSERT_EQ(valuePosition, position);
             ASSERT_EQ(vector.GetNonZeroPos(stored), position);
-            ASSERT_LE(vector.GetMinNonZeroIdx(), position);
-            ASSERT_GE(vector.GetMaxNonZeroIdx(), position);
             ++stored;
         }
     }
@@ -118,13 +116,8 @@ void expectHolds(CSparseVectorTmpl<T> const & vector, std::vector<T> const & arr
     ASSERT_EQ(vector.GetNonZeroPos(-1), -1);
     ASSERT_EQ(vector.GetElement(int(array.size())), T(0));
     ASSERT_EQ(vector.GetElement(-1), T(0));
-    if (stored > 0) {
-        ASSERT_NE(vector[vector.GetMinNonZeroIdx()], T(0));
-        ASSERT_NE(vector[vector.GetMaxNonZeroIdx()], T(0));
-    } else {
-        ASSERT_EQ(vector.GetMinNonZeroIdx(), 0x7FFFFFFF);
-        ASSERT_EQ(vector.GetMaxNonZeroIdx(), -1);
-    }
+    ASSERT_EQ(vector.GetMinNonZeroIdx(), stored > 0 ? vector.GetNonZeroPos(0) : 0x7FFFFFFF);
+    ASSERT_EQ(vector.GetMaxNonZeroIdx(), stored > 0 ? vector.GetNonZeroPos(stored - 1) : -1);
 }
 
 template <class T>
@@ -235,11 +228,9 @@ TYPED_TEST(SparseVectorTest, TakesNoMemoryForACountThatTheFileDoesNotBearOut)
 TYPED_TEST(SparseVectorTest, LongVectorsPassThroughStreamsWithoutLength)
 {
     using T = TypeParam;
-    CSparseVectorTmpl<T> original;
-    for (int k = 0; k < 200000; ++k)
-        original.SetElementNoIdxSearch(3 * k, T(k % 1000));
-    std::string const bytes = savedBytes(original);
+    std::vector<T> const array(200000, T(3));
+    std::string const bytes = savedBytes(CSparseVectorTmpl<T>(int(array.size()), array.data()));
     CSparseVectorTmpl<T> loaded;
-    ASSERT_TRUE(loaded.LoadFromFile(PipeReader(bytes).get()));
+    ASSERT_TRUE(loads(loaded, bytes, true));
     EXPECT_EQ(savedBytes(loaded), bytes);
 }
