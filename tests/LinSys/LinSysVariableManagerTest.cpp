@@ -44,20 +44,6 @@ private:
 };
 
 template <class T>
-class MapInformer : public IVertexPosInformer<T>
-{
-public:
-    T GetVertexPosition(int vertex) const override
-    {
-        m_asked.push_back(vertex);
-        auto const found = m_positions.find(vertex);
-        return found == m_positions.end() ? T(vertex) : found->second;
-    }
-    std::map<int, T> m_positions;
-    mutable std::vector<int> m_asked;
-};
-
-template <class T>
 class ListReceiver : public IEqSysResultReciever<T>
 {
 public:
@@ -217,11 +203,18 @@ TYPED_TEST(LinSysVariableManagerTest, ZeroFixedCoefficientsNeverMeetAPosition)
     storage.DefineFixedVertex(10);
     storage.AddEquation(equationOf<T>({{1, 1}, {10, 2}, {20, T(-0.0)}}));
     storage.AddEquation(equationOf<T>({{1, 1}, {10, 2}, {20, 1}}));
-    MapInformer<T> informer;
-    informer.m_positions = {{20, std::numeric_limits<T>::quiet_NaN()}, {10, T(3)}};
+    struct Informer : IVertexPosInformer<T>
+    {
+        T GetVertexPosition(int vertex) const override
+        {
+            asked.push_back(vertex);
+            return vertex == 20 ? std::numeric_limits<T>::quiet_NaN() : T(3);
+        }
+        mutable std::vector<int> asked;
+    } const informer;
     T rightPart[2];
     storage.SetSingleRightPart(rightPart, informer);
-    EXPECT_EQ(informer.m_asked, (std::vector<int>{20, 10}));
+    EXPECT_EQ(informer.asked, (std::vector<int>{20, 10}));
     EXPECT_EQ(rightPart[0], T(-6));
     EXPECT_NE(rightPart[1], rightPart[1]);
     EXPECT_TRUE(storage.IsCorrectlyDefinedSystem());
