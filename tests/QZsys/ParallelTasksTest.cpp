@@ -125,8 +125,7 @@ TEST(ParallelTasks, FirstExceptionInTaskOrderComesAfterAllTasksEnded)
             std::this_thread::sleep_for(80ms);
             ++ended;
         });
-        Observer observer(
-            5, [](int) {});
+        Observer observer(5, [](int) {});
         EXPECT_EQ("second task", thrownBy([&] { perform(tasks, observed ? &observer : nullptr); }));
         EXPECT_EQ(4, ended);
     }
