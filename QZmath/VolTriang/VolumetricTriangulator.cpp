@@ -3,10 +3,12 @@
 
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/ExactPath.h>
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/PathChoice.h>
+#include <QZmath/VolTriang/Stages/RunPhases.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 
@@ -14,14 +16,12 @@
 #include <QZsys/Progress.h>
 
 #include <algorithm>
+#include <utility>
 
 bool b_MEASURE_TRIANG_TIME_On = true;
 
 namespace VolTr
 {
-
-using VsPCnt::CMultiPhaseManager;
-using VsPCnt::CMultiPhaseManagerSingleSubPhase;
 
 // A run: the stages in their order, and what lives from one to the next.
 class CVolumetricTriangulatorImpl
@@ -30,13 +30,15 @@ public:
     CVolumetricTriangulatorImpl(ITriangulationTarget * target, IInputSamples const * samples,
                                 CVolTriangulationParams const & params, CProgressCounter * progress);
 
+    void setReport(CReconstructionReport * report) { m_report = report; }
     void run();
 
 private:
+    void run(CReconstructionReport & report);
     void logParameters() const;
     void scaleKernel();
-    void registerPhases(CMultiPhaseManager & phases, ReconstructionPath const & path) const;
-    void buildTree();
+    void registerPhases(RunPhases & phases, ReconstructionPath const & path) const;
+    void buildTree(CReconstructionReport & report);
     std::unique_ptr<ImplicitFunction> solve(std::unique_ptr<ReconstructionPath> path,
                                             StageContext const & context) const;
     double findIsoValue(StageContext const & context, ImplicitFunction const & function) const;
@@ -47,6 +49,7 @@ private:
     CProgressCounter * m_progress;
     CVolTriangulationParams m_params;
     ITriangulationTarget * m_target;
+    CReconstructionReport * m_report = nullptr;
     Kernel m_kernel;
     VsUt::IDebugLog * m_log;
     SampleDensity m_density; // without weights unless the density varies
@@ -62,6 +65,8 @@ CVolumetricTriangulator::CVolumetricTriangulator(ITriangulationTarget * target, 
 
 CVolumetricTriangulator::~CVolumetricTriangulator() = default;
 
+void CVolumetricTriangulator::setReport(CReconstructionReport * report) { m_impl->setReport(report); }
+
 void CVolumetricTriangulator::run() { m_impl->run(); }
 
 CVolumetricTriangulatorImpl::CVolumetricTriangulatorImpl(ITriangulationTarget * target,
@@ -74,20 +79,34 @@ CVolumetricTriangulatorImpl::CVolumetricTriangulatorImpl(ITriangulationTarget * 
 
 void CVolumetricTriangulatorImpl::run()
 {
+    CReconstructionReport unread;
+    CReconstructionReport & report = m_report != nullptr ? *m_report : unread;
+    report = CReconstructionReport();
+    run(report);
+}
+
+void CVolumetricTriangulatorImpl::run(CReconstructionReport & report)
+{
+    RunRecord record(report);
     logText(m_log, "Volumetric triangulation core started");
     logParameters();
     scaleKernel();
     int const threads = std::max(1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
-    std::unique_ptr<ReconstructionPath> path = choosePath(*m_samples, m_params, m_kernel, threads, m_log);
+    PathChoice const choice = choosePath(*m_samples, m_params, m_kernel, m_log);
+    report.threads = threads;
+    report.path = choice.path;
+    report.reason = choice.reason;
+    std::unique_ptr<ReconstructionPath> path = makePath(choice.path, m_params, threads);
 
-    CMultiPhaseManager phases(m_progress);
+    RunPhases phases(m_progress, &record);
     registerPhases(phases, *path);
     auto const inPhase = [&phases](char const * name, auto const & stage) {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, name);
+        RunPhases::Scope const phase(phases, name);
         return stage();
     };
-    inPhase("tree", [&] { buildTree(); });
-    StageContext context = {*m_samples, m_params, *m_octree, *m_basis, nullptr, m_progress, m_log, threads};
+    inPhase("tree", [&] { buildTree(report); });
+    StageContext context = {*m_samples, m_params, *m_octree, *m_basis, nullptr,
+                            m_progress, m_log,    report,    threads};
     inPhase("grad_basis", [&] { path->prepare(context); });
     if (m_params.getVariableDensity()) {
         inPhase("density weights", [&] {
@@ -129,26 +148,29 @@ void CVolumetricTriangulatorImpl::scaleKernel()
 }
 
 // The weights are the expected shares of the run time.
-void CVolumetricTriangulatorImpl::registerPhases(CMultiPhaseManager & phases,
-                                                 ReconstructionPath const & path) const
+void CVolumetricTriangulatorImpl::registerPhases(RunPhases & phases, ReconstructionPath const & path) const
 {
     if (m_params.getPhaseNameShown())
-        phases.showPhaseName();
-    phases.RegisterPhase("tree", 10);
-    phases.RegisterPhase("grad_basis", 2);
+        phases.showNames();
+    phases.add("tree", 10);
+    phases.add("grad_basis", 2);
     if (m_params.getVariableDensity())
-        phases.RegisterPhase("density weights", 30);
-    phases.RegisterPhase("grad_div", 10);
+        phases.add("density weights", 30);
+    phases.add("grad_div", 10);
     path.registerPhases(phases);
-    phases.RegisterPhase("iso-value", 10);
-    phases.RegisterPhase("iso-surface", 40);
+    phases.add("iso-value", 10);
+    phases.add("iso-surface", 40);
 }
 
-void CVolumetricTriangulatorImpl::buildTree()
+void CVolumetricTriangulatorImpl::buildTree(CReconstructionReport & report)
 {
     m_octree = std::make_unique<COctree>(m_samples, m_params.getOctreeDepth(), m_progress,
                                          m_params.getUseCenter(), m_params.getDetalizationLevel());
     COctree const & octree = *m_octree;
+    report.octreeDepth = octree.getLeafCellDepth();
+    report.leafCells = octree.getCellsNumberOnDeepestLevel();
+    report.nodes = octree.getNodesNumber();
+    report.unknowns = report.nodes;
     CParallelepiped const cells = octree.getCellsBoundaryBox();
     CParallelepiped const nodes = octree.getNodesBoundaryBox();
     auto const logTriple = [this](char const * label, double const * triple) {
@@ -180,17 +202,21 @@ std::unique_ptr<ImplicitFunction> CVolumetricTriangulatorImpl::solve(std::unique
     if (auto function = path->solve(context))
         return function;
     path.reset();
+    context.report.path = CReconstructionReport::Path::exact;
+    context.report.reason = CReconstructionReport::Reason::didNotConverge;
+    context.report.iterations = 0;
+    context.report.relativeResidual = 0.0;
     ExactPath exact(context.threads, 100);
-    CMultiPhaseManager phases(m_progress);
-    phases.RegisterPhase("grad_div", 10);
+    RunPhases phases(m_progress, nullptr);
+    phases.add("grad_div", 10);
     exact.registerPhases(phases);
     {
-        CMultiPhaseManagerSingleSubPhase phase(&phases, "grad_div");
+        RunPhases::Scope const phase(phases, "grad_div");
         exact.prepare(context);
         exact.splat(context);
     }
     exact.assemble(context, phases);
-    CMultiPhaseManagerSingleSubPhase phase(&phases, "solve");
+    RunPhases::Scope const phase(phases, "solve");
     return exact.solve(context);
 }
 
@@ -199,6 +225,7 @@ double CVolumetricTriangulatorImpl::findIsoValue(StageContext const & context,
 {
     logText(m_log, "Start calculating iso-value...");
     double const isoValue = function.meanAtSamples(context);
+    context.report.isoValue = isoValue;
     logValues(m_log, "Surface iso-value", isoValue);
     return isoValue;
 }

@@ -18,6 +18,7 @@ extern QZMATH_API bool b_MEASURE_TRIANG_TIME_On;
 namespace VolTr
 {
 
+class CReconstructionReport;
 class CVolumetricTriangulatorImpl;
 
 /// Reconstructs a triangle surface from an oriented point cloud.
@@ -43,6 +44,10 @@ public:
     CVolumetricTriangulator(ITriangulationTarget * target, IInputSamples const * samples,
                             CVolTriangulationParams const * params, CProgressCounter * progress);
     virtual ~CVolumetricTriangulator();
+
+    /// Where `run` tells what it did and found; null, as at first, keeps that to itself. The caller's, must
+    /// outlive `run`. A report serves one run at a time.
+    void setReport(CReconstructionReport * report);
 
     /// Runs the reconstruction, once per object, on the calling thread with helper threads for assembly and
     /// iso-value

@@ -25,10 +25,7 @@ ConsoleProgress::~ConsoleProgress() { finish(); }
 void ConsoleProgress::enterPhase(std::string const & name)
 {
     std::lock_guard<std::mutex> const lock(m_mutex);
-    if (!m_phase.empty())
-        m_phases.emplace_back(m_phase, secondsSince(m_phaseStart));
     m_phase = name;
-    m_phaseStart = Clock::now();
     if (m_display == Display::lines && !name.empty())
         std::fprintf(stderr, "%8.2f s  %s\n", secondsSince(m_start), name.c_str());
     if (m_display == Display::bar && !m_finished)

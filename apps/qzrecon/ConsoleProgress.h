@@ -8,15 +8,12 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 namespace qz_recon
 {
 
 /// Shows the progress on the standard error stream: on a terminal a bar with the name of the phase and the
-/// elapsed time, which a thread of its own keeps alive; otherwise a line at the start of each phase. Notes
-/// how long each phase takes.
+/// elapsed time, which a thread of its own keeps alive; otherwise a line at the start of each phase.
 class ConsoleProgress : public CProgressCounter
 {
 public:
@@ -40,9 +37,6 @@ public:
     /// Ends the last phase and clears the bar away.
     void finish();
 
-    /// Names and seconds of the phases so far, in order.
-    std::vector<std::pair<std::string, double>> const & phaseSeconds() const { return m_phases; }
-
 protected:
     void onPhaseName(std::string const & name) override { enterPhase(name); }
 
@@ -55,8 +49,6 @@ private:
 
     Display m_display;
     Clock::time_point m_start = Clock::now();
-    Clock::time_point m_phaseStart = m_start;
-    std::vector<std::pair<std::string, double>> m_phases;
     std::string m_phase;
     std::mutex m_mutex; ///< guards the phase and the bar's line
     std::condition_variable m_wake;

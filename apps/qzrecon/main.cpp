@@ -10,6 +10,7 @@
 #include <apps/qzrecon/Options.h>
 #include <apps/qzrecon/UnreachedParts.h>
 
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 #include <QZsys/DebugLog.h>
 #include <QZsys/Exceptions.h>
@@ -17,6 +18,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -25,6 +27,8 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <signal.h>
 #include <unistd.h>
@@ -34,11 +38,10 @@ namespace
 
 using namespace qz_recon;
 
-/// The log of a run, from any thread: to a file, if one is wanted, and what the user must be told from it.
+/// The log of a run, from any thread, in a file; an empty path means none.
 class RunLog : public VsUt::IDebugLog
 {
 public:
-    /// An empty path means no file.
     explicit RunLog(std::string const & path) : m_path(path)
     {
         if (path.empty())
@@ -51,22 +54,16 @@ public:
     void getMessage(char const * line) override
     {
         std::lock_guard<std::mutex> const lock(m_mutex);
-        if (m_file)
-            std::fprintf(m_file.get(), "%s\n", line);
-        std::string const text(line);
-        std::string const label = "Iteration limit reached without convergence, relative residual: ";
-        if (text.rfind(label, 0) == 0)
-            m_unconvergedResidual = text.substr(label.size());
+        std::fprintf(m_file.get(), "%s\n", line);
     }
+
+    bool isWanted() const { return m_file != nullptr; }
 
     void close()
     {
         if (m_file && (std::ferror(m_file.get()) != 0 || std::fclose(m_file.release()) != 0))
             throw qz_io::OutputError("cannot write the log " + m_path);
     }
-
-    /// Relative residual with which the linear solver gave up; empty when it converged.
-    std::string const & unconvergedResidual() const { return m_unconvergedResidual; }
 
 private:
     struct FileCloser
@@ -76,7 +73,6 @@ private:
 
     std::string m_path;
     std::unique_ptr<std::FILE, FileCloser> m_file;
-    std::string m_unconvergedResidual;
     std::mutex m_mutex;
 };
 
@@ -142,11 +138,53 @@ double leafCellSize(qz_io::PointCloud const & cloud, VolTr::CVolTriangulationPar
     return std::ldexp(extent, -params.getOctreeDepth());
 }
 
-std::string describe(qz_io::PointCloud const & cloud, qz_io::TriangleMesh const & mesh,
-                     Options const & options, ConsoleProgress const & progress)
+/// What a run was like: what the library tells of it, and how long the program itself took before and after.
+struct RunSummary
 {
-    std::string line = options.output + ": " + std::to_string(mesh.vertexCount()) + " vertices, " +
-                       std::to_string(mesh.triangleCount()) + " triangles, " +
+    using Phases = std::vector<std::pair<std::string, double>>;
+
+    Phases before; // names and seconds
+    VolTr::CReconstructionReport report;
+    Phases after;
+
+    Phases phases() const
+    {
+        Phases all = before;
+        for (VolTr::CReconstructionReport::Phase const & phase : report.phases)
+            all.emplace_back(phase.name, phase.seconds);
+        all.insert(all.end(), after.begin(), after.end());
+        return all;
+    }
+};
+
+/// A phase of the program's own, whose seconds go to a summary when it ends.
+class OwnPhase
+{
+public:
+    OwnPhase(ConsoleProgress & progress, RunSummary::Phases & phases, char const * name)
+        : m_phases(phases), m_name(name)
+    {
+        progress.enterPhase(name);
+    }
+    ~OwnPhase()
+    {
+        m_phases.emplace_back(
+            m_name, std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count());
+    }
+    OwnPhase(OwnPhase const &) = delete;
+    OwnPhase & operator=(OwnPhase const &) = delete;
+
+private:
+    RunSummary::Phases & m_phases;
+    char const * m_name;
+    std::chrono::steady_clock::time_point const m_start = std::chrono::steady_clock::now();
+};
+
+std::string describe(qz_io::PointCloud const & cloud, qz_io::TriangleMesh const & mesh,
+                     Options const & options, RunSummary const & summary)
+{
+    std::string line = options.output + ": " + std::to_string(summary.report.vertices) + " vertices, " +
+                       std::to_string(summary.report.triangles) + " triangles, " +
                        (qz_io::isClosed(mesh) ? "closed" : "open");
 
     // Vertices are up to two leaf cells apart, divided by the subdivision.
@@ -166,7 +204,7 @@ std::string describe(qz_io::PointCloud const & cloud, qz_io::TriangleMesh const 
 
     double total = 0.0;
     line += "; seconds:";
-    for (auto const & [name, seconds] : progress.phaseSeconds()) {
+    for (auto const & [name, seconds] : summary.phases()) {
         line += " " + name + " " + formatted("%.2f", seconds) + ",";
         total += seconds;
     }
@@ -179,9 +217,10 @@ void reconstruct(Options & options, ConsoleProgress & progress)
     qz_io::MeshFormat const format = qz_io::meshFormatOf(options.output);
     checkOutputPlace(options);
 
-    progress.enterPhase("read");
+    RunSummary summary;
     qz_io::PointCloud cloud;
     {
+        OwnPhase const phase(progress, summary.before, "read");
         CPrgCntSubPhase const reading(&progress, 0, 4, 0, true);
         cloud = qz_io::readCloud(options.input, &progress,
                                  options.normalNeighbours > 0 ? qz_io::InputNormals::optional
@@ -191,12 +230,12 @@ void reconstruct(Options & options, ConsoleProgress & progress)
     }
 
     RunLog log(options.logFile);
-    options.params.setDebugLog(&log);
+    options.params.setDebugLog(log.isWanted() ? &log : nullptr);
     CVescaThreadingTasksHelper::setNumOfPhisicalThread(options.threads);
 
     std::size_t withoutNormal = 0;
     if (cloud.normals.empty()) {
-        progress.enterPhase("normals");
+        OwnPhase const phase(progress, summary.before, "normals");
         CPrgCntSubPhase const estimating(&progress, 4, 6, 0, true);
         withoutNormal = estimateNormals(cloud, options.normalNeighbours, options.viewpoint, &progress);
     }
@@ -209,12 +248,13 @@ void reconstruct(Options & options, ConsoleProgress & progress)
         qz_io::CloudSamples const samples(cloud);
         qz_io::MeshCollector collector(mesh, options.params.getEstimateResultNormals());
         VolTr::CVolumetricTriangulator triangulator(&collector, &samples, &options.params, &progress);
+        triangulator.setReport(&summary.report);
         triangulator.run();
     }
 
-    progress.enterPhase("write");
     qz_io::PendingFiles files;
     {
+        OwnPhase const phase(progress, summary.after, "write");
         CPrgCntSubPhase const writing(&progress, 96, 4, 0, true);
         qz_io::writeMesh(mesh, options.output, format, files);
         log.close();
@@ -222,17 +262,17 @@ void reconstruct(Options & options, ConsoleProgress & progress)
     Interruption::ignoreFromNowOn();
     files.commit();
     progress.finish();
-    if (!log.unconvergedResidual().empty()) {
+    if (!summary.report.converged) {
         std::fprintf(
             stderr,
-            "qzrecon: warning: the iterative solver did not converge (relative residual %s), so the surface "
+            "qzrecon: warning: the iterative solver did not converge (relative residual %g), so the surface "
             "may be wrong; --solver direct avoids that\n",
-            log.unconvergedResidual().c_str());
+            summary.report.relativeResidual);
     }
     if (withoutNormal > 0)
         std::fprintf(stderr, "qzrecon: warning: %zu points have no normal and do not count\n", withoutNormal);
     if (!options.quiet)
-        std::puts(describe(cloud, mesh, options, progress).c_str());
+        std::puts(describe(cloud, mesh, options, summary).c_str());
 }
 
 int complain(int exitCode, std::string const & sentence)

@@ -17,7 +17,6 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -121,25 +120,6 @@ private:
     double m_cpu = 0.0;
 };
 
-// Keeps the values of the log lines.
-class ValueLog : public VsUt::IDebugLog
-{
-public:
-    std::map<std::string, std::string> values;
-
-    void getMessage(char const * line) override
-    {
-        std::string const text = line;
-        std::size_t const colon = text.find(": ");
-        std::lock_guard<std::mutex> const lock(m_mutex);
-        if (colon != std::string::npos)
-            values[text.substr(0, colon)] = text.substr(colon + 2);
-    }
-
-private:
-    std::mutex m_mutex;
-};
-
 struct Case
 {
     std::string shape;
@@ -188,21 +168,22 @@ std::string runCase(Case const & c)
     CloudSamples const samples(cloud);
 
     VolTr::CVolTriangulationParams params;
-    ValueLog log;
     params.setOctreeDepth(c.depth);
     params.setPhaseNameShown(true);
     params.setClosed(shape->isClosed());
     params.setPrefferedSolver(c.solver);
     params.setAccelerated(c.accelerated);
-    params.setDebugLog(&log);
     StageClock clock;
     VertexTarget target;
     double const memoryBefore = peakMegabytes();
     double const wall = wallSeconds();
     double const cpu = cpuSeconds();
     std::string failure;
+    VolTr::CReconstructionReport report;
     try {
-        VolTr::CVolumetricTriangulator(&target, &samples, &params, &clock).run();
+        VolTr::CVolumetricTriangulator triangulator(&target, &samples, &params, &clock);
+        triangulator.setReport(&report);
+        triangulator.run();
     } catch (std::exception const & error) {
         failure = error.what();
     }
@@ -214,13 +195,8 @@ std::string runCase(Case const & c)
          << ", \"wall\": " << wallSeconds() - wall << ", \"cpu\": " << cpuSeconds() - cpu
          << ", \"peakMB\": " << peakMegabytes() << ", \"inputMB\": " << memoryBefore << ", \"failure\": \""
          << failure << "\"";
-    auto const number = [&](char const * key, char const * label) {
-        auto const found = log.values.find(label);
-        json << ", \"" << key << "\": " << (found != log.values.end() ? found->second : "0");
-    };
-    number("nodes", "System size");
-    number("nonZeros", "Non zero elements in system");
-    number("iterations", "Iterations used");
+    json << ", \"nodes\": " << report.unknowns << ", \"nonZeros\": " << report.matrixElements
+         << ", \"iterations\": " << report.iterations;
     json << ", \"triangles\": " << target.triangles << ", \"vertices\": " << target.vertices.size()
          << ", \"evaluationMicroseconds\": " << evaluationMicroseconds(samples, c.depth, target.vertices)
          << ", \"stages\": {";
@@ -230,17 +206,13 @@ std::string runCase(Case const & c)
     }
     json << "}}";
 
-    auto const value = [&](char const * label) {
-        auto const found = log.values.find(label);
-        return found != log.values.end() ? std::stod(found->second) : 0.0;
-    };
-    double const nonZeros = value("Non zero elements in system");
+    double const nonZeros = static_cast<double>(report.matrixElements);
     std::fprintf(stderr,
-                 "%-13s depth %d, %d thread(s), solver %d: n %.0f, non-zeros %.3g, %.2f s wall, %.2f s cpu, "
+                 "%-13s depth %d, %d thread(s), solver %d: n %lld, non-zeros %.3g, %.2f s wall, %.2f s cpu, "
                  "%.0f MB peak%s%s\n",
-                 c.shape.c_str(), c.depth, c.threads, c.solver, value("System size"), nonZeros,
-                 wallSeconds() - wall, cpuSeconds() - cpu, peakMegabytes(), failure.empty() ? "" : ", ",
-                 failure.c_str());
+                 c.shape.c_str(), c.depth, c.threads, c.solver, static_cast<long long>(report.unknowns),
+                 nonZeros, wallSeconds() - wall, cpuSeconds() - cpu, peakMegabytes(),
+                 failure.empty() ? "" : ", ", failure.c_str());
     for (StageClock::Stage const & stage : clock.stages) {
         std::fprintf(stderr, "    %-18s %9.3f s wall %9.3f s cpu", stage.name.c_str(), stage.wall, stage.cpu);
         if (stage.name == "tree")

@@ -4,6 +4,7 @@
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/BrickedFunction.h>
 #include <QZmath/VolTriang/Stages/CombinationFunction.h>
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
@@ -61,10 +62,14 @@ struct Model
                                                    amplitudes);
     }
 
-    StageContext context() const { return {samples, params, octree, *basis, nullptr, nullptr, nullptr, 1}; }
+    StageContext context() const
+    {
+        return {samples, params, octree, *basis, nullptr, nullptr, nullptr, report, 1};
+    }
 
     Kernel kernel = makeApproxGaussian<Kernel>();
     CVolTriangulationParams params;
+    mutable CReconstructionReport report;
     PointCloudSamples samples;
     COctree octree;
     BrickLattice lattice;

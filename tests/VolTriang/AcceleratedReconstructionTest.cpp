@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
 #include <apps/sampling/SampleShapes.h>
@@ -6,7 +7,6 @@
 #include <support/PointCloudSamples.h>
 #include <support/SurfaceScores.h>
 
-#include <QZsys/DebugLog.h>
 #include <QZsys/Exceptions.h>
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <mutex>
 #include <random>
 #include <string>
 #include <vector>
@@ -51,25 +50,6 @@ PointCloudSamples sampledSphere(std::size_t number)
     return sampled("sphere", options);
 }
 
-class LineLog : public VsUt::IDebugLog
-{
-public:
-    void getMessage(char const * line) override
-    {
-        std::lock_guard<std::mutex> const lock(m_mutex);
-        m_lines.emplace_back(line);
-    }
-    bool has(std::string const & begin) const
-    {
-        return std::any_of(m_lines.begin(), m_lines.end(),
-                           [&](std::string const & line) { return line.rfind(begin, 0) == 0; });
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<std::string> m_lines;
-};
-
 CVolTriangulationParams paramsOf(int depth, bool accelerated)
 {
     CVolTriangulationParams params;
@@ -82,6 +62,7 @@ struct Result
 {
     Mesh mesh;
     std::string failure;
+    CReconstructionReport report;
 };
 
 Result run(PointCloudSamples const & samples, CVolTriangulationParams const & params, int threads = 0,
@@ -91,7 +72,9 @@ Result run(PointCloudSamples const & samples, CVolTriangulationParams const & pa
     MeshTarget target;
     Result result;
     try {
-        CVolumetricTriangulator(&target, &samples, &params, progress).run();
+        CVolumetricTriangulator triangulator(&target, &samples, &params, progress);
+        triangulator.setReport(&result.report);
+        triangulator.run();
     } catch (std::exception const & error) {
         result.failure = error.what();
     }
@@ -129,15 +112,11 @@ TEST_P(AcceleratedSurface, liesWhereTheOtherOneLies)
     params.setKernelScaleFactor(c.kernelScale);
     params.setClosed(qz_sampling::makeShape(c.shape)->isClosed());
     params.setEstimateResultNormals(true);
-    LineLog log;
-    params.setDebugLog(&log);
     Mesh const exact = run(samples, params).mesh;
-    EXPECT_FALSE(log.has("Use accelerated solver"));
     params.setAccelerated(true);
-    Mesh const fast = run(samples, params).mesh;
-    ASSERT_TRUE(log.has("Use accelerated solver") && log.has("Tolerance: 0.001") &&
-                log.has("Iterations used") && log.has("Relative residual"));
-    EXPECT_FALSE(log.has("Accelerated solver did not converge"));
+    Result const accelerated = run(samples, params);
+    ASSERT_EQ(accelerated.report.path, CReconstructionReport::Path::accelerated);
+    Mesh const & fast = accelerated.mesh;
     ASSERT_FALSE(fast.triangles.empty());
 
     double const exactTriangles = static_cast<double>(exact.triangles.size());
@@ -182,26 +161,25 @@ TEST(AcceleratedReconstruction, sameBitsForAnyThreadNumber)
 TEST(AcceleratedReconstruction, goesTheOtherWayWhereItCannotServe)
 {
     PointCloudSamples const samples = sampledSphere(2000);
-    auto const expectOtherPath = [&](CVolTriangulationParams params, char const * reason) {
-        LineLog log;
-        params.setDebugLog(&log);
-        Mesh const mesh = run(samples, params).mesh;
-        EXPECT_TRUE(reason == nullptr || log.has(reason));
-        EXPECT_TRUE(log.has("Linear system solved"));
+    using Reason = CReconstructionReport::Reason;
+    auto const expectOtherPath = [&](CVolTriangulationParams params, Reason reason) {
+        Result const result = run(samples, params);
+        EXPECT_EQ(result.report.path, CReconstructionReport::Path::exact);
+        EXPECT_EQ(result.report.reason, reason);
         params.setAccelerated(false);
-        EXPECT_TRUE(run(samples, params).mesh == mesh);
+        EXPECT_TRUE(run(samples, params).mesh == result.mesh);
     };
     CVolTriangulationParams wide = paramsOf(4, true);
     wide.setKernelScaleFactor(1.2f);
-    expectOtherPath(wide, "Accelerated solver cannot serve");
+    expectOtherPath(wide, Reason::kernelOrDepth);
     for (double tolerance : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()}) {
         CVolTriangulationParams unreachable = paramsOf(4, true);
         unreachable.setSolverTolerance(tolerance);
-        expectOtherPath(unreachable, "Accelerated solver did not converge");
+        expectOtherPath(unreachable, Reason::didNotConverge);
     }
     CVolTriangulationParams chosen = paramsOf(4, true);
     chosen.setPrefferedSolver(1);
-    expectOtherPath(chosen, nullptr);
+    expectOtherPath(chosen, Reason::solverChosen);
 }
 
 TEST(AcceleratedReconstruction, endsOnHardCloudsAsTheOtherPathDoes)

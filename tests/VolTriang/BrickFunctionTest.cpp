@@ -3,6 +3,7 @@
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/BrickedFunction.h>
 #include <QZmath/VolTriang/Stages/CombinationFunction.h>
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
@@ -89,11 +90,12 @@ struct Model
 
     StageContext context(int threads) const
     {
-        return {samples, params, octree, basis, nullptr, nullptr, nullptr, threads};
+        return {samples, params, octree, basis, nullptr, nullptr, nullptr, report, threads};
     }
 
     PointCloudSamples samples;
     CVolTriangulationParams params;
+    mutable CReconstructionReport report;
     COctree octree;
     Kernel kernel;
     Basis basis;

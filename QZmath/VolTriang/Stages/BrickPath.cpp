@@ -4,8 +4,10 @@
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/BrickedFunction.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
+#include <QZmath/VolTriang/Stages/RunPhases.h>
 #include <QZmath/VolTriang/Stages/SampleSplat.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/Tree/NodeDepths.h>
@@ -77,10 +79,10 @@ bool BrickPath::canServe(NodeDepths const & depths, Kernel const & kernel)
            BrickFunction::canServe(depths.end - 1, kernelFactor(kernel));
 }
 
-void BrickPath::registerPhases(VsPCnt::CMultiPhaseManager & phases) const
+void BrickPath::registerPhases(RunPhases & phases) const
 {
-    phases.RegisterPhase("update right part", 5);
-    phases.RegisterPhase("solve", 30);
+    phases.add("update right part", 5);
+    phases.add("solve", 30);
 }
 
 void BrickPath::prepare(StageContext const & context)
@@ -136,14 +138,15 @@ void BrickPath::splat(StageContext const & context)
     }
 }
 
-void BrickPath::assemble(StageContext const & context, VsPCnt::CMultiPhaseManager & phases)
+void BrickPath::assemble(StageContext const & context, RunPhases & phases)
 {
-    VsPCnt::CMultiPhaseManagerSingleSubPhase phase(&phases, "update right part");
+    RunPhases::Scope phase(phases, "update right part");
     makeRightPart(context);
 }
 
 void BrickPath::makeRightPart(StageContext const & context)
 {
+    context.report.solver = CReconstructionReport::Solver::accelerated;
     logText(context.log, "Use accelerated solver");
     logValues(context.log, "System size", m_field.size());
     // The solution follows the scale of the field, which `float` may not hold. Components that are not finite
@@ -173,6 +176,9 @@ std::unique_ptr<ImplicitFunction> BrickPath::solve(StageContext const & context)
     LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
         solution = m_system->solve(m_right, tolerance, maxIterations, team);
     });
+    context.report.iterations = solution.iterations;
+    context.report.relativeResidual = solution.relativeResidual;
+    context.report.converged = solution.hasConverged;
     logValues(context.log, "Iterations used", solution.iterations);
     logValues(context.log, "Relative residual", solution.relativeResidual);
     if (!solution.hasConverged) {

@@ -21,10 +21,10 @@ public:
     /// Can the bricks hold nodes of these depths with this kernel?
     static bool canServe(NodeDepths const & depths, Kernel const & kernel);
 
-    void registerPhases(VsPCnt::CMultiPhaseManager & phases) const override;
+    void registerPhases(RunPhases & phases) const override;
     void prepare(StageContext const & context) override;
     void splat(StageContext const & context) override;
-    void assemble(StageContext const & context, VsPCnt::CMultiPhaseManager & phases) override;
+    void assemble(StageContext const & context, RunPhases & phases) override;
     std::unique_ptr<ImplicitFunction> solve(StageContext const & context) override;
 
 private:

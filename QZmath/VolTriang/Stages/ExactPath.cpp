@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Stages/ExactPath.h>
 
-#include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/Stages/CombinationFunction.h>
+#include <QZmath/VolTriang/Stages/RunPhases.h>
 #include <QZmath/VolTriang/Stages/SampleSplat.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
-#include <QZmath/VolTriang/VolTriangulationParams.h>
-
-#include <QZsys/Progress.h>
 
 #include <utility>
 
@@ -16,16 +13,16 @@ namespace VolTr
 
 ExactPath::ExactPath(int threads, double solveShare) : m_threads(threads), m_solveShare(solveShare) {}
 
-void ExactPath::registerPhases(VsPCnt::CMultiPhaseManager & phases) const
+void ExactPath::registerPhases(RunPhases & phases) const
 {
     if (m_threads < 2) {
-        phases.RegisterPhase("right_part", 50);
-        phases.RegisterPhase("matrix", 50);
+        phases.add("right_part", 50);
+        phases.add("matrix", 50);
     } else {
-        phases.RegisterPhase("matrix+right_part", 100);
+        phases.add("matrix+right_part", 100);
     }
-    phases.RegisterPhase("update right part", 5);
-    phases.RegisterPhase("solve", m_solveShare);
+    phases.add("update right part", 5);
+    phases.add("solve", m_solveShare);
 }
 
 void ExactPath::prepare(StageContext const & context)
@@ -37,10 +34,9 @@ void ExactPath::prepare(StageContext const & context)
 
 void ExactPath::splat(StageContext const & context) { splatNormals(context, m_field); }
 
-void ExactPath::assemble(StageContext const & context, VsPCnt::CMultiPhaseManager & phases)
+void ExactPath::assemble(StageContext const & context, RunPhases & phases)
 {
-    m_system =
-        chooseSolver(context.params.getPrefferedSolver(), context.octree.getNodesNumber(), context.log);
+    m_system = chooseSolver(context);
     assembleSystem(context, m_gradBasis, m_field, m_system, phases);
     // As large as the unknown function, and of no use from here on.
     m_field = {};

@@ -16,10 +16,10 @@ public:
     /// \param solveShare expected share of the solution where the assembly has 100
     ExactPath(int threads, double solveShare);
 
-    void registerPhases(VsPCnt::CMultiPhaseManager & phases) const override;
+    void registerPhases(RunPhases & phases) const override;
     void prepare(StageContext const & context) override;
     void splat(StageContext const & context) override;
-    void assemble(StageContext const & context, VsPCnt::CMultiPhaseManager & phases) override;
+    void assemble(StageContext const & context, RunPhases & phases) override;
     std::unique_ptr<ImplicitFunction> solve(StageContext const & context) override;
 
 private:

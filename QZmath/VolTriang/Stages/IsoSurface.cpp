@@ -3,6 +3,7 @@
 
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/LevelSet.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/MeshSink.h>
@@ -102,6 +103,8 @@ void extractIsoSurface(StageContext const & context, ImplicitFunction const & fu
         normals = function.makeEvaluator(lattice.edge * 4.0);
     MeshSink sink(target, normals.get(), context.progress, expectedFaces);
     bool const isDone = function.polygonise(levelSet, context, sink);
+    context.report.vertices = sink.vertexCount();
+    context.report.triangles = sink.triangleCount();
     if (!isDone || sink.triangleCount() == 0) {
         char const * const text = "Failed to reconstruct iso-value surface";
         logText(log, text);

@@ -17,11 +17,6 @@ namespace VolTr
 namespace
 {
 
-bool areBricksWanted(CVolTriangulationParams const & params)
-{
-    return params.getAccelerated() && params.getPrefferedSolver() == 0;
-}
-
 bool canBricksServe(CVolTriangulationParams const & params, Kernel const & kernel, VsUt::IDebugLog * log)
 {
     // The tree refuses other depths.
@@ -35,12 +30,27 @@ bool canBricksServe(CVolTriangulationParams const & params, Kernel const & kerne
 
 } // namespace
 
-std::unique_ptr<ReconstructionPath> choosePath(IInputSamples const & samples,
-                                               CVolTriangulationParams const & params, Kernel const & kernel,
-                                               int threads, VsUt::IDebugLog * log)
+PathChoice choosePath(IInputSamples const & samples, CVolTriangulationParams const & params,
+                      Kernel const & kernel, VsUt::IDebugLog * log)
 {
+    using Path = CReconstructionReport::Path;
+    using Reason = CReconstructionReport::Reason;
+    if (!params.getAccelerated())
+        return {Path::exact, Reason::asParameters};
+    if (params.getPrefferedSolver() != 0)
+        return {Path::exact, Reason::solverChosen};
+    if (!canBricksServe(params, kernel, log))
+        return {Path::exact, Reason::kernelOrDepth};
     // Without samples there are no nodes, and the exact path tells of the empty system.
-    if (areBricksWanted(params) && canBricksServe(params, kernel, log) && samples.pointsNumber() > 0)
+    if (samples.pointsNumber() <= 0)
+        return {Path::exact, Reason::noSamples};
+    return {Path::accelerated, Reason::asParameters};
+}
+
+std::unique_ptr<ReconstructionPath> makePath(CReconstructionReport::Path path,
+                                             CVolTriangulationParams const & params, int threads)
+{
+    if (path == CReconstructionReport::Path::accelerated)
         return std::make_unique<BrickPath>();
     double const solveShare = params.getOctreeDepth() >= 9 ? 200 : 30;
     return std::make_unique<ExactPath>(threads, solveShare);

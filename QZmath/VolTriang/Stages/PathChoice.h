@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/PipelineTypes.h>
 #include <QZmath/VolTriang/Stages/ReconstructionPath.h>
 
@@ -17,9 +18,18 @@ namespace VolTr
 class CVolTriangulationParams;
 class IInputSamples;
 
-/// The path that a run takes: the bricks when they are wanted and can serve, else the stored system.
-std::unique_ptr<ReconstructionPath> choosePath(IInputSamples const & samples,
-                                               CVolTriangulationParams const & params, Kernel const & kernel,
-                                               int threads, VsUt::IDebugLog * log);
+/// Which path a run takes, and why: the bricks when they are wanted and can serve, else the stored system.
+struct PathChoice
+{
+    CReconstructionReport::Path path;
+    CReconstructionReport::Reason reason;
+};
+
+PathChoice choosePath(IInputSamples const & samples, CVolTriangulationParams const & params,
+                      Kernel const & kernel, VsUt::IDebugLog * log);
+
+/// \param threads of the run, at least 1
+std::unique_ptr<ReconstructionPath> makePath(CReconstructionReport::Path path,
+                                             CVolTriangulationParams const & params, int threads);
 
 } // namespace VolTr

@@ -5,14 +5,10 @@
 
 #include <memory>
 
-namespace VsPCnt
-{
-class CMultiPhaseManager;
-}
-
 namespace VolTr
 {
 
+class RunPhases;
 struct StageContext;
 
 /// A way from the samples in their octree to the implicit function. The stages run once, in the order in
@@ -23,7 +19,7 @@ public:
     virtual ~ReconstructionPath();
 
     /// Registers the phases from the assembly to the solution, with their expected shares of the time.
-    virtual void registerPhases(VsPCnt::CMultiPhaseManager & phases) const = 0;
+    virtual void registerPhases(RunPhases & phases) const = 0;
 
     /// Makes what belongs to the nodes of the octree.
     virtual void prepare(StageContext const & context) = 0;
@@ -32,7 +28,7 @@ public:
     virtual void splat(StageContext const & context) = 0;
 
     /// Sets the system up, in phases that it opens itself.
-    virtual void assemble(StageContext const & context, VsPCnt::CMultiPhaseManager & phases) = 0;
+    virtual void assemble(StageContext const & context, RunPhases & phases) = 0;
 
     /// \return null when the iteration did not converge and another path has to answer
     virtual std::unique_ptr<ImplicitFunction> solve(StageContext const & context) = 0;

@@ -13,6 +13,7 @@ namespace VolTr
 {
 
 class COctree;
+class CReconstructionReport;
 class CVolTriangulationParams;
 class IInputSamples;
 struct SampleDensity;
@@ -27,7 +28,8 @@ struct StageContext
     SampleDensity const * density; ///< null when all samples have weight 1 and belong to the deepest depth
     CProgressCounter * progress;   ///< may be null
     VsUt::IDebugLog * log;         ///< may be null
-    int threads;                   ///< at least 1
+    CReconstructionReport & report;
+    int threads; ///< at least 1
 };
 
 } // namespace VolTr

@@ -8,12 +8,16 @@
 #include <QZmath/VolTriang/InterlacedSupportIterator.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/NormalizeByLast.h>
+#include <QZmath/VolTriang/Stages/RunPhases.h>
+#include <QZmath/VolTriang/Stages/SolverChoice.h>
 #include <QZmath/VolTriang/Stages/SparseRowAccumulator.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
 
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
@@ -68,10 +72,11 @@ private:
     std::int64_t m_elementsNumber;
 };
 
+// A solver that has no details to tell: it is exact.
 class tf_CNullSolveDetails final : public tf_ISystemSolveDetails
 {
 public:
-    void logDetails(VsUt::IDebugLog *) override {}
+    void logDetails(VsUt::IDebugLog *, CReconstructionReport & report) override { report.converged = true; }
 };
 
 template <class TSolver>
@@ -80,13 +85,15 @@ class tf_CIterativeSolverDetails final : public tf_ISystemSolveDetails
 public:
     explicit tf_CIterativeSolverDetails(TSolver const * solver) : m_solver(solver) {}
 
-    void logDetails(VsUt::IDebugLog * log) override
+    void logDetails(VsUt::IDebugLog * log, CReconstructionReport & report) override
     {
-        logValues(log, "Iterations used", m_solver->getIterationsUsed());
-        if (m_solver->isIterationLimitReached()) {
+        report.iterations = m_solver->getIterationsUsed();
+        report.converged = !m_solver->isIterationLimitReached();
+        report.relativeResidual = m_solver->getRelativeResidual();
+        logValues(log, "Iterations used", report.iterations);
+        if (!report.converged)
             logValues(log, "Iteration limit reached without convergence, relative residual",
-                      m_solver->getRelativeResidual());
-        }
+                      report.relativeResidual);
     }
 
 private:
@@ -286,44 +293,29 @@ private:
 
 } // namespace
 
-ReconstructionSolver chooseSolver(int prefferedSolver, int unknowns, VsUt::IDebugLog * log)
+ReconstructionSolver chooseSolver(StageContext const & context)
 {
-    ReconstructionSolver system;
-    system.solveDetails = std::make_unique<tf_CNullSolveDetails>();
-
-    enum class Kind
-    {
-        direct,
-        iterative,
-        decomposing
-    };
-    Kind kind = Kind::direct;
-    switch (prefferedSolver) {
-    case 0:
-        kind = unknowns < 200000 ? Kind::direct : unknowns < 1000000 ? Kind::iterative : Kind::decomposing;
-        break;
-    case 1:
-    case 2:
-        break;
-    case 3:
-        kind = Kind::iterative;
-        break;
-    case 4:
-        kind = Kind::decomposing;
-        break;
-    default:
+    using Solver = CReconstructionReport::Solver;
+    VsUt::IDebugLog * const log = context.log;
+    int const unknowns = context.octree.getNodesNumber();
+    int const prefferedSolver = context.params.getPrefferedSolver();
+    Solver const kind = solverOf(prefferedSolver, unknowns);
+    if (kind == Solver::none) {
         logValues(log, "Error unexpected solver type", prefferedSolver);
         throw CVolTriangulationError("Unexpected solver type");
     }
+    context.report.solver = kind;
 
-    if (kind == Kind::direct) {
+    ReconstructionSolver system;
+    system.solveDetails = std::make_unique<tf_CNullSolveDetails>();
+    if (kind == Solver::direct) {
         auto solver = std::make_unique<CSparseStoreSparseLinSysSolver<double>>(0);
         // A kernel scale of exactly 1, or none, makes coarse functions sums of finer ones: the matrix is
         // semidefinite then, and any of its solutions gives the surface.
         solver->setSemidefiniteLift(1e-13);
         setSolver(system, std::move(solver), unknowns);
         logText(log, "Use CSparseStoreSparseLinSysSolver");
-    } else if (kind == Kind::iterative) {
+    } else if (kind == Solver::iterative) {
         double const tolerance = 1e-6;
         int const maxIterations = 3000;
         auto solver =
@@ -353,7 +345,7 @@ ReconstructionSolver chooseSolver(int prefferedSolver, int unknowns, VsUt::IDebu
 }
 
 void assembleSystem(StageContext const & context, GradientBasis const & gradBasis, VectorField const & field,
-                    ReconstructionSolver & system, VsPCnt::CMultiPhaseManager & phases)
+                    ReconstructionSolver & system, RunPhases & phases)
 {
     CProgressCounter * const progress = context.progress;
     std::vector<double> right;
@@ -361,13 +353,13 @@ void assembleSystem(StageContext const & context, GradientBasis const & gradBasi
     tf_matrixMaker matrixMaker(system, context.basis, context.octree, context.log);
     if (context.threads < 2) {
         {
-            VsPCnt::CMultiPhaseManagerSingleSubPhase phase(&phases, "right_part");
+            RunPhases::Scope phase(phases, "right_part");
             rightPartMaker.make(progress);
         }
-        VsPCnt::CMultiPhaseManagerSingleSubPhase phase(&phases, "matrix");
+        RunPhases::Scope phase(phases, "matrix");
         matrixMaker.make(progress);
     } else {
-        VsPCnt::CMultiPhaseManagerSingleSubPhase phase(&phases, "matrix+right_part");
+        RunPhases::Scope phase(phases, "matrix+right_part");
         std::int64_t const steps = 4 * static_cast<std::int64_t>(context.octree.getNodesNumber());
         CTransThreadPrgCntAdapter adapter;
         adapter.refresh(progress, static_cast<int>(std::min<std::int64_t>(steps, INT_MAX)));
@@ -377,7 +369,8 @@ void assembleSystem(StageContext const & context, GradientBasis const & gradBasi
         CVescaThreadingTasksHelper::performInParallel(tasks, 2, &adapter);
     }
 
-    VsPCnt::CMultiPhaseManagerSingleSubPhase phase(&phases, "update right part");
+    context.report.matrixElements = system.matrixReservator->elementsNumber();
+    RunPhases::Scope phase(phases, "update right part");
     int const unknowns = static_cast<int>(right.size());
     for (int row = 0; row < unknowns; ++row) {
         if (progress != nullptr)
@@ -419,7 +412,7 @@ std::unique_ptr<Combination> solveEquation(StageContext const & context, Reconst
         logText(log, text);
         throw CVolTriangulationError(text);
     }
-    system.solveDetails->logDetails(log);
+    system.solveDetails->logDetails(log, context.report);
     system.solveDetails.reset();
     system.matrixReservator.reset();
     system.solver.reset();

@@ -13,10 +13,6 @@ namespace REmath
 template <class T>
 class CCSRSstorage;
 }
-namespace VsPCnt
-{
-class CMultiPhaseManager;
-}
 namespace VsUt
 {
 class IDebugLog;
@@ -25,6 +21,8 @@ class IDebugLog;
 namespace VolTr
 {
 
+class CReconstructionReport;
+class RunPhases;
 struct StageContext;
 
 /// What assembly and solution need to know of the concrete solver behind `IVertexPosLinearSystem`: its matrix
@@ -44,12 +42,12 @@ public:
     virtual REmath::CCSRSstorage<double> & getStorage() = 0;
 };
 
-/// Tells the log how the solver reached its solution.
+/// Tells the log and the report how the solver reached its solution.
 class tf_ISystemSolveDetails
 {
 public:
     virtual ~tf_ISystemSolveDetails();
-    virtual void logDetails(VsUt::IDebugLog * log) = 0;
+    virtual void logDetails(VsUt::IDebugLog * log, CReconstructionReport & report) = 0;
 };
 
 /// A linear solver with its two companions. They refer to the solver, so they go first.
@@ -60,15 +58,15 @@ struct ReconstructionSolver
     std::unique_ptr<tf_ISystemSolveDetails> solveDetails;
 };
 
-/// Makes the solver for a system of `unknowns`: by size (0), direct (1, 2), iterative (3) or decomposing (4).
-/// \throws CVolTriangulationError for any other choice, and for a matrix that 32-bit indices cannot hold
-ReconstructionSolver chooseSolver(int prefferedSolver, int unknowns, VsUt::IDebugLog * log);
+/// Makes the solver for the system of an octree, see `solverOf`.
+/// \throws CVolTriangulationError for an unknown choice, and for a matrix that 32-bit indices cannot hold
+ReconstructionSolver chooseSolver(StageContext const & context);
 
 /// Fills the solver with the system of the reconstruction: minus the products of the basis functions with
 /// their Laplacians, and their products with the divergence of the field. Runs right part and matrix at the
 /// same time when two threads are there.
 void assembleSystem(StageContext const & context, GradientBasis const & gradBasis, VectorField const & field,
-                    ReconstructionSolver & system, VsPCnt::CMultiPhaseManager & phases);
+                    ReconstructionSolver & system, RunPhases & phases);
 
 /// Solves the system and returns the implicit function.
 /// \throws CVolTriangulationError "Failed to solve linear system"
