@@ -2,11 +2,14 @@
 #include <QZmath/Fitting/LineFitting.h>
 
 #include <QZmath/Fitting/RobustRegression.h>
-#include <QZmath/Fitting/WeightedFitTaskDetail.h>
+#include <QZmath/Fitting/Samples/WeightedFitTask.h>
+#include <QZmath/Fitting/Samples/WeightedScatter.h>
 #include <QZmath/Foundation/SymmetricEigen.h>
+#include <QZmath/Foundation/UnitScatterDetail.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -14,6 +17,8 @@
 using REmath::Point3D;
 using REmath::Point3D_d;
 using REmath::Detail::dot;
+using REmath::Detail::weightedMean;
+using REmath::Detail::weightedScatter;
 
 namespace
 {
@@ -29,10 +34,19 @@ Point3D_d wide(Point const & point)
     return {point.asArray()};
 }
 
-/// Direction of the largest eigenvalue of the symmetric matrix, of which the lower triangle is given; the
+/// Direction of the largest eigenvalue of the symmetric matrix with the elements xx, xy, yy, xz, yz, zz; the
 /// first one of equal eigenvalues. False when there is no positive eigenvalue.
-bool principalAxis(double (&scatter)[3][3], Point3D_d & axis)
+bool principalAxis(std::array<double, 6> const & elements, Point3D_d & axis)
 {
+    auto const [xx, xy, yy, xz, yz, zz] = elements;
+    // The line of most point sets, with the sign that the iteration gives it: it leads upwards.
+    REmath::Detail::UnitScatter const unit(xx, xy, xz, yy, yz, zz);
+    if (unit.eigenvectorOf(unit.greatestEigenvalue(), 0.25, axis) && std::abs(axis.z()) > 1e-3) {
+        if (axis.z() < 0)
+            axis = -axis;
+        return true;
+    }
+    double scatter[3][3] = {{xx, xy, xz}, {xy, yy, yz}, {xz, yz, zz}};
     double * rows[3] = {scatter[0], scatter[1], scatter[2]};
     double values[3], subdiagonal[3];
     tred2_d(rows, 3, values, subdiagonal);
@@ -59,52 +73,22 @@ bool lineThroughTwo(Point3D_d const & first, Point3D_d const & second, Point3D_d
     return isFinite(origin) && isFinite(direction) && dot(direction, direction) > 0;
 }
 
-/// Fits the line to points of which number i has the weight `weightOf(i)`. `origin` is input when the line is
-/// to go through it.
-template <class Point, class WeightOf>
-bool fitLine(std::vector<Point> const & points, WeightOf weightOf, bool throughOrigin, Point3D_d & origin,
-             Point3D_d & direction)
+//// Fits the line to points with weights, or all alike with null ones. `origin` is input when the line is to
+/// go
+/// through it.
+template <class Point>
+bool fitLine(std::vector<Point> const & points, double const * weights, bool throughOrigin,
+             Point3D_d & origin, Point3D_d & direction)
 {
     std::size_t const count = points.size();
     if (count < 2)
         return false;
     if (count == 2 && !throughOrigin)
         return lineThroughTwo(wide(points[0]), wide(points[1]), origin, direction);
-    if (!throughOrigin) {
-        // The mean is taken about one of the points that count: coincident points leave a scatter of exactly
-        // 0 then, and points far from zero lose no digits.
-        std::size_t reference = 0;
-        while (reference + 1 < count && weightOf(reference) == 0)
-            ++reference;
-        Point3D_d const base = wide(points[reference]);
-        double sum[3] = {}, weightSum = 0;
-        for (std::size_t i = 0; i < count; ++i) {
-            double const weight = weightOf(i);
-            Point3D_d const offset = wide(points[i]) - base;
-            sum[0] += weight * offset.x();
-            sum[1] += weight * offset.y();
-            sum[2] += weight * offset.z();
-            weightSum += weight;
-        }
-        if (!(weightSum > 0))
-            return false;
-        origin = base + Point3D_d(sum) / weightSum;
-    }
-    double xx = 0, xy = 0, xz = 0, yy = 0, yz = 0, zz = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        double const weight = weightOf(i);
-        Point3D_d const offset = wide(points[i]) - origin;
-        double const x = weight * offset.x();
-        double const y = weight * offset.y();
-        xx += x * offset.x();
-        xy += x * offset.y();
-        xz += x * offset.z();
-        yy += y * offset.y();
-        yz += y * offset.z();
-        zz += weight * offset.z() * offset.z();
-    }
-    double scatter[3][3] = {{xx, xy, xz}, {xy, yy, yz}, {xz, yz, zz}};
-    return principalAxis(scatter, direction) && isFinite(origin);
+    if (!throughOrigin && !weightedMean(points.data(), weights, count, origin))
+        return false;
+    return principalAxis(weightedScatter(points.data(), weights, count, origin), direction) &&
+           isFinite(origin);
 }
 
 /// Line for the robust solver, free or through a fixed point.
@@ -139,9 +123,7 @@ public:
 private:
     bool fit(std::vector<double> const & weights) override
     {
-        return fitLine(
-            *m_points, [&weights](std::size_t i) { return weights[i]; }, m_throughFixedPoint != 0, m_origin,
-            m_direction);
+        return fitLine(*m_points, weights.data(), m_throughFixedPoint != 0, m_origin, m_direction);
     }
 
     void findResiduals(std::vector<double> & residuals) const override
@@ -173,23 +155,16 @@ bool solve(std::vector<Point> const & points, RobustLinearFit<Point> && task, Po
     return true;
 }
 
-template <class Point>
-bool fitPlain(std::vector<Point> const & points, Point3D_d & origin, Point3D_d & direction)
-{
-    return fitLine(
-        points, [](std::size_t) { return 1.0; }, false, origin, direction);
-}
-
 } // namespace
 
 bool FitLineToPointSet(std::vector<Point3D_d> const & points, Point3D_d & origin, Point3D_d & direction)
 {
-    return fitPlain(points, origin, direction);
+    return fitLine(points, nullptr, false, origin, direction);
 }
 
 bool FitLineToPointSet(std::vector<Point3D> const & points, Point3D_d & origin, Point3D_d & direction)
 {
-    return fitPlain(points, origin, direction);
+    return fitLine(points, nullptr, false, origin, direction);
 }
 
 bool FitLineToPointSetRobust(std::vector<Point3D_d> const & points, Point3D_d & origin, Point3D_d & direction)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/PlaneApproximator.h>
 
-#include <QZmath/Fitting/PointScatterDetail.h>
+#include <QZmath/Fitting/Samples/PointScatter.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <QZsys/Exceptions.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/PlaneFitting.h>
 
-#include <QZmath/Fitting/PointScatterDetail.h>
+#include <QZmath/Fitting/Samples/PointScatter.h>
 
 #include <algorithm>
 #include <cmath>

@@ -3,7 +3,7 @@
 
 #include <QZmath/Fitting/PlaneFitting.h>
 #include <QZmath/Fitting/PlaneLimits.h>
-#include <QZmath/Fitting/PointScatterDetail.h>
+#include <QZmath/Fitting/Samples/PointScatter.h>
 #include <QZmath/Foundation/BrentZero.h>
 #include <QZmath/Foundation/Coord3DRefs.h>
 #include <QZmath/Foundation/VectorGeometry.h>

@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/PolylineFitCurve.h>
 
-#include <QZmath/Fitting/PlaneFitting.h>
-#include <QZmath/Fitting/PolylineCurveFormDetail.h>
-#include <QZmath/Fitting/PolylineFitCurveDetail.h>
-#include <QZmath/Foundation/VectorGeometry.h>
+#include <QZmath/Fitting/Polyline/CurveForm.h>
+#include <QZmath/Fitting/Polyline/FrameAndJoint.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 
 using PolylineDetail::CurveForm;
-using PolylineDetail::dot;
 using PolylineDetail::perpendicularInPlane;
 using PolylineDetail::zeroTolerance;
 using REmath::Point3D_d;
@@ -52,26 +49,6 @@ void putPoint(std::vector<double> & values, int begin, Point3D_d const & point)
 } // namespace
 
 CPolylineFitCurve::TF_CBuilderUCS::~TF_CBuilderUCS() = default;
-
-Point3D_d CPolylineFitCurve::TF_CBuilderUCS::directionToPlane(Point3D_d const & direction) const
-{
-    return {dot(direction, m_axisU), dot(direction, m_axisV), 0};
-}
-
-Point3D_d CPolylineFitCurve::TF_CBuilderUCS::toPlane(Point3D_d const & point) const
-{
-    return directionToPlane(point - m_origin);
-}
-
-Point3D_d CPolylineFitCurve::TF_CBuilderUCS::directionToSpace(Point3D_d const & direction) const
-{
-    return direction.x() * m_axisU + direction.y() * m_axisV;
-}
-
-Point3D_d CPolylineFitCurve::TF_CBuilderUCS::toSpace(double x, double y) const
-{
-    return m_origin + directionToSpace({x, y, 0});
-}
 
 CPolylineFitCurve::CPolylineFitCurve() : m_ucs(std::make_unique<TF_CBuilderUCS>()) {}
 
@@ -250,15 +227,7 @@ void CPolylineFitCurve::prepare2Dpoints(std::vector<Points> const & segments)
     all.reserve(count);
     for (Points const & segment : segments)
         all.insert(all.end(), segment.begin(), segment.end());
-    double plane[4], centroid[3];
-    if (FitPlaneToPointSet(all, plane, centroid)) {
-        double axisU[3], axisV[3];
-        BuildUCSbyVector(plane, axisU, axisV);
-        m_ucs->m_axisU = axisU;
-        m_ucs->m_axisV = axisV;
-        m_ucs->m_origin = centroid;
-        m_ucs->m_normal = plane;
-    }
+    m_ucs->fit(all);
     m_segments.resize(segments.size());
     for (int segment = 0; segment < segmentCount(); ++segment)
         replacePoints(segments, segment);

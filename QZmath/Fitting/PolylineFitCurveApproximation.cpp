@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/CircleFitting.h>
 #include <QZmath/Fitting/LineFitting.h>
-#include <QZmath/Fitting/PolylineCurveFormDetail.h>
+#include <QZmath/Fitting/Polyline/CurveForm.h>
+#include <QZmath/Fitting/Polyline/FrameAndJoint.h>
 #include <QZmath/Fitting/PolylineFitCurve.h>
-#include <QZmath/Fitting/PolylineFitCurveDetail.h>
 
 #include <algorithm>
 #include <cmath>

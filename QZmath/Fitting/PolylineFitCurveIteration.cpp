@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/Fitting/PolylineConstraintsDetail.h>
-#include <QZmath/Fitting/PolylineCurveFormDetail.h>
+#include <QZmath/Fitting/Polyline/Constraints.h>
+#include <QZmath/Fitting/Polyline/CurveForm.h>
 #include <QZmath/Fitting/PolylineFitCurve.h>
 
 #include <algorithm>

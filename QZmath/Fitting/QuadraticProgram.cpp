@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/QuadraticProgram.h>
 
-#include <QZmath/Fitting/DualActiveSetDetail.h>
+#include <QZmath/Fitting/ActiveSet/DualActiveSet.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/Fitting/DualActiveSetDetail.h>
+#include <QZmath/Fitting/ActiveSet/DualActiveSet.h>
 
 #include <QZmath/Backend/Blas.h>
 #include <QZmath/Backend/Lapack.h>
-#include <QZmath/Fitting/VectorMagnitudeDetail.h>
+#include <QZmath/Fitting/ActiveSet/VectorMagnitude.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/Fitting/PolylineCurveFormDetail.h>
+#include <QZmath/Fitting/Polyline/CurveForm.h>
 
 #include <QZmath/Foundation/VectorGeometry.h>
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/Fitting/PointScatterDetail.h>
+#include <QZmath/Fitting/Samples/PointScatter.h>
 
+#include <QZmath/Fitting/Samples/Lanes.h>
 #include <QZmath/Foundation/SymmetricEigen.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace REmath::Detail
 {
@@ -15,54 +15,15 @@ namespace
 
 constexpr std::size_t blockSize = 512;
 
-/// Sums over one block, with p - s taken in `double`.
+// Sums over one block, with p - s taken in `double`.
 struct BlockSums
 {
     std::array<double, 3> first{};
     std::array<double, 6> second{};
 };
 
-// Four points at a time, one per lane. The lanes are part of the result: with and without wide registers the
-// same numbers are added in the same order.
-using Lanes [[gnu::vector_size(4 * sizeof(double))]] = double;
-using FloatLanes [[gnu::vector_size(4 * sizeof(float))]] = float;
-
-[[gnu::always_inline]] inline void loadFour(double const * coords, Lanes & x, Lanes & y, Lanes & z)
-{
-    for (int lane = 0; lane < 4; ++lane) {
-        x[lane] = coords[3 * lane];
-        y[lane] = coords[3 * lane + 1];
-        z[lane] = coords[3 * lane + 2];
-    }
-}
-
-[[gnu::always_inline]] inline void loadFour(float const * coords, Lanes & x, Lanes & y, Lanes & z)
-{
-    FloatLanes a, b, c; // x0 y0 z0 x1, y1 z1 x2 y2, z2 x3 y3 z3
-    std::memcpy(&a, coords, sizeof(a));
-    std::memcpy(&b, coords + 4, sizeof(b));
-    std::memcpy(&c, coords + 8, sizeof(c));
-    FloatLanes const xy23 = __builtin_shufflevector(b, c, 2, 3, 5, 6);
-    FloatLanes const yz01 = __builtin_shufflevector(a, b, 1, 2, 4, 5);
-    FloatLanes const split[3] = {__builtin_shufflevector(a, xy23, 0, 3, 4, 6),
-                                 __builtin_shufflevector(yz01, xy23, 0, 2, 5, 7),
-                                 __builtin_shufflevector(yz01, c, 1, 3, 4, 7)};
-    // Four lanes are widened at once when they come from memory, and by halves from a register.
-    float narrow[12];
-    std::memcpy(narrow, split, sizeof(narrow));
-    for (int lane = 0; lane < 4; ++lane) {
-        x[lane] = static_cast<double>(narrow[lane]);
-        y[lane] = static_cast<double>(narrow[4 + lane]);
-        z[lane] = static_cast<double>(narrow[8 + lane]);
-    }
-}
-
-[[gnu::always_inline]] inline double sumOf(Lanes const & lanes)
-{
-    return (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]);
-}
-
-template <class Coord>
+// Without `products` the first sums only.
+template <bool products, class Coord>
 [[gnu::always_inline]] inline void sumBlockInLanes(Coord const * coords, std::size_t count,
                                                    std::array<double, 3> const & shift, BlockSums & sums)
 {
@@ -78,6 +39,8 @@ template <class Coord>
         sumX += x;
         sumY += y;
         sumZ += z;
+        if constexpr (!products)
+            continue;
         xx += x * x;
         xy += x * y;
         yy += y * y;
@@ -94,6 +57,8 @@ template <class Coord>
         sums.first[0] += x;
         sums.first[1] += y;
         sums.first[2] += z;
+        if constexpr (!products)
+            continue;
         sums.second[0] += x * x;
         sums.second[1] += x * y;
         sums.second[2] += y * y;
@@ -104,32 +69,29 @@ template <class Coord>
 }
 
 #if defined(__x86_64__)
-/// The same for processors that have four lanes of `double` in one register; without fused multiplication,
-/// which would change the bits.
-template <class Coord>
+template <bool products, class Coord>
 [[gnu::target("avx2")]] void sumBlockWide(Coord const * coords, std::size_t count,
                                           std::array<double, 3> const & shift, BlockSums & sums)
 {
-    sumBlockInLanes(coords, count, shift, sums);
+    sumBlockInLanes<products>(coords, count, shift, sums);
 }
 #endif
 
-template <class Coord>
+template <bool products, class Coord>
 BlockSums sumBlock(Coord const * coords, std::size_t count, std::array<double, 3> const & shift)
 {
     BlockSums sums;
 #if defined(__x86_64__)
-    static bool const isWide = __builtin_cpu_supports("avx2") != 0;
-    if (isWide) {
-        sumBlockWide(coords, count, shift, sums);
+    if (hasWideLanes()) {
+        sumBlockWide<products>(coords, count, shift, sums);
         return sums;
     }
 #endif
-    sumBlockInLanes(coords, count, shift, sums);
+    sumBlockInLanes<products>(coords, count, shift, sums);
     return sums;
 }
 
-/// Adds `weight` v v^T.
+// Adds `weight` v v^T.
 void addOuterProduct(std::array<double, 6> & elements, std::array<double, 3> const & v, double weight)
 {
     std::size_t element = 0;
@@ -148,11 +110,11 @@ PointScatter::PointScatter(Point const * points, std::size_t count) : m_count(co
         auto const * const coords = points[before].asArray();
         std::size_t const size = std::min(blockSize, count - before);
         if (before == 0) {
-            BlockSums const plain = sumBlock(coords, size, m_mean);
+            BlockSums const plain = sumBlock<false>(coords, size, m_mean);
             for (std::size_t axis = 0; axis < 3; ++axis)
                 m_mean[axis] = plain.first[axis] / static_cast<double>(size);
         }
-        BlockSums const sums = sumBlock(coords, size, m_mean);
+        BlockSums const sums = sumBlock<true>(coords, size, m_mean);
         double const total = static_cast<double>(before + size);
         for (std::size_t element = 0; element < 6; ++element)
             m_elements[element] += sums.second[element];

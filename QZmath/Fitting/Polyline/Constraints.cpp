@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/Fitting/PolylineConstraintsDetail.h>
+#include <QZmath/Fitting/Polyline/Constraints.h>
 
-#include <QZmath/Fitting/PolylineCurveFormDetail.h>
+#include <QZmath/Fitting/Polyline/CurveForm.h>
 
 #include <algorithm>
 #include <cmath>
