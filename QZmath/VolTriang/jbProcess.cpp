@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/jbProcess.h>
 
+#include <QZmath/VolTriang/Polygoniser/CornerRecord.h>
 #include <QZmath/VolTriang/Polygoniser/CubeTables.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <new>
-#include <tuple>
 #include <utility>
 
 using namespace CubeCut;
@@ -21,11 +20,6 @@ namespace
 constexpr int findAttempts = 10000;
 constexpr double findWidening = 1.0005;
 constexpr int bisectionSteps = 11;
-constexpr int firstVertexCapacity = 10;
-constexpr std::size_t firstTableSize = 1024;
-constexpr std::size_t firstBlockBytes = std::size_t{1} << 14;
-constexpr std::size_t largestBlockBytes = std::size_t{1} << 20;
-constexpr int noVertex = -1;
 
 bool isPositive(jbCornerlist const * corner) { return corner->value > 0; }
 
@@ -38,49 +32,6 @@ int signsOf(jbCube const & cube)
     return signs;
 }
 
-// Points of one block of 4 x 4 x 4 share a hash up to the low 6 bits, which tell them apart: the walk stays
-// in one place for long, and so do its memory accesses.
-std::uint64_t hashBlock(std::uint32_t i, std::uint32_t j, std::uint32_t k)
-{
-    std::uint64_t const mixed =
-        (i >> 2) * 0x9E3779B97F4A7C15U ^ (j >> 2) * 0xC2B2AE3D27D4EB4FU ^ (k >> 2) * 0x165667B19E3779F9U;
-    return (mixed ^ mixed >> 29) * 0xBF58476D1CE4E5B9U >> 24;
-}
-
-std::size_t hashPoint(int i, int j, int k)
-{
-    auto const x = static_cast<std::uint32_t>(i);
-    auto const y = static_cast<std::uint32_t>(j);
-    auto const z = static_cast<std::uint32_t>(k);
-    return hashBlock(x, y, z) << 6 | ((x & 3) << 4 | (y & 3) << 2 | (z & 3));
-}
-
-// The seven directions of the edges of the tetrahedra differ in the parities of their three steps.
-std::size_t hashEdge(int i1, int j1, int k1, int i2, int j2, int k2)
-{
-    std::size_t const direction =
-        static_cast<std::size_t>(((i1 ^ i2) & 1) << 2 | ((j1 ^ j2) & 1) << 1 | ((k1 ^ k2) & 1));
-    return hashPoint(i1, j1, k1) << 3 | direction;
-}
-
-void orderEnds(int & i1, int & j1, int & k1, int & i2, int & j2, int & k2)
-{
-    if (std::tie(i2, j2, k2) < std::tie(i1, j1, k1)) {
-        std::swap(i1, i2);
-        std::swap(j1, j2);
-        std::swap(k1, k2);
-    }
-}
-
-// Of two points in lexicographic order, which may be far apart.
-int edgeDirectionBetween(int i1, int j1, int k1, int i2, int j2, int k2)
-{
-    auto const step = [](int from, int to) {
-        return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{to} - from, -2, 2));
-    };
-    return edgeDirection(step(i1, i2), step(j1, j2), step(k1, k2));
-}
-
 int steps(double length, double size)
 {
     double const quotient = length / size;
@@ -89,42 +40,12 @@ int steps(double length, double size)
     return isCountable ? static_cast<int>(quotient) : -1;
 }
 
-// Takes the first entry of one chain and puts it in front of another.
-template <class Entry>
-void moveToHead(Entry *& from, Entry *& to)
-{
-    Entry * const moved = from;
-    from = moved->next;
-    moved->next = to;
-    to = moved;
-}
-
 struct FreeMemory
 {
     void operator()(void * memory) const { std::free(memory); }
 };
 
 } // namespace
-
-// Blocks and what is cut from them are aligned to cache lines as far as sizes allow.
-struct alignas(64) jbProcess::Block
-{
-    Block * next;
-};
-
-// What the tables hold as a corner: also the vertices of the edges that begin at it, and whether the cube
-// whose corner 0 it is was seen. The walk has these records at hand anyway, while tables of their own would
-// cost a cache miss for each look-up.
-struct jbProcess::Corner : jbCornerlist
-{
-    explicit Corner(jbCornerlist const & corner) : jbCornerlist(corner)
-    {
-        std::fill(std::begin(edgeVertices), std::end(edgeVertices), noVertex);
-    }
-
-    int edgeVertices[edgeDirections];
-    int isCubeSeen = 0;
-};
 
 // Frees everything at the end of a call, in whatever way it ends.
 class jbProcess::Release
@@ -138,69 +59,6 @@ public:
 private:
     jbProcess & m_process;
 };
-
-int jbVertices::add(jbVertex vertex)
-{
-    if (count >= capacity) {
-        if (capacity > std::numeric_limits<int>::max() / 2)
-            throw std::bad_alloc();
-        int const larger = capacity > 0 ? capacity * 2 : firstVertexCapacity;
-        void * const memory = std::realloc(items, static_cast<std::size_t>(larger) * sizeof(jbVertex));
-        if (memory == nullptr)
-            throw std::bad_alloc();
-        items = static_cast<jbVertex *>(memory);
-        capacity = larger;
-    }
-    items[count] = vertex;
-    return count++;
-}
-
-void * jbProcess::allocate(std::size_t bytes)
-{
-    if (bytes > m_blockRestBytes) {
-        std::size_t const blockBytes = std::max(m_nextBlockBytes, firstBlockBytes);
-        auto * const block = static_cast<Block *>(std::aligned_alloc(alignof(Block), blockBytes));
-        if (block == nullptr)
-            throw std::bad_alloc();
-        block->next = m_blocks;
-        m_blocks = block;
-        m_blockRest = reinterpret_cast<char *>(block) + sizeof(Block);
-        m_blockRestBytes = blockBytes - sizeof(Block);
-        m_nextBlockBytes = std::min(2 * blockBytes, largestBlockBytes);
-    }
-    void * const memory = m_blockRest;
-    m_blockRest += bytes;
-    m_blockRestBytes -= bytes;
-    return memory;
-}
-
-// Makes the table at its first use and doubles it when it has become half full.
-template <class Entry, class Hash>
-void jbProcess::reserveBucket(Entry **& table, std::size_t & mask, std::size_t count, Hash hash)
-{
-    if (table != nullptr && 2 * count <= mask)
-        return;
-    std::size_t const largerSize = table != nullptr ? 2 * (mask + 1) : firstTableSize;
-    auto ** const larger = static_cast<Entry **>(std::calloc(largerSize, sizeof(Entry *)));
-    if (larger == nullptr)
-        throw std::bad_alloc();
-    if (table != nullptr) {
-        for (std::size_t bucket = 0; bucket <= mask; ++bucket) {
-            // Reversed first, so that newer entries stay before older ones: each bucket splits into two of
-            // its own.
-            Entry * reversed = nullptr;
-            for (Entry * entry = table[bucket]; entry != nullptr;)
-                moveToHead(entry, reversed);
-            while (reversed != nullptr) {
-                std::size_t const target = hash(*reversed) & (largerSize - 1);
-                moveToHead(reversed, larger[target]);
-            }
-        }
-        std::free(table);
-    }
-    table = larger;
-    mask = largerSize - 1;
-}
 
 void jbProcess::begin(Function & implicitFunction, double cubeSize, TriangleProcessor & sink)
 {
@@ -259,92 +117,6 @@ Point3D_d jbProcess::setpoint(int i, int j, int k)
     return {start.x() - (i - 0.5) * size, start.y() - (j - 0.5) * size, start.z() - (k - 0.5) * size};
 }
 
-jbProcess::Corner * jbProcess::findCorner(int i, int j, int k) const
-{
-    if (corners == nullptr)
-        return nullptr;
-    jbCornerlist * entry = corners[hashPoint(i, j, k) & m_cornerMask];
-    while (entry != nullptr && (entry->i != i || entry->j != j || entry->k != k))
-        entry = entry->next;
-    return static_cast<Corner *>(entry);
-}
-
-jbCornerlist * jbProcess::setcorner(int i, int j, int k)
-{
-    if (Corner * const known = findCorner(i, j, k))
-        return known;
-    int flag = 0;
-    double const value = (*function)(setpoint(i, j, k), &flag);
-    reserveBucket(corners, m_cornerMask, m_cornerCount,
-                  [](jbCornerlist const & entry) { return hashPoint(entry.i, entry.j, entry.k); });
-    jbCornerlist *& head = corners[hashPoint(i, j, k) & m_cornerMask];
-    head = new (allocate(sizeof(Corner))) Corner(jbCornerlist{i, j, k, flag, value, head});
-    ++m_cornerCount;
-    return head;
-}
-
-bool jbProcess::isListedCenter(int i, int j, int k) const
-{
-    if (centers == nullptr)
-        return false;
-    jbCenterlist const * entry = centers[hashPoint(i, j, k) & m_centerMask];
-    while (entry != nullptr && (entry->i != i || entry->j != j || entry->k != k))
-        entry = entry->next;
-    return entry != nullptr;
-}
-
-int jbProcess::setcenter(int i, int j, int k)
-{
-    Corner * const corner = findCorner(i, j, k);
-    if ((corner != nullptr && corner->isCubeSeen != 0) || isListedCenter(i, j, k))
-        return 1;
-    if (corner != nullptr) {
-        corner->isCubeSeen = 1;
-        return 0;
-    }
-    reserveBucket(centers, m_centerMask, m_centerCount,
-                  [](jbCenterlist const & entry) { return hashPoint(entry.i, entry.j, entry.k); });
-    jbCenterlist *& head = centers[hashPoint(i, j, k) & m_centerMask];
-    head = new (allocate(sizeof(jbCenterlist))) jbCenterlist{i, j, k, head};
-    ++m_centerCount;
-    return 0;
-}
-
-void jbProcess::setedge(int i1, int j1, int k1, int i2, int j2, int k2, int vertex)
-{
-    orderEnds(i1, j1, k1, i2, j2, k2);
-    int const direction = edgeDirectionBetween(i1, j1, k1, i2, j2, k2);
-    Corner * const corner = direction >= 0 ? findCorner(i1, j1, k1) : nullptr;
-    if (corner != nullptr) {
-        corner->edgeVertices[direction] = vertex;
-        return;
-    }
-    reserveBucket(edges, m_edgeMask, m_edgeCount, [](jbEdgelist const & entry) {
-        return hashEdge(entry.i1, entry.j1, entry.k1, entry.i2, entry.j2, entry.k2);
-    });
-    jbEdgelist *& head = edges[hashEdge(i1, j1, k1, i2, j2, k2) & m_edgeMask];
-    head = new (allocate(sizeof(jbEdgelist))) jbEdgelist{i1, j1, k1, i2, j2, k2, vertex, head};
-    ++m_edgeCount;
-}
-
-int jbProcess::getedge(int i1, int j1, int k1, int i2, int j2, int k2)
-{
-    orderEnds(i1, j1, k1, i2, j2, k2);
-    int const direction = edgeDirectionBetween(i1, j1, k1, i2, j2, k2);
-    Corner const * const corner = direction >= 0 ? findCorner(i1, j1, k1) : nullptr;
-    if (corner != nullptr && corner->edgeVertices[direction] != noVertex)
-        return corner->edgeVertices[direction];
-    if (edges == nullptr)
-        return noVertex;
-    for (jbEdgelist const * entry = edges[hashEdge(i1, j1, k1, i2, j2, k2) & m_edgeMask]; entry != nullptr;
-         entry = entry->next) {
-        if (entry->i1 == i1 && entry->j1 == j1 && entry->k1 == k1 && entry->i2 == i2 && entry->j2 == j2 &&
-            entry->k2 == k2)
-            return entry->vertex;
-    }
-    return noVertex;
-}
-
 int jbProcess::makeVertex(jbCornerlist const & c1, jbCornerlist const & c2)
 {
     jbVertex vertex;
@@ -355,7 +127,7 @@ int jbProcess::makeVertex(jbCornerlist const & c1, jbCornerlist const & c2)
 int jbProcess::vertid(jbCornerlist * c1, jbCornerlist * c2)
 {
     int const known = getedge(c1->i, c1->j, c1->k, c2->i, c2->j, c2->k);
-    if (known != noVertex)
+    if (known != Corner::noVertex)
         return known;
     int const index = makeVertex(*c1, *c2);
     setedge(c1->i, c1->j, c1->k, c2->i, c2->j, c2->k, index);
@@ -367,7 +139,7 @@ int jbProcess::latticeEdgeVertex(jbCube const & cube, int a, int b)
 {
     EdgePlace const & place = edgePlaces.places[a][b];
     int & vertex = static_cast<Corner *>(cube.corners[place.first])->edgeVertices[place.direction];
-    if (vertex == noVertex)
+    if (vertex == Corner::noVertex)
         vertex = makeVertex(*cube.corners[a], *cube.corners[b]);
     return vertex;
 }
@@ -537,8 +309,8 @@ int jbProcess::marchingcubes(Function & implicitFunction, double cubeSize, Point
     begin(implicitFunction, cubeSize, sink);
     Release const release(*this);
     std::fill(std::begin(bounds), std::end(bounds), 0);
-    // The jitter keeps lattice points off special values of the function, such as a plane through the box
-    // corner.
+    // The jitter keeps lattice points off special values of the function, such as a
+    // plane through the box corner.
     start.x() = high.x() - size * 0.5 - random() * size * 0.001;
     start.y() = high.y() - size * 0.5 - random() * size * 0.001;
     start.z() = high.z() - size * 0.5 - random() * size * 0.001;
@@ -591,28 +363,4 @@ int jbProcess::marchingcubes(Function & implicitFunction, double cubeSize, Point
         }
     }
     return 0;
-}
-
-void jbProcess::freeprocess()
-{
-    std::free(centers);
-    std::free(corners);
-    std::free(edges);
-    std::free(vertices.items);
-    while (m_blocks != nullptr) {
-        Block * const next = m_blocks->next;
-        std::free(m_blocks);
-        m_blocks = next;
-    }
-    centers = nullptr;
-    corners = nullptr;
-    edges = nullptr;
-    vertices = jbVertices();
-    cubes = nullptr;
-    m_freeCubes = nullptr;
-    m_centerMask = m_cornerMask = m_edgeMask = 0;
-    m_centerCount = m_cornerCount = m_edgeCount = 0;
-    m_blockRest = nullptr;
-    m_blockRestBytes = 0;
-    m_nextBlockBytes = 0;
 }
