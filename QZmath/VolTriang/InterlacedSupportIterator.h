@@ -21,7 +21,7 @@ class QZMATH_API CInterlacedSupportIteratorTmpl
 {
 public:
     CInterlacedSupportIteratorTmpl(COctreeFuncBasisTmpl<TKernel> const * basis, CParallelepiped const & box);
-    /// The same, ending with the functions of depth `coarsestDepth`.
+    /// Leaves out the functions of depths above `coarsestDepth`.
     CInterlacedSupportIteratorTmpl(COctreeFuncBasisTmpl<TKernel> const * basis, CParallelepiped const & box,
                                    int coarsestDepth);
     virtual ~CInterlacedSupportIteratorTmpl();

@@ -18,11 +18,11 @@ namespace VolTr
 ///            0.75 - t^2        on [-0.5,  0.5)
 ///            (t - 1.5)^2 / 2   on [ 0.5,  1.5)
 ///
-/// Its support is [-1.5, 1.5]^3, its integral 1. The template functions of this header exist for two forms of
-/// the same function: `CProductPiecewisePolynom`, one product of three splines, on which the reconstruction
-/// runs, and `CPiecewisePolynom`, the sum of 27 polynomials on boxes, to which it can be compared. They
-/// differ on the faces between the pieces only. The functions are thread-safe and work on copies of their
-/// own.
+/// Its support is [-1.5, 1.5]^3, its integral 1. The template functions of this header exist for two
+/// forms of the same function: `CProductPiecewisePolynom`, one product of three splines, on which the
+/// reconstruction runs, and `CPiecewisePolynom`, the sum of 27 polynomials on boxes, to which it can
+/// be compared. They differ on the faces between the pieces only. The functions are thread-safe and
+/// work on copies of their own.
 template <class TKernel>
 TKernel makeApproxGaussian();
 
@@ -30,8 +30,8 @@ TKernel makeApproxGaussian();
 template <class TKernel>
 TKernel DgaussianDx(int axis);
 
-/// The Laplacian of the kernel: three summands (81 polynomials on boxes) with k'' = 1, -2, 1 on one axis
-/// each.
+/// The Laplacian of the kernel: three summands (81 polynomials on boxes),
+/// each with k'' = 1, -2, 1 on one axis.
 template <class TKernel>
 TKernel makeApproxGaussianLaplacian();
 
@@ -63,7 +63,7 @@ summandByShiftedKernel(CCSFunc3Tmpl<CProductPiecewisePolynom> const & function, 
 /// distance exceeds the width. Both are three coordinates.
 QZMATH_API double calcTrilinearWeight(float const * const point, double const * const node,
                                       CParallelepiped const & cell);
-/// The same with a point in double precision.
+/// Takes the point in double precision.
 QZMATH_API double calcTrilinearWeight(double const * const point, double const * const node,
                                       CParallelepiped const & cell);
 

@@ -31,16 +31,14 @@ public:
     /// Deepest tree whose lattice coordinates fit.
     static constexpr int MAX_DEPTH = 29;
 
-    /// \param samples           the cloud
-    /// \param depth             depth of the leaf cells, from 2 with `useCenter`, from 1 without, to
-    /// `MAX_DEPTH` \param progress          may be null; moved over its whole range, may throw the user's
-    /// interruption \param useCenter         nodes stand at cell centres (the deepest at `depth - 1`), else
-    /// at cell corners \param detalizationLevel how many depths above the deepest node depth carry nodes;
-    /// negative or too great
-    ///                          means all from 0
+    /// \param samples   the cloud
+    /// \param depth     of the leaf cells, from 2 with `useCenter`, from 1 without, to `MAX_DEPTH`
+    /// \param progress  may be null; moved over its whole range, may throw the user's interruption
+    /// \param useCenter nodes stand at cell centres (the deepest at `depth - 1`), else at cell corners
+    /// \param detalizationLevel depths above the deepest node depth that carry nodes too; all from 0 when it
+    ///                  is negative or there are not so many
     /// \throws std::exception "Incorrect tree depth detected in VolTr::COctree constructor", before any
-    /// sample is
-    ///         read, or a text that names the first sample with a coordinate that is not finite
+    ///         sample is read, or a text that names the first sample with a coordinate that is not finite
     COctree(IInputSamples const * samples, int depth, CProgressCounter * progress, bool useCenter,
             int detalizationLevel);
     virtual ~COctree();

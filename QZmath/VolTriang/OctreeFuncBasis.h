@@ -34,7 +34,7 @@ public:
     COctreeFuncBasisTmpl(COctreeFuncBasisTmpl const &) = delete;
     COctreeFuncBasisTmpl & operator=(COctreeFuncBasisTmpl const &) = delete;
 
-    /// As many as nodes of the octree.
+    /// One function a node of the octree.
     int getFunctionsNumber() const;
     /// The function of a node (index unchecked).
     CCSFunc3Tmpl<TKernel> makeFunctionByIndex(int node) const;
@@ -44,8 +44,8 @@ public:
 
     /// Does only one depth carry functions?
     bool isUniform() const;
-    /// Half width of the kernel's support in cells of its depth: 1.5 for the unscaled kernel and its
-    /// derivatives.
+    /// Half width of the kernel's support in cells of its depth: 1.5 for the unscaled
+    /// kernel and its derivatives.
     double getSupportSizeInCells() const;
 
     COctree const & getOctreeRef() const;

@@ -16,8 +16,8 @@ class COctreeFuncLinCombImpl;
 /// A linear combination of the functions of a basis, with one coefficient per node, all 0 at first. A value
 /// with deep copy; the basis must outlive it.
 ///
-/// `eval` may run on many threads at the same time, each with a helper of its own, as long as nobody sets
-/// coefficients.
+/// `eval` may run on many threads at the same time, each with a helper of its own, as long as
+/// nobody sets coefficients.
 template <class TKernel>
 class QZMATH_API COctreeFuncLinCombTmpl
 {

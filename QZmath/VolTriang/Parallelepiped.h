@@ -31,8 +31,8 @@ private:
     double m_right;
 };
 
-/// An axis-aligned box. Nothing keeps its minima below its maxima; a box with a minimum above its maximum is
-/// empty.
+/// An axis-aligned box. Nothing keeps its minima below its maxima; a box with a minimum
+/// above its maximum is empty.
 class QZMATH_API CParallelepiped
 {
 public:

@@ -41,10 +41,10 @@ public:
     void scaleArgument(double const * s);
     /// f(x) becomes f(x + c), three components; only shift and support move. Null does nothing.
     void substituteArgPlusConst(double const * c);
-    /// The same function written about another shift, three components; null means the origin. Expands the
-    /// polynomial, see `CPolynom::substituteArgPlusConst`.
+    /// Writes the function about another shift, three components, without changing its values; null means the
+    /// origin. Expands the polynomial, see `CPolynom::substituteArgPlusConst`.
     void changeShift(double const * s);
-    /// The same with scratch memory for a whole loop; what the buffers hold is lost.
+    /// `changeShift` with scratch memory for a whole loop; what the buffers hold is lost.
     void changeShiftWithBuffers(double const * s, CPolynom * b1, CPolynom * b2);
 
 private:
@@ -60,8 +60,8 @@ private:
 /// when they are added. A translation moves the shift and the boxes only. The common support is the union of
 /// the boxes; without pieces it is the empty box from the greatest to the lowest finite `double`.
 ///
-/// A value with deep copy, safe to read from many threads. Running out of memory passes as the standard
-/// exception.
+/// A value with deep copy, safe to read from many threads. Running out of memory passes
+/// as the standard exception.
 class QZMATH_API CPiecewisePolynom
 {
 public:
@@ -101,7 +101,7 @@ public:
 
     /// f(x) becomes f(x + c), three components; no coefficient changes. Null does nothing.
     void substituteArgPlusConst(double const * c);
-    /// The same function written about another common shift, three components.
+    /// Writes the function about another common shift, three components, without changing its values.
     void changeShift(double const * const s);
     /// f(x, y, z) becomes f(s0 x, s1 y, s2 z). The factors must be above 0; a negative one leaves boxes with
     /// their bounds exchanged.

@@ -18,8 +18,8 @@ namespace VolTr
 /// weight 0 arise otherwise (multiplication by 0, scaling by 0, insertion of a zero term without a partner)
 /// and stay, and count for the degree.
 ///
-/// A value with deep copy, safe to read from many threads. Running out of memory passes as the standard
-/// exception.
+/// A value with deep copy, safe to read from many threads. Running out of memory passes
+/// as the standard exception.
 class QZMATH_API CPolynom
 {
 public:
@@ -66,12 +66,12 @@ public:
     /// Multiplies by a power product. The degree grows by that of `monom` also when there are no terms.
     CPolynom & operator*=(CMonom const & monom);
 
-    /// p(x) becomes p(x + c), three components. The number of terms can grow to that of all products of lower
-    /// powers. An exponent above 1029, whose binomials overflow, throws `std::overflow_error` and changes
-    /// nothing.
+    /// p(x) becomes p(x + c), three components. The number of terms can grow to that of all products
+    /// of lower powers. An exponent above 1029, whose binomials overflow, throws
+    /// `std::overflow_error` and changes nothing.
     void substituteArgPlusConst(double const * c);
-    /// The same with scratch memory for a whole loop. The buffers must be two other objects; what they hold
-    /// is lost.
+    /// `substituteArgPlusConst` with scratch memory for a whole loop. The buffers must be two other objects;
+    /// what they hold is lost.
     void substituteArgPlusConstWithBuffers(double const * c, CPolynom * b1, CPolynom * b2);
     /// p(x, y, z) becomes p(s0 x, s1 y, s2 z).
     void scaleArgument(double const * s);

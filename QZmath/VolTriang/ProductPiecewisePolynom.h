@@ -50,15 +50,15 @@ public:
 
     /// f(p) becomes f(p + shift), three components.
     void substituteArgPlusConst(double const * shift);
-    /// The same function with every factor written about the new argument shift of its axis.
+    /// Writes every factor about the new argument shift of its axis, without changing the values.
     void changeShift(double const * argShift);
     /// f(p) becomes f(factor * p), component by component; the three factors must be above 0.
     void scaleArgument(double const * factor);
     /// Multiplies the function by `factor`, spread evenly: each axis takes the cube root. A factor of exactly
     /// 0 leaves pieces without coefficients.
     CProductPolynom & operator*=(double factor);
-    /// The pointwise product, empty when the two supports do not overlap with a volume. `out` must be neither
-    /// operand.
+    /// The pointwise product, empty when the two supports do not overlap with a volume.
+    /// `out` must be neither operand.
     void multiply(CProductPolynom * out, CProductPolynom const & other) const;
 
 private:
@@ -111,10 +111,10 @@ public:
     void addSummand(CProductPolynom const & summand);
     /// Adds every summand of `other` (this object included) like `addSummand`.
     CProductPiecewisePolynom & operator+=(CProductPiecewisePolynom const & other);
-    /// The pointwise product: one summand for each pair of summands with overlapping supports, without
-    /// expansion about the origin. Its common shift is that of the operand of the greater power, at equal
-    /// power of the one with more summands, else of this one; its common support is the intersection of the
-    /// two.
+    /// The pointwise product: one summand for each pair of summands with overlapping supports,
+    /// without expansion about the origin. Its common shift is that of the operand of the greater
+    /// power, at equal power of the one with more summands, else of this one; its common support is
+    /// the intersection of the two.
     CProductPiecewisePolynom operator*(CProductPiecewisePolynom const & other) const;
     /// Multiplies the function, each axis of each summand by the cube root of `factor`. A factor of exactly 0
     /// clears it.
@@ -122,7 +122,7 @@ public:
 
     /// f(p) becomes f(p + shift), three components; no coefficient changes.
     void substituteArgPlusConst(double const * shift);
-    /// The same function written about another common shift, three components.
+    /// Writes the function about another common shift, three components, without changing its values.
     void changeShift(double const * argShift);
     /// f(p) becomes f(factor * p), component by component; the three factors must be above 0.
     void scaleArgument(double const * factor);

@@ -99,8 +99,8 @@ public:
     /// counts, memory that the allocator had kept from before does not. 0 where the system does not tell.
     std::int64_t peakMemory = 0;
 
-    /// The enumerators as text, for messages: "accelerated", "the accelerated path did not converge",
-    /// "direct".
+    /// The enumerators as text, for messages: "accelerated", "the accelerated path
+    /// did not converge", "direct".
     char const * pathText() const;
     char const * reasonText() const;
     char const * solverText() const;

@@ -119,8 +119,8 @@ public:
     /// Knot 0 to `piecesNumber()` (unchecked), a value of t.
     double getKnot(int knot) const { return m_knots[static_cast<std::size_t>(knot)]; }
 
-    /// Value at `x`. A knot belongs to the piece on its right, the last one to none. Linear in the number of
-    /// pieces.
+    /// Value at `x`. A knot belongs to the piece on its right, the last one to none.
+    /// Linear in the number of pieces.
     double eval(double x) const;
     /// Integral over the whole line. `buffer` is scratch memory, best reused over many calls.
     double integrateWithBuffer(CSingleVarPolynom * buffer) const;
@@ -129,7 +129,7 @@ public:
     void scaleArgument(double factor);
     /// f(x) becomes f(x + shift); only the argument shift moves.
     void substituteArgPlusConst(double shift);
-    /// The same function, its pieces and knots written about a new argument shift.
+    /// Writes pieces and knots about a new argument shift, without changing the values.
     void changeShift(double argShift);
 
     /// Multiplies every piece; a factor of exactly 0 leaves pieces without coefficients.

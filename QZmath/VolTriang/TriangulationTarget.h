@@ -21,15 +21,15 @@ private:
     virtual void onAddNewTriangle(int a, int b, int c) = 0;
 
 public:
-    /// Adds a vertex: its index, three coordinates and three components of its normal, a unit vector or zero
-    /// when normals were not asked for. The library calls this form; the pointers are valid during the call
-    /// only.
+    /// Adds a vertex: its index, three coordinates and three components of its normal, a unit
+    /// vector or zero when normals were not asked for. The library calls this form; the pointers
+    /// are valid during the call only.
     void addNewVertex(int index, double const * coords, double const * normal)
     {
         ++m_vertexNumber;
         onAddNewVertex(index, coords, normal);
     }
-    /// The same in single precision, for callers of their own.
+    /// Adds a vertex in single precision. Not used by the library; for others who feed a target.
     void addNewVertex(int index, float const * coords, float const * normal)
     {
         ++m_vertexNumber;

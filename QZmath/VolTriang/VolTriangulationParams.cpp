@@ -19,8 +19,8 @@ CVolTriangulationParams & CVolTriangulationParams::operator=(CVolTriangulationPa
 
 float CVolTriangulationParams::getCellFactor() const
 {
-    // Depths that no `int` lattice holds are refused by the octree; here they only must not shift out of
-    // range.
+    // Depths that no `int` lattice holds are refused by the octree; here they only
+    // must not shift out of range.
     int const depth = m_octreeDepth < 0 ? 0 : m_octreeDepth > 30 ? 30 : m_octreeDepth;
     return static_cast<float>(1 << depth) * m_reconstructFactor;
 }

@@ -28,14 +28,14 @@ public:
     int & octreeDepth() { return m_octreeDepth; }
     void setOctreeDepth(int value) { m_octreeDepth = value; }
 
-    /// Subdivision of the polygoniser's cubes against the octree: their edge is
+    /// Fineness of the mesh: the polygoniser's cubes are as large as two leaf cells divided by this, which is
     /// `COctree::getCellSize(octreeDepth - 1) / reconstructFactor`. Default 1.0.
     float getReconstructFactor() const { return m_reconstructFactor; }
     float & reconstructFactor() { return m_reconstructFactor; }
     void setReconstructFactor(float value) { m_reconstructFactor = value; }
 
-    /// The surface is closed. When false, extraction stops at cells far from any sample and at samples marked
-    /// as boundary, so that holes and borders stay open. Default true.
+    /// Is the surface closed? If not, it ends where no sample is near and at samples that the cloud marks as
+    /// its border, so that holes stay open. Default true.
     bool getClosed() const { return m_closed; }
     bool & closed() { return m_closed; }
     void setClosed(bool value) { m_closed = value; }
@@ -51,7 +51,7 @@ public:
     bool & phaseNameShown() { return m_phaseNameShown; }
     void setPhaseNameShown(bool value) { m_phaseNameShown = value; }
 
-    /// Basis functions stand at cell centres instead of cell corners. Default true.
+    /// Does a basis function stand at the centre of a cell of its depth, and not at a corner? Default true.
     bool getUseCenter() const { return m_useCenter; }
     bool & useCenter() { return m_useCenter; }
     void setUseCenter(bool value) { m_useCenter = value; }
@@ -68,20 +68,20 @@ public:
     VsUt::IDebugLog *& debugLog() { return m_debugLog; }
     void setDebugLog(VsUt::IDebugLog * value) { m_debugLog = value; }
 
-    /// Estimate the density of the samples; it decides how deep each sample is taken into account and weighs
-    /// it. Default true.
+    /// Heed the density of the samples: sparse ones are splatted on coarser depths, and all weigh by the area
+    /// that they stand for. Default true.
     bool getVariableDensity() const { return m_variableDensity; }
     bool & variableDensity() { return m_variableDensity; }
     void setVariableDensity(bool value) { m_variableDensity = value; }
 
-    /// How many depths above the deepest node depth the density is estimated; negative values count as 0.
-    /// Default 2.
+    /// Coarseness of the density estimate: it is taken with nodes so many depths above the deepest ones, or
+    /// with the coarsest where there are not so many. Negative values count as 0. Default 2.
     int getDensityEstimationDepthDelta() const { return m_densityEstimationDepthDelta; }
     int & densityEstimationDepthDelta() { return m_densityEstimationDepthDelta; }
     void setDensityEstimationDepthDelta(int value) { m_densityEstimationDepthDelta = value; }
 
-    /// How many depths above the deepest one carry basis functions; a negative value, or one larger than the
-    /// deepest depth, means all depths from 0. Default -1.
+    /// Reach of the basis towards coarse functions: beside the deepest depth, so many above it carry some.
+    /// All depths do when the value is negative or exceeds their number. Default -1.
     int getDetalizationLevel() const { return m_detalizationLevel; }
     int & detalizationLevel() { return m_detalizationLevel; }
     void setDetalizationLevel(int value) { m_detalizationLevel = value; }

@@ -30,10 +30,10 @@ class CVolumetricTriangulatorImpl;
 /// extraction by continuation over tetrahedra, cf. J. Bloomenthal, "An Implicit Surface Polygonizer",
 /// Graphics Gems IV, 1994.
 ///
-/// Only the component of the surface that is connected to the samples nearest to the middle of the cloud is
-/// extracted. With n octree nodes, memory is about 240 stored elements of 12 bytes per node plus what the
-/// solver needs; time is dominated by the solve. Objects share no state: different ones may run at the same
-/// time.
+/// Only the component of the surface that is connected to the samples nearest to the middle of the
+/// cloud is extracted. With n octree nodes, memory is about 240 stored elements of 12 bytes per node
+/// plus what the solver needs; time is dominated by the solve. Objects share no state: different ones
+/// may run at the same time.
 class QZMATH_API CVolumetricTriangulator
 {
 public:
@@ -49,18 +49,16 @@ public:
     /// outlive `run`. A report serves one run at a time.
     void setReport(CReconstructionReport * report);
 
-    /// Runs the reconstruction, once per object, on the calling thread with helper threads for assembly and
-    /// iso-value
+    /// Runs the reconstruction, once per object, on the calling thread with helper threads
     /// (`CVescaThreadingTasksHelper::setNumOfPhisicalThread` limits them). The result does not depend on
     /// their number.
     ///
     /// Success is the absence of an exception:
-    /// - `std::exception` "Incorrect tree depth detected in VolTr::COctree constructor", or a text that names
-    /// the
-    ///   sample with a coordinate that is not finite;
-    /// - `CVolTriangulationError` "Unexpected solver type", "Failed to solve linear system", "Failed to
-    /// reconstruct
-    ///   iso-value surface", or a text that says that the system is too large for 32-bit indices;
+    /// - `std::exception` "Incorrect tree depth detected in VolTr::COctree constructor", or a text that
+    ///   names the sample with a coordinate that is not finite;
+    /// - `CVolTriangulationError` "Unexpected solver type", "Failed to solve linear system",
+    ///   "Failed to reconstruct iso-value surface", or a text that says that the system is too large for
+    ///   32-bit indices;
     /// - `CUserIntrException` after `CProgressCounter::interrupt`;
     /// - `std::bad_alloc`; and whatever the caller's own samples, target or log throw.
     ///
@@ -68,7 +66,7 @@ public:
     void run();
 
 private:
-    std::shared_ptr<CVolumetricTriangulatorImpl> m_impl;
+    std::shared_ptr<CVolumetricTriangulatorImpl> m_impl; // shared with copies of this handle
 };
 
 } // namespace VolTr

@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The records of the polygoniser are plain: public fields, no virtual function, flat copies that own
-/// nothing.
+/// The records of the polygoniser are plain: public fields, no virtual function, flat
+/// copies that own nothing.
 
 /// Vertex of the surface. The polygoniser leaves the normal zero.
 struct jbVertex
@@ -61,8 +61,8 @@ struct jbCenterlist
     jbCenterlist * next = nullptr;
 };
 
-/// Lattice edge with its surface vertex, in the chain of a hash bucket. The lexicographically smaller end is
-/// first.
+/// Lattice edge with its surface vertex, in the chain of a hash bucket. The
+/// lexicographically smaller end is first.
 struct jbEdgelist
 {
     int i1 = 0;
@@ -94,12 +94,12 @@ struct jbCubes
 /// Polygoniser of implicit functions: turns the border between the points where a function is positive and
 /// those where it is not into a triangle mesh.
 ///
-/// `polygonize` walks a lattice of cubes outward from a start point along the surface; `marchingcubes` visits
-/// every cube of a box. Each cube is cut into six tetrahedra around its diagonal from corner 1 to corner 6,
-/// in a way that fits across faces, so the mesh of a function that is continuous and stays within the bounds
-/// is closed, oriented and manifold, whatever the function. Vertices lie on lattice edges, found by ten
-/// bisections, within 1/2048 of the edge's length. Triangles are counter-clockwise as seen from the side of
-/// the positive values.
+/// `polygonize` follows the component that it finds at a start point, from each cube to those across the
+/// faces that the surface crosses; `marchingcubes` looks into every cube of a box. Six tetrahedra share the
+/// diagonal of a cube from corner 1 to corner 6. They cut the faces of neighbouring cubes alike, so the mesh
+/// of any continuous function whose surface stays within the bounds is closed, oriented and manifold.
+/// Vertices lie on edges of tetrahedra, at most 1/2048 of the edge from where the function changes sign.
+/// Seen from the side of the positive values, triangles are counter-clockwise.
 ///
 /// The function object is called with a point and the address of a flag (the address may be null). It returns
 /// the value at the point and sets the flag to 0 when the point is usable, to anything else when it must not
@@ -138,8 +138,8 @@ public:
     /// Cubes to visit.
     jbCubes * cubes = nullptr;
     jbVertices vertices;
-    /// Hash tables of the cubes seen, the corners evaluated, the edges with a vertex. They grow with the
-    /// surface.
+    /// Hash tables of the cubes seen, the corners evaluated, the edges with a vertex.
+    /// They grow with the surface.
     jbCenterlist ** centers = nullptr;
     jbCornerlist ** corners = nullptr;
     jbEdgelist ** edges = nullptr;
@@ -152,21 +152,20 @@ public:
     /// between them becomes `start`, and the walk visits, depth first, the cubes that the surface enters, as
     /// long as their indices stay within `bounds` and all their corners are usable.
     ///
-    /// \param cubeSize edge length of the cubes. With 0 or NaN all corners coincide and nothing, or next to
-    /// nothing,
-    ///        is produced; the work stays within the bounds.
+    /// \param cubeSize edge length of the cubes. With 0 or NaN all corners coincide, and little or nothing is
+    ///        produced; the work stays within the bounds.
     /// \param cubeBounds three numbers; with a negative one only the first cube is visited
-    /// \return 0 when done, 1 when no start was found in 10000 attempts per sign, 2 when the sink refused a
-    /// triangle
+    /// \return 0 when done, 1 when no start was found in 10000 attempts per sign, 2 when the sink refused
+    ///         a triangle
     int polygonize(Function & implicitFunction, double cubeSize, int * cubeBounds,
                    REmath::Point3D_d startPoint, TriangleProcessor & sink);
 
-    /// Polygonises everything in a box: all components, at the cost of evaluating every corner. Flags are not
-    /// heeded, and the sink's refusal only drops the second triangle of a tetrahedron. The lattice reaches
-    /// one cube past a box whose side is a multiple of `cubeSize`. Corner memory is that of two layers across
-    /// z. \return 0. When a quotient of box side and `cubeSize` is not in the range of `int` (also for NaN),
-    /// or is -1 or
-    ///         less, no cube is visited.
+    /// Polygonises everything in a box: all components, at the cost of evaluating every corner. Flags are
+    /// not heeded, and the sink's refusal only drops the second triangle of a tetrahedron. The lattice
+    /// reaches one cube past a box whose side is a multiple of `cubeSize`. Corner memory is that of two
+    /// layers across z. No cube is visited where a quotient of box side and `cubeSize` is -1 or less, or not
+    /// in the range of `int` (also for NaN).
+    /// \return 0
     int marchingcubes(Function & implicitFunction, double cubeSize, REmath::Point3D_d low,
                       REmath::Point3D_d high, TriangleProcessor & sink);
 
@@ -174,8 +173,8 @@ public:
     /// and widens by 0.05 % with each of at most 10000 attempts.
     jbTest find(int sign, REmath::Point3D_d from);
 
-    /// The surface point between two points of different sign by ten bisections. `value1` is the value at
-    /// `p1`.
+    /// The surface point between two points of different sign by ten bisections.
+    /// `value1` is the value at `p1`.
     REmath::Point3D_d converge(REmath::Point3D_d p1, REmath::Point3D_d p2, double value1);
 
     /// Passes the zero, one or two triangles of the tetrahedron over four corners of a cube to the sink.
@@ -202,8 +201,8 @@ public:
     /// The vertex between two corners of different sign, made at its first use.
     int vertid(jbCornerlist * c1, jbCornerlist * c2);
 
-    /// Position of a lattice point, `start - (index - 0.5) * size` on each axis: the lattice runs against the
-    /// axes.
+    /// Position of a lattice point, `start - (index - 0.5) * size` on each axis: the
+    /// lattice runs against the axes.
     REmath::Point3D_d setpoint(int i, int j, int k);
 
     /// Frees the tables, the stack and the vertices, and makes the object as new for the next steps.

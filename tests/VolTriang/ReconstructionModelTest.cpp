@@ -176,8 +176,8 @@ private:
         return right;
     }
 
-    // Integral of two one-variable factors or their derivatives: Gauss-Legendre between all knots, exact
-    // here.
+    // Integral of two one-variable factors or their derivatives: Gauss-Legendre
+    // between all knots, exact here.
     double product(std::size_t left, std::size_t right, std::size_t axis, int leftOrder, int rightOrder) const
     {
         std::vector<double> knots;

@@ -11,6 +11,22 @@
 #include <cmath>
 #include <cstring>
 
+// Layout. The bricks of a level stand one after the other in `Level::rows`, each 64 rows along z of ten
+// places, so that the three places around a point are one load of four from any start in a row.
+// `Level::slots` finds a brick by its place. The brick of index 0 is empty and stands for all that do not
+// exist, so a look-up always gives a brick.
+//
+// Invariant. The last two places of a row hold what the next brick along z has in its first two, or 0. So a
+// brick exists where a node stands, and also where the brick behind it has nodes in its first two places. A
+// fourth place that is loaded beyond them belongs to whatever comes next and meets a weight of 0;
+// `loadMargin` keeps the last load inside the memory.
+//
+// Order. A point is split once into whole steps of the finest lattice and a rest; each level takes its
+// window from them by a shift. A level is summed along y, then x, then z, in `float`, and the levels from
+// the coarsest to the finest in `double`. The plain and the vector form of `eval`, with any hint, add in
+// this order, hence the same bits. `evalGrid` makes the passes over a whole box, along x, y and z, and
+// adds its levels in `float`.
+
 namespace VolTr
 {
 

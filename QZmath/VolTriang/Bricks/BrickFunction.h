@@ -61,8 +61,8 @@ public:
         std::array<Place, 32> m_places; // by level
     };
 
-    /// Intermediate results of `evalGrid`, best kept over many calls of one thread. Serves one function at a
-    /// time.
+    /// Intermediate results of `evalGrid`, best kept over many calls of one thread.
+    /// Serves one function at a time.
     class GridScratch
     {
     public:

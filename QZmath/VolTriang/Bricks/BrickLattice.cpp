@@ -14,8 +14,8 @@ namespace
 
 std::uint64_t hashOfBrick(int x, int y, int z) { return CLatticeHash::hashOf(CInt3(x, y, z), 0); }
 
-// A node in its slab of bricks of equal x: y and z of the brick, then the place inside, as bits of one
-// number.
+// A node in its slab of bricks of equal x: y and z of the brick, then the place
+// inside, as bits of one number.
 struct NodeInSlab
 {
     std::uint64_t order;

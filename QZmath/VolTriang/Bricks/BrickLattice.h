@@ -31,8 +31,8 @@ struct BrickLevel
     std::vector<std::uint8_t> rows; ///< 64 a brick: bit z of row 8 x + y tells that a node stands there
     std::vector<std::uint32_t>
         firstNode; ///< compact index of the first node of a brick; one entry more at the end
-    /// 27 a brick: the brick at (dx, dy, dz) of -1 to 1, under 9 (dx + 1) + 3 (dy + 1) + dz + 1, or
-    /// `noBrick`.
+    /// 27 a brick: the brick at (dx, dy, dz) of -1 to 1, or `noBrick`,
+    /// under 9 (dx + 1) + 3 (dy + 1) + dz + 1.
     std::vector<int> neighbours;
 
     int bricksNumber() const { return static_cast<int>(bricks.size()); }

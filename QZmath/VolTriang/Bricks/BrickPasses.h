@@ -107,7 +107,7 @@ struct BrickPasses
     /// `used` tells which they are.
     void (*restrictToCoarse)(float const * brick, CoarseTable const * const * tables, float scale,
                              BrickRows const & used, CoarseBlock & block);
-    /// The same with one product of three factors instead of three products.
+    /// Passes for one product of three factors instead of a sum of three products.
     void (*addOwnTerm)(BrickHalo const & halo, OwnTerm const & term, float scale, BrickRows const & used,
                        float * out);
     void (*addCoarseTerm)(CoarseBlock const & block, CoarseTerm const & term, float scale,

@@ -8,6 +8,23 @@
 #include <cstdlib>
 #include <utility>
 
+// Layout. A brick keeps its 8 x 8 x 8 corners as bits: one for the sign, one for each edge that the surface
+// crosses, by direction and plane of x. Crossed edges of a brick are numbered by direction, plane and bit,
+// so `rank` and a count of the bits before give an edge's number without a table; `m_edges` has one entry
+// for each, the brick's from `firstEdge` on. Edges towards a brick that was not known when the bits were
+// made are in `m_otherEdges`.
+//
+// Invariant. An edge belongs to the brick of its lexicographically smaller corner. Its entry only ever
+// goes from `unsolved` to a place between the corners, and from there to the index of its vertex. Bits
+// and ranks of a brick never change once they are made, so bricks that the walk adds later leave the
+// numbers of the others alone.
+//
+// Order. `prepare`: values and signs of all bricks, then their crossings, which need the signs of the
+// neighbours, then the first edges by adding up, then the places of the vertices, for which the values of
+// the neighbours along the edge give the guess. Every loop writes to its own brick only, so threads take
+// bricks as they come. `walk`: depth first over a stack of cubes, on one thread, faces in their fixed order.
+// It alone gives vertices their indices, in the order in which `jbProcess` would meet them.
+
 namespace VolTr
 {
 
@@ -530,7 +547,7 @@ BrickSurface::Place BrickSurface::step(Place place, int dx, int dy, int dz) cons
             local};
 }
 
-// The same, with the brick made where it is missing.
+// The place some steps farther, in a brick that is made where it is missing.
 BrickSurface::Place BrickSurface::enter(Place place, int dx, int dy, int dz)
 {
     Place result = step(place, dx, dy, dz);

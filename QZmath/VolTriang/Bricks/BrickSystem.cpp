@@ -7,6 +7,24 @@
 #include <cmath>
 #include <cstring>
 
+// Layout. A vector of the iteration is compact: one number a node, depth after depth from the coarsest,
+// brick after brick. The passes work on dense bricks: `Level::values` is a vector spread over its places,
+// `Level::sums` what coarser functions get from finer ones, or the other way round. Between two depths
+// everything goes through a `CoarseBlock`, the places of the coarser depth around one fine brick:
+// `gather` copies them out of up to eight coarse bricks, `scatter` adds them back. `BrickHalo` is the
+// same for a brick's own depth.
+//
+// Invariant. Places without a node are 0 in `values`, always; all passes may read them. In `sums` they may
+// hold anything, and what takes the sums drops them. Rows without any node are 0 in both and never touched.
+//
+// Order of a step. `sweepUp` goes from the finest depth to the coarsest: solve the depth's own unknowns with
+// the sums that it has got by then, and restrict the result to the sums of all coarser depths. `sweepDown`
+// goes back: gather what the coarser depths have become, apply the own couplings, solve, and leave the
+// result in `sums`, where the finer depths gather it next. Within a depth the bricks are independent of each
+// other, except for the sums that they restrict to: `restrictBricks` makes the blocks of a round of bricks
+// on all threads, then adds them up depth by depth, each in the order of the bricks. With that, and with
+// sums over pieces of fixed size, the bits do not depend on the threads.
+
 namespace VolTr
 {
 

@@ -38,8 +38,8 @@ public:
         // One position for each multiple of eight places in a coarse cell.
         return tables[static_cast<std::size_t>(brick) & (tables.size() - 1)];
     }
-    /// Of the own depth, from the place two below to the one two above; the gradient is that of the other
-    /// node.
+    /// Of the own depth, from the place two below to the one two above; the gradient
+    /// is that of the other node.
     float const * ownMass() const { return m_ownMass; }
     float const * ownStiffness() const { return m_ownStiffness; }
     float const * ownGradient() const { return m_ownGradient; }

@@ -68,10 +68,10 @@ private:
 /// Scalar products of separable kernels: sums over pairs of summands of products of three one-variable
 /// integrals.
 ///
-/// In front of the one-variable caches stands, for each pair of depths, a table over the offset with the
-/// final values of all caches side by side, parity and growth applied. Values not met yet are NaN there,
-/// which shows in the result. Pairs of depths so far apart that the table would be large go to the caches
-/// directly.
+/// In front of the one-variable caches stands, for each pair of depths, a table over the offset with
+/// the final values of all caches side by side, parity and growth applied. Values not met yet are
+/// NaN there, which shows in the result. Pairs of depths so far apart that the table would be large
+/// go to the caches directly.
 template <>
 class CCSFProductHelperImpl<CProductPiecewisePolynom>
 {

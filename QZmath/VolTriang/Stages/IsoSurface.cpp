@@ -53,8 +53,8 @@ Point3D_d findStartPoint(IInputSamples const & samples, COctree const & octree)
     return Point3D_d(start[0], start[1], start[2]);
 }
 
-// Cubes on each side of the start point, in `float` and truncated; saturated where that leaves the `int`
-// range.
+// Cubes on each side of the start point, in `float` and truncated; saturated where
+// that leaves the `int` range.
 int cubesPerSide(float reconstructFactor, int leafCellDepth)
 {
     float const cubes = reconstructFactor * static_cast<float>(1 << leafCellDepth) + 1.0f;

@@ -44,8 +44,8 @@ bool SurfaceEnd::isBeyond(double const * point) const
 namespace
 {
 
-// The implicit function relative to its iso-value. On an open surface it marks points that the walk must not
-// cross.
+// The implicit function relative to its iso-value. On an open surface it marks points
+// that the walk must not cross.
 class tf_OctreeFunAdapter final : public REmath::Functor2<double, Point3D_d const &, int *>
 {
 public:

@@ -142,7 +142,7 @@ public:
     std::vector<int> cells; // positions in the octree's cell index, cube after cube
 };
 
-// The same to the bit, cube by cube in the orders in which the walk over the nodes adds.
+// Gives the bits of `estimateByNodes`, cube by cube in the orders in which its walk over the nodes adds.
 class DensityEstimator
 {
 public:
@@ -187,8 +187,8 @@ public:
         double reach = 0.0;
         for (int axis = 0; axis < 3; ++axis)
             reach = std::max({reach, -support.getMin()[axis], support.getMax()[axis]});
-        // Nodes beside a cube that reach into it, on each side. No more exist than the cube of the octree
-        // has.
+        // Nodes beside a cube that reach into it, on each side. No more exist than
+        // the cube of the octree has.
         int const most = (1 << m_depth) + 2;
         m_reach = reach < most ? static_cast<int>(reach + 1e-6) + 1 : most;
         m_reaches.resize(static_cast<std::size_t>(2 * m_reach));

@@ -7,8 +7,8 @@ namespace VolTr
 namespace
 {
 
-// From here on the factor of the direct solver, and then the stored matrix, becomes too large for most
-// machines.
+// From here on the factor of the direct solver, and then the stored matrix, becomes
+// too large for most machines.
 std::int64_t const leastUnknownsOfIterative = 200000;
 std::int64_t const leastUnknownsOfDecomposing = 1000000;
 

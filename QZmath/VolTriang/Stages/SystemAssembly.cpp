@@ -125,8 +125,8 @@ public:
         int const unknowns = m_basis.getFunctionsNumber();
         logValues(m_log, "System size", unknowns);
         m_result.assign(static_cast<std::size_t>(unknowns), 0.0);
-        // One helper per axis: the derivative along each axis has the same one-variable factors on swapped
-        // axes.
+        // One helper per axis: the derivative along each axis has the same
+        // one-variable factors on swapped axes.
         int const parity[3] = {-1, 1, 1};
         std::vector<ProductHelper> helpers;
         helpers.reserve(3);
@@ -215,8 +215,8 @@ public:
         int const parity[3] = {1, 1, 1};
         ProductHelper helper(&m_basis, &laplacianBasis, BasisSymmetryFull, 7, parity);
 
-        // Nodes of coarse depths come early, so most rows need none of them: their columns stand left of the
-        // diagonal.
+        // Nodes of coarse depths come early, so most rows need none of them: their columns
+        // stand left of the diagonal.
         std::vector<int> const lastNodes = lastNodesByDepth();
         int const unknowns = m_basis.getFunctionsNumber();
         for (int vertex = 0; vertex < unknowns; ++vertex)
@@ -328,8 +328,8 @@ ReconstructionSolver chooseSolver(StageContext const & context)
         logValues(log, "Maximal allowed iterations", maxIterations);
         logValues(log, "Tolerance", tolerance);
     } else {
-        // Nodes are numbered as the samples touch them, so a cut by index is a cut in space for scans in
-        // order.
+        // Nodes are numbered as the samples touch them, so a cut by index is a cut in
+        // space for scans in order.
         std::int64_t const size = unknowns;
         std::vector<int> const splits = {static_cast<int>(size / 4), static_cast<int>(2 * size / 4),
                                          static_cast<int>(3 * size / 4)};

@@ -25,8 +25,8 @@ class CReconstructionReport;
 class RunPhases;
 struct StageContext;
 
-/// What assembly and solution need to know of the concrete solver behind `IVertexPosLinearSystem`: its matrix
-/// storage.
+/// What assembly and solution need to know of the concrete solver behind
+/// `IVertexPosLinearSystem`: its matrix storage.
 class tf_IMatrixMemoryReservator
 {
 public:
