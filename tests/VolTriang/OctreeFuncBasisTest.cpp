@@ -198,17 +198,6 @@ TEST(OctreeFuncLinComb, HelpersChangeNoBitForWideKernelsAndLargeRegions)
     }
 }
 
-TEST(OctreeFuncBasis, DepthsWithoutNodesCarryNothing)
-{
-    PointCloudSamples const samples = makeCloud();
-    COctree const octree(&samples, 5, nullptr, true, 1);
-    Basis const basis(makeKernel(0, 1.0), &octree, 0);
-    EXPECT_EQ(basis.getSupportSizeInCells(), 1.5);
-    EXPECT_EQ(basis.getScaledKernelSupportRef(2).getMax()[0], 0.0);
-    EXPECT_GT(basis.getScaledKernelSupportRef(3).getMax()[0], 0.0);
-    EXPECT_THROW(basis.getScaledKernelSupportRef(5), std::out_of_range);
-}
-
 TEST(OctreeFuncEvalHelper, KeepsTheRegionsThatAreHitMost)
 {
     COctreeFuncEvalHelper helper(2, 1.0);
@@ -223,19 +212,4 @@ TEST(OctreeFuncEvalHelper, KeepsTheRegionsThatAreHitMost)
     EXPECT_EQ(helper.getCashedRegionindex(c), 1);
     // At equal counters the first goes.
     EXPECT_EQ(helper.recordNewRegion(b), 0);
-}
-
-TEST(OctreeFuncEvalHelper, EntriesOfTheClientAreUsed)
-{
-    PointCloudSamples const samples = makeCloud();
-    COctree const octree(&samples, 4, nullptr, true, -1);
-    Basis const basis(makeKernel(0, 1.0), &octree, 0);
-    Combination const zero(&basis);
-    double point[3];
-    octree.getNodePosition(5, point);
-    COctreeFuncEvalHelper helper(1, 0.1);
-    int const region = helper.recordNewRegion(point);
-    helper.recordIndexInfo(region, 5, 2.0);
-    helper.recordIndexInfo(-1, 6, 3.0);
-    EXPECT_DOUBLE_EQ(zero.eval(point, &helper), 2.0 * basis.evalBasisValue(5, point));
 }

@@ -107,12 +107,6 @@ TEST_P(OctreeOfKind, NumbersCellsAndNodesInTheOrderOfFirstUse)
     for (auto const & [cell, sample] : reference.cellSamples) {
         int const index = octree.getCellByCoordinates(sample);
         EXPECT_EQ(octree.getCellOffset(index), cell);
-        CParallelepiped const box = octree.getCellBox(index);
-        for (int axis = 0; axis < 3; ++axis) {
-            float const coord = samples.getSampleCoords3(sample)[axis];
-            EXPECT_GE(coord, box.getMin()[axis] - 1e-12);
-            EXPECT_LE(coord, box.getMax()[axis] + 1e-12);
-        }
     }
 }
 
@@ -172,13 +166,6 @@ TEST_P(OctreeOfKind, NeighborIteratorYieldsTheEightNodesOfACell)
             std::sort(expected.begin(), expected.end());
             std::sort(found.begin(), found.end());
             ASSERT_EQ(found, expected);
-            // The cell lies among them: weights in their box are trilinear.
-            CParallelepiped const nodes = octree.getBoxOnNbrNodes(cell, depth);
-            CParallelepiped const leaf = octree.getCellBox(cell);
-            for (int axis = 0; axis < 3; ++axis) {
-                EXPECT_LE(nodes.getMin()[axis], leaf.getMin()[axis] + 1e-12);
-                EXPECT_GE(nodes.getMax()[axis], leaf.getMax()[axis] - 1e-12);
-            }
         }
     }
 }
@@ -303,24 +290,4 @@ TEST(Octree, InterruptionLeavesTheConstructor)
     progress.interrupt();
     EXPECT_THROW(COctree(&samples, 5, &progress, true, -1), CUserIntrException);
     EXPECT_NO_THROW(COctree(&samples, 5, &progress, true, -1));
-}
-
-TEST(Lattice, RefusesABadAxisAndStartsOutsideTheLattice)
-{
-    CInt3 point;
-    EXPECT_EQ(point, CInt3(-1, -1, -1));
-    for (int axis : {-1, 3})
-        EXPECT_EQ(what([&] { point.coordMod(axis) = 0; }), "CInt3::coordMod incorrect argument");
-}
-
-TEST(Parallelepiped, BoundaryPoints)
-{
-    CParallelepiped const box(0.0, 1.0, 0.0, 2.0, 0.0, 3.0);
-    double const inside[3] = {0.5, 1.0, 1.5};
-    double const onFace[3] = {0.5, 2.05, 1.5};
-    double const outside[3] = {0.5, 2.05, 3.5};
-    EXPECT_FALSE(box.isBoundaryPoint(inside, 0.1));
-    EXPECT_TRUE(box.isBoundaryPoint(onFace, 0.1));
-    EXPECT_FALSE(box.isBoundaryPoint(onFace, 0.01));
-    EXPECT_FALSE(box.isBoundaryPoint(outside, 0.1));
 }

@@ -5,9 +5,8 @@
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
-#include <apps/sampling/SampleShapes.h>
 #include <support/Mesh.h>
-#include <support/PointCloudSamples.h>
+#include <support/SampledClouds.h>
 #include <support/SurfaceScores.h>
 
 #include <gtest/gtest.h>
@@ -23,28 +22,6 @@ using qz_test::Mesh;
 
 namespace
 {
-
-PointCloudSamples toSamples(qz_sampling::Cloud const & cloud)
-{
-    PointCloudSamples samples;
-    for (std::size_t point = 0; point < cloud.size(); ++point) {
-        float const * p = &cloud.positions[3 * point];
-        float const * n = &cloud.normals[3 * point];
-        samples.add({p[0], p[1], p[2]}, {n[0], n[1], n[2]},
-                    !cloud.boundaryMarks.empty() && cloud.boundaryMarks[point] != 0);
-    }
-    return samples;
-}
-
-qz_sampling::Cloud makeCloud(qz_sampling::Shape const & shape, std::size_t pointNumber, double noise = 0.0,
-                             double densityRatio = 1.0)
-{
-    qz_sampling::SamplingOptions options;
-    options.pointNumber = pointNumber;
-    options.noise = noise;
-    options.densityRatio = densityRatio;
-    return sampleCloud(shape, options);
-}
 
 Mesh reconstruct(IInputSamples const & samples, CVolTriangulationParams const & params)
 {
@@ -82,7 +59,7 @@ TEST_P(ClosedShape, IsReconstructed)
 {
     Case const & c = GetParam();
     auto const shape = qz_sampling::makeShape(c.shape);
-    PointCloudSamples const samples = toSamples(makeCloud(*shape, c.points));
+    PointCloudSamples const samples = qz_test::sampledShape(c.shape, c.points);
     CVolTriangulationParams params;
     params.setOctreeDepth(c.depth);
     params.setEstimateResultNormals(true);
@@ -115,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(Depths, ClosedShape,
 TEST(ReconstructionQuality, OpenSheetEndsAtItsBorder)
 {
     auto const shape = qz_sampling::makeShape("sheet");
-    PointCloudSamples const samples = toSamples(makeCloud(*shape, 40000));
+    PointCloudSamples const samples = qz_test::sampledShape("sheet", 40000);
     CVolTriangulationParams params;
     params.setOctreeDepth(6);
     params.setClosed(false);
@@ -155,7 +132,7 @@ TEST(ReconstructionQuality, DensityJumpCostsLittleInTheDenseHalf)
     CVolTriangulationParams params;
     params.setOctreeDepth(6);
     auto const denseHalfError = [&](double ratio) {
-        PointCloudSamples const samples = toSamples(makeCloud(*shape, 60000, 0.0, ratio));
+        PointCloudSamples const samples = qz_test::sampledShape("sphere", 60000, 0.0, ratio);
         Mesh mesh = reconstruct(samples, params);
         EXPECT_TRUE(examine(mesh).isClosed());
         mesh.triangles.clear();
@@ -172,7 +149,7 @@ TEST(ReconstructionQuality, NoiseIsSmoothed)
 {
     auto const shape = qz_sampling::makeShape("torus");
     double const noise = 0.004;
-    PointCloudSamples const samples = toSamples(makeCloud(*shape, 100000, noise));
+    PointCloudSamples const samples = qz_test::sampledShape("torus", 100000, noise);
     CVolTriangulationParams params;
     params.setOctreeDepth(6);
     Mesh const mesh = reconstruct(samples, params);
@@ -180,17 +157,4 @@ TEST(ReconstructionQuality, NoiseIsSmoothed)
     EXPECT_LT(vertexDistances(mesh, *shape).rms, 0.5 * noise * 2.8);
 }
 
-TEST(ReconstructionQuality, FinerSubdivisionGivesMoreTriangles)
-{
-    auto const shape = qz_sampling::makeShape("sphere");
-    PointCloudSamples const samples = toSamples(makeCloud(*shape, 20000));
-    CVolTriangulationParams params;
-    params.setOctreeDepth(5);
-    Mesh const coarse = reconstruct(samples, params);
-    params.setReconstructFactor(2.0f);
-    Mesh const fine = reconstruct(samples, params);
-    EXPECT_TRUE(examine(fine).isClosed());
-    EXPECT_NEAR(static_cast<double>(fine.triangles.size()) / static_cast<double>(coarse.triangles.size()),
-                4.0, 0.3);
-}
 #endif

@@ -18,55 +18,6 @@ using namespace VolTr;
 namespace
 {
 
-bool isInside(CParallelepiped const & box, double const * point)
-{
-    for (int axis = 0; axis < 3; ++axis) {
-        if (!(point[axis] >= box.getMin()[axis] && point[axis] <= box.getMax()[axis]))
-            return false;
-    }
-    return true;
-}
-
-// The estimate by its definition, node by node. A sample on a face that cells share counts in each of them.
-std::vector<float> estimateByNodes(PointCloudSamples const & samples, COctree const & octree,
-                                   Basis const & basis, int depth)
-{
-    std::vector<float> values(samples.points.size(), 0.0f);
-    double const edge = octree.getCellSize(depth);
-    for (COctreeInBoxNodeIterator it(&octree, octree.getNodesBoundaryBox(), depth); !it.isFinished();
-         it.next()) {
-        int const node = it.currentNodeIndex();
-        double position[3];
-        octree.getNodePosition(node, position);
-        double sum = 0.0;
-        for (int corner = 0; corner < 8; ++corner) {
-            CParallelepiped box;
-            for (int axis = 0; axis < 3; ++axis)
-                box.setDimension(axis, (corner >> axis & 1) != 0
-                                           ? CInterval(position[axis] - edge, position[axis])
-                                           : CInterval(position[axis], position[axis] + edge));
-            for (CSamplePointsIteratorInBox sample(samples, octree, box, -1); !sample.isFinished();
-                 sample.next()) {
-                if (isInside(box, *sample))
-                    sum += calcTrilinearWeight(*sample, position, box);
-            }
-        }
-        if (sum == 0.0)
-            continue;
-        CParallelepiped const support = getScaledFunctionCommonSupport(basis.makeFunctionByIndex(node));
-        for (CSamplePointsIteratorInBox sample(samples, octree, support, -1); !sample.isFinished();
-             sample.next()) {
-            if (isInside(support, *sample))
-                values[static_cast<std::size_t>(sample.currentSampleIndex())] +=
-                    static_cast<float>(basis.evalBasisValue(node, *sample) * sum);
-        }
-    }
-    normalizeByLast(values);
-    for (float & value : values)
-        value = value > 0.0f ? 1.0f / value : value;
-    return values;
-}
-
 std::vector<PointCloudSamples> makeClouds()
 {
     std::mt19937 random(3);
@@ -112,7 +63,11 @@ TEST(SampleDensity, SameBitsAsByItsDefinition)
                                      << estimation << ", factor " << factor << ", centred " << centred);
                         SampleDensity const density =
                             estimateSampleDensity(cloud, octree, basis, estimation, nullptr, nullptr);
-                        std::vector<float> const expected = estimateByNodes(cloud, octree, basis, estimation);
+                        std::vector<float> expected(cloud.points.size(), 0.0f);
+                        addDensityByNodes(cloud, octree, basis, estimation, expected);
+                        normalizeByLast(expected);
+                        for (float & value : expected)
+                            value = value > 0.0f ? 1.0f / value : value;
                         ASSERT_EQ(density.weights.size(), expected.size());
                         // Also where a weight is NaN.
                         EXPECT_EQ(std::memcmp(density.weights.data(), expected.data(),

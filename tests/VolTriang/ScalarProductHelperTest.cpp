@@ -159,23 +159,6 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Products,
                          testing::Combine(testing::Bool(), testing::Values(-1, 2),
                                           testing::Values(0.7, 0.95, 1.0, 1.3)));
 
-TEST(ScalarProductHelper, TablesFollowTheDepthsAndOutliveTheirFirstOwner)
-{
-    PointCloudSamples const samples = makeCloud(5);
-    COctree const octree(&samples, 2, nullptr, true, -1);
-    Bases const bases(octree, 1.0);
-    auto mass = std::make_unique<Helper>(bases.plain.get(), bases.plain.get(), BasisSymmetryFull, 7, nullptr);
-    // Depths 0, 1, 2 reach 12, 6, 3 steps to each side of the table; all nine pairs, both signs, and 0.
-    EXPECT_EQ(mass->cashSize(), 2 * 2 * 3 * (12 + 6 + 3) + 9);
-    Helper laplacian(bases.plain.get(), bases.laplacian.get(), BasisSymmetryFull, 7, evenParity);
-    EXPECT_EQ(laplacian.cashSize(), 2 * mass->cashSize());
-    Function const f = bases.plain->makeFunctionByIndex(0);
-    double const value = mass->evalScalarProduct(f, f);
-    Helper copy(*mass);
-    mass.reset();
-    EXPECT_EQ(copy.evalScalarProduct(f, f), value);
-}
-
 // Depths far apart, whose tables would not fit into memory.
 TEST(ScalarProductHelper, DeepTreesTakeLittleMemory)
 {

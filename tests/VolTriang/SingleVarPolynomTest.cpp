@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -18,33 +17,6 @@ namespace
 CSingleVarPolynom polynom(std::vector<double> const & coefficients)
 {
     return CSingleVarPolynom(static_cast<int>(coefficients.size()), coefficients.data());
-}
-
-TEST(SingleVarPolynom, AlgebraAgreesWithPointwiseValues)
-{
-    std::mt19937 random(1);
-    for (int trial = 0; trial < 200; ++trial) {
-        CSingleVarPolynom const p = randomPolynom(random, 6);
-        CSingleVarPolynom const q = randomPolynom(random, 6);
-        double const a = uniform(random, -1.5, 1.5);
-        double const x = uniform(random, -1.5, 1.5);
-        CSingleVarPolynom product, derivative, primitive, buffer;
-        p.multiply(&product, q);
-        p.makePrimitive(&primitive);
-        primitive.makeDerivative(&derivative);
-        EXPECT_NEAR(product.eval(x), p.eval(x) * q.eval(x), 1e-9);
-        EXPECT_NEAR(derivative.eval(x), p.eval(x), 1e-11);
-        EXPECT_NEAR(p.integrateOnIntervalWithBuffer(a, x, &buffer),
-                    gaussLegendre([&p](double t) { return p.eval(t); }, a, x), 1e-10);
-        CSingleVarPolynom moved = p;
-        moved.substituteArgPlusConst(a);
-        EXPECT_NEAR(moved.eval(x), p.eval(x + a), 1e-8);
-        CSingleVarPolynom scaled = p;
-        scaled.scaleArgument(a);
-        EXPECT_NEAR(scaled.eval(x), p.eval(x * a), 1e-8);
-        p.multiply(&product, p);
-        EXPECT_NEAR(product.eval(x), p.eval(x) * p.eval(x), 1e-8);
-    }
 }
 
 TEST(SingleVarPolynom, ZeroesAndEmptyLists)
@@ -111,44 +83,6 @@ TEST(SingleVarLimitedPolynom, PiecesAreClosedOnTheLeftOnly)
     EXPECT_EQ(f.getLeftBound(), 4.0);
     EXPECT_EQ(f.getRightBound(), 6.0);
     EXPECT_EQ(CSingleVarLimitedPolynom().eval(0.0), 0.0);
-}
-
-TEST(SingleVarLimitedPolynom, OperationsAgreeWithPointwiseValues)
-{
-    std::mt19937 random(2);
-    CSingleVarPolynom buffer;
-    for (int trial = 0; trial < 300; ++trial) {
-        CSingleVarLimitedPolynom const f = randomLimitedPolynom(random);
-        CSingleVarLimitedPolynom g = randomLimitedPolynom(random);
-        if (trial % 3 == 0)
-            g.changeShift(f.getArgShift());
-        double const a = uniform(random, 0.3, 2.0);
-        CSingleVarLimitedPolynom const product = f * g;
-        CSingleVarLimitedPolynom translated = f, scaled = f, rewritten = f;
-        translated.substituteArgPlusConst(a);
-        scaled.scaleArgument(a);
-        rewritten.changeShift(a);
-        EXPECT_EQ(rewritten.getArgShift(), a);
-        for (int i = 0; i < 20; ++i) {
-            double const x = uniform(random, -3.5, 3.5);
-            EXPECT_NEAR(product.eval(x), f.eval(x) * g.eval(x), 1e-7);
-            EXPECT_NEAR(translated.eval(x), f.eval(x + a), 1e-9);
-            EXPECT_NEAR(scaled.eval(x), f.eval(x * a), 1e-9);
-            EXPECT_NEAR(rewritten.eval(x), f.eval(x), 1e-8);
-            EXPECT_NEAR((a * f).eval(x), a * f.eval(x), 1e-10);
-        }
-        std::vector<double> knots = absoluteKnots(f);
-        std::vector<double> const others = absoluteKnots(g);
-        knots.insert(knots.end(), others.begin(), others.end());
-        std::sort(knots.begin(), knots.end());
-        EXPECT_NEAR(product.integrateWithBuffer(&buffer),
-                    integrateBetweenKnots([&](double x) { return f.eval(x) * g.eval(x); }, knots), 1e-9);
-        ASSERT_TRUE(product.checkClassInvariants());
-        if (!product.empty()) {
-            EXPECT_NEAR(product.getLeftBound(), std::max(f.getLeftBound(), g.getLeftBound()), 1e-12);
-            EXPECT_NEAR(product.getRightBound(), std::min(f.getRightBound(), g.getRightBound()), 1e-12);
-        }
-    }
 }
 
 TEST(SingleVarLimitedPolynom, ShiftsOfProductsAndPiecesOfDerivatives)

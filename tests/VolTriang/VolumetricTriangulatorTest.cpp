@@ -4,7 +4,7 @@
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
 #include <support/Mesh.h>
-#include <support/PointCloudSamples.h>
+#include <support/SampledClouds.h>
 
 #include <QZsys/DebugLog.h>
 #include <QZsys/Exceptions.h>
@@ -27,26 +27,11 @@
 using namespace VolTr;
 using qz_test::Mesh;
 using qz_test::MeshTarget;
-using testing::ElementsAreArray;
+using qz_test::spiralSphere;
+using testing::ElementsAre;
 
 namespace
 {
-
-// Points on a unit sphere along a Fibonacci spiral.
-PointCloudSamples sphere(int count, float normalLength = 1.0f)
-{
-    PointCloudSamples samples;
-    for (int sample = 0; sample < count; ++sample) {
-        double const z = 1.0 - (2.0 * sample + 1.0) / count;
-        double const angle = 2.399963229728653 * sample;
-        double const radius = std::sqrt(1.0 - z * z);
-        float const x = static_cast<float>(radius * std::cos(angle));
-        float const y = static_cast<float>(radius * std::sin(angle));
-        samples.add({x, y, static_cast<float>(z)},
-                    {normalLength * x, normalLength * y, normalLength * static_cast<float>(z)});
-    }
-    return samples;
-}
 
 CVolTriangulationParams paramsOfDepth(int depth)
 {
@@ -142,7 +127,7 @@ TEST(VolumetricTriangulator, LogsInTheAgreedWordsAndOrder)
     RecordingLog log;
     CVolTriangulationParams params = paramsOfDepth(4);
     params.setDebugLog(&log);
-    reconstruct(sphere(400), params, 1);
+    reconstruct(spiralSphere(400), params, 1);
     auto next = log.lines.begin();
     for (char const * begin : {"Volumetric triangulation core started",
                                "Octree depth: 4",
@@ -175,7 +160,7 @@ TEST(VolumetricTriangulator, LogsInTheAgreedWordsAndOrder)
 TEST(VolumetricTriangulator, ReportsWhatItDidAndFound)
 {
     using Report = CReconstructionReport;
-    PointCloudSamples const samples = sphere(2000);
+    PointCloudSamples const samples = spiralSphere(2000);
     COctree const octree(&samples, 4, nullptr, true, -1);
     struct Case
     {
@@ -241,7 +226,7 @@ TEST(VolumetricTriangulator, ReportsWhatItDidAndFound)
 
 TEST(VolumetricTriangulator, ReportsHowFarAFailedRunCame)
 {
-    PointCloudSamples const samples = sphere(300, 0.0f);
+    PointCloudSamples const samples = spiralSphere(300, 0.0f);
     CVolTriangulationParams params = paramsOfDepth(4);
     for (char const * last : {"grad_div", "iso-surface"}) {
         params.setPrefferedSolver(last[0] == 'g' ? 7 : 1);
@@ -261,35 +246,29 @@ TEST(VolumetricTriangulator, ReportsHowFarAFailedRunCame)
 
 TEST(VolumetricTriangulator, PhasesFollowThreadsAndDensity)
 {
-    PointCloudSamples const samples = sphere(300);
+    PointCloudSamples const samples = spiralSphere(300);
     CVolTriangulationParams params = paramsOfDepth(4);
     params.setPhaseNameShown(true);
-    for (int threads : {1, 2}) {
-        for (bool variableDensity : {false, true}) {
-            ThreadNumber const number(threads);
-            PhaseRecorder progress;
-            MeshTarget target;
-            params.setVariableDensity(variableDensity);
-            CVolumetricTriangulator(&target, &samples, &params, &progress).run();
-            std::vector<std::string> expected = {"tree", "grad_basis"};
-            if (variableDensity)
-                expected.push_back("density weights");
-            expected.push_back("grad_div");
-            if (threads == 1)
-                expected.insert(expected.end(), {"right_part", "matrix"});
-            else
-                expected.push_back("matrix+right_part");
-            expected.insert(expected.end(), {"update right part", "solve", "iso-value", "iso-surface"});
-            EXPECT_THAT(progress.phases, ElementsAreArray(expected));
-            EXPECT_TRUE(progress.monotone);
-            EXPECT_NEAR(progress.getPosFloat(), 1.0, 1e-9);
-        }
-    }
+    auto const phasesOf = [&](int threads, bool variableDensity) {
+        ThreadNumber const number(threads);
+        PhaseRecorder progress;
+        MeshTarget target;
+        params.setVariableDensity(variableDensity);
+        CVolumetricTriangulator(&target, &samples, &params, &progress).run();
+        EXPECT_TRUE(progress.monotone);
+        EXPECT_NEAR(progress.getPosFloat(), 1.0, 1e-9);
+        return progress.phases;
+    };
+    EXPECT_THAT(phasesOf(1, true),
+                ElementsAre("tree", "grad_basis", "density weights", "grad_div", "right_part", "matrix",
+                            "update right part", "solve", "iso-value", "iso-surface"));
+    EXPECT_THAT(phasesOf(2, false), ElementsAre("tree", "grad_basis", "grad_div", "matrix+right_part",
+                                                "update right part", "solve", "iso-value", "iso-surface"));
 }
 
 TEST(VolumetricTriangulator, RefusesWhatItCannotReconstruct)
 {
-    PointCloudSamples const samples = sphere(300);
+    PointCloudSamples const samples = spiralSphere(300);
     std::string const depthText = "Incorrect tree depth detected in VolTr::COctree constructor";
     EXPECT_EQ(runFailure(samples, CVolTriangulationParams()), depthText);
     MeshTarget target;
@@ -308,7 +287,7 @@ TEST(VolumetricTriangulator, RefusesWhatItCannotReconstruct)
     RecordingLog log;
     params.setDebugLog(&log);
     EXPECT_THAT(runFailure(PointCloudSamples(), params), testing::StartsWith("triangulation: Failed to"));
-    runFailure(sphere(300, 0.0f), params);
+    runFailure(spiralSphere(300, 0.0f), params);
     EXPECT_EQ(log.lines.back(), "Failed to reconstruct iso-value surface");
     for (int solver : {-1, 5}) {
         params.setPrefferedSolver(solver);
@@ -317,107 +296,61 @@ TEST(VolumetricTriangulator, RefusesWhatItCannotReconstruct)
     }
 }
 
-TEST(VolumetricTriangulator, SurvivesCloudsThatHaveNoSurface)
-{
-    PointCloudSamples one;
-    one.add({1.0f, 2.0f, 3.0f}, {0.0f, 0.0f, 1.0f});
-    PointCloudSamples coincident = one;
-    for (int copy = 0; copy < 20; ++copy)
-        coincident.add({1.0f, 2.0f, 3.0f}, {0.0f, 1.0f, 0.0f});
-    PointCloudSamples brokenNormals = sphere(300);
-    brokenNormals.normals[5][0] = std::numeric_limits<float>::quiet_NaN();
-    PointCloudSamples infiniteNormals = sphere(300);
-    infiniteNormals.normals[5][0] = std::numeric_limits<float>::infinity();
-    for (PointCloudSamples const & samples :
-         {PointCloudSamples(), one, coincident, sphere(300, 0.0f), brokenNormals, infiniteNormals}) {
-        for (bool useCenter : {false, true}) {
-            for (int solver : {1, 3, 4}) {
-                for (float scale : {0.95f, 1.0f, 0.0f, -1.0f, std::numeric_limits<float>::quiet_NaN()}) {
-                    CVolTriangulationParams params = paramsOfDepth(3);
-                    params.setPrefferedSolver(solver);
-                    params.setUseCenter(useCenter);
-                    params.setKernelScaleFactor(scale);
-                    std::string const failure = runFailure(samples, params);
-                    EXPECT_THAT(failure,
-                                testing::AnyOf("none", "triangulation: Failed to solve linear system",
-                                               "triangulation: Failed to reconstruct iso-value surface"));
-                    if (samples.points.empty() || samples.normals[0] == std::array<float, 3>{}) {
-                        EXPECT_NE(failure, "none");
-                    }
-                }
-            }
-        }
-    }
-}
-
 TEST(VolumetricTriangulator, SameBitsForAnyThreadNumberAndInCompany)
 {
-    PointCloudSamples const samples = sphere(2500);
-    CVolTriangulationParams params = paramsOfDepth(5);
-    params.setEstimateResultNormals(true);
-    Mesh const expected = reconstruct(samples, params, 1);
-    for (int threads : {1, 2, 3, 8})
-        EXPECT_TRUE(reconstruct(samples, params, threads) == expected) << threads;
-    // Normals come on demand only, and change nothing else.
-    params.setEstimateResultNormals(false);
-    Mesh const plain = reconstruct(samples, params);
-    EXPECT_EQ(plain.triangles, expected.triangles);
-    EXPECT_EQ(plain.normals, std::vector<REmath::Point3D_d>(plain.vertices.size(), REmath::Point3D_d(0)));
-    params.setEstimateResultNormals(true);
+    PointCloudSamples const samples = spiralSphere(2500);
+    for (bool accelerated : {false, true}) {
+        CVolTriangulationParams params = paramsOfDepth(5);
+        params.setAccelerated(accelerated);
+        params.setEstimateResultNormals(true);
+        Mesh const expected = reconstruct(samples, params, 1);
+        ASSERT_FALSE(expected.triangles.empty());
+        for (int threads : {1, 2, 3, 8})
+            EXPECT_TRUE(reconstruct(samples, params, threads) == expected) << threads;
 
-    std::vector<MeshTarget> targets(10);
-    std::vector<std::thread> threads;
-    for (MeshTarget & target : targets) {
-        threads.emplace_back([&samples, &params, &target] {
-            CVolumetricTriangulator(&target, &samples, &params, nullptr).run();
-        });
-    }
-    for (std::thread & thread : threads)
-        thread.join();
-    for (MeshTarget const & target : targets)
-        EXPECT_TRUE(target.mesh() == expected);
-}
+        std::vector<MeshTarget> targets(10);
+        std::vector<std::thread> threads;
+        for (MeshTarget & target : targets) {
+            threads.emplace_back([&samples, &params, &target] {
+                CVolumetricTriangulator(&target, &samples, &params, nullptr).run();
+            });
+        }
+        for (std::thread & thread : threads)
+            thread.join();
+        for (MeshTarget const & target : targets)
+            EXPECT_TRUE(target.mesh() == expected);
 
-TEST(VolumetricTriangulator, SolversAgreeWhereTheyConverge)
-{
-    PointCloudSamples const samples = sphere(2000);
-    CVolTriangulationParams params = paramsOfDepth(4);
-    params.setReconstructFactor(8.0f); // chords and bisection then stay within 2e-4
-    Mesh const direct = reconstruct(samples, params);
-    for (int solver : {3, 4}) {
-        params.setPrefferedSolver(solver);
-        Mesh const other = reconstruct(samples, params);
-        qz_test::MeshDistance const distance(direct);
-        for (REmath::Point3D_d const & vertex : other.vertices)
-            EXPECT_LT(distance(vertex), 3e-4) << solver;
+        // Normals come on demand only, and change nothing else.
+        params.setEstimateResultNormals(false);
+        Mesh const plain = reconstruct(samples, params);
+        EXPECT_EQ(plain.triangles, expected.triangles);
+        EXPECT_EQ(plain.normals, std::vector<REmath::Point3D_d>(plain.vertices.size(), REmath::Point3D_d(0)));
     }
 }
 
 TEST(VolumetricTriangulator, InterruptionAtAnyMomentLeavesTheTargetConsistent)
 {
-    PointCloudSamples const samples = sphere(200);
-    CVolTriangulationParams params = paramsOfDepth(3);
-    for (int threads : {1, 2}) {
-        ThreadNumber const number(threads);
-        long operations = 0;
-        {
-            PhaseRecorder counter;
-            MeshTarget target;
-            CVolumetricTriangulator(&target, &samples, &params, &counter).run();
-            operations = counter.operations;
-        }
-        for (int moment = 0; moment < 200; ++moment) {
-            PhaseRecorder progress;
-            long const stopAt = operations * moment / 200;
-            progress.onOperation = [&progress, stopAt] {
-                if (progress.operations == stopAt + 1)
-                    progress.interrupt();
-            };
-            MeshTarget target;
-            EXPECT_THROW(CVolumetricTriangulator(&target, &samples, &params, &progress).run(),
-                         CUserIntrException)
-                << moment;
-            EXPECT_EQ(target.violation(), "");
+    PointCloudSamples const samples = spiralSphere(200);
+    CVolTriangulationParams params = paramsOfDepth(4);
+    for (bool accelerated : {false, true}) {
+        params.setAccelerated(accelerated);
+        for (int threads : {1, 2}) {
+            ThreadNumber const number(threads);
+            long moment = 1;
+            for (bool hasFinished = false; !hasFinished; moment = moment * 21 / 20 + 1) {
+                PhaseRecorder progress;
+                progress.onOperation = [&progress, moment] {
+                    if (progress.operations == moment)
+                        progress.interrupt();
+                };
+                MeshTarget target;
+                std::string const failure =
+                    failureOf([&] { CVolumetricTriangulator(&target, &samples, &params, &progress).run(); });
+                EXPECT_EQ(target.violation(), "");
+                hasFinished = failure == "none";
+                EXPECT_TRUE(hasFinished || failure == "user interruption") << failure;
+            }
+            EXPECT_GT(moment, 100);
         }
     }
 }
@@ -441,7 +374,7 @@ TEST(VolumetricTriangulator, ExceptionsOfTheCallerLeaveUnchanged)
             progress->interrupt();
         }
     };
-    PointCloudSamples const samples = sphere(600);
+    PointCloudSamples const samples = spiralSphere(600);
     CVolTriangulationParams params = paramsOfDepth(4);
     ThrowingTarget throwing;
     EXPECT_THROW(CVolumetricTriangulator(&throwing, &samples, &params, nullptr).run(), Thrown);

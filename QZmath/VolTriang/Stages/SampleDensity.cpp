@@ -53,29 +53,6 @@ double countAroundNode(IInputSamples const & samples, COctree const & octree, do
     return sum;
 }
 
-// The definition of the estimate.
-void estimateByNodes(IInputSamples const & samples, COctree const & octree, Basis const & basis, int depth,
-                     std::vector<float> & values)
-{
-    double const edge = octree.getCellSize(depth);
-    for (COctreeInBoxNodeIterator it(&octree, octree.getNodesBoundaryBox(), depth); !it.isFinished();
-         it.next()) {
-        int const node = it.currentNodeIndex();
-        double position[3];
-        octree.getNodePosition(node, position);
-        double const count = countAroundNode(samples, octree, position, edge);
-        if (count == 0.0)
-            continue;
-        CParallelepiped const support = getScaledFunctionCommonSupport(basis.makeFunctionByIndex(node));
-        for (CSamplePointsIteratorInBox sample(samples, octree, support, -1); !sample.isFinished();
-             sample.next()) {
-            if (isInside(support, *sample))
-                values[static_cast<std::size_t>(sample.currentSampleIndex())] +=
-                    static_cast<float>(basis.evalBasisValue(node, *sample) * count);
-        }
-    }
-}
-
 // Coordinates closer to each other than this may change sides by rounding.
 double roundingOf(COctree const & octree)
 {
@@ -142,7 +119,7 @@ public:
     std::vector<int> cells; // positions in the octree's cell index, cube after cube
 };
 
-// Gives the bits of `estimateByNodes`, cube by cube in the orders in which its walk over the nodes adds.
+// Gives the bits of `addDensityByNodes`, cube by cube in the orders in which its walk over the nodes adds.
 class DensityEstimator
 {
 public:
@@ -356,6 +333,28 @@ private:
 
 } // namespace
 
+void addDensityByNodes(IInputSamples const & samples, COctree const & octree, Basis const & basis, int depth,
+                       std::vector<float> & values)
+{
+    double const edge = octree.getCellSize(depth);
+    for (COctreeInBoxNodeIterator it(&octree, octree.getNodesBoundaryBox(), depth); !it.isFinished();
+         it.next()) {
+        int const node = it.currentNodeIndex();
+        double position[3];
+        octree.getNodePosition(node, position);
+        double const count = countAroundNode(samples, octree, position, edge);
+        if (count == 0.0)
+            continue;
+        CParallelepiped const support = getScaledFunctionCommonSupport(basis.makeFunctionByIndex(node));
+        for (CSamplePointsIteratorInBox sample(samples, octree, support, -1); !sample.isFinished();
+             sample.next()) {
+            if (isInside(support, *sample))
+                values[static_cast<std::size_t>(sample.currentSampleIndex())] +=
+                    static_cast<float>(basis.evalBasisValue(node, *sample) * count);
+        }
+    }
+}
+
 SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
                                     Basis const & basis, int estimationDepth, CProgressCounter * progress,
                                     VsUt::IDebugLog * log)
@@ -370,7 +369,7 @@ SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const
         estimator.spread(values, progress);
     } else {
         // All samples coincide, so far from the origin that rounding moves them out of their cells.
-        estimateByNodes(samples, octree, basis, estimationDepth, values);
+        addDensityByNodes(samples, octree, basis, estimationDepth, values);
     }
 
     logValues(log, "Weights normalized by factor", normalizeByLast(values));

@@ -25,6 +25,12 @@ struct SampleDensity
     float averageDensity = 0.0f;
 };
 
+/// The estimate by its definition: counts the samples around each node of a depth with trilinear weights,
+/// and adds the counts to `values` at the samples in the node's support, times the node's basis function.
+/// Each node visits its samples anew, so this is slow.
+void addDensityByNodes(IInputSamples const & samples, COctree const & octree, Basis const & basis, int depth,
+                       std::vector<float> & values);
+
 /// Counts the samples around each node of a depth with trilinear weights, and spreads the counts back to the
 /// samples with the node's basis function; the kernel is a single product. Linear in the samples.
 SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
