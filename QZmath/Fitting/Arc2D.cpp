@@ -12,7 +12,7 @@ bool CArc2D::m_bArcApprox = false;
 namespace
 {
 
-/// Twice the area of a triangle from which on it has a circumcircle.
+// Twice the area of a triangle from which on it has a circumcircle.
 constexpr double leastArea = 1e-10;
 
 struct Vector2
@@ -33,7 +33,7 @@ Vector2 startOf(CArc2D const & arc) { return {arc.m_startX, arc.m_startY}; }
 Vector2 endOf(CArc2D const & arc) { return {arc.m_endX, arc.m_endY}; }
 bool isStraight(CArc2D const & arc) { return arc.m_straight != 0; }
 
-/// Rounds to `float`; false when the result is not finite.
+// Rounds to `float`; false when the result is not finite.
 bool roundTo(Vector2 const & point, float & x, float & y)
 {
     x = static_cast<float>(point.x);
@@ -94,13 +94,13 @@ bool intersectCircles(CArc2D const & first, CArc2D const & second, Vector2 & poi
     return true;
 }
 
-/// Height over the line of a segment, times its length: positive on its left.
+// Height over the line of a segment, times its length: positive on its left.
 double scaledHeight(CArc2D const & segment, Vector2 const & point)
 {
     return cross(endOf(segment) - startOf(segment), point - startOf(segment));
 }
 
-/// Negative inside of the circle.
+// Negative inside of the circle.
 double power(CArc2D const & circle, Vector2 const & point)
 {
     Vector2 const offset = point - centerOf(circle);
@@ -115,7 +115,7 @@ double distanceMeasure(CArc2D const & element, Vector2 const & point)
     return std::abs(length(point - centerOf(element)) - static_cast<double>(element.m_radius));
 }
 
-/// What tells on which side of `element` its partner `other` lies.
+// What tells on which side of `element` its partner `other` lies.
 Vector2 referenceOf(CArc2D const & other, CArc2D const & element)
 {
     if (!isStraight(other))
@@ -125,17 +125,17 @@ Vector2 referenceOf(CArc2D const & other, CArc2D const & element)
     return endIsFarther ? endOf(other) : startOf(other);
 }
 
-/// Condition for the centre c of a circle of radius r through a point P to touch an element:
-/// normal·(c - P) = level + slope r.
-///
-/// For a segment it is the distance r of c from its line. For a circle with centre C and radius R it is the
-/// difference of |c - C|² = (R ± r)² and |c - P|² = r², from which the squares of c and r drop out.
+// Condition for the centre c of a circle of radius r through a point P to touch an element:
+// normal·(c - P) = level + slope r.
+//
+// For a segment it is the distance r of c from its line. For a circle with centre C and radius R it is the
+// difference of |c - C|² = (R ± r)² and |c - P|² = r², from which the squares of c and r drop out.
 struct Tangency
 {
     Vector2 normal;
     double level = 0;
     double slope = 0;
-    /// +1 on the left of a segment and outside of a circle, else -1.
+    // +1 on the left of a segment and outside of a circle, else -1.
     double side = 0;
 };
 
@@ -175,7 +175,7 @@ Vector2 touchPoint(CArc2D const & element, Tangency const & tangency, Vector2 co
            ownRadius / (ownRadius + tangency.side * radius) * (center - centerOf(element));
 }
 
-/// Centre of the circle through the origin, `a` and `b`, which have the cross product `area`.
+// Centre of the circle through the origin, `a` and `b`, which have the cross product `area`.
 Vector2 circumcenter(Vector2 const & a, Vector2 const & b, double area)
 {
     double const aa = dot(a, a);

@@ -14,9 +14,9 @@ namespace
 {
 
 constexpr double straightCosine = -1.0;
-/// A `float` constant: the double nearest to -0.7 would be a different limit.
+// A `float` constant: the double nearest to -0.7 would be a different limit.
 constexpr double leastCornerCosine = -0.7F;
-/// Marks as close as this compete, in a contour of more than `smallContour` points.
+// Marks as close as this compete, in a contour of more than `smallContour` points.
 constexpr std::size_t thinningReach = 5;
 constexpr std::size_t smallContour = 10;
 
@@ -25,7 +25,7 @@ double dotProduct(Point3D_d const & a, Point3D_d const & b)
     return a.x() * b.x() + a.y() * b.y() + a.z() * b.z();
 }
 
-/// The points of a contour under cyclic or bounded steps.
+// The points of a contour under cyclic or bounded steps.
 class TF_Contour
 {
 public:
@@ -39,8 +39,8 @@ public:
     std::size_t next(std::size_t i) const { return i + 1 == size() ? 0 : i + 1; }
     std::size_t previous(std::size_t i) const { return i == 0 ? size() - 1 : i - 1; }
 
-    /// Cosine of the opening angle at each point. False when a closed contour lies within the radius of a
-    /// point.
+    // Cosine of the opening angle at each point. False when a closed contour lies within the radius of a
+    // point.
     bool measure(std::vector<double> & cosines) const
     {
         cosines.assign(size(), straightCosine);
@@ -64,8 +64,8 @@ private:
         return length2 > 0 && std::isfinite(length2);
     }
 
-    /// The vector from point `i` to the first point in walking order that is farther than the radius. False
-    /// where the contour ends, or has come round, before.
+    // The vector from point `i` to the first point in walking order that is farther than the radius. False
+    // where the contour ends, or has come round, before.
     template <bool isForward>
     bool findChord(std::size_t i, Point3D_d & chord) const
     {
@@ -85,8 +85,8 @@ private:
     bool m_closed;
 };
 
-/// Leaves of marks that are too close together the sharper, or the later one. Clearing a mark makes no new
-/// pair, so what the scan has passed stays settled and one pass is enough.
+// Leaves of marks that are too close together the sharper, or the later one. Clearing a mark makes no new
+// pair, so what the scan has passed stays settled and one pass is enough.
 void thinMarks(TF_Contour const & contour, std::vector<double> const & cosines, std::vector<int> & marks)
 {
     std::size_t const size = contour.size();

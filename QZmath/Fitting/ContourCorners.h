@@ -6,11 +6,12 @@
 
 #include <vector>
 
-/// Corners of a polyline, and the pieces between them. A corner is a local maximum of the cosine of the
-/// opening angle, measured between two chords that are just longer than a given length, so that noise below
-/// this length makes no corner. In both functions `radius2` is the **square** of that length and is compared
-/// with squared distances, and a `closed` contour does not repeat its first point at its end. The `Point3D`
-/// forms copy the contour to `double` and share one computation. Pure functions; O(n k) for n points and k
+/// Corners of a polyline, and the pieces between them. At each point the contour opens by the angle between
+/// two chords, one forwards and one backwards, that are just longer than a given length: a corner is where
+/// this angle is smallest, and what is smaller than the length, like noise, makes none. `radius2` is the
+/// **square** of the length. A `closed` contour ends before its first point would come again.
+///
+/// Both forms compute in `double`, the `Point3D` one on a copy. Pure functions; O(n k) for n points with k
 /// points per chord.
 
 /// Sets `marks` to one entry per point, 1 at a corner and 0 elsewhere.

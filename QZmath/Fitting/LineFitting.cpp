@@ -34,8 +34,8 @@ Point3D_d wide(Point const & point)
     return {point.asArray()};
 }
 
-/// Direction of the largest eigenvalue of the symmetric matrix with the elements xx, xy, yy, xz, yz, zz; the
-/// first one of equal eigenvalues. False when there is no positive eigenvalue.
+// Direction of the largest eigenvalue of the symmetric matrix with the elements xx, xy, yy, xz, yz, zz; the
+// first one of equal eigenvalues. False when there is no positive eigenvalue.
 bool principalAxis(std::array<double, 6> const & elements, Point3D_d & axis)
 {
     auto const [xx, xy, yy, xz, yz, zz] = elements;
@@ -73,9 +73,8 @@ bool lineThroughTwo(Point3D_d const & first, Point3D_d const & second, Point3D_d
     return isFinite(origin) && isFinite(direction) && dot(direction, direction) > 0;
 }
 
-//// Fits the line to points with weights, or all alike with null ones. `origin` is input when the line is to
-/// go
-/// through it.
+//// Fits the line to points with weights, or to all alike with null ones. With `throughOrigin` the line goes
+// through `origin` as it comes in.
 template <class Point>
 bool fitLine(std::vector<Point> const & points, double const * weights, bool throughOrigin,
              Point3D_d & origin, Point3D_d & direction)
@@ -91,7 +90,7 @@ bool fitLine(std::vector<Point> const & points, double const * weights, bool thr
            isFinite(origin);
 }
 
-/// Line for the robust solver, free or through a fixed point.
+// Line for the robust solver, free or through a fixed point.
 template <class Point>
 class RobustLinearFit : public WeightedFitTask
 {

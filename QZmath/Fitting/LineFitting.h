@@ -31,8 +31,9 @@ QZMATH_API bool FitLineToPointSetRobust(std::vector<REmath::Point3D_d> const & p
 QZMATH_API bool FitLineToPointSetRobust(std::vector<REmath::Point3D> const & points,
                                         REmath::Point3D_d & origin, REmath::Point3D_d & direction);
 
-/// The same among the lines through `fixedPoint`, which need not be one of the points. `direction` is also
-/// then the principal axis when there are just two points. False when all points coincide with `fixedPoint`.
+/// Robust line among those through `fixedPoint`, which need not be one of the points. `direction` is the
+/// principal axis about it, also when there are just two points. False when all points coincide with
+/// `fixedPoint`.
 QZMATH_API bool FitLineToPointSetThroughPointRobust(std::vector<REmath::Point3D_d> const & points,
                                                     REmath::Point3D_d const & fixedPoint,
                                                     REmath::Point3D_d & direction);

@@ -23,7 +23,7 @@ double squaredDiagonal(CMinMaxTask const & task)
     return dotProduct(diagonal, diagonal);
 }
 
-/// A point with the values of all functions there.
+// A point with the values of all functions there.
 struct Evaluation
 {
     Evaluation(CMinMaxTask const & task, Point3D_d const & at)
@@ -47,7 +47,7 @@ struct Evaluation
     Point3D_d point;
     std::vector<double> values;
     double minimum;
-    bool isProper; ///< the point is finite and every function has a value there
+    bool isProper; // the point is finite and every function has a value there
 };
 
 } // namespace
@@ -88,7 +88,7 @@ private:
                 (f(Point3D_d(p.x(), p.y(), p.z() + m_delta)) - value) / m_delta};
     }
 
-    /// The first gradient that is not nearly zero, in order of rising values; false when there is none.
+    // The first gradient that is not nearly zero, in order of rising values; false when there is none.
     bool findDirection(Evaluation const & at, std::vector<std::size_t> & order, Point3D_d & direction) const
     {
         std::iota(order.begin(), order.end(), std::size_t{0});
@@ -106,7 +106,7 @@ private:
         return false;
     }
 
-    /// The greatest multiple of the direction to try.
+    // The greatest multiple of the direction to try.
     double stepLimit(Evaluation const & at, Point3D_d const & direction) const
     {
         double const length2 = dotProduct(direction, direction);
@@ -130,7 +130,7 @@ private:
         return limit;
     }
 
-    /// Moves `current` to a better point on its direction, if one is found. `attempt` is room for the search.
+    // Moves `current` to a better point on its direction, if one is found. `attempt` is room for the search.
     void makeStep(Evaluation & current, Evaluation & attempt, std::vector<std::size_t> & order) const
     {
         Point3D_d direction;

@@ -20,7 +20,7 @@ namespace
 
 double reciprocal(std::uint64_t count) { return count == 0 ? 0 : 1 / static_cast<double>(count); }
 
-/// Adds `sign` times the vectors, each product taken in `float`.
+// Adds `sign` times the vectors, each product taken in `float`.
 void addTo(Point3D_d & sum, ICoord3DRefs const & vectors, int sign)
 {
     auto const factor = static_cast<float>(sign);
@@ -29,9 +29,9 @@ void addTo(Point3D_d & sum, ICoord3DRefs const & vectors, int sign)
         sum += Detail::widen(Point3D(vectors.getPointCoords(i)) * factor);
 }
 
-/// The scatter matrix moves with the mean when points come or go: with d from the old mean to the new one,
-/// the points that stay contribute n d d^T for their number n. Coming ones are taken about the new mean,
-/// going ones about the old (T. F. Chan, G. H. Golub, R. J. LeVeque, 1983).
+// The scatter matrix moves with the mean when points come or go: with d from the old mean to the new one,
+// the points that stay contribute n d d^T for their number n. Coming ones are taken about the new mean,
+// going ones about the old (T. F. Chan, G. H. Golub, R. J. LeVeque, 1983).
 class CPlaneAppoximatorCovMatrBase : public IPlaneAppoximator
 {
 public:

@@ -19,7 +19,7 @@ namespace
 constexpr double pi = 3.14159265358979323846;
 constexpr int autoSteps = 120;
 
-/// Least and greatest of the values put in; NaN changes neither.
+// Least and greatest of the values put in; NaN changes neither.
 class Range
 {
 public:
@@ -49,9 +49,9 @@ struct PlanePoint
     double v = 0;
 };
 
-/// Convex polygon between points of a set that are extreme in directions all around, to tell the points deep
-/// inside of the set from those that may lie on its convex hull (S. G. Akl and G. T. Toussaint, A fast convex
-/// hull algorithm, 1978).
+// Convex polygon between points of a set that are extreme in directions all around, to tell the points deep
+// inside of the set from those that may lie on its convex hull (S. G. Akl and G. T. Toussaint, A fast convex
+// hull algorithm, 1978).
 class InnerPolygon
 {
 public:
@@ -64,7 +64,7 @@ public:
         }
     }
 
-    /// `size` bounds the coordinates in space, which give the rounding of those in the plane.
+    // `size` bounds the coordinates in space, which give the rounding of those in the plane.
     void add(PlanePoint const & point, double size)
     {
         for (std::size_t i = 0; i < directionCount; ++i) {
@@ -77,7 +77,7 @@ public:
         m_size = std::max(m_size, size);
     }
 
-    /// To be called between the last `add` and the first `contains`.
+    // To be called between the last `add` and the first `contains`.
     void close()
     {
         for (std::size_t i = 0; i < directionCount; ++i) {
@@ -93,7 +93,7 @@ public:
         m_margin = 1e-12 * m_size;
     }
 
-    /// Whether the point lies inside, farther from the boundary than by rounding. False for NaN.
+    // Whether the point lies inside, farther from the boundary than by rounding. False for NaN.
     bool contains(PlanePoint const & point) const
     {
         for (std::size_t i = 0; i < m_edgeCount; ++i) {
@@ -124,7 +124,7 @@ private:
     double m_margin = 0;
 };
 
-/// The points that can be the farthest of all in some direction of the plane of e1 and e2, in their order.
+// The points that can be the farthest of all in some direction of the plane of e1 and e2, in their order.
 std::vector<Point3D_d> pointsOfBoundary(ICoord3DRefs const & refs, Point3D_d const & e1, Point3D_d const & e2)
 {
     int const count = refs.getPointsNumber();

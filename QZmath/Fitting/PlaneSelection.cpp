@@ -24,17 +24,17 @@ namespace
 
 constexpr double halfPi = 1.5707963267948966;
 constexpr int limitSteps = 120;
-/// What a least eigenvalue and a least energy must stay below.
+// What a least eigenvalue and a least energy must stay below.
 constexpr double greatestEnergy = 1e100;
 
-/// Center and normal, the latter before it is turned to the viewer.
+// Center and normal, the latter before it is turned to the viewer.
 struct Plane
 {
     Point3D_d center;
     Point3D_d normal;
 };
 
-/// The product is taken in `float`, the precision of the view.
+// The product is taken in `float`, the precision of the view.
 void turnTo(Point3D const & viewDir, Point3D_d & normal)
 {
     Point3D const rounded = normal.asArray();
@@ -67,7 +67,7 @@ bool freePlane(PointScatter const & scatter, Plane & plane)
     return true;
 }
 
-/// The scatter matrix in the frame of (U, V, `axis`).
+// The scatter matrix in the frame of (U, V, `axis`).
 struct AxisFrame
 {
     AxisFrame(std::array<double, 6> const & elements, Point3D_d const & axis)
@@ -110,8 +110,8 @@ Point3D_d normalThroughLine(PointScatter const & scatter, Point3D_d const & fixe
     return frame.vectors[0] * std::cos(phi) + frame.vectors[1] * std::sin(phi);
 }
 
-/// Sum of squared heights over the planes through the centroid whose normal makes a fixed angle with an axis,
-/// as a function of the place of the normal on that cone.
+// Sum of squared heights over the planes through the centroid whose normal makes a fixed angle with an axis,
+// as a function of the place of the normal on that cone.
 class ConeEnergy
 {
 public:
@@ -150,7 +150,7 @@ private:
     double m_cosine;
 };
 
-/// The energy has at most four extrema; each sign change of its derivative along the cone brackets one.
+// The energy has at most four extrema; each sign change of its derivative along the cone brackets one.
 bool normalAtAngle(PointScatter const & scatter, Point3D_d const & fixedDir, double angle, Point3D_d & normal)
 {
     constexpr double step = 0.06283185307179587;

@@ -8,17 +8,17 @@
 namespace
 {
 
-/// Positions closer than this are not told apart.
+// Positions closer than this are not told apart.
 constexpr double margin = 0.01;
 
-/// Whether `middle` comes after `first` and before `last` on the way upwards round the circle.
+// Whether `middle` comes after `first` and before `last` on the way upwards round the circle.
 bool isBetween(double first, double middle, double last)
 {
     bool const isAfter = middle > first + margin, isBefore = middle < last - margin;
     return first < last ? isAfter && isBefore : isAfter || isBefore;
 }
 
-/// A list of positions read cyclically, with a sorted copy that answers the votes in O(log n).
+// A list of positions read cyclically, with a sorted copy that answers the votes in O(log n).
 class TF_CircleOrder
 {
 public:
@@ -28,7 +28,7 @@ public:
         std::sort(m_sorted.begin(), m_sorted.end());
     }
 
-    /// Whether the step from value `i` to the next has the sense asked for.
+    // Whether the step from value `i` to the next has the sense asked for.
     bool isRight(std::size_t i) const
     {
         float const from = m_values[i], to = m_values[next(i)];
@@ -49,7 +49,7 @@ public:
         return m_direction > 0 ? vote > 0 : vote < 0;
     }
 
-    /// Repairs the surroundings of value `i`, from which a wrong step leads; false when that cannot be done.
+    // Repairs the surroundings of value `i`, from which a wrong step leads; false when that cannot be done.
     bool repair(std::size_t i)
     {
         std::size_t start = i, end = i, steps = 0;
@@ -71,8 +71,8 @@ private:
     std::size_t previous(std::size_t i) const { return i == 0 ? m_values.size() - 1 : i - 1; }
     double value(std::size_t i) const { return static_cast<double>(m_values[i]); }
 
-    /// Whether value `i` comes between the ends of the window in the sense asked for. Then it is not the one
-    /// that stands in the wrong place.
+    // Whether value `i` comes between the ends of the window in the sense asked for. Then it is not the one
+    // that stands in the wrong place.
     bool isInOrder(std::size_t start, std::size_t i, std::size_t end) const
     {
         double first = value(start), last = value(end);
@@ -81,7 +81,7 @@ private:
         return isBetween(first, value(i), last);
     }
 
-    /// Spreads new values between the ends of the window, which has at least one value inside.
+    // Spreads new values between the ends of the window, which has at least one value inside.
     bool fill(std::size_t start, std::size_t end)
     {
         double span = m_direction * (value(end) - value(start));
@@ -99,7 +99,7 @@ private:
         return true;
     }
 
-    /// Keeps the sorted copy in step.
+    // Keeps the sorted copy in step.
     void replace(float & value, float replacement)
     {
         m_sorted.erase(std::lower_bound(m_sorted.begin(), m_sorted.end(), value));

@@ -3,6 +3,7 @@
 
 #include <QZmath/Fitting/Polyline/CurveForm.h>
 #include <QZmath/Fitting/Polyline/FrameAndJoint.h>
+#include <QZmath/Foundation/IndexDetail.h>
 
 #include <algorithm>
 #include <cmath>
@@ -12,13 +13,12 @@ using PolylineDetail::CurveForm;
 using PolylineDetail::perpendicularInPlane;
 using PolylineDetail::zeroTolerance;
 using REmath::Point3D_d;
+using REmath::Detail::index;
 
 namespace
 {
 
 constexpr int nothingToFit = 9;
-
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
 
 template <class T>
 auto at(std::vector<T> & values, int i)
@@ -26,8 +26,8 @@ auto at(std::vector<T> & values, int i)
     return values.begin() + i;
 }
 
-/// Moves the first `stride` values to the end, or the last ones to the front; all of them, which changes
-/// nothing, if there are no more than that.
+// Moves the first `stride` values to the end, or the last ones to the front; all of them, which changes
+// nothing, if there are no more than that.
 template <class T>
 void shiftCyclically(std::vector<T> & values, int stride, bool isForward)
 {
@@ -212,7 +212,7 @@ bool CPolylineFitCurve::isNurbs(int segment) const
     return m_curveTypes[index(segment)] == PolylineCurveNurbs;
 }
 
-/// The segment in front of a boundary that is not the first end of an open polyline.
+// The segment in front of a boundary that is not the first end of an open polyline.
 int CPolylineFitCurve::segmentBefore(int boundary) const
 {
     return boundary == 0 ? segmentCount() - 1 : boundary - 1;

@@ -4,6 +4,7 @@
 #include <QZmath/Fitting/Polyline/CurveForm.h>
 #include <QZmath/Fitting/Polyline/FrameAndJoint.h>
 #include <QZmath/Fitting/PolylineFitCurve.h>
+#include <QZmath/Foundation/IndexDetail.h>
 
 #include <algorithm>
 #include <cmath>
@@ -19,15 +20,14 @@ using PolylineDetail::perpendicularInPlane;
 using PolylineDetail::projectToCurve;
 using PolylineDetail::zeroTolerance;
 using REmath::Point3D_d;
+using REmath::Detail::index;
 
 namespace
 {
 
 constexpr double failed = -1; // in place of a mean distance
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
-
-/// Stores a model, and gives its mean distance from the points; fails if either is not finite.
+// Stores a model, and gives its mean distance from the points; fails if either is not finite.
 template <class Distance>
 double acceptModel(CurveForm const & form, std::vector<Point3D_d> const & points, Distance const & distance,
                    double * params)
@@ -186,7 +186,7 @@ void CPolylineFitCurve::defineNurbsBndCondParams()
     }
 }
 
-/// Sets the boundary in front of `nextSegment`. A joint with a segment that has no points stays as it is.
+// Sets the boundary in front of `nextSegment`. A joint with a segment that has no points stays as it is.
 void CPolylineFitCurve::defineBndParamsBetweenSegments(int segment, int nextSegment)
 {
     if (m_segments[index(segment)].empty() || m_segments[index(nextSegment)].empty())
@@ -225,8 +225,8 @@ void CPolylineFitCurve::makeInitialApproxFotBndCond(int boundary, int type)
     condition[3] = normal.y();
 }
 
-/// The normals of two neighbours at their common boundary; neither may be without points. A free curve behind
-/// the joint gets its normal from the chords at the start of the segment in front.
+// The normals of two neighbours at their common boundary; neither may be without points. A free curve behind
+// the joint gets its normal from the chords at the start of the segment in front.
 CPolylineFitCurve::JointSides CPolylineFitCurve::jointSides(int segment, int nextSegment) const
 {
     Points const & before = m_segments[index(segment)];
@@ -236,7 +236,7 @@ CPolylineFitCurve::JointSides CPolylineFitCurve::jointSides(int segment, int nex
                                  : formOf(nextSegment).normalAt(m_segments[index(nextSegment)].front())};
 }
 
-/// The point on the first of the two curves that is not free; the point itself between two free curves.
+// The point on the first of the two curves that is not free; the point itself between two free curves.
 Point3D_d CPolylineFitCurve::projectToJoint(int segment, int nextSegment, Point3D_d const & point) const
 {
     for (int const k : {segment, nextSegment}) {

@@ -2,6 +2,7 @@
 #include <QZmath/Fitting/Polyline/Constraints.h>
 #include <QZmath/Fitting/Polyline/CurveForm.h>
 #include <QZmath/Fitting/PolylineFitCurve.h>
+#include <QZmath/Foundation/IndexDetail.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,18 +14,17 @@
 using PolylineDetail::CurveForm;
 using REmath::Matrix;
 using REmath::Point3D_d;
+using REmath::Detail::index;
 
 namespace
 {
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
-
-/// Values per boundary of a type.
+// Values per boundary of a type.
 int boundaryUnknowns(int type) { return type == BndCondPointDir ? 4 : 2; }
 
 double square(double x) { return x * x; }
 
-/// Appends rows to a matrix of constraints, which has a column per unknown and one for the value.
+// Appends rows to a matrix of constraints, which has a column per unknown and one for the value.
 class ConstraintRows
 {
 public:
@@ -41,7 +41,7 @@ public:
         double * target = row() + column;
         ((*target++ = coefficients), ...);
     }
-    /// Holds unknowns as they are, one row for each.
+    // Holds unknowns as they are, one row for each.
     void hold(int column, int count)
     {
         for (int i = 0; i < count; ++i) {
@@ -75,7 +75,7 @@ int CPolylineFitCurve::getParamIndexBySegmentNumber(int segment) const
     return 4 * (segment - static_cast<int>(free));
 }
 
-/// Whether the boundary ties nothing in the fit.
+// Whether the boundary ties nothing in the fit.
 bool CPolylineFitCurve::isBndCondFree(int boundary) const
 {
     if (m_bndCondTypes[index(boundary)] == BndCondFree)
@@ -84,14 +84,14 @@ bool CPolylineFitCurve::isBndCondFree(int boundary) const
     return (!isFirstEnd && isNurbs(segmentBefore(boundary))) || (hasSegment(boundary) && isNurbs(boundary));
 }
 
-/// Whether the boundary is an end of an open polyline.
+// Whether the boundary is an end of an open polyline.
 bool CPolylineFitCurve::isBndCondFixed(int boundary) const
 {
     return boundaryCount() > 0 && !m_closed && (boundary == 0 || boundary == boundaryCount() - 1);
 }
 
-/// Per segment that is not a free curve, a 4 by 4 block, side by side: the mean of w w^T over its points,
-/// with w = (x² + y², x, y, 1), so that (A, B, C, D) block (A, B, C, D)^T is the mean squared distance.
+// Per segment that is not a free curve, a 4 by 4 block, side by side: the mean of w w^T over its points,
+// with w = (x² + y², x, y, 1), so that (A, B, C, D) block (A, B, C, D)^T is the mean squared distance.
 void CPolylineFitCurve::MakePointsMatrix(Matrix & points) const
 {
     points.resize(4, getParamIndexBySegmentNumber(segmentCount()));
@@ -116,9 +116,9 @@ void CPolylineFitCurve::MakePointsMatrix(Matrix & points) const
     }
 }
 
-/// Root of the mean squared distance of all fitted points plus the squares of what the ties are off, each tie
-/// in full. Boundary 0 ties segment 0 twice, also in a closed polyline: its neighbour before is clamped, here
-/// and in the constraints.
+// Root of the mean squared distance of all fitted points plus the squares of what the ties are off, each tie
+// in full. Boundary 0 ties segment 0 twice, also in a closed polyline: its neighbour before is clamped, here
+// and in the constraints.
 double CPolylineFitCurve::getResiduals(std::vector<double> const & p, int bndStart) const
 {
     double sum = 0;
@@ -153,8 +153,8 @@ double CPolylineFitCurve::getResiduals(std::vector<double> const & p, int bndSta
     return std::sqrt(sum);
 }
 
-/// One row per constraint: its gradient by p, and in the last column its value at p. Norms and straightness
-/// of the curves first, then boundary by boundary.
+// One row per constraint: its gradient by p, and in the last column its value at p. Norms and straightness
+// of the curves first, then boundary by boundary.
 void CPolylineFitCurve::MakeConstrMatrix(int bndStart, std::vector<double> const & p,
                                          Matrix & constraints) const
 {
@@ -197,8 +197,8 @@ void CPolylineFitCurve::MakeConstrMatrix(int bndStart, std::vector<double> const
     constraints = rows.matrix();
 }
 
-/// The changes of p that meet the constraints to first order, and the normal equations for the best of them.
-/// Gives the number of unknowns left; without any there are no equations.
+// The changes of p that meet the constraints to first order, and the normal equations for the best of them.
+// Gives the number of unknowns left; without any there are no equations.
 int CPolylineFitCurve::formMatrix(int bndStart, std::vector<double> const & p, Matrix const & points,
                                   Matrix & freedom, Matrix & normal, Matrix & rightSide) const
 {
@@ -211,8 +211,8 @@ int CPolylineFitCurve::formMatrix(int bndStart, std::vector<double> const & p, M
     return unknowns;
 }
 
-/// Levenberg-Marquardt steps in the space that the linearised constraints leave. The damping only grows, so
-/// that late steps do little but to restore the constraints.
+// Levenberg-Marquardt steps in the space that the linearised constraints leave. The damping only grows, so
+// that late steps do little but to restore the constraints.
 void CPolylineFitCurve::fitPolylineSegments()
 {
     std::vector<double> p;

@@ -14,12 +14,12 @@ using REmath::Point3D_d;
 namespace
 {
 
-/// The smoothing pass, with its temporary. `Value` is a number or a point.
+// The smoothing pass, with its temporary. `Value` is a number or a point.
 template <class Value>
 class TF_SmoothingPass
 {
 public:
-    /// The second step is left out for a `counterWeight` of 0.
+    // The second step is left out for a `counterWeight` of 0.
     TF_SmoothingPass(double weight, double counterWeight, bool closed)
         : m_weight(weight), m_counterWeight(counterWeight), m_closed(closed)
     {}
@@ -55,7 +55,7 @@ private:
                 mix(wide(own.z()), a, b, wide(left.z()), wide(right.z()))};
     }
 
-    /// Moves every value by `weight` towards the middle of its neighbours; the ends of an open sequence stay.
+    // Moves every value by `weight` towards the middle of its neighbours; the ends of an open sequence stay.
     void step(double weight, Value const * from, Value * to, std::size_t size) const
     {
         double const a = 1 - weight, b = weight / 2;
@@ -78,8 +78,8 @@ private:
     std::vector<Value> m_smoothed;
 };
 
-/// The list of fixed points as positions of the sequence, of which a closed polyline has one less than
-/// points: the two indices of its common point count once. False when an index is out of range.
+// The list of fixed points as positions of the sequence, of which a closed polyline has one less than
+// points: the two indices of its common point count once. False when an index is out of range.
 bool readFixedPoints(CPolylineSmoothParams const & params, std::size_t pointCount,
                      std::vector<std::size_t> & fixed)
 {

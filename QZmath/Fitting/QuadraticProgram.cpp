@@ -2,11 +2,14 @@
 #include <QZmath/Fitting/QuadraticProgram.h>
 
 #include <QZmath/Fitting/ActiveSet/DualActiveSet.h>
+#include <QZmath/Foundation/IndexDetail.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <limits>
+
+using REmath::Detail::index;
 
 namespace
 {
@@ -22,7 +25,7 @@ enum Status
     WorkSpaceTooSmall = 6
 };
 
-/// Places in the list of arguments, from 1.
+// Places in the list of arguments, from 1.
 enum Argument
 {
     ArgN = 1,
@@ -43,10 +46,10 @@ enum Argument
 };
 
 constexpr double largestTolerance = 0.01;
-/// Keeps the sizes of the work space within an `int`.
+// Keeps the sizes of the work space within an `int`.
 constexpr int largestSize = 20000;
 
-/// The greatest power of 2 that vanishes when it is added to 1.
+// The greatest power of 2 that vanishes when it is added to 1.
 double machinePrecision()
 {
     double epsilon = 1.0;
@@ -70,7 +73,7 @@ bool hasNan(double const * vector, std::size_t size)
     return std::any_of(vector, vector + size, [](double value) { return std::isnan(value); });
 }
 
-/// The greatest violation of a constraint or bound by `x`.
+// The greatest violation of a constraint or bound by `x`.
 double greatestViolation(QuadraticProgramView const & program, double noBound, double const * x)
 {
     double worst = 0;
@@ -102,7 +105,7 @@ double objective(QuadraticProgramView const & program, double const * x)
     return sum;
 }
 
-/// Fills `copy`, without gaps, with the mean of the matrix and its transpose.
+// Fills `copy`, without gaps, with the mean of the matrix and its transpose.
 void symmetrize(double const * matrix, std::size_t size, std::size_t leading, double * copy)
 {
     for (std::size_t j = 0; j < size; ++j) {
@@ -111,7 +114,7 @@ void symmetrize(double const * matrix, std::size_t size, std::size_t leading, do
     }
 }
 
-/// The first null pointer among the arguments that are needed, or 0. `m` is the number of rows.
+// The first null pointer among the arguments that are needed, or 0. `m` is the number of rows.
 template <class... Pointer>
 int firstNull(Pointer... arguments)
 {
@@ -152,7 +155,7 @@ void QLPoptimize(int * n, int * m, int * me, int * ldh, int * lda, int * maxIter
     if (*m < 0 || *m > largestSize * largestSize)
         return finish(BadArgument, ArgM);
 
-    auto const size = static_cast<std::size_t>(*n), rows = static_cast<std::size_t>(*m);
+    auto const size = index(*n), rows = index(*m);
     std::size_t const numbers = size * size + CDualActiveSet::numbersNeeded(size, rows);
     std::size_t const integers = CDualActiveSet::integersNeeded(size, rows);
     if (numbers > static_cast<std::size_t>(std::numeric_limits<int>::max()))
@@ -168,11 +171,11 @@ void QLPoptimize(int * n, int * m, int * me, int * ldh, int * lda, int * maxIter
         return finish(BadArgument, ArgLdh);
     if (*lda < std::max(1, *m))
         return finish(BadArgument, ArgLda);
-    if (!isFinite(h, size, size, static_cast<std::size_t>(*ldh)))
+    if (!isFinite(h, size, size, index(*ldh)))
         return finish(BadArgument, ArgH);
     if (!isFinite(c, size, 1, size))
         return finish(BadArgument, ArgC);
-    if (!isFinite(a, rows, size, static_cast<std::size_t>(*lda)))
+    if (!isFinite(a, rows, size, index(*lda)))
         return finish(BadArgument, ArgA);
     if (!isFinite(b, rows, 1, rows))
         return finish(BadArgument, ArgB);
@@ -184,9 +187,9 @@ void QLPoptimize(int * n, int * m, int * me, int * ldh, int * lda, int * maxIter
         return finish(BadArgument, ArgX);
     if (std::isnan(*tol))
         return finish(BadArgument, ArgTol);
-    if (*lwork < 0 || static_cast<std::size_t>(*lwork) < numbers)
+    if (*lwork < 0 || index(*lwork) < numbers)
         return finish(WorkSpaceTooSmall, ArgLwork);
-    if (*liwork < 0 || static_cast<std::size_t>(*liwork) < integers)
+    if (*liwork < 0 || index(*liwork) < integers)
         return finish(WorkSpaceTooSmall, ArgLiwork);
 
     double const epsilon = machinePrecision();
@@ -196,7 +199,7 @@ void QLPoptimize(int * n, int * m, int * me, int * ldh, int * lda, int * maxIter
         *maxIter > 0
             ? *maxIter
             : static_cast<int>(std::min<std::size_t>(40 * (size + rows), std::numeric_limits<int>::max()));
-    symmetrize(h, size, static_cast<std::size_t>(*ldh), work);
+    symmetrize(h, size, index(*ldh), work);
     QuadraticProgramView program = {*n, *m, *me, work, c, a, *lda, b, xl, xu};
     CDualActiveSet solver(program, tolerance, epsilon, work + size * size, iwork);
     CDualActiveSet::Result result = solver.solve(x, *warm == 1 ? activeSet : nullptr, limit);
@@ -204,8 +207,8 @@ void QLPoptimize(int * n, int * m, int * me, int * ldh, int * lda, int * maxIter
         return finish(NotConvex, 0);
     *iterations = solver.iterations();
     if (result == CDualActiveSet::Result::Unbounded) {
-        // Far out on the ray, rounding hides small contradictions: look for the feasible point next to the
-        // start.
+        // Far out on the ray, rounding hides small contradictions: look for the feasible point that is next
+        // to the start.
         std::fill_n(work, size * size, 0.0);
         std::fill_n(zl, size, 0.0);
         program.gradient = zl;
@@ -214,7 +217,7 @@ void QLPoptimize(int * n, int * m, int * me, int * ldh, int * lda, int * maxIter
         *iterations += solver.iterations();
         if (nearest != CDualActiveSet::Result::Solved)
             result = nearest;
-        symmetrize(h, size, static_cast<std::size_t>(*ldh), work);
+        symmetrize(h, size, index(*ldh), work);
         program.gradient = c;
     }
     std::copy_n(solver.x(), size, x);

@@ -18,7 +18,8 @@ public:
     /// its distance from the model, never negative. The vector comes in the right size. Gives 0, or a code of
     /// the task's own when there is no fit.
     virtual int fitInitial(std::vector<double> & residuals) = 0;
-    /// The same with the weights of the samples, each from 0 to 1. All of them can be 0.
+    /// Fits again, with a weight from 0 to 1 for each sample, and fills and gives what `fitInitial` does. All
+    /// weights can be 0.
     virtual int fitWeighted(std::vector<double> const & weights, std::vector<double> & residuals) = 0;
     /// Puts the present parameters into `parameters`, whose size it sets.
     virtual void storeParameters(std::vector<double> & parameters) = 0;

@@ -20,15 +20,15 @@ double intervalTolerance(int digits)
     return tolerance;
 }
 
-/// A point and the function there.
+// A point and the function there.
 struct Sample
 {
     double x = 0;
     double f = 0;
 };
 
-/// Step from b as a fraction p / q with p >= 0: the secant through b and a, when a and c are the same point,
-/// and else the zero of the quadratic x(f) through the three points.
+// Step from b as a fraction p / q with p >= 0: the secant through b and a, when a and c are the same point,
+// and else the zero of the quadratic x(f) through the three points.
 struct Interpolation
 {
     Interpolation(Sample const & a, Sample const & b, Sample const & c, double halfInterval)

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Foundation/GaussJordan.h>
+#include <QZmath/Foundation/IndexDetail.h>
 
 #include <array>
 #include <cmath>
 #include <cstddef>
 #include <utility>
+
+using REmath::Detail::index;
 
 namespace
 {
@@ -17,16 +20,16 @@ struct Place
     int col = -1;
 };
 
-/// Largest element in the rows and columns that have not given a pivot yet; no place when all are NaN.
+// Largest element in the rows and columns that have not given a pivot yet; no place when all are NaN.
 Place findPivot(double const * const * a, int n, std::array<bool, largestSize> const & isDone)
 {
     Place pivot;
     double largest = 0;
     for (int row = 0; row < n; ++row) {
-        if (isDone[static_cast<std::size_t>(row)])
+        if (isDone[index(row)])
             continue;
         for (int col = 0; col < n; ++col) {
-            if (!isDone[static_cast<std::size_t>(col)] && std::abs(a[row][col]) >= largest) {
+            if (!isDone[index(col)] && std::abs(a[row][col]) >= largest) {
                 largest = std::abs(a[row][col]);
                 pivot = {row, col};
             }
@@ -60,8 +63,8 @@ int gaussj(double ** a, int n, double ** b, int m)
         Place const pivot = findPivot(a, n, isDone);
         if (pivot.row < 0)
             return 0;
-        isDone[static_cast<std::size_t>(pivot.col)] = true;
-        pivots[static_cast<std::size_t>(step)] = pivot;
+        isDone[index(pivot.col)] = true;
+        pivots[index(step)] = pivot;
         if (pivot.row != pivot.col) {
             for (int col = 0; col < n; ++col)
                 std::swap(a[pivot.row][col], a[pivot.col][col]);
@@ -88,7 +91,7 @@ int gaussj(double ** a, int n, double ** b, int m)
         }
     }
     for (int step = n - 1; step >= 0; --step) {
-        Place const pivot = pivots[static_cast<std::size_t>(step)];
+        Place const pivot = pivots[index(step)];
         if (pivot.row == pivot.col)
             continue;
         for (int row = 0; row < n; ++row)

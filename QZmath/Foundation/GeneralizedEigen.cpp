@@ -14,7 +14,7 @@ namespace
 // The size of the work array is an integer of 32 bits.
 constexpr int largestSize = 26000;
 
-/// Copies row after row; read column by column this is the transpose. False on infinity and NaN.
+// Copies row after row; read column by column this is the transpose. False on infinity and NaN.
 bool copyRows(int n, double const * const * matrix, double * copy)
 {
     bool isFinite = true;
@@ -27,14 +27,14 @@ bool copyRows(int n, double const * const * matrix, double * copy)
     return isFinite;
 }
 
-/// Numbers that the solution of a problem takes: three matrices, three vectors and the work space.
+// Numbers that the solution of a problem takes: three matrices, three vectors and the work space.
 constexpr std::size_t memorySize(std::size_t size)
 {
     return 3 * size * size + 3 * size +
            static_cast<std::size_t>(QzBackend::generalizedEigenWork(static_cast<int>(size)));
 }
 
-/// Problems up to this size, as fits of quadrics solve them point by point, run on the stack.
+// Problems up to this size, as fits of quadrics solve them point by point, run on the stack.
 constexpr std::size_t largestOnStack = 16;
 
 bool solve(int n, double const * const * a, double const * const * b, int & count, double ** vectors,

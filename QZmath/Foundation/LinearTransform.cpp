@@ -20,7 +20,7 @@ bool isNear(double value, double wanted)
     return std::abs(value - wanted) <= std::max(std::abs(value) + std::abs(wanted), 1.0) * epsilon;
 }
 
-/// The coordinate `row` of -(matrix * vector).
+// The coordinate `row` of -(matrix * vector).
 double negatedProduct(double const (&row)[3], double const (&vector)[3])
 {
     return 0.0 - row[0] * vector[0] - row[1] * vector[1] - row[2] * vector[2];

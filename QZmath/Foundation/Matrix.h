@@ -68,9 +68,10 @@ public:
     /// Changes the size and makes all elements 0, also when the size stays. Memory is its own from then on.
     /// Does nothing when either size is below 1.
     void resize(int rows, int cols);
-    /// The same, to the size of `other`.
+    /// To the size of `other`, all 0.
     void resize(Matrix const & other);
-    /// As `resize`, but elements that exist before and after keep their values.
+    /// Changes the size, where elements that exist before and after keep their values and new ones are 0.
+    /// Does nothing when either size is below 1.
     void resizeKeep(int rows, int cols);
     void swap(Matrix & other);
 
@@ -85,8 +86,8 @@ public:
     /// Writes `source` with its first element at `row`, `col`; "NURBSMatrixErr" when that leaves the matrix.
     void as(int row, int col, Matrix const & source);
     /// Copies the window of nRows * nCols elements at `sourceRow`, `sourceCol` of `source` to `row`, `col`.
-    /// The windows must lie within their matrices, which is not checked; they may overlap. Sizes below 1 copy
-    /// nothing.
+    /// The windows may overlap, and must lie within their matrices, which is not checked. Nothing is copied
+    /// when a size is below 1.
     void copySubMatrix(int row, int col, int nRows, int nCols, Matrix const & source, int sourceRow,
                        int sourceCol);
     /// The window of nRows * nCols elements at `row`, `col`; "NURBSMatrixErr" when that leaves the matrix.

@@ -19,7 +19,7 @@ namespace
 constexpr std::int64_t blasProductSize = 8 * 8 * 8;
 constexpr std::int64_t blasVectorProductSize = 16 * 16;
 
-/// Whether no element is infinite or NaN. May give false for finite elements of extreme size.
+// Whether no element is infinite or NaN. May give false for finite elements of extreme size.
 template <class T>
 bool isFinite(T const * values, std::size_t count)
 {
@@ -38,7 +38,7 @@ bool isFinite(T const * values, std::size_t count)
     return std::isfinite(sums[0]);
 }
 
-/// result += left * right, column by column: each element is summed in ascending order of the inner index.
+// result += left * right, column by column: each element is summed in ascending order of the inner index.
 template <class T>
 void addProduct(Matrix<T> const & left, Matrix<T> const & right, Matrix<T> & result)
 {
@@ -66,7 +66,7 @@ namespace Detail
 template <class T>
 struct MatrixAccess
 {
-    /// A matrix with both sizes 1 or more whose elements are still to be written.
+    // A matrix with both sizes 1 or more whose elements are still to be written.
     static Matrix<T> uninitialized(int rows, int cols)
     {
         Matrix<T> matrix(0, 0);

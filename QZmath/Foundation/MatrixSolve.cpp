@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/Lapack.h>
+#include <QZmath/Foundation/IndexDetail.h>
 #include <QZmath/Foundation/Matrix.h>
 
 #include <algorithm>
@@ -18,8 +19,8 @@ namespace
 constexpr int lapackSize = 16;
 constexpr int lapackInverseSize = 6;
 
-/// LU factors with partial pivoting of a small column-major matrix, in place and in the form of getrf, but
-/// with pivot rows counted from 0. False when a pivot is 0; the factorisation is carried through even so.
+// LU factors with partial pivoting of a small column-major matrix, in place and in the form of getrf, but
+// with pivot rows counted from 0. False when a pivot is 0; the factorisation is carried through even so.
 template <class T>
 bool factorSmall(int size, T * matrix, int * pivotRows)
 {
@@ -53,7 +54,7 @@ bool factorSmall(int size, T * matrix, int * pivotRows)
     return isRegular;
 }
 
-/// Solves in place for one column with the factors of `factorSmall`.
+// Solves in place for one column with the factors of `factorSmall`.
 template <class T>
 void solveSmall(int size, T const * factors, int const * pivotRows, T * column)
 {
@@ -97,7 +98,7 @@ bool solve(Matrix<T> & a, Matrix<T> const & b, Matrix<T> & x)
     if (size < 1)
         return true;
     if (size >= lapackSize) {
-        std::vector<int> pivotRows(static_cast<std::size_t>(size));
+        std::vector<int> pivotRows(Detail::index(size));
         return QzBackend::factorLu(size, a[0], pivotRows.data()) &&
                QzBackend::solveLu(size, std::max(x.cols(), 0), a[0], pivotRows.data(),
                                   x.cols() > 0 ? x[0] : nullptr);
@@ -124,7 +125,7 @@ bool inverseMat(Matrix<double> const & a, Matrix<double> & inverse)
     if (size < 1)
         return true;
     if (size >= lapackInverseSize) {
-        std::vector<int> pivotRows(static_cast<std::size_t>(size));
+        std::vector<int> pivotRows(Detail::index(size));
         return QzBackend::factorLu(size, inverse[0], pivotRows.data()) &&
                QzBackend::invertLu(size, inverse[0], pivotRows.data());
     }
@@ -133,7 +134,7 @@ bool inverseMat(Matrix<double> const & a, Matrix<double> & inverse)
         return false;
     std::array<double, lapackInverseSize * lapackInverseSize> columns{};
     for (int col = 0; col < size; ++col) {
-        columns[static_cast<std::size_t>(col * size + col)] = 1;
+        columns[Detail::index(col * size + col)] = 1;
         solveSmall(size, inverse[0], pivotRows.data(), columns.data() + col * size);
     }
     std::copy_n(columns.data(), size * size, inverse[0]);

@@ -16,7 +16,7 @@ using REmath::Detail::dot;
 namespace
 {
 
-/// Whether `forth` undoes `back` and its rows have unit length.
+// Whether `forth` undoes `back` and its rows have unit length.
 bool isOrthoNormPair(RElinearTransform const & forth, RElinearTransform const & back)
 {
     return REmath::Detail::isNearIdentity(REmath::Detail::compose(forth, back)) &&

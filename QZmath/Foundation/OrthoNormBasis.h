@@ -28,8 +28,7 @@ public:
     static REmath::Point3D_d const & IdentityE2();
 
     /// The frame of the given axes. Axes that are not orthonormal within the bounds of `isOrthoNorm` are
-    /// taken as they are, with forth by `invertTransform`; when they do not span the space, forth is the
-    /// identity.
+    /// taken as they are, with forth by `invertTransform`, or the identity when they do not span the space.
     static COrthoNormBasis buildByOrthsAndOrigin(REmath::Point3D_d const & e0, REmath::Point3D_d const & e1,
                                                  REmath::Point3D_d const & e2,
                                                  REmath::Point3D_d const & origin);
@@ -67,7 +66,7 @@ public:
     /// Whether forth after back is the identity within the rounding of `float`, in the sense of
     /// `RElinearTransform::isOrtho`, and the axes have unit length within that of `double`.
     bool isOrthoNorm() const;
-    /// The same, and e0 . (e1 x e2) > 0.
+    /// Whether the axes are orthonormal as above and right-handed, e0 . (e1 x e2) > 0.
     bool isOrthoNormRightHand() const;
 
     /// The frame of the world as seen from this one: back and forth exchanged.
@@ -77,8 +76,8 @@ public:
     REmath::Point3D_d transformCoordsToBasis(REmath::Point3D_d const & point) const;
     /// Back: the point of the world with these local coordinates.
     REmath::Point3D_d transformCoordsFromBasis(REmath::Point3D_d const & point) const;
-    /// The foot, in the world, of the perpendicular from `point` on the plane of e0 and e1 through the
-    /// origin.
+    /// The foot, in the world, of the perpendicular from `point` on the plane through the origin with the
+    /// directions e0 and e1.
     REmath::Point3D_d projectPointToXYPlane(REmath::Point3D_d const & point) const;
 
 private:

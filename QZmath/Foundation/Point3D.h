@@ -5,13 +5,13 @@
 
 #include <type_traits>
 
-/// Points of three and four coordinates, in single and double precision. All of them are plain values: no
-/// virtual function, no base, `sizeof` is exactly that of their coordinates, which stand in the order x, y,
-/// z(, w). They throw nothing, check no pointer and can be used from any thread like a number.
+/// Points of three and four coordinates, in single and double precision. Each is its coordinates x, y, z(, w)
+/// in memory and nothing more, so an array of points can be read as an array of numbers. Pointers are not
+/// checked, nothing is thrown, and points can be used from any thread like numbers.
 ///
-/// Constructors and scalar operators take any arithmetic type. A `Point3D` or `HPoint3D` multiplied or
-/// divided by a `float` computes in `float`; with any other number it computes in `double` and rounds each
-/// result to `float`. Division is a true division of each coordinate, not a multiplication by the inverse.
+/// Wherever a number is wanted, any arithmetic type will do. Its type decides the precision in which a point
+/// of `float` coordinates is scaled: a `float` scales in `float`, every other type in `double` with one
+/// rounding of each result. Coordinates are divided one by one: a product with the inverse has other bits.
 namespace REmath
 {
 
@@ -164,8 +164,7 @@ public:
         return *this;
     }
 
-    /// Scales to unit length. There is no guard: a zero vector becomes NaN. `NormalizeVector` is the guarded
-    /// form.
+    /// Scales to unit length. A zero vector becomes NaN, against which `NormalizeVector` guards.
     Point3D_d & normalize();
     /// The normalised copy, under the conditions of `normalize`.
     Point3D_d unitLength() const;
@@ -173,8 +172,7 @@ public:
     double length() const;
     /// Whether the length is 1 within the rounding of `double`: at most epsilon * (1 + length) away.
     bool isUnitLength() const;
-    /// Cosine of the angle to `other`. Not clamped, so rounding may carry it past 1; NaN if either vector is
-    /// zero.
+    /// Cosine of the angle to `other`: NaN if either vector is zero. Rounding may carry it past 1.
     double angleCos(Point3D_d const & other);
 
 private:
@@ -442,6 +440,6 @@ inline bool operator>=(HPoint3D_d const & left, HPoint3D_d const & right)
 QZMATH_API void NormalizeVector(float * vector);
 QZMATH_API void NormalizeVector(double * vector);
 
-/// The same as `NormalizeVector`, with the same care for the zero vector; the name is historical.
+/// Another name of `NormalizeVector`. In spite of it, the zero vector is looked after here too.
 QZMATH_API void NormalizeVectorNoZeroCheck(float * vector);
 QZMATH_API void NormalizeVectorNoZeroCheck(double * vector);

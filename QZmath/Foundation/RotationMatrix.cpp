@@ -25,7 +25,7 @@ constexpr CRotationMatrix makeZero()
     return zero;
 }
 
-/// Whether all pairs of mirrored elements pass `isClose(upper, lower)`.
+// Whether all pairs of mirrored elements pass `isClose(upper, lower)`.
 template <class IsClose>
 bool isSymmetric(CRotationMatrix const & matrix, IsClose isClose)
 {

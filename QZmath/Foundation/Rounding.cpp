@@ -8,7 +8,7 @@
 namespace
 {
 
-/// Multiplies again and again, until that changes nothing any more.
+// Multiplies again and again, until that changes nothing any more.
 double multiplyRepeatedly(double value, double factor, int times)
 {
     for (int done = 0; done < times && value != 0 && std::isfinite(value); ++done)
@@ -45,7 +45,7 @@ AxisEnd const & axisEndFor(double mantissa)
     return lastAxisEnd;
 }
 
-/// Rounds the mantissa to so many decimals; `scaleUp` multiplies it with that power of ten.
+// Rounds the mantissa to so many decimals; `scaleUp` multiplies it with that power of ten.
 template <class ScaleUp>
 double roundMantissa(double x, int decimals, ScaleUp scaleUp)
 {

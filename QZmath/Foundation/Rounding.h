@@ -35,6 +35,6 @@ QZMATH_API double fRound2(double x);
 /// numbers are mirrored. 0 below 1e-30 in magnitude; infinity and NaN stay.
 QZMATH_API double fRound4(double x);
 
-/// The same with `digits` decimals of the mantissa; from 0 to 15 is sensible, above 307 the result is
-/// infinite. Negative `digits` count as 0.
+/// `fRound4` with `digits` decimals of the mantissa in place of four: 0 to 15 is sensible, negative ones
+/// count as 0, and above 307 the result is infinite.
 QZMATH_API double fRoundN(double x, int digits);

@@ -9,7 +9,7 @@ namespace
 
 constexpr int mostSweeps = 100;
 
-/// sqrt(x² + y²) where neither the squares of large nor those of small numbers are lost.
+// sqrt(x² + y²) where neither the squares of large nor those of small numbers are lost.
 double hypotenuse(double x, double y)
 {
     double const squared = x * x + y * y;
@@ -29,9 +29,9 @@ float hypotenuse(float x, float y)
     return static_cast<float>(std::sqrt(wideX * wideX + wideY * wideY));
 }
 
-/// Turns row `row` into the Householder vector u that clears its elements left of the subdiagonal, and takes
-/// the reflection to the leading block: A := P A P with P = I - u u^T / h. The column above the diagonal gets
-/// u / h for the accumulation. Gives h, or 0 when there is nothing to clear.
+// Turns row `row` into the Householder vector u that clears its elements left of the subdiagonal, and takes
+// the reflection to the leading block: A := P A P with P = I - u u^T / h. The column above the diagonal gets
+// u / h for the accumulation. Gives h, or 0 when there is nothing to clear.
 template <class Real>
 Real reflect(Real ** a, int row, Real * e)
 {
@@ -105,7 +105,7 @@ void reduceToTridiagonal(Real ** a, int n, Real * d, Real * e)
     }
 }
 
-/// First index from `first` on after which the subdiagonal is negligible beside the diagonal.
+// First index from `first` on after which the subdiagonal is negligible beside the diagonal.
 template <class Real>
 int endOfBlock(Real const * d, Real const * e, int first, int n)
 {
@@ -117,8 +117,8 @@ int endOfBlock(Real const * d, Real const * e, int first, int n)
     return n - 1;
 }
 
-/// One implicit QL sweep over the block of rows l to m, with the shift of the eigenvalue of its leading 2 by
-/// 2 block that is nearer to d[l].
+// One implicit QL sweep over the block of rows l to m, with the shift of the eigenvalue of its leading 2 by
+// 2 block that is nearer to d[l].
 template <class Real>
 void sweep(Real * d, Real * e, int l, int m, int n, Real ** z)
 {

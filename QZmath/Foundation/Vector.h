@@ -67,7 +67,7 @@ public:
     /// allocated size, new memory of exactly `n` elements is taken. Gives the new size, or -1 when there is
     /// no memory; the vector is unchanged then.
     int resize(int n);
-    /// The same, to the current size of `other`.
+    /// To the current size of `other`.
     int resize(Vector const & other);
     /// Sets the current size to `n` when that is within 0 and the allocated size, otherwise does nothing. No
     /// element is touched.

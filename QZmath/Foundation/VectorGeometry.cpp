@@ -16,7 +16,7 @@ using REmath::Detail::widen;
 namespace
 {
 
-/// The part of `vector` across `direction`, which need not be of unit length.
+// The part of `vector` across `direction`, which need not be of unit length.
 Point3D_d partAcross(Point3D_d const & vector, Point3D_d const & direction)
 {
     return vector - direction * (dot(direction, vector) / dot(direction, direction));
@@ -62,7 +62,7 @@ bool coincide(Point3D const & a, Point3D const & b)
     return true;
 }
 
-/// What lies across the line a b of the vectors from a to c and to d; zero vectors when the line is a point.
+// What lies across the line a b of the vectors from a to c and to d; zero vectors when the line is a point.
 struct PartsAcrossLine
 {
     PartsAcrossLine(Point3D const & a, Point3D const & b, Point3D const & c, Point3D const & d)

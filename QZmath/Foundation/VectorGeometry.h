@@ -64,6 +64,6 @@ QZMATH_API bool CoordinateRelativeForPlaneReperDbl(double const * p, double cons
 /// is no guard: NaN when `b` and `c` coincide.
 QZMATH_API float GetTriangleBulge(float const * a, float const * b, float const * c);
 
-/// The same in the plane for point `i` of a polyline over the base from `i - 1` to `i + 1`; all three must
-/// exist, which is not checked.
+/// `GetTriangleBulge` in the plane, for point `i` of a polyline over the base from `i - 1` to `i + 1`. All
+/// three must exist, which is not checked.
 QZMATH_API float GetTriangleBulge2(float const * xs, float const * ys, int i);

@@ -12,7 +12,7 @@ using REmath::Detail::dot;
 namespace
 {
 
-/// Squared sine up to which a vector counts as lying along the axis.
+// Squared sine up to which a vector counts as lying along the axis.
 constexpr double squaredSineAlong = 1e-4F;
 
 Point3D_d partAcross(Point3D_d const & axis, Point3D_d const & v)

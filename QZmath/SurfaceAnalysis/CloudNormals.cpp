@@ -8,6 +8,7 @@
 #include <QZmath/SurfaceAnalysis/NormalEstimation.h>
 
 #include <QZmath/Backend/Parallel.h>
+#include <QZmath/Foundation/IndexDetail.h>
 #include <QZmath/Foundation/UnitScatterDetail.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
@@ -25,19 +26,20 @@ using REmath::Point3D_d;
 using REmath::Detail::CNeighbourFinder;
 using REmath::Detail::CPointTree;
 using REmath::Detail::dot;
+using REmath::Detail::index;
 using REmath::Detail::widen;
 
 namespace
 {
 
-/// In the first tenth of the progress.
+// In the first tenth of the progress.
 CPointTree growTree(int n, Point3D const * points, CProgressCounter * progress)
 {
     CPrgCntSubPhase const growing(progress, 0.0, 0.1, 0, true);
     return CPointTree(n, points, progress);
 }
 
-/// The radius in units of the tree; nothing for settings that make no sense.
+// The radius in units of the tree; nothing for settings that make no sense.
 std::optional<double> radiusInTree(CNeighbourhoodPrms const & prms, CPointTree const & tree)
 {
     if (prms.count < 0 || !(prms.radius >= 0) || (prms.count == 0 && prms.radius == 0))
@@ -45,7 +47,7 @@ std::optional<double> radiusInTree(CNeighbourhoodPrms const & prms, CPointTree c
     return prms.radius > 0 ? prms.radius * tree.unit() : std::numeric_limits<double>::infinity();
 }
 
-/// The neighbours' coordinates in units of the tree, the point of interest first.
+// The neighbours' coordinates in units of the tree, the point of interest first.
 class Gathered
 {
 public:
@@ -65,8 +67,8 @@ private:
     std::vector<Point3D> m_points;
 };
 
-/// Calls `estimate(index, gathered)` for every point of the tree, on all threads; gives how often that was
-/// true.
+// Calls `estimate(index, gathered)` for every point of the tree, on all threads; gives how often that was
+// true.
 template <class Estimate>
 int forAllNeighbourhoods(CPointTree const & tree, int count, double radius, CProgressCounter * progress,
                          Estimate estimate)
@@ -81,10 +83,10 @@ int forAllNeighbourhoods(CPointTree const & tree, int count, double radius, CPro
     };
     int made = 0;
     QzBackend::LoopTeam::run(tree.usefulThreads(), progress, [&](QzBackend::LoopTeam & team) {
-        std::vector<Worker> workers(static_cast<std::size_t>(team.threads()),
+        std::vector<Worker> workers(index(team.threads()),
                                     Worker{CNeighbourFinder(tree, count, radius), {}, 0});
         auto const workOffLeaf = [&](int slot, int leaf) {
-            Worker & worker = workers[static_cast<std::size_t>(slot)];
+            Worker & worker = workers[index(slot)];
             worker.finder.openLeaf(leaf);
             for (int position = tree.leafBegin(leaf); position < tree.leafBegin(leaf + 1); ++position) {
                 worker.gathered.take(tree, position, worker.finder.find(position));
@@ -125,7 +127,7 @@ bool estimateNormal(Gathered const & gathered, Point3D & normal)
     return true;
 }
 
-/// Principal curvatures and the direction of the larger one out of the tensor and the normal.
+// Principal curvatures and the direction of the larger one out of the tensor and the normal.
 void decomposeTensor(double (&tensor)[3][3], double const * normal, CPointCurvatures & curvatures)
 {
     double * rows[3] = {tensor[0], tensor[1], tensor[2]};
@@ -151,7 +153,7 @@ void decomposeTensor(double (&tensor)[3][3], double const * normal, CPointCurvat
     curvatures.maxDirection = Point3D(tensor[0][high], tensor[1][high], tensor[2][high]);
 }
 
-/// In units of the tree, on the side of `side` unless that is null.
+// In units of the tree, on the side of `side` unless that is null.
 CPointCurvatures estimateCurvatures(Gathered const & gathered, Point3D const * side)
 {
     CPointCurvatures curvatures;

@@ -8,7 +8,7 @@
 namespace
 {
 
-/// The part of a segment in which an intersection counts.
+// The part of a segment in which an intersection counts.
 constexpr double intervalStart = 1e-06;
 constexpr double intervalEnd = 0.999999;
 constexpr double parallelTolerance = 1e-08;
@@ -23,8 +23,8 @@ double cross(Vector2 const & a, Vector2 const & b) { return a.x * b.y - a.y * b.
 
 bool isWithin(double t) { return t >= intervalStart && t <= intervalEnd; }
 
-/// Whether the segments along `a` and `b`, the second of which starts `w` from the start of the first, have a
-/// point inside of both.
+// Whether the segments along `a` and `b`, the second of which starts `w` from the start of the first, have a
+// point inside of both.
 bool intersect(Vector2 const & a, Vector2 const & b, Vector2 const & w)
 {
     double const aa = dot(a, a);

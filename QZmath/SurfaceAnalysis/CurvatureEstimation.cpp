@@ -25,7 +25,7 @@ constexpr double unknownCurvature = 20;
 struct TangentFrame
 {
     Point3D_d normal, tangent1, tangent2;
-    double mean, halfGap; ///< the principal curvatures are mean -+ halfGap
+    double mean, halfGap; // the principal curvatures are mean -+ halfGap
 };
 
 // False where the gradient or the difference of the principal curvatures is too small.

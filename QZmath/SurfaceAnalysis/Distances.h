@@ -42,21 +42,21 @@ QZMATH_API float DistancePoint2Segment(float const * p, float const * a, float c
 QZMATH_API double DistancePoint2Segment(double const * p, double const * a, double const * b);
 QZMATH_API double DistancePoint2Segment(float const * p, double const * a, double const * b);
 
-/// The same with the parameter of the nearest point, `a + t (b - a)`: 0 at `a`, 1 at `b`. Outside of the
+/// Gives also the parameter of the nearest point, `a + t (b - a)`: 0 at `a`, 1 at `b`. Outside of the
 /// interior it is exactly 0 or 1, and 1 when both ends are equally far. A segment without length has `t = 0`.
 QZMATH_API float DistancePoint2Segment(float const * p, float const * a, float const * b, float & t);
 QZMATH_API double DistancePoint2Segment(double const * p, double const * a, double const * b, double & t);
 
-/// The same with the nearest point, three coordinates. An end that is nearest arrives unrounded.
+/// Gives also the nearest point, three coordinates. An end that is nearest arrives unrounded.
 QZMATH_API float DistancePoint2Segment(float const * p, float const * a, float const * b, float * foot);
 QZMATH_API double DistancePoint2Segment(double const * p, double const * a, double const * b, double * foot);
 
-/// The same with the nearest point and a `SegmentFeature` that tells where it lies.
+/// Gives also the nearest point, and a `SegmentFeature` that tells where it lies.
 QZMATH_API float DistancePoint2Segment(float const * p, float const * a, float const * b, float * foot,
                                        int & where);
 
-/// The same in the plane: only x and y of `p`, `a` and `b` are read, and `foot` gets two coordinates. `where`
-/// and `foot` may be null.
+/// In the plane: of `p`, `a` and `b` only x and y are read, and `foot` gets two coordinates. `where` and
+/// `foot` may be null.
 QZMATH_API float DistancePoint2Segment2D(float const * p, float const * a, float const * b, float & t,
                                          int * where, float * foot);
 QZMATH_API double DistancePoint2Segment2D(double const * p, double const * a, double const * b, double & t,
@@ -67,6 +67,6 @@ QZMATH_API double DistancePoint2Segment2D(double const * p, double const * a, do
 /// `REmath::CProjectorTriangle` answers several points for one triangle faster.
 QZMATH_API float distancePointTriangle2(float const * p, REmath::Point3D const * vertices);
 
-/// The same with the nearest point and a `TriangleFeature` that tells where it lies. Above an edge or a
-/// vertex, that is told and not the interior.
+/// Gives also the nearest point, and a `TriangleFeature` that tells where it lies: above an edge or a vertex,
+/// that one and not the interior.
 QZMATH_API float distancePointTriangle2(float const * p, float const ** vertices, int & where, float * foot);

@@ -14,8 +14,8 @@ using REmath::Detail::dot;
 namespace
 {
 
-/// Parameters of the nearest points of two lines whose starts are `delta` apart. False when the squared sine
-/// of their angle is no more than `leastSquaredSine`.
+// Parameters of the nearest points of two lines whose starts are `delta` apart. False when the squared sine
+// of their angle is no more than `leastSquaredSine`.
 bool nearestParameters(Point3D_d const & d1, Point3D_d const & d2, Point3D_d const & delta,
                        double leastSquaredSine, double & t1, double & t2)
 {
@@ -66,7 +66,7 @@ void mediumPoint(Coord const * p1, Coord const * p2, Coord const * d1, Coord con
     (sum / 2).toArray(result);
 }
 
-/// A triangle by a vertex and the two sides there, and where a line meets its plane.
+// A triangle by a vertex and the two sides there, and where a line meets its plane.
 struct PlaneHit
 {
     PlaneHit(float const * a, float const * b, float const * c, float const * origin, float const * dir)
@@ -81,10 +81,10 @@ struct PlaneHit
 
     Point3D_d corner, u, v;
     Point3D_d point;
-    bool exists; ///< Whether `point` has a meaning: false for a parallel line and on NaN.
+    bool exists; // Whether `point` has a meaning: false for a parallel line and on NaN.
 };
 
-/// Whether `w` lies on the side of the line along `u` to which `v` points, or on the line.
+// Whether `w` lies on the side of the line along `u` to which `v` points, or on the line.
 bool onSideOf(Point3D_d const & u, Point3D_d const & v, Point3D_d const & w)
 {
     return dot(u, u) * dot(v, w) - dot(u, w) * dot(u, v) >= 0;

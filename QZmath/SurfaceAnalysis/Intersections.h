@@ -41,8 +41,9 @@ QZMATH_API void makeTwoVectorsMediumPoint(double const * p1, double const * p2, 
 QZMATH_API bool IntersectTriangLine(float const * a, float const * b, float const * c, float const * origin,
                                     float const * dir, float * hit);
 
-/// The same for a triangle with a margin. With the hit written as `a + s (b - a) + t (c - a)`, each of s, t
-/// and s + t may leave 0..1 by `margin`, a fraction of the sides; true when none leaves it further.
+/// `IntersectTriangLine` for a triangle with a margin. With the hit written as `a + s (b - a) + t (c - a)`,
+/// each of s, t and s + t may leave 0..1 by `margin`, a fraction of the sides; true when none leaves it
+/// further.
 ///
 /// @param inside     whether the hit lies in the triangle itself, borders included.
 /// @param overshoot  the greatest amount by which one of s, t, s + t lies outside of 0..1; 0 inside.

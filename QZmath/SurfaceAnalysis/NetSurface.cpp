@@ -15,7 +15,7 @@ using REmath::Detail::widen;
 namespace
 {
 
-/// The four edges at a node. At a border the missing one is the opposite edge reversed.
+// The four edges at a node. At a border the missing one is the opposite edge reversed.
 struct EdgesAtNode
 {
     EdgesAtNode(Matrix<Point3D> const & net, int column, int row)
@@ -52,7 +52,7 @@ struct EdgesAtNode
     Point3D_d nextColumn, previousColumn, nextRow, previousRow;
 };
 
-/// Index of the cell and position in it of a net coordinate, within 0 to `count - 1`.
+// Index of the cell and position in it of a net coordinate, within 0 to `count - 1`.
 struct CellCoordinate
 {
     CellCoordinate(float coordinate, int count)

@@ -32,8 +32,7 @@ public:
 
     /// Squared distance of `p`. Makes the frame for this one point.
     double DistToTriangle2(float const * p) const;
-    /// The same, with the same bits, from the frame that `PreCalc` made. Without it, as slow as
-    /// `DistToTriangle2`.
+    /// `DistToTriangle2` to the bit, from the frame that `PreCalc` made. Without that, no faster.
     double DistToTriangle2Precalced(float const * p) const;
 
     /// The greatest of the squared lengths of the sides. Needs no `PreCalc`.

@@ -22,7 +22,7 @@ Point3D_d product(CRotationMatrix const & matrix, Point3D_d const & vector)
     return {dot(matrix.getRow(0), vector), dot(matrix.getRow(1), vector), dot(matrix.getRow(2), vector)};
 }
 
-/// Writes the quadratic, the linear and the free coefficients as far as `count` of 6, 9 or at least 10 goes.
+// Writes the quadratic, the linear and the free coefficients as far as `count` of 6, 9 or at least 10 goes.
 template <class T>
 void writeRaw(CQuadraticForm const & form, int count, T * coeffs)
 {

@@ -22,7 +22,7 @@ struct CQuadFormRaw9
     T const & operator[](int index) const { return coeffs[index]; }
 };
 
-/// The same with the free term K behind them.
+/// Ten coefficients: those of `CQuadFormRaw9`, and the free term K behind them.
 template <class T>
 struct CQuadFormRaw10
 {
@@ -101,9 +101,9 @@ public:
     /// announce stay as they were. When `z1` and `z2` are the same variable, it gets the root
     /// -(b + sqrt(d)) / 2a.
     CalcZResult calculateZByXY(double x, double y, double & z1, double & z2) const;
-    /// The same, but of two roots z1 is the one at which the unit gradient points more along `dir`, whatever
-    /// its length. When that cannot be compared, for a zero gradient or a zero `dir`, the order is that of
-    /// `calculateZByXY`.
+    /// The roots of `calculateZByXY` in another order: of two, z1 is the one at which the unit gradient
+    /// points more along `dir`, whatever its length. The order stays where that cannot be compared, for a
+    /// zero gradient or a zero `dir`.
     CalcZResult calculateZByXYSortedByGrad(double x, double y, double & z1, double & z2,
                                            REmath::Point3D_d const & dir) const;
 

@@ -69,7 +69,7 @@ void sumMoments(ScaledPoints const & points, int first, int q,
 struct Solutions
 {
     double vectors[mostCoefficients][mostCoefficients];
-    double values[mostCoefficients] = {}; ///< those that were not found stay 0
+    double values[mostCoefficients] = {}; // those that were not found stay 0
     int count = 0;
 };
 

@@ -19,7 +19,7 @@ namespace
 
 using REmath::Point3D_d;
 
-/// A noisy polygon of steps of length 1, with a corner at every 200th point.
+// A noisy polygon of steps of length 1, with a corner at every 200th point.
 std::vector<Point3D_d> contour(int count)
 {
     qz_sampling::Random random(5);
@@ -73,7 +73,7 @@ BENCHMARK(smoothing)
     ->Args({100000, 20})
     ->Unit(benchmark::kMillisecond);
 
-/// A list round the circle with every hundredth pair of neighbours in the wrong order.
+// A list round the circle with every hundredth pair of neighbours in the wrong order.
 void arrangement(benchmark::State & state)
 {
     int const count = static_cast<int>(state.range(0));

@@ -62,7 +62,7 @@ struct Program
     double f = 0, tol = 0, violation = 0;
 };
 
-/// Arguments: variables, rank of H in percent of them, and whether the active set of the solution is given.
+// Arguments: variables, rank of H in percent of them, and whether the active set of the solution is given.
 void quadraticProgram(benchmark::State & state)
 {
     int const n = static_cast<int>(state.range(0));

@@ -38,7 +38,7 @@ std::vector<Point3D> const & points()
     return cloud;
 }
 
-/// Runs `job(p, q)` on one pair of points after the other and keeps its result alive.
+// Runs `job(p, q)` on one pair of points after the other and keeps its result alive.
 template <class Job>
 void perPoint(benchmark::State & state, Job const & job)
 {
@@ -81,7 +81,7 @@ void triangleAndLine(benchmark::State & state)
     });
 }
 
-/// Range: points of the polyline.
+// Range: points of the polyline.
 void polyline(benchmark::State & state)
 {
     std::vector<Point3D_d> curve;
@@ -96,7 +96,7 @@ void polyline(benchmark::State & state)
     });
 }
 
-/// Range: nodes along a side.
+// Range: nodes along a side.
 void net(benchmark::State & state)
 {
     int const size = static_cast<int>(state.range(0));
@@ -112,7 +112,7 @@ void net(benchmark::State & state)
     });
 }
 
-/// Range: points of the contour.
+// Range: points of the contour.
 void contour(benchmark::State & state)
 {
     std::vector<double> xy;

@@ -29,7 +29,7 @@ bool define(CDirectSolver & solver, CompressedMatrix const & matrix)
                                   matrix.nonZeros(), matrix.indexBase);
 }
 
-/// Empty on failure.
+// Empty on failure.
 std::vector<double> solveDirectly(CompressedMatrix const & matrix, Definiteness definiteness,
                                   std::vector<double> const & right, CProgressCounter * progress = nullptr)
 {

@@ -15,7 +15,7 @@
 namespace
 {
 
-/// Vectors of the plane as complex numbers: `std::polar`, `std::abs` and `std::norm` do the geometry.
+// Vectors of the plane as complex numbers: `std::polar`, `std::abs` and `std::norm` do the geometry.
 using Vec = std::complex<double>;
 
 double cross(Vec a, Vec b) { return a.real() * b.imag() - a.imag() * b.real(); }
@@ -33,7 +33,7 @@ CArc2D circle(Vec center, double radius)
     return {narrow(center.real()), narrow(center.imag()), 0, 0, 0, 0, narrow(radius), 0};
 }
 
-/// Signed: positive on the left of a segment's line and outside of a circle.
+// Signed: positive on the left of a segment's line and outside of a circle.
 double height(CArc2D const & element, Vec point)
 {
     if (element.m_straight == 0)
@@ -54,8 +54,8 @@ CArc2D randomElement(qz_sampling::Random & random)
     return circle(randomPoint(random, 3), random.uniform(0.1, 3));
 }
 
-/// Touches both elements on the side of `through`, which it passes, and starts and ends there. A negative
-/// radius is that of a circle that encloses both.
+// Touches both elements on the side of `through`, which it passes, and starts and ends there. A negative
+// radius is that of a circle that encloses both.
 void expectFillet(CArc2D const & fillet, CArc2D const * arcs, Vec through, double tolerance)
 {
     double const r = fillet.m_radius;

@@ -29,7 +29,7 @@ struct Circle
     Point3D_d center, normal;
     double radius = 0;
 
-    /// Distance of the projection of `p` from the circle.
+    // Distance of the projection of `p` from the circle.
     double distance(Point3D_d const & p) const
     {
         Point3D_d const offset = p - center;
@@ -37,7 +37,7 @@ struct Circle
     }
 };
 
-/// A circle in the x-y plane of a frame, and where on it things lie.
+// A circle in the x-y plane of a frame, and where on it things lie.
 struct Truth
 {
     Point3D_d at(double angle, double beyond = 0) const
@@ -48,7 +48,7 @@ struct Truth
     {
         return frame.directionToWorld({-std::sin(angle), std::cos(angle), 0});
     }
-    /// Samples of an arc with normal noise; every `outlierStep`-th lies outside instead.
+    // Samples of an arc with normal noise; every `outlierStep`-th lies outside instead.
     Points samples(Random & random, int count, double start, double arc, double noise,
                    int outlierStep = 0) const
     {
@@ -71,7 +71,7 @@ struct Truth
 
 Truth randomTruth(Random & random) { return {qz_test::randomFrame(random, 100), random.uniform(5, 20)}; }
 
-/// Sum of the squares that the plain fit minimises, for points in the plane of the circle.
+// Sum of the squares that the plain fit minimises, for points in the plane of the circle.
 double algebraicCost(Points const & points, Circle const & circle)
 {
     double sum = 0;
@@ -136,8 +136,8 @@ TEST(CircleFitting, RobustFitRecoversWhatThePlainOneLoses)
     }
 }
 
-/// Each constraint holds for itself, and the rest of the circle is that of the samples. The frames of the
-/// second half put tangents and chords along the axes of the plane's own coordinates.
+// Each constraint holds for itself, and the rest of the circle is that of the samples. The frames of the
+// second half put tangents and chords along the axes of the plane's own coordinates.
 TEST(CircleFitting, ConstraintsHold)
 {
     Random random(3);
@@ -211,7 +211,7 @@ TEST(CircleFitting, RefusesWhatDeterminesNoCircle)
     EXPECT_FALSE(tangent(c, round, pair, {{1, -1, 0}, {-3, 3, 0}})) << "along the chord";
 }
 
-/// Rosenbrock's valley as the sum of squares of 10 (y - x²) and 1 - x.
+// Rosenbrock's valley as the sum of squares of 10 (y - x²) and 1 - x.
 class Valley : public REmath::Functor7<int, int, int, double const *, double *, double *, int, int>
 {
 public:

@@ -21,8 +21,8 @@ double const pi = std::acos(-1.0);
 
 double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
 
-/// Boundary of a regular polygon of `sides` sides of 20 points and length 20, with corners rounded by
-/// `radius` and noise, in a tilted plane. The corners come to `corners`.
+// Boundary of a regular polygon of `sides` sides of 20 points and length 20, with corners rounded by
+// `radius` and noise, in a tilted plane. The corners come to `corners`.
 Contour polygon(int sides, double radius, double noise, unsigned seed, Contour & corners)
 {
     std::mt19937 random(seed);

@@ -21,7 +21,7 @@ struct Line
     Point3D_d origin, direction;
 
     double distance(Point3D_d const & p) const { return perpendicular(p - origin).length(); }
-    /// Sine of the angle to a unit direction.
+    // Sine of the angle to a unit direction.
     double sine(Point3D_d const & other) const { return perpendicular(other).length(); }
     double cost(std::vector<Point3D_d> const & points) const
     {
@@ -47,7 +47,7 @@ std::vector<Point3D> narrow(std::vector<Point3D_d> const & points)
     return result;
 }
 
-/// Points along the x axis of a frame with normal noise; every `outlierStep`-th lies to one side instead.
+// Points along the x axis of a frame with normal noise; every `outlierStep`-th lies to one side instead.
 std::vector<Point3D_d> lineSamples(Random & random, qz_test::Frame const & frame, int count, double noise,
                                    int outlierStep)
 {
@@ -106,7 +106,7 @@ TEST(LineFitting, RobustFitsRecoverWhatThePlainOneLoses)
     }
 }
 
-/// Exact samples give residuals of 0 and no weights: the first fit stands.
+// Exact samples give residuals of 0 and no weights: the first fit stands.
 TEST(LineFitting, ExactLineIsFoundAtAnyScale)
 {
     for (double const scale : {1e-100, 1e-6, 1.0, 1e6, 1e100}) {

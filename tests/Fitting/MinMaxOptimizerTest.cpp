@@ -40,7 +40,7 @@ public:
 
 double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
 
-/// A task over the box from -1 to 1, with the criteria that it refers to.
+// A task over the box from -1 to 1, with the criteria that it refers to.
 struct Problem
 {
     explicit Problem(std::vector<Formula> const & formulas, Point3D_d start = {})

@@ -22,7 +22,7 @@ class PlaneFitting : public testing::Test
 using PointTypes = testing::Types<Point3D, Point3D_d>;
 TYPED_TEST_SUITE(PlaneFitting, PointTypes, );
 
-/// Sum of squared distances from the plane n·p = n·c, in extended precision.
+// Sum of squared distances from the plane n·p = n·c, in extended precision.
 template <class Point>
 long double energy(std::vector<Point> const & points, Point3D_d const & n, long double const * c)
 {

@@ -35,7 +35,7 @@ double const pi = std::acos(-1.0);
 
 Point3D_d randomDirection(qz_sampling::Random & random) { return qz_test::randomFrame(random, 1).axes[0]; }
 
-/// Noisy patch of a plane, the thickness up to its size.
+// Noisy patch of a plane, the thickness up to its size.
 Points randomPatch(qz_sampling::Random & random, qz_test::Frame const & frame, int count)
 {
     double const sizes[3] = {random.uniform(1, 5), random.uniform(1, 5), std::pow(10, random.uniform(-3, 0))};
@@ -81,7 +81,7 @@ struct Recognition
                basisV == fresh.basisV && maxError == 7 && meanError == 7 && limitsU[0] == 7 &&
                limitsV[1] == 7;
     }
-    /// 0 when the plane contains the point.
+    // 0 when the plane contains the point.
     double heightOf(Point3D_d const & point) const { return dot(point - center, normal); }
 };
 
@@ -100,7 +100,7 @@ struct Extent
     std::vector<double> pair() const { return {least, greatest}; }
 };
 
-/// The first direction of the smallest rectangle, with every point looked at in every step.
+// The first direction of the smallest rectangle, with every point looked at in every step.
 Point3D_d smallestRectangle(Points const & points, Point3D_d const & normal, int steps)
 {
     double e1[3], e2[3];
@@ -119,7 +119,7 @@ Point3D_d smallestRectangle(Points const & points, Point3D_d const & normal, int
     return best;
 }
 
-/// What holds for every recognised plane: errors, frame, limits, side.
+// What holds for every recognised plane: errors, frame, limits, side.
 void expectReport(Recognition const & found, Points const & points)
 {
     double greatest = 0, sum = 0;

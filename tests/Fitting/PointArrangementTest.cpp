@@ -13,7 +13,7 @@
 namespace
 {
 
-/// The sense of each step by asking every other value.
+// The sense of each step by asking every other value.
 bool isInSense(std::vector<float> const & values, int direction)
 {
     std::size_t const n = values.size();
@@ -33,7 +33,7 @@ bool isInSense(std::vector<float> const & values, int direction)
     return true;
 }
 
-/// Positions in order round a circle of length 100, at least 1.5 apart, from a random place on.
+// Positions in order round a circle of length 100, at least 1.5 apart, from a random place on.
 std::vector<float> inOrder(std::mt19937 & random, int count)
 {
     std::vector<float> values;

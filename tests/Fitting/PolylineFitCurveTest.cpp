@@ -26,11 +26,11 @@ std::size_t index(int i) { return static_cast<std::size_t>(i); }
 
 double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
 
-/// Length of the part of `v` perpendicular to the unit vector `axis`.
+// Length of the part of `v` perpendicular to the unit vector `axis`.
 double across(Point3D_d const & v, Point3D_d const & axis) { return (v - axis * dot(v, axis)).length(); }
 
-/// A piece of a drawn chain: a line (curvature 0), an arc, or a wave about a line. It begins in the direction
-/// in which the piece before ends, turned by `corner`.
+// A piece of a drawn chain: a line (curvature 0), an arc, or a wave about a line. It begins in the direction
+// in which the piece before ends, turned by `corner`.
 struct Piece
 {
     double length;
@@ -45,8 +45,8 @@ struct Sampling
     double noise = 0; // standard deviation, in the plane across the curve and out of the plane
 };
 
-/// Points of a chain that begins at the origin of the frame. Pieces share the places of their ends, but not
-/// the noise there.
+// Points of a chain that begins at the origin of the frame. Pieces share the places of their ends, but not
+// the noise there.
 Segments drawChain(std::vector<Piece> const & pieces, Sampling const & sampling, Frame const & frame,
                    Random & random)
 {
@@ -79,7 +79,7 @@ Segments drawChain(std::vector<Piece> const & pieces, Sampling const & sampling,
     return segments;
 }
 
-/// Two straight lines and two half circles, closed.
+// Two straight lines and two half circles, closed.
 Segments drawStadium(double radius, double straight, Sampling const & sampling, Frame const & frame,
                      Random & random)
 {
@@ -97,7 +97,7 @@ std::vector<Piece> randomLineArcLine(Random & random)
     return {{random.uniform(10, 30)}, {radius * turn, sense / radius}, {random.uniform(10, 30)}};
 }
 
-/// A fitted polyline with its results, and measures on these alone.
+// A fitted polyline with its results, and measures on these alone.
 struct Fit
 {
     explicit Fit(double tolerance) { chain.setFitTolerance(tolerance); }
@@ -111,20 +111,20 @@ struct Fit
     Point3D_d directionAt(int boundary) const { return &boundaries[index(6 * boundary + 3)]; }
     double radius(int segment) const { return std::abs(curves[index(7 * segment + 6)]); }
 
-    /// Distance of a point from the whole line or circle of a segment.
+    // Distance of a point from the whole line or circle of a segment.
     double distance(int segment, Point3D_d const & point) const
     {
         Point3D_d const offset = point - Point3D_d(&curves[index(7 * segment)]);
         return isLine(segment) ? across(offset, axis(segment)) : std::abs(offset.length() - radius(segment));
     }
-    /// Sine of the angle between the curve and the direction of a boundary.
+    // Sine of the angle between the curve and the direction of a boundary.
     double turn(int segment, int boundary) const
     {
         Point3D_d const offset = at(boundary) - Point3D_d(&curves[index(7 * segment)]);
         return isLine(segment) ? across(directionAt(boundary), axis(segment))
                                : std::abs(dot(directionAt(boundary), offset)) / offset.length();
     }
-    /// How far the boundary is off a neighbour, the greater one of length and angle.
+    // How far the boundary is off a neighbour, the greater one of length and angle.
     double gap(int segment, int boundary) const
     {
         return std::max(distance(segment, at(boundary)), turn(segment, boundary));
@@ -136,8 +136,8 @@ struct Fit
     std::vector<double> curves, boundaries;
 };
 
-/// The arrays fit each other: so many segments and no more, the boundaries that belong to them, results for
-/// all.
+// The arrays fit each other: so many segments and no more, the boundaries that belong to them, results for
+// all.
 void expectConsistent(Fit const & fit, int segments)
 {
     int const boundaries = segments + (fit.chain.isPolylineClosed() ? 0 : 1);
@@ -348,7 +348,7 @@ TEST(PolylineFitCurve, RefitsToTheSameBits)
 namespace
 {
 
-/// Cuts the first part off a segment; both keep the point of the cut.
+// Cuts the first part off a segment; both keep the point of the cut.
 Points takeHead(Points & segment, double share)
 {
     auto const cut = segment.begin() + static_cast<int>(share * static_cast<double>(segment.size()));
@@ -357,7 +357,7 @@ Points takeHead(Points & segment, double share)
     return head;
 }
 
-/// Random edits, also at places that do not exist, on the object and on a plain list of segments.
+// Random edits, also at places that do not exist, on the object and on a plain list of segments.
 void walk(bool isClosed, Random & random)
 {
     Frame const frame = randomFrame(random, 30);

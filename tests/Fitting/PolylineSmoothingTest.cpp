@@ -29,9 +29,9 @@ std::vector<Point> randomPolyline(std::mt19937 & random, std::size_t size, bool 
     return points;
 }
 
-/// The smoothed polyline of one axis with fixed points, from one dense system: it is the product of the
-/// matrices of all steps, applied to the original plus unknown pushes, under the condition that fixed points
-/// stay.
+// The smoothed polyline of one axis with fixed points, from one dense system: it is the product of the
+// matrices of all steps, applied to the original plus unknown pushes, under the condition that fixed points
+// stay.
 std::vector<long double> smoothDense(std::vector<long double> const & original, bool closed, double weight,
                                      int passes, bool preserve, std::vector<std::size_t> const & fixed)
 {

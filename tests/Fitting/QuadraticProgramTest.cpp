@@ -31,7 +31,7 @@ enum Status
 
 double const infinity = std::numeric_limits<double>::infinity();
 
-/// A vector with indices of type `int`, as the routine counts.
+// A vector with indices of type `int`, as the routine counts.
 template <class Value>
 struct Array : std::vector<Value>
 {
@@ -43,7 +43,7 @@ struct Array : std::vector<Value>
 };
 using Numbers = Array<double>;
 
-/// A program with room for its results; leading dimensions are larger than needed.
+// A program with room for its results; leading dimensions are larger than needed.
 struct Program
 {
     Program(int variables, int rows, int equalities)
@@ -71,7 +71,7 @@ struct Program
         return sum;
     }
 
-    /// H = G G' for a G of `rank` columns, which `number` makes up.
+    // H = G G' for a G of `rank` columns, which `number` makes up.
     template <class Number>
     void fillHessian(int rank, Number number)
     {
@@ -119,7 +119,7 @@ struct Program
     Array<int> iwork;
 };
 
-/// normal'x >= bound or = bound; bounds of variables come in this form too.
+// normal'x >= bound or = bound; bounds of variables come in this form too.
 struct Constraint
 {
     double excess(Numbers const & x) const
@@ -163,7 +163,7 @@ double largestOf(Numbers const & values)
     return largest;
 }
 
-/// The conditions of optimality, which are sufficient in a convex program, relative to `tolerance`.
+// The conditions of optimality, which are sufficient in a convex program, relative to `tolerance`.
 void expectOptimal(Program & p, double tolerance)
 {
     ASSERT_EQ(p.status, Solved);
@@ -200,8 +200,8 @@ void expectOptimal(Program & p, double tolerance)
     EXPECT_NEAR(p.f, p.objective(p.x), 1e-12 * (1 + std::abs(p.f)));
 }
 
-/// The least objective over all points that are feasible and stationary on some set of constraints taken for
-/// equations; nothing when there is no feasible one. Right when all variables are bounded.
+// The least objective over all points that are feasible and stationary on some set of constraints taken for
+// equations; nothing when there is no feasible one. Right when all variables are bounded.
 std::optional<double> enumerate(Program & p)
 {
     std::vector<Constraint> const constraints = constraintsOf(p);
@@ -242,7 +242,7 @@ std::optional<double> enumerate(Program & p)
     return best;
 }
 
-/// A bounded program of small integers, rich in repetitions, dependent constraints and degenerate corners.
+// A bounded program of small integers, rich in repetitions, dependent constraints and degenerate corners.
 Program integerProgram(std::mt19937 & random)
 {
     auto const number = [&random](int low, int high) {
@@ -268,7 +268,7 @@ Program integerProgram(std::mt19937 & random)
     return p;
 }
 
-/// A program made around a solution: x and multipliers are chosen first, c and b after them.
+// A program made around a solution: x and multipliers are chosen first, c and b after them.
 Program programWithSolution(std::mt19937 & random, int n, int m, int rank, double & optimum)
 {
     std::normal_distribution<double> normal;

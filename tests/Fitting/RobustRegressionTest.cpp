@@ -17,7 +17,7 @@
 namespace
 {
 
-/// The mean of those numbers that are not NaN.
+// The mean of those numbers that are not NaN.
 class Mean : public IRegressionAnalysisTask
 {
 public:
@@ -66,7 +66,7 @@ public:
     }
 };
 
-/// Also in the second run of a solver, which needs no memory.
+// Also in the second run of a solver, which needs no memory.
 TEST(RobustRegression, OutliersOnOneSidePullLittle)
 {
     qz_sampling::Random random(1);
@@ -91,8 +91,8 @@ TEST(RobustRegression, OutliersOnOneSidePullLittle)
     }
 }
 
-/// All rounds by the definition: the lower median by sorting, the weights by their formula. Samples without a
-/// distance have no weight.
+// All rounds by the definition: the lower median by sorting, the weights by their formula. Samples without a
+// distance have no weight.
 TEST(RobustRegression, WeightsFollowTheMedian)
 {
     qz_sampling::Random random(2);

@@ -13,7 +13,7 @@ namespace
 
 using Function = long double (*)(long double);
 
-/// One search with all it reports; the function is evaluated in `double`.
+// One search with all it reports; the function is evaluated in `double`.
 struct Search
 {
     Search(Function searched, double a, double b, int limit = 100, double valueTolerance = 0, int digits = 0)
@@ -36,7 +36,7 @@ struct Search
     std::vector<double> points;
 };
 
-/// Bisection to the last bit of `long double`.
+// Bisection to the last bit of `long double`.
 long double bisect(Function function, long double a, long double b)
 {
     bool const isNegativeAtA = function(a) < 0;

@@ -14,7 +14,7 @@
 namespace
 {
 
-/// Pencil of two matrices and room for its solutions.
+// Pencil of two matrices and room for its solutions.
 struct Pencil
 {
     explicit Pencil(int size) : n(size), a(square()), b(square()), vectors(square()), values(a.size())
@@ -35,7 +35,7 @@ struct Pencil
     double & atA(int row, int col) { return a[static_cast<std::size_t>(row * n + col)]; }
     double & atB(int row, int col) { return b[static_cast<std::size_t>(row * n + col)]; }
 
-    /// Largest element of a x - λ b x over the solutions with |λ| up to a limit.
+    // Largest element of a x - λ b x over the solutions with |λ| up to a limit.
     double residual(double limit) const
     {
         double largest = 0;

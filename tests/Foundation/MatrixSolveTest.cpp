@@ -28,7 +28,7 @@ class MatrixSolveTest : public testing::Test
 using RealElements = testing::Types<float, double>;
 TYPED_TEST_SUITE(MatrixSolveTest, RealElements, );
 
-/// Largest element by its absolute value.
+// Largest element by its absolute value.
 template <class T>
 double norm(Matrix<T> const & matrix)
 {
@@ -52,7 +52,7 @@ Matrix<double> widened(Matrix<float> const & matrix)
     return result;
 }
 
-/// Matrices that are hard in different ways, all regular.
+// Matrices that are hard in different ways, all regular.
 template <class T>
 Matrix<T> regularMatrix(int kind, int size, std::mt19937 & random)
 {

@@ -18,7 +18,7 @@ using denseTest::fillRandomly;
 using denseTest::randomElement;
 using denseTest::wordOf;
 
-/// Compares each element, by all ways to it, with a function of its row and column.
+// Compares each element, by all ways to it, with a function of its row and column.
 template <class T, class Wanted>
 void expectElements(Matrix<T> const & matrix, int rows, int cols, Wanted wanted)
 {

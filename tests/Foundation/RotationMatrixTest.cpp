@@ -61,7 +61,7 @@ double distance(CRotationMatrix const & a, CRotationMatrix const & b)
     return largest;
 }
 
-/// Rotation of column vectors about a coordinate axis.
+// Rotation of column vectors about a coordinate axis.
 CRotationMatrix rotationAbout(int axis, double angle)
 {
     CRotationMatrix matrix;

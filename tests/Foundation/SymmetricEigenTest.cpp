@@ -20,7 +20,7 @@ void reduce(double ** a, int n, double * d, double * e) { tred2_d(a, n, d, e); }
 int iterate(float * d, float * e, int n, float ** z) { return tqli(d, e, n, z); }
 int iterate(double * d, double * e, int n, double ** z) { return tqli_d(d, e, n, z); }
 
-/// Square matrix with row pointers; products and comparisons are in `double`.
+// Square matrix with row pointers; products and comparisons are in `double`.
 template <class Real>
 struct Square
 {
@@ -54,7 +54,7 @@ Square<Real> randomSymmetric(int n, qz_sampling::Random & random)
     return matrix;
 }
 
-/// Q diag(values) Q^T with the orthogonal Q of the eigenvectors of a random matrix.
+// Q diag(values) Q^T with the orthogonal Q of the eigenvectors of a random matrix.
 template <class Real>
 Square<Real> withEigenvalues(std::vector<double> const & values, qz_sampling::Random & random)
 {
@@ -81,7 +81,7 @@ struct EigenSystem
     std::vector<Real> values;
     int status;
 
-    /// Reads the lower triangle only: the upper one is made NaN.
+    // Reads the lower triangle only: the upper one is made NaN.
     explicit EigenSystem(Square<Real> const & matrix)
         : vectors(matrix), values(static_cast<std::size_t>(matrix.n))
     {
@@ -104,7 +104,7 @@ struct EigenSystem
     }
 };
 
-/// Checks |A v - d v| and |V^T V - I| against the rounding of the type.
+// Checks |A v - d v| and |V^T V - I| against the rounding of the type.
 template <class Real>
 void expectEigenSystem(Square<Real> const & matrix, EigenSystem<Real> const & system)
 {

@@ -33,7 +33,7 @@ void expectNear(Point3D_d const & found, Point3D_d const & wanted, double tolera
         << wanted.y() << " " << wanted.z();
 }
 
-/// A triple in the precision under test.
+// A triple in the precision under test.
 template <class Coord>
 struct Triple
 {

@@ -75,7 +75,7 @@ bool sameBits(std::vector<T> const & a, std::vector<T> const & b)
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
 }
 
-/// Asks for the end at a position.
+// Asks for the end at a position.
 class Interrupter : public CProgressCounter
 {
 public:

@@ -29,7 +29,7 @@ Contour closedContour(std::size_t points, Coordinate const & coordinate)
     return xy;
 }
 
-/// How often the contour runs round the point, from the angles under which its segments are seen.
+// How often the contour runs round the point, from the angles under which its segments are seen.
 long windingNumber(double x, double y, Contour const & xy)
 {
     double sum = 0;
@@ -40,8 +40,8 @@ long windingNumber(double x, double y, Contour const & xy)
     return std::lround(sum / (2 * std::acos(-1.0)));
 }
 
-/// On integer coordinates, exactly: whether two segments that are no neighbours cross inside of both, or run
-/// along each other.
+// On integer coordinates, exactly: whether two segments that are no neighbours cross inside of both, or run
+// along each other.
 bool intersectsItself(Contour const & xy)
 {
     auto const at = [&](std::size_t i) { return std::pair(xy[2 * i], xy[2 * i + 1]); };

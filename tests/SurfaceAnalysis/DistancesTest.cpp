@@ -21,7 +21,7 @@ using REmath::Detail::dot;
 namespace
 {
 
-/// The nearest point of a convex set is the one from which no corner of the set lies towards `p`.
+// The nearest point of a convex set is the one from which no corner of the set lies towards `p`.
 void expectNearest(Point3D_d const & p, Point3D_d const & foot, std::initializer_list<Point3D_d> corners,
                    double tolerance)
 {

@@ -27,7 +27,7 @@ TYPED_TEST_SUITE(LinePairs, Coords, );
 
 } // namespace
 
-/// Two lines in parallel planes, crossing at a known angle over a known gap.
+// Two lines in parallel planes, crossing at a known angle over a known gap.
 TYPED_TEST(LinePairs, AreMeasuredWhereTheyAreNearest)
 {
     double const tolerance = 1000 * static_cast<double>(std::numeric_limits<TypeParam>::epsilon());

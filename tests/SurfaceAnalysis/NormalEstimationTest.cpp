@@ -25,7 +25,7 @@ struct Rows
     double * rows[3] = {memory[0], memory[1], memory[2]};
 };
 
-/// Eigenvalues of a tensor, in order, without the one of the normal, which must be 0.
+// Eigenvalues of a tensor, in order, without the one of the normal, which must be 0.
 std::array<double, 2> principalCurvatures(Matrix<double> const & tensor, Point3D_d const & normal)
 {
     CRotationMatrix matrix;

@@ -21,7 +21,7 @@ namespace
 
 constexpr double everywhere = std::numeric_limits<double>::infinity();
 
-/// The indices of the neighbours, in order.
+// The indices of the neighbours, in order.
 std::vector<int> neighboursByBruteForce(std::vector<Point3D> const & points, std::size_t at, int count,
                                         double radius)
 {
@@ -42,7 +42,7 @@ std::vector<int> neighboursByBruteForce(std::vector<Point3D> const & points, std
     return neighbours;
 }
 
-/// Compares the neighbours of every `stride`-th point.
+// Compares the neighbours of every `stride`-th point.
 void expectBruteForce(std::vector<Point3D> const & points, int count, double radius, std::size_t stride)
 {
     CPointTree const tree(static_cast<int>(points.size()), points.data(), nullptr);

@@ -20,7 +20,7 @@ namespace
 
 using Polyline = std::vector<Point3D_d>;
 
-/// Answers every point with one of its own, and counts its living instances.
+// Answers every point with one of its own, and counts its living instances.
 class FixedAnswer : public IPointToFaceProjector
 {
 public:

@@ -19,7 +19,7 @@ Point3D_d randomPoint(Random & random, double range)
     return {random.uniform(-range, range), random.uniform(-range, range), random.uniform(-range, range)};
 }
 
-/// With a matrix that is not symmetric.
+// With a matrix that is not symmetric.
 CQuadraticForm randomForm(Random & random)
 {
     double k[10];

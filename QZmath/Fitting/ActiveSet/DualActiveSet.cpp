@@ -12,7 +12,7 @@
 namespace
 {
 
-/// Lift of a semidefinite H relative to its diagonal. Directions with less curvature take long to settle.
+// Lift of a semidefinite H relative to its diagonal. Directions with less curvature take long to settle.
 constexpr double relativeLift = 1.0 / 1.0e9;
 
 } // namespace
@@ -66,7 +66,7 @@ bool CDualActiveSet::isEquality(Index id) const
     return !isUpper(id) && m_program.lower[variable(id)] == m_program.upper[variable(id)];
 }
 
-/// Right side of n'x >= bound.
+// Right side of n'x >= bound.
 double CDualActiveSet::bound(Index id) const
 {
     if (id < m_rows)
@@ -82,14 +82,14 @@ double CDualActiveSet::slack(Index id) const
     return isUpper(id) ? m_program.upper[j] - m_x[j] : m_x[j] - m_program.lower[j];
 }
 
-/// What the rounding error of a slack scales with.
+// What the rounding error of a slack scales with.
 double CDualActiveSet::slackScale(Index id) const
 {
     return std::abs(bound(id)) + (id < m_rows ? m_rowSpreads[id] / m_norms[id] : m_spread[variable(id)]);
 }
 
-/// Takes into account that x has just got a step J y with y of the given length. Exact zeros, which are
-/// frequent in x, would otherwise be refined down to the smallest numbers.
+// Takes into account that x has just got a step J y with y of the given length. Exact zeros, which are
+// frequent in x, would otherwise be refined down to the smallest numbers.
 void CDualActiveSet::noteSpread(double stepLength)
 {
     for (Index j = 0; j < m_size; ++j) {
@@ -111,7 +111,7 @@ void CDualActiveSet::addNormal(Index id, double factor, double * vector) const
     }
 }
 
-/// Sets the norms of the rows. False when a row without coefficients or a pair of bounds contradicts itself.
+// Sets the norms of the rows. False when a row without coefficients or a pair of bounds contradicts itself.
 bool CDualActiveSet::prepareConstraints()
 {
     auto const leading = static_cast<Index>(m_program.leadingMatrix);
@@ -141,7 +141,7 @@ bool CDualActiveSet::prepareConstraints()
 
 // --- factors of H ---
 
-/// Makes J = L^-T of H plus the lift times `liftFactor`, with the lengths of its rows.
+// Makes J = L^-T of H plus the lift times `liftFactor`, with the lengths of its rows.
 bool CDualActiveSet::tryFactor(double liftFactor)
 {
     QzBackend::CBlasSingleThread const serial;
@@ -159,21 +159,21 @@ bool CDualActiveSet::tryFactor(double liftFactor)
     return true;
 }
 
-/// What is left of a diagonal element that should be 0, since H is mostly a product of matrices.
+// What is left of a diagonal element that should be 0, since H is mostly a product of matrices.
 double CDualActiveSet::leastCurvature() const
 {
     double const rounding = roundingUnits * m_epsilon;
     return rounding * rounding * largestMagnitude(m_program.hessian, m_size * m_size);
 }
 
-/// Sets the lift of each variable. False when the diagonal alone shows that H is not positive semidefinite.
+// Sets the lift of each variable. False when the diagonal alone shows that H is not positive semidefinite.
 bool CDualActiveSet::chooseLift(double const * start)
 {
     double const rounding = roundingUnits * m_epsilon * static_cast<double>(m_size) *
                             largestMagnitude(m_program.hessian, m_size * m_size);
     double const least = leastCurvature();
-    // Variables without curvature get a lift that lets the first iteration go some way beyond all
-    // coordinates.
+    // Variables without curvature get a lift that lets the first iteration go some way beyond the bounds and
+    // the coordinates of the start.
     double reach = 1;
     for (Index id = 0; id < m_rows + 2 * m_size; ++id) {
         if (exists(id))
@@ -194,7 +194,7 @@ bool CDualActiveSet::chooseLift(double const * start)
     return true;
 }
 
-/// False when H is not positive semidefinite.
+// False when H is not positive semidefinite.
 bool CDualActiveSet::factor(double const * start)
 {
     double const sizeRounding = roundingUnits * m_epsilon * static_cast<double>(m_size);
@@ -221,7 +221,7 @@ bool CDualActiveSet::factor(double const * start)
 
 // --- the working set and its factors ---
 
-/// Sets `m_projection` to J'n, and the level of its rounding errors.
+// Sets `m_projection` to J'n, and the level of its rounding errors.
 void CDualActiveSet::project(Index id)
 {
     double level = 0;
@@ -242,7 +242,7 @@ void CDualActiveSet::project(Index id)
     m_errorLevel = m_ownErrorLevel = roundingUnits * m_epsilon * level;
 }
 
-/// Adds the constraint that was projected last and does not depend on the working set.
+// Adds the constraint that was projected last and does not depend on the working set.
 void CDualActiveSet::add(Index id, double multiplier)
 {
     Index const q = m_active;
@@ -297,7 +297,7 @@ void CDualActiveSet::drop(Index position)
     }
 }
 
-/// R^-1 times the first elements of the vector, in place.
+// R^-1 times the first elements of the vector, in place.
 void CDualActiveSet::solveUpper(double * vector) const
 {
     for (Index k = m_active; k-- > 0;) {
@@ -307,7 +307,7 @@ void CDualActiveSet::solveUpper(double * vector) const
     }
 }
 
-/// R'^-1 times the first elements of the vector, in place.
+// R'^-1 times the first elements of the vector, in place.
 void CDualActiveSet::solveUpperTransposed(double * vector) const
 {
     for (Index k = 0; k < m_active; ++k) {
@@ -317,8 +317,8 @@ void CDualActiveSet::solveUpperTransposed(double * vector) const
     }
 }
 
-/// Sets `m_dual` to the combination of the working set that comes nearest to the projected constraint.
-/// Returns whether it depends on the working set.
+// Sets `m_dual` to the combination of the working set that comes nearest to the projected constraint.
+// Returns whether it depends on the working set.
 bool CDualActiveSet::combine(Index id)
 {
     std::copy_n(m_projection, m_active, m_dual);
@@ -344,8 +344,8 @@ bool CDualActiveSet::combine(Index id)
     return true;
 }
 
-/// Whether the constraint, whose normal is the combination `m_dual` of those of the working set, asks for
-/// more than the combination of their right sides. So this does not depend on x.
+// Whether the constraint, whose normal is the combination `m_dual` of those of the working set, asks for
+// more than the combination of their right sides. So this does not depend on x.
 bool CDualActiveSet::isContradiction(Index id) const
 {
     double gap = bound(id), scale = std::abs(gap), largestBound = 0;
@@ -360,8 +360,8 @@ bool CDualActiveSet::isContradiction(Index id) const
     return (isEquality(id) ? std::abs(gap) : gap) > m_looseTolerance * scale + rounding;
 }
 
-/// Fills the empty working set with all equalities and with what the warm set names. False when equalities
-/// contradict each other.
+// Fills the empty working set with all equalities and with what the warm set names. False when equalities
+// contradict each other.
 bool CDualActiveSet::install(int const * warmSet)
 {
     m_active = 0;

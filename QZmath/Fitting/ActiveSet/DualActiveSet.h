@@ -32,6 +32,25 @@ struct QuadraticProgramView
 /// root of the j-th diagonal element of (H + lift)^-1. Tests for dependence measure in this length, which
 /// makes them independent of the units of the variables.
 ///
+/// Layout: the caller's array of numbers holds J and R, each `variables` columns of `variables` elements,
+/// then the vectors by variable and those by row in the order of the members; that of integers holds the
+/// working set and the place of each constraint. Column k of R and entry k of the multipliers belong to
+/// constraint m_set[k], equalities before inequalities; the columns of J from m_active on span what the
+/// working set leaves free. So a step that keeps the working set is a combination of those columns, and the
+/// multipliers that answer it are R^-1 times the first m_active components of J' times the new normal, the
+/// projection.
+///
+/// Invariant: J'(H + lift)J = 1 and J'N = (R; 0) at any time. From the first correction of a round on, x also
+/// minimises the lifted objective on the working set, under multipliers of inequalities that are at least 0,
+/// within rounding. Admitting a constraint goes along a line on which this stays true with the new multiplier
+/// rising from 0; a constraint whose multiplier reaches 0 on the way is dropped.
+///
+/// Order of steps: check and scale the constraints; factor H, lifted where it must be; install equalities and
+/// the warm set. Then rounds, each of which corrects x and the multipliers from the residuals and drops what
+/// has got the wrong sign (dual feasibility), then admits the constraint that is violated most until there is
+/// none (primal feasibility; every admission drops what stands in its way), then measures what is left. The
+/// first round solves, the others refine, or undo the lift, until nothing is gained.
+///
 /// Lives in the memory of its caller and allocates nothing.
 class CDualActiveSet
 {

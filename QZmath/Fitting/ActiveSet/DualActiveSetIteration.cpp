@@ -15,11 +15,11 @@ constexpr int maxRefinements = 6;
 constexpr int maxContradictions = 3;
 constexpr int maxDoubts = 3;
 constexpr int maxProximalIterations = 300;
-/// Violation of a solution relative to the bound and to x that is certainly not rounding.
+// Violation of a solution relative to the bound and to x that is certainly not rounding.
 constexpr double feasibility = 1e-8;
-/// The same of a gradient component relative to its own terms.
+// What a gradient component may be off balance, relative to its own terms.
 constexpr double balance = 1e-3;
-/// How exactly a ray has to keep to the constraints, and its curvature relative to that of the lift.
+// How exactly a ray has to keep to the constraints, and its curvature relative to that of the lift.
 constexpr double rayTolerance = 1e-9;
 constexpr double rayCurvature = 1e-3;
 
@@ -39,8 +39,8 @@ void CDualActiveSet::evaluateRows()
     }
 }
 
-/// Moves x and the multipliers to the minimum on the working set of the objective plus half the lift times
-/// the squared distance from the start of the round, by the residuals. Returns a scale of the gradient.
+// Moves x and the multipliers to the minimum on the working set of the objective plus half the lift times
+// the squared distance from the start of the round, by the residuals. Returns a scale of the gradient.
 double CDualActiveSet::correct()
 {
     evaluateRows();
@@ -72,8 +72,8 @@ double CDualActiveSet::correct()
     return scale;
 }
 
-/// The greatest residual of the gradient equation and of the working set, relative to its terms. Gradient
-/// components are weighed by the lengths of the rows of J, which makes them comparable.
+// The greatest residual of the gradient equation and of the working set, relative to its terms. Gradient
+// components are weighed by the lengths of the rows of J, which makes them comparable.
 double CDualActiveSet::relativeResidual()
 {
     evaluateRows();
@@ -116,7 +116,7 @@ double CDualActiveSet::relativeResidual()
     return residual == 0 ? worst : std::max(residual / magnitude, worst);
 }
 
-/// Corrects, and drops inequalities until all multipliers have the right sign. False at the limit.
+// Corrects, and drops inequalities until all multipliers have the right sign. False at the limit.
 bool CDualActiveSet::restoreDualFeasibility(int maxIterations)
 {
     for (;;) {
@@ -138,7 +138,7 @@ bool CDualActiveSet::restoreDualFeasibility(int maxIterations)
     }
 }
 
-/// Takes the violated constraint into the working set, dropping what stands in its way.
+// Takes the violated constraint into the working set, dropping what stands in its way.
 CDualActiveSet::Result CDualActiveSet::admit(Index id, int maxIterations)
 {
     double multiplier = 0;
@@ -204,7 +204,7 @@ CDualActiveSet::Result CDualActiveSet::admit(Index id, int maxIterations)
     }
 }
 
-/// Admits violated constraints, the worst first, until there is none.
+// Admits violated constraints, the worst first, until there is none.
 CDualActiveSet::Result CDualActiveSet::restorePrimalFeasibility(int maxIterations)
 {
     for (;;) {
@@ -229,8 +229,8 @@ CDualActiveSet::Result CDualActiveSet::restorePrimalFeasibility(int maxIteration
     }
 }
 
-/// Whether all constraints but those that were passed over hold, measured by x alone. A long step over a
-/// nearly singular working set makes the error levels, and what they excuse, too great for that round.
+// Whether all constraints but those that were passed over hold, measured by x alone. A long step over a
+// nearly singular working set makes the error levels, and what they excuse, too great for that round.
 bool CDualActiveSet::areOthersMet() const
 {
     double const size = largestMagnitude(m_x, m_size);
@@ -245,7 +245,7 @@ bool CDualActiveSet::areOthersMet() const
     return true;
 }
 
-/// Whether the constraints that were passed over hold as well as can be asked.
+// Whether the constraints that were passed over hold as well as can be asked.
 bool CDualActiveSet::arePassedOverMet()
 {
     // Being dependent, their slacks take over the errors of others.
@@ -262,9 +262,9 @@ bool CDualActiveSet::arePassedOverMet()
     return true;
 }
 
-/// Two proximal steps alike show a direction without curvature. If the objective falls along it, x goes on to
-/// the constraint that ends it. True when there is none, so that the objective falls for ever: by at least
-/// `leastSlope` relative to the slopes along the variables.
+// Two proximal steps alike show a direction without curvature. If the objective falls along it, x goes on to
+// the constraint that ends it. True when there is none, so that the objective falls for ever: by at least
+// `leastSlope` relative to the slopes along the variables.
 bool CDualActiveSet::followRay(double leastSlope)
 {
     for (Index j = 0; j < m_size; ++j) {
@@ -313,7 +313,7 @@ bool CDualActiveSet::followRay(double leastSlope)
     return false;
 }
 
-/// Repeats proximal steps, or refinements, until the residuals are small.
+// Repeats proximal steps, or refinements, until the residuals are small.
 CDualActiveSet::Result CDualActiveSet::settle(int maxIterations)
 {
     std::fill_n(m_direction, m_size, 0.0);
@@ -352,8 +352,8 @@ CDualActiveSet::Result CDualActiveSet::settle(int maxIterations)
             ++doubts;
             continue;
         }
-        // What was passed over may have become independent when the working set changed: the next rounds
-        // tell.
+        // What was passed over may have become independent when the working set changed: the next rounds will
+        // tell, unless there have been enough.
         if (arePassedOverMet())
             return Result::Solved;
         if (++contradictions == maxContradictions)

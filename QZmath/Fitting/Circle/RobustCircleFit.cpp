@@ -233,9 +233,8 @@ void RobustCircleFit::refineOnLine(Point3D_d const & base, Point3D_d const & alo
             double const gradient = (distance > 0 ? -t / distance : 0.0) + fixedGradient;
             sum(i, gradient, distance - circle.radius, numerator, denominator);
         }
-        // Where the algebraic circle is balanced already the denominator may vanish too. Later on 0 / 0
-        // is the sign of a centre so far off that it sees all samples at the same distance; it is no
-        // result.
+        // Where the algebraic circle is balanced already the denominator may vanish too. Later on, 0 / 0 is
+        // the sign of a centre so far off that all samples are at the same distance from it: no result.
         if (iteration > 0 || numerator != 0)
             circle.center.x() -= numerator / denominator;
         circle.center.y() = slope * circle.center.x() + intercept;

@@ -2,6 +2,7 @@
 #include <QZmath/Fitting/Polyline/Constraints.h>
 
 #include <QZmath/Fitting/Polyline/CurveForm.h>
+#include <QZmath/Foundation/IndexDetail.h>
 
 #include <algorithm>
 #include <cmath>
@@ -16,7 +17,7 @@ namespace PolylineDetail
 namespace
 {
 
-/// target += factor * source, from element `begin` on.
+// target += factor * source, from element `begin` on.
 void addColumn(double * target, double factor, double const * source, int begin, int end)
 {
     for (int row = begin; row < end; ++row)
@@ -31,7 +32,7 @@ Matrix<double> eliminateConstraints(Matrix<double> & constraints)
     int const order = constraints.cols();
     Matrix<double> z(order, order);
     z.diag(1);
-    std::vector<int> columns(static_cast<std::size_t>(order)); // not eliminated yet
+    std::vector<int> columns(REmath::Detail::index(order)); // not eliminated yet
     std::iota(columns.begin(), columns.end(), 0);
     for (int row = 0; row < rows; ++row) {
         auto pivot = columns.end();
@@ -57,7 +58,7 @@ Matrix<double> eliminateConstraints(Matrix<double> & constraints)
     }
     Matrix<double> result(order, static_cast<int>(columns.size()));
     for (int column = 0; column < result.cols(); ++column)
-        std::copy_n(z[columns[static_cast<std::size_t>(column)]], order, result[column]);
+        std::copy_n(z[columns[REmath::Detail::index(column)]], order, result[column]);
     return result;
 }
 
@@ -72,7 +73,7 @@ void formNormalEquations(Matrix<double> const & blocks, std::vector<double> cons
         int const begin = row - row % 4;
         double border = 0;
         for (int i = 0; i < 4; ++i)
-            border += blocks(i, row) * p[static_cast<std::size_t>(begin + i)];
+            border += blocks(i, row) * p[REmath::Detail::index(begin + i)];
         for (int col = 0; col < z.cols(); ++col) {
             double sum = border * z(last, col);
             for (int i = 0; i < 4; ++i)

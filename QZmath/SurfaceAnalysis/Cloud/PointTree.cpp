@@ -19,7 +19,7 @@ namespace
 
 constexpr std::int64_t largestLeaf = 14;
 
-/// How much farther than the last leaf's neighbours the candidates of the next are looked for, squared.
+// How much farther than the last leaf's neighbours the candidates of the next are looked for, squared.
 constexpr float reachMargin = 1.3F;
 
 bool isFinite(Point3D const & point)
@@ -27,7 +27,7 @@ bool isFinite(Point3D const & point)
     return std::isfinite(point.x()) && std::isfinite(point.y()) && std::isfinite(point.z());
 }
 
-/// Length of the interval of the values without a share of them at both ends, which are reordered.
+// Length of the interval of the values without a share of them at both ends, which are reordered.
 double spreadOf(std::vector<float> & values, std::size_t ignored)
 {
     auto const low = values.begin() + static_cast<std::ptrdiff_t>(ignored);
@@ -38,8 +38,8 @@ double spreadOf(std::vector<float> & values, std::size_t ignored)
     return static_cast<double>(*high) - least;
 }
 
-/// The power of 2 that brings the extent of the cloud into [1, 2), by the middle half of a sample of the
-/// points: outliers have no say. By all of them where that has no extent, and 1 where nothing has any.
+// The power of 2 that brings the extent of the cloud into [1, 2), by the middle half of a sample of the
+// points: outliers have no say. By all of them where that has no extent, and 1 where nothing has any.
 double unitOf(int n, Point3D const * points)
 {
     int const stride = std::max(1, n / 1024);
@@ -61,15 +61,15 @@ double unitOf(int n, Point3D const * points)
     return 1;
 }
 
-/// Rounds to `float`; what would overflow stays finite.
+// Rounds to `float`; what would overflow stays finite.
 float narrow(double value)
 {
     double const largest = static_cast<double>(std::numeric_limits<float>::max());
     return static_cast<float>(std::clamp(value, -largest, largest));
 }
 
-/// Squared distance of two intervals' boxes along one axis, rounded as that of any two points in them or
-/// less.
+// Squared distance of two intervals' boxes along one axis, rounded as that of any two points in them or
+// less.
 inline float gap(float low, float high, float otherLow, float otherHigh)
 {
     float const distance = std::max(0.0F, std::max(low - otherHigh, otherLow - high));
@@ -94,8 +94,8 @@ inline float squaredDistance(float x, float y, float z, Point3D const & p)
     return dx * dx + dy * dy + dz * dz;
 }
 
-/// The order of neighbours: by distance, then by index. A squared distance is not negative, so that its bits
-/// are ordered like itself.
+// The order of neighbours: by distance, then by index. A squared distance is not negative, so that its bits
+// are ordered like itself.
 std::uint64_t keyOf(float squaredDistance, std::uint32_t index)
 {
     std::uint32_t bits;
@@ -167,7 +167,7 @@ void CPointTree::splitBelow(std::vector<Record> & records, int node, int leaves)
     }
 }
 
-/// Fills a node above `leaves` leaves and divides its records among its children.
+// Fills a node above `leaves` leaves and divides its records among its children.
 void CPointTree::splitNode(std::vector<Record> & records, int node, int leaves)
 {
     int const firstLeaf = node * leaves - m_leafCount;
@@ -226,7 +226,7 @@ void CNeighbourFinder::openLeaf(int leaf)
     m_largestFound = 0;
 }
 
-/// Copies the points within a distance of the box of the leaf. False when they are more than `most`.
+// Copies the points within a distance of the box of the leaf. False when they are more than `most`.
 bool CNeighbourFinder::gather(int leaf, float squaredReach, std::size_t most)
 {
     CPointTree::Node const box = m_tree.leafNode(leaf);
@@ -300,7 +300,7 @@ std::size_t CNeighbourFinder::countWithin(float limit) const
     return static_cast<std::size_t>(count);
 }
 
-/// The nearest of the `within` candidates inside the reach.
+// The nearest of the `within` candidates inside the reach.
 CNeighbourFinder::Neighbours CNeighbourFinder::selectCandidates(std::size_t within)
 {
     if (m_count == 0 || within <= m_count)
@@ -345,7 +345,7 @@ CNeighbourFinder::Neighbours CNeighbourFinder::candidatesWithin(float limit)
     return {result, count};
 }
 
-/// Branch and bound from the root, nearer boxes first.
+// Branch and bound from the root, nearer boxes first.
 CNeighbourFinder::Neighbours CNeighbourFinder::searchTree(Point3D const & point)
 {
     struct Waiting
@@ -400,7 +400,7 @@ bool CNeighbourFinder::isTooFar(float squaredDistance, std::uint32_t index) cons
            (m_found.size() == m_count && m_found.front().key < keyOf(squaredDistance, index));
 }
 
-/// Keeps the nearest points as a heap with the farthest of them in front.
+// Keeps the nearest points as a heap with the farthest of them in front.
 void CNeighbourFinder::searchLeaf(Point3D const & point, int leaf)
 {
     int const end = m_tree.leafBegin(leaf + 1);

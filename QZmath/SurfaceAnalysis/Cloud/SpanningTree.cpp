@@ -2,6 +2,7 @@
 #include <QZmath/SurfaceAnalysis/Cloud/SpanningTree.h>
 
 #include <QZmath/Backend/Parallel.h>
+#include <QZmath/Foundation/IndexDetail.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <QZsys/Progress.h>
@@ -21,24 +22,24 @@ namespace
 
 using QzBackend::LoopTeam;
 
-/// Points of the graph's neighbourhoods, the point itself included, and of those that link its parts.
+// Points of the graph's neighbourhoods, the point itself included, and of those that link its parts.
 constexpr int graphNeighbours = 16;
 constexpr int linkNeighbours = 64;
 
-/// Levels of the weights of edges, and the mark of an edge that is not there.
+// Levels of the weights of edges, and the mark of an edge that is not there.
 constexpr int levelCount = 255;
 constexpr std::uint8_t noEdge = 255;
 
-/// Points per piece of work.
+// Points per piece of work.
 constexpr int blockSize = 4096;
 
-/// Normals of unit length by position. Zero where there is none.
+// Normals of unit length by position. Zero where there is none.
 class PositionNormals
 {
 public:
     PositionNormals(CPointTree const & tree, Point3D const * normals)
     {
-        m_normals.reserve(static_cast<std::size_t>(tree.size()));
+        m_normals.reserve(index(tree.size()));
         for (int position = 0; position < tree.size(); ++position) {
             Point3D_d normal = widen(normals[tree.index(position)]);
             double const length = normal.length();
@@ -48,7 +49,7 @@ public:
     }
 
     int size() const { return static_cast<int>(m_normals.size()); }
-    Point3D const & operator[](int position) const { return m_normals[static_cast<std::size_t>(position)]; }
+    Point3D const & operator[](int position) const { return m_normals[index(position)]; }
     bool exists(int position) const
     {
         Point3D const & normal = (*this)[position];
@@ -59,7 +60,7 @@ public:
         Point3D const &left = (*this)[a], &right = (*this)[b];
         return left.x() * right.x() + left.y() * right.y() + left.z() * right.z();
     }
-    /// The angle between two tangent planes in even steps; more exactly the chord on the unit sphere.
+    // The angle between two tangent planes in even steps; more exactly the chord on the unit sphere.
     std::uint8_t level(int a, int b) const
     {
         float const apart = std::max(0.0F, 1 - std::abs(cosine(a, b)));
@@ -71,7 +72,7 @@ private:
     std::vector<Point3D> m_normals;
 };
 
-/// Disjoint sets whose elements know whether their sign agrees with that of the representative.
+// Disjoint sets whose elements know whether their sign agrees with that of the representative.
 class SignedSets
 {
 public:
@@ -81,13 +82,13 @@ public:
         bool isTurned;
     };
 
-    explicit SignedSets(int size) : m_links(static_cast<std::size_t>(size)), m_sizes(m_links.size(), 1)
+    explicit SignedSets(int size) : m_links(index(size)), m_sizes(m_links.size(), 1)
     {
         for (std::size_t i = 0; i < m_links.size(); ++i)
             m_links[i] = static_cast<std::uint32_t>(2 * i);
     }
 
-    /// Halves the path on its way.
+    // Halves the path on its way.
     Place find(int element)
     {
         std::uint32_t turned = 0;
@@ -101,7 +102,7 @@ public:
         return {static_cast<int>(at), turned != 0};
     }
 
-    /// Joins two sets so that `a` and `b` agree, or do not. False when they were one set before.
+    // Joins two sets so that `a` and `b` agree, or do not. False when they were one set before.
     bool join(int a, int b, bool agree)
     {
         Place left = find(a), right = find(b);
@@ -110,28 +111,27 @@ public:
         if (size(left.root) < size(right.root))
             std::swap(left, right);
         bool const isTurned = (left.isTurned != right.isTurned) == agree;
-        m_links[static_cast<std::size_t>(right.root)] =
+        m_links[index(right.root)] =
             static_cast<std::uint32_t>(left.root) << 1 | static_cast<std::uint32_t>(isTurned);
-        m_sizes[static_cast<std::size_t>(left.root)] += size(right.root);
+        m_sizes[index(left.root)] += size(right.root);
         return true;
     }
 
-    int size(int root) const { return m_sizes[static_cast<std::size_t>(root)]; }
+    int size(int root) const { return m_sizes[index(root)]; }
 
 private:
-    std::vector<std::uint32_t> m_links; ///< twice the parent, and 1 if the sign is not the parent's
+    std::vector<std::uint32_t> m_links; // twice the parent, and 1 if the sign is not the parent's
     std::vector<int> m_sizes;
 };
 
-/// Calls `visit(position, findNeighbours)` for the points of the tree on the threads of the team.
+// Calls `visit(position, findNeighbours)` for the points of the tree on the threads of the team.
 template <class Visit>
 void forAllPoints(CPointTree const & tree, int neighbours, LoopTeam & team, Visit visit)
 {
     std::vector<CNeighbourFinder> finders(
-        static_cast<std::size_t>(team.threads()),
-        CNeighbourFinder(tree, neighbours, std::numeric_limits<double>::infinity()));
+        index(team.threads()), CNeighbourFinder(tree, neighbours, std::numeric_limits<double>::infinity()));
     auto const visitLeaf = [&](int slot, int leaf) {
-        CNeighbourFinder & finder = finders[static_cast<std::size_t>(slot)];
+        CNeighbourFinder & finder = finders[index(slot)];
         bool isOpen = false;
         for (int position = tree.leafBegin(leaf); position < tree.leafBegin(leaf + 1); ++position) {
             visit(position, [&] {
@@ -149,17 +149,17 @@ struct Edge
     int from, to;
 };
 
-/// The edges between near neighbours, the lightest first, and of equal ones in the order of the tree.
+// The edges between near neighbours, the lightest first, and of equal ones in the order of the tree.
 std::vector<Edge> sortedEdges(CPointTree const & tree, PositionNormals const & normals, LoopTeam & team)
 {
     std::size_t const slots = graphNeighbours - 1;
-    std::vector<int> targets(slots * static_cast<std::size_t>(tree.size()), -1);
+    std::vector<int> targets(slots * index(tree.size()), -1);
     std::vector<std::uint8_t> levels(targets.size(), noEdge);
     forAllPoints(tree, graphNeighbours, team, [&](int position, auto findNeighbours) {
         if (!normals.exists(position))
             return;
         CNeighbourFinder::Neighbours const neighbours = findNeighbours();
-        std::size_t slot = slots * static_cast<std::size_t>(position);
+        std::size_t slot = slots * index(position);
         std::size_t const end = slot + slots;
         for (int i = 0; i < neighbours.count && slot < end; ++i) {
             int const target = neighbours.positions[i];
@@ -172,13 +172,13 @@ std::vector<Edge> sortedEdges(CPointTree const & tree, PositionNormals const & n
 
     // An edge that both ends know counts at the one that comes first.
     int const blocks = (tree.size() + blockSize - 1) / blockSize;
-    std::vector<std::array<std::size_t, levelCount>> counts(static_cast<std::size_t>(blocks));
+    std::vector<std::array<std::size_t, levelCount>> counts(index(blocks));
     team.forEach(blocks, [&](int block) {
-        std::array<std::size_t, levelCount> & count = counts[static_cast<std::size_t>(block)];
+        std::array<std::size_t, levelCount> & count = counts[index(block)];
         count.fill(0);
         int const end = std::min((block + 1) * blockSize, tree.size());
         for (int from = block * blockSize; from < end; ++from) {
-            std::size_t const first = slots * static_cast<std::size_t>(from);
+            std::size_t const first = slots * index(from);
             for (std::size_t slot = first; slot < first + slots && targets[slot] >= 0; ++slot) {
                 auto const back = targets.begin() + static_cast<std::ptrdiff_t>(slots) * targets[slot];
                 if (targets[slot] < from && std::find(back, back + slots, from) != back + slots)
@@ -195,10 +195,10 @@ std::vector<Edge> sortedEdges(CPointTree const & tree, PositionNormals const & n
     }
     std::vector<Edge> edges(total);
     team.forEach(blocks, [&](int block) {
-        std::array<std::size_t, levelCount> & next = counts[static_cast<std::size_t>(block)];
+        std::array<std::size_t, levelCount> & next = counts[index(block)];
         int const end = std::min((block + 1) * blockSize, tree.size());
         for (int from = block * blockSize; from < end; ++from) {
-            std::size_t const first = slots * static_cast<std::size_t>(from);
+            std::size_t const first = slots * index(from);
             for (std::size_t slot = first; slot < first + slots; ++slot) {
                 if (levels[slot] != noEdge)
                     edges[next[levels[slot]]++] = {from, targets[slot]};
@@ -208,7 +208,7 @@ std::vector<Edge> sortedEdges(CPointTree const & tree, PositionNormals const & n
     return edges;
 }
 
-/// Kruskal's method.
+// Kruskal's method.
 void spread(CPointTree const & tree, PositionNormals const & normals, SignedSets & sets,
             CProgressCounter * progress)
 {
@@ -226,7 +226,7 @@ void spread(CPointTree const & tree, PositionNormals const & normals, SignedSets
     }
 }
 
-/// The outermost points of a part in the directions of the axes and the diagonals, both ways.
+// The outermost points of a part in the directions of the axes and the diagonals, both ways.
 class OutermostPoints
 {
 public:
@@ -240,7 +240,7 @@ public:
             offer(m_lowest[line], -height, position);
         }
     }
-    /// Sum of the outward components of their normals, which `signedNormal` gives.
+    // Sum of the outward components of their normals, which `signedNormal` gives.
     template <class SignedNormal>
     double vote(SignedNormal signedNormal) const
     {
@@ -275,23 +275,23 @@ private:
     Outermost m_highest[7], m_lowest[7];
 };
 
-/// The connected parts and the outward sense of each.
+// The connected parts and the outward sense of each.
 class Parts
 {
 public:
     Parts(CPointTree const & tree, PositionNormals const & normals, SignedSets & sets)
-        : m_partOfRoot(static_cast<std::size_t>(tree.size()), -1)
+        : m_partOfRoot(index(tree.size()), -1)
     {
         std::vector<OutermostPoints> outermost;
         for (int position = 0; position < tree.size(); ++position) {
             if (!normals.exists(position))
                 continue;
-            int & part = m_partOfRoot[static_cast<std::size_t>(sets.find(position).root)];
+            int & part = m_partOfRoot[index(sets.find(position).root)];
             if (part < 0) {
                 part = static_cast<int>(outermost.size());
                 outermost.emplace_back();
             }
-            outermost[static_cast<std::size_t>(part)].add(tree.point(position), position);
+            outermost[index(part)].add(tree.point(position), position);
         }
         for (OutermostPoints const & points : outermost) {
             m_votes.push_back(points.vote([&](int position) {
@@ -306,16 +306,13 @@ public:
     bool isUndecided(int root) const { return std::abs(vote(root)) < OutermostPoints::voters / 2.0; }
 
 private:
-    double vote(int root) const
-    {
-        return m_votes[static_cast<std::size_t>(m_partOfRoot[static_cast<std::size_t>(root)])];
-    }
+    double vote(int root) const { return m_votes[index(m_partOfRoot[index(root)])]; }
 
     std::vector<int> m_partOfRoot;
     std::vector<double> m_votes;
 };
 
-/// Links undecided parts with wider neighbourhoods, each by its best edges: rounds of Boruvka's method.
+// Links undecided parts with wider neighbourhoods, each by its best edges: rounds of Boruvka's method.
 void linkParts(CPointTree const & tree, PositionNormals const & normals, SignedSets & sets,
                CProgressCounter * progress)
 {
@@ -324,24 +321,24 @@ void linkParts(CPointTree const & tree, PositionNormals const & normals, SignedS
         int to = -1;
         std::uint8_t level = noEdge;
     };
-    std::vector<Link> links(static_cast<std::size_t>(tree.size()));
+    std::vector<Link> links(index(tree.size()));
     std::vector<int> roots(links.size()), order;
     for (bool isLinked = true; isLinked;) {
         Parts const parts(tree, normals, sets);
         if (parts.count() < 2)
             return;
         for (int position = 0; position < tree.size(); ++position)
-            roots[static_cast<std::size_t>(position)] = sets.find(position).root;
+            roots[index(position)] = sets.find(position).root;
         auto const findLink = [&](int position, auto findNeighbours) {
-            Link & link = links[static_cast<std::size_t>(position)];
+            Link & link = links[index(position)];
             link = {};
-            int const root = roots[static_cast<std::size_t>(position)];
+            int const root = roots[index(position)];
             if (!normals.exists(position) || !parts.isUndecided(root))
                 return;
             CNeighbourFinder::Neighbours const neighbours = findNeighbours();
             for (int i = 0; i < neighbours.count; ++i) {
                 int const target = neighbours.positions[i];
-                if (roots[static_cast<std::size_t>(target)] == root || !normals.exists(target))
+                if (roots[index(target)] == root || !normals.exists(target))
                     continue;
                 std::uint8_t const level = normals.level(position, target);
                 if (level < link.level)
@@ -352,15 +349,14 @@ void linkParts(CPointTree const & tree, PositionNormals const & normals, SignedS
                       [&](LoopTeam & team) { forAllPoints(tree, linkNeighbours, team, findLink); });
         order.clear();
         for (int position = 0; position < tree.size(); ++position) {
-            if (links[static_cast<std::size_t>(position)].to >= 0)
+            if (links[index(position)].to >= 0)
                 order.push_back(position);
         }
-        std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
-            return links[static_cast<std::size_t>(a)].level < links[static_cast<std::size_t>(b)].level;
-        });
+        std::stable_sort(order.begin(), order.end(),
+                         [&](int a, int b) { return links[index(a)].level < links[index(b)].level; });
         isLinked = false;
         for (int const from : order) {
-            int const to = links[static_cast<std::size_t>(from)].to;
+            int const to = links[index(from)].to;
             isLinked = sets.join(from, to, normals.cosine(from, to) >= 0) || isLinked;
         }
     }
