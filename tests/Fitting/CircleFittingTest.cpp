@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/CircleFitting.h>
 #include <QZmath/Fitting/LevenbergMarquardt.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <support/Frames.h>
 
@@ -14,6 +15,7 @@
 
 using qz_sampling::Random;
 using REmath::Point3D_d;
+using REmath::Detail::dot;
 using Points = std::vector<Point3D_d>;
 
 namespace
@@ -21,8 +23,6 @@ namespace
 
 constexpr double pi = 3.14159265358979323846;
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
 
 struct Circle
 {

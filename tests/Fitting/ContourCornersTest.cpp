@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/ContourCorners.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <gtest/gtest.h>
 
@@ -15,11 +16,10 @@ namespace
 
 using REmath::Point3D;
 using REmath::Point3D_d;
+using REmath::Detail::dot;
 using Contour = std::vector<Point3D_d>;
 
 double const pi = std::acos(-1.0);
-
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
 
 // Boundary of a regular polygon of `sides` sides of 20 points and length 20, with corners rounded by
 // `radius` and noise, in a tilted plane. The corners come to `corners`.

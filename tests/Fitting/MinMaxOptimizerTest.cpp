@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/MinMaxOptimizer.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@ namespace
 {
 
 using namespace REmath;
+using REmath::Detail::dot;
 using Formula = std::function<double(Point3D_d const &)>;
 
 class Criterion : public CMinMaxTask::Function
@@ -37,8 +39,6 @@ class OntoUnitSphere : public CMinMaxTask::IProjector
 public:
     void Project(Point3D_d & point) const override { point.normalize(); }
 };
-
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
 
 // A task over the box from -1 to 1, with the criteria that it refers to.
 struct Problem

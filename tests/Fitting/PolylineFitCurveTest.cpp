@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/PolylineFitCurve.h>
+#include <QZmath/Foundation/IndexDetail.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <support/Frames.h>
 
@@ -18,13 +20,11 @@ using qz_sampling::Random;
 using qz_test::Frame;
 using qz_test::randomFrame;
 using REmath::Point3D_d;
+using REmath::Detail::dot;
+using REmath::Detail::index;
 
 using Points = std::vector<Point3D_d>;
 using Segments = std::vector<Points>;
-
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
-
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
 
 // Length of the part of `v` perpendicular to the unit vector `axis`.
 double across(Point3D_d const & v, Point3D_d const & axis) { return (v - axis * dot(v, axis)).length(); }

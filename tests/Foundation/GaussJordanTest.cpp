@@ -1,34 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Foundation/GaussJordan.h>
 
+#include "RowMatrix.h"
+
 #include <apps/sampling/Random.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
 
-namespace
-{
-
-struct Rows
-{
-    Rows(int rowCount, int columnCount, double value = 0)
-        : elements(static_cast<std::size_t>(rowCount * columnCount), value)
-    {
-        for (int row = 0; row < rowCount; ++row)
-            pointers.push_back(elements.data() + row * columnCount);
-    }
-    Rows(Rows const &) = delete;
-    Rows & operator=(Rows const &) = delete;
-    double & at(int row, int col) { return pointers[static_cast<std::size_t>(row)][col]; }
-
-    std::vector<double> elements;
-    std::vector<double *> pointers;
-};
-
-} // namespace
+using Rows = RowMatrix<double>;
 
 TEST(GaussJordan, InvertsAndSolvesInPlace)
 {
@@ -44,9 +28,9 @@ TEST(GaussJordan, InvertsAndSolvesInPlace)
         for (double & element : b.elements)
             element = random.uniform(-1, 1);
         std::vector<double> const matrix = a.elements, rightSides = b.elements;
-        std::vector<double *> const pointers = a.pointers;
-        ASSERT_EQ(gaussj(a.pointers.data(), n, m > 0 ? b.pointers.data() : nullptr, m), 1);
-        EXPECT_EQ(a.pointers, pointers);
+        std::vector<double *> const pointers = a.rows;
+        ASSERT_EQ(gaussj(a.rows.data(), n, m > 0 ? b.rows.data() : nullptr, m), 1);
+        EXPECT_EQ(a.rows, pointers);
         for (int row = 0; row < n; ++row) {
             for (int col = 0; col < n + m; ++col) {
                 double product = 0;
@@ -64,18 +48,17 @@ TEST(GaussJordan, InvertsAndSolvesInPlace)
 TEST(GaussJordan, ReportsWhatItCannotSolve)
 {
     Rows large(51, 51, 3), column(51, 51, 3);
-    EXPECT_EQ(gaussj(large.pointers.data(), 51, column.pointers.data(), 1), -1);
-    EXPECT_EQ(gaussj(large.pointers.data(), 1, column.pointers.data(), 51), -1);
+    EXPECT_EQ(gaussj(large.rows.data(), 51, column.rows.data(), 1), -1);
+    EXPECT_EQ(gaussj(large.rows.data(), 1, column.rows.data(), 51), -1);
     EXPECT_EQ(large.elements, std::vector<double>(51 * 51, 3));
 
     Rows zero(4, 4);
-    EXPECT_EQ(gaussj(zero.pointers.data(), 4, nullptr, 0), -1);
+    EXPECT_EQ(gaussj(zero.rows.data(), 4, nullptr, 0), -1);
     Rows rankOne(2, 2);
-    rankOne.elements = {1, 2, 2, 4};
-    rankOne.pointers = {rankOne.elements.data(), rankOne.elements.data() + 2};
-    EXPECT_EQ(gaussj(rankOne.pointers.data(), 2, nullptr, 0), -1);
+    std::copy_n(std::begin({1.0, 2.0, 2.0, 4.0}), 4, rankOne.elements.begin());
+    EXPECT_EQ(gaussj(rankOne.rows.data(), 2, nullptr, 0), -1);
     Rows nan(3, 3, std::numeric_limits<double>::quiet_NaN());
-    EXPECT_EQ(gaussj(nan.pointers.data(), 3, nullptr, 0), 0);
+    EXPECT_EQ(gaussj(nan.rows.data(), 3, nullptr, 0), 0);
 }
 
 TEST(GaussJordan, TakesTheLastOfEqualPivots)
@@ -87,7 +70,7 @@ TEST(GaussJordan, TakesTheLastOfEqualPivots)
     a.at(1, 1) = -1;
     b.at(0, 0) = 1e308;
     b.at(1, 0) = 1.5e308;
-    EXPECT_EQ(gaussj(a.pointers.data(), 2, b.pointers.data(), 1), 1);
+    EXPECT_EQ(gaussj(a.rows.data(), 2, b.rows.data(), 1), 1);
     EXPECT_TRUE(std::isinf(b.at(0, 0)));
     EXPECT_EQ(a.elements, (std::vector<double>{0.5, 0.5, 0.5, -0.5}));
 }

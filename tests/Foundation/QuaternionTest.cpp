@@ -3,6 +3,8 @@
 #include <QZmath/Foundation/LinearTransform.h>
 #include <QZmath/Foundation/Quaternion.h>
 
+#include "Rotations.h"
+
 #include <apps/sampling/Random.h>
 
 #include <gtest/gtest.h>
@@ -36,10 +38,7 @@ CRotationMatrix matrixOf(Quaternion const & quaternion)
 
 void expectNear(CRotationMatrix const & found, CRotationMatrix const & wanted)
 {
-    for (int row = 0; row < 3; ++row) {
-        for (int col = 0; col < 3; ++col)
-            EXPECT_NEAR(found.m[row][col], wanted.m[row][col], 2e-15) << row << col;
-    }
+    EXPECT_LE(distance(found, wanted), 2e-15);
 }
 
 } // namespace
@@ -50,14 +49,7 @@ TEST(Quaternion, ProductsBelongToProductsOfMatrices)
     for (int repetition = 0; repetition < 300; ++repetition) {
         Quaternion const a = randomQuaternion(random), b = randomQuaternion(random);
         CRotationMatrix const left = matrixOf(a), right = matrixOf(b);
-        CRotationMatrix product = CRotationMatrix::Zero();
-        for (int row = 0; row < 3; ++row) {
-            for (int col = 0; col < 3; ++col) {
-                for (int k = 0; k < 3; ++k)
-                    product.m[row][col] += left.m[row][k] * right.m[k][col];
-            }
-        }
-        expectNear(matrixOf(a * b), product);
+        expectNear(matrixOf(a * b), product(left, right));
         Quaternion const inverse(a.getScalar(), -a.getX(), -a.getY(), -a.getZ());
         EXPECT_TRUE((a * inverse).areEqualTo(Quaternion(), 1e-15));
         expectNear(matrixOf(inverse), left.getTransposed());

@@ -3,6 +3,8 @@
 #include <QZmath/Foundation/LinearTransform.h>
 #include <QZmath/Foundation/RotationMatrix.h>
 
+#include "Rotations.h"
+
 #include <support/Frames.h>
 
 #include <gtest/gtest.h>
@@ -37,28 +39,6 @@ CRotationMatrix randomRotation(Random & random)
 {
     qz_test::Frame const frame = qz_test::randomFrame(random, 0);
     return CRotationMatrix::buildFromColumns(frame.axes[0], frame.axes[1], frame.axes[2]);
-}
-
-CRotationMatrix product(CRotationMatrix const & a, CRotationMatrix const & b)
-{
-    CRotationMatrix result = CRotationMatrix::Zero();
-    for (int row = 0; row < 3; ++row) {
-        for (int col = 0; col < 3; ++col) {
-            for (int k = 0; k < 3; ++k)
-                result.m[row][col] += a.m[row][k] * b.m[k][col];
-        }
-    }
-    return result;
-}
-
-double distance(CRotationMatrix const & a, CRotationMatrix const & b)
-{
-    double largest = 0;
-    for (int row = 0; row < 3; ++row) {
-        for (int col = 0; col < 3; ++col)
-            largest = std::max(largest, std::abs(a.m[row][col] - b.m[row][col]));
-    }
-    return largest;
 }
 
 // Rotation of column vectors about a coordinate axis.

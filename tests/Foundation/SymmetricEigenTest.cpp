@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Foundation/SymmetricEigen.h>
 
+#include "RowMatrix.h"
+
 #include <apps/sampling/Random.h>
 
 #include <gtest/gtest.h>
@@ -20,28 +22,9 @@ void reduce(double ** a, int n, double * d, double * e) { tred2_d(a, n, d, e); }
 int iterate(float * d, float * e, int n, float ** z) { return tqli(d, e, n, z); }
 int iterate(double * d, double * e, int n, double ** z) { return tqli_d(d, e, n, z); }
 
-// Square matrix with row pointers; products and comparisons are in `double`.
+// Products and comparisons are in `double`.
 template <class Real>
-struct Square
-{
-    explicit Square(int size) : n(size), elements(static_cast<std::size_t>(size * size))
-    {
-        for (int row = 0; row < n; ++row)
-            rows.push_back(elements.data() + row * n);
-    }
-    Square(Square const & other) : Square(other.n)
-    {
-        elements.assign(other.elements.begin(), other.elements.end());
-    }
-    Square & operator=(Square const &) = delete;
-
-    Real & at(int row, int col) { return rows[static_cast<std::size_t>(row)][col]; }
-    double at(int row, int col) const { return rows[static_cast<std::size_t>(row)][col]; }
-
-    int n;
-    std::vector<Real> elements;
-    std::vector<Real *> rows;
-};
+using Square = RowMatrix<Real>;
 
 template <class Real>
 Square<Real> randomSymmetric(int n, qz_sampling::Random & random)

@@ -86,11 +86,7 @@ TYPED_TEST(VectorGeometry, FramesByAVectorAreRightHanded)
         EXPECT_NEAR(Point3D_d(p).length(), 1, tolerance);
         EXPECT_NEAR(Point3D_d(q).length(), 1, tolerance);
         EXPECT_NEAR(dot(p, q), 0, tolerance);
-        Point3D_d const pWide(p), qWide(q);
-        Point3D_d const cross(pWide.y() * qWide.z() - pWide.z() * qWide.y(),
-                              pWide.z() * qWide.x() - pWide.x() * qWide.z(),
-                              pWide.x() * qWide.y() - pWide.y() * qWide.x());
-        expectNear(cross, v, tolerance);
+        expectNear(REmath::Detail::cross(Point3D_d(p), Point3D_d(q)), v, tolerance);
     }
     auto const perpendicular = [](double x, double y, double z) {
         Triple<TypeParam> v(Point3D_d(x, y, z));

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Foundation/VectorProductsDetail.h>
+
 #include <support/Frames.h>
 
 #include <algorithm>
@@ -12,10 +14,7 @@
 namespace qz_test
 {
 
-inline double dot(REmath::Point3D_d const & a, REmath::Point3D_d const & b)
-{
-    return a.x() * b.x() + a.y() * b.y() + a.z() * b.z();
-}
+using REmath::Detail::dot;
 
 /// Angle between two lines, 0 to 90 degrees.
 inline double degreesBetweenLines(double const * a, REmath::Point3D_d const & b)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Foundation/VectorProductsDetail.h>
 #include <QZmath/SurfaceAnalysis/QuadraticForm.h>
 
 #include <support/Frames.h>
@@ -9,15 +10,12 @@
 #include <cmath>
 
 using qz_sampling::Random;
+using qz_test::randomPoint;
 using REmath::Point3D_d;
+using REmath::Detail::dot;
 
 namespace
 {
-
-Point3D_d randomPoint(Random & random, double range)
-{
-    return {random.uniform(-range, range), random.uniform(-range, range), random.uniform(-range, range)};
-}
 
 // With a matrix that is not symmetric.
 CQuadraticForm randomForm(Random & random)
@@ -29,8 +27,6 @@ CQuadraticForm randomForm(Random & random)
     form.GetQuadaricTerm().m[2][1] -= 0.4;
     return form;
 }
-
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
 
 } // namespace
 
