@@ -2,29 +2,18 @@
 #include <QZmath/VolTriang/Octree.h>
 
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
-#include <QZmath/VolTriang/Tree/NodeDepths.h>
-#include <QZmath/VolTriang/Tree/NodesPositioning.h>
+#include <QZmath/VolTriang/Tree/TreeRule.h>
 
-#include <QZsys/Exceptions.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <array>
-#include <cfloat>
 #include <climits>
 #include <cmath>
-#include <string>
+#include <new>
 
 namespace VolTr
 {
-
-namespace
-{
-
-// Saturation bound of lattice coordinates: beyond any node of the deepest tree, with room for a step more.
-double const latticeBound = 1.5 * (1 << 30);
-
-} // namespace
 
 // Numbers cells and nodes in the order in which the samples first touch them. The hash tables live only while
 // the tree is built; afterwards the sorted sets answer all look-ups.
@@ -138,17 +127,10 @@ private:
 
 COctree::COctree(IInputSamples const * samples, int depth, CProgressCounter * progress, bool useCenter,
                  int detalizationLevel)
-    : m_boxMin{0.0, 0.0, 0.0}, m_boxMax{0.0, 0.0, 0.0}, m_depth(depth), m_size(0), m_nodeDepthBegin(0),
-      m_nodeDepthEnd(0), m_unit(-1.0), m_boxSize(-1.0), m_samples(samples)
+    : m_boxMin{0.0, 0.0, 0.0}, m_boxMax{0.0, 0.0, 0.0}, m_depth(depth), m_nodeDepthBegin(0),
+      m_nodeDepthEnd(0), m_unit(-1.0), m_samples(samples),
+      m_policy(makeTreePolicy(depth, useCenter, detalizationLevel))
 {
-    char const * const depthError = "Incorrect tree depth detected in VolTr::COctree constructor";
-    if (depth < 0 || depth > MAX_DEPTH)
-        throw CVescaTextException(depthError);
-    m_size = 1 << depth;
-    m_policy =
-        makeNodesPositioningPolicy(useCenter, depth, nodeDepthsOf(depth, useCenter, detalizationLevel).begin);
-    if (depth < m_policy->getMinimalDepth())
-        throw CVescaTextException(depthError);
     m_nodeDepthBegin = m_policy->getNodeDepthBegin();
     m_nodeDepthEnd = m_policy->getNodeDepthEnd();
     buildOctree(progress);
@@ -159,7 +141,13 @@ COctree::~COctree() = default;
 void COctree::buildOctree(CProgressCounter * progress)
 {
     int const samplesNumber = m_samples->pointsNumber();
-    findBox(progress, samplesNumber);
+    {
+        CPrgCntSubPhase phase(progress, 0, 10, 0, true);
+        m_cube = std::make_unique<TreeCube const>(makeTreeCube(*m_samples, *m_policy));
+    }
+    std::copy_n(m_cube->min, 3, m_boxMin);
+    std::copy_n(m_cube->max, 3, m_boxMax);
+    m_unit = m_cube->size / m_cube->cellsPerAxis;
 
     CPrgCntSubPhase phase(progress, 10, 90, 0, true);
     {
@@ -168,48 +156,11 @@ void COctree::buildOctree(CProgressCounter * progress)
         for (int sample = 0; sample < samplesNumber; ++sample) {
             if (progress != nullptr)
                 progress->SetPosFloat(static_cast<double>(sample) / samplesNumber);
-            builder.insertPoint(cellOfPoint(m_samples->getSampleCoords3(sample)));
+            builder.insertPoint(m_cube->cellOf(m_samples->getSampleCoords3(sample)));
         }
     }
     sortNodes();
     sortCells();
-}
-
-void COctree::findBox(CProgressCounter * progress, int samplesNumber)
-{
-    CPrgCntSubPhase phase(progress, 0, 10, 0, true);
-    float low[3] = {FLT_MAX, FLT_MAX, FLT_MAX};
-    float high[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
-    for (int sample = 0; sample < samplesNumber; ++sample) {
-        float const * point = m_samples->getSampleCoords3(sample);
-        for (int axis = 0; axis < 3; ++axis) {
-            if (!std::isfinite(point[axis]))
-                throw CVescaTextException("Sample " + std::to_string(sample) +
-                                          " has a coordinate that is not finite");
-            low[axis] = std::min(low[axis], point[axis]);
-            high[axis] = std::max(high[axis], point[axis]);
-        }
-    }
-    // The floor makes a single sample, and samples that all coincide, legal.
-    double extent = 1e-10;
-    for (int axis = 0; axis < 3; ++axis)
-        extent = std::max(extent, static_cast<double>(high[axis]) - low[axis]);
-    m_boxSize = (m_policy->getBoxMargin() + 1.0) * extent;
-    for (int axis = 0; axis < 3; ++axis) {
-        double const center = (static_cast<double>(low[axis]) + high[axis]) * 0.5;
-        m_boxMin[axis] = center - m_boxSize * 0.5;
-        m_boxMax[axis] = center + m_boxSize * 0.5;
-    }
-    m_unit = m_boxSize / m_size;
-}
-
-CInt3 COctree::cellOfPoint(float const * point) const
-{
-    CInt3 cell;
-    int const last = m_policy->getCellsPerAxis() - 1;
-    for (int axis = 0; axis < 3; ++axis)
-        cell.coordMod(axis) = std::clamp(realToLattice(point[axis], axis, 0), 0, last);
-    return cell;
 }
 
 void COctree::sortNodes()
@@ -259,12 +210,7 @@ void COctree::sortCells()
 
 int COctree::realToLattice(double value, int axis, int ifNaN) const
 {
-    if (m_boxMax[axis] == m_boxMin[axis])
-        return 0;
-    double const coord = std::floor(m_size * (value - m_boxMin[axis]) / (m_boxMax[axis] - m_boxMin[axis]));
-    if (std::isnan(coord))
-        return ifNaN;
-    return static_cast<int>(std::clamp(coord, -latticeBound, latticeBound));
+    return m_cube->toLattice(value, axis, ifNaN);
 }
 
 CParallelepiped COctree::getCellBox(int cell) const

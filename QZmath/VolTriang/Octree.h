@@ -16,6 +16,8 @@ class CProgressCounter;
 namespace VolTr
 {
 
+struct TreeCube;
+
 /// Sorts samples into the cells of a lattice of `1 << depth` steps per axis and derives the nodes on which
 /// the functions of the basis stand: at every depth of a range, the eight nodes around each occupied cell.
 /// The refinement thus follows the samples.
@@ -132,8 +134,6 @@ public:
 
 private:
     void buildOctree(CProgressCounter * progress);
-    void findBox(CProgressCounter * progress, int samplesNumber);
-    CInt3 cellOfPoint(float const * point) const;
     void sortNodes();
     void sortCells();
 
@@ -142,13 +142,12 @@ private:
     double m_boxMin[3];
     double m_boxMax[3];
     int m_depth;
-    int m_size;
     int m_nodeDepthBegin;
     int m_nodeDepthEnd;
     double m_unit;
-    double m_boxSize;
     IInputSamples const * m_samples;
     std::unique_ptr<INodesPositioningPolicy> m_policy;
+    std::unique_ptr<TreeCube const> m_cube;
     std::vector<int> m_sampleCells;
     std::vector<CInt3> m_cells;
     CLatticeIndex m_cellIndex;
