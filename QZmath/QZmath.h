@@ -101,6 +101,7 @@
 #include <QZmath/VolTriang/PiecewisePolynom.h>
 #include <QZmath/VolTriang/Polynom.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
+#include <QZmath/VolTriang/ReconstructionEstimate.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
-#include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/ExactPath.h>
@@ -36,7 +35,6 @@ public:
 private:
     void run(CReconstructionReport & report);
     void logParameters() const;
-    void scaleKernel();
     void registerPhases(RunPhases & phases, ReconstructionPath const & path) const;
     void buildTree(CReconstructionReport & report);
     std::unique_ptr<ImplicitFunction> solve(std::unique_ptr<ReconstructionPath> path,
@@ -74,7 +72,8 @@ CVolumetricTriangulatorImpl::CVolumetricTriangulatorImpl(ITriangulationTarget * 
                                                          CVolTriangulationParams const & params,
                                                          CProgressCounter * progress)
     : m_samples(samples), m_progress(progress), m_params(params), m_target(target),
-      m_kernel(makeApproxGaussian<Kernel>()), m_log(params.getDebugLog()), m_densityEstimationLevel(-1)
+      m_kernel(makeReconstructionKernel(params.getKernelScaleFactor())), m_log(params.getDebugLog()),
+      m_densityEstimationLevel(-1)
 {}
 
 void CVolumetricTriangulatorImpl::run()
@@ -90,7 +89,6 @@ void CVolumetricTriangulatorImpl::run(CReconstructionReport & report)
     RunRecord record(report);
     logText(m_log, "Volumetric triangulation core started");
     logParameters();
-    scaleKernel();
     int const threads = std::max(1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
     PathChoice const choice = choosePath(*m_samples, m_params, m_kernel, m_log);
     report.threads = threads;
@@ -135,16 +133,6 @@ void CVolumetricTriangulatorImpl::logParameters() const
     logValues(m_log, "Variable density", m_params.getVariableDensity());
     if (m_params.getVariableDensity())
         logValues(m_log, "Density estimation level delta", m_params.getDensityEstimationDepthDelta());
-}
-
-void CVolumetricTriangulatorImpl::scaleKernel()
-{
-    float const factor = m_params.getKernelScaleFactor();
-    if (!(factor > 0.0f))
-        return;
-    double const scale = 1.0 / factor;
-    double const scales[3] = {scale, scale, scale};
-    m_kernel.scaleArgument(scales);
 }
 
 // The weights are the expected shares of the run time.

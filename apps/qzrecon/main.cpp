@@ -5,11 +5,12 @@
 #include <apps/io/TriangleMesh.h>
 #include <apps/qzrecon/ConsoleProgress.h>
 #include <apps/qzrecon/Interruption.h>
-#include <apps/qzrecon/MemoryEstimate.h>
 #include <apps/qzrecon/NormalsOfCloud.h>
 #include <apps/qzrecon/Options.h>
+#include <apps/qzrecon/ProgramMemory.h>
 #include <apps/qzrecon/UnreachedParts.h>
 
+#include <QZmath/VolTriang/ReconstructionEstimate.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 #include <QZsys/DebugLog.h>
@@ -101,10 +102,8 @@ void checkOutputPlace(Options const & options)
         throw UsageError("the output would replace the input " + options.input);
 }
 
-void checkMemory(qz_io::PointCloud const & cloud, Options const & options)
+void checkMemory(qz_io::PointCloud const & cloud, qz_io::MeshFormat format, Options const & options)
 {
-    std::uint64_t const nodes = countOctreeNodes(cloud, options.params);
-    double const needed = estimateMemory(cloud.size(), nodes, options.params);
     double const limit = options.memoryLimit > 0.0 ? options.memoryLimit : availableMemory();
     double const neededForNormals =
         cloud.normals.empty() ? st_normalEstimationBytes * static_cast<double>(cloud.size()) : 0.0;
@@ -113,11 +112,15 @@ void checkMemory(qz_io::PointCloud const & cloud, Options const & options)
                                 " points need about " + formatted("%.3f", neededForNormals / 1e9) +
                                 " GB, and " + formatted("%.3f", limit / 1e9) +
                                 " GB may be taken; choose another --max-memory");
+    VolTr::CReconstructionEstimate const estimate =
+        VolTr::estimateReconstruction(qz_io::CloudSamples(cloud), options.params);
+    double const needed =
+        programMemory(estimate, cloud.size(), format, options.params.getEstimateResultNormals());
     if (needed > limit)
         throw qz_io::InputError(
             "not enough memory: depth " + std::to_string(options.params.getOctreeDepth()) + " makes " +
-            std::to_string(nodes) + " nodes, which need about " + formatted("%.1f", needed / 1e9) +
-            " GB, and " + formatted("%.1f", limit / 1e9) +
+            std::to_string(estimate.nodes) + " nodes, which need about " + formatted("%.3f", needed / 1e9) +
+            " GB, and " + formatted("%.3f", limit / 1e9) +
             " GB may be taken; choose a smaller --depth or another --max-memory");
 }
 
@@ -216,6 +219,7 @@ void reconstruct(Options & options, ConsoleProgress & progress)
 {
     qz_io::MeshFormat const format = qz_io::meshFormatOf(options.output);
     checkOutputPlace(options);
+    CVescaThreadingTasksHelper::setNumOfPhisicalThread(options.threads);
 
     RunSummary summary;
     qz_io::PointCloud cloud;
@@ -226,12 +230,11 @@ void reconstruct(Options & options, ConsoleProgress & progress)
                                  options.normalNeighbours > 0 ? qz_io::InputNormals::optional
                                                               : qz_io::InputNormals::required);
         qz_io::checkCloud(cloud);
-        checkMemory(cloud, options);
+        checkMemory(cloud, format, options);
     }
 
     RunLog log(options.logFile);
     options.params.setDebugLog(log.isWanted() ? &log : nullptr);
-    CVescaThreadingTasksHelper::setNumOfPhisicalThread(options.threads);
 
     std::size_t withoutNormal = 0;
     if (cloud.normals.empty()) {

@@ -235,6 +235,30 @@ TEST_F(Qzrecon, badInputEndsInOneSentence)
     expectComplaint(2, {cloud(), "-o", out, "--frobnicate"}, "--frobnicate");
 }
 
+TEST_F(Qzrecon, TheMemoryThatItAsksForIsWhatItTakes)
+{
+    if (QZ_SANITIZED)
+        GTEST_SKIP() << "sanitizers take memory of their own";
+    auto const numberBehind = [](std::string const & text, std::string const & words) {
+        std::size_t const place = text.find(words);
+        EXPECT_NE(place, std::string::npos) << text;
+        return place == std::string::npos ? 0.0 : std::stod(text.substr(place + words.size()));
+    };
+    for (char const * depth : {"6", "7"})
+        for (char const * name : {"mesh.ply", "mesh.obj"}) {
+            Arguments const arguments = {cloud(), "-o", path(name), "--depth", depth, "--normals"};
+            ASSERT_EQ(run(arguments), 0) << errors;
+            double const taken = 1e6 * numberBehind(output, "peak memory ");
+            fs::remove(path(name));
+            Arguments limited = arguments;
+            limited.insert(limited.end(), {"--max-memory", "0.001"});
+            expectComplaint(2, limited, "not enough memory");
+            double const asked = 1e9 * numberBehind(errors, "which need about ");
+            EXPECT_GT(asked, 0.8 * taken) << name << ' ' << depth;
+            EXPECT_LT(asked, 1.8 * taken) << name << ' ' << depth;
+        }
+}
+
 TEST_F(Qzrecon, bareCloudsGetNormals)
 {
     qz_sampling::Cloud const sphere = sphereCloud(8000);

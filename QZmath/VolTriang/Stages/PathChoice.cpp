@@ -2,6 +2,7 @@
 #include <QZmath/VolTriang/Stages/PathChoice.h>
 
 #include <QZmath/VolTriang/InputSamples.h>
+#include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/Stages/BrickPath.h>
 #include <QZmath/VolTriang/Stages/ExactPath.h>
@@ -29,6 +30,17 @@ bool canBricksServe(CVolTriangulationParams const & params, Kernel const & kerne
 }
 
 } // namespace
+
+Kernel makeReconstructionKernel(float scaleFactor)
+{
+    Kernel kernel = makeApproxGaussian<Kernel>();
+    if (scaleFactor > 0.0f) {
+        double const scale = 1.0 / scaleFactor;
+        double const scales[3] = {scale, scale, scale};
+        kernel.scaleArgument(scales);
+    }
+    return kernel;
+}
 
 PathChoice choosePath(IInputSamples const & samples, CVolTriangulationParams const & params,
                       Kernel const & kernel, VsUt::IDebugLog * log)

@@ -18,6 +18,10 @@ namespace VolTr
 class CVolTriangulationParams;
 class IInputSamples;
 
+/// The kernel of a reconstruction: the sample kernel, wider or narrower by a factor; others than those above
+/// 0 leave it as it is.
+Kernel makeReconstructionKernel(float scaleFactor);
+
 /// Which path a run takes, and why: the bricks when they are wanted and can serve, else the stored system.
 struct PathChoice
 {

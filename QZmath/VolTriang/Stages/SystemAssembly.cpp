@@ -44,9 +44,6 @@ using ProductHelper = CCSFProductHelperTmpl<Kernel>;
 
 char const * const tooLargeError = "System is too large for 32-bit indices";
 
-// Upper triangle of a row: nodes of the same depth and of all coarser ones, as measured on closed surfaces.
-std::int64_t const expectedElementsPerRow = 240;
-
 template <class TSolver>
 class tf_CSparseMatrixReservator final : public tf_IMatrixMemoryReservator
 {

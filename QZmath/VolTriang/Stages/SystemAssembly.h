@@ -25,6 +25,10 @@ class CReconstructionReport;
 class RunPhases;
 struct StageContext;
 
+/// Elements of a row of the upper half for which memory is reserved: nodes of the same depth and of all
+/// coarser ones, as measured on closed surfaces. Kernels wider than their cells have more.
+constexpr std::int64_t expectedElementsPerRow = 240;
+
 /// What assembly and solution need to know of the concrete solver behind
 /// `IVertexPosLinearSystem`: its matrix storage.
 class tf_IMatrixMemoryReservator

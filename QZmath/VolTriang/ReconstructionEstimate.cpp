@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/ReconstructionEstimate.h>
+
+#include <QZmath/VolTriang/Bricks/BrickPasses.h>
+#include <QZmath/VolTriang/InputSamples.h>
+#include <QZmath/VolTriang/Stages/FactorEstimate.h>
+#include <QZmath/VolTriang/Stages/PathChoice.h>
+#include <QZmath/VolTriang/Stages/SolverChoice.h>
+#include <QZmath/VolTriang/Stages/SystemAssembly.h>
+#include <QZmath/VolTriang/Tree/TreeRule.h>
+#include <QZmath/VolTriang/VolTriangulationError.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
+
+#include <QZsys/ParallelTasks.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace VolTr
+{
+
+namespace
+{
+
+using Solver = CReconstructionReport::Solver;
+using Places = std::vector<CInt3>; // distinct, ascending in x, y, z
+
+void sortUnique(Places & places)
+{
+    std::sort(places.begin(), places.end());
+    places.erase(std::unique(places.begin(), places.end()), places.end());
+}
+
+// The leaf cells that hold samples. Never keeps more than twice as many entries as there are such cells, or
+// some thousands.
+Places findLeafCells(IInputSamples const & samples, INodesPositioningPolicy const & policy)
+{
+    TreeCube const cube = makeTreeCube(samples, policy);
+    Places cells;
+    cells.reserve(1 << 14);
+    for (int sample = 0; sample < samples.pointsNumber(); ++sample) {
+        CInt3 const cell = cube.cellOf(samples.getSampleCoords3(sample));
+        if (!cells.empty() && cells.back() == cell)
+            continue;
+        if (cells.size() == cells.capacity()) {
+            sortUnique(cells);
+            cells.reserve(std::max(cells.capacity(), 2 * cells.size()));
+        }
+        cells.push_back(cell);
+    }
+    sortUnique(cells);
+    return cells;
+}
+
+// Adds to each place the one at an offset. The shifted places keep their order, so it is a merge.
+Places withShifted(Places const & places, CInt3 const & offset)
+{
+    Places merged;
+    merged.reserve(places.size() + places.size() / 2);
+    auto next = places.begin();
+    for (CInt3 const & place : places) {
+        CInt3 const shifted = place + offset;
+        while (next != places.end() && *next < shifted)
+            merged.push_back(*next++);
+        if (next != places.end() && *next == shifted)
+            ++next;
+        merged.push_back(shifted);
+    }
+    return merged;
+}
+
+// The nodes of a depth: around each cell the corners of a box, whose first corner the policy tells.
+Places findNodes(Places const & leafCells, INodesPositioningPolicy const & policy, int depth)
+{
+    Places nodes;
+    for (CInt3 const & cell : leafCells) {
+        CTreeNode first;
+        policy.makeCellNode(&first, depth, &cell, 0);
+        if (nodes.empty() || !(nodes.back() == first.shift()))
+            nodes.push_back(first.shift());
+    }
+    sortUnique(nodes);
+    CInt3 const origin(0, 0, 0);
+    CTreeNode first;
+    policy.makeCellNode(&first, depth, &origin, 0);
+    for (int corner = 1; corner < policy.getNodesPerCell(); corner *= 2) {
+        CTreeNode other;
+        policy.makeCellNode(&other, depth, &origin, corner);
+        CInt3 offset = other.shift();
+        offset -= first.shift();
+        nodes = withShifted(nodes, offset);
+    }
+    return nodes;
+}
+
+// Bricks that hold nodes, whose neighbours stand 2^`spacingShift` lattice steps apart.
+std::int64_t countBricks(Places const & nodes, int spacingShift)
+{
+    Places bricks;
+    for (CInt3 const & node : nodes) {
+        CInt3 const brick((node.x() >> spacingShift) >> 3, (node.y() >> spacingShift) >> 3,
+                          (node.z() >> spacingShift) >> 3);
+        if (bricks.empty() || !(bricks.back() == brick))
+            bricks.push_back(brick);
+    }
+    sortUnique(bricks);
+    return static_cast<std::int64_t>(bricks.size());
+}
+static_assert(brickEdge == 8, "a brick has 2^3 places along an axis");
+
+// Elements that a vector has room for when it has grown one by one.
+double grown(double size) { return size <= 1.0 ? size : std::exp2(std::ceil(std::log2(size))); }
+
+// What is counted before a run. Bytes below are sizes of the structures that bear the names, `double` since
+// they may exceed all memory; factors without a structure were fitted to peaks of runs, as the tests do.
+struct Counts
+{
+    double samples = 0;
+    double leafCells = 0;
+    double nodes = 0;
+    double bricks = 0;
+    double deepestBricks = 0;
+    double brickBytes = 0; // of lattice and system, what goes with the bricks
+    int depths = 0;
+
+    void addDepth(double depthNodes, double depthBricks)
+    {
+        // Places, rows of nodes and first nodes grow one by one; neighbours and hash slots do not.
+        double const lattice = (12 + 64 + 4) * grown(depthBricks) + 27 * 4 * depthBricks +
+                               4 * std::max(4.0, grown(2 * depthBricks));
+        // Two dense vectors of 512 `float`, the used rows, and 8 coarse bricks for each coarser depth.
+        brickBytes += lattice + (2 * 2048 + 12 + 32 * depths) * depthBricks;
+        nodes += depthNodes;
+        bricks += depthBricks;
+        deepestBricks = depthBricks;
+        ++depths;
+    }
+
+    // The octree: cells and nodes grow one by one, each has its place in a sorted index, and some 3 bytes of
+    // the index's lines go with one; a sample has its cell and its place in the list of the cell.
+    double tree() const
+    {
+        return 8 * samples + 12 * grown(leafCells) + (4 + 8) * leafCells + 16 * grown(nodes) + 8 * nodes +
+               3 * (leafCells + nodes);
+    }
+};
+
+// A closed surface in this many triangles, which are four for each cube of the polygoniser. Where samples are
+// sparse, the deepest nodes still go all along the surface; where they are noisy, they lie around it.
+double countTriangles(Counts const & counts, CVolTriangulationParams const & params)
+{
+    double const factor = params.getReconstructFactor();
+    if (!std::isfinite(factor))
+        return 0;
+    // The edge of a cube is twice a leaf cell: the distance of deepest nodes in centres, twice that at
+    // corners.
+    double const cubesPerSpacing = params.getUseCenter() ? factor : factor / 2;
+    return 370 * counts.deepestBricks * cubesPerSpacing * cubesPerSpacing;
+}
+
+double acceleratedBytes(Counts const & counts, CVolTriangulationParams const & params)
+{
+    double const kept = counts.tree() + (params.getVariableDensity() ? 4 * counts.samples : 0);
+    // The deepest level has one dense vector only. A compact index, and ten compact vectors of the iteration.
+    // Threads pass blocks to each other in rounds.
+    bool const isShared = CVescaThreadingTasksHelper::getNumOfPhisicalThread() > 1;
+    double const blocks = isShared ? 64.0 * sizeof(CoarseBlock) * std::max(counts.depths - 1, 0) : 0.0;
+    double const solving = counts.brickBytes - 2048 * counts.deepestBricks + (4 + 44) * counts.nodes + blocks;
+    // Rows of the function, with those that repeat a neighbour's; then bricks of the surface with their
+    // values, crossed edges and vertices.
+    double const extracting = 2850 * counts.bricks + 12.5 * countTriangles(counts, params);
+    return kept + std::max(solving, extracting);
+}
+
+// The basis functions, for what depends on their couplings.
+struct Functions
+{
+    std::vector<SupportCube> supports; // empty where nothing depends on them
+    double spacing = 1;                // of the deepest nodes
+    bool areWide = false;              // wider than unscaled ones, so that the room for rows may not suffice
+};
+
+double exactBytes(Counts const & counts, CVolTriangulationParams const & params, Solver solver,
+                  Functions & functions)
+{
+    double const kept = counts.tree() + (params.getVariableDensity() ? 4 * counts.samples : 0);
+    // Room for elements of 12 bytes is reserved, and grows by halves where kernels are wide: values first,
+    // with the old ones still there.
+    double const reserved = expectedElementsPerRow * counts.nodes;
+    double const elements = functions.areWide ? estimateMatrixElements(functions.supports) : reserved;
+    double room = reserved;
+    while (room > 0 && room < elements)
+        room *= 1.5;
+    double const assembling = room > reserved ? 16 * room : 12 * room;
+
+    double solving = 0;
+    switch (solver) {
+    case Solver::direct:
+        // The graph and the order, then the factor: 8 bytes an element, and what better orders save is about
+        // what the blocks of columns store in excess.
+        solving = 2e6 + 4.6 * room + 10.7 * estimateFactorElements(functions.supports, functions.spacing);
+        break;
+    case Solver::iterative:
+        solving = 100 * counts.nodes;
+        break;
+    case Solver::decomposing:
+        solving = 8.3 * room; // parts of the matrix are copied
+        break;
+    default:
+        throw CVolTriangulationError("Unexpected solver type");
+    }
+    double const extracting = 122 * countTriangles(counts, params);
+    return kept + 40 * counts.nodes + std::max({assembling, 12 * room + solving, extracting});
+}
+
+} // namespace
+
+CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
+                                               CVolTriangulationParams const & params)
+{
+    std::unique_ptr<INodesPositioningPolicy> const policy =
+        makeTreePolicy(params.getOctreeDepth(), params.getUseCenter(), params.getDetalizationLevel());
+    Places const leafCells = findLeafCells(samples, *policy);
+    Kernel const kernel = makeReconstructionKernel(params.getKernelScaleFactor());
+    double const reach = kernel.getCommonSupportRef().getMax()[0];
+    Functions functions;
+    functions.spacing = policy->getScaleFactor();
+    functions.areWide = reach > 1.5 * (1 + 1e-6);
+
+    Counts counts;
+    counts.samples = samples.pointsNumber();
+    counts.leafCells = static_cast<double>(leafCells.size());
+    std::vector<SupportCube> & supports = functions.supports;
+    for (int depth = policy->getNodeDepthBegin(); depth < policy->getNodeDepthEnd(); ++depth) {
+        Places const nodes = findNodes(leafCells, *policy, depth);
+        int const spacingShift = params.getOctreeDepth() - depth;
+        counts.addDepth(static_cast<double>(nodes.size()),
+                        static_cast<double>(countBricks(nodes, spacingShift)));
+        Solver const solver = solverOf(params.getPrefferedSolver(), static_cast<std::int64_t>(counts.nodes));
+        if (solver != Solver::direct && !functions.areWide) {
+            supports = {};
+            continue;
+        }
+        supports.reserve(supports.size() + nodes.size());
+        float const nodeReach = static_cast<float>(std::ldexp(reach, spacingShift));
+        for (CInt3 const & node : nodes)
+            supports.push_back(
+                {{static_cast<float>(node.x()), static_cast<float>(node.y()), static_cast<float>(node.z())},
+                 nodeReach});
+    }
+
+    CReconstructionEstimate estimate;
+    estimate.leafCells = static_cast<std::int64_t>(leafCells.size());
+    estimate.nodes = static_cast<std::int64_t>(counts.nodes);
+    estimate.unknowns = estimate.nodes;
+    estimate.triangles = countTriangles(counts, params);
+    estimate.solver = solverOf(params.getPrefferedSolver(), estimate.unknowns);
+    estimate.exactBytes = exactBytes(counts, params, estimate.solver, functions);
+    estimate.acceleratedBytes = acceleratedBytes(counts, params);
+    estimate.path = choosePath(samples, params, kernel, nullptr).path;
+    return estimate;
+}
+
+} // namespace VolTr

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/Export.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
+
+#include <cstdint>
+
+namespace VolTr
+{
+
+class CVolTriangulationParams;
+class IInputSamples;
+
+/// What a reconstruction will be like, known before it begins. Counts are exact but for the triangles; bytes
+/// are what the run asks for at its peak beyond what the caller keeps: samples and mesh.
+struct CReconstructionEstimate
+{
+    std::int64_t leafCells = 0; ///< that hold samples
+    std::int64_t nodes = 0;
+    std::int64_t unknowns = 0; ///< of the linear system: one for each node
+    double triangles = 0;      ///< of a closed surface; a guess, good to some tens of percent
+    /// Peak of the path that stores the system, with `solver`, the one that the parameters choose for it.
+    double exactBytes = 0;
+    CReconstructionReport::Solver solver = CReconstructionReport::Solver::none;
+    /// Peak of the path without a matrix, whatever the parameters say.
+    double acceleratedBytes = 0;
+    /// The path that will be taken. If the accelerated one does not converge, the other one follows.
+    CReconstructionReport::Path path = CReconstructionReport::Path::none;
+
+    /// Peak of `path`.
+    double peakBytes() const
+    {
+        return path == CReconstructionReport::Path::accelerated ? acceleratedBytes : exactBytes;
+    }
+};
+
+/// Estimates what `CVolumetricTriangulator::run` makes and takes with these samples and parameters.
+///
+/// Bytes come within a quarter of what a run asks for, and within a tenth in most cases, on clean, noisy,
+/// uneven and open clouds. What occupies the machine's memory can be a fifth less, since a part of it is not
+/// touched.
+///
+/// Reads the coordinates of each sample twice, as the tree does; normals and marks are not asked for. Takes
+/// O(n log n) time for n occupied leaf cells: a tenth to a fifth of an accelerated run on one thread. Keeps
+/// one depth of nodes at a time, at 12 bytes each, beside the leaf cells; all of them, at 16 bytes, where the
+/// direct solver is the choice of the exact path. Can be called from several threads.
+///
+/// \throws what `run` throws for a depth out of range, a coordinate that is not finite and an unknown solver
+QZMATH_API CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
+                                                          CVolTriangulationParams const & params);
+
+} // namespace VolTr

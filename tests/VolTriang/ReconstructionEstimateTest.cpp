@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/ReconstructionEstimate.h>
+
+#include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
+#include <QZmath/VolTriang/VolumetricTriangulator.h>
+#include <QZsys/ParallelTasks.h>
+
+#include <support/MeasureMemory.h>
+#include <support/PointCloudSamples.h>
+
+#include <apps/sampling/SampleShapes.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <random>
+#include <string>
+
+using namespace VolTr;
+
+namespace
+{
+
+PointCloudSamples sampleShape(char const * shape, std::size_t points, double noise = 0,
+                              double densityRatio = 1)
+{
+    qz_sampling::SamplingOptions options;
+    options.pointNumber = points;
+    options.noise = noise;
+    options.densityRatio = densityRatio;
+    qz_sampling::Cloud const cloud = sampleCloud(*qz_sampling::makeShape(shape), options);
+    PointCloudSamples samples;
+    for (std::size_t i = 0; i < 3 * cloud.size(); i += 3)
+        samples.add({cloud.positions[i], cloud.positions[i + 1], cloud.positions[i + 2]},
+                    {cloud.normals[i], cloud.normals[i + 1], cloud.normals[i + 2]},
+                    !cloud.boundaryMarks.empty() && cloud.boundaryMarks[i / 3] != 0);
+    return samples;
+}
+
+class NoTarget : public ITriangulationTarget
+{
+    void onAddNewVertex(int, double const *, double const *) override {}
+    void onAddNewVertex(int, float const *, float const *) override {}
+    void onAddNewTriangle(int, int, int) override {}
+};
+
+CVolTriangulationParams paramsOf(int depth, bool isAccelerated)
+{
+    CVolTriangulationParams params;
+    params.setOctreeDepth(depth);
+    params.setAccelerated(isAccelerated);
+    return params;
+}
+
+struct EstimatedRun
+{
+    char const * shape;
+    std::size_t points;
+    double noise;
+    double densityRatio;
+    int depth;
+    bool isAccelerated;
+    void (*change)(CVolTriangulationParams &);
+};
+
+// Bytes estimated for each that a run allocated at its peak.
+double compareWithRun(EstimatedRun const & run)
+{
+    SCOPED_TRACE(std::string(run.shape) + " at depth " + std::to_string(run.depth));
+    PointCloudSamples const samples = sampleShape(run.shape, run.points, run.noise, run.densityRatio);
+    CVolTriangulationParams params = paramsOf(run.depth, run.isAccelerated);
+    if (run.change != nullptr)
+        run.change(params);
+    CReconstructionEstimate estimate;
+    long const taken = qz_test::peakBytesOf([&] { estimate = estimateReconstruction(samples, params); });
+    CReconstructionReport report;
+    NoTarget target;
+    long const measured = qz_test::peakBytesOf([&] {
+        CVolumetricTriangulator triangulator(&target, &samples, &params, nullptr);
+        triangulator.setReport(&report);
+        triangulator.run();
+    });
+    EXPECT_EQ(estimate.path, report.path);
+    EXPECT_EQ(estimate.nodes, report.nodes);
+    if (run.isAccelerated)
+        EXPECT_LT(std::fabs(std::log2(estimate.triangles / report.triangles)), 1.3);
+    else
+        EXPECT_EQ(estimate.solver, report.solver);
+    if (!qz_test::isMemoryMeasured)
+        return 1.0;
+    double const ratio = estimate.peakBytes() / static_cast<double>(measured);
+    EXPECT_LT(std::fabs(ratio - 1), 0.25)
+        << "estimated " << estimate.peakBytes() << ", measured " << measured;
+    EXPECT_LT(taken, measured / 2);
+    return ratio;
+}
+
+#ifndef QZ_SLOW_TESTS
+PointCloudSamples fillCube(int points)
+{
+    std::mt19937 engine(7);
+    std::uniform_real_distribution<float> coord(-3.0f, 5.0f);
+    PointCloudSamples samples;
+    for (int i = 0; i < points; ++i)
+        samples.add({coord(engine), coord(engine), coord(engine)}, {0.0f, 0.0f, 1.0f});
+    return samples;
+}
+
+std::string messageOf(void (*action)(IInputSamples const &, CVolTriangulationParams const &),
+                      IInputSamples const & samples, CVolTriangulationParams const & params)
+{
+    try {
+        action(samples, params);
+    } catch (std::exception const & error) {
+        return error.what();
+    }
+    return "no exception";
+}
+#endif
+
+} // namespace
+
+#ifdef QZ_SLOW_TESTS
+
+TEST(ReconstructionEstimate, BytesAreThoseOfRunsOnEveryDepth)
+{
+    void (*const open)(CVolTriangulationParams &) = [](CVolTriangulationParams & params) {
+        params.setClosed(false);
+    };
+    for (bool isAccelerated : {true, false}) {
+        std::printf("%-12s   %-8s %-8s %-8s %-8s\n", isAccelerated ? "accelerated" : "exact", "clean",
+                    "noisy", "uneven", "open");
+        for (int depth = 6; depth <= (isAccelerated ? 10 : 7); ++depth) {
+            std::size_t const points = depth < 9 ? 100000 : 1000000;
+            std::printf("depth %-6d", depth);
+            for (EstimatedRun const & run :
+                 {EstimatedRun{"genus3", points, 0, 1, depth, isAccelerated, nullptr},
+                  EstimatedRun{"genus3", points, 0.002, 1, depth, isAccelerated, nullptr},
+                  EstimatedRun{"torus", points, 0, 50, depth, isAccelerated, nullptr},
+                  EstimatedRun{"sheet", points, 0, 1, depth, isAccelerated, open}})
+                std::printf("   %.3f", compareWithRun(run));
+            std::printf("\n");
+        }
+    }
+}
+
+#else
+
+TEST(ReconstructionEstimate, CountsWhatTheOctreeMakes)
+{
+    PointCloudSamples one;
+    one.add({1.0f, 2.0f, 3.0f}, {0.0f, 0.0f, 1.0f});
+    PointCloudSamples const clouds[] = {sampleShape("torus", 4000, 0.001, 20), sampleShape("sheet", 300),
+                                        fillCube(500), one};
+    for (PointCloudSamples const & cloud : clouds)
+        for (int depth : {2, 3, 6, 9, 29})
+            for (bool useCenter : {true, false})
+                for (int levels : {-1, 0, 2, 40}) {
+                    CVolTriangulationParams params = paramsOf(depth, true);
+                    params.setUseCenter(useCenter);
+                    params.setDetalizationLevel(levels);
+                    params.setPrefferedSolver(3); // spares the factor
+                    COctree const octree(&cloud, depth, nullptr, useCenter, levels);
+                    CReconstructionEstimate const estimate = estimateReconstruction(cloud, params);
+                    EXPECT_EQ(estimate.nodes, octree.getNodesNumber()) << depth << useCenter << levels;
+                    EXPECT_EQ(estimate.unknowns, octree.getNodesNumber());
+                    EXPECT_EQ(estimate.leafCells, octree.getCellsNumberOnDeepestLevel());
+                }
+}
+
+TEST(ReconstructionEstimate, BytesAreThoseOfRuns)
+{
+    auto const open = [](CVolTriangulationParams & params) { params.setClosed(false); };
+    auto const fine = [](CVolTriangulationParams & params) { params.setReconstructFactor(2.0f); };
+    auto const corners = [](CVolTriangulationParams & params) { params.setUseCenter(false); };
+    auto const iterative = [](CVolTriangulationParams & params) { params.setPrefferedSolver(3); };
+    auto const decomposing = [](CVolTriangulationParams & params) { params.setPrefferedSolver(4); };
+    auto const wide = [](CVolTriangulationParams & params) { params.setKernelScaleFactor(1.4f); };
+    EstimatedRun const runs[] = {
+        {"sphere", 30000, 0, 1, 6, true, nullptr},      {"genus3", 40000, 0, 1, 8, true, nullptr},
+        {"torus", 30000, 0, 50, 7, true, nullptr},      {"genus3", 40000, 0.003, 1, 7, true, nullptr},
+        {"sheet", 30000, 0, 1, 7, true, open},          {"genus3", 20000, 0, 1, 7, true, fine},
+        {"plate", 30000, 0, 1, 6, true, corners},       {"sphere", 20000, 0, 1, 5, false, nullptr},
+        {"sheet", 20000, 0, 1, 6, false, open},         {"torus", 20000, 0, 50, 6, false, nullptr},
+        {"genus3", 20000, 0.003, 1, 5, false, corners}, {"plate", 20000, 0, 1, 5, false, iterative},
+        {"plate", 20000, 0, 1, 5, false, decomposing},  {"plate", 20000, 0, 1, 5, false, wide},
+    };
+    for (EstimatedRun const & run : runs) {
+        CVescaThreadingTasksHelper::setNumOfPhisicalThread(1);
+        compareWithRun(run);
+        CVescaThreadingTasksHelper::setNumOfPhisicalThread(2);
+        if (run.isAccelerated)
+            compareWithRun(run);
+    }
+    CVescaThreadingTasksHelper::setNumOfPhisicalThread(0);
+}
+
+TEST(ReconstructionEstimate, RefusesWhatARunRefuses)
+{
+    PointCloudSamples const samples = sampleShape("sphere", 500);
+    PointCloudSamples spoiled = samples;
+    spoiled.points[42][1] = std::numeric_limits<float>::quiet_NaN();
+    PointCloudSamples infinite = samples;
+    infinite.points[0][2] = std::numeric_limits<float>::infinity();
+    auto const run = [](IInputSamples const & cloud, CVolTriangulationParams const & params) {
+        NoTarget target;
+        CVolumetricTriangulator(&target, &cloud, &params, nullptr).run();
+    };
+    auto const estimate = [](IInputSamples const & cloud, CVolTriangulationParams const & params) {
+        estimateReconstruction(cloud, params);
+    };
+    auto const expectTheSame = [&](IInputSamples const & cloud, CVolTriangulationParams const & params) {
+        std::string const message = messageOf(run, cloud, params);
+        EXPECT_NE(message, "no exception");
+        EXPECT_EQ(messageOf(estimate, cloud, params), message);
+    };
+    for (int depth : {-1, 0, 1, 30})
+        expectTheSame(samples, paramsOf(depth, true));
+    expectTheSame(spoiled, paramsOf(4, true));
+    expectTheSame(infinite, paramsOf(4, false));
+    CVolTriangulationParams params = paramsOf(4, true);
+    params.setPrefferedSolver(7);
+    expectTheSame(samples, params);
+
+    CReconstructionEstimate const none = estimateReconstruction(PointCloudSamples(), paramsOf(4, true));
+    EXPECT_EQ(none.nodes, 0);
+    EXPECT_EQ(none.path, CReconstructionReport::Path::exact);
+}
+
+#endif
