@@ -19,7 +19,7 @@ struct CReconstructionEstimate
     std::int64_t leafCells = 0; ///< that hold samples
     std::int64_t nodes = 0;
     std::int64_t unknowns = 0; ///< of the linear system: one for each node
-    double triangles = 0;      ///< of a closed surface; a guess, good to some tens of percent
+    double triangles = 0;      ///< of a closed surface; a guess, within a factor of two
     /// Peak of the path that stores the system, with `solver`, the one that the parameters choose for it.
     double exactBytes = 0;
     CReconstructionReport::Solver solver = CReconstructionReport::Solver::none;
@@ -42,9 +42,9 @@ struct CReconstructionEstimate
 /// touched.
 ///
 /// Reads the coordinates of each sample twice, as the tree does; normals and marks are not asked for. Takes
-/// O(n log n) time for n occupied leaf cells: a tenth to a fifth of an accelerated run on one thread. Keeps
-/// one depth of nodes at a time, at 12 bytes each, beside the leaf cells; all of them, at 16 bytes, where the
-/// direct solver is the choice of the exact path. Can be called from several threads.
+/// O(n log n) time for n occupied leaf cells, a small part of a run's. Keeps one depth of nodes at a time, at
+/// 12 bytes each, beside the leaf cells; all of them, at 16 bytes, where the direct solver is the choice of
+/// the exact path. Can be called from several threads.
 ///
 /// \throws what `run` throws for a depth out of range, a coordinate that is not finite and an unknown solver
 QZMATH_API CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
