@@ -2,12 +2,14 @@
 
 // A command line of qzrecon and a small cloud: words, one a line, up to an empty line, then a point of six
 // floats after the other. Whatever they are, the options are refused by a sentence or lie in their ranges,
-// and a run ends in a mesh without a flaw or in an exception, also on a cloud that the program would refuse.
-// Depths and factors that only take time are left out.
+// and a run ends in a mesh without a flaw or in an exception, as estimated, also on a cloud that the program
+// would refuse. Depths and factors that only take time are left out.
 
 #include <apps/io/PointCloud.h>
 #include <apps/qzrecon/Options.h>
 
+#include <QZmath/VolTriang/ReconstructionEstimate.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 #include <QZsys/ParallelTasks.h>
@@ -141,12 +143,28 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * bytes, std::size_t si
     qz_io::PointCloud const cloud = readCloud(next, bytes + size);
     CVescaThreadingTasksHelper::setNumOfPhisicalThread(1 + options->threads % 2);
     qz_io::CloudSamples const samples(cloud);
-    CheckedMesh mesh;
+    std::optional<VolTr::CReconstructionEstimate> estimate;
     try {
-        VolTr::CVolumetricTriangulator(&mesh, &samples, &params, nullptr).run();
+        estimate = VolTr::estimateReconstruction(samples, params);
+        if (!(estimate->exactBytes >= 0) || !(estimate->acceleratedBytes >= 0))
+            failed("estimated no number");
+    } catch (std::exception const &) {
+    }
+    CheckedMesh mesh;
+    VolTr::CReconstructionReport report;
+    bool isDone = false;
+    try {
+        VolTr::CVolumetricTriangulator triangulator(&mesh, &samples, &params, nullptr);
+        triangulator.setReport(&report);
+        triangulator.run();
+        isDone = true;
     } catch (std::exception const & error) {
         if (*error.what() == '\0')
             failed("ended without a word");
     }
+    if (isDone && !estimate)
+        failed("a run did what the estimate refused");
+    if (estimate && (estimate->nodes != report.nodes || estimate->leafCells != report.leafCells))
+        failed("a run had not the nodes that were estimated");
     return 0;
 }
