@@ -29,10 +29,10 @@ constexpr double ringRadius = 1, tubeRadius = 0.4;
 struct TorusCloud
 {
     std::vector<Point3D> points;
-    std::vector<double> gaussian; ///< the true curvature
+    std::vector<double> gaussian; // the true curvature
 };
 
-/// Random points, evenly by area: the share of a tube angle grows with the distance from the axis.
+// Random points, evenly by area: the share of a tube angle grows with the distance from the axis.
 TorusCloud sampleTorus(std::size_t count)
 {
     std::mt19937 random(1);
@@ -50,7 +50,7 @@ TorusCloud sampleTorus(std::size_t count)
     return cloud;
 }
 
-/// Blue for -1 and below, white for 0, red for 1 and above.
+// Blue for -1 and below, white for 0, red for 1 and above.
 std::array<int, 3> colourOf(double value)
 {
     double const red = std::clamp(1 + value, 0.0, 1.0), blue = std::clamp(1 - value, 0.0, 1.0);
@@ -75,7 +75,7 @@ bool writeCloud(std::string const & path, std::vector<Point3D> const & points,
     return file.flush().good();
 }
 
-/// Every fifth of the points that face a viewer who looks down at 35 degrees, the farthest first.
+// Every fifth of the points that face a viewer who looks down at 35 degrees, the farthest first.
 bool writePicture(std::string const & path, std::vector<Point3D> const & points,
                   std::vector<Point3D> const & normals, std::vector<std::array<int, 3>> const & colours)
 {

@@ -22,7 +22,7 @@ bool isOnBorder(int node)
     return x == 0 || y == 0 || x == side - 1 || y == side - 1;
 }
 
-/// A polynomial without Laplacian as the source of the border and as the judge of the solution.
+// A polynomial without Laplacian as the source of the border and as the judge of the solution.
 class Harmonic : public REmath::IVertexPosInformer<double>, public REmath::IEqSysResultReciever<double>
 {
 public:

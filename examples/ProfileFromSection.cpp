@@ -30,7 +30,7 @@ struct Bend
 std::vector<Bend> const drawing = {{30, 0}, {12, 8}, {18, 0}, {20, -15}, {10, 0}, {9, 5}, {25, 0}};
 constexpr double noise = 0.02; // mm
 
-/// Uniform in [-1, 1].
+// Uniform in [-1, 1].
 double nextNoise()
 {
     static unsigned state = 1;
@@ -38,8 +38,8 @@ double nextNoise()
     return static_cast<double>(state >> 8) / 8388608.0 - 1;
 }
 
-/// Points every 0.1 mm along the drawing. The cuts between the pieces lie one point behind the true ones:
-/// curves meet about where the polyline is cut, so bad cuts cost accuracy.
+// Points every 0.1 mm along the drawing. The cuts between the pieces lie one point behind the true ones:
+// curves meet about where the polyline is cut, so bad cuts cost accuracy.
 std::vector<Points> scanSection(COrthoNormBasis const & plane)
 {
     std::vector<Points> pieces(1);
@@ -61,7 +61,7 @@ std::vector<Points> scanSection(COrthoNormBasis const & plane)
     return pieces;
 }
 
-/// An SVG path through points of the plane; y points upwards.
+// An SVG path through points of the plane; y points upwards.
 std::string pathThrough(Points const & points)
 {
     std::string path;
@@ -73,7 +73,7 @@ std::string pathThrough(Points const & points)
     return path;
 }
 
-/// Points of an arc between two ends near it; it turns by less than half round.
+// Points of an arc between two ends near it; it turns by less than half round.
 Points arcBetween(Point3D_d const & from, Point3D_d const & to, Point3D_d const & centre)
 {
     double const radius = (from - centre).length();

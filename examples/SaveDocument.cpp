@@ -17,7 +17,7 @@
 namespace
 {
 
-/// What the filters have in common; each document part has a filter of its own.
+// What the filters have in common; each document part has a filter of its own.
 class Filter : public VsF::IComponentFilter
 {
 public:
@@ -72,7 +72,7 @@ private:
     Points & m_points;
 };
 
-/// A component of a fixed length: the planes of a cut, or the title of the document.
+// A component of a fixed length: the planes of a cut, or the title of the document.
 template <class Content>
 class FixedFilter : public Filter
 {
@@ -112,7 +112,7 @@ private:
     }
 };
 
-/// Would take the objects that filters make into the document; these filters fill what they were given.
+// Would take the objects that filters make into the document; these filters fill what they were given.
 class Logger : public VsF::IDeltaStateLogger
 {
 public:
@@ -139,7 +139,7 @@ void save(std::FILE * file, Points points, Planes planes, Title title)
     saveOne(new FixedFilter<Title>(stream, "Title", 1, title));
 }
 
-/// Knows nothing of planes. Where a component of another name or version stands, the filter stays unused.
+// Knows nothing of planes. Where a component of another name or version stands, the filter stays unused.
 void loadAsOldProgram(std::FILE * file, Points & points, Title & title, Log & log, Logger & logger)
 {
     CFileBinaryStream stream(file);

@@ -69,7 +69,7 @@ private:
     mutable std::vector<Tile> m_tiles; // the iterator hands out descriptors that clients may change
 };
 
-/// The points of a block and of its halo; where the map ends, the halo does too.
+// The points of a block and of its halo; where the map ends, the halo does too.
 struct Region
 {
     explicit Region(Tile const & tile)

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-/// Whatever the bytes are, reading them ends in a cloud of consistent sizes or in an `InputError`.
+// Whatever the bytes are, reading them ends in a cloud of consistent sizes or in an `InputError`.
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size)
 {
     qz_io::ByteSource source(reinterpret_cast<char const *>(data), size);

@@ -40,8 +40,8 @@ private:
     void OnFinalizeLoading() override {}
 };
 
-/// A byte with a count, and as many bytes (name "Blob", version 2), or as many groups behind a header each
-/// ("Group", version -1).
+// A byte with a count, and as many bytes (name "Blob", version 2), or as many groups behind a header each
+// ("Group", version -1).
 struct Filter : VsF::IComponentFilter
 {
     Filter(IVescaBinaryStream & source, bool group, int level) : stream(source), isGroup(group), depth(level)
@@ -51,7 +51,7 @@ struct Filter : VsF::IComponentFilter
     std::vector<std::unique_ptr<VsF::CInnerHeaderWrapper>> parts;
 
 private:
-    /// At the greatest depth there is no filter for parts, and they are skipped.
+    // At the greatest depth there is no filter for parts, and they are skipped.
     void addPart()
     {
         if (depth < greatestDepth)
@@ -65,7 +65,7 @@ private:
         auto const count = static_cast<unsigned char>(isGroup ? parts.size() : data.size());
         stream.writeData(1, &count);
         stream.writeData(data.size(), data.data());
-        std::int64_t sum = 1 + std::int64_t(data.size());
+        std::int64_t sum = 1 + static_cast<std::int64_t>(data.size());
         for (auto const & part : parts)
             sum += part->Save();
         return sum;
@@ -77,7 +77,7 @@ private:
         if (!isGroup) {
             data.resize(count);
             stream.readData(count, data.data());
-            return 1 + std::int64_t(count);
+            return 1 + static_cast<std::int64_t>(count);
         }
         std::int64_t sum = 1;
         for (unsigned k = 0; k < count; ++k) {
@@ -96,7 +96,7 @@ private:
     int depth;
 };
 
-/// The same by the layout of the bytes. `meaning` is what a saving would write: 0 where bytes mean nothing.
+// The same by the layout of the bytes. `meaning` is what a saving would write: 0 where bytes mean nothing.
 struct Reading
 {
     Bytes const & bytes;
@@ -170,7 +170,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
     VsF::CInnerHeaderWrapper wrapper(document, nullptr, L"");
     try {
         std::int64_t const loaded = wrapper.Load(logger);
-        if (!end || std::uint64_t(loaded) != *end || stream.getPosition() != loaded)
+        if (!end || static_cast<std::uint64_t>(loaded) != *end || stream.getPosition() != loaded)
             failed("loaded what is none, or not all");
     } catch (CVescaException const &) {
         if (end)
@@ -178,13 +178,13 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
         return 0;
     }
     VsF::CSkipTillTheEnd rest(stream, nullptr, L"", L"");
-    if (std::uint64_t(rest.Load(logger)) != size - *end)
+    if (static_cast<std::uint64_t>(rest.Load(logger)) != size - *end)
         failed("wrong length of the rest");
     if (reading.skipsAny)
         return 0;
     CFileWrapClose const copy = openMemoryFile();
     stream = CFileBinaryStream(copy.FilePtr());
-    if (wrapper.Save() != std::int64_t(*end))
+    if (wrapper.Save() != static_cast<std::int64_t>(*end))
         failed("saved another length");
     Bytes saved(*end);
     std::rewind(copy.FilePtr());

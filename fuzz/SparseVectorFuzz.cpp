@@ -26,7 +26,8 @@ void loadAndUse(std::uint8_t const * bytes, std::size_t size)
     std::fclose(file);
 
     std::vector<T> const ones(100, T(1));
-    REmath::CSparseVectorAsVPLSstorageRow<T>::scalarProduct(vector, int(ones.size()), ones.data());
+    REmath::CSparseVectorAsVPLSstorageRow<T>::scalarProduct(vector, static_cast<int>(ones.size()),
+                                                            ones.data());
     for (int k = 0; k < std::min(100, vector.GetNOfNonZeroElements()); ++k) {
         vector.GetElement(vector.GetNonZeroPos(k));
     }
@@ -36,7 +37,7 @@ void loadAndUse(std::uint8_t const * bytes, std::size_t size)
     std::vector<std::uint8_t> saved(size + 1);
     std::FILE * const copy = fmemopen(saved.data(), saved.size(), "wb");
     bool const isSame = vector.SaveToFile(copy) && std::ftell(copy) == end && std::fflush(copy) == 0 &&
-                        std::memcmp(saved.data(), bytes, std::size_t(end)) == 0;
+                        std::memcmp(saved.data(), bytes, static_cast<std::size_t>(end)) == 0;
     std::fclose(copy);
     if (!isSame) {
         std::abort();

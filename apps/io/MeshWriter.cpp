@@ -21,7 +21,7 @@ namespace qz_io
 namespace
 {
 
-/// A file that the exporter writes. The first failure is kept, since the exporters ignore them.
+// A file that the exporter writes. The first failure is kept, since the exporters ignore them.
 class OutputStream : public Assimp::IOStream
 {
 public:
@@ -57,7 +57,7 @@ private:
     int & m_error;
 };
 
-/// Leads what the exporter writes to the pending files.
+// Leads what the exporter writes to the pending files.
 class OutputSystem : public Assimp::IOSystem
 {
 public:

@@ -18,7 +18,7 @@ namespace qz_io
 namespace
 {
 
-/// A path where a signal handler can read it: plain memory and a lock-free state.
+// A path where a signal handler can read it: plain memory and a lock-free state.
 struct Slot
 {
     enum State

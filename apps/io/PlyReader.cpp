@@ -89,7 +89,7 @@ double decode(char const * bytes, Scalar type, bool reversed)
     return decodeAs<double>(bytes, reversed);
 }
 
-/// What a property of a vertex is to us: an index of `Row`, or nothing.
+// What a property of a vertex is to us: an index of `Row`, or nothing.
 int roleOf(std::string_view name)
 {
     static constexpr std::array<std::string_view, 7> names = {"x", "y", "z", "nx", "ny", "nz", "boundary"};
@@ -97,14 +97,14 @@ int roleOf(std::string_view name)
     return found == names.end() ? -1 : static_cast<int>(found - names.begin());
 }
 
-/// x y z nx ny nz and the boundary mark of one vertex.
+// x y z nx ny nz and the boundary mark of one vertex.
 using Row = std::array<double, 7>;
 
 struct Property
 {
     Scalar type = Scalar::uint8;
     bool isList = false;
-    Scalar countType = Scalar::uint8; ///< of a list
+    Scalar countType = Scalar::uint8; // of a list
     int role = -1;
 };
 
@@ -119,7 +119,7 @@ struct Element
         return std::any_of(properties.begin(), properties.end(), [](Property const & p) { return p.isList; });
     }
 
-    /// Bytes of one instance; of its shortest form if it has lists.
+    // Bytes of one instance; of its shortest form if it has lists.
     std::uint64_t leastSize(Encoding encoding) const
     {
         if (encoding == Encoding::ascii)
@@ -215,7 +215,7 @@ Header readHeader(ByteSource & source)
                      std::to_string(found));
 }
 
-/// Reads the instances of one element, one after the other.
+// Reads the instances of one element, one after the other.
 class ElementReader
 {
 public:
@@ -233,7 +233,7 @@ public:
         m_fixed = encoding != Encoding::ascii && !element.hasLists() && m_stride <= ByteSource::st_window;
     }
 
-    /// False when the source ends first.
+    // False when the source ends first.
     bool readInto(Row & row)
     {
         if (m_fixed)

@@ -14,7 +14,7 @@ namespace qz_io
 namespace
 {
 
-/// Extents of single precision clouds are differences and products of coordinates; beyond this they overflow.
+// Extents of single precision clouds are differences and products of coordinates; beyond this they overflow.
 float const st_greatestCoordinate = 1e30f;
 
 struct Finding

@@ -13,7 +13,7 @@ namespace
 
 std::string atLine(ByteSource const & source) { return "line " + std::to_string(source.lineNumber()); }
 
-/// Reads three numbers off a line and appends them.
+// Reads three numbers off a line and appends them.
 void appendTriple(std::vector<float> & values, std::string_view & line, ByteSource const & source)
 {
     for (int axis = 0; axis < 3; ++axis) {
@@ -24,11 +24,11 @@ void appendTriple(std::vector<float> & values, std::string_view & line, ByteSour
     }
 }
 
-/// Which normal each vertex has by the word of the faces.
+// Which normal each vertex has by the word of the faces.
 class NormalsOfVertices
 {
 public:
-    /// The first face that mentions a vertex decides.
+    // The first face that mentions a vertex decides.
     void set(std::size_t vertex, std::size_t normal)
     {
         if (m_normals.size() <= vertex)
@@ -38,7 +38,7 @@ public:
     }
 
     bool empty() const { return m_normals.empty(); }
-    /// A vertex that no face mentions has the normal of its own index.
+    // A vertex that no face mentions has the normal of its own index.
     std::size_t of(std::size_t vertex) const
     {
         return vertex < m_normals.size() && m_normals[vertex] != st_none ? m_normals[vertex] : vertex;
@@ -50,8 +50,8 @@ private:
     std::vector<std::size_t> m_normals;
 };
 
-/// Index of an OBJ face, which counts from 1 or, negative, back from the last element; false when there is no
-/// such element.
+// Index of an OBJ face, which counts from 1 or, negative, back from the last element; false when there is no
+// such element.
 bool resolveIndex(std::string_view word, std::size_t count, std::size_t & index)
 {
     long long number = 0;
@@ -65,7 +65,7 @@ bool resolveIndex(std::string_view word, std::size_t count, std::size_t & index)
     return true;
 }
 
-/// Notes the normals that the corners of a face mention: "v//vn" or "v/vt/vn".
+// Notes the normals that the corners of a face mention: "v//vn" or "v/vt/vn".
 void readFace(std::string_view line, std::size_t vertices, std::size_t normals, NormalsOfVertices & assigned,
               ByteSource const & source)
 {

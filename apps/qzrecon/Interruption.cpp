@@ -18,8 +18,8 @@ namespace qz_recon
 namespace
 {
 
-/// Time for an interrupted operation to come to its next progress report. Together with the time that the
-/// system needs to take back the memory it has to stay well below 0.2 s.
+// Time for an interrupted operation to come to its next progress report. Together with the time that the
+// system needs to take back the memory it has to stay well below 0.2 s.
 long const st_graceNanoseconds = 20'000'000;
 
 int const st_endingSignals[] = {SIGINT, SIGTERM, SIGHUP};

@@ -16,7 +16,7 @@ namespace qz_recon
 namespace
 {
 
-/// First number in a file, infinity when there is none ("max").
+// First number in a file, infinity when there is none ("max").
 double numberIn(std::string const & path)
 {
     std::ifstream file(path);
@@ -24,7 +24,7 @@ double numberIn(std::string const & path)
     return file >> value ? value : std::numeric_limits<double>::infinity();
 }
 
-/// Value behind a label in a file of "label value" lines, `otherwise` when it is missing.
+// Value behind a label in a file of "label value" lines, `otherwise` when it is missing.
 double labelled(std::string const & path, std::string const & label, double otherwise)
 {
     std::ifstream file(path);
@@ -39,7 +39,7 @@ double labelled(std::string const & path, std::string const & label, double othe
     return otherwise;
 }
 
-/// What a control group leaves; page cache that it can drop does not count as taken.
+// What a control group leaves; page cache that it can drop does not count as taken.
 double leftInGroup(std::string const & folder, char const * limitFile, char const * usageFile,
                    char const * cacheLabel)
 {

@@ -12,7 +12,7 @@ namespace qz_recon
 namespace
 {
 
-/// The cubic lattice over the cloud; vertices outside are drawn to its border.
+// The cubic lattice over the cloud; vertices outside are drawn to its border.
 class Lattice
 {
 public:
@@ -49,7 +49,7 @@ private:
     double m_edge;
 };
 
-/// Calls a function with the 27 cells around a cell, itself included, until it returns true.
+// Calls a function with the 27 cells around a cell, itself included, until it returns true.
 template <class TFunction>
 bool anyNeighbour(CellKey key, TFunction function)
 {

@@ -39,7 +39,7 @@ namespace
 
 using namespace qz_recon;
 
-/// The log of a run, from any thread, in a file; an empty path means none.
+// The log of a run, from any thread, in a file; an empty path means none.
 class RunLog : public VsUt::IDebugLog
 {
 public:
@@ -84,7 +84,7 @@ std::string formatted(char const * format, double value)
     return text;
 }
 
-/// Refuses before the work begins what would fail after it.
+// Refuses before the work begins what would fail after it.
 void checkOutputPlace(Options const & options)
 {
     namespace fs = std::filesystem;
@@ -124,8 +124,8 @@ void checkMemory(qz_io::PointCloud const & cloud, qz_io::MeshFormat format, Opti
             " GB may be taken; choose a smaller --depth or another --max-memory");
 }
 
-/// Edge of the lattice's cells at the depth of the leaf cells, nearly: without
-/// the small margin around it.
+// Edge of the lattice's cells at the depth of the leaf cells, nearly: without
+// the small margin around it.
 double leafCellSize(qz_io::PointCloud const & cloud, VolTr::CVolTriangulationParams const & params)
 {
     double extent = 0.0;
@@ -141,7 +141,7 @@ double leafCellSize(qz_io::PointCloud const & cloud, VolTr::CVolTriangulationPar
     return std::ldexp(extent, -params.getOctreeDepth());
 }
 
-/// What a run was like: what the library tells of it, and how long the program itself took before and after.
+// What a run was like: what the library tells of it, and how long the program itself took before and after.
 struct RunSummary
 {
     using Phases = std::vector<std::pair<std::string, double>>;
@@ -160,7 +160,7 @@ struct RunSummary
     }
 };
 
-/// A phase of the program's own, whose seconds go to a summary when it ends.
+// A phase of the program's own, whose seconds go to a summary when it ends.
 class OwnPhase
 {
 public:

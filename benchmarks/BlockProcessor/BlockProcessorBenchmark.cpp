@@ -27,7 +27,7 @@ struct Block : IVescaFragmentDescriptor_Old
 class Blocks : public BlockProc::CBlockStructure
 {
 public:
-    /// Blocks less than `reach` places apart depend on each other.
+    // Blocks less than `reach` places apart depend on each other.
     Blocks(int count, int reach) : m_blocks(static_cast<std::size_t>(count)), m_reach(reach) {}
 
     void NextBlock(BlockProc::Block_iter & block) const override { set(block, indexOf(*block) + 1); }
@@ -92,7 +92,7 @@ protected:
     std::function<void()> m_work;
 };
 
-/// Takes the times from "a block is finished" to "the sleeping worker is awake" out of the trace.
+// Takes the times from "a block is finished" to "the sleeping worker is awake" out of the trace.
 class WakeUpLog : public VsUt::IDebugLog
 {
 public:

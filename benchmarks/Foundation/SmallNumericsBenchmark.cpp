@@ -24,7 +24,7 @@ using REmath::Point3D_d;
 
 constexpr std::size_t inputCount = 256; // a power of 2
 
-/// Scatter matrices of clouds of ten points: symmetric and positive.
+// Scatter matrices of clouds of ten points: symmetric and positive.
 std::vector<CRotationMatrix> scatterMatrices()
 {
     std::mt19937 random(3);
@@ -139,7 +139,7 @@ void brentZero(benchmark::State & state)
     }
 }
 
-/// The constrained fit of a quadric: ten coefficients, three of them normalised.
+// The constrained fit of a quadric: ten coefficients, three of them normalised.
 void generalizedEigen10(benchmark::State & state)
 {
     constexpr int n = 10;

@@ -18,8 +18,8 @@ namespace
 
 constexpr int rowsNumber = 190000;
 
-/// Columns as unknowns numbered along a lattice curve give them: the row itself and its neighbours, then runs
-/// of one to nine columns at distances of all scales.
+// Columns as unknowns numbered along a lattice curve give them: the row itself and its neighbours, then runs
+// of one to nine columns at distances of all scales.
 void makeRow(int row, int size, std::mt19937 & random, std::vector<int> & columns)
 {
     columns.clear();

@@ -34,7 +34,7 @@ private:
     void OnFinalizeLoading() override {}
 };
 
-/// A gibibyte, written and read by blocks.
+// A gibibyte, written and read by blocks.
 struct Blocks : VsF::IComponentFilter
 {
     Blocks(IVescaBinaryStream & target, std::vector<char> & memory) : stream(target), block(memory) {}
@@ -69,7 +69,7 @@ void check(bool isGood)
         std::abort(); // no figure is better than a wrong one
 }
 
-/// A gibibyte over the file as it stands, in blocks, without a buffer between.
+// A gibibyte over the file as it stands, in blocks, without a buffer between.
 void writePlainly(std::FILE * file, std::vector<char> const & block)
 {
     ::lseek(::fileno(file), 0, SEEK_SET);
@@ -130,7 +130,7 @@ void loadPlainly(benchmark::State & state)
     state.SetBytesProcessed(state.iterations() * componentBytes);
 }
 
-/// Elements of a vector of 256 MiB, by their size.
+// Elements of a vector of 256 MiB, by their size.
 std::size_t elementCount(benchmark::State const & state)
 {
     return (std::size_t(1) << 28) / std::size_t(state.range(0));
