@@ -107,6 +107,14 @@ public:
     double & solverTolerance() { return m_solverTolerance; }
     void setSolverTolerance(double value) { m_solverTolerance = value; }
 
+    /// Move the vertices of the extracted surface onto the samples around them, over a width that is chosen by
+    /// leaving samples out: finds details that the implicit function rounds off, and averages noise. Moves at
+    /// most one cell of the deepest nodes, and none far from samples; the triangles stay which they are. Vertex
+    /// normals, when asked for, are then those of the samples. Default false.
+    bool getRefine() const { return m_refine; }
+    bool & refine() { return m_refine; }
+    void setRefine(bool value) { m_refine = value; }
+
     /// Polygoniser cubes along an edge of the octree's cube: `(1 << octreeDepth) * reconstructFactor`.
     float getCellFactor() const;
     /// Expected edge length of a triangle for a model whose largest extent is `modelSize`.
@@ -129,6 +137,7 @@ private:
     int m_prefferedSolver;
     bool m_accelerated;
     double m_solverTolerance;
+    bool m_refine;
 };
 
 } // namespace VolTr

@@ -7,6 +7,7 @@
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/PathChoice.h>
+#include <QZmath/VolTriang/Stages/Refinement.h>
 #include <QZmath/VolTriang/Stages/RunPhases.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
@@ -117,7 +118,13 @@ void CVolumetricTriangulatorImpl::run(CReconstructionReport & report)
     path->assemble(context, phases);
     auto const function = inPhase("solve", [&] { return solve(std::move(path), context); });
     double const isoValue = inPhase("iso-value", [&] { return findIsoValue(context, *function); });
-    inPhase("iso-surface", [&] { extractIsoSurface(context, *function, isoValue, *m_target); });
+    std::unique_ptr<SampleSurface> surface; // what the samples say of it
+    if (m_params.getRefine()) {
+        inPhase("refinement",
+                [&] { surface = fitToSamples(context, *function, isoValue, polygoniserEdge(context)); });
+    }
+    inPhase("iso-surface",
+            [&] { extractIsoSurface(context, *function, isoValue, surface.get(), *m_target); });
     logText(m_log, "Volumetric triangulation core completed");
 }
 
@@ -147,6 +154,8 @@ void CVolumetricTriangulatorImpl::registerPhases(RunPhases & phases, Reconstruct
     phases.add("grad_div", 10);
     path.registerPhases(phases);
     phases.add("iso-value", 10);
+    if (m_params.getRefine())
+        phases.add("refinement", 20);
     phases.add("iso-surface", 40);
 }
 

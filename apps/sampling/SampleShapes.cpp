@@ -2,6 +2,7 @@
 #include <apps/sampling/SampleShapes.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -106,7 +107,11 @@ private:
 class Plate : public Shape
 {
 public:
-    std::string name() const override { return "plate"; }
+    // The box that the edges round off to, as half sides, and the radius that is added all around.
+    Plate(char const * name, std::array<double, 3> const & coreHalf, double edgeRadius)
+        : plateName(name), half(coreHalf), radius(edgeRadius)
+    {}
+    std::string name() const override { return plateName; }
     SurfacePoint sample(Random & random) const override
     {
         double choice = random.uniform() * area();
@@ -115,27 +120,27 @@ public:
             int const third = (axis + 2) % 3;
             double core[3];
             double normal[3] = {0, 0, 0};
-            choice -= 8 * half[second] * half[third];
+            choice -= 8 * half[std::size_t(second)] * half[std::size_t(third)];
             if (choice < 0) {
                 normal[axis] = random.uniform() < 0.5 ? -1 : 1;
-                core[axis] = normal[axis] * half[axis];
-                core[second] = random.uniform(-half[second], half[second]);
-                core[third] = random.uniform(-half[third], half[third]);
+                core[axis] = normal[axis] * half[std::size_t(axis)];
+                core[second] = random.uniform(-half[std::size_t(second)], half[std::size_t(second)]);
+                core[third] = random.uniform(-half[std::size_t(third)], half[std::size_t(third)]);
                 return offset(core, normal);
             }
-            choice -= 4 * pi * radius * half[axis];
+            choice -= 4 * pi * radius * half[std::size_t(axis)];
             if (choice < 0) {
                 randomDirection(random, normal[second], normal[third]);
-                core[axis] = random.uniform(-half[axis], half[axis]);
-                core[second] = std::copysign(half[second], normal[second]);
-                core[third] = std::copysign(half[third], normal[third]);
+                core[axis] = random.uniform(-half[std::size_t(axis)], half[std::size_t(axis)]);
+                core[second] = std::copysign(half[std::size_t(second)], normal[second]);
+                core[third] = std::copysign(half[std::size_t(third)], normal[third]);
                 return offset(core, normal);
             }
         }
         Point3D_d const normal = randomDirection(random);
         double core[3];
         for (int axis = 0; axis < 3; ++axis)
-            core[axis] = std::copysign(half[axis], normal.asArray()[axis]);
+            core[axis] = std::copysign(half[std::size_t(axis)], normal.asArray()[axis]);
         return offset(core, normal.asArray());
     }
     double signedDistance(Point3D_d const & point) const override
@@ -143,7 +148,7 @@ public:
         Point3D_d const outside = outsideOf(point);
         double inside = -std::numeric_limits<double>::infinity();
         for (int axis = 0; axis < 3; ++axis)
-            inside = std::max(inside, std::abs(point.asArray()[axis]) - half[axis]);
+            inside = std::max(inside, std::abs(point.asArray()[axis]) - half[std::size_t(axis)]);
         return outside.length() + std::min(inside, 0.0) - radius;
     }
     Point3D_d normalNear(Point3D_d const & point) const override
@@ -154,8 +159,8 @@ public:
         // Within the core box the nearest face decides.
         int nearest = 0;
         for (int axis = 1; axis < 3; ++axis) {
-            if (std::abs(point.asArray()[axis]) - half[axis] >
-                std::abs(point.asArray()[nearest]) - half[nearest])
+            if (std::abs(point.asArray()[axis]) - half[std::size_t(axis)] >
+                std::abs(point.asArray()[nearest]) - half[std::size_t(nearest)])
                 nearest = axis;
         }
         double normal[3] = {0, 0, 0};
@@ -168,26 +173,27 @@ public:
         return 8 * (half[0] * half[1] + half[1] * half[2] + half[2] * half[0]) +
                4 * pi * radius * (half[0] + half[1] + half[2]) + 4 * pi * radius * radius;
     }
-    Point3D_d halfExtent() const override { return Point3D_d(half) + Point3D_d(radius); }
+    Point3D_d halfExtent() const override { return Point3D_d(half.data()) + Point3D_d(radius); }
 
 private:
-    static SurfacePoint offset(double const * core, double const * normal)
+    SurfacePoint offset(double const * core, double const * normal) const
     {
         return {Point3D_d(core) + Point3D_d(normal) * radius, normal};
     }
     // What leads from the core box to the point; zero inside the box.
-    static Point3D_d outsideOf(Point3D_d const & point)
+    Point3D_d outsideOf(Point3D_d const & point) const
     {
         double outside[3];
         for (int axis = 0; axis < 3; ++axis) {
             double const coord = point.asArray()[axis];
-            outside[axis] = std::copysign(std::max(std::abs(coord) - half[axis], 0.0), coord);
+            outside[axis] = std::copysign(std::max(std::abs(coord) - half[std::size_t(axis)], 0.0), coord);
         }
         return outside;
     }
 
-    static constexpr double radius = 0.13;
-    static constexpr double half[3] = {0.87, 0.57, 0.02};
+    char const * plateName;
+    std::array<double, 3> half;
+    double radius;
 };
 
 // Base of the shapes that are given by a function, positive outside, and its gradient.
@@ -477,8 +483,8 @@ bool Shape::isClosed() const { return true; }
 
 std::vector<std::string> const & shapeNames()
 {
-    static std::vector<std::string> const names = {"sphere", "torus",        "genus3",
-                                                   "plate",  "bumpy-sphere", "sheet"};
+    static std::vector<std::string> const names = {"sphere",     "torus", "genus3",       "plate",
+                                                   "thin-plate", "block", "bumpy-sphere", "sheet"};
     return names;
 }
 
@@ -491,7 +497,11 @@ std::unique_ptr<Shape> makeShape(std::string const & name)
     if (name == "genus3")
         return std::make_unique<Genus3>();
     if (name == "plate")
-        return std::make_unique<Plate>();
+        return std::make_unique<Plate>("plate", std::array<double, 3>{0.87, 0.57, 0.02}, 0.13);
+    if (name == "thin-plate")
+        return std::make_unique<Plate>("thin-plate", std::array<double, 3>{0.98, 0.68, 0.01}, 0.02);
+    if (name == "block")
+        return std::make_unique<Plate>("block", std::array<double, 3>{1.0, 0.7, 0.5}, 0.0);
     if (name == "bumpy-sphere")
         return std::make_unique<BumpySphere>();
     if (name == "sheet")

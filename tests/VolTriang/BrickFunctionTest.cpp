@@ -316,14 +316,14 @@ TEST(BrickFunction, MeanAndSurfaceAgreeWithTheSumOverNodes)
         double const fastValue = inBricks.meanAtSamples(context);
         EXPECT_NEAR(fastValue, isoValue, 1e-5);
         Recorder expected;
-        extractIsoSurface(context, reference, isoValue, expected);
+        extractIsoSurface(context, reference, isoValue, nullptr, expected);
         ASSERT_GT(expected.vertices.size(), 100U);
         Recorder single;
         for (int threads = 1; threads <= 3; ++threads) {
             Recorder mesh;
             context.threads = threads;
             EXPECT_EQ(inBricks.meanAtSamples(context), fastValue);
-            extractIsoSurface(context, inBricks, isoValue, mesh);
+            extractIsoSurface(context, inBricks, isoValue, nullptr, mesh);
             ASSERT_TRUE(mesh.order == expected.order)
                 << mesh.vertices.size() << " and " << expected.vertices.size() << " vertices";
             // Both are within 1/2048 of an edge, at most a diagonal, from a crossing. Where an edge has
@@ -361,7 +361,7 @@ TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
         model.params.setReconstructFactor(factor);
         StageContext context = model.context(threads);
         context.progress = progress;
-        extractIsoSurface(context, function, isoValue, mesh);
+        extractIsoSurface(context, function, isoValue, nullptr, mesh);
         return mesh.vertices.size();
     };
     double const good = function.meanAtSamples(model.context(2));

@@ -124,7 +124,7 @@ TEST_F(IncludeGraph, everyArrowIsListed)
         {"Backend", {"QZsys"}},
         {"Foundation", {"QZsys", "Backend"}},
         {"LinSys", {"QZsys", "Backend", "Foundation"}},
-        {"VolTriang", {"QZsys", "Foundation", "LinSys"}},
+        {"VolTriang", {"QZsys", "Backend", "Foundation", "LinSys"}},
         {"BlockProcessor", {"QZsys"}},
         {"Fitting", {"QZsys", "Backend", "Foundation"}},
         {"SurfaceAnalysis", {"QZsys", "Backend", "Foundation"}},

@@ -7,9 +7,13 @@
 #include <QZmath/VolTriang/Stages/LevelSet.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/MeshSink.h>
+#include <QZmath/VolTriang/Stages/RefiningSink.h>
+#include <QZmath/VolTriang/Stages/SampleSurface.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
+
+#include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <cfloat>
@@ -68,7 +72,7 @@ SurfaceLattice makeLattice(StageContext const & context)
 {
     SurfaceLattice lattice;
     CVolTriangulationParams const & params = context.params;
-    lattice.edge = context.octree.getCellSize(params.getOctreeDepth() - 1) / params.getReconstructFactor();
+    lattice.edge = polygoniserEdge(context);
     int const cubes = cubesPerSide(params.getReconstructFactor(), context.octree.getLeafCellDepth());
     std::fill(lattice.bounds, lattice.bounds + 3, cubes);
     lattice.start = findStartPoint(context.samples, context.octree);
@@ -82,10 +86,23 @@ int expectedFacesOf(SurfaceLattice const & lattice)
     return static_cast<int>(std::min(6.0 * cubes * cubes, static_cast<double>(INT_MAX)));
 }
 
+void logMoves(RefiningSink::Moves const & moves, VsUt::IDebugLog * log)
+{
+    logValues(log, "Vertices moved, share", moves.movedShare);
+    logValues(log, "Move, rms and greatest", moves.rms, moves.greatest);
+    logValues(log, "Moves halved at folds", moves.halved);
+}
+
 } // namespace
 
+double polygoniserEdge(StageContext const & context)
+{
+    CVolTriangulationParams const & params = context.params;
+    return context.octree.getCellSize(params.getOctreeDepth() - 1) / params.getReconstructFactor();
+}
+
 void extractIsoSurface(StageContext const & context, ImplicitFunction const & function, double isoValue,
-                       ITriangulationTarget & target)
+                       SampleSurface const * surface, ITriangulationTarget & target)
 {
     VsUt::IDebugLog * const log = context.log;
     logText(log, "<Marching cubes>");
@@ -98,20 +115,35 @@ void extractIsoSurface(StageContext const & context, ImplicitFunction const & fu
 
     SurfaceEnd const end(context.samples, context.octree, lattice.edge);
     LevelSet const levelSet = {isoValue, lattice, context.params.getClosed() ? nullptr : &end};
-    std::unique_ptr<ImplicitFunction::Evaluator> normals;
-    if (context.params.getEstimateResultNormals())
-        normals = function.makeEvaluator(lattice.edge * 4.0);
-    MeshSink sink(target, normals.get(), context.progress, expectedFaces);
-    bool const isDone = function.polygonise(levelSet, context, sink);
-    context.report.vertices = sink.vertexCount();
-    context.report.triangles = sink.triangleCount();
-    if (!isDone || sink.triangleCount() == 0) {
+    CReconstructionReport & report = context.report;
+    auto const polygonise = [&](auto & sink) {
+        bool const isDone = function.polygonise(levelSet, context, sink);
+        report.vertices = sink.vertexCount();
+        report.triangles = sink.triangleCount();
+        if (isDone && sink.triangleCount() > 0)
+            return;
         char const * const text = "Failed to reconstruct iso-value surface";
         logText(log, text);
         throw CVolTriangulationError(text);
+    };
+    if (surface != nullptr) {
+        RefiningSink sink(*surface, function, lattice.edge, context, target, expectedFaces);
+        {
+            CPrgCntSubPhase phase(context.progress, 0.0, 0.7, 0, true);
+            polygonise(sink);
+        }
+        CPrgCntSubPhase phase(context.progress, 0.7, 0.3, 0, true);
+        sink.complete();
+        logMoves(sink.moves(), log);
+    } else {
+        std::unique_ptr<ImplicitFunction::Evaluator> normals;
+        if (context.params.getEstimateResultNormals())
+            normals = function.makeEvaluator(lattice.edge * 4.0);
+        MeshSink sink(target, normals.get(), context.progress, expectedFaces);
+        polygonise(sink);
     }
-    logValues(log, "Added vertexes", sink.vertexCount());
-    logValues(log, "Added triangles", sink.triangleCount());
+    logValues(log, "Added vertexes", report.vertices);
+    logValues(log, "Added triangles", report.triangles);
     logText(log, "</Marching cubes>");
 }
 

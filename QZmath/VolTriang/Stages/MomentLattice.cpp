@@ -1,0 +1,440 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Stages/MomentLattice.h>
+
+#include <QZmath/Backend/Parallel.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace VolTr
+{
+
+namespace
+{
+
+int const edge = MomentLattice::edge;
+int const haloEdge = MomentLattice::haloEdge;
+int const places = edge * edge * edge;
+
+// Bricks that a thread fills at a time; their nodes lie together.
+int const bricksPerChunk = 16;
+
+std::uint64_t hashOf(std::array<int, 3> const & place)
+{
+    return CLatticeHash::hashOf(CInt3(place[0], place[1], place[2]), 0);
+}
+
+// Weights of the places before, at and behind the cell of a point that lies `t` of a cell behind its middle.
+void splineWeights(float t, float * weights3)
+{
+    weights3[0] = 0.5f * (0.5f - t) * (0.5f - t);
+    weights3[1] = 0.75f - t * t;
+    weights3[2] = 0.5f * (0.5f + t) * (0.5f + t);
+}
+
+void addTo(Moments & sum, float weight, Moments const & moments)
+{
+    for (int n = 0; n < 8; ++n)
+        sum.of[n] += weight * moments.of[n];
+}
+
+// The two coarse places around a fine one on an axis: the nearer with weight 3/4, the other with 1/4.
+struct CoarsePlaces
+{
+    int at[2];
+
+    explicit CoarsePlaces(int fine) : at{fine >> 1, (fine >> 1) + ((fine & 1) != 0 ? 1 : -1)} {}
+    static float weight(int n) { return n == 0 ? 0.75f : 0.25f; }
+    bool isAnyInside() const { return (at[0] >= 0 && at[0] < edge) || (at[1] >= 0 && at[1] < edge); }
+};
+
+// Which of the bricks -1, 0, 1 along an axis the places around a point in cell 0 to 7 reach.
+bool reaches(int cell, int offset) { return offset == 0 || (offset < 0 ? cell == 0 : cell == edge - 1); }
+
+// The sum of 27 nodes of a halo, from the one with the least indices on. Products and sums are rounded one by
+// one, so any width of vector instructions gives the same bits.
+void sumWindow(Moments const * first, float const (&weights)[3][3], Moments & out)
+{
+    Moments sum;
+    for (int x = 0; x < 3; ++x) {
+        for (int y = 0; y < 3; ++y) {
+            float const weightXY = weights[0][x] * weights[1][y];
+            Moments const * const row = first + (x * haloEdge + y) * haloEdge;
+            for (int z = 0; z < 3; ++z)
+                addTo(sum, weightXY * weights[2][z], row[z]);
+        }
+    }
+    out = sum;
+}
+
+} // namespace
+
+MomentLattice::Window::Window(double const * place3)
+{
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        double const whole = std::floor(place3[axis]);
+        int const cell = static_cast<int>(whole);
+        brick[axis] = cell >> 3;
+        first[axis] = cell & 7;
+        splineWeights(static_cast<float>(place3[axis] - whole) - 0.5f, weights[axis]);
+    }
+}
+
+MomentLattice::Window::Window(std::array<int, 3> const & ofBrick, float const * local3) : brick(ofBrick)
+{
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        int const cell = std::min(static_cast<int>(local3[axis]), edge - 1); // rounding may reach the edge
+        first[axis] = cell;
+        splineWeights(local3[axis] - static_cast<float>(cell) - 0.5f, weights[axis]);
+    }
+}
+
+float MomentLattice::Window::ownShare() const
+{
+    float share = 1.0f;
+    for (float const(&axis)[3] : weights)
+        share *= axis[0] * axis[0] + axis[1] * axis[1] + axis[2] * axis[2];
+    return share;
+}
+
+int MomentLattice::find(std::array<int, 3> const & place) const
+{
+    return m_table.find(hashOf(place),
+                        [&](int index) { return m_places[static_cast<std::size_t>(index)] == place; });
+}
+
+int MomentLattice::findOrAdd(std::array<int, 3> const & place)
+{
+    std::uint64_t const hash = hashOf(place);
+    int index = m_table.find(hash, [&](int at) { return m_places[static_cast<std::size_t>(at)] == place; });
+    if (index < 0) {
+        index = static_cast<int>(m_places.size());
+        m_places.push_back(place);
+        m_table.insert(hash, index, [&](int at) { return hashOf(m_places[static_cast<std::size_t>(at)]); });
+    }
+    return index;
+}
+
+void MomentLattice::build(
+    int count, Payload payload, std::function<bool(int, double *)> const & placeOf,
+    std::function<void(Entry const &, std::array<int, 3> const &, Moments &)> const & momentsOf,
+    QzBackend::LoopTeam & team)
+{
+    m_payload = payload;
+    // The points by bricks, in each in their own order.
+    std::vector<Entry> unsorted;
+    std::vector<int> brickOf;
+    unsorted.reserve(static_cast<std::size_t>(count));
+    brickOf.reserve(static_cast<std::size_t>(count));
+    std::array<int, 3> lastPlace{};
+    int last = -1;
+    for (int point = 0; point < count; ++point) {
+        double place[3];
+        if (!placeOf(point, place))
+            continue;
+        std::array<int, 3> brick;
+        Entry entry;
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            brick[axis] = static_cast<int>(std::floor(place[axis])) >> 3;
+            entry.local[axis] = static_cast<float>(place[axis] - static_cast<double>(brick[axis]) * edge);
+        }
+        entry.point = point;
+        if (last < 0 || brick != lastPlace) {
+            last = findOrAdd(brick);
+            lastPlace = brick;
+        }
+        unsorted.push_back(entry);
+        brickOf.push_back(last);
+    }
+    std::vector<std::uint32_t> firstEntry(m_places.size() + 1, 0);
+    for (int const brick : brickOf)
+        ++firstEntry[static_cast<std::size_t>(brick) + 1];
+    for (std::size_t brick = 1; brick < firstEntry.size(); ++brick)
+        firstEntry[brick] += firstEntry[brick - 1];
+    std::vector<Entry> entries(unsorted.size());
+    {
+        std::vector<std::uint32_t> next(firstEntry.begin(), firstEntry.end() - 1);
+        for (std::size_t n = 0; n < unsorted.size(); ++n)
+            entries[next[static_cast<std::size_t>(brickOf[n])]++] = unsorted[n];
+    }
+    unsorted = {};
+    brickOf = {};
+    int const ownBricks = static_cast<int>(m_places.size());
+    addReachedBricks(entries, firstEntry);
+
+    fillBricks(
+        [&](int brick, Dense & dense) {
+            std::array<int, 3> const & place = m_places[static_cast<std::size_t>(brick)];
+            for (int n = 0; n < 27; ++n) {
+                std::array<int, 3> const offset = {n / 9 - 1, n / 3 % 3 - 1, n % 3 - 1};
+                std::array<int, 3> const source = {place[0] + offset[0], place[1] + offset[1],
+                                                   place[2] + offset[2]};
+                int const index = find(source);
+                if (index < 0 || index >= ownBricks)
+                    continue;
+                std::size_t const begin = firstEntry[static_cast<std::size_t>(index)];
+                std::size_t const end = firstEntry[static_cast<std::size_t>(index) + 1];
+                for (std::size_t at = begin; at < end; ++at) {
+                    Entry const & entry = entries[at];
+                    Window const window(source, entry.local);
+                    // The brick lies at -offset as seen from the point's.
+                    if (!reaches(window.first[0], -offset[0]) || !reaches(window.first[1], -offset[1]) ||
+                        !reaches(window.first[2], -offset[2]))
+                        continue;
+                    Moments moments;
+                    momentsOf(entry, source, moments);
+                    if (m_payload == Payload::surface)
+                        rebase(moments, offset);
+                    addEntry(window, offset, moments, dense);
+                }
+            }
+        },
+        team);
+}
+
+// Into the frame of a brick from that of the one `offset` bricks away.
+void MomentLattice::rebase(Moments & moments, std::array<int, 3> const & offset)
+{
+    float(&of)[8] = moments.of;
+    float const shift[3] = {static_cast<float>(edge * offset[0]), static_cast<float>(edge * offset[1]),
+                            static_cast<float>(edge * offset[2])};
+    of[4] += shift[0] * of[1] + shift[1] * of[2] + shift[2] * of[3];
+    for (int axis = 0; axis < 3; ++axis)
+        of[5 + axis] += shift[axis] * of[0];
+}
+
+void MomentLattice::addEntry(Window const & window, std::array<int, 3> const & offset,
+                             Moments const & moments, Dense & dense)
+{
+    // Places of the point in this brick: first - 1 + 8 offset + 0..2, where they fall into 0..7.
+    int low[3];
+    int high[3];
+    int begin[3];
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        begin[axis] = window.first[axis] - 1 + edge * offset[axis];
+        low[axis] = std::max(0, -begin[axis]);
+        high[axis] = std::min(3, edge - begin[axis]);
+    }
+    for (int x = low[0]; x < high[0]; ++x) {
+        for (int y = low[1]; y < high[1]; ++y) {
+            float const weightXY = window.weights[0][x] * window.weights[1][y];
+            Moments * const row =
+                dense.data() + (begin[0] + x) * edge * edge + (begin[1] + y) * edge + begin[2];
+            for (int z = low[2]; z < high[2]; ++z)
+                addTo(row[z], weightXY * window.weights[2][z], moments);
+        }
+    }
+}
+
+void MomentLattice::addReachedBricks(std::vector<Entry> const & entries,
+                                     std::vector<std::uint32_t> const & firstEntry)
+{
+    std::size_t const ownBricks = m_places.size();
+    for (std::size_t brick = 0; brick < ownBricks; ++brick) {
+        bool isReached[3][3] = {};      // by axis: does a point reach -1, 0, 1 there?
+        std::uint32_t combinations = 0; // bit n: the neighbour n = 9 x + 3 y + z
+        for (std::size_t at = firstEntry[brick]; at < firstEntry[brick + 1]; ++at) {
+            for (int axis = 0; axis < 3; ++axis) {
+                int const cell = std::min(static_cast<int>(entries[at].local[axis]), edge - 1);
+                for (int offset = -1; offset <= 1; ++offset)
+                    isReached[axis][offset + 1] = reaches(cell, offset);
+            }
+            for (int n = 0; n < 27; ++n) {
+                if (isReached[0][n / 9] && isReached[1][n / 3 % 3] && isReached[2][n % 3])
+                    combinations |= 1U << n;
+            }
+        }
+        for (int n = 0; n < 27; ++n) {
+            std::array<int, 3> const place = m_places[brick];
+            if ((combinations >> n & 1) != 0)
+                findOrAdd({place[0] + n / 9 - 1, place[1] + n / 3 % 3 - 1, place[2] + n % 3 - 1});
+        }
+    }
+}
+
+void MomentLattice::fillBricks(std::function<void(int, Dense &)> const & fillBrick,
+                               QzBackend::LoopTeam & team)
+{
+    int const bricks = bricksNumber();
+    int const chunks = (bricks + bricksPerChunk - 1) / bricksPerChunk;
+    m_bricks.resize(m_places.size());
+    m_chunks.resize(static_cast<std::size_t>(chunks));
+    team.forEach(chunks, [&](int chunk) {
+        Dense dense(static_cast<std::size_t>(places));
+        for (int brick = chunk * bricksPerChunk; brick < std::min(bricks, (chunk + 1) * bricksPerChunk);
+             ++brick) {
+            std::fill(dense.begin(), dense.end(), Moments());
+            fillBrick(brick, dense);
+            keep(dense, static_cast<std::size_t>(brick), static_cast<std::uint32_t>(chunk));
+        }
+        m_chunks[static_cast<std::size_t>(chunk)].shrink_to_fit();
+    });
+}
+
+void MomentLattice::keep(Dense const & dense, std::size_t brick, std::uint32_t chunk)
+{
+    std::vector<Moments> & nodes = m_chunks[chunk];
+    m_bricks[brick].chunk = chunk;
+    for (std::size_t row = 0; row < 64; ++row) {
+        Moments const * const source = dense.data() + row * edge;
+        auto const isUsed = [&](int z) { return source[z].of[0] != 0.0f; };
+        int begin = 0;
+        int end = edge;
+        while (begin < edge && !isUsed(begin))
+            ++begin;
+        while (end > begin && !isUsed(end - 1))
+            --end;
+        Row & target = m_bricks[brick].rows[row];
+        target.start = static_cast<std::uint32_t>(nodes.size());
+        target.begin = static_cast<std::uint8_t>(begin);
+        target.end = static_cast<std::uint8_t>(end);
+        nodes.insert(nodes.end(), source + begin, source + end);
+    }
+}
+
+// A coarse node J is the sum of the fine nodes 2 J - 1 to 2 J + 2 with the weights 1/4, 3/4, 3/4, 1/4 an
+// axis.
+void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopTeam & team)
+{
+    m_payload = finer.m_payload;
+    // Fine brick b covers the fine places 8 b to 8 b + 7, which belong to the coarse places 4 b - 1 to 4 b +
+    // 4: those of the brick above it, and of the neighbour on the side where it lies.
+    for (std::array<int, 3> const & place : finer.m_places) {
+        for (int n = 0; n < 8; ++n) {
+            std::array<int, 3> coarse;
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                int const side = (place[axis] & 1) != 0 ? 1 : -1;
+                coarse[axis] = (place[axis] >> 1) + ((n >> axis & 1) != 0 ? side : 0);
+            }
+            findOrAdd(coarse);
+        }
+    }
+    bool const hasPlaces = m_payload == Payload::surface;
+    fillBricks(
+        [&](int brick, Dense & dense) {
+            std::array<int, 3> const & place = m_places[static_cast<std::size_t>(brick)];
+            for (int n = 0; n < 64; ++n) {
+                std::array<int, 3> const step = {n >> 4, n >> 2 & 3,
+                                                 n & 3}; // the fine bricks 2 b - 1 to 2 b + 2
+                std::array<int, 3> const source = {2 * place[0] - 1 + step[0], 2 * place[1] - 1 + step[1],
+                                                   2 * place[2] - 1 + step[2]};
+                int const index = finer.find(source);
+                if (index < 0)
+                    continue;
+                Brick const & fine = finer.m_bricks[static_cast<std::size_t>(index)];
+                Moments const * const nodes = finer.m_chunks[fine.chunk].data();
+                // Of the fine brick's corner from this one's, in fine cells.
+                float const shift[3] = {static_cast<float>(edge * (step[0] - 1)),
+                                        static_cast<float>(edge * (step[1] - 1)),
+                                        static_cast<float>(edge * (step[2] - 1))};
+                for (std::size_t rowIndex = 0; rowIndex < 64; ++rowIndex) {
+                    Row const & row = fine.rows[rowIndex];
+                    if (row.begin == row.end)
+                        continue;
+                    CoarsePlaces const x(static_cast<int>(rowIndex >> 3) + edge * (step[0] - 1));
+                    CoarsePlaces const y(static_cast<int>(rowIndex & 7) + edge * (step[1] - 1));
+                    if (!x.isAnyInside() || !y.isAnyInside())
+                        continue;
+                    // Along z first: the fine row becomes a short coarse one.
+                    std::array<Moments, edge> line;
+                    int low = edge;
+                    int high = -1;
+                    Moments const * node = nodes + row.start;
+                    for (int z = row.begin; z < row.end; ++z, ++node) {
+                        CoarsePlaces const places(z + edge * (step[2] - 1));
+                        for (int n2 = 0; n2 < 2; ++n2) {
+                            int const at = places.at[n2];
+                            if (at < 0 || at >= edge)
+                                continue;
+                            low = std::min(low, at);
+                            high = std::max(high, at);
+                            addTo(line[static_cast<std::size_t>(at)], places.weight(n2), *node);
+                        }
+                    }
+                    for (int z = low; z <= high; ++z) {
+                        float(&of)[8] = line[static_cast<std::size_t>(z)].of;
+                        if (!hasPlaces)
+                            continue;
+                        of[4] = 0.5f * (of[4] + shift[0] * of[1] + shift[1] * of[2] + shift[2] * of[3]);
+                        for (int axis = 0; axis < 3; ++axis)
+                            of[5 + axis] = 0.5f * (of[5 + axis] + shift[axis] * of[0]);
+                    }
+                    for (int corner = 0; corner < 4; ++corner) {
+                        int const atX = x.at[corner >> 1];
+                        int const atY = y.at[corner & 1];
+                        if (atX < 0 || atX >= edge || atY < 0 || atY >= edge)
+                            continue;
+                        float const weight = x.weight(corner >> 1) * y.weight(corner & 1);
+                        Moments * const target = dense.data() + (atX * edge + atY) * edge;
+                        for (int z = low; z <= high; ++z)
+                            addTo(target[z], weight, line[static_cast<std::size_t>(z)]);
+                    }
+                }
+            }
+        },
+        team);
+}
+
+std::size_t MomentLattice::nodesNumber() const
+{
+    std::size_t number = 0;
+    for (std::vector<Moments> const & chunk : m_chunks)
+        number += chunk.size();
+    return number;
+}
+
+MomentLattice::Cursor::Cursor() : m_halo(static_cast<std::size_t>(haloPlaces)) {}
+
+void MomentLattice::Cursor::enter(MomentLattice const & lattice, std::array<int, 3> const & brick)
+{
+    m_lattice = &lattice;
+    m_brick = brick;
+    m_isEmpty = true;
+    std::fill(m_halo.begin(), m_halo.end(), Moments());
+    for (int n = 0; n < 27; ++n) {
+        std::array<int, 3> const offset = {n / 9 - 1, n / 3 % 3 - 1, n % 3 - 1};
+        int const index = lattice.find({brick[0] + offset[0], brick[1] + offset[1], brick[2] + offset[2]});
+        if (index < 0)
+            continue;
+        Brick const & source = lattice.m_bricks[static_cast<std::size_t>(index)];
+        Moments const * const nodes = lattice.m_chunks[source.chunk].data();
+        bool const isShifted = n != 13 && lattice.m_payload == Payload::surface;
+        int low[3];
+        int high[3];
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            low[axis] = offset[axis] < 0 ? edge - 1 : 0;
+            high[axis] = offset[axis] > 0 ? 1 : edge;
+        }
+        for (int x = low[0]; x < high[0]; ++x) {
+            for (int y = low[1]; y < high[1]; ++y) {
+                Row const & row = source.rows[static_cast<std::size_t>(edge * x + y)];
+                int const begin = std::max<int>(low[2], row.begin);
+                int const end = std::min<int>(high[2], row.end);
+                Moments * const target =
+                    m_halo.data() +
+                    ((x + edge * offset[0] + 1) * haloEdge + y + edge * offset[1] + 1) * haloEdge +
+                    edge * offset[2] + 1;
+                for (int z = begin; z < end; ++z) {
+                    target[z] = nodes[row.start + static_cast<std::uint32_t>(z - row.begin)];
+                    if (isShifted)
+                        rebase(target[z], offset);
+                    m_isEmpty = false;
+                }
+            }
+        }
+    }
+}
+
+void MomentLattice::Cursor::sum(MomentLattice const & lattice, Window const & window, Moments & out)
+{
+    if (m_lattice != &lattice || m_brick != window.brick)
+        enter(lattice, window.brick);
+    if (m_isEmpty) {
+        out = Moments();
+        return;
+    }
+    sumWindow(m_halo.data() + (window.first[0] * haloEdge + window.first[1]) * haloEdge + window.first[2],
+              window.weights, out);
+}
+
+} // namespace VolTr

@@ -1,0 +1,499 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/VolTriang/Stages/SampleSurface.h>
+
+#include <QZmath/Backend/Parallel.h>
+#include <QZmath/VolTriang/InputSamples.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace VolTr
+{
+
+namespace
+{
+
+int const coarserLevels = 4;
+int const greatestDepth = 26;
+int const greatestTests = 40000; // samples that are left out
+double const leastMass = 0.3;    // of the own share, below which the others say nothing
+double const leastCoherence = 0.5;
+double const sharpness = 0.02;     // of the choice between nearly equal errors
+double const globalWeight = 100.0; // samples that the error of the whole cloud counts for
+int const testsPerTask = 256;
+double const creaseCoherence = 0.98; // below which the normals around a point are those of a crease
+int const leastCreaseTests = 30;
+
+// Unit normal of a sample; false for one that says nothing.
+bool unitNormal(IInputSamples const & samples, int sample, double * out3)
+{
+    float const * const normal = samples.getSampleNormal3(sample);
+    double const x = normal[0];
+    double const y = normal[1];
+    double const z = normal[2];
+    double const length = std::sqrt(x * x + y * y + z * z);
+    if (!(length > 0.0) || !std::isfinite(length))
+        return false;
+    out3[0] = x / length;
+    out3[1] = y / length;
+    out3[2] = z / length;
+    return true;
+}
+
+} // namespace
+
+SampleSurface::Scratch::Scratch() : m_cursors(static_cast<std::size_t>(greatestLevels) + 2) {}
+
+SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
+    : m_deepestCell(input.deepestCell)
+{
+    // The depth with 0.3 to 1.2 samples a cell of the surface; a depth has a quarter of the one above it.
+    int depth = input.depth;
+    double perCell = input.samplesPerCell;
+    while (perCell >= 1.2 && depth < greatestDepth) {
+        perCell /= 4.0;
+        ++depth;
+    }
+    while (perCell < 0.3 && depth > 0) {
+        perCell *= 4.0;
+        --depth;
+    }
+    int const coarsest = std::max(0, depth - coarserLevels);
+    int const finest = finestDepth(input, depth, coarsest, team);
+    m_levels.push_back(makeLevel(input, finest, {}, team));
+    while (static_cast<int>(m_levels.size()) <= finest - coarsest) {
+        auto coarser = std::make_unique<Level>();
+        coarser->frame = m_levels.back()->frame;
+        coarser->frame.cell *= 2.0;
+        coarser->lattice.buildFromFiner(m_levels.back()->lattice, team);
+        m_levels.push_back(std::move(coarser));
+    }
+    chooseWidths(input, team);
+    if (finest < depth)
+        refineCreases(input, finest + 1, team);
+    for (std::unique_ptr<Level> & level : m_levels) {
+        double const ratio = input.edge / level->frame.cell;
+        level->curvatureTerm = -0.04 * std::min(4.0, ratio * ratio);
+    }
+}
+
+double SampleSurface::coherenceAt(Level const & level, double const * point, MomentLattice::Cursor & cursor)
+{
+    double place[3];
+    if (!level.frame.placeOf(point, place))
+        return 1.0;
+    Moments sums;
+    cursor.sum(level.lattice, MomentLattice::Window(place), sums);
+    float const(&of)[8] = sums.of;
+    if (!(of[0] > 0.0f))
+        return 1.0;
+    return std::sqrt(double(of[1]) * of[1] + double(of[2]) * of[2] + double(of[3]) * of[3]) / of[0];
+}
+
+// A lattice finer than the ladder, of the samples around which the normals spread, if leaving out says that
+// it serves them better than the finest of the ladder.
+void SampleSurface::refineCreases(Input const & input, int depth, QzBackend::LoopTeam & team)
+{
+    if (m_levels.size() < 2)
+        return;
+    int const stride = std::max(1, input.samples->pointsNumber() / greatestTests);
+    std::vector<int> tests;
+    MomentLattice::Cursor finest;
+    for (int index = 0; index < input.samples->pointsNumber(); index += stride) {
+        double foot[3];
+        footOf(input, index, foot);
+        if (coherenceAt(*m_levels[0], foot, finest) < creaseCoherence)
+            tests.push_back(index);
+    }
+    if (static_cast<int>(tests.size()) < leastCreaseTests)
+        return;
+    MomentLattice::Cursor wider;
+    std::vector<std::unique_ptr<Level>> pair(2);
+    pair[0] = makeLevel(
+        input, depth,
+        [&](double const * foot) { return coherenceAt(*m_levels[1], foot, wider) < creaseCoherence; }, team);
+    pair[1] = std::move(m_levels[0]);
+    std::vector<Test> const results = leaveOut(input, tests, pair, team);
+    m_levels[0] = std::move(pair[1]);
+    double errors[2] = {0.0, 0.0};
+    double shares = 0.0;
+    int good = 0;
+    for (Test const & test : results) {
+        if (!test.isGood)
+            continue;
+        ++good;
+        shares += test.ownShares[0];
+        errors[0] += test.errors[0];
+        errors[1] += test.errors[1];
+    }
+    if (good < leastCreaseTests || !(errors[0] < errors[1]))
+        return;
+    m_creases = std::move(pair[0]);
+    m_creases->meanOwnShare = shares / good;
+    double const ratio = input.edge / m_creases->frame.cell;
+    m_creases->curvatureTerm = -0.04 * std::min(4.0, ratio * ratio);
+}
+
+// Finer lattices cost most, so a part of the cloud is asked first which is the finest that pays: that with
+// the least left-out error, or the one before it if that is the one at `depth`.
+int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzBackend::LoopTeam & team) const
+{
+    if (depth <= coarsest)
+        return depth;
+    // Blocks of 32 cells of `depth`; the samples well inside them are left out, the others are their
+    // neighbours.
+    int const samplesNumber = input.samples->pointsNumber();
+    double const block = 32.0;
+    double const margin = 6.0;
+    double const share = std::clamp(20000.0 / samplesNumber, 0.05, 1.0);
+    LatticeFrame blocks;
+    blocks.origin = input.origin;
+    blocks.cell = std::ldexp(input.cubeEdge, -depth) * block;
+    auto const isProbed = [&](double const * point) {
+        double place[3];
+        if (!blocks.placeOf(point, place))
+            return false;
+        CInt3 const at(static_cast<int>(std::floor(place[0])), static_cast<int>(std::floor(place[1])),
+                       static_cast<int>(std::floor(place[2])));
+        return static_cast<double>(CLatticeHash::hashOf(at, depth) >> 40) < share * 0x1p24;
+    };
+    std::vector<int> tests;
+    for (int index = 0; index < samplesNumber; ++index) {
+        double foot[3];
+        footOf(input, index, foot);
+        double place[3];
+        bool isInside = blocks.placeOf(foot, place);
+        for (double const coord : place) {
+            double const inBlock = (coord - std::floor(coord)) * block;
+            isInside = isInside && inBlock >= margin && inBlock < block - margin;
+        }
+        if (isInside && isProbed(foot))
+            tests.push_back(index);
+    }
+    if (tests.empty())
+        return depth;
+    std::vector<std::unique_ptr<Level>> pair(2);
+    pair[1] = makeLevel(input, depth - 1, isProbed, team);
+    for (int probed = depth; probed < std::min(greatestDepth, coarsest + greatestLevels); ++probed) {
+        pair[0] = makeLevel(input, probed, isProbed, team);
+        std::vector<Test> const results = leaveOut(input, tests, pair, team);
+        double errors[2] = {0.0, 0.0};
+        for (Test const & test : results) {
+            for (int n = 0; n < 2 && test.isGood; ++n)
+                errors[n] += test.errors[static_cast<std::size_t>(n)];
+        }
+        if (!(errors[0] < errors[1]))
+            return probed - 1;
+        pair[1] = std::move(pair[0]);
+    }
+    return std::min(greatestDepth, coarsest + greatestLevels) - 1;
+}
+
+void SampleSurface::footOf(Input const & input, int index, double * foot3)
+{
+    float const * const position = input.samples->getSampleCoords3(input.order[index]);
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        foot3[axis] = double(position[axis]) + input.feet[index][axis];
+}
+
+std::unique_ptr<SampleSurface::Level>
+SampleSurface::makeLevel(Input const & input, int depth, std::function<bool(double const *)> const & isWanted,
+                         QzBackend::LoopTeam & team)
+{
+    auto level = std::make_unique<Level>();
+    level->frame.origin = input.origin;
+    level->frame.cell = std::ldexp(input.cubeEdge, -depth);
+    LatticeFrame const & frame = level->frame;
+    auto const weightOf = [&](int sample) {
+        return input.weights != nullptr ? (*input.weights)[static_cast<std::size_t>(sample)] : 1.0f;
+    };
+    level->lattice.build(
+        input.samples->pointsNumber(), MomentLattice::Payload::surface,
+        [&](int index, double * place) {
+            int const sample = input.order[index];
+            double normal[3];
+            float const weight = weightOf(sample);
+            if (!unitNormal(*input.samples, sample, normal) || !(weight > 0.0f) || !std::isfinite(weight))
+                return false;
+            double foot[3];
+            footOf(input, index, foot);
+            return frame.placeOf(foot, place) && (!isWanted || isWanted(foot));
+        },
+        [&](MomentLattice::Entry const & entry, std::array<int, 3> const & brick, Moments & moments) {
+            int const sample = input.order[entry.point];
+            double normal[3];
+            unitNormal(*input.samples, sample, normal);
+            float const * const position = input.samples->getSampleCoords3(sample);
+            double const weight = weightOf(sample);
+            double place[3];
+            double across = 0.0;
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                place[axis] = (position[axis] - frame.origin[axis]) / frame.cell -
+                              static_cast<double>(brick[axis]) * MomentLattice::edge;
+                across += normal[axis] * place[axis];
+            }
+            moments.of[0] = static_cast<float>(weight);
+            for (int axis = 0; axis < 3; ++axis) {
+                moments.of[1 + axis] = static_cast<float>(weight * normal[axis]);
+                moments.of[5 + axis] = static_cast<float>(weight * place[axis]);
+            }
+            moments.of[4] = static_cast<float>(weight * across);
+        },
+        team);
+    return level;
+}
+
+SampleSurface::Plane SampleSurface::planeOf(Moments const & sums, double const * local3, double cell)
+{
+    float const(&of)[8] = sums.of;
+    Plane plane;
+    plane.mass = of[0];
+    double const length = std::sqrt(double(of[1]) * of[1] + double(of[2]) * of[2] + double(of[3]) * of[3]);
+    if (!(plane.mass > 0.0) || !(length > 0.0))
+        return plane;
+    plane.coherence = length / plane.mass;
+    double across = -double(of[4]);
+    double overCentre = 0.0;
+    for (int axis = 0; axis < 3; ++axis) {
+        plane.normal[axis] = of[1 + axis] / length;
+        across += local3[axis] * of[1 + axis];
+        overCentre += plane.normal[axis] * (local3[axis] - of[5 + axis] / plane.mass);
+    }
+    plane.overPlanes = across / plane.mass * cell;
+    plane.overCentre = overCentre * cell;
+    return plane;
+}
+
+double SampleSurface::bestLevel(double const * errors, int levels)
+{
+    double const least = *std::min_element(errors, errors + levels);
+    if (!(least > 0.0))
+        return static_cast<double>(std::min_element(errors, errors + levels) - errors);
+    double sum = 0.0;
+    double weights = 0.0;
+    for (int level = 0; level < levels; ++level) {
+        double const weight = std::exp(-(errors[level] / least - 1.0) / sharpness);
+        sum += weight * level;
+        weights += weight;
+    }
+    return sum / weights;
+}
+
+// For each sample of a list, how far its height over the others lies from its own, squared, on each level.
+std::vector<SampleSurface::Test> SampleSurface::leaveOut(Input const & input,
+                                                         std::vector<int> const & indices,
+                                                         std::vector<std::unique_ptr<Level>> const & ladder,
+                                                         QzBackend::LoopTeam & team)
+{
+    int const tests = static_cast<int>(indices.size());
+    int const levels = static_cast<int>(ladder.size());
+    double const cell2 = input.deepestCell * input.deepestCell;
+    std::vector<Test> results(static_cast<std::size_t>(tests));
+    int const tasks = (tests + testsPerTask - 1) / testsPerTask;
+    team.forEach(tasks, [&](int task) {
+        std::vector<MomentLattice::Cursor> cursors(static_cast<std::size_t>(levels));
+        for (int at = task * testsPerTask; at < std::min(tests, (task + 1) * testsPerTask); ++at) {
+            Test & test = results[static_cast<std::size_t>(at)];
+            int const index = indices[static_cast<std::size_t>(at)];
+            int const sample = input.order[index];
+            double normal[3];
+            float const weight =
+                input.weights != nullptr ? (*input.weights)[static_cast<std::size_t>(sample)] : 1.0f;
+            if (!unitNormal(*input.samples, sample, normal) || !(weight > 0.0f) || !std::isfinite(weight))
+                continue;
+            std::array<float, 3> const & offset = input.feet[index];
+            footOf(input, index, test.foot);
+            double finest[3];
+            if (!ladder[0]->frame.placeOf(test.foot, finest))
+                continue;
+            int finestGood = -1;
+            for (int n = 0; n < levels; ++n) {
+                std::size_t const slot = static_cast<std::size_t>(n);
+                Level const & level = *ladder[slot];
+                double place[3];
+                level.frame.placeOf(test.foot, place);
+                MomentLattice::Window const window(place);
+                Moments sums;
+                cursors[slot].sum(level.lattice, window, sums);
+                float const share = weight * window.ownShare();
+                double local[3];
+                double own[3];
+                double across = 0.0;
+                for (std::size_t axis = 0; axis < 3; ++axis) {
+                    local[axis] = place[axis] - static_cast<double>(window.brick[axis]) * MomentLattice::edge;
+                    own[axis] = local[axis] - offset[axis] / level.frame.cell;
+                    across += normal[axis] * own[axis];
+                }
+                sums.of[0] -= share;
+                for (std::size_t axis = 0; axis < 3; ++axis) {
+                    sums.of[1 + axis] -= static_cast<float>(share * normal[axis]);
+                    sums.of[5 + axis] -= static_cast<float>(share * own[axis]);
+                }
+                sums.of[4] -= static_cast<float>(share * across);
+                Plane const plane = planeOf(sums, local, level.frame.cell);
+                test.ownShares[slot] = share;
+                test.coherences[slot] = static_cast<float>(plane.coherence);
+                double error = -1.0;
+                if (plane.mass >= leastMass * share && plane.coherence >= leastCoherence) {
+                    double const height = 0.5 * (plane.overPlanes + plane.overCentre);
+                    double ownHeight = 0.0;
+                    for (int axis = 0; axis < 3; ++axis)
+                        ownHeight += offset[static_cast<std::size_t>(axis)] * 0.5 *
+                                     (normal[axis] + plane.normal[axis]);
+                    error = std::min((ownHeight - height) * (ownHeight - height), cell2);
+                    if (finestGood < 0)
+                        finestGood = n;
+                } else if (finestGood >= 0) {
+                    error = std::max(4.0 * test.errors[slot - 1], 0.05 * cell2);
+                }
+                test.errors[slot] = static_cast<float>(error);
+            }
+            test.isGood = finestGood >= 0;
+            for (int n = 0; n < finestGood; ++n)
+                test.errors[static_cast<std::size_t>(n)] =
+                    4.0f * test.errors[static_cast<std::size_t>(finestGood)];
+        }
+    });
+    return results;
+}
+
+void SampleSurface::chooseWidths(Input const & input, QzBackend::LoopTeam & team)
+{
+    int const levels = static_cast<int>(m_levels.size());
+    int const samplesNumber = input.samples->pointsNumber();
+    int const stride = std::max(1, samplesNumber / greatestTests);
+    std::vector<int> indices;
+    for (int index = 0; index < samplesNumber; index += stride)
+        indices.push_back(index);
+    int const tests = static_cast<int>(indices.size());
+    std::vector<Test> const results = leaveOut(input, indices, m_levels, team);
+    std::array<double, greatestLevels> means{};
+    std::array<double, greatestLevels> shares{};
+    int good = 0;
+    for (Test const & test : results) {
+        if (!test.isGood)
+            continue;
+        ++good;
+        for (std::size_t n = 0; n < static_cast<std::size_t>(levels); ++n) {
+            means[n] += test.errors[n];
+            shares[n] += test.ownShares[n];
+        }
+    }
+    m_widths = Widths();
+    m_widths.levels = levels;
+    for (std::size_t n = 0; n < static_cast<std::size_t>(levels); ++n) {
+        means[n] /= std::max(1, good);
+        m_levels[n]->meanOwnShare = shares[n] / std::max(1, good);
+        m_widths.cells[n] = m_levels[n]->frame.cell;
+        m_widths.errors[n] = std::sqrt(means[n]);
+    }
+    m_widths.level = bestLevel(means.data(), levels);
+    m_widths.noise = std::sqrt(*std::min_element(means.begin(), means.begin() + levels));
+
+    m_choice = MomentLattice();
+    m_choiceFrame = m_levels[static_cast<std::size_t>(std::min(coarserLevels, levels - 1))]->frame;
+    if (good == 0)
+        return;
+    m_choice.build(
+        tests, MomentLattice::Payload::plain,
+        [&](int at, double * place) {
+            m_choiceFrame.placeOf(results[static_cast<std::size_t>(at)].foot, place);
+            return results[static_cast<std::size_t>(at)].isGood;
+        },
+        [&](MomentLattice::Entry const & entry, std::array<int, 3> const &, Moments & moments) {
+            Test const & test = results[static_cast<std::size_t>(entry.point)];
+            moments.of[0] = 1.0f;
+            for (std::size_t n = 0; n < static_cast<std::size_t>(levels); ++n)
+                moments.of[1 + n] = test.errors[n];
+        },
+        team);
+    m_choice.changeNodes([&](Moments & node) {
+        double errors[greatestLevels];
+        for (int n = 0; n < levels; ++n) {
+            std::size_t const slot = static_cast<std::size_t>(n);
+            errors[n] = (node.of[1 + slot] + globalWeight * means[slot]) / (node.of[0] + globalWeight);
+        }
+        double const level = bestLevel(errors, levels);
+        bool const isUsed = node.of[0] != 0.0f;
+        node = Moments();
+        node.of[0] = isUsed ? 1.0f : 0.0f;
+        node.of[1] = isUsed ? static_cast<float>(level) : 0.0f;
+    });
+}
+
+double SampleSurface::levelAt(double const * point, Scratch & scratch) const
+{
+    double place[3];
+    if (m_choice.isEmpty() || !m_choiceFrame.placeOf(point, place))
+        return m_widths.level;
+    Moments sums;
+    scratch.m_cursors[greatestLevels].sum(m_choice, MomentLattice::Window(place), sums);
+    return sums.of[1] + (1.0 - sums.of[0]) * m_widths.level;
+}
+
+SampleSurface::Height SampleSurface::heightOf(double const * point, Scratch & scratch) const
+{
+    Sum sum;
+    double finestPlace[3]; // where the others are, the coarser levels and the creases are as well
+    if (!m_levels[0]->frame.placeOf(point, finestPlace))
+        return Height();
+    double const best = std::clamp(levelAt(point, scratch), 0.0, static_cast<double>(m_levels.size() - 1));
+    std::size_t const first = static_cast<std::size_t>(best);
+    double const further = best - static_cast<double>(first);
+    if (m_creases != nullptr) {
+        double const coherence = coherenceAt(*m_levels[0], point, scratch.m_cursors[0]);
+        double const share = std::clamp((creaseCoherence - coherence) / 0.01, 0.0, 1.0);
+        sum.open = share;
+        if (share > 0.0)
+            sum.add(*m_creases, point, scratch.m_cursors[greatestLevels + 1]);
+        sum.next = (1.0 - share) * further;
+        sum.open += (1.0 - share) * (1.0 - further);
+    } else {
+        sum.open = 1.0 - further;
+        sum.next = further;
+    }
+    for (std::size_t n = first; n < m_levels.size() && sum.open + sum.next > 0.0; ++n) {
+        sum.add(*m_levels[n], point, scratch.m_cursors[n]);
+        sum.open += sum.next;
+        sum.next = 0.0;
+    }
+    Height result;
+    double const length =
+        std::sqrt(sum.move[0] * sum.move[0] + sum.move[1] * sum.move[1] + sum.move[2] * sum.move[2]);
+    double const factor = length > m_deepestCell ? m_deepestCell / length : 1.0;
+    double const normalLength = std::sqrt(sum.normal[0] * sum.normal[0] + sum.normal[1] * sum.normal[1] +
+                                          sum.normal[2] * sum.normal[2]);
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        result.move[axis] = std::isfinite(length) ? sum.move[axis] * factor : 0.0;
+        result.normal[axis] = normalLength > 0.0 ? sum.normal[axis] / normalLength : 0.0;
+    }
+    return result;
+}
+
+// Takes of the open share what the samples around the point can carry.
+void SampleSurface::Sum::add(Level const & level, double const * point, MomentLattice::Cursor & cursor)
+{
+    double place[3];
+    level.frame.placeOf(point, place);
+    MomentLattice::Window const window(place);
+    Moments sums;
+    cursor.sum(level.lattice, window, sums);
+    double local[3];
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        local[axis] = place[axis] - static_cast<double>(window.brick[axis]) * MomentLattice::edge;
+    Plane const plane = planeOf(sums, local, level.frame.cell);
+    double const share = open * std::min(1.0, plane.mass / level.meanOwnShare);
+    if (!(share > 0.0))
+        return;
+    double const k = level.curvatureTerm;
+    double const height = (0.5 - k) * plane.overPlanes + (0.5 + k) * plane.overCentre;
+    double const fade = std::clamp((plane.coherence - 0.5) / 0.3, 0.0, 1.0);
+    for (int axis = 0; axis < 3; ++axis) {
+        move[axis] -= share * fade * height * plane.normal[axis];
+        normal[axis] += share * fade * plane.normal[axis];
+    }
+    open -= share;
+}
+
+} // namespace VolTr

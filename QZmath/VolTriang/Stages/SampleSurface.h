@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/Stages/MomentLattice.h>
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace VolTr
+{
+
+class IInputSamples;
+
+/// Where the samples themselves see the surface near a point: a moving plane through their positions and
+/// normals.
+///
+/// The samples are summed on a ladder of lattices, each twice as coarse as the one before; a lattice is a
+/// choice of width. At a point v with the sums S of a lattice, m = S_n / |S_n| is the mean normal, a the mean
+/// height of v over the planes of the samples, b its height over their centre, and the height of v
+///
+///     d = (1/2 - k) a + (1/2 + k) b.
+///
+/// On a curved surface a and b err by the same amount with opposite signs. Cf. O. Guennebaud, M. Gross,
+/// Algebraic point set surfaces, SIGGRAPH 2007, for fits of this kind; the sums over a lattice make the cost
+/// of a point independent of the number of samples around it.
+///
+/// Which width is best where is found by leaving samples out: the height of a sample's place over the others,
+/// of each lattice, is compared with the sample's own (cross-validation).
+///
+/// Weights are taken at the samples' feet, the points of the level set below them: noisy samples would
+/// otherwise agree with those that are displaced alike, and follow their noise.
+///
+/// Immutable once built; safe to use from many threads, each with a scratch of its own. Same bits for any
+/// number of threads.
+class SampleSurface
+{
+public:
+    struct Input
+    {
+        IInputSamples const * samples = nullptr;
+        int const * order = nullptr;                  ///< all samples, neighbours close to each other
+        std::vector<float> const * weights = nullptr; ///< of the samples; null when all are 1
+        std::array<float, 3> const * feet = nullptr;  ///< of the samples minus their positions
+        std::array<double, 3> origin{};               ///< least corner of the cloud's cube
+        double cubeEdge = 1.0;
+        double deepestCell = 1.0;    ///< greatest height that counts
+        double edge = 1.0;           ///< of the polygoniser's cubes, for the error of its chords
+        double samplesPerCell = 1.0; ///< of the surface, at `depth`
+        int depth = 0;
+    };
+
+    static constexpr int greatestLevels = 7;
+
+    struct Widths
+    {
+        int levels = 0;
+        std::array<double, greatestLevels> cells{};  ///< of the lattices, from the finest
+        std::array<double, greatestLevels> errors{}; ///< rms left-out error of each, in units of the model
+        double level = 0.0; ///< the best of the whole cloud, between 0 and levels - 1
+        double noise = 0.0; ///< rms left-out error there
+    };
+
+    class Scratch
+    {
+    public:
+        Scratch();
+
+    private:
+        friend class SampleSurface;
+        std::vector<MomentLattice::Cursor> m_cursors; // of the levels, then of the choice and the creases
+    };
+
+    struct Height
+    {
+        std::array<double, 3> move{};   ///< onto the surface of the samples; 0 far from them
+        std::array<double, 3> normal{}; ///< their mean normal there, a unit vector, or 0
+    };
+
+    SampleSurface(Input const & input, QzBackend::LoopTeam & team);
+
+    /// The move that brings a point of the level set onto the surface that the samples suggest. No
+    /// allocation.
+    Height heightOf(double const * point, Scratch & scratch) const;
+
+    Widths const & widths() const { return m_widths; }
+
+private:
+    struct Level
+    {
+        LatticeFrame frame;
+        MomentLattice lattice;
+        double curvatureTerm = 0.0; // k
+        double meanOwnShare = 1.0;
+    };
+
+    // What the sums at a point say.
+    struct Plane
+    {
+        double mass = 0.0;
+        double coherence = 0.0;
+        double normal[3] = {0.0, 0.0, 0.0};
+        double overPlanes = 0.0; // a, in model units
+        double overCentre = 0.0; // b
+    };
+
+    // The move and the normal, collected over levels.
+    struct Sum
+    {
+        double open = 0.0; // the share that the next level may take
+        double next = 0.0; // and what the one behind it may take besides
+        double move[3] = {0.0, 0.0, 0.0};
+        double normal[3] = {0.0, 0.0, 0.0};
+
+        void add(Level const & level, double const * point, MomentLattice::Cursor & cursor);
+    };
+
+    // What leaving a sample out says.
+    struct Test
+    {
+        double foot[3];
+        std::array<float, greatestLevels> errors;
+        std::array<float, greatestLevels> ownShares;
+        std::array<float, greatestLevels> coherences;
+        bool isGood = false;
+    };
+
+    static void footOf(Input const & input, int index, double * foot3);
+    static std::unique_ptr<Level> makeLevel(Input const & input, int depth,
+                                            std::function<bool(double const *)> const & isWanted,
+                                            QzBackend::LoopTeam & team);
+    int finestDepth(Input const & input, int depth, int coarsest, QzBackend::LoopTeam & team) const;
+    static std::vector<Test> leaveOut(Input const & input, std::vector<int> const & indices,
+                                      std::vector<std::unique_ptr<Level>> const & ladder,
+                                      QzBackend::LoopTeam & team);
+    void chooseWidths(Input const & input, QzBackend::LoopTeam & team);
+    void refineCreases(Input const & input, int depth, QzBackend::LoopTeam & team);
+    static double coherenceAt(Level const & level, double const * point, MomentLattice::Cursor & cursor);
+    static Plane planeOf(Moments const & sums, double const * local3, double cell);
+    double levelAt(double const * point, Scratch & scratch) const;
+    static double bestLevel(double const * errors, int levels);
+
+    std::vector<std::unique_ptr<Level>> m_levels; // from the finest
+    std::unique_ptr<Level> m_creases; // a finer one where normals spread; null where it does not pay
+    LatticeFrame m_choiceFrame;
+    MomentLattice m_choice; // per node: level, 1
+    Widths m_widths;
+    double m_deepestCell;
+};
+
+} // namespace VolTr
