@@ -73,6 +73,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
     params.setOctreeDepth(st_defaultDepth);
     params.setPhaseNameShown(true);
     params.setAccelerated(true);
+    params.setRefine(true);
     double memoryLimitGb = 0.0;
     std::vector<float> viewpoint;
 
@@ -101,6 +102,8 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
                  "Close the surface (default), or let it end far from samples and at boundary marks");
     app.add_flag("--normals,!--no-normals", params.estimateResultNormals(),
                  "Give the vertices normals, from the gradient of the implicit function (default: no)");
+    app.add_flag("--refine,!--no-refine", params.refine(),
+                 "Move the surface onto the samples, over a width that suits their noise (default)");
     app.add_flag("--center,!--corner", params.useCenter(),
                  "Basis functions at cell centres (default) or corners");
     app.add_option("--kernel-scale", params.kernelScaleFactor(),
