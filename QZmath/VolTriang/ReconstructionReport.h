@@ -61,6 +61,26 @@ public:
         double share = 0;   ///< of `CReconstructionReport::seconds`, 0 to 1
     };
 
+    /// What the refinement found, all 0 without `CVolTriangulationParams::refine`. Lengths in model units.
+    struct Refinement
+    {
+        struct Width
+        {
+            double cell = 0;         ///< of the lattice: a sample counts up to three cells away
+            double leftOutError = 0; ///< rms distance of left-out samples from what the others say
+        };
+        std::vector<Width> widths; ///< that were compared, from the narrowest
+        double width = 0;          ///< that suits the whole cloud best; parts of it get what suits them
+        double noise = 0;          ///< the least of the left-out errors: the noise across the surface
+        double movedShare = 0;     ///< of the vertices that were moved, 0 to 1
+        double rmsMove = 0;
+        double greatestMove = 0;
+        int unfoldedVertices = 0; ///< whose move was shortened because it would have folded the mesh
+        /// Of the correction of the field, depth by depth, the last one the deepest: 0 where it would have
+        /// followed noise, up to 1. Empty without `correctField`.
+        std::vector<double> correctionShares;
+    };
+
     Path path = Path::none;
     Reason reason = Reason::none;
     int threads = 0; ///< that the run was allowed to use
@@ -86,6 +106,8 @@ public:
     double isoValue = 0; ///< of the implicit function on the surface; in no particular unit
     int vertices = 0;    ///< of the surface that the target received
     int triangles = 0;
+
+    Refinement refinement;
 
     /// Phases in the order in which they began, one after the other. When the accelerated path did not
     /// converge, the "solve" phase holds all that the exact one did in its place.

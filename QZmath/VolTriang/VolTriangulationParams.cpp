@@ -10,7 +10,8 @@ CVolTriangulationParams::CVolTriangulationParams()
     : m_octreeDepth(-1), m_reconstructFactor(1.0f), m_closed(true), m_estimateResultNormals(false),
       m_phaseNameShown(false), m_useCenter(true), m_kernelScaleFactor(0.95f), m_debugLog(nullptr),
       m_variableDensity(true), m_densityEstimationDepthDelta(2), m_detalizationLevel(-1),
-      m_prefferedSolver(0), m_accelerated(false), m_solverTolerance(1e-3), m_refine(false)
+      m_prefferedSolver(0), m_accelerated(false), m_solverTolerance(1e-3), m_refine(false),
+      m_correctField(false)
 {}
 
 CVolTriangulationParams::~CVolTriangulationParams() = default;

@@ -107,13 +107,20 @@ public:
     double & solverTolerance() { return m_solverTolerance; }
     void setSolverTolerance(double value) { m_solverTolerance = value; }
 
-    /// Move the vertices of the extracted surface onto the samples around them, over a width that is chosen by
-    /// leaving samples out: finds details that the implicit function rounds off, and averages noise. Moves at
-    /// most one cell of the deepest nodes, and none far from samples; the triangles stay which they are. Vertex
-    /// normals, when asked for, are then those of the samples. Default false.
+    /// Move the vertices of the extracted surface onto the samples around them, over a width that is chosen
+    /// by leaving samples out: finds details that the implicit function rounds off, and averages noise. Moves
+    /// at most one cell of the deepest nodes, and none far from samples; the triangles stay which they are.
+    /// Vertex normals, when asked for, are then those of the samples. Default false.
     bool getRefine() const { return m_refine; }
     bool & refine() { return m_refine; }
     void setRefine(bool value) { m_refine = value; }
+
+    /// Bring the implicit function nearer to one value at all samples, before the surface is extracted: takes
+    /// false pieces off that outliers make, and finds sharper creases. Unlike `refine`, it may change the
+    /// topology, for better or worse: thin, gappy scans may get handles. Default false.
+    bool getCorrectField() const { return m_correctField; }
+    bool & correctField() { return m_correctField; }
+    void setCorrectField(bool value) { m_correctField = value; }
 
     /// Polygoniser cubes along an edge of the octree's cube: `(1 << octreeDepth) * reconstructFactor`.
     float getCellFactor() const;
@@ -138,6 +145,7 @@ private:
     bool m_accelerated;
     double m_solverTolerance;
     bool m_refine;
+    bool m_correctField;
 };
 
 } // namespace VolTr

@@ -4,6 +4,7 @@
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/ExactPath.h>
+#include <QZmath/VolTriang/Stages/FieldCorrection.h>
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/PathChoice.h>
@@ -117,7 +118,17 @@ void CVolumetricTriangulatorImpl::run(CReconstructionReport & report)
     inPhase("grad_div", [&] { path->splat(context); });
     path->assemble(context, phases);
     auto const function = inPhase("solve", [&] { return solve(std::move(path), context); });
-    double const isoValue = inPhase("iso-value", [&] { return findIsoValue(context, *function); });
+    double isoValue = inPhase("iso-value", [&] { return findIsoValue(context, *function); });
+    if (m_params.getCorrectField()) {
+        inPhase("field correction", [&] {
+            {
+                CPrgCntSubPhase phase(m_progress, 0.0, 0.85, 0, true);
+                correctField(context, *function, isoValue);
+            }
+            CPrgCntSubPhase phase(m_progress, 0.85, 0.15, 0, true);
+            isoValue = findIsoValue(context, *function);
+        });
+    }
     std::unique_ptr<SampleSurface> surface; // what the samples say of it
     if (m_params.getRefine()) {
         inPhase("refinement",
@@ -154,6 +165,8 @@ void CVolumetricTriangulatorImpl::registerPhases(RunPhases & phases, Reconstruct
     phases.add("grad_div", 10);
     path.registerPhases(phases);
     phases.add("iso-value", 10);
+    if (m_params.getCorrectField())
+        phases.add("field correction", 20);
     if (m_params.getRefine())
         phases.add("refinement", 20);
     phases.add("iso-surface", 40);

@@ -123,11 +123,11 @@ TEST_P(RefinedSurface, isNearerToTheTruthWithTheSameTriangles)
 INSTANTIATE_TEST_SUITE_P(Clouds, RefinedSurface,
                          testing::Values(Case{"sphere", 20000, 7, 0, 1, true, true, 0.15, 0.2},
                                          Case{"genus3", 20000, 7, 0, 1, true, false, 0.4, 0.5},
-                                         Case{"genus3", 20000, 7, 0.003, 1, true, true, 0.8, 0.6},
+                                         Case{"genus3", 20000, 7, 0.003, 1, true, true, 0.8, 0.8},
                                          Case{"bumpy-sphere", 20000, 7, 0, 20, true, true, 0.3, 0.5},
                                          Case{"thin-plate", 20000, 7, 0, 1, true, true, 0.4, 0.8},
                                          Case{"block", 50000, 8, 0, 1, true, true, 0.6, 1.1},
-                                         Case{"torus", 8000, 6, 0, 1, false, true, 0.3, 0.5}));
+                                         Case{"torus", 8000, 6, 0, 1, false, true, 0.3, 0.7}));
 
 TEST(RefinedReconstruction, hasTheSameBitsForAnyNumberOfThreads)
 {

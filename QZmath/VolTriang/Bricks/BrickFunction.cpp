@@ -135,7 +135,7 @@ bool BrickFunction::canServe(int depth, CSingleVarLimitedPolynom const & kernel)
 BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octree,
                              CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes,
                              bool usesVectors)
-    : m_usesVectors(usesVectors && hasVectors())
+    : m_usesVectors(usesVectors && hasVectors()), m_firstDepth(lattice.firstDepth())
 {
     EvenSpline const spline(kernel);
     int const deepest = lattice.endDepth() - 1;
@@ -193,17 +193,49 @@ void BrickFunction::deepestBox(int box, double * low3, double * high3) const
     }
 }
 
-float const * BrickFunction::Level::brickAt(int x, int y, int z) const
+int BrickFunction::Level::brickIndex(int x, int y, int z) const
 {
     std::size_t const mask = slots.size() - 1;
     for (std::size_t slot = hashOfBrick(x, y, z) & mask;; slot = (slot + 1) & mask) {
         int const brick = slots[slot];
         if (brick < 0)
-            return rows.data(); // the first brick is empty
+            return 0;
         std::array<int, 3> const & place = bricks[static_cast<std::size_t>(brick)];
         if (place[0] == x && place[1] == y && place[2] == z)
-            return rows.data() + static_cast<std::size_t>(brick) * static_cast<std::size_t>(brickStride);
+            return brick;
     }
+}
+
+float const * BrickFunction::Level::brickAt(int x, int y, int z) const
+{
+    return rows.data() +
+           static_cast<std::size_t>(brickIndex(x, y, z)) * static_cast<std::size_t>(brickStride);
+}
+
+void BrickFunction::addAmplitude(int depth, std::array<int, 3> const & place, float amplitude)
+{
+    Level & level = m_levels[static_cast<std::size_t>(depth - m_firstDepth)];
+    int const x = place[0] >> 3;
+    int const y = place[1] >> 3;
+    int const z = place[2] >> 3;
+    std::size_t const row =
+        static_cast<std::size_t>((place[0] & 7) * planeStride + (place[1] & 7) * rowStride);
+    auto const add = [&](int brick, int at) {
+        if (brick > 0)
+            level.rows[static_cast<std::size_t>(brick) * static_cast<std::size_t>(brickStride) + row +
+                       static_cast<std::size_t>(at)] += amplitude;
+    };
+    add(level.brickIndex(x, y, z), place[2] & 7);
+    if ((place[2] & 7) < 2) // the end of the row before repeats it
+        add(level.brickIndex(x, y, z - 1), (place[2] & 7) + brickEdge);
+}
+
+double BrickFunction::kernelSum() const
+{
+    auto const integral = [](double knot, double factor) { return 2.0 / 3.0 * factor * knot * knot * knot; };
+    double const sum =
+        integral(m_knots.outer, m_knots.outerFactor) + integral(m_knots.inner, m_knots.innerFactor);
+    return sum * sum * sum;
 }
 
 void BrickFunction::makeLevel(BrickLevel const & source, float const * amplitudes, Level & level) const

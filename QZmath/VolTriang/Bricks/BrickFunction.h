@@ -97,6 +97,12 @@ public:
     /// Can a function have nodes as deep as `depth` and `kernel` as k?
     static bool canServe(int depth, CSingleVarLimitedPolynom const & kernel);
 
+    /// Adds to the amplitude of the node at a place of a depth; nothing where no node stands. Not while
+    /// others evaluate, and hints that were used before must not be used again.
+    void addAmplitude(int depth, std::array<int, 3> const & place, float amplitude);
+    /// Value of the sum of all kernels of a depth with the amplitude 1, on average over a cell.
+    double kernelSum() const;
+
     /// Value at a point in model coordinates.
     double eval(double const * point) const
     {
@@ -150,6 +156,7 @@ private:
         std::vector<float> rows;
 
         Window around(Int4 step, Float4 rest) const;
+        int brickIndex(int x, int y, int z) const; // the empty brick 0 where there is none
         float const * brickAt(int x, int y, int z) const;
         void enter(Int4 start, Hint::Place & place) const;
     };
@@ -186,6 +193,7 @@ private:
     double m_deepestCell;
     double m_deepestShift;       // of the deepest nodes from the corners of cells, in cells
     std::vector<Level> m_levels; // from the coarsest
+    int m_firstDepth;
     struct Box
     {
         std::array<int, 3> low;

@@ -3,6 +3,7 @@
 
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickSurface.h>
+#include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/Stages/LevelSet.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
@@ -32,6 +33,19 @@ private:
 };
 
 BrickedFunction::BrickedFunction(BrickFunction function) : m_function(std::move(function)) {}
+
+void BrickedFunction::add(COctree const & octree, int depth, std::function<double(int)> const & valueOf)
+{
+    CLatticeIndex const & nodes = octree.getNodeIndex(depth);
+    double const kernelSum = m_function.kernelSum();
+    int const shift = octree.getLeafCellDepth() - depth;
+    for (int position = 0; position < nodes.size(); ++position) {
+        int const node = nodes.payload(position);
+        CInt3 const & at = octree.getNode(node).shift();
+        m_function.addAmplitude(depth, {at.x() >> shift, at.y() >> shift, at.z() >> shift},
+                                static_cast<float>(valueOf(node) / kernelSum));
+    }
+}
 
 std::unique_ptr<ImplicitFunction::Evaluator> BrickedFunction::makeEvaluator(double) const
 {

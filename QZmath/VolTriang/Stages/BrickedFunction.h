@@ -13,6 +13,7 @@ class BrickedFunction final : public ImplicitFunction
 public:
     explicit BrickedFunction(BrickFunction function);
 
+    void add(COctree const & octree, int depth, std::function<double(int)> const & valueOf) override;
     std::unique_ptr<Evaluator> makeEvaluator(double extent) const override;
     double meanAtSamples(StageContext const & context) const override;
     bool polygonise(LevelSet const & levelSet, StageContext const & context,

@@ -50,6 +50,35 @@ CombinationFunction::CombinationFunction(std::unique_ptr<Combination> function)
     : m_function(std::move(function))
 {}
 
+void CombinationFunction::add(COctree const & octree, int depth, std::function<double(int)> const & valueOf)
+{
+    CLatticeIndex const & nodes = octree.getNodeIndex(depth);
+    if (nodes.size() == 0)
+        return;
+    Basis const & basis = m_function->getRelatedBasisRef();
+    // The sum of all kernels on average over a cell is the integral of one, in cells.
+    CProductPiecewisePolynom const & kernel = *basis.getSamplePtr();
+    double integral = 1.0;
+    for (int axis = 0; axis < 3; ++axis) {
+        CSingleVarLimitedPolynom const & factor = kernel.getSummand(0).getMultiplier(axis);
+        double const reach = basis.getSupportSizeInCells();
+        int const steps = 600; // pieces of power 2: the midpoint rule errs by less than 1e-5
+        double sum = 0.0;
+        for (int step = 0; step < steps; ++step)
+            sum += factor.eval(reach * (2.0 * (step + 0.5) / steps - 1.0));
+        integral *= sum * 2.0 * reach / steps;
+    }
+    double const middle[3] = {0.0, 0.0, 0.0};
+    double place[3];
+    octree.getNodePosition(nodes.payload(0), place);
+    double const scale = basis.evalBasisValue(nodes.payload(0), place) / kernel.eval(middle);
+    for (int position = 0; position < nodes.size(); ++position) {
+        int const node = nodes.payload(position);
+        m_function->setBasisCoefficient(node, m_function->getBasisCoefficient(node) +
+                                                  valueOf(node) / (scale * integral));
+    }
+}
+
 std::unique_ptr<ImplicitFunction::Evaluator> CombinationFunction::makeEvaluator(double extent) const
 {
     return std::make_unique<PointEvaluator>(*this, extent);

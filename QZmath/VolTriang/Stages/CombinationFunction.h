@@ -20,6 +20,7 @@ public:
     /// The basis of the combination must outlive the function.
     explicit CombinationFunction(std::unique_ptr<Combination> function);
 
+    void add(COctree const & octree, int depth, std::function<double(int)> const & valueOf) override;
     std::unique_ptr<Evaluator> makeEvaluator(double extent) const override;
     double meanAtSamples(StageContext const & context) const override;
     bool polygonise(LevelSet const & levelSet, StageContext const & context,

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <memory>
 
 namespace VolTr
 {
 
+class COctree;
 class TriangleSink;
 struct LevelSet;
 struct StageContext;
@@ -13,8 +15,8 @@ struct StageContext;
 /// The function X whose level set is the surface, in the form in which a path found it: a sum of kernels over
 /// the nodes of an octree, which must outlive it.
 ///
-/// Immutable. Many threads may evaluate it at the same time, each with an evaluator of its own; a point has
-/// the same bits with any evaluator.
+/// Many threads may evaluate it at the same time, each with an evaluator of its own; a point has the same
+/// bits with any evaluator.
 class ImplicitFunction
 {
 public:
@@ -31,6 +33,10 @@ public:
     };
 
     virtual ~ImplicitFunction();
+
+    /// Adds the function that is about `valueOf(node)` around each node of a depth: a sum of the depth's
+    /// kernels. Not while others evaluate; evaluators made before must not be used again.
+    virtual void add(COctree const & octree, int depth, std::function<double(int)> const & valueOf) = 0;
 
     /// \param extent size of the places, in model units, at which the points dwell
     virtual std::unique_ptr<Evaluator> makeEvaluator(double extent) const = 0;

@@ -86,11 +86,15 @@ int expectedFacesOf(SurfaceLattice const & lattice)
     return static_cast<int>(std::min(6.0 * cubes * cubes, static_cast<double>(INT_MAX)));
 }
 
-void logMoves(RefiningSink::Moves const & moves, VsUt::IDebugLog * log)
+void tellMoves(RefiningSink::Moves const & moves, StageContext const & context)
 {
-    logValues(log, "Vertices moved, share", moves.movedShare);
-    logValues(log, "Move, rms and greatest", moves.rms, moves.greatest);
-    logValues(log, "Moves halved at folds", moves.halved);
+    CReconstructionReport::Refinement & report = context.report.refinement;
+    report.movedShare = moves.movedShare;
+    report.rmsMove = moves.rms;
+    report.greatestMove = moves.greatest;
+    report.unfoldedVertices = moves.halved;
+    logValues(context.log, "Share of vertices moved", moves.movedShare);
+    logValues(context.log, "Rms and greatest move", moves.rms, moves.greatest);
 }
 
 } // namespace
@@ -134,7 +138,7 @@ void extractIsoSurface(StageContext const & context, ImplicitFunction const & fu
         }
         CPrgCntSubPhase phase(context.progress, 0.7, 0.3, 0, true);
         sink.complete();
-        logMoves(sink.moves(), log);
+        tellMoves(sink.moves(), context);
     } else {
         std::unique_ptr<ImplicitFunction::Evaluator> normals;
         if (context.params.getEstimateResultNormals())

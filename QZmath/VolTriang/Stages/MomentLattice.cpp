@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <iterator>
 
 namespace VolTr
 {
@@ -13,7 +15,6 @@ namespace
 {
 
 int const edge = MomentLattice::edge;
-int const haloEdge = MomentLattice::haloEdge;
 int const places = edge * edge * edge;
 
 // Bricks that a thread fills at a time; their nodes lie together.
@@ -32,10 +33,21 @@ void splineWeights(float t, float * weights3)
     weights3[2] = 0.5f * (0.5f + t) * (0.5f + t);
 }
 
-void addTo(Moments & sum, float weight, Moments const & moments)
+using Float4 = float __attribute__((vector_size(16)));
+
+inline Float4 load(float const * from)
 {
-    for (int n = 0; n < 8; ++n)
-        sum.of[n] += weight * moments.of[n];
+    Float4 value;
+    std::memcpy(&value, from, sizeof value);
+    return value;
+}
+inline void store(float * to, Float4 value) { std::memcpy(to, &value, sizeof value); }
+
+// Products and sums are rounded one by one, so any width of vector instructions gives the same bits.
+inline void addTo(Moments & sum, float weight, Moments const & moments)
+{
+    store(sum.of, load(sum.of) + weight * load(moments.of));
+    store(sum.of + 4, load(sum.of + 4) + weight * load(moments.of + 4));
 }
 
 // The two coarse places around a fine one on an axis: the nearer with weight 3/4, the other with 1/4.
@@ -51,41 +63,24 @@ struct CoarsePlaces
 // Which of the bricks -1, 0, 1 along an axis the places around a point in cell 0 to 7 reach.
 bool reaches(int cell, int offset) { return offset == 0 || (offset < 0 ? cell == 0 : cell == edge - 1); }
 
-// The sum of 27 nodes of a halo, from the one with the least indices on. Products and sums are rounded one by
-// one, so any width of vector instructions gives the same bits.
-void sumWindow(Moments const * first, float const (&weights)[3][3], Moments & out)
-{
-    Moments sum;
-    for (int x = 0; x < 3; ++x) {
-        for (int y = 0; y < 3; ++y) {
-            float const weightXY = weights[0][x] * weights[1][y];
-            Moments const * const row = first + (x * haloEdge + y) * haloEdge;
-            for (int z = 0; z < 3; ++z)
-                addTo(sum, weightXY * weights[2][z], row[z]);
-        }
-    }
-    out = sum;
-}
-
 } // namespace
 
 MomentLattice::Window::Window(double const * place3)
 {
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        double const whole = std::floor(place3[axis]);
-        int const cell = static_cast<int>(whole);
-        brick[axis] = cell >> 3;
-        first[axis] = cell & 7;
-        splineWeights(static_cast<float>(place3[axis] - whole) - 0.5f, weights[axis]);
+        double const down = std::floor(place3[axis]);
+        int const whole = static_cast<int>(down);
+        brick[axis] = whole >> 3;
+        cell[axis] = whole & 7;
+        splineWeights(static_cast<float>(place3[axis] - down) - 0.5f, weights[axis]);
     }
 }
 
 MomentLattice::Window::Window(std::array<int, 3> const & ofBrick, float const * local3) : brick(ofBrick)
 {
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        int const cell = std::min(static_cast<int>(local3[axis]), edge - 1); // rounding may reach the edge
-        first[axis] = cell;
-        splineWeights(local3[axis] - static_cast<float>(cell) - 0.5f, weights[axis]);
+        cell[axis] = std::min(static_cast<int>(local3[axis]), edge - 1); // rounding may reach the edge
+        splineWeights(local3[axis] - static_cast<float>(cell[axis]) - 0.5f, weights[axis]);
     }
 }
 
@@ -178,8 +173,8 @@ void MomentLattice::build(
                     Entry const & entry = entries[at];
                     Window const window(source, entry.local);
                     // The brick lies at -offset as seen from the point's.
-                    if (!reaches(window.first[0], -offset[0]) || !reaches(window.first[1], -offset[1]) ||
-                        !reaches(window.first[2], -offset[2]))
+                    if (!reaches(window.cell[0], -offset[0]) || !reaches(window.cell[1], -offset[1]) ||
+                        !reaches(window.cell[2], -offset[2]))
                         continue;
                     Moments moments;
                     momentsOf(entry, source, moments);
@@ -211,7 +206,7 @@ void MomentLattice::addEntry(Window const & window, std::array<int, 3> const & o
     int high[3];
     int begin[3];
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        begin[axis] = window.first[axis] - 1 + edge * offset[axis];
+        begin[axis] = window.cell[axis] - 1 + edge * offset[axis];
         low[axis] = std::max(0, -begin[axis]);
         high[axis] = std::min(3, edge - begin[axis]);
     }
@@ -383,43 +378,61 @@ std::size_t MomentLattice::nodesNumber() const
     return number;
 }
 
-MomentLattice::Cursor::Cursor() : m_halo(static_cast<std::size_t>(haloPlaces)) {}
-
-void MomentLattice::Cursor::enter(MomentLattice const & lattice, std::array<int, 3> const & brick)
+int MomentLattice::Cursor::brickAt(MomentLattice const & lattice, int n)
 {
-    m_lattice = &lattice;
-    m_brick = brick;
-    m_isEmpty = true;
-    std::fill(m_halo.begin(), m_halo.end(), Moments());
-    for (int n = 0; n < 27; ++n) {
-        std::array<int, 3> const offset = {n / 9 - 1, n / 3 % 3 - 1, n % 3 - 1};
-        int const index = lattice.find({brick[0] + offset[0], brick[1] + offset[1], brick[2] + offset[2]});
-        if (index < 0)
-            continue;
-        Brick const & source = lattice.m_bricks[static_cast<std::size_t>(index)];
-        Moments const * const nodes = lattice.m_chunks[source.chunk].data();
-        bool const isShifted = n != 13 && lattice.m_payload == Payload::surface;
-        int low[3];
-        int high[3];
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            low[axis] = offset[axis] < 0 ? edge - 1 : 0;
-            high[axis] = offset[axis] > 0 ? 1 : edge;
+    int & index = m_around[static_cast<std::size_t>(n)];
+    if (index == unknown)
+        index = lattice.find({m_brick[0] + n / 9 - 1, m_brick[1] + n / 3 % 3 - 1, m_brick[2] + n % 3 - 1});
+    return index;
+}
+
+// A window lies in one brick, or across the borders to those before or behind it.
+template <class Visit>
+void MomentLattice::Cursor::forBoxes(MomentLattice const & lattice, Window const & window,
+                                     Visit const & visit)
+{
+    if (m_lattice != &lattice || m_brick != window.brick) {
+        m_lattice = &lattice;
+        m_brick = window.brick;
+        m_around.fill(unknown);
+    }
+    struct Part
+    {
+        int offset;
+        int low;
+        int high;
+    };
+    Part parts[3][2];
+    int number[3];
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        int const cell = window.cell[axis];
+        number[axis] = cell == 0 || cell == edge - 1 ? 2 : 1;
+        if (cell == 0) {
+            parts[axis][0] = {-1, 0, 1};
+            parts[axis][1] = {0, 1, 3};
+        } else if (cell == edge - 1) {
+            parts[axis][0] = {0, 0, 2};
+            parts[axis][1] = {1, 2, 3};
+        } else {
+            parts[axis][0] = {0, 0, 3};
         }
-        for (int x = low[0]; x < high[0]; ++x) {
-            for (int y = low[1]; y < high[1]; ++y) {
-                Row const & row = source.rows[static_cast<std::size_t>(edge * x + y)];
-                int const begin = std::max<int>(low[2], row.begin);
-                int const end = std::min<int>(high[2], row.end);
-                Moments * const target =
-                    m_halo.data() +
-                    ((x + edge * offset[0] + 1) * haloEdge + y + edge * offset[1] + 1) * haloEdge +
-                    edge * offset[2] + 1;
-                for (int z = begin; z < end; ++z) {
-                    target[z] = nodes[row.start + static_cast<std::uint32_t>(z - row.begin)];
-                    if (isShifted)
-                        rebase(target[z], offset);
-                    m_isEmpty = false;
+    }
+    for (int x = 0; x < number[0]; ++x) {
+        for (int y = 0; y < number[1]; ++y) {
+            for (int z = 0; z < number[2]; ++z) {
+                Part const * const at[3] = {&parts[0][x], &parts[1][y], &parts[2][z]};
+                int const brick =
+                    brickAt(lattice, 9 * (at[0]->offset + 1) + 3 * (at[1]->offset + 1) + at[2]->offset + 1);
+                if (brick < 0)
+                    continue;
+                Box box{lattice, brick, {}, {}, {}, {}};
+                for (std::size_t axis = 0; axis < 3; ++axis) {
+                    box.offset[axis] = at[axis]->offset;
+                    box.first[axis] = window.cell[axis] - 1 - edge * at[axis]->offset;
+                    box.low[axis] = at[axis]->low;
+                    box.high[axis] = at[axis]->high;
                 }
+                visit(box);
             }
         }
     }
@@ -427,14 +440,61 @@ void MomentLattice::Cursor::enter(MomentLattice const & lattice, std::array<int,
 
 void MomentLattice::Cursor::sum(MomentLattice const & lattice, Window const & window, Moments & out)
 {
-    if (m_lattice != &lattice || m_brick != window.brick)
-        enter(lattice, window.brick);
-    if (m_isEmpty) {
-        out = Moments();
-        return;
-    }
-    sumWindow(m_halo.data() + (window.first[0] * haloEdge + window.first[1]) * haloEdge + window.first[2],
-              window.weights, out);
+    Moments total;
+    forBoxes(lattice, window, [&](Box const & box) {
+        Float4 low = {};
+        Float4 high = {};
+        for (int x = box.low[0]; x < box.high[0]; ++x) {
+            for (int y = box.low[1]; y < box.high[1]; ++y) {
+                float const weightXY = window.weights[0][x] * window.weights[1][y];
+                int begin = box.low[2];
+                int end = box.high[2];
+                Moments const * const nodes = box.rowNodes(x, y, begin, end);
+                for (int z = begin; z < end; ++z) {
+                    float const weight = weightXY * window.weights[2][z];
+                    low += weight * load(nodes[z].of);
+                    high += weight * load(nodes[z].of + 4);
+                }
+            }
+        }
+        Moments sum;
+        store(sum.of, low);
+        store(sum.of + 4, high);
+        if (lattice.m_payload == Payload::surface)
+            rebase(sum, box.offset);
+        addTo(total, 1.0f, sum);
+    });
+    out = total;
+}
+
+void MomentLattice::Cursor::nodes(MomentLattice const & lattice, Window const & window,
+                                  Moments const * (&out)[27])
+{
+    std::fill(std::begin(out), std::end(out), nullptr);
+    forBoxes(lattice, window, [&](Box const & box) {
+        for (int x = box.low[0]; x < box.high[0]; ++x) {
+            for (int y = box.low[1]; y < box.high[1]; ++y) {
+                int begin = box.low[2];
+                int end = box.high[2];
+                Moments const * const row = box.rowNodes(x, y, begin, end);
+                for (int z = begin; z < end; ++z)
+                    out[9 * x + 3 * y + z] = row + z;
+            }
+        }
+    });
+}
+
+Moments MomentLattice::nodeAt(std::array<int, 3> const & cell) const
+{
+    int const index = find({cell[0] >> 3, cell[1] >> 3, cell[2] >> 3});
+    if (index < 0)
+        return Moments();
+    Brick const & brick = m_bricks[static_cast<std::size_t>(index)];
+    Row const & row = brick.rows[static_cast<std::size_t>(edge * (cell[0] & 7) + (cell[1] & 7))];
+    int const z = cell[2] & 7;
+    if (z < row.begin || z >= row.end)
+        return Moments();
+    return m_chunks[brick.chunk][row.start + static_cast<std::uint32_t>(z - row.begin)];
 }
 
 } // namespace VolTr

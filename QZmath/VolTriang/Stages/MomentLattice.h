@@ -28,15 +28,21 @@ struct alignas(32) Moments
 /// the node of cell i stands at i + 1/2.
 struct LatticeFrame
 {
+    LatticeFrame() = default;
+    LatticeFrame(std::array<double, 3> const & leastCorner, double cellEdge)
+        : origin(leastCorner), cell(cellEdge), perUnit(1.0 / cellEdge)
+    {}
+
     std::array<double, 3> origin{};
     double cell = 1.0;
+    double perUnit = 1.0; ///< 1 / cell
 
     /// False for a point too far out for the lattice, and for one that is not a number.
     bool placeOf(double const * point, double * place3) const
     {
         bool isInside = true;
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            place3[axis] = (point[axis] - origin[axis]) / cell;
+            place3[axis] = (point[axis] - origin[axis]) * perUnit;
             isInside = isInside && place3[axis] > -greatestPlace && place3[axis] < greatestPlace;
         }
         return isInside;
@@ -59,9 +65,7 @@ struct LatticeFrame
 class MomentLattice
 {
 public:
-    static constexpr int edge = 8;      ///< places of a brick along an axis
-    static constexpr int haloEdge = 10; ///< with one more on each side
-    static constexpr int haloPlaces = haloEdge * haloEdge * haloEdge;
+    static constexpr int edge = 8; ///< places of a brick along an axis
 
     /// What the eight numbers stand for, which decides what happens to them in the frame of another brick.
     enum class Payload
@@ -74,8 +78,9 @@ public:
     struct Window
     {
         std::array<int, 3> brick;
-        std::array<int, 3> first; ///< in the halo of the brick, 0 to 7
-        float weights[3][3];      ///< by axis
+        std::array<int, 3>
+            cell;            ///< of the point, in the brick, 0 to 7; the places are one before to one after
+        float weights[3][3]; ///< by axis
 
         explicit Window(double const * place3);
         /// Of a point in a known brick, by its place from that brick's least corner.
@@ -106,6 +111,8 @@ public:
     bool isEmpty() const { return m_places.empty(); }
     int bricksNumber() const { return static_cast<int>(m_places.size()); }
     std::size_t nodesNumber() const;
+    /// The sums of the node of a cell; zeros where no point reaches.
+    Moments nodeAt(std::array<int, 3> const & cell) const;
 
     /// Replaces the sums of every node. `change(Moments &)` may not depend on the brick.
     template <class Change>
@@ -116,24 +123,6 @@ public:
                 change(node);
         }
     }
-
-    /// Reads a lattice around points; fast for points that follow each other in the same brick.
-    class Cursor
-    {
-    public:
-        Cursor();
-
-        /// The sums at a point: sum over its 27 nodes of B M, in the frame of the window's brick.
-        void sum(MomentLattice const & lattice, Window const & window, Moments & out);
-
-    private:
-        void enter(MomentLattice const & lattice, std::array<int, 3> const & brick);
-
-        MomentLattice const * m_lattice = nullptr;
-        std::array<int, 3> m_brick{};
-        bool m_isEmpty = true;
-        std::vector<Moments> m_halo;
-    };
 
 private:
     struct Row
@@ -147,6 +136,53 @@ private:
         std::uint32_t chunk = 0;
         std::array<Row, 64> rows;
     };
+
+public:
+    /// Reads a lattice around points; fast for points that follow each other in the same brick.
+    class Cursor
+    {
+    public:
+        /// The sums at a point: sum over its 27 nodes of B M, in the frame of the window's brick.
+        void sum(MomentLattice const & lattice, Window const & window, Moments & out);
+
+        /// The 27 nodes around a point, node (x, y, z) under 9 x + 3 y + z; null where no point reaches.
+        void nodes(MomentLattice const & lattice, Window const & window, Moments const * (&out)[27]);
+
+    private:
+        // The part of a window that lies in one brick: the places low to high - 1 of 0..2 an axis.
+        struct Box
+        {
+            MomentLattice const & lattice;
+            int brick;
+            std::array<int, 3> offset; // of the brick from the window's
+            std::array<int, 3> first;  // place in the brick of the window's place 0
+            std::array<int, 3> low;
+            std::array<int, 3> high;
+
+            // The nodes of a row, to be indexed with the places of the window, of which begin and end become
+            // those that exist.
+            Moments const * rowNodes(int x, int y, int & begin, int & end) const
+            {
+                Brick const & at = lattice.m_bricks[static_cast<std::size_t>(brick)];
+                Row const & row = at.rows[static_cast<std::size_t>(edge * (first[0] + x) + first[1] + y)];
+                begin = begin + first[2] < row.begin ? row.begin - first[2] : begin;
+                end = end + first[2] > row.end ? row.end - first[2] : end;
+                return lattice.m_chunks[at.chunk].data() + row.start + (first[2] - row.begin);
+            }
+        };
+
+        template <class Visit>
+        void forBoxes(MomentLattice const & lattice, Window const & window, Visit const & visit);
+        int brickAt(MomentLattice const & lattice, int n);
+
+        static constexpr int unknown = -2;
+        MomentLattice const * m_lattice = nullptr;
+        std::array<int, 3> m_brick{};
+        std::array<int, 27>
+            m_around; // indices of the bricks around; -1 where there is none, `unknown` before
+    };
+
+private:
     using Dense = std::vector<Moments>; // one for each place of a brick
 
     int find(std::array<int, 3> const & place) const;

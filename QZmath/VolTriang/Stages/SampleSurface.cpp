@@ -21,24 +21,26 @@ double const leastMass = 0.3;    // of the own share, below which the others say
 double const leastCoherence = 0.5;
 double const sharpness = 0.02;     // of the choice between nearly equal errors
 double const globalWeight = 100.0; // samples that the error of the whole cloud counts for
+double const leastShare = 1e-3;    // of a level in the height of a point
 int const testsPerTask = 256;
 double const creaseCoherence = 0.98; // below which the normals around a point are those of a crease
 int const leastCreaseTests = 30;
 
-// Unit normal of a sample; false for one that says nothing.
-bool unitNormal(IInputSamples const & samples, int sample, double * out3)
+// Squared length of the normal of a sample: 0 for one that says nothing.
+double squaredNormal(float const * normal)
 {
-    float const * const normal = samples.getSampleNormal3(sample);
     double const x = normal[0];
     double const y = normal[1];
     double const z = normal[2];
-    double const length = std::sqrt(x * x + y * y + z * z);
-    if (!(length > 0.0) || !std::isfinite(length))
-        return false;
-    out3[0] = x / length;
-    out3[1] = y / length;
-    out3[2] = z / length;
-    return true;
+    double const square = x * x + y * y + z * z;
+    return std::isfinite(square) ? square : 0.0;
+}
+
+void unitNormal(float const * normal, double * out3)
+{
+    double const factor = 1.0 / std::sqrt(squaredNormal(normal));
+    for (int axis = 0; axis < 3; ++axis)
+        out3[axis] = normal[axis] * factor;
 }
 
 } // namespace
@@ -64,8 +66,7 @@ SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
     m_levels.push_back(makeLevel(input, finest, {}, team));
     while (static_cast<int>(m_levels.size()) <= finest - coarsest) {
         auto coarser = std::make_unique<Level>();
-        coarser->frame = m_levels.back()->frame;
-        coarser->frame.cell *= 2.0;
+        coarser->frame = LatticeFrame(input.origin, 2.0 * m_levels.back()->frame.cell);
         coarser->lattice.buildFromFiner(m_levels.back()->lattice, team);
         m_levels.push_back(std::move(coarser));
     }
@@ -147,9 +148,7 @@ int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzB
     double const block = 32.0;
     double const margin = 6.0;
     double const share = std::clamp(20000.0 / samplesNumber, 0.05, 1.0);
-    LatticeFrame blocks;
-    blocks.origin = input.origin;
-    blocks.cell = std::ldexp(input.cubeEdge, -depth) * block;
+    LatticeFrame const blocks(input.origin, std::ldexp(input.cubeEdge, -depth) * block);
     auto const isProbed = [&](double const * point) {
         double place[3];
         if (!blocks.placeOf(point, place))
@@ -202,8 +201,7 @@ SampleSurface::makeLevel(Input const & input, int depth, std::function<bool(doub
                          QzBackend::LoopTeam & team)
 {
     auto level = std::make_unique<Level>();
-    level->frame.origin = input.origin;
-    level->frame.cell = std::ldexp(input.cubeEdge, -depth);
+    level->frame = LatticeFrame(input.origin, std::ldexp(input.cubeEdge, -depth));
     LatticeFrame const & frame = level->frame;
     auto const weightOf = [&](int sample) {
         return input.weights != nullptr ? (*input.weights)[static_cast<std::size_t>(sample)] : 1.0f;
@@ -212,9 +210,9 @@ SampleSurface::makeLevel(Input const & input, int depth, std::function<bool(doub
         input.samples->pointsNumber(), MomentLattice::Payload::surface,
         [&](int index, double * place) {
             int const sample = input.order[index];
-            double normal[3];
             float const weight = weightOf(sample);
-            if (!unitNormal(*input.samples, sample, normal) || !(weight > 0.0f) || !std::isfinite(weight))
+            if (!(squaredNormal(input.samples->getSampleNormal3(sample)) > 0.0) || !(weight > 0.0f) ||
+                !std::isfinite(weight))
                 return false;
             double foot[3];
             footOf(input, index, foot);
@@ -223,13 +221,13 @@ SampleSurface::makeLevel(Input const & input, int depth, std::function<bool(doub
         [&](MomentLattice::Entry const & entry, std::array<int, 3> const & brick, Moments & moments) {
             int const sample = input.order[entry.point];
             double normal[3];
-            unitNormal(*input.samples, sample, normal);
+            unitNormal(input.samples->getSampleNormal3(sample), normal);
             float const * const position = input.samples->getSampleCoords3(sample);
             double const weight = weightOf(sample);
             double place[3];
             double across = 0.0;
             for (std::size_t axis = 0; axis < 3; ++axis) {
-                place[axis] = (position[axis] - frame.origin[axis]) / frame.cell -
+                place[axis] = (position[axis] - frame.origin[axis]) * frame.perUnit -
                               static_cast<double>(brick[axis]) * MomentLattice::edge;
                 across += normal[axis] * place[axis];
             }
@@ -297,11 +295,13 @@ std::vector<SampleSurface::Test> SampleSurface::leaveOut(Input const & input,
             Test & test = results[static_cast<std::size_t>(at)];
             int const index = indices[static_cast<std::size_t>(at)];
             int const sample = input.order[index];
-            double normal[3];
+            float const * const given = input.samples->getSampleNormal3(sample);
             float const weight =
                 input.weights != nullptr ? (*input.weights)[static_cast<std::size_t>(sample)] : 1.0f;
-            if (!unitNormal(*input.samples, sample, normal) || !(weight > 0.0f) || !std::isfinite(weight))
+            if (!(squaredNormal(given) > 0.0) || !(weight > 0.0f) || !std::isfinite(weight))
                 continue;
+            double normal[3];
+            unitNormal(given, normal);
             std::array<float, 3> const & offset = input.feet[index];
             footOf(input, index, test.foot);
             double finest[3];
@@ -322,7 +322,7 @@ std::vector<SampleSurface::Test> SampleSurface::leaveOut(Input const & input,
                 double across = 0.0;
                 for (std::size_t axis = 0; axis < 3; ++axis) {
                     local[axis] = place[axis] - static_cast<double>(window.brick[axis]) * MomentLattice::edge;
-                    own[axis] = local[axis] - offset[axis] / level.frame.cell;
+                    own[axis] = local[axis] - offset[axis] * level.frame.perUnit;
                     across += normal[axis] * own[axis];
                 }
                 sums.of[0] -= share;
@@ -439,8 +439,10 @@ SampleSurface::Height SampleSurface::heightOf(double const * point, Scratch & sc
     if (!m_levels[0]->frame.placeOf(point, finestPlace))
         return Height();
     double const best = std::clamp(levelAt(point, scratch), 0.0, static_cast<double>(m_levels.size() - 1));
-    std::size_t const first = static_cast<std::size_t>(best);
-    double const further = best - static_cast<double>(first);
+    // A share that small is not worth the look at a level.
+    std::size_t const first = static_cast<std::size_t>(best + leastShare);
+    double const beyond = best - static_cast<double>(first);
+    double const further = beyond > leastShare ? beyond : 0.0;
     if (m_creases != nullptr) {
         double const coherence = coherenceAt(*m_levels[0], point, scratch.m_cursors[0]);
         double const share = std::clamp((creaseCoherence - coherence) / 0.01, 0.0, 1.0);
@@ -453,7 +455,7 @@ SampleSurface::Height SampleSurface::heightOf(double const * point, Scratch & sc
         sum.open = 1.0 - further;
         sum.next = further;
     }
-    for (std::size_t n = first; n < m_levels.size() && sum.open + sum.next > 0.0; ++n) {
+    for (std::size_t n = first; n < m_levels.size() && sum.open + sum.next > leastShare; ++n) {
         sum.add(*m_levels[n], point, scratch.m_cursors[n]);
         sum.open += sum.next;
         sum.next = 0.0;

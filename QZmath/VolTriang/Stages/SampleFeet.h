@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <vector>
+
+namespace QzBackend
+{
+class LoopTeam;
+}
+
+namespace VolTr
+{
+
+class ImplicitFunction;
+struct StageContext;
+
+/// The samples in an order in which neighbours stand close to each other, each with its foot: the point of
+/// the level set above or below it, along the gradient and at most one cell of the deepest nodes away. 16
+/// bytes a sample.
+struct SampleFeet
+{
+    /// Serves the progress up to `until`.
+    SampleFeet(StageContext const & context, ImplicitFunction const & function, double isoValue,
+               QzBackend::LoopTeam & team, double until);
+
+    std::vector<int> order;
+    std::vector<std::array<float, 3>> offsets; ///< foot minus sample, in the order of `order`
+    double samplesPerLeafCell = 0.0;           ///< of the surface, whether a cell holds samples or not
+};
+
+} // namespace VolTr
