@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Runs whose surface is moved onto the samples, against the same runs without.
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
 #include <apps/sampling/SampleShapes.h>
@@ -195,4 +196,43 @@ TEST(RefinedReconstruction, answersHostileCloudsAsTheRunWithout)
         };
         EXPECT_EQ(answer(true), answer(false)) << kind;
     }
+}
+
+// The correction brings clean surfaces nearer to the truth on both paths; of noise it takes what is common to
+// many samples, and nothing on the deep depths.
+TEST(FieldCorrection, followsTheSamplesButNotTheirNoise)
+{
+    for (bool const isAccelerated : {true, false}) {
+        for (bool const useCenter : {true, false}) {
+            Case const c = {"genus3", 12000, 6, 0, 1, isAccelerated, useCenter, 0, 0};
+            PointCloudSamples const samples = cloudOf(c);
+            auto const shape = qz_sampling::makeShape(c.shape);
+            CVolTriangulationParams params = paramsOf(c, false);
+            double const before = vertexDistances(run(samples, params), *shape).rms;
+            params.setCorrectField(true);
+            Mesh const corrected = run(samples, params);
+            EXPECT_LT(vertexDistances(corrected, *shape).rms, 0.7 * before) << isAccelerated << useCenter;
+            EXPECT_EQ(examine(corrected).eulerNumber(), shape->eulerNumber());
+        }
+    }
+    Case const noisy = {"genus3", 30000, 7, 0.005, 1, true, true, 0, 0};
+    PointCloudSamples const samples = cloudOf(noisy);
+    CVolTriangulationParams params = paramsOf(noisy, true);
+    params.setCorrectField(true);
+    qz_test::MeshTarget target;
+    CReconstructionReport report;
+    CVolumetricTriangulator triangulator(&target, &samples, &params, nullptr);
+    triangulator.setReport(&report);
+    triangulator.run();
+    std::vector<double> const & shares = report.refinement.correctionShares;
+    ASSERT_EQ(shares.size(), 5U);
+    EXPECT_GT(shares.front(), 0.3);
+    for (std::size_t n = 2; n < shares.size(); ++n)
+        EXPECT_LT(shares[n], 0.1) << n;
+    // The noise across the surface is that of one axis: 0.005 of the longest side.
+    double const side = 2.0 * qz_sampling::makeShape("genus3")->halfExtent().x();
+    EXPECT_NEAR(report.refinement.noise, 0.005 * side, 0.0015 * side);
+    EXPECT_GT(report.refinement.width, 0.0);
+    EXPECT_GT(report.refinement.movedShare, 0.95);
+    EXPECT_GT(report.refinement.greatestMove, report.refinement.rmsMove);
 }
