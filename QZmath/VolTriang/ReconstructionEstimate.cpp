@@ -160,6 +160,18 @@ double countTriangles(Counts const & counts, CVolTriangulationParams const & par
     return 370 * counts.deepestBricks * cubesPerSpacing * cubesPerSpacing;
 }
 
+// What the refinement adds to the extraction, of a function of that many bytes: while its lattices are made,
+// it needs the samples in two orders and parts of them a second time; later the lattices and the waiting mesh
+// stand beside what the extraction has itself.
+double withRefinement(double extracting, double functionBytes, Counts const & counts,
+                      CVolTriangulationParams const & params)
+{
+    if (!params.getRefine())
+        return extracting;
+    return std::max(functionBytes + 190 * counts.samples,
+                    extracting + 20 * countTriangles(counts, params) + 80 * counts.samples);
+}
+
 double acceleratedBytes(Counts const & counts, CVolTriangulationParams const & params)
 {
     double const kept = counts.tree() + (params.getVariableDensity() ? 4 * counts.samples : 0);
@@ -170,7 +182,8 @@ double acceleratedBytes(Counts const & counts, CVolTriangulationParams const & p
     double const solving = counts.brickBytes - 2048 * counts.deepestBricks + (4 + 44) * counts.nodes + blocks;
     // Rows of the function, with those that repeat a neighbour's; then bricks of the surface with their
     // values, crossed edges and vertices.
-    double const extracting = 2850 * counts.bricks + 12.5 * countTriangles(counts, params);
+    double const extracting = withRefinement(2850 * counts.bricks + 12.5 * countTriangles(counts, params),
+                                             2600 * counts.bricks, counts, params);
     return kept + std::max(solving, extracting);
 }
 
@@ -211,7 +224,8 @@ double exactBytes(Counts const & counts, CVolTriangulationParams const & params,
     default:
         throw CVolTriangulationError("Unexpected solver type");
     }
-    double const extracting = 122 * countTriangles(counts, params);
+    double const extracting =
+        withRefinement(122 * countTriangles(counts, params), 40 * counts.nodes, counts, params);
     return kept + 40 * counts.nodes + std::max({assembling, 12 * room + solving, extracting});
 }
 

@@ -179,6 +179,7 @@ TEST(ReconstructionEstimate, BytesAreThoseOfRuns)
     auto const iterative = [](CVolTriangulationParams & params) { params.setPrefferedSolver(3); };
     auto const decomposing = [](CVolTriangulationParams & params) { params.setPrefferedSolver(4); };
     auto const wide = [](CVolTriangulationParams & params) { params.setKernelScaleFactor(1.4f); };
+    auto const refined = [](CVolTriangulationParams & params) { params.setRefine(true); };
     EstimatedRun const runs[] = {
         {"sphere", 30000, 0, 1, 6, true, nullptr},      {"genus3", 40000, 0, 1, 8, true, nullptr},
         {"torus", 30000, 0, 50, 7, true, nullptr},      {"genus3", 40000, 0.003, 1, 7, true, nullptr},
@@ -187,6 +188,8 @@ TEST(ReconstructionEstimate, BytesAreThoseOfRuns)
         {"sheet", 20000, 0, 1, 6, false, open},         {"torus", 20000, 0, 50, 6, false, nullptr},
         {"genus3", 20000, 0.003, 1, 5, false, corners}, {"plate", 20000, 0, 1, 5, false, iterative},
         {"plate", 20000, 0, 1, 5, false, decomposing},  {"plate", 20000, 0, 1, 5, false, wide},
+        {"genus3", 40000, 0, 1, 8, true, refined},      {"sphere", 100000, 0, 1, 6, true, refined},
+        {"torus", 40000, 0.003, 20, 7, true, refined},
     };
     for (EstimatedRun const & run : runs) {
         CVescaThreadingTasksHelper::setNumOfPhisicalThread(1);
