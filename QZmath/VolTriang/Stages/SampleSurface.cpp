@@ -63,7 +63,7 @@ SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
     }
     int const coarsest = std::max(0, depth - coarserLevels);
     int const finest = finestDepth(input, depth, coarsest, team);
-    m_levels.push_back(makeLevel(input, finest, {}, team));
+    m_levels.push_back(makeLevel(input, finest, nullptr, team));
     while (static_cast<int>(m_levels.size()) <= finest - coarsest) {
         auto coarser = std::make_unique<Level>();
         coarser->frame = LatticeFrame(input.origin, 2.0 * m_levels.back()->frame.cell);
@@ -109,11 +109,16 @@ void SampleSurface::refineCreases(Input const & input, int depth, QzBackend::Loo
     }
     if (static_cast<int>(tests.size()) < leastCreaseTests)
         return;
+    std::vector<int> around;
     MomentLattice::Cursor wider;
+    for (int index = 0; index < input.samples->pointsNumber(); ++index) {
+        double foot[3];
+        footOf(input, index, foot);
+        if (coherenceAt(*m_levels[1], foot, wider) < creaseCoherence)
+            around.push_back(index);
+    }
     std::vector<std::unique_ptr<Level>> pair(2);
-    pair[0] = makeLevel(
-        input, depth,
-        [&](double const * foot) { return coherenceAt(*m_levels[1], foot, wider) < creaseCoherence; }, team);
+    pair[0] = makeLevel(input, depth, &around, team);
     pair[1] = std::move(m_levels[0]);
     std::vector<Test> const results = leaveOut(input, tests, pair, team);
     m_levels[0] = std::move(pair[1]);
@@ -157,25 +162,29 @@ int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzB
                        static_cast<int>(std::floor(place[2])));
         return static_cast<double>(CLatticeHash::hashOf(at, depth) >> 40) < share * 0x1p24;
     };
+    std::vector<int> probed;
     std::vector<int> tests;
     for (int index = 0; index < samplesNumber; ++index) {
         double foot[3];
         footOf(input, index, foot);
+        if (!isProbed(foot))
+            continue;
+        probed.push_back(index);
         double place[3];
         bool isInside = blocks.placeOf(foot, place);
         for (double const coord : place) {
             double const inBlock = (coord - std::floor(coord)) * block;
             isInside = isInside && inBlock >= margin && inBlock < block - margin;
         }
-        if (isInside && isProbed(foot))
+        if (isInside)
             tests.push_back(index);
     }
     if (tests.empty())
         return depth;
     std::vector<std::unique_ptr<Level>> pair(2);
-    pair[1] = makeLevel(input, depth - 1, isProbed, team);
-    for (int probed = depth; probed < std::min(greatestDepth, coarsest + greatestLevels); ++probed) {
-        pair[0] = makeLevel(input, probed, isProbed, team);
+    pair[1] = makeLevel(input, depth - 1, &probed, team);
+    for (int tried = depth; tried < std::min(greatestDepth, coarsest + greatestLevels); ++tried) {
+        pair[0] = makeLevel(input, tried, &probed, team);
         std::vector<Test> const results = leaveOut(input, tests, pair, team);
         double errors[2] = {0.0, 0.0};
         for (Test const & test : results) {
@@ -183,7 +192,7 @@ int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzB
                 errors[n] += test.errors[static_cast<std::size_t>(n)];
         }
         if (!(errors[0] < errors[1]))
-            return probed - 1;
+            return tried - 1;
         pair[1] = std::move(pair[0]);
     }
     return std::min(greatestDepth, coarsest + greatestLevels) - 1;
@@ -196,9 +205,9 @@ void SampleSurface::footOf(Input const & input, int index, double * foot3)
         foot3[axis] = double(position[axis]) + input.feet[index][axis];
 }
 
-std::unique_ptr<SampleSurface::Level>
-SampleSurface::makeLevel(Input const & input, int depth, std::function<bool(double const *)> const & isWanted,
-                         QzBackend::LoopTeam & team)
+std::unique_ptr<SampleSurface::Level> SampleSurface::makeLevel(Input const & input, int depth,
+                                                               std::vector<int> const * indices,
+                                                               QzBackend::LoopTeam & team)
 {
     auto level = std::make_unique<Level>();
     level->frame = LatticeFrame(input.origin, std::ldexp(input.cubeEdge, -depth));
@@ -206,9 +215,14 @@ SampleSurface::makeLevel(Input const & input, int depth, std::function<bool(doub
     auto const weightOf = [&](int sample) {
         return input.weights != nullptr ? (*input.weights)[static_cast<std::size_t>(sample)] : 1.0f;
     };
+    auto const indexOf = [indices](int n) {
+        return indices != nullptr ? (*indices)[static_cast<std::size_t>(n)] : n;
+    };
     level->lattice.build(
-        input.samples->pointsNumber(), MomentLattice::Payload::surface,
-        [&](int index, double * place) {
+        indices != nullptr ? static_cast<int>(indices->size()) : input.samples->pointsNumber(),
+        MomentLattice::Payload::surface,
+        [&](int n, double * place) {
+            int const index = indexOf(n);
             int const sample = input.order[index];
             float const weight = weightOf(sample);
             if (!(squaredNormal(input.samples->getSampleNormal3(sample)) > 0.0) || !(weight > 0.0f) ||
@@ -216,10 +230,10 @@ SampleSurface::makeLevel(Input const & input, int depth, std::function<bool(doub
                 return false;
             double foot[3];
             footOf(input, index, foot);
-            return frame.placeOf(foot, place) && (!isWanted || isWanted(foot));
+            return frame.placeOf(foot, place);
         },
         [&](MomentLattice::Entry const & entry, std::array<int, 3> const & brick, Moments & moments) {
-            int const sample = input.order[entry.point];
+            int const sample = input.order[indexOf(entry.point)];
             double normal[3];
             unitNormal(input.samples->getSampleNormal3(sample), normal);
             float const * const position = input.samples->getSampleCoords3(sample);

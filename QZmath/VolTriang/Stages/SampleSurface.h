@@ -4,7 +4,6 @@
 #include <QZmath/VolTriang/Stages/MomentLattice.h>
 
 #include <array>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -127,8 +126,8 @@ private:
     };
 
     static void footOf(Input const & input, int index, double * foot3);
-    static std::unique_ptr<Level> makeLevel(Input const & input, int depth,
-                                            std::function<bool(double const *)> const & isWanted,
+    // Of the samples at those indices of the order; of all when there are none.
+    static std::unique_ptr<Level> makeLevel(Input const & input, int depth, std::vector<int> const * indices,
                                             QzBackend::LoopTeam & team);
     int finestDepth(Input const & input, int depth, int coarsest, QzBackend::LoopTeam & team) const;
     static std::vector<Test> leaveOut(Input const & input, std::vector<int> const & indices,
