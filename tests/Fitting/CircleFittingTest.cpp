@@ -219,15 +219,12 @@ public:
     {
         if (code > 1)
             throw std::runtime_error("stop");
-        if (iflag == 1) {
-            f[0] = 10 * (x[1] - x[0] * x[0]);
-            f[1] = 1 - x[0];
-        } else {
-            j[0] = -20 * x[0];
-            j[1] = -1;
-            j[stride] = 10;
-            j[stride + 1] = 0;
-        }
+        double const values[] = {10 * (x[1] - x[0] * x[0]), 1 - x[0]};
+        if (iflag == 1)
+            std::copy_n(values, 2, f);
+        double const slopes[] = {-20 * x[0], -1, 10, 0};
+        for (int i = 0; i < 4 && iflag != 1; ++i)
+            j[i / 2 * stride + i % 2] = slopes[i];
         return code;
     }
     int code = 0;

@@ -56,7 +56,6 @@ struct Problem
 
 Problem const problems[] = {
     {[](long double x) { return std::exp(x) - 1000; }, 0, 20},
-    {[](long double x) { return std::cos(x) - x; }, 0, 2},
     {[](long double x) { return x * x * x - 2 * x - 5; }, 3, 2},
     {[](long double x) { return std::pow(x, 9.0L) - 0.001L; }, -1, 3},
     {[](long double x) { return std::atan(20 * x) - 0.3L; }, -1, 10},
@@ -94,8 +93,7 @@ TEST(BrentZero, BoldStepsLeaveTheInterval)
     // evaluates the function outside of its interval.
     Search const search([](long double x) { return -16 + x * (19 + x * (-18 + x * (-15 + x * 6))); }, -2, 3,
                         100, 0, 12);
-    EXPECT_EQ(search.status, 0);
-    EXPECT_EQ(search.iterations, 11);
+    EXPECT_TRUE(search.status == 0 && search.iterations == 11);
     EXPECT_NEAR(search.root, -1.53512, 1e-5);
     EXPECT_NEAR(*std::min_element(search.points.begin(), search.points.end()), -2.28271, 1e-5);
 }
@@ -103,27 +101,18 @@ TEST(BrentZero, BoldStepsLeaveTheInterval)
 TEST(BrentZero, ReportsEndsAndLimits)
 {
     Function const line = [](long double x) { return x - 2; };
-    Search const atB(line, 0, 2), atA(line, 2, 5);
-    EXPECT_EQ(atB.status, 0);
-    EXPECT_EQ(atB.iterations, 0);
-    EXPECT_EQ(atB.root, 2);
-    EXPECT_EQ(atA.root, 2);
-    EXPECT_EQ(atA.points.size(), 2U);
-
-    Search const sameSign(line, 3, 5);
-    EXPECT_EQ(sameSign.status, -1);
-    EXPECT_EQ(sameSign.iterations, 1);
-    EXPECT_EQ(sameSign.root, 5);
+    Search const atB(line, 0, 2), atA(line, 2, 5), sameSign(line, 3, 5);
+    EXPECT_TRUE(atB.status == 0 && atB.iterations == 0 && atB.root == 2);
+    EXPECT_TRUE(atA.root == 2 && atA.points.size() == 2);
+    EXPECT_TRUE(sameSign.status == -1 && sameSign.iterations == 1 && sameSign.root == 5);
     Search const nan([](long double x) { return x > 1 ? x : std::numeric_limits<long double>::quiet_NaN(); },
                      0, 5);
     EXPECT_EQ(nan.status, -1);
-
     for (int limit : {-3, 0, 1, 4}) {
         Search const stopped(problems[0].function, 0, 20, limit);
-        EXPECT_EQ(stopped.status, 1);
-        EXPECT_EQ(stopped.iterations, std::max(limit, 0) + 1);
-        EXPECT_EQ(stopped.points.size(), 2 + static_cast<std::size_t>(std::max(limit, 0)));
+        EXPECT_TRUE(stopped.status == 1 && stopped.iterations == std::max(limit, 0) + 1);
+        EXPECT_EQ(stopped.points.size(), static_cast<std::size_t>(stopped.iterations) + 1);
     }
-    Search const exhausted(problems[6].function, -std::numeric_limits<double>::infinity(), 1, 500);
+    Search const exhausted(problems[5].function, -std::numeric_limits<double>::infinity(), 1, 500);
     EXPECT_NE(exhausted.status, 77); // comes to an end
 }

@@ -33,39 +33,29 @@ std::string wordOf(Action action)
 template <class T>
 T randomElement(std::mt19937 & random)
 {
-    auto const digit = [&random] { return int(random() % 8); };
-    if constexpr (std::is_arithmetic_v<T>) {
-        return T(digit());
-    } else if constexpr (sizeof(T) % 3 == 0) {
-        int const x = digit(), y = digit(), z = digit();
-        return T(x, y, z);
-    } else {
-        int const x = digit(), y = digit(), z = digit(), w = digit();
-        return T(x, y, z, w);
-    }
+    int const x = int(random() % 8);
+    if constexpr (std::is_arithmetic_v<T>)
+        return T(x);
+    else if constexpr (sizeof(T) % 3 == 0)
+        return T(x, int(random() % 8), int(random() % 8));
+    else
+        return T(x, int(random() % 8), int(random() % 8), int(random() % 8));
 }
 
-template <class T>
-void fillRandomly(REmath::Matrix<T> & matrix, std::mt19937 & random)
+/// A matrix of what `element` gives, called for one after the other.
+template <class T, class Element>
+REmath::Matrix<T> filledMatrix(int rows, int cols, Element const & element)
 {
-    for (int col = 0; col < matrix.cols(); ++col) {
-        for (int row = 0; row < matrix.rows(); ++row) {
-            matrix.elem(row, col) = randomElement<T>(random);
-        }
-    }
-}
-
-template <class T>
-REmath::Matrix<T> uniformMatrix(int rows, int cols, std::mt19937 & random)
-{
-    std::uniform_real_distribution<T> uniform(-1, 1);
     REmath::Matrix<T> matrix(rows, cols);
-    for (int col = 0; col < cols; ++col) {
-        for (int row = 0; row < rows; ++row) {
-            matrix.elem(row, col) = uniform(random);
-        }
-    }
+    for (int i = 0; i < rows * cols; ++i)
+        matrix[0][i] = element();
     return matrix;
+}
+
+template <class T>
+REmath::Matrix<T> randomMatrix(int rows, int cols, std::mt19937 & random)
+{
+    return filledMatrix<T>(rows, cols, [&random] { return randomElement<T>(random); });
 }
 
 } // namespace denseTest

@@ -20,13 +20,10 @@ TEST(GaussJordan, InvertsAndSolvesInPlace)
     for (int n : {1, 2, 3, 7, 20, 50}) {
         int const m = n == 50 ? 50 : n % 4;
         Rows a(n, n), b(n, m);
-        for (double & element : a.elements)
-            element = random.uniform(-1, 1);
-        if (n > 2) // a zero diagonal needs the pivoting
-            for (int i = 0; i < n; ++i)
-                a.at(i, i) = 0;
-        for (double & element : b.elements)
-            element = random.uniform(-1, 1);
+        for (auto * elements : {&a.elements, &b.elements})
+            std::generate(elements->begin(), elements->end(), [&] { return random.uniform(-1, 1); });
+        for (int i = 0; i < n && n > 2; ++i) // a zero diagonal needs the pivoting
+            a.at(i, i) = 0;
         std::vector<double> const matrix = a.elements, rightSides = b.elements;
         std::vector<double *> const pointers = a.rows;
         ASSERT_EQ(gaussj(a.rows.data(), n, m > 0 ? b.rows.data() : nullptr, m), 1);
@@ -52,12 +49,8 @@ TEST(GaussJordan, ReportsWhatItCannotSolve)
     EXPECT_EQ(gaussj(large.rows.data(), 1, column.rows.data(), 51), -1);
     EXPECT_EQ(large.elements, std::vector<double>(51 * 51, 3));
 
-    Rows zero(4, 4);
-    EXPECT_EQ(gaussj(zero.rows.data(), 4, nullptr, 0), -1);
-    Rows rankOne(2, 2);
-    std::copy_n(std::begin({1.0, 2.0, 2.0, 4.0}), 4, rankOne.elements.begin());
-    EXPECT_EQ(gaussj(rankOne.rows.data(), 2, nullptr, 0), -1);
-    Rows nan(3, 3, std::numeric_limits<double>::quiet_NaN());
+    Rows rankOne(4, 4, 2), nan(3, 3, std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(gaussj(rankOne.rows.data(), 4, nullptr, 0), -1);
     EXPECT_EQ(gaussj(nan.rows.data(), 3, nullptr, 0), 0);
 }
 

@@ -29,22 +29,6 @@ struct Pencil
         return gen_right_eigen(n, a.rows.data(), b.rows.data(), count, vectors.rows.data(), values.data());
     }
 
-    // Largest element of a x - λ b x over the solutions with |λ| up to a limit.
-    double residual(double limit) const
-    {
-        double largest = 0;
-        for (int i = 0; i < count; ++i) {
-            double const value = values[index(i)];
-            for (int row = 0; row < n && std::abs(value) <= limit; ++row) {
-                double sum = 0;
-                for (int k = 0; k < n; ++k)
-                    sum += (a.at(row, k) - value * b.at(row, k)) * vectors.at(i, k);
-                largest = std::max(largest, std::abs(sum));
-            }
-        }
-        return largest;
-    }
-
     int n;
     RowMatrix<double> a, b, vectors;
     std::vector<double> values;
@@ -86,12 +70,20 @@ TEST(GeneralizedEigen, FindsTheRealPairsOfAKnownPencil)
         ASSERT_TRUE(pencil.solve());
         EXPECT_EQ(pencil.a.elements, a.elements);
         EXPECT_EQ(pencil.b.elements, b.elements);
-        EXPECT_LT(pencil.residual(1e12), 1e-11);
-        // The infinite value can come out as one that is merely huge, of the size 1 / rounding.
-        std::vector<double> found(pencil.values.begin(), pencil.values.begin() + pencil.count);
-        found.erase(
-            std::remove_if(found.begin(), found.end(), [](double value) { return std::abs(value) > 1e12; }),
-            found.end());
+        std::vector<double> found;
+        for (int i = 0; i < pencil.count; ++i) {
+            double const value = pencil.values[index(i)];
+            // The infinite value can come out as one that is merely huge, of the size 1 / rounding.
+            if (std::abs(value) > 1e12)
+                continue;
+            found.push_back(value);
+            for (int row = 0; row < n; ++row) {
+                double sum = 0;
+                for (int k = 0; k < n; ++k)
+                    sum += (a.at(row, k) - value * b.at(row, k)) * pencil.vectors.at(i, k);
+                EXPECT_NEAR(sum, 0, 1e-11);
+            }
+        }
         std::sort(found.begin(), found.end());
         ASSERT_EQ(found.size(), wanted.size());
         for (std::size_t i = 0; i < wanted.size(); ++i)
@@ -101,38 +93,23 @@ TEST(GeneralizedEigen, FindsTheRealPairsOfAKnownPencil)
 
 TEST(GeneralizedEigen, SingularSecondMatrixAndBadInput)
 {
-    qz_sampling::Random random(3);
     Pencil pencil(10);
-    for (int row = 0; row < 10; ++row) {
-        for (int col = 0; col <= row; ++col)
-            pencil.a.at(row, col) = pencil.a.at(col, row) = random.uniform(-1, 1) + (row == col ? 9 : 0);
-    }
-    ASSERT_TRUE(pencil.solve()); // b = 0
-    EXPECT_EQ(pencil.count, 0);
+    for (int k = 0; k < 10; ++k)
+        pencil.a.at(k, k) = k + 1;
+    EXPECT_TRUE(pencil.solve() && pencil.count == 0); // b = 0
+    // A tiny beta counts as none, whatever the eigenvalue.
     for (int k = 6; k < 9; ++k)
-        pencil.b.at(k, k) = 1;
-    ASSERT_TRUE(pencil.solve());
-    EXPECT_EQ(pencil.count, 3);
-    EXPECT_LT(pencil.residual(1e12), 1e-12);
+        pencil.b.at(k, k) = k == 8 ? 1e-11 : 1e-9;
+    EXPECT_TRUE(pencil.solve() && pencil.count == 2);
 
     for (double bad : {std::numeric_limits<double>::quiet_NaN(), -std::numeric_limits<double>::infinity()}) {
         for (double * place : {&pencil.a.at(4, 2), &pencil.b.at(0, 9)}) {
             double const good = std::exchange(*place, bad);
             pencil.count = -7;
-            EXPECT_FALSE(pencil.solve());
-            EXPECT_EQ(pencil.count, 0);
+            EXPECT_TRUE(!pencil.solve() && pencil.count == 0);
             *place = good;
         }
     }
-    // A tiny beta counts as none, whatever the eigenvalue.
-    for (double beta : {1e-9, 1e-11}) {
-        Pencil diagonal(2);
-        diagonal.a.at(0, 0) = diagonal.a.at(1, 1) = diagonal.b.at(0, 0) = 1;
-        diagonal.b.at(1, 1) = beta;
-        ASSERT_TRUE(diagonal.solve());
-        EXPECT_EQ(diagonal.count, beta > 1e-10 ? 2 : 1);
-    }
-    EXPECT_FALSE(gen_right_eigen(0, nullptr, nullptr, pencil.count, nullptr, nullptr));
-    EXPECT_FALSE(
-        gen_right_eigen(std::numeric_limits<int>::max(), nullptr, nullptr, pencil.count, nullptr, nullptr));
+    for (int size : {0, std::numeric_limits<int>::max()})
+        EXPECT_FALSE(gen_right_eigen(size, nullptr, nullptr, pencil.count, nullptr, nullptr));
 }

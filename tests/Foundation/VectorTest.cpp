@@ -74,9 +74,8 @@ TYPED_TEST(VectorTest, OperationsActOnTheElementsInUse)
         tested *= 3;
         tested -= value;
         tested = tested - (first + second);
-        for (std::size_t k = 0; k < wanted.size(); ++k) {
+        for (std::size_t k = 0; k < wanted.size(); ++k)
             wanted[k] = T(T(T(T(a[k] + b[k]) * 3) - value) - T(a[k] + b[k]));
-        }
         ASSERT_EQ(contents(tested), wanted);
         tested = first;
         tested.as(at, second.get(0, part));
@@ -92,14 +91,14 @@ TYPED_TEST(VectorTest, OperationsActOnTheElementsInUse)
             ASSERT_EQ(tested.minIndex(), -1);
             ASSERT_EQ(tested.minimum(), T(0));
         }
-        tested = first;
-        ASSERT_EQ(tested.resize(2 * size), 2 * size);
+        ASSERT_EQ((tested = first).resize(2 * size), 2 * size);
         (wanted = a).resize(static_cast<std::size_t>(2 * size), T(0));
         ASSERT_EQ(contents(tested), wanted);
         ASSERT_EQ(tested = value, value);
+        second.resize(2 * size);
+        second.reset(value);
         ASSERT_EQ(contents(tested), std::vector<T>(wanted.size(), value));
-        tested.reset(T(1));
-        ASSERT_EQ(contents(tested), std::vector<T>(wanted.size(), T(1)));
+        ASSERT_EQ(tested, second);
     }
 }
 
@@ -110,19 +109,13 @@ TYPED_TEST(VectorTest, OverMemoryOfTheCallersWorksThereUntilItGrows)
     {
         Vector<T> vector(outside.data(), 3);
         vector[2] = T(5);
-        Vector<T> const shorter(2);
-        vector = shorter;
+        vector = Vector<T>(2);
         EXPECT_EQ(outside, (std::vector<T>{T(0), T(0), T(5), T(1)}));
-        vector.untrim();
-        vector = Vector<T>(3);
-        EXPECT_EQ(vector.memory(), outside.data());
-        EXPECT_EQ(outside[2], T(0));
         vector.resize(4);
         EXPECT_NE(vector.memory(), outside.data());
         vector[3] = T(7);
     }
     EXPECT_EQ(outside[3], T(1));
-
     Vector<T> wrapper(outside.data(), 4);
     Vector<T> const moved(std::move(wrapper));
     EXPECT_NE(moved.memory(), outside.data());
@@ -135,30 +128,27 @@ TYPED_TEST(VectorTest, ThrowsItsWordsAndChangesNothing)
     Vector<T> vector(3);
     vector = T(4);
     Vector<T> const before(vector);
-    Vector<T> const two(2), four(4);
-    for (Vector<T> const * other : {&two, &four}) {
-        EXPECT_EQ(wordOf([&] { vector -= *other; }), "NURBSsize");
-        EXPECT_EQ(wordOf([&] { vector + *other; }), "NURBSsize");
-        EXPECT_EQ(wordOf([&] { return vector == *other; }), "NURBSsize");
+    for (int const size : {2, 4}) {
+        Vector<T> const other(size);
+        EXPECT_EQ(wordOf([&] { vector -= other; }), "NURBSsize");
+        EXPECT_EQ(wordOf([&] { vector + other; }), "NURBSsize");
+        EXPECT_EQ(wordOf([&] { return vector == other; }), "NURBSsize");
     }
-    for (int at : {2, -1, INT_MAX}) {
-        EXPECT_EQ(wordOf([&] { vector.as(at, two); }), "NURBSmatrix_err");
+    for (int const at : {2, -1, INT_MAX}) {
+        EXPECT_EQ(wordOf([&] { vector.as(at, Vector<T>(2)); }), "NURBSmatrix_err");
+        EXPECT_EQ(wordOf([&] { vector.get(at, at == INT_MAX ? at : 2); }), "NURBSmatrix_err");
     }
-    std::pair<int, int> const ranges[] = {{1, 3}, {-1, 1}, {INT_MAX, INT_MAX}, {0, INT_MIN}};
-    for (auto const & range : ranges) {
-        EXPECT_EQ(wordOf([&] { vector.get(range.first, range.second); }), "NURBSmatrix_err");
-    }
+    EXPECT_EQ(wordOf([&] { vector.get(0, INT_MIN); }), "NURBSmatrix_err");
     EXPECT_EQ(vector, before);
-    EXPECT_EQ(vector.get(3, 0).size(), 0);
-    EXPECT_EQ(Vector<T>(-3).size(), 0);
+    EXPECT_EQ(vector.get(3, 0).size() + Vector<T>(-3).size(), 0);
 }
 
 TEST(Vector, IntegersWrapAroundAndNeverTrap)
 {
-    Vector<int> vector(2);
+    Vector<int> vector(1);
     vector = INT_MIN;
     vector /= -1;
-    EXPECT_EQ(vector[1], INT_MIN);
+    EXPECT_EQ(vector[0], INT_MIN);
     vector -= 1;
     EXPECT_EQ(vector[0], INT_MAX);
     vector *= INT_MAX;
@@ -176,16 +166,9 @@ TEST(Vector, SaysWhenThereIsNoMemoryToGrow)
     rlimit tight = former;
     tight.rlim_cur = 4ULL << 30;
     ASSERT_EQ(setrlimit(RLIMIT_AS, &tight), 0);
-    int const grown = vector.resize(INT_MAX);
-    bool hasThrown = false;
-    try {
-        Vector<HPoint3D_d> const tooLarge(INT_MAX);
-    } catch (std::bad_alloc const &) {
-        hasThrown = true;
-    }
+    EXPECT_EQ(vector.resize(INT_MAX), -1);
+    EXPECT_THROW(Vector<HPoint3D_d>(INT_MAX), std::bad_alloc);
     ASSERT_EQ(setrlimit(RLIMIT_AS, &former), 0);
-    EXPECT_EQ(grown, -1);
-    EXPECT_TRUE(hasThrown);
     EXPECT_EQ(vector, before);
 }
 #endif
