@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/LineFitting.h>
+#include <QZmath/Foundation/VectorProductsDetail.h>
 
 #include <support/Frames.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <vector>
 
 using qz_sampling::Random;
 using REmath::Point3D;
 using REmath::Point3D_d;
+using REmath::Detail::dot;
+using Points = std::vector<Point3D_d>;
 
 namespace
 {
@@ -23,23 +25,17 @@ struct Line
     double distance(Point3D_d const & p) const { return perpendicular(p - origin).length(); }
     // Sine of the angle to a unit direction.
     double sine(Point3D_d const & other) const { return perpendicular(other).length(); }
-    double cost(std::vector<Point3D_d> const & points) const
+    double cost(Points const & points) const
     {
         double sum = 0;
         for (Point3D_d const & point : points)
             sum += std::pow(distance(point), 2);
         return sum;
     }
-
-private:
-    Point3D_d perpendicular(Point3D_d const & v) const
-    {
-        Point3D_d const & d = direction;
-        return v - d * (v.x() * d.x() + v.y() * d.y() + v.z() * d.z());
-    }
+    Point3D_d perpendicular(Point3D_d const & v) const { return v - direction * dot(v, direction); }
 };
 
-std::vector<Point3D> narrow(std::vector<Point3D_d> const & points)
+std::vector<Point3D> narrow(Points const & points)
 {
     std::vector<Point3D> result;
     for (Point3D_d const & point : points)
@@ -48,10 +44,9 @@ std::vector<Point3D> narrow(std::vector<Point3D_d> const & points)
 }
 
 // Points along the x axis of a frame with normal noise; every `outlierStep`-th lies to one side instead.
-std::vector<Point3D_d> lineSamples(Random & random, qz_test::Frame const & frame, int count, double noise,
-                                   int outlierStep)
+Points lineSamples(Random & random, qz_test::Frame const & frame, int count, double noise, int outlierStep)
 {
-    std::vector<Point3D_d> points;
+    Points points;
     for (int i = 0; i < count; ++i) {
         bool const isOutlier = i % outlierStep == 1;
         double const x = random.uniform(-10, 10);
@@ -65,8 +60,7 @@ TEST(LineFitting, NoLineNearbyIsBetter)
 {
     Random random(1);
     for (int round = 0; round < 50; ++round) {
-        std::vector<Point3D_d> const points =
-            lineSamples(random, qz_test::randomFrame(random, 1000), 3 + round, 0.5, 10);
+        Points const points = lineSamples(random, qz_test::randomFrame(random, 1000), 3 + round, 0.5, 10);
         Line line, single;
         ASSERT_TRUE(FitLineToPointSet(points, line.origin, line.direction));
         EXPECT_NEAR(line.direction.length(), 1, 1e-14);
@@ -87,7 +81,7 @@ TEST(LineFitting, RobustFitsRecoverWhatThePlainOneLoses)
     Random random(2);
     for (int round = 0; round < 40; ++round) {
         qz_test::Frame const frame = qz_test::randomFrame(random, 100);
-        std::vector<Point3D_d> points = lineSamples(random, frame, 400, 0.02, 5);
+        Points points = lineSamples(random, frame, 400, 0.02, 5);
         Line plain, robust, single, through{frame.origin, {}};
         ASSERT_TRUE(FitLineToPointSet(points, plain.origin, plain.direction));
         EXPECT_GT(plain.distance(frame.origin), 0.5);
@@ -111,7 +105,7 @@ TEST(LineFitting, ExactLineIsFoundAtAnyScale)
 {
     for (double const scale : {1e-100, 1e-6, 1.0, 1e6, 1e100}) {
         for (Point3D_d const & step : {Point3D_d(1, 0, 0), {0, 1, 0}, {0, 0, 1}, {1, -1, 2}}) {
-            std::vector<Point3D_d> points = {Point3D_d(1, 2, 0) * scale};
+            Points points = {Point3D_d(1, 2, 0) * scale};
             for (int i = 1; i < 20; ++i) {
                 points.push_back(points[0] + step * (scale * i));
                 Line line;
@@ -126,26 +120,21 @@ TEST(LineFitting, ExactLineIsFoundAtAnyScale)
 
 TEST(LineFitting, RefusesWhatIsNoLine)
 {
-    Point3D_d const far{1.1e6, 0.3, -1e-7}, bad{0, std::numeric_limits<double>::quiet_NaN(), 0};
-    double const largest = std::numeric_limits<double>::max();
-    std::vector<std::vector<Point3D_d>> const cases = {
-        {},
-        {far, far},
-        {far, far, far},
-        std::vector<Point3D_d>(7, far),
-        {far, bad},
-        {far, {0, 0, 0}, bad, {1, 1, 1}},
-        {{0, 0, 0}, {1, 0, 0}, {std::numeric_limits<double>::infinity(), 0, 0}},
-        {{-largest, 0, 0}, {largest, 0, 0}},
-        {{-largest, 0, 0}, {largest, 0, 0}, {0, 1, 0}, {0, 2, 1}},
-    };
+    Point3D_d const far{1.1e6, 0.3, -1e-7}, bad{0, NAN, 0}, origin(0), low(-1.7e308, 0, 0);
     Line line;
-    for (std::vector<Point3D_d> const & points : cases) {
+    for (Points const & points : {Points{},
+                                  {far, far},
+                                  Points(7, far),
+                                  {far, bad},
+                                  {far, origin, bad, {1, 1, 1}},
+                                  {origin, {1, 0, 0}, {INFINITY, 0, 0}},
+                                  {low, -low},
+                                  {low, -low, {0, 1, 0}, {0, 2, 1}}}) {
         EXPECT_FALSE(FitLineToPointSet(points, line.origin, line.direction));
         EXPECT_FALSE(FitLineToPointSetRobust(points, line.origin, line.direction));
         EXPECT_FALSE(FitLineToPointSetThroughPointRobust(points, far, line.direction));
     }
-    EXPECT_FALSE(FitLineToPointSetThroughPointRobust({far, {0, 0, 0}}, bad, line.direction));
+    EXPECT_FALSE(FitLineToPointSetThroughPointRobust({far, origin}, bad, line.direction));
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <vector>
 
 using REmath::Point3D;
@@ -98,29 +97,20 @@ TYPED_TEST(PlaneFitting, KeepsSmallHeightsFarFromTheOrigin)
 TYPED_TEST(PlaneFitting, DegenerateInput)
 {
     double plane[4] = {7, 7, 7, 7}, centroid[3] = {7, 7, 7};
-    std::vector<TypeParam> points = {TypeParam(0, 0, 0), TypeParam(1, 2, 3)};
-    EXPECT_FALSE(FitPlaneToPointSet(points, plane, centroid));
-    EXPECT_FALSE(FitPlaneToPointSet(std::vector<TypeParam>{}, plane, centroid));
-    for (float bad : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
-        for (int axis = 0; axis < 3; ++axis) {
-            float coords[3] = {1, 1, 1};
-            coords[axis] = bad;
-            points.push_back(TypeParam(coords));
-            points.push_back(TypeParam(5, -1, 2));
-            EXPECT_FALSE(FitPlaneToPointSet(points, plane, centroid));
-            points.resize(2);
-        }
-    }
-    // All eigenvalues beyond 1e30.
-    points = {TypeParam(3e18, 0, 0), TypeParam(0, 3e18, 0), TypeParam(0, 0, 3e18),
-              TypeParam(-3e18, -3e18, -3e18)};
-    EXPECT_FALSE(FitPlaneToPointSet(points, plane, centroid));
+    TypeParam const zero(0, 0, 0), one(1, 2, 3), other(5, -1, 2);
+    float const huge = 3e18F; // all eigenvalues beyond 1e30
+    for (std::vector<TypeParam> const & points :
+         {std::vector<TypeParam>{},
+          {zero, one},
+          {zero, one, TypeParam(NAN, 1, 1), other},
+          {zero, one, TypeParam(1, INFINITY, 1), other},
+          {zero, one, TypeParam(1, 1, NAN), other},
+          {TypeParam(huge, 0, 0), TypeParam(0, huge, 0), TypeParam(0, 0, huge), TypeParam(-huge)}})
+        EXPECT_FALSE(FitPlaneToPointSet(points, plane, centroid));
     for (double value : {plane[0], plane[1], plane[2], plane[3], centroid[0], centroid[1], centroid[2]})
         EXPECT_EQ(value, 7);
 
-    points = {TypeParam(0, 0, 0), TypeParam(1, 2, 3), TypeParam(3, 6, 9)};
-    ASSERT_TRUE(FitPlaneToPointSet(points, plane, centroid));
+    ASSERT_TRUE(FitPlaneToPointSet(std::vector<TypeParam>{zero, one, TypeParam(3, 6, 9)}, plane, centroid));
     EXPECT_NEAR(plane[0] + 2 * plane[1] + 3 * plane[2], 0, 1e-14);
-    points.assign(3, TypeParam(1, 2, 3));
-    EXPECT_TRUE(FitPlaneToPointSet(points, plane, centroid));
+    EXPECT_TRUE(FitPlaneToPointSet(std::vector<TypeParam>(3, one), plane, centroid));
 }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstddef>
 #include <limits>
 #include <vector>
@@ -16,6 +17,7 @@
 namespace
 {
 
+using namespace std::complex_literals;
 using qz_sampling::Random;
 using qz_test::Frame;
 using qz_test::randomFrame;
@@ -51,28 +53,23 @@ Segments drawChain(std::vector<Piece> const & pieces, Sampling const & sampling,
                    Random & random)
 {
     Segments segments;
-    double x = 0, y = 0, heading = 0;
+    std::complex<double> start, end;
+    double heading = 0;
     for (Piece const & piece : pieces) {
         heading += piece.corner;
         int const steps = std::max(3, static_cast<int>(piece.length / sampling.spacing));
         double const c = piece.curvature;
         Points points;
         for (int step = 0; step <= steps; ++step) {
-            double const s = piece.length * step / steps;
-            double const angle = heading + c * s;
-            double px = x + s * std::cos(heading), py = y + s * std::sin(heading);
-            if (c != 0) {
-                px = x + (std::sin(angle) - std::sin(heading)) / c;
-                py = y - (std::cos(angle) - std::cos(heading)) / c;
-            }
+            // A chord of the arc, which leaves it under half the angle that it turns by.
+            double const s = piece.length * step / steps, half = c * s / 2, angle = heading + 2 * half;
+            double const chord = c == 0 ? s : 2 * std::sin(half) / c;
+            end = start + std::polar(chord, heading + half);
             double const aside = sampling.noise * random.normal() + piece.waveHeight * std::sin(6 * s);
-            points.push_back(frame.toWorld({px - aside * std::sin(angle), py + aside * std::cos(angle),
-                                            sampling.noise * random.normal()}));
-            if (step == steps) {
-                x = px;
-                y = py;
-            }
+            std::complex<double> const place = end + std::polar(aside, angle) * 1i;
+            points.push_back(frame.toWorld({place.real(), place.imag(), sampling.noise * random.normal()}));
         }
+        start = end;
         heading += c * piece.length;
         segments.push_back(points);
     }
@@ -150,9 +147,10 @@ void expectConsistent(Fit const & fit, int segments)
     EXPECT_EQ(fit.boundaries.size(), index(6 * boundaries));
 }
 
-void expectFinite(std::vector<double> const & values)
+void expectFinite(Fit const & fit)
 {
-    EXPECT_TRUE(std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); }));
+    for (auto const * values : {&fit.curves, &fit.boundaries})
+        EXPECT_TRUE(std::all_of(values->begin(), values->end(), [](double v) { return std::isfinite(v); }));
 }
 
 class PolylineNoise : public testing::TestWithParam<double>
@@ -162,75 +160,52 @@ INSTANTIATE_TEST_SUITE_P(PolylineFitCurve, PolylineNoise, testing::Values(0.001,
 
 } // namespace
 
+// Open chains with a line at both ends, and closed ones, whose last segment is tied to the first one less.
 TEST_P(PolylineNoise, TiesNeighboursInPointAndDirection)
 {
     double const noise = GetParam();
     Random random(1);
-    constexpr int cases = 200;
-    int met = 0, accurate = 0;
-    for (int round = 0; round < cases; ++round) {
-        Frame const frame = randomFrame(random, 30);
-        std::vector<Piece> const pieces = randomLineArcLine(random);
-        Segments const segments = drawChain(pieces, {0.15, noise}, frame, random);
-        Fit const fit(segments, 0.06);
-        ASSERT_FALSE(fit.chain.isPolylineClosed());
-        expectConsistent(fit, 3);
-        double gap = 0, squares = 0;
-        std::size_t count = 0;
-        for (int k = 0; k < 3; ++k) {
-            ASSERT_EQ(fit.chain.getCurveType(k), k == 1 ? PolylineCurveArc : PolylineCurveLine);
-            for (Point3D_d const & point : segments[index(k)]) {
-                Point3D_d const inPlane = frame.toLocal(point);
-                double const off = fit.distance(k, frame.toWorld({inPlane.x(), inPlane.y(), 0.0}));
-                squares += off * off;
-                ++count;
+    constexpr int cases = 125;
+    for (bool isClosed : {false, true}) {
+        int met = 0, accurate = 0;
+        for (int round = 0; round < cases; ++round) {
+            Frame const frame = randomFrame(random, 30);
+            double const radius = random.uniform(5, 15);
+            Segments const segments =
+                isClosed ? drawStadium(radius, random.uniform(10, 30), {0.15, noise}, frame, random)
+                         : drawChain({{20}, {radius * random.uniform(0.7, 2.4), 1 / radius}, {25}},
+                                     {0.15, noise}, frame, random);
+            Fit const fit(segments, 0.06);
+            int const count = isClosed ? 4 : 3;
+            ASSERT_EQ(fit.chain.isPolylineClosed(), isClosed);
+            expectConsistent(fit, count);
+            double gap = 0, squares = 0, points = 0, off = 0;
+            for (int k = 0; k < count; ++k) {
+                ASSERT_EQ(fit.chain.getCurveType(k), k % 2 == 1 ? PolylineCurveArc : PolylineCurveLine);
+                ASSERT_EQ(fit.chain.getBndCondType(k), k > 0 || isClosed ? BndCondPointDir : BndCondFree);
+                EXPECT_LT(k > 0 || isClosed ? (fit.at(k) - segments[index(k)].front()).length() : 0,
+                          10 * noise);
+                if (k > 0)
+                    gap = std::max({gap, fit.gap(k, k), fit.gap(k - 1, k)});
+                if (k % 2 == 1) {
+                    off = std::max(off, std::abs(fit.radius(k) - radius));
+                    EXPECT_LT(across(frame.axes[2], fit.axis(k)), 0.1 * noise);
+                }
+                for (Point3D_d const & point : segments[index(k)]) {
+                    Point3D_d const inPlane = frame.toLocal(point);
+                    squares += std::pow(fit.distance(k, frame.toWorld({inPlane.x(), inPlane.y(), 0.0})), 2);
+                    ++points;
+                }
             }
+            EXPECT_LT(gap, 5 * noise); // what the first approximations leave, at worst
+            EXPECT_LT(isClosed ? fit.gap(3, 0) : 0, 3 * noise); // not tied, but no farther than its own noise
+            EXPECT_TRUE(isClosed || fit.chain.getBndCondType(3) == BndCondFree);
+            met += gap < 0.001 * noise; // far below the tenth that would do
+            accurate += std::sqrt(squares / points) < 1.1 * noise && off < 3 * noise;
         }
-        for (int boundary : {1, 2}) {
-            ASSERT_EQ(fit.chain.getBndCondType(boundary), BndCondPointDir);
-            gap = std::max({gap, fit.gap(boundary - 1, boundary), fit.gap(boundary, boundary)});
-        }
-        EXPECT_EQ(fit.chain.getBndCondType(0), BndCondFree);
-        EXPECT_EQ(fit.chain.getBndCondType(3), BndCondFree);
-        EXPECT_LT(gap, 5 * noise); // what the first approximations leave, at worst
-        double const rms = std::sqrt(squares / static_cast<double>(count));
-        double const off = std::abs(fit.radius(1) - 1 / std::abs(pieces[1].curvature));
-        met += gap < 0.001 * noise; // far below the tenth that would do
-        accurate += rms < 1.1 * noise && off < 3 * noise;
-        EXPECT_LT(across(frame.axes[2], fit.axis(1)), 0.1 * noise);
+        EXPECT_GE(met, cases * 3 / 4);
+        EXPECT_GE(accurate, cases * 3 / 4);
     }
-    EXPECT_GE(met, cases * 3 / 4);
-    EXPECT_GE(accurate, cases * 3 / 4);
-}
-
-TEST_P(PolylineNoise, ClosesRoundBoundaryZero)
-{
-    double const noise = GetParam();
-    Random random(2);
-    constexpr int cases = 50;
-    int met = 0;
-    for (int round = 0; round < cases; ++round) {
-        double const radius = random.uniform(5, 15);
-        Segments const segments =
-            drawStadium(radius, random.uniform(10, 30), {0.15, noise}, randomFrame(random, 30), random);
-        Fit const fit(segments, 0.06);
-        ASSERT_TRUE(fit.chain.isPolylineClosed());
-        expectConsistent(fit, 4);
-        double gap = 0;
-        for (int k = 0; k < 4; ++k) {
-            ASSERT_EQ(fit.chain.getCurveType(k), k % 2 == 1 ? PolylineCurveArc : PolylineCurveLine);
-            ASSERT_EQ(fit.chain.getBndCondType(k), BndCondPointDir);
-            EXPECT_LT((fit.at(k) - segments[index(k)].front()).length(), 10 * noise);
-            gap = std::max(gap, fit.gap(k, k));
-            if (k > 0)
-                gap = std::max(gap, fit.gap(k - 1, k));
-        }
-        EXPECT_NEAR(fit.radius(1), radius, 4 * noise);
-        EXPECT_NEAR(fit.radius(3), radius, 4 * noise);
-        EXPECT_LT(fit.gap(3, 0), 3 * noise); // not tied, but no farther than its own noise
-        met += gap < 0.1 * noise;
-    }
-    EXPECT_GE(met, cases * 3 / 4);
 }
 
 TEST(PolylineFitCurve, KeepsCornersAndDecidesByTolerance)
@@ -336,8 +311,7 @@ TEST(PolylineFitCurve, RefitsToTheSameBits)
         EXPECT_NEAR(std::abs(first[13]), fit.radius(1), 0.02);
         std::vector<double> const curves = fit.curves, boundaries = fit.boundaries;
         ASSERT_EQ(fit.refit(), 0);
-        EXPECT_EQ(fit.curves, curves);
-        EXPECT_EQ(fit.boundaries, boundaries);
+        EXPECT_TRUE(fit.curves == curves && fit.boundaries == boundaries);
         // Nothing of the past is left in a full fit.
         fit.chain.setBndCondType(0, BndCondPointDir);
         ASSERT_EQ(fit.chain.fitPolyline(segments, fit.curves, fit.boundaries), 0);
@@ -409,8 +383,7 @@ void walk(bool isClosed, Random & random)
             EXPECT_EQ(fit.refit(), 0);
         }
         expectConsistent(fit, count());
-        expectFinite(fit.curves);
-        expectFinite(fit.boundaries);
+        expectFinite(fit);
     }
     if (count() == 1) {
         segments.insert(segments.begin(), takeHead(segments[0], 0.5));
@@ -430,8 +403,7 @@ void walk(bool isClosed, Random & random)
         each->boundaries.clear();
         EXPECT_EQ(each->refit(), 0);
     }
-    EXPECT_EQ(fit.curves, built.curves);
-    EXPECT_EQ(fit.boundaries, built.boundaries);
+    EXPECT_TRUE(fit.curves == built.curves && fit.boundaries == built.boundaries);
 }
 
 } // namespace
@@ -448,60 +420,52 @@ TEST(PolylineFitCurve, StaysConsistentUnderRandomEdits)
 TEST(PolylineFitCurve, ShowsEditsAtOnce)
 {
     Random random(9);
+    Sampling const sampling{0.1, 0.001};
     for (int round = 0; round < 18; ++round) {
         bool const isClosed = round % 2 == 0;
         Frame const frame = randomFrame(random, 30);
-        Sampling const sampling{0.1, 0.001};
         Segments const original =
             isClosed ? drawStadium(10, 20, sampling, frame, random)
                      : drawChain({{20}, {15, 0.1}, {20}, {15, -0.1}}, sampling, frame, random);
         int const k = round / 2 % (isClosed ? 5 : 4); // of a closed one also behind the last
-        Fit fit(original, 0.05);
-        Points all;
-        for (Points const & segment : original)
-            all.insert(all.end(), segment.begin(), segment.end());
         Point3D_d centroid;
-        for (Point3D_d const & point : all)
-            centroid += point / all.size();
-
+        double count = 0;
+        for (Points const & segment : original) {
+            for (Point3D_d const & point : segment)
+                centroid += (point - centroid) / ++count;
+        }
+        Fit fit(original, 0.05), joined(original, 0.05), before(original, 0.05);
         Segments split = original;
         split.insert(split.begin() + k, takeHead(split[index(k % 4)], 0.4));
         fit.chain.addSegment(split, k, fit.curves, fit.boundaries);
         expectConsistent(fit, 5);
         for (int i = 0; i < 5; ++i) {
-            int const from = i <= k ? i % 4 : i - 1;
-            EXPECT_EQ(fit.isLine(i), from % 2 == 0);
+            bool const isLine = (i <= k ? i % 4 : i - 1) % 2 == 0, isNew = i == k || i == (k + 1) % 5;
+            ASSERT_EQ(fit.isLine(i), isLine);
             if (i > 0 || isClosed) {
                 EXPECT_EQ(fit.chain.getBndCondType(i), BndCondPointDir);
                 EXPECT_LT((fit.at(i) - split[index(i)].front()).length(), 0.02);
             }
-            bool const isNew = i == k || i == (k + 1) % 5;
-            if (!fit.isLine(i)) {
-                EXPECT_NEAR(fit.radius(i), 10, 0.1);
-            } else { // others have lost their distance from the origin of the plane
-                EXPECT_LT(fit.distance(i, isNew ? split[index(i)][20] : centroid), isNew ? 0.01 : 1e-9);
-            }
+            // Lines that are not new have lost their distance from the origin of the plane.
+            EXPECT_LT(!isLine ? std::abs(fit.radius(i) - 10) / 10
+                      : isNew ? fit.distance(i, split[index(i)][20])
+                              : fit.distance(i, centroid) * 1e7,
+                      0.01);
         }
-        if (k == 0) { // the segment before is read too where the polyline is closed
-            Fit before(original, 0.05);
-            split.back().insert(split.back().end(), split[1].begin(), split[1].end());
-            before.chain.addSegment(split, 0, before.curves, before.boundaries);
-            EXPECT_EQ(before.chain.getCurveType(4), isClosed ? PolylineCurveNurbs : PolylineCurveArc);
-            if (!isClosed)
-                continue;
-        }
-
+        // The segment before is read too where the polyline is closed.
+        split[4].insert(split[4].end(), split[1].begin(), split[1].end());
+        before.chain.addSegment(split, 0, before.curves, before.boundaries);
+        EXPECT_TRUE(k > 0 ||
+                    before.chain.getCurveType(4) == (isClosed ? PolylineCurveNurbs : PolylineCurveArc));
         // Line and arc joined are neither.
-        Fit joined(original, 0.05);
-        joined.chain.deleteSegment(k % 4, joined.curves, joined.boundaries);
+        int const removed = isClosed ? k % 4 : std::max(k, 1);
+        joined.chain.deleteSegment(removed, joined.curves, joined.boundaries);
         expectConsistent(joined, 3);
         for (int i = 0; i < 3; ++i) {
-            int const from = i < k % 4 ? i : i + 1;
-            bool const isJoined = from == (k + 3) % 4;
+            int const from = i < removed ? i : i + 1;
+            bool const isJoined = from == (removed + 3) % 4;
             EXPECT_EQ(joined.chain.getCurveType(i), isJoined ? PolylineCurveNurbs : from % 2);
-            if (i > 0) {
-                EXPECT_LT((joined.at(i) - original[index(from)].front()).length(), 0.02);
-            }
+            EXPECT_TRUE(i == 0 || (joined.at(i) - original[index(from)].front()).length() < 0.02);
         }
         if (isClosed) { // parameters move by the length of results: a normal comes to where a point was
             EXPECT_TRUE(fit.chain.moveSegmentsCyclically(0));
@@ -510,32 +474,28 @@ TEST(PolylineFitCurve, ShowsEditsAtOnce)
         }
     }
     // A last end held beside the polyline counts for both halves of a cut, and not for what is joined to it.
-    {
-        Frame const frame = randomFrame(random, 30);
-        Segments pieces = drawChain({{20}, {20}, {20}}, {0.1, 0.001}, frame, random);
-        Fit fit(pieces, 0.05);
-        fit.chain.setBndCondType(3, BndCondPoint);
-        fit.chain.setBndCond(3, frame.toWorld({60, 5, 0}), {});
-        pieces.insert(pieces.begin() + 2, takeHead(pieces[2], 0.5));
-        fit.chain.addSegment(pieces, 2, fit.curves, fit.boundaries);
-        for (int k = 0; k < 4; ++k)
-            EXPECT_EQ(fit.chain.getCurveType(k) == PolylineCurveLine, k < 2);
-        fit.chain.deleteSegment(3, fit.curves, fit.boundaries);
-        EXPECT_TRUE(fit.isLine(2));
-        EXPECT_EQ(fit.chain.getBndCondType(3), BndCondPoint);
-    }
-    // A circle that is one segment gets both its boundaries where it is cut.
     Frame const frame = randomFrame(random, 30);
+    Segments pieces = drawChain({{20}, {20}, {20}}, sampling, frame, random);
+    Fit fit(pieces, 0.05);
+    fit.chain.setBndCondType(3, BndCondPoint);
+    fit.chain.setBndCond(3, frame.toWorld({60, 5, 0}), {});
+    pieces.insert(pieces.begin() + 2, takeHead(pieces[2], 0.5));
+    fit.chain.addSegment(pieces, 2, fit.curves, fit.boundaries);
+    for (int k = 0; k < 4; ++k)
+        EXPECT_EQ(fit.isLine(k), k < 2);
+    fit.chain.deleteSegment(3, fit.curves, fit.boundaries);
+    EXPECT_TRUE(fit.isLine(2) && fit.chain.getBndCondType(3) == BndCondPoint);
+    // A circle that is one segment gets both its boundaries where it is cut.
     Segments circle = drawChain({{20 * std::acos(-1.0), 0.1}}, {0.1, 0}, frame, random);
     circle[0].back() = circle[0].front();
-    Fit fit(circle, 0.05);
-    expectConsistent(fit, 1);
+    Fit round(circle, 0.05);
+    expectConsistent(round, 1);
     std::rotate(circle[0].begin(), circle[0].begin() + 100, circle[0].end());
     circle.insert(circle.begin(), takeHead(circle[0], 0.5));
-    fit.chain.addSegment(circle, 0, fit.curves, fit.boundaries);
-    expectConsistent(fit, 2);
+    round.chain.addSegment(circle, 0, round.curves, round.boundaries);
+    expectConsistent(round, 2);
     for (int boundary : {0, 1})
-        EXPECT_LT((fit.at(boundary) - circle[index(boundary)].front()).length(), 0.11);
+        EXPECT_LT((round.at(boundary) - circle[index(boundary)].front()).length(), 0.11);
 }
 
 // Short steps along the axes of the plane have no perpendicular within it.
@@ -544,9 +504,9 @@ TEST(PolylineFitCurve, GivesNumbersForStairs)
     Random random(10);
     auto const pick = [&random](int count) { return static_cast<int>(random.uniform(0, count)); };
     for (int round = 0; round < 200; ++round) {
-        double const step = round % 3 == 0 ? 1 : 0.125;
         Segments segments;
         Point3D_d place;
+        double const step = round % 3 == 0 ? 1 : 0.125;
         for (int k = 0; k < 4; ++k) {
             segments.push_back({place});
             for (int i = 0; i < 10; ++i) {
@@ -562,8 +522,7 @@ TEST(PolylineFitCurve, GivesNumbersForStairs)
                 fit.chain.setBndCond(k, place, Point3D_d(pick(3) - 1, pick(3) - 1, 0) * step);
             }
             EXPECT_EQ(fit.refit(), 0);
-            expectFinite(fit.curves);
-            expectFinite(fit.boundaries);
+            expectFinite(fit);
         }
     }
 }
@@ -581,7 +540,6 @@ TEST(PolylineFitCurve, SurvivesHostileInput)
     empty.chain.deleteSegment(0, empty.curves, empty.boundaries);
     EXPECT_FALSE(empty.chain.moveBnd(good, 0) || empty.chain.moveSegmentsCyclically(0));
     EXPECT_TRUE(empty.curves.empty() && empty.boundaries.empty());
-
     Points const same(20, Point3D_d(1, 2, 3));
     Points scaled = good[1], spoiled = good[1], straight;
     for (Point3D_d & point : scaled)
@@ -589,14 +547,14 @@ TEST(PolylineFitCurve, SurvivesHostileInput)
     spoiled[3].y() = nan;
     for (int i = 0; i < 30; ++i)
         straight.emplace_back(i, 2 * i, -i);
-    std::vector<Segments> const inputs = {{{}},
-                                          {{}, {}, {}},
-                                          {{{1, 2, 3}}},
-                                          {{{1, 2, 3}}, {{2, 2, 3}}, {{5, 5, 5}}},
+    Points const point = {{1, 2, 3}}, none;
+    std::vector<Segments> const inputs = {{none},
+                                          {none, none, none},
+                                          {point, {{2, 2, 3}}, {{5, 5, 5}}},
                                           {same, same},
-                                          {good[0], {}, good[2]},
-                                          {{}, good[1], {}},
-                                          {good[0], {{1, 1, 1}}, good[1]},
+                                          {good[0], none, good[2]},
+                                          {none, good[1], none},
+                                          {good[0], point, good[1]},
                                           {good[0], spoiled, good[2]},
                                           {scaled, scaled},
                                           {good[0], {{inf, 0, 0}, {0, inf, -inf}}},
@@ -624,7 +582,7 @@ TEST(PolylineFitCurve, SurvivesHostileInput)
             // and recovers
             EXPECT_EQ(fit.chain.fitPolyline(good, fit.curves, fit.boundaries), 0);
             expectConsistent(fit, 3);
-            expectFinite(fit.curves);
+            expectFinite(fit);
         }
     }
 }
