@@ -33,8 +33,9 @@ inline std::optional<std::vector<long double>> solveDense(DenseRows rows)
             return std::nullopt;
         for (std::size_t i = k + 1; i < order; ++i) {
             long double const factor = rows[i][columns[k]] / rows[k][columns[k]];
-            for (std::size_t j = 0; j <= order; ++j)
-                rows[i][j] -= factor * rows[k][j];
+            for (std::size_t j = k; j < order; ++j)
+                rows[i][columns[j]] -= factor * rows[k][columns[j]];
+            rows[i][order] -= factor * rows[k][order];
         }
     }
     std::vector<long double> solution(order);

@@ -207,43 +207,6 @@ double area(Mesh const & mesh)
     return sum / 2;
 }
 
-std::vector<int> boundaryVertices(Mesh const & mesh)
-{
-    std::vector<int> vertices;
-    forEachEdge(sortedSides(mesh), [&](auto first, auto last) {
-        if (last - first == 1) {
-            vertices.push_back(first->low);
-            vertices.push_back(first->high);
-        }
-    });
-    std::sort(vertices.begin(), vertices.end());
-    vertices.erase(std::unique(vertices.begin(), vertices.end()), vertices.end());
-    return vertices;
-}
-
-std::vector<int> edgeDistances(Mesh const & mesh, std::vector<int> const & sources)
-{
-    std::vector<std::vector<int>> neighbours(mesh.vertices.size());
-    forEachEdge(sortedSides(mesh), [&](auto first, auto) {
-        neighbours[static_cast<std::size_t>(first->low)].push_back(first->high);
-        neighbours[static_cast<std::size_t>(first->high)].push_back(first->low);
-    });
-    std::vector<int> distances(mesh.vertices.size(), -1);
-    std::vector<int> queue = sources;
-    for (int const source : sources)
-        distances[static_cast<std::size_t>(source)] = 0;
-    for (std::size_t head = 0; head < queue.size(); ++head) {
-        int const distance = distances[static_cast<std::size_t>(queue[head])];
-        for (int const neighbour : neighbours[static_cast<std::size_t>(queue[head])]) {
-            if (distances[static_cast<std::size_t>(neighbour)] < 0) {
-                distances[static_cast<std::size_t>(neighbour)] = distance + 1;
-                queue.push_back(neighbour);
-            }
-        }
-    }
-    return distances;
-}
-
 double distanceToTriangle(Point3D_d const & point, Point3D_d const & a, Point3D_d const & b,
                           Point3D_d const & c)
 {
@@ -258,126 +221,83 @@ double distanceToTriangle(Point3D_d const & point, Point3D_d const & a, Point3D_
         {distanceToSegment(point, a, b), distanceToSegment(point, b, c), distanceToSegment(point, c, a)});
 }
 
-MeshDistance::MeshDistance(Mesh const & mesh) : m_mesh(mesh)
+MeshDistance::MeshDistance(Mesh const & mesh) : m_mesh(mesh), m_triangles(mesh.triangles)
 {
-    double const infinite = std::numeric_limits<double>::infinity();
-    m_low = Point3D_d(infinite);
-    Point3D_d high(-infinite);
-    for (std::array<int, 3> const & triangle : mesh.triangles) {
-        for (int n = 0; n < 3; ++n) {
-            Point3D_d const & vertex = corner(mesh, triangle, n);
-            m_low = {std::min(m_low.x(), vertex.x()), std::min(m_low.y(), vertex.y()),
-                     std::min(m_low.z(), vertex.z())};
-            high = {std::max(high.x(), vertex.x()), std::max(high.y(), vertex.y()),
-                    std::max(high.z(), vertex.z())};
-        }
-    }
-    if (mesh.triangles.empty())
-        m_low = high = Point3D_d(0);
-
-    // Cells about as wide as two triangles, and not many more cells than triangles.
-    Point3D_d const extent = high - m_low;
-    double const triangleNumber = static_cast<double>(std::max<std::size_t>(1, mesh.triangles.size()));
-    double const longest = std::max({extent.x(), extent.y(), extent.z()});
-    m_cellSize = std::max(2 * std::sqrt(area(mesh) / triangleNumber), longest / 1024);
-    if (!(m_cellSize > 0))
-        m_cellSize = 1;
-    double cellNumber = 0;
-    do {
-        cellNumber = 1;
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            m_cellNumber[axis] = static_cast<int>(extent.asArray()[axis] / m_cellSize) + 1;
-            cellNumber *= m_cellNumber[axis];
-        }
-        m_cellSize *= cellNumber > 32 * triangleNumber ? 1.25 : 1;
-    } while (cellNumber > 32 * triangleNumber);
-
-    auto const forEachCell = [&](std::array<int, 3> const & triangle, auto action) {
-        std::array<int, 3> first = cellOf(corner(mesh, triangle, 0));
-        std::array<int, 3> last = first;
-        for (int n = 1; n < 3; ++n) {
-            std::array<int, 3> const cell = cellOf(corner(mesh, triangle, n));
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                first[axis] = std::min(first[axis], cell[axis]);
-                last[axis] = std::max(last[axis], cell[axis]);
-            }
-        }
-        for (int z = first[2]; z <= last[2]; ++z) {
-            for (int y = first[1]; y <= last[1]; ++y) {
-                for (int x = first[0]; x <= last[0]; ++x)
-                    action(cellIndex({x, y, z}));
-            }
-        }
-    };
-    std::size_t const cells = cellIndex({m_cellNumber[0] - 1, m_cellNumber[1] - 1, m_cellNumber[2] - 1}) + 1;
-    m_cellStart.assign(cells + 1, 0);
-    for (std::array<int, 3> const & triangle : mesh.triangles)
-        forEachCell(triangle, [&](std::size_t cell) { ++m_cellStart[cell + 1]; });
-    std::partial_sum(m_cellStart.begin(), m_cellStart.end(), m_cellStart.begin());
-    m_cellTriangles.resize(m_cellStart.back());
-    std::vector<std::size_t> next(m_cellStart.begin(), m_cellStart.end() - 1);
-    for (std::size_t t = 0; t < mesh.triangles.size(); ++t)
-        forEachCell(mesh.triangles[t],
-                    [&](std::size_t cell) { m_cellTriangles[next[cell]++] = static_cast<int>(t); });
+    build(0, 0, m_triangles.size());
 }
 
-std::array<int, 3> MeshDistance::cellOf(Point3D_d const & point) const
+void MeshDistance::build(std::size_t node, std::size_t first, std::size_t last)
 {
-    std::array<int, 3> cell{};
+    if (m_boxes.size() <= node)
+        m_boxes.resize(node + 1);
+    Box & box = m_boxes[node];
+    box.low.fill(std::numeric_limits<double>::infinity());
+    box.high.fill(-std::numeric_limits<double>::infinity());
+    std::size_t longest = 0;
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        double const position = (point.asArray()[axis] - m_low.asArray()[axis]) / m_cellSize;
-        cell[axis] = static_cast<int>(std::clamp(position, 0.0, m_cellNumber[axis] - 1.0));
+        for (std::size_t t = first; t < last; ++t) {
+            for (int n = 0; n < 3; ++n) {
+                double const coord = corner(m_mesh, m_triangles[t], n).asArray()[axis];
+                box.low[axis] = std::min(box.low[axis], coord);
+                box.high[axis] = std::max(box.high[axis], coord);
+            }
+        }
+        if (box.high[axis] - box.low[axis] > box.high[longest] - box.low[longest])
+            longest = axis;
     }
-    return cell;
+    if (last - first <= leafSize)
+        return;
+    auto const at = [&](std::size_t t) { return m_triangles.begin() + static_cast<std::ptrdiff_t>(t); };
+    auto const place = [&](std::array<int, 3> const & triangle) {
+        return corner(m_mesh, triangle, 0).asArray()[longest];
+    };
+    std::size_t const middle = first + (last - first) / 2;
+    std::nth_element(at(first), at(middle), at(last),
+                     [&](auto const & a, auto const & b) { return place(a) < place(b); });
+    build(2 * node + 1, first, middle);
+    build(2 * node + 2, middle, last);
 }
 
-std::size_t MeshDistance::cellIndex(std::array<int, 3> const & cell) const
+double MeshDistance::distanceToBox(std::size_t node, Point3D_d const & point) const
 {
-    auto const row = static_cast<std::size_t>(cell[2]) * static_cast<std::size_t>(m_cellNumber[1]) +
-                     static_cast<std::size_t>(cell[1]);
-    return row * static_cast<std::size_t>(m_cellNumber[0]) + static_cast<std::size_t>(cell[0]);
+    double sum = 0;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        double const coord = point.asArray()[axis];
+        double const outside =
+            std::max({m_boxes[node].low[axis] - coord, coord - m_boxes[node].high[axis], 0.0});
+        sum += outside * outside;
+    }
+    return std::sqrt(sum);
+}
+
+void MeshDistance::search(std::size_t node, std::size_t first, std::size_t last, Point3D_d const & point,
+                          double & best) const
+{
+    // Rounding must not keep the nearest triangle out.
+    if (distanceToBox(node, point) * (1 - 1e-12) > best)
+        return;
+    if (last - first <= leafSize) {
+        for (std::size_t t = first; t < last; ++t) {
+            std::array<int, 3> const & triangle = m_triangles[t];
+            best =
+                std::min(best, distanceToTriangle(point, corner(m_mesh, triangle, 0),
+                                                  corner(m_mesh, triangle, 1), corner(m_mesh, triangle, 2)));
+        }
+        return;
+    }
+    std::size_t const middle = first + (last - first) / 2;
+    bool const isLeftNearer = distanceToBox(2 * node + 1, point) < distanceToBox(2 * node + 2, point);
+    for (bool const goesLeft : {isLeftNearer, !isLeftNearer})
+        goesLeft ? search(2 * node + 1, first, middle, point, best)
+                 : search(2 * node + 2, middle, last, point, best);
 }
 
 double MeshDistance::operator()(Point3D_d const & point) const
 {
     double best = std::numeric_limits<double>::infinity();
-    std::array<int, 3> const centre = cellOf(point);
-    int const rings = *std::max_element(m_cellNumber.begin(), m_cellNumber.end());
-    // Cells of ring r + 1 are at least r cells away from the point, or from its projection on the box.
-    for (int ring = 0; ring < rings && best > (ring - 1) * m_cellSize; ++ring) {
-        std::array<int, 3> first{};
-        std::array<int, 3> last{};
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            first[axis] = std::max(0, centre[axis] - ring);
-            last[axis] = std::min(m_cellNumber[axis] - 1, centre[axis] + ring);
-        }
-        for (int z = first[2]; z <= last[2]; ++z) {
-            for (int y = first[1]; y <= last[1]; ++y) {
-                bool const isRim = std::abs(z - centre[2]) == ring || std::abs(y - centre[1]) == ring;
-                int const step = isRim || ring == 0 ? 1 : 2 * ring;
-                for (int x = isRim ? first[0] : centre[0] - ring; x <= last[0]; x += step) {
-                    if (x < 0)
-                        continue;
-                    std::size_t const cell = cellIndex({x, y, z});
-                    for (std::size_t entry = m_cellStart[cell]; entry < m_cellStart[cell + 1]; ++entry) {
-                        auto const & triangle =
-                            m_mesh.triangles[static_cast<std::size_t>(m_cellTriangles[entry])];
-                        best = std::min(best, distanceToTriangle(point, corner(m_mesh, triangle, 0),
-                                                                 corner(m_mesh, triangle, 1),
-                                                                 corner(m_mesh, triangle, 2)));
-                    }
-                }
-            }
-        }
-    }
+    if (!m_triangles.empty())
+        search(0, 0, m_triangles.size(), point, best);
     return best;
-}
-
-double median(std::vector<double> & values)
-{
-    auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
 }
 
 } // namespace qz_test

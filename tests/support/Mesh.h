@@ -74,13 +74,7 @@ Topology examine(Mesh const & mesh);
 double signedVolume(Mesh const & mesh);
 double area(Mesh const & mesh);
 
-/// The vertices that lie on an edge with one triangle only, rising.
-std::vector<int> boundaryVertices(Mesh const & mesh);
-
-/// For each vertex the least number of edges to one of `sources`; -1 when there is no way.
-std::vector<int> edgeDistances(Mesh const & mesh, std::vector<int> const & sources);
-
-/// Distance of one point to the triangles of a mesh, by a grid over the triangles. Refers to the mesh.
+/// Distance of one point to the triangles of a mesh, by a tree of boxes. Refers to the mesh.
 class MeshDistance
 {
 public:
@@ -89,23 +83,26 @@ public:
     double operator()(REmath::Point3D_d const & point) const;
 
 private:
-    std::array<int, 3> cellOf(REmath::Point3D_d const & point) const;
-    std::size_t cellIndex(std::array<int, 3> const & cell) const;
+    struct Box
+    {
+        std::array<double, 3> low, high;
+    };
+    static constexpr std::size_t leafSize = 4;
+
+    void build(std::size_t node, std::size_t first, std::size_t last);
+    double distanceToBox(std::size_t node, REmath::Point3D_d const & point) const;
+    void search(std::size_t node, std::size_t first, std::size_t last, REmath::Point3D_d const & point,
+                double & best) const;
 
     Mesh const & m_mesh;
-    REmath::Point3D_d m_low;
-    double m_cellSize = 1;
-    std::array<int, 3> m_cellNumber = {1, 1, 1};
-    /// Triangles of cell c: m_cellTriangles[m_cellStart[c] .. m_cellStart[c + 1]).
-    std::vector<std::size_t> m_cellStart;
-    std::vector<int> m_cellTriangles;
+    /// Halved again and again along the longest side of their box; the halves of node n are 2 n + 1 and 2 n
+    /// + 2.
+    std::vector<std::array<int, 3>> m_triangles;
+    std::vector<Box> m_boxes;
 };
 
 /// Distance of a point to one triangle, degenerate ones included.
 double distanceToTriangle(REmath::Point3D_d const & point, REmath::Point3D_d const & a,
                           REmath::Point3D_d const & b, REmath::Point3D_d const & c);
-
-/// Middle element of the values, the upper one of two; reorders them. The list must not be empty.
-double median(std::vector<double> & values);
 
 } // namespace qz_test

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "DenseSolve.h"
+
 /// Small matrices for the tests of solvers: a dense form with a plain elimination to compare with, the
 /// compressed form, and generators from fixed seeds.
 namespace testSupport
@@ -77,31 +79,17 @@ inline CompressedMatrix compress(DenseMatrix const & matrix, bool upperOnly, int
     return result;
 }
 
-/// Elimination with row pivoting; the second method that solvers are compared with.
-inline std::vector<double> eliminate(DenseMatrix matrix, std::vector<double> right)
+/// Elimination with full pivoting in `long double`; the second method that solvers are compared with.
+inline std::vector<double> eliminate(DenseMatrix const & matrix, std::vector<double> const & right)
 {
-    int const size = matrix.size;
-    for (int step = 0; step < size; ++step) {
-        int pivot = step;
-        for (int row = step + 1; row < size; ++row)
-            if (std::fabs(matrix(row, step)) > std::fabs(matrix(pivot, step)))
-                pivot = row;
-        for (int column = 0; column < size; ++column)
-            std::swap(matrix(step, column), matrix(pivot, column));
-        std::swap(right[std::size_t(step)], right[std::size_t(pivot)]);
-        for (int row = step + 1; row < size; ++row) {
-            double const factor = matrix(row, step) / matrix(step, step);
-            for (int column = step; column < size; ++column)
-                matrix(row, column) -= factor * matrix(step, column);
-            right[std::size_t(row)] -= factor * right[std::size_t(step)];
-        }
+    DenseRows rows(right.size());
+    for (int row = 0; row < matrix.size; ++row) {
+        for (int column = 0; column < matrix.size; ++column)
+            rows[std::size_t(row)].push_back(matrix(row, column));
+        rows[std::size_t(row)].push_back(right[std::size_t(row)]);
     }
-    for (int row = size - 1; row >= 0; --row) {
-        for (int column = row + 1; column < size; ++column)
-            right[std::size_t(row)] -= matrix(row, column) * right[std::size_t(column)];
-        right[std::size_t(row)] /= matrix(row, row);
-    }
-    return right;
+    std::vector<long double> const solution = solveDense(std::move(rows)).value();
+    return {solution.begin(), solution.end()};
 }
 
 inline std::vector<double> randomVector(int size, std::mt19937 & random)
