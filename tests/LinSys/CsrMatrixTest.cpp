@@ -107,6 +107,7 @@ TYPED_TEST(CsrMatrixTest, FillerTakesAscendingElementsUpToTheirNumber)
     using T = TypeParam;
     struct Case
     {
+        int size;
         int expected; // -1: not known ahead
         std::vector<std::pair<int, int>> places;
         std::size_t taken; // elements in front of the first that is refused
@@ -114,91 +115,67 @@ TYPED_TEST(CsrMatrixTest, FillerTakesAscendingElementsUpToTheirNumber)
     };
     std::vector<std::pair<int, int>> const three = {{0, 0}, {0, 2}, {2, 1}};
     Case const cases[] = {
-        {-1, three, 3, true},
-        {3, three, 3, true},
-        {2, three, 2, false},
-        {4, three, 3, false},
-        {-1, {}, 0, false},
-        {-1, {{0, 1}, {0, 1}}, 1, false},
-        {-1, {{0, 1}, {0, 0}, {1, 1}}, 1, false},
-        {-1, {{1, 1}, {0, 2}}, 1, false},
-        {-1, {{0, 1}, {0, 3}}, 1, false},
-        {-1, {{0, 1}, {3, 0}}, 1, false},
-        {-1, {{-1, 0}}, 0, false},
-        {-1, {{0, -1}}, 0, false},
+        {3, -1, three, 3, true},
+        {3, 3, three, 3, true},
+        {3, 2, three, 2, false},
+        {3, 4, three, 3, false},
+        {3, -1, {}, 0, false},
+        {3, -1, {{0, 1}, {0, 1}}, 1, false},
+        {3, -1, {{0, 1}, {0, 0}, {1, 1}}, 1, false},
+        {3, -1, {{1, 1}, {0, 2}}, 1, false},
+        {3, -1, {{0, 1}, {0, 3}}, 1, false},
+        {3, -1, {{0, 1}, {3, 0}}, 1, false},
+        {3, -1, {{-1, 0}}, 0, false},
+        {3, -1, {{0, -1}}, 0, false},
+        {3, -1, {{INT_MIN, 0}}, 0, false},
+        {3, -1, {{0, INT_MAX - 1}}, 0, false},
+        {-1, 2, {{0, 0}}, 0, false},
+        {INT_MIN, 2, {{0, 0}}, 0, false},
     };
     for (Case const & one : cases) {
         for (int base : {0, 1}) {
             SCOPED_TRACE(testing::PrintToString(one.places) + " base " + std::to_string(base));
             CCSRSquareMatrix<T> matrix;
-            CCSRSquareMatrixFiller<T> filler(&matrix, 3, one.expected, base, false);
+            CCSRSquareMatrixFiller<T> filler(&matrix, one.size, one.expected, base, false);
             for (std::size_t k = 0; k < one.places.size(); ++k) {
                 auto const & [row, column] = one.places[k];
                 EXPECT_EQ(filler.pushByRawNextNonZeroElement(row + base, column + base, T(k + 1)),
                           k < one.taken);
             }
             EXPECT_EQ(filler.isSpoiled(), one.taken < one.places.size());
-            bool const completes = one.expected < 0 ? filler.setCompleted() : filler.isCompleted();
-            EXPECT_EQ(completes, one.completes);
+            EXPECT_EQ(one.expected < 0 ? filler.setCompleted() : filler.isCompleted(), one.completes);
             EXPECT_EQ(filler.isCompleted(), one.completes);
             for (std::size_t k = 0; k < one.taken; ++k) {
                 EXPECT_EQ(matrix.getCsrColumns()[k], one.places[k].second + base);
                 EXPECT_EQ(matrix.getCsrValues()[k], T(k + 1));
             }
-            if (completes) {
-                for (int const pushed : {0, 1, 2, 3}) {
-                    int const expected[4] = {0, 2, 2, 3};
-                    EXPECT_EQ(matrix.getRowIndex()[pushed], expected[pushed] + base);
-                }
-                EXPECT_EQ(matrix.getNonZeroValuesNumber(), 3);
+            if (one.completes) {
+                std::vector<int> const rowIndex = {base, 2 + base, 2 + base, 3 + base};
+                EXPECT_EQ(std::vector<int>(matrix.getRowIndex(), matrix.getRowIndex() + 4), rowIndex);
             }
         }
     }
     // An exact filler needs neither a reservation nor a completion; with them it is spoiled.
+    CCSRSquareMatrix<T> matrix;
     for (bool reserves : {false, true}) {
-        CCSRSquareMatrix<T> matrix;
         CCSRSquareMatrixFiller<T> filler(&matrix, 3, 2, 0, true);
         EXPECT_TRUE(filler.pushByRawNextNonZeroElement(1, 0, 9)); // below the diagonal: passed over
         EXPECT_FALSE(filler.isSpoiled());
         reserves ? filler.reserveMemory(20) : void(filler.setCompleted());
         EXPECT_TRUE(filler.isSpoiled());
     }
-}
-
-TYPED_TEST(CsrMatrixTest, FillerSurvivesHostileUse)
-{
-    using T = TypeParam;
-    CCSRSquareMatrixFiller<T> targetless(nullptr, 3, 2, 0, false);
-    EXPECT_FALSE(targetless.isCompleted());
-    EXPECT_FALSE(targetless.pushByRawNextNonZeroElement(0, 0, 1));
-    EXPECT_TRUE(targetless.isSpoiled());
-    targetless.reserveMemory(3);
-
-    CCSRSquareMatrix<T> matrix;
-    for (int size : {-1, -2, INT_MIN}) {
-        CCSRSquareMatrixFiller<T> filler(&matrix, size, 2, 1, false);
-        EXPECT_FALSE(filler.pushByRawNextNonZeroElement(1, 1, 1));
-        EXPECT_FALSE(filler.isCompleted());
-        EXPECT_EQ(matrix.getRowIndexSize(), 0);
-    }
     for (int base : {-1, 2, INT_MAX, INT_MIN}) {
         CCSRSquareMatrixFiller<T> filler(&matrix, 2, -1, base, false);
         EXPECT_FALSE(filler.pushByRawNextNonZeroElement(base, base, 1));
     }
-    for (int extreme : {INT_MIN, INT_MAX}) {
-        CCSRSquareMatrixFiller<T> rows(&matrix, 2, -1, 1, false);
-        EXPECT_FALSE(rows.pushByRawNextNonZeroElement(extreme, 1, 1));
-        CCSRSquareMatrixFiller<T> columns(&matrix, 2, -1, 1, false);
-        EXPECT_FALSE(columns.pushByRawNextNonZeroElement(1, extreme, 1));
-    }
-    // The target is taken away under an exact filler.
+    // No target, and one that is taken away under the filler.
+    CCSRSquareMatrixFiller<T> targetless(nullptr, 3, 2, 0, false);
+    targetless.reserveMemory(3);
+    EXPECT_FALSE(targetless.isCompleted() || targetless.pushByRawNextNonZeroElement(0, 0, 1));
     CCSRSquareMatrixFiller<T> filler(&matrix, 4, 4, 0, false);
     EXPECT_TRUE(filler.pushByRawNextNonZeroElement(0, 0, 1));
     matrix.initMemory(2, 1, CSR_INDEX_BASE_0, false);
     EXPECT_FALSE(filler.pushByRawNextNonZeroElement(1, 0, 1));
-    EXPECT_EQ(CCSRSquareMatrix<T>().getMatrixSize(), -1);
-    EXPECT_EQ(CCSRSquareMatrix<T>().getCsrPointerE(), nullptr);
-    EXPECT_EQ(CCSRSquareMatrix<T>().getMemoryPolicy(), CSR_MEMORY_PREALLOCATED);
 }
 
 TYPED_TEST(CsrMatrixTest, ProductsAgreeWithTheDenseMatrix)
@@ -229,20 +206,14 @@ TYPED_TEST(CsrMatrixTest, ProductsAgreeWithTheDenseMatrix)
         MatrixMultVector<T>(size - 1, result.data(), matrix, expected.data());
         ASSERT_EQ(result, expected);
     }
-    for (bool upperOnly : {false, true}) { // a matrix that is not complete
-        CCSRSquareMatrix<T> matrix;
-        CCSRSquareMatrixFiller<T> filler(&matrix, 3, -1, 1, upperOnly);
-        std::vector<T> const vector(3, T(1)), before(3, T(5));
-        std::vector<T> result = before;
-        MatrixMultVector<T>(3, result.data(), matrix, vector.data());
-        EXPECT_TRUE(filler.pushByRawNextNonZeroElement(1, 3, 2) && filler.setCompleted());
-        MatrixMultVector<T>(3, result.data(), matrix, vector.data());
-        EXPECT_EQ(result, before);
-    }
-    T result = 5;
-    MatrixMultVector<T>(-1, &result, CCSRSquareMatrix<T>(), &result);
-    MatrixMultVector<T>(0, &result, CCSRSquareMatrix<T>(), &result);
-    EXPECT_EQ(result, T(5));
+    // What is not complete, and sizes that no vector has, change nothing.
+    CCSRSquareMatrix<T> incomplete;
+    CCSRSquareMatrixFiller<T> const filler(&incomplete, 3, -1, 1, false);
+    std::vector<T> const vector(3, T(1)), before(3, T(5));
+    std::vector<T> result = before;
+    for (int size : {3, 0, -1})
+        MatrixMultVector<T>(size, result.data(), incomplete, vector.data());
+    EXPECT_EQ(result, before);
 }
 
 TYPED_TEST(CsrMatrixTest, SubMatrixIsTheBlockOfTheDenseMatrix)
@@ -260,18 +231,9 @@ TYPED_TEST(CsrMatrixTest, SubMatrixIsTheBlockOfTheDenseMatrix)
                 block.makeSelfSubMatrix(first, last, round % 2 == 0 ? block : matrix);
                 bool const isRange = first >= 0 && first <= last && last <= size;
                 ASSERT_EQ(block.getMatrixSize(), isRange ? last - first : 0);
-                ASSERT_EQ(block.getIndexBase(), base);
-                ASSERT_EQ(block.isUpperTriangleOnlyStored(), upperOnly);
-                ASSERT_EQ(block.getMemoryPolicy(), CSR_MEMORY_PREALLOCATED);
                 ASSERT_NO_FATAL_FAILURE(expectHolds<T>(block, dense, std::max(first, 0), upperOnly));
             }
     }
-    CCSRSquareMatrix<T> incomplete, block;
-    incomplete.initMemory(4, 0, CSR_INDEX_BASE_1, false);
-    block.makeSelfSubMatrix(1, 3, incomplete);
-    EXPECT_EQ(block.getMatrixSize(), 0);
-    block.makeSelfSubMatrix(INT_MIN, INT_MAX, CCSRSquareMatrix<T>());
-    EXPECT_EQ(block.getMatrixSize(), 0);
 }
 
 TYPED_TEST(CsrMatrixTest, ConversionCopiesEveryElementThatIsNotZero)
@@ -285,8 +247,7 @@ TYPED_TEST(CsrMatrixTest, ConversionCopiesEveryElementThatIsNotZero)
         DenseSystem<T> const system(dense);
         CCSRSquareMatrix<T> const matrix = LinearSystem2CsrMatrix<T>(system, base, upperOnly);
         EXPECT_FALSE(matrix.isUpperTriangleOnlyStored());
-        EXPECT_EQ(matrix.getMatrixSize(), size);
-        EXPECT_EQ(matrix.getIndexBase(), base);
+        ASSERT_EQ(matrix.getMatrixSize(), size);
         ASSERT_NO_FATAL_FAILURE(expectHolds<T>(matrix, dense, 0, upperOnly));
         EXPECT_THROW(LinearSystem2CsrMatrix<T>(system, 2, upperOnly), std::logic_error);
     }

@@ -16,32 +16,39 @@ using namespace REmath;
 using testSupport::DenseMatrix;
 
 /// A band matrix: neighbouring blocks are coupled weakly, as the cuts of a space are.
-DenseMatrix bandMatrix(int size, std::mt19937 & random)
+struct BandSystem
 {
-    DenseMatrix matrix(size);
-    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-    for (int row = 0; row < size; ++row) {
-        matrix(row, row) = 6.0;
-        for (int column = row + 1; column < std::min(row + 4, size); ++column)
-            matrix(row, column) = matrix(column, row) = uniform(random);
+    explicit BandSystem(int size) : matrix(size)
+    {
+        std::mt19937 random(41);
+        std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+        for (int row = 0; row < size; ++row) {
+            matrix(row, row) = 6.0;
+            for (int column = row + 1; column < std::min(row + 4, size); ++column)
+                matrix(row, column) = matrix(column, row) = uniform(random);
+        }
+        right = testSupport::randomVector(size, random);
     }
-    return matrix;
-}
+    DenseMatrix matrix;
+    std::vector<double> right;
+};
 
 struct Outcome
 {
     bool succeeded = false;
     std::vector<double> solution;
-    int deliveries = 0;
-    int iterations = 0;
+    int deliveries = 0, iterations = 0;
+    bool isLimitReached = false;
+    double residual = 0.0;
 };
 
 Outcome decompose(DenseMatrix const & matrix, std::vector<double> const & right,
-                  std::vector<int> const & boundaries, int rightParts = 1, int maxIterations = -1)
+                  std::vector<int> const & boundaries, int rightParts = 1, int maxIterations = -1,
+                  bool isSymmetric = true)
 {
     CLinSysSolverSpaceDecomposer<double> solver(boundaries, 1e-10, maxIterations);
-    solver.setSymmetric(true);
-    solver.setPositiveDefinite(true);
+    solver.setSymmetric(isSymmetric);
+    solver.setPositiveDefinite(isSymmetric);
     testSupport::stateSystem<double>(solver, matrix, right);
     Outcome run;
     auto const solutions = testSupport::solveWhole<double>(solver, rightParts, run.succeeded);
@@ -49,6 +56,8 @@ Outcome decompose(DenseMatrix const & matrix, std::vector<double> const & right,
     for (auto const & receiver : solutions)
         run.deliveries += receiver.calls;
     run.iterations = solver.getIterationsUsed();
+    run.isLimitReached = solver.isIterationLimitReached();
+    run.residual = solver.getRelativeResidual();
     return run;
 }
 
@@ -56,18 +65,10 @@ TEST(Decomposed, AnyAscendingBoundariesGiveTheSolution)
 {
     std::mt19937 random(41);
     int const size = 60;
-    DenseMatrix const matrix = bandMatrix(size, random);
-    std::vector<double> const right = testSupport::randomVector(size, random);
+    auto const [matrix, right] = BandSystem(size);
     std::vector<double> const expected = testSupport::eliminate(matrix, right);
-    std::vector<std::vector<int>> cases{{},
-                                        {0},
-                                        {0, size},
-                                        {size},
-                                        {30},
-                                        {0, 30, size},
-                                        {0, 0, 0, 30, 30, 30, size, size, size},
-                                        {1, 2, 3, 4, 5, 6, 7},
-                                        {15, 30, 45}};
+    std::vector<std::vector<int>> cases{
+        {}, {0}, {0, size}, {size}, {30}, {0, 0, 0, 30, 30, 30, size, size, size}, {1, 2, 3, 4, 5, 6, 7}};
     for (int round = 0; round < 20; ++round) {
         std::vector<int> boundaries;
         for (int count = int(random() % 9); count > 0; --count)
@@ -88,9 +89,7 @@ TEST(Decomposed, AnyAscendingBoundariesGiveTheSolution)
 
 TEST(Decomposed, BadBoundariesAndBreakdownsFail)
 {
-    std::mt19937 random(42);
-    DenseMatrix const matrix = bandMatrix(20, random);
-    std::vector<double> const right = testSupport::randomVector(20, random);
+    auto const [matrix, right] = BandSystem(20);
     int const huge = std::numeric_limits<int>::max(), lowest = std::numeric_limits<int>::min();
     for (std::vector<int> const & boundaries : std::vector<std::vector<int>>{
              {10, 5}, {-1}, {-5, 10, 20}, {0, 21}, {0, huge}, {lowest, 3}, {5, 25, 20}, {20, 0}}) {
@@ -110,39 +109,24 @@ TEST(Decomposed, UnsolvableLeavesKeepZerosForTheMerge)
     DenseMatrix matrix(4);
     matrix.elements = {4, 1, 1, 0, 1, 4, 0, 1, 1, 0, 1, 1, 0, 2, 1, 1};
     std::vector<double> const right{1.0, 2.0, 3.0, 5.0};
-    CLinSysSolverSpaceDecomposer<double> solver({2}, 1e-10, 100);
-    testSupport::stateSystem<double>(solver, matrix, right);
-    bool succeeded = false;
-    auto const solutions = testSupport::solveWhole<double>(solver, 1, succeeded);
-    ASSERT_TRUE(succeeded);
-    EXPECT_LT(testSupport::relativeDistance(solutions[0].values, testSupport::eliminate(matrix, right)),
-              1e-8);
+    Outcome const run = decompose(matrix, right, {2}, 1, 100, false);
+    ASSERT_TRUE(run.succeeded);
+    EXPECT_LT(testSupport::relativeDistance(run.solution, testSupport::eliminate(matrix, right)), 1e-8);
 }
 
 TEST(Decomposed, TheLimitOfTheWholeSystemIsTold)
 {
-    std::mt19937 random(44);
-    DenseMatrix const matrix = bandMatrix(60, random);
-    std::vector<double> const right = testSupport::randomVector(60, random);
-    CLinSysSolverSpaceDecomposer<double> solver({15, 30, 45}, 1e-13, 1);
-    testSupport::stateSystem<double>(solver, matrix, right);
-    bool succeeded = false;
-    auto const solutions = testSupport::solveWhole<double>(solver, 1, succeeded);
-    ASSERT_TRUE(succeeded);
-    EXPECT_EQ(solver.getIterationsUsed(), 3);
-    ASSERT_TRUE(solver.isIterationLimitReached());
-    EXPECT_NEAR(solver.getRelativeResidual(),
-                testSupport::relativeDistance(
-                    testSupport::compress(matrix, false, 0).product(solutions[0].values), right),
-                1e-12);
-    EXPECT_EQ(decompose(matrix, right, {15, 30, 45}, 1, 1).iterations, 3);
+    auto const [matrix, right] = BandSystem(60);
+    Outcome const run = decompose(matrix, right, {15, 30, 45}, 1, 1);
+    ASSERT_TRUE(run.succeeded && run.isLimitReached);
+    EXPECT_EQ(run.iterations, 3);
+    std::vector<double> const product = testSupport::compress(matrix, false, 0).product(run.solution);
+    EXPECT_NEAR(run.residual, testSupport::relativeDistance(product, right), 1e-12);
 }
 
 TEST(Decomposed, BitsDoNotDependOnTheNumberOfThreads)
 {
-    std::mt19937 random(45);
-    DenseMatrix const matrix = bandMatrix(200, random);
-    std::vector<double> const right = testSupport::randomVector(200, random);
+    auto const [matrix, right] = BandSystem(200);
     std::vector<int> const boundaries{20, 40, 60, 80, 100, 120, 140, 160, 180};
     CVescaThreadingTasksHelper::setNumOfPhisicalThread(1);
     std::vector<double> const alone = decompose(matrix, right, boundaries).solution;

@@ -31,9 +31,9 @@ TEST(IterativeSolver, DeliversWhatItHasAndTellsTheLimit)
     ASSERT_TRUE(solver.isIterationLimitReached());
     double expectedResidual = 0.0;
     for (int part = 0; part < 2; ++part) {
-        std::vector<double> product = testSupport::compress(matrix, false, 0)
-                                          .product(stopped[std::size_t(part)].values),
-                            b = right;
+        auto const product =
+            testSupport::compress(matrix, false, 0).product(stopped[std::size_t(part)].values);
+        std::vector<double> b = right;
         for (double & element : b)
             element *= part + 1;
         expectedResidual = std::max(expectedResidual, testSupport::relativeDistance(product, b));
@@ -52,23 +52,6 @@ TEST(IterativeSolver, DeliversWhatItHasAndTellsTheLimit)
     EXPECT_TRUE(succeeded);
     EXPECT_EQ(zeros.getIterationsUsed(), -3);
     EXPECT_EQ(none[2].values, std::vector<double>(60, 0.0));
-}
-
-TEST(DirectSolvers, InfiniteElementsFailAndDeliverNothing)
-{
-    std::mt19937 random(34);
-    DenseMatrix infinite = testSupport::randomSparse(6, 2.0, true, 1.5, random);
-    infinite(2, 2) = std::numeric_limits<double>::infinity();
-    for (bool const definite : {true, false}) {
-        CSparseStoreSparseLinSysSolver<double> solver;
-        solver.setSymmetric(true);
-        solver.setPositiveDefinite(definite);
-        testSupport::stateSystem<double>(solver, infinite, std::vector<double>(6, 1.0));
-        bool succeeded = true;
-        auto const solutions = testSupport::solveWhole<double>(solver, 2, succeeded);
-        EXPECT_FALSE(succeeded);
-        EXPECT_EQ(solutions[0].calls + solutions[1].calls, 0);
-    }
 }
 
 TEST(DirectSolvers, LiftSolvesSemidefiniteSystemsThatHaveSolutionsOnly)
@@ -95,11 +78,10 @@ TEST(DirectSolvers, LiftSolvesSemidefiniteSystemsThatHaveSolutionsOnly)
             bool succeeded = false;
             auto const solutions = testSupport::solveWhole<double>(*copy, 1, succeeded);
             EXPECT_EQ(succeeded, hasSolution && lift > 0) << hasSolution << lift;
-            if (succeeded) {
-                EXPECT_LT(testSupport::relativeDistance(
-                              testSupport::compress(matrix, false, 0).product(solutions[0].values), solvable),
-                          1e-9);
-            }
+            if (!succeeded)
+                continue;
+            auto const product = testSupport::compress(matrix, false, 0).product(solutions[0].values);
+            EXPECT_LT(testSupport::relativeDistance(product, solvable), 1e-9);
         }
 }
 

@@ -74,14 +74,18 @@ TEST(VertexNumberingTest, FindsWhatWasAddedWhateverThePattern)
     std::mt19937 random(3);
     std::vector<std::vector<int>> patterns(7);
     for (int k = 0; k < 3000; ++k) {
-        patterns[0].push_back(k);
-        patterns[1].push_back(-k);
-        patterns[2].push_back(5 + 3 * k);
-        patterns[3].push_back(k * 700000 - 1000000000);
-        patterns[4].push_back(k % 2 == 0 ? k : -k);
-        patterns[5].push_back(k);
-        // Dense, then far away at both ends of the range, then dense again.
-        patterns[6].push_back(k == 1000 ? INT_MAX : k == 1001 ? INT_MIN : k);
+        // The last one is dense, then far away at both ends of the range, then dense again.
+        int const vertices[] = {k,
+                                -k,
+                                5 + 3 * k,
+                                k * 700000 - 1000000000,
+                                k % 2 == 0 ? k : -k,
+                                k,
+                                k == 1000   ? INT_MAX
+                                : k == 1001 ? INT_MIN
+                                            : k};
+        for (std::size_t p = 0; p < patterns.size(); ++p)
+            patterns[p].push_back(vertices[p]);
     }
     std::shuffle(patterns[5].begin(), patterns[5].end(), random);
     for (std::vector<int> const & pattern : patterns) {
@@ -97,10 +101,8 @@ TEST(VertexNumberingTest, FindsWhatWasAddedWhateverThePattern)
                 ASSERT_EQ(numbering.find(near), found == model.end() ? -1 : found->second);
             }
         }
-        for (int index = 0; index < int(pattern.size()); ++index) {
+        for (int index = 0; index < int(pattern.size()); ++index)
             ASSERT_EQ(numbering.at(index), pattern[std::size_t(index)]);
-            ASSERT_EQ(numbering.find(pattern[std::size_t(index)]), index);
-        }
         EXPECT_EQ(numbering.at(-1), -1);
         EXPECT_EQ(numbering.at(numbering.size()), -1);
     }

@@ -15,10 +15,10 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <typeinfo>
 #include <utility>
 #include <vector>
 
+#include <support/Recorders.h>
 #include <support/SolverSystems.h>
 
 // Whole systems through every solver, compared with a dense elimination.
@@ -31,16 +31,17 @@ using testSupport::DenseMatrix;
 
 enum class Kind
 {
-    definite,           // symmetric, dominant diagonal
-    mixedSigns,         // symmetric, dominant diagonal of both signs
-    saddlePoint,        // symmetric, zeros on a part of the diagonal
-    dominant,           // not symmetric
-    permutedRows,       // not symmetric, most diagonal elements 0
-    zeroColumn,         // singular
-    zeroColumnSymmetric // singular
+    definite,            // symmetric, dominant diagonal
+    mixedSigns,          // symmetric, dominant diagonal of both signs
+    saddlePoint,         // symmetric, zeros on a part of the diagonal
+    dominant,            // not symmetric
+    permutedRows,        // not symmetric, most diagonal elements 0
+    zeroColumn,          // singular
+    zeroColumnSymmetric, // singular
+    infinite             // symmetric
 };
 
-bool isSymmetric(Kind kind) { return kind <= Kind::saddlePoint || kind == Kind::zeroColumnSymmetric; }
+bool isSymmetric(Kind kind) { return kind <= Kind::saddlePoint || kind >= Kind::zeroColumnSymmetric; }
 
 DenseMatrix matrixOf(Kind kind, int size, std::mt19937 & random)
 {
@@ -68,6 +69,9 @@ DenseMatrix matrixOf(Kind kind, int size, std::mt19937 & random)
         for (int row = 0; row + 1 < size; ++row)
             for (int column = 0; column < size; ++column)
                 std::swap(matrix(row, column), matrix(row + 1, column));
+        break;
+    case Kind::infinite:
+        matrix(victim, victim) = std::numeric_limits<double>::infinity();
         break;
     case Kind::zeroColumn:
     case Kind::zeroColumnSymmetric:
@@ -126,66 +130,57 @@ struct Candidate
 };
 
 template <class T>
-std::vector<Candidate<T>> everySolver(int size)
+using Candidates = std::vector<Candidate<T>>;
+template <class T>
+using Csr = CCSRSstorage<T>;
+template <class T>
+using DenseRows = CVPLSstorage<T, CStdVectorAsVPLSstorageRow>;
+template <class T>
+using SparseRows = CVPLSstorage<T, CSparseVectorAsVPLSstorageRow>;
+template <class T>
+using ShiftedRows = CVPLSstorage<T, CShiftedVectorAsVPLstorageRow>;
+
+template <class Solver, class T, class... Arguments>
+Solver & add(Candidates<T> & list, std::string const & name, bool isDirect, Arguments... arguments)
 {
-    using DenseRows = CVPLSstorage<T, CStdVectorAsVPLSstorageRow>;
-    using ShiftedRows = CVPLSstorage<T, CShiftedVectorAsVPLstorageRow>;
-    using SparseRows = CVPLSstorage<T, CSparseVectorAsVPLSstorageRow>;
-    using Csr = CCSRSstorage<T>;
-    std::vector<Candidate<T>> result;
-    auto const add = [&result](char const * name, bool isDirect, IVertexPosLinearSystem<T> * solver) {
-        result.push_back({name, isDirect, std::unique_ptr<IVertexPosLinearSystem<T>>(solver)});
-    };
-    add("dense rows, ready", true, new CLinSysSolverMKL<T>);
-    add("csr, dense core", true, new CLinSysSolverCompose<T, Csr, CLinSysSolverCoreMkl<T>>);
-    add("sparse rows, dense core", true, new CLinSysSolverCompose<T, SparseRows, CLinSysSolverCoreMkl<T>>);
-    add("sparse rows, ready", true, new CSparseLinSysSolver<T>);
-    add("csr direct, ready", true, new CSparseStoreSparseLinSysSolver<T>(3));
-    add("csr iterative, ready", false, new CSparseStoreBicgstabLinSysSolver<T>(3, T(1e-6), 5 * size));
-    // Blocks that are not coupled would leave the merge nothing to do, which counts as a breakdown.
-    std::vector<int> const boundaries = size < 4 ? std::vector<int>() : std::vector<int>{size / 2};
-    add("csr decomposed, ready", false, new CLinSysSolverSpaceDecomposer<T>(boundaries, 1e-6, 5 * size));
-    add("csr, direct", true, new CLinSysSolverCompose<T, Csr, CLinSysSolverSparseDss<T>>);
-    add("dense rows, direct", true, new CLinSysSolverCompose<T, DenseRows, CLinSysSolverSparseDss<T>>);
-    add("sparse rows, direct", true, new CLinSysSolverCompose<T, SparseRows, CLinSysSolverSparseDss<T>>);
-    add("csr, iterative", false, new CLinSysSolverCompose<T, Csr, CLinSysSolverSparseMKL<T>>);
-    add("dense rows, iterative", false, new CLinSysSolverCompose<T, DenseRows, CLinSysSolverSparseMKL<T>>);
-    add("sparse rows, iterative", false, new CLinSysSolverCompose<T, SparseRows, CLinSysSolverSparseMKL<T>>);
-    add("csr, by products", false, new CLinSysSolverCompose<T, Csr, CLinSysSolverCoreBicgstab<T>>);
-    auto * const direct = new CLinSysSolverCompose<T, Csr, CLinSysSolverSparseDss<T>>;
-    add("csr of base 0, direct", true, direct);
-    direct->getStorageRefMod().setIndexBase(0);
-    auto * const byProducts = new CLinSysSolverCompose<T, Csr, CLinSysSolverCoreBicgstab<T>>;
-    add("csr of base 0, by products", false, byProducts);
-    byProducts->getStorageRefMod().setIndexBase(0);
-    add("dense rows, by products", false,
-        new CLinSysSolverCompose<T, DenseRows, CLinSysSolverCoreBicgstab<T>>);
-    add("sparse rows, by products", false,
-        new CLinSysSolverCompose<T, SparseRows, CLinSysSolverCoreBicgstab<T>>);
-    add("shifted rows, by products", false,
-        new CLinSysSolverCompose<T, ShiftedRows, CLinSysSolverCoreBicgstab<T>>);
-    add("csr, decomposed", true, new CLinSysSolverCompose<T, Csr, CLinSysSolverDecomposed<T>>);
-    return result;
+    auto solver = std::make_unique<Solver>(arguments...);
+    Solver & made = *solver;
+    list.push_back({name, isDirect, std::move(solver)});
+    return made;
 }
 
-class ThrowingCounter : public CProgressCounter
+/// A core over every storage that can hold any matrix.
+template <template <class> class Core, class T>
+void addOverStorages(Candidates<T> & list, std::string const & name, bool isDirect)
 {
-public:
-    explicit ThrowingCounter(int reportsAllowed) : m_left(reportsAllowed) {}
-    int reports = 0;
+    add<CLinSysSolverCompose<T, DenseRows<T>, Core<T>>>(list, "dense rows, " + name, isDirect);
+    add<CLinSysSolverCompose<T, SparseRows<T>, Core<T>>>(list, "sparse rows, " + name, isDirect);
+    add<CLinSysSolverCompose<T, Csr<T>, Core<T>>>(list, "csr, " + name, isDirect);
+    auto & solver = add<CLinSysSolverCompose<T, Csr<T>, Core<T>>>(list, "csr of base 0, " + name, isDirect);
+    solver.getStorageRefMod().setIndexBase(0);
+}
 
-private:
-    void onPosition(double overall) override
-    {
-        EXPECT_GE(overall, m_last);
-        m_last = overall < 1 ? overall : 0.0;
-        ++reports;
-        if (m_left-- == 0)
-            throw CUserIntrException("user interruption");
-    }
-    int m_left;
-    double m_last = 0.0;
-};
+template <class T>
+Candidates<T> everySolver(int size)
+{
+    Candidates<T> result;
+    add<CLinSysSolverMKL<T>>(result, "dense rows, ready", true);
+    add<CSparseLinSysSolver<T>>(result, "sparse rows, ready", true);
+    add<CSparseStoreSparseLinSysSolver<T>>(result, "csr direct, ready", true, 3);
+    add<CSparseStoreBicgstabLinSysSolver<T>>(result, "csr iterative, ready", false, 3, T(1e-6), 5 * size);
+    // Blocks that are not coupled would leave the merge nothing to do, which counts as a breakdown.
+    std::vector<int> const boundaries = size < 4 ? std::vector<int>() : std::vector<int>{size / 2};
+    add<CLinSysSolverSpaceDecomposer<T>>(result, "csr decomposed, ready", false, boundaries, T(1e-6),
+                                         5 * size);
+    addOverStorages<CLinSysSolverCoreMkl>(result, "dense core", true);
+    addOverStorages<CLinSysSolverSparseDss>(result, "direct", true);
+    addOverStorages<CLinSysSolverSparseMKL>(result, "iterative", false);
+    addOverStorages<CLinSysSolverCoreBicgstab>(result, "by products", false);
+    add<CLinSysSolverCompose<T, ShiftedRows<T>, CLinSysSolverCoreBicgstab<T>>>(
+        result, "shifted rows, by products", false);
+    add<CLinSysSolverCompose<T, Csr<T>, CLinSysSolverDecomposed<T>>>(result, "csr, decomposed", true);
+    return result;
+}
 
 template <class T>
 class SolverPropertiesTest : public testing::Test
@@ -220,9 +215,6 @@ TYPED_TEST(SolverPropertiesTest, EverySolverSolvesWhatWasStated)
                 for (int count : {3, 1, 0})
                     ASSERT_NO_FATAL_FAILURE(expectSolutions(*solver, count, matrix, right, tolerance));
                 std::unique_ptr<IVertexPosLinearSystem<T>> const copy(solver->Copy());
-                IVertexPosLinearSystem<T> const & original = *solver;
-                IVertexPosLinearSystem<T> const & copied = *copy;
-                ASSERT_TRUE(typeid(original) == typeid(copied));
                 ASSERT_EQ(copy->isSymmetric(), isSymmetric(kind));
                 ASSERT_EQ(copy->isPositiveDefinite(), solver->isPositiveDefinite());
                 bool succeeded = false;
@@ -242,21 +234,23 @@ TYPED_TEST(SolverPropertiesTest, EverySolverSolvesWhatWasStated)
     }
 }
 
-TYPED_TEST(SolverPropertiesTest, SingularSystemsAreRefusedByDirectSolvers)
+TYPED_TEST(SolverPropertiesTest, SingularAndInfiniteSystemsAreRefusedByDirectSolvers)
 {
     using T = TypeParam;
-    for (Kind kind : {Kind::zeroColumn, Kind::zeroColumnSymmetric}) {
+    for (Kind kind : {Kind::zeroColumn, Kind::zeroColumnSymmetric, Kind::infinite}) {
         for (unsigned seed = 0; seed < 10; ++seed) {
             int const size = 4 + int(seed);
             std::mt19937 random(seed);
             DenseMatrix const matrix = matrixOf(kind, size, random);
             std::vector<double> const right = testSupport::randomVector(size, random);
             for (Candidate<T> & candidate : everySolver<T>(size)) {
-                // The decomposing solver takes no note of a failure of its direct part.
-                if (candidate.isDirect && candidate.name != "csr, decomposed") {
+                // The decomposing solver takes no note of a failure of its direct part, the dense core of
+                // infinite elements.
+                bool const seesInfinity = candidate.name.find("direct") != std::string::npos;
+                if (candidate.isDirect && candidate.name != "csr, decomposed" &&
+                    (seesInfinity || kind != Kind::infinite)) {
                     SCOPED_TRACE(candidate.name + ", size " + std::to_string(size));
                     state(*candidate.solver, kind, isSymmetric(kind) && seed % 2 == 0, matrix, right);
-                    ASSERT_TRUE(candidate.solver->IsCorrectlyDefinedSystem());
                     EXPECT_TRUE(isRefused(*candidate.solver));
                 }
             }
@@ -320,13 +314,17 @@ TYPED_TEST(SolverPropertiesTest, InterruptionPassesFromEveryReport)
         solver->setPositiveDefinite(true);
         testSupport::stateSystem<T>(*solver, matrix, right);
         bool succeeded = false;
-        ThrowingCounter counting(std::numeric_limits<int>::max());
+        qz_test::ProgressRecorder counting;
         testSupport::solveWhole<T>(*solver, 2, succeeded, &counting);
-        ASSERT_GT(counting.reports, 3);
-        EXPECT_EQ(counting.getPosFloat(), 1.0);
-        int const step = 1 + counting.reports / 40;
-        for (int allowed = 0; allowed + 2 < counting.reports; allowed += step) {
-            ThrowingCounter counter(allowed);
+        std::size_t const reports = counting.positions.size();
+        ASSERT_GT(reports, 3u);
+        EXPECT_TRUE(counting.isMonotone() && counting.getPosFloat() == 1.0);
+        for (std::size_t allowed = 0; allowed + 2 < reports; allowed += 1 + reports / 40) {
+            qz_test::ProgressRecorder counter;
+            counter.inPosition = [&] {
+                if (counter.positions.size() > allowed)
+                    throw CUserIntrException("user interruption");
+            };
             EXPECT_THROW(testSupport::solveWhole<T>(*solver, 2, succeeded, &counter), CUserIntrException);
         }
     }
