@@ -5,13 +5,11 @@
 #include <QZsys/ParallelTasks.h>
 
 #include <gtest/gtest.h>
+#include <support/TestFolder.h>
 
-#include <filesystem>
-#include <fstream>
 #include <sched.h>
 #include <string>
 #include <thread>
-#include <unistd.h>
 
 namespace
 {
@@ -23,33 +21,23 @@ int coresInAffinityMask()
 }
 
 /// A directory that plays /proc/self and the mounted control groups.
-class CpuQuota : public testing::Test
+class CpuQuota : public testing::Test, protected qz_test::TestFolder
 {
 protected:
-    void SetUp() override
-    {
-        m_directory = std::filesystem::temp_directory_path() / ("cpu quota " + std::to_string(getpid()));
-        std::filesystem::create_directories(m_directory);
-    }
-    void TearDown() override { std::filesystem::remove_all(m_directory); }
-
-    void write(std::string const & file, std::string const & text) const
-    {
-        std::filesystem::create_directories((m_directory / file).parent_path());
-        std::ofstream(m_directory / file) << text;
-    }
     /// The mount table writes blanks as \040.
     std::string mountPoint(std::string const & name) const
     {
-        std::string path = (m_directory / name).string();
-        for (std::size_t at; (at = path.find(' ')) != std::string::npos;)
-            path.replace(at, 1, "\\040");
-        return path;
+        std::string mounted = path(name);
+        for (std::size_t at; (at = mounted.find(' ')) != std::string::npos;)
+            mounted.replace(at, 1, "\\040");
+        return mounted;
     }
-    int cores() const { return cpuQuotaCores(m_directory.string()); }
-
-private:
-    std::filesystem::path m_directory;
+    int cores() const { return cpuQuotaCores(path("")); }
+    int coresWith(std::string const & file, std::string const & text) const
+    {
+        write(file, text);
+        return cores();
+    }
 };
 
 } // namespace
@@ -84,17 +72,12 @@ TEST_F(CpuQuota, UnifiedHierarchyTakesTheStrictestGroupRoundedUp)
     write("mountinfo", "30 20 0:1 / / rw - ext4 /dev/sda rw\n31 30 0:26 / " + mountPoint("unified") +
                            " rw,nosuid shared:4 - cgroup2 cgroup2 rw\n");
     EXPECT_EQ(0, cores());
-    write("unified/a b/inner/cpu.max", "max 100000\n");
-    EXPECT_EQ(0, cores());
-    write("unified/a b/cpu.max", "250000 100000\n");
-    EXPECT_EQ(3, cores());
-    write("unified/a b/inner/cpu.max", "50000 100000\n");
-    EXPECT_EQ(1, cores());
-    write("unified/a b/inner/cpu.max", "400000 100000\n");
-    write("unified/cpu.max", "200000 100000\n");
-    EXPECT_EQ(2, cores());
-    write("unified/cpu.max", "200000 0\n");
-    EXPECT_EQ(3, cores());
+    EXPECT_EQ(0, coresWith("unified/a b/inner/cpu.max", "max 100000\n"));
+    EXPECT_EQ(3, coresWith("unified/a b/cpu.max", "250000 100000\n"));
+    EXPECT_EQ(1, coresWith("unified/a b/inner/cpu.max", "50000 100000\n"));
+    EXPECT_EQ(3, coresWith("unified/a b/inner/cpu.max", "400000 100000\n"));
+    EXPECT_EQ(2, coresWith("unified/cpu.max", "200000 100000\n"));
+    EXPECT_EQ(3, coresWith("unified/cpu.max", "200000 0\n"));
 }
 
 TEST_F(CpuQuota, FirstVersionInAContainer)
@@ -104,14 +87,10 @@ TEST_F(CpuQuota, FirstVersionInAContainer)
                            "41 30 0:31 /docker/id " + mountPoint("cpuset") +
                            " ro - cgroup cgroup rw,cpuset\nbroken line\n");
     write("cpu/cpu.cfs_period_us", "100000\n");
-    write("cpu/cpu.cfs_quota_us", "-1\n");
-    EXPECT_EQ(0, cores());
-    write("cpu/cpu.cfs_quota_us", "600000\n");
-    EXPECT_EQ(6, cores());
+    EXPECT_EQ(0, coresWith("cpu/cpu.cfs_quota_us", "-1\n"));
+    EXPECT_EQ(6, coresWith("cpu/cpu.cfs_quota_us", "600000\n"));
     write("cpu/job/cpu.cfs_period_us", "50000\n");
-    write("cpu/job/cpu.cfs_quota_us", "60001\n");
-    EXPECT_EQ(2, cores());
-    write("cgroup",
-          "3:cpu,cpuacct:/docker/idle\n"); // outside of what is mounted: only the mount point counts
-    EXPECT_EQ(6, cores());
+    EXPECT_EQ(2, coresWith("cpu/job/cpu.cfs_quota_us", "60001\n"));
+    // Outside of what is mounted only the mount point counts.
+    EXPECT_EQ(6, coresWith("cgroup", "3:cpu,cpuacct:/docker/idle\n"));
 }

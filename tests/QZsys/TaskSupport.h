@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QZsys/ParallelTasks.h>
-#include <QZsys/Progress.h>
 
 #include <deque>
 #include <exception>
@@ -30,29 +29,6 @@ inline void perform(std::deque<FunctionTask> & tasks, IVescaThreadOnTimerObserve
     CVescaThreadingTasksHelper::performInParallel(pointers.data(), static_cast<int>(pointers.size()),
                                                   observer);
 }
-
-/// Records what the hooks get, and calls back from them.
-class RecordingCounter : public CProgressCounter
-{
-public:
-    std::vector<double> positions;
-    std::vector<std::string> names;
-    std::function<void()> inPosition, inName;
-
-protected:
-    void onPosition(double overall) override
-    {
-        positions.push_back(overall);
-        if (inPosition)
-            inPosition();
-    }
-    void onPhaseName(std::string const & name) override
-    {
-        names.push_back(name);
-        if (inName)
-            inName();
-    }
-};
 
 /// The text of the exception that `action` throws, empty for none.
 inline std::string thrownBy(std::function<void()> const & action)

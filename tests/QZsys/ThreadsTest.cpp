@@ -70,12 +70,10 @@ TEST(Threads, EachSetOfAnEventLetsOneWaiterThrough)
 {
     std::unique_ptr<IVescaBlockingEvent> const ping(factory().makeBlockingEvent()),
         pong(factory().makeBlockingEvent());
-    EXPECT_FALSE(ping->wait(0));
-    EXPECT_FALSE(ping->wait(5));
     ping->set();
     ping->set();
     EXPECT_TRUE(ping->wait(0));
-    EXPECT_FALSE(ping->wait(0));
+    EXPECT_FALSE(ping->wait(0) || ping->wait(5));
     int turn = 0;
     std::thread partner([&] {
         for (int i = 0; i < 500; ++i) {
