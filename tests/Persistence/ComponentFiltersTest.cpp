@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -29,11 +31,9 @@ private:
 
 struct Logger : IDeltaStateLogger
 {
-    int finalized = 0;
-
 private:
     DocumentNewObjectProcessStatus OnProcessNewObject(INewObjEvent &) override { return newObjectAccepted; }
-    void OnFinalizeLoading() override { ++finalized; }
+    void OnFinalizeLoading() override {}
 };
 
 /// Data of a known length; its saving can break off, its loading can take less.
@@ -142,26 +142,20 @@ TEST_F(Components, otherNamesAndVersionsAreSkippedWithAWarning)
     rewind();
     EXPECT_EQ(CInnerHeaderWrapper(blob("", 3, {}), nullptr, L"no log").Load(logger), 1128);
     CInnerHeaderWrapper skipper(stream, &log, L"");
-    EXPECT_FALSE(skipper.IsTryLoad());
     EXPECT_EQ(skipper.Load(logger), 148);
-    EXPECT_EQ(stream.getPosition(), 1276);
     EXPECT_EQ(log.lines.size(), 2u);
-    EXPECT_THROW(skipper.Load(logger), CVescaException);
+    EXPECT_THROW(skipper.Load(logger), CVescaException); // the end
 }
 
 TEST_F(Components, wrongUseAndWrongLengthsThrow)
 {
     EXPECT_THROW(CInnerHeaderWrapper(nullptr, nullptr, L""), std::logic_error);
-    CInnerHeaderWrapper skipper(stream, nullptr, L"");
-    EXPECT_EQ(skipper.GetComponentName(), L"");
     try {
-        skipper.Save();
+        CInnerHeaderWrapper(stream, nullptr, L"").Save();
         ADD_FAILURE();
     } catch (std::exception const & error) {
         EXPECT_STREQ(error.what(), "Internal logic error CInnerHeaderWrapper");
     }
-    EXPECT_EQ(contents().size(), 0u);
-
     Blob * const broken = blob("Blob", 1, Bytes(12, 3));
     CInnerHeaderWrapper wrapper(broken, &log, L"skip");
     broken->breaksOff = true;
@@ -182,22 +176,18 @@ TEST_F(Components, hostileHeadersAreSurvived)
 {
     save(blob("Blob", 1, Bytes(10, 1)));
     Bytes const whole = contents();
-    auto const withSize = [&](std::uint64_t size) {
+    std::int64_t const largest = INT64_MAX;
+    for (std::int64_t const size :
+         {std::int64_t(11), largest - 128, largest, -largest - 1, std::int64_t(-1)}) {
         Bytes changed = whole;
-        for (std::size_t k = 0; k < 8; ++k)
-            changed[10 + k] = static_cast<unsigned char>(size >> (8 * k));
-        return changed;
-    };
-    std::uint64_t const half = std::uint64_t(1) << 63;
-    for (std::uint64_t size : {std::uint64_t(11), half - 129, half - 1, half, ~std::uint64_t(0)}) {
-        setContents(withSize(size));
-        EXPECT_THROW(load(blob("Blob", 1, Bytes(10, 1))), CVescaException) << size;
-        rewind();
-        EXPECT_THROW(load(blob("Other", 1, {})), CVescaException) << size;
+        std::memcpy(&changed[10], &size, sizeof(size));
+        for (char const * name : {"Blob", "Other"}) {
+            setContents(changed);
+            EXPECT_THROW(load(blob(name, 1, Bytes(10, 1))), CVescaException) << size;
+        }
     }
-    Bytes endless = whole;
-    std::fill_n(endless.begin() + 22, 30, static_cast<unsigned char>('x'));
-    std::fill_n(endless.begin() + 52, 5, static_cast<unsigned char>('x'));
+    Bytes endless = whole; // a name that fills its field and what follows
+    std::fill_n(endless.begin() + 22, 35, static_cast<unsigned char>('x'));
     for (std::size_t length : {29u, 30u, 31u, 35u}) {
         setContents(endless);
         EXPECT_EQ(load(blob(std::string(length, 'x'), 1, {})), 138);
@@ -254,21 +244,17 @@ TEST_F(Components, restIsSkippedByteByByteOrAtOnce)
     };
     setContents(Bytes(70000, 1));
     Slow slow(file.FilePtr());
-    for (IVescaBinaryStream * source :
-         {static_cast<IVescaBinaryStream *>(&stream), static_cast<IVescaBinaryStream *>(&slow)}) {
+    for (IVescaBinaryStream * source : std::initializer_list<IVescaBinaryStream *>{&stream, &slow}) {
         rewind();
         source->skipReadData(1);
         CSkipTillTheEnd rest(*source, &log, L"rest", L"skipped");
-        EXPECT_EQ(rest.Load(logger), 69999);
-        EXPECT_EQ(rest.Load(logger), 0);
-        EXPECT_EQ(source->getPosition(), 70000);
+        for (int const left : {69999, 0})
+            EXPECT_EQ(rest.Load(logger), left);
     }
     EXPECT_EQ(log.lines.size(), 4u);
     CFileWrapClose zeros(std::fopen("/dev/zero", "rb"));
     CFileBinaryStream endless(zeros.FilePtr());
-    CSkipTillTheEnd rest(endless, &log, L"", L"skipped");
-    EXPECT_THROW(rest.Load(logger), CFileReadError);
-    EXPECT_EQ(log.lines.size(), 4u);
+    EXPECT_THROW(CSkipTillTheEnd(endless, &log, L"", L"skipped").Load(logger), CFileReadError);
 }
 
 TEST(FileWrapClose, copiesCloseOnceInEitherOrder)
@@ -290,19 +276,13 @@ TEST(FileWrapClose, copiesCloseOnceInEitherOrder)
     CFileWrapClose(nullptr).release();
 }
 
-TEST(ComponentHelpers, loadingIsFinalizedOnceAndTheTotalSelectorTakesTheActive)
+TEST(ComponentHelpers, theTotalSelectorTakesTheActive)
 {
-    Logger logger;
-    logger.FinalizeLoading();
-    logger.FinalizeLoading();
-    EXPECT_EQ(logger.finalized, 1);
     std::unique_ptr<IGraphObjectSelector> const total(IGraphObjectSelector::CreateTotal());
-    std::unique_ptr<IGraphObjectSelector> const copy(total->Copy());
     CGraphObject object;
-    EXPECT_TRUE((*copy)(&object));
+    EXPECT_TRUE((*total)(&object));
     object.setActive(false);
-    EXPECT_FALSE((*copy)(&object));
-    EXPECT_FALSE((*total)(nullptr));
+    EXPECT_FALSE((*total)(&object) || (*total)(nullptr));
 }
 
 } // namespace

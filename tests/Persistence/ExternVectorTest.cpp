@@ -2,6 +2,7 @@
 #include <QZmath/Persistence/ExternVector.h>
 
 #include <gtest/gtest.h>
+#include <support/TestFolder.h>
 
 #include <algorithm>
 #include <csignal>
@@ -60,23 +61,18 @@ void writeElement(Vector & vector, std::size_t index, Bytes const & bytes)
 class FileSizeLimit
 {
 public:
-    FileSizeLimit()
+    explicit FileSizeLimit(rlim_t bytes)
     {
         getrlimit(RLIMIT_FSIZE, &m_old);
         m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit const limit{std::min(bytes, m_old.rlim_max), m_old.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     }
     ~FileSizeLimit()
     {
-        lift();
+        setrlimit(RLIMIT_FSIZE, &m_old);
         std::signal(SIGXFSZ, m_oldHandler);
     }
-    void set(std::size_t bytes)
-    {
-        rlimit limit = m_old;
-        limit.rlim_cur = bytes;
-        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    void lift() { setrlimit(RLIMIT_FSIZE, &m_old); }
 
 private:
     rlimit m_old;
@@ -102,11 +98,10 @@ public:
 
     void step(bool mayFail)
     {
-        FileSizeLimit limit;
         // With failing writes, growing always fills: what a broken fill left beyond the end shows otherwise.
         bool const fails = mayFail && m_random() % 4 == 0;
-        if (fails)
-            limit.set(m_random() % (m_elementSize * (m_vector->capacity() + 4)));
+        FileSizeLimit const limit(fails ? m_random() % (m_elementSize * (m_vector->capacity() + 4))
+                                        : RLIM_INFINITY);
         auto const choice = m_random() % 100;
         if (choice < 35)
             lockOne(fails);
@@ -297,44 +292,44 @@ TEST(ExternVector, elementsBeyondThreeGibibytes)
     constexpr std::size_t mebibyte = std::size_t(1) << 20;
     std::unique_ptr<Vector> const vector = makeVector(mebibyte);
     vector->resize(3 * 1024 + 2);
-    for (std::size_t index : {std::size_t(0), std::size_t(2047), std::size_t(2048), std::size_t(3073)})
-        writeElement(*vector, index, Bytes(mebibyte, static_cast<unsigned char>(index % 251)));
-    for (std::size_t index : {std::size_t(3073), std::size_t(2048), std::size_t(2047), std::size_t(0)})
-        EXPECT_EQ(readElement(*vector, index, mebibyte),
-                  Bytes(mebibyte, static_cast<unsigned char>(index % 251)));
+    auto const element = [](std::size_t index) {
+        return Bytes(mebibyte, static_cast<unsigned char>(index % 251));
+    };
+    std::size_t const written[] = {0, 2047, 2048, 3073};
+    for (std::size_t index : written)
+        writeElement(*vector, index, element(index));
+    for (std::size_t index : written)
+        EXPECT_EQ(readElement(*vector, index, mebibyte), element(index));
     EXPECT_EQ(readElement(*vector, 3072, mebibyte), Bytes(mebibyte));
 }
 
 TEST(ExternVector, fileLiesInTheNamedFolderAndHasNoName)
 {
     namespace fs = std::filesystem;
-    fs::path const folder = fs::path(testing::TempDir()) / "ExternVectorTestFolder";
-    fs::create_directories(folder);
+    auto folder = std::make_unique<qz_test::TestFolder>();
+    std::string const path = folder->path("");
     char const * const before = std::getenv("TMPDIR");
     std::string const kept = before ? before : "";
-    setenv("TMPDIR", folder.c_str(), 1);
-    auto const openFilesInFolder = [&] {
-        std::ptrdiff_t count = 0;
+    setenv("TMPDIR", path.c_str(), 1);
+    std::unique_ptr<Vector> vector = makeVector(8);
+    auto const expectOpenFiles = [&](int expected) {
+        int count = 0;
         for (auto const & entry : fs::directory_iterator("/proc/self/fd")) {
             std::error_code error;
-            std::string const target = fs::read_symlink(entry.path(), error).string();
-            count += target.rfind(folder.string(), 0) == 0;
+            count += fs::read_symlink(entry.path(), error).string().rfind(path, 0) == 0;
         }
-        return count;
+        EXPECT_EQ(count, expected);
+        EXPECT_TRUE(folder->files().empty());
     };
-    std::unique_ptr<Vector> vector = makeVector(8);
-    EXPECT_EQ(openFilesInFolder(), 0);
+    expectOpenFiles(0);
     vector->resize(10);
-    EXPECT_EQ(openFilesInFolder(), 1);
-    EXPECT_TRUE(fs::is_empty(folder));
+    expectOpenFiles(1);
     vector->clear();
-    EXPECT_EQ(openFilesInFolder(), 0);
+    expectOpenFiles(0);
     vector->resize(10);
-    vector.reset();
-    EXPECT_EQ(openFilesInFolder(), 0);
-
-    fs::remove_all(folder);
     vector = makeVector(8);
+    expectOpenFiles(0);
+    folder.reset();
     EXPECT_TRUE(runsOutOfMemory([&] { vector->resize(1); }));
     before ? setenv("TMPDIR", kept.c_str(), 1) : unsetenv("TMPDIR");
     vector->resize(1); // the folder is there now
