@@ -12,20 +12,9 @@
 #include <utility>
 #include <vector>
 
-/// Counts the living objects of a kind.
-template <class Kind>
-struct Counted
-{
-    Counted() { ++living; }
-    ~Counted() { --living; }
-    Counted(Counted const &) = delete;
-    Counted & operator=(Counted const &) = delete;
-    static inline std::atomic<int> living{0};
-};
-
 struct Block : IVescaFragmentDescriptor_Old
 {
-    int number = 0;
+    int number;
 };
 
 inline int numberOf(IVescaFragmentDescriptor_Old const & block)
@@ -33,13 +22,17 @@ inline int numberOf(IVescaFragmentDescriptor_Old const & block)
     return static_cast<Block const &>(block).number;
 }
 
-struct Fragment : IVescaFragment_Old, Counted<Fragment>
+struct Fragment : IVescaFragment_Old
 {
-    explicit Fragment(int extracted) : value(extracted) {}
+    explicit Fragment(int extracted) : value(extracted) { ++living; }
+    ~Fragment() override { --living; }
     int value;
+    static inline std::atomic<int> living{0};
 };
 
 using Hook = std::function<void(std::string const & operation, int block)>;
+
+inline void doNothing(std::string const &, int) {}
 
 /// Blocks in an array; `areDependent` is asked for two different ones.
 class Blocks : public BlockProc::CBlockStructure
@@ -52,7 +45,7 @@ public:
     }
     std::function<bool(int, int)> areDependent = [](int, int) { return false; };
     bool isIndependentOfItself = false, isEndNull = false;
-    Hook hook = [](std::string const &, int) {};
+    Hook hook = doNothing;
     Block * at(int i) const { return m_blocks.data() + i; }
 
     void NextBlock(BlockProc::Block_iter & block) const override
@@ -94,7 +87,7 @@ public:
     ~Client() override = default;
 
     Blocks blocks;
-    Hook hook = [](std::string const &, int) {};
+    Hook hook = doNothing;
     std::function<int(int)> status = [](int) { return 0; };
     std::function<bool(int)> isEmpty = [](int) { return false; }, isSkipped = isEmpty;
     bool needsUnsharedInit = false;
@@ -122,7 +115,10 @@ public:
     using CBlockProcessor::UnLockBlock;
 
 protected:
-    class Worker : public BlockProc::CBlockWorker, Counted<Worker>
+    using Base = BlockProc::CBlockProcessor;
+    using Descriptor = IVescaFragmentDescriptor_Old;
+
+    class Worker : public BlockProc::CBlockWorker
     {
     public:
         Worker(Client & client, bool parallel) : CBlockWorker(&client, parallel), m_client(client) {}
@@ -152,7 +148,7 @@ protected:
             m_client.results[std::size_t(n)] = m_value + n + 1;
             return m_client.status(n);
         }
-        void BlockFinalize(IVescaFragmentDescriptor_Old & block, IVescaFragment_Old *) override
+        void BlockFinalize(Descriptor & block, IVescaFragment_Old *) override
         {
             m_client.hook("BlockFinalize", numberOf(block));
         }
@@ -162,95 +158,71 @@ protected:
         int m_value = 0;
     };
 
-    void write(int n)
+    void PreliminaryGlobalActions() override { call("PreliminaryGlobalActions"); }
+    void PreliminaryPassActions() override { call("PreliminaryPassActions"); }
+    void FinalGlobalActions() override { call("FinalGlobalActions"); }
+    void FinalPassActions() override { call("FinalPassActions"); }
+    void ApplyBlockChanges(Descriptor const & block, IVescaFragment_Old *) override
     {
-        values[std::size_t(n)] = results[std::size_t(n)];
-        std::this_thread::yield();
-        copies[std::size_t(n)] = results[std::size_t(n)];
-    }
-
-    void PreliminaryGlobalActions() override { hook("PreliminaryGlobalActions", 0); }
-    void PreliminaryPassActions() override { hook("PreliminaryPassActions", 0); }
-    void FinalGlobalActions() override { hook("FinalGlobalActions", 0); }
-    void FinalPassActions() override { hook("FinalPassActions", 0); }
-    void ApplyBlockChanges(IVescaFragmentDescriptor_Old const & block, IVescaFragment_Old *) override
-    {
-        hook("ApplyBlockChanges", numberOf(block));
+        call("ApplyBlockChanges", numberOf(block));
         write(numberOf(block));
     }
-    void ApplyBlockChangesBlockNotExtr(IVescaFragmentDescriptor_Old const & block) override
+    void ApplyBlockChangesBlockNotExtr(Descriptor const & block) override
     {
-        hook("ApplyBlockChangesBlockNotExtr", numberOf(block));
+        call("ApplyBlockChangesBlockNotExtr", numberOf(block));
         if (!isSkipped(numberOf(block)))
             write(numberOf(block));
     }
     BlockProc::CBlockWorker * CreateBlockWorker(bool parallel) override
     {
-        hook("CreateBlockWorker", 0);
+        call("CreateBlockWorker");
         ++(parallel ? parallelWorkers : serialWorkers);
         return new Worker(*this, parallel);
     }
-    IVescaFragment_Old * ExtractBlock(IVescaFragmentDescriptor_Old const & block) override
+    IVescaFragment_Old * ExtractBlock(Descriptor const & block) override
     {
-        hook("ExtractBlock", numberOf(block));
+        call("ExtractBlock", numberOf(block));
         read();
         return isEmpty(numberOf(block)) ? nullptr : new Fragment(values[std::size_t(numberOf(block))]);
     }
-    bool NeedUnsharedWorkerInit() const override
-    {
-        hook("NeedUnsharedWorkerInit", 0);
-        return needsUnsharedInit;
-    }
-    void ResetWholeProcessStatus() override { hook("ResetWholeProcessStatus", 0); }
-    void CheckWorkerResult(int code) override
-    {
-        hook("CheckWorkerResult", 0);
-        CBlockProcessor::CheckWorkerResult(code);
-    }
-    int GetWholeProcessResult() const override
-    {
-        hook("GetWholeProcessResult", 0);
-        return 0;
-    }
-    void InitThreadedPrgCnt() override
-    {
-        hook("InitThreadedPrgCnt", 0);
-        CBlockProcessor::InitThreadedPrgCnt();
-    }
-    void ReleaseThreadedPrgCnt() override
-    {
-        CBlockProcessor::ReleaseThreadedPrgCnt();
-        hook("ReleaseThreadedPrgCnt", 0);
-    }
-    void UpdateParentPrgCnt() override
-    {
-        hook("UpdateParentPrgCnt", 0);
-        CBlockProcessor::UpdateParentPrgCnt();
-    }
+    bool NeedUnsharedWorkerInit() const override { return call("NeedUnsharedWorkerInit"), needsUnsharedInit; }
+    void ResetWholeProcessStatus() override { call("ResetWholeProcessStatus"); }
+    void CheckWorkerResult(int code) override { call("CheckWorkerResult"), Base::CheckWorkerResult(code); }
+    int GetWholeProcessResult() const override { return call("GetWholeProcessResult"), 0; }
+    void InitThreadedPrgCnt() override { call("InitThreadedPrgCnt"), Base::InitThreadedPrgCnt(); }
+    void ReleaseThreadedPrgCnt() override { Base::ReleaseThreadedPrgCnt(), call("ReleaseThreadedPrgCnt"); }
+    void UpdateParentPrgCnt() override { call("UpdateParentPrgCnt"), Base::UpdateParentPrgCnt(); }
     void RegisterWorkerPrgCnt(BlockProc::CBlockWorker * worker) override
     {
-        hook("RegisterWorkerPrgCnt", 0);
-        CBlockProcessor::RegisterWorkerPrgCnt(worker);
+        call("RegisterWorkerPrgCnt"), Base::RegisterWorkerPrgCnt(worker);
     }
     void UnRegisterWorkerPrgCnt(BlockProc::CBlockWorker * worker) override
     {
-        CBlockProcessor::UnRegisterWorkerPrgCnt(worker);
-        hook("UnRegisterWorkerPrgCnt", 0);
+        Base::UnRegisterWorkerPrgCnt(worker), call("UnRegisterWorkerPrgCnt");
     }
     void OnBlockProcessStart(BlockProc::Block_iter block, BlockProc::CBlockWorker * worker) override
     {
         int const n = numberOf(*block);
-        hook("OnBlockProcessStart", n);
+        call("OnBlockProcessStart", n);
         for (int other : inWork)
             conflicts += other == n || blocks.areDependent(n, other);
         inWork.insert(n);
         started.push_back(n);
-        CBlockProcessor::OnBlockProcessStart(block, worker);
+        Base::OnBlockProcessStart(block, worker);
     }
     void OnBlockProcessFinish(BlockProc::Block_iter block, BlockProc::CBlockWorker * worker) override
     {
         inWork.erase(inWork.find(numberOf(*block)));
-        CBlockProcessor::OnBlockProcessFinish(block, worker);
-        hook("OnBlockProcessFinish", numberOf(*block));
+        Base::OnBlockProcessFinish(block, worker);
+        call("OnBlockProcessFinish", numberOf(*block));
+    }
+
+private:
+    void call(char const * operation, int block = 0) const { hook(operation, block); }
+    void write(int n)
+    {
+        values[std::size_t(n)] = results[std::size_t(n)];
+        std::this_thread::yield();
+        copies[std::size_t(n)] = results[std::size_t(n)];
     }
 };

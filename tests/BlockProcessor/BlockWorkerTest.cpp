@@ -2,10 +2,8 @@
 #include "BlockProcessor/BlockClients.h"
 
 #include <gtest/gtest.h>
+#include <support/Recorders.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -17,40 +15,15 @@ namespace
 
 using Lines = std::vector<std::string>;
 
-/// Keeps the lines, with "%p" for addresses, and lets a thread wait for one.
-class TraceLog : public VsUt::IDebugLog
+/// Keeps the lines with "%p" for addresses.
+class TraceLog : public qz_test::LogRecorder
 {
 public:
-    std::function<void(std::string const &)> onLine = [](std::string const &) {};
-
     void getMessage(char const * text) override
     {
         static std::regex const pattern("0x[0-9a-f]+|\\(nil\\)");
-        std::string const line = std::regex_replace(text, pattern, "%p");
-        {
-            std::lock_guard<std::mutex> const lock(m_mutex);
-            m_lines.push_back(line);
-        }
-        m_changed.notify_all();
-        onLine(line);
+        LogRecorder::getMessage(std::regex_replace(text, pattern, "%p").c_str());
     }
-    void await(std::string const & line)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        EXPECT_TRUE(m_changed.wait_for(lock, std::chrono::seconds(60), [&] {
-            return std::find(m_lines.begin(), m_lines.end(), line) != m_lines.end();
-        })) << line;
-    }
-    Lines all()
-    {
-        std::lock_guard<std::mutex> const lock(m_mutex);
-        return m_lines;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    Lines m_lines;
 };
 
 std::string const mgr = "[DEBUG_THREADS] Manager: ", w0 = "[DEBUG_THREADS] Worker 10000: ",
@@ -75,7 +48,6 @@ public:
                 log.await(w0 + "Processing block %p");
         };
     }
-    ~ScriptedClient() override = default;
 
     TraceLog log;
 };
@@ -124,7 +96,7 @@ TEST(ThreadTracing, LinesAreBoundedAndANullLogCostsNothing)
     DebugThreadMgrMessage(nullptr, nullptr);
     EXPECT_EQ((Lines{"[DEBUG_THREADS] Worker -3: a text", "[DEBUG_THREADS] Worker 2: 17 mutexes", mgr + "%p",
                      mgr + text.substr(0, 255), "[DEBUG_THREADS] Worker 1: " + text}),
-              log.all());
+              log.lines());
 }
 
 // Runs that succeed, fail, are interrupted, skip their block and cannot begin: between them they say all that
@@ -136,10 +108,9 @@ TEST(ThreadTracing, RunsSayWhatIsDocumentedAndSleepersWakeUp)
     for (std::string text; std::getline(texts, text, '|');)
         documented.insert(text);
     auto const collect = [&said](TraceLog & log) {
-        for (std::string const & line : log.all())
+        for (std::string const & line : log.lines())
             said.insert(line.substr(line.find(": ") + 2));
     };
-    auto const doNothing = [](std::string const &, int) {};
     for (int const status : {0, 3, 10}) {
         ScriptedClient client;
         client.needsUnsharedInit = true;
@@ -168,7 +139,7 @@ TEST(ThreadTracing, RunsSayWhatIsDocumentedAndSleepersWakeUp)
         collect(client.log);
     }
     ScriptedClient failing;
-    failing.log.onLine = [](std::string const &) {};
+    failing.log.onLine = nullptr;
     failing.hook = [](std::string const & operation, int) {
         if (operation == "Init")
             throw std::runtime_error("no device");
@@ -181,7 +152,7 @@ TEST(ThreadTracing, RunsSayWhatIsDocumentedAndSleepersWakeUp)
     serial.hook = doNothing;
     serial.SetNParralelThreads(1);
     EXPECT_EQ(0, serial.Run());
-    EXPECT_TRUE(serial.log.all().empty());
+    EXPECT_TRUE(serial.log.lines().empty());
 }
 
 TEST(ThreadTracing, ARequestThatComesWithTheEndOfTheLastWorkerCounts)
@@ -196,14 +167,14 @@ TEST(ThreadTracing, ARequestThatComesWithTheEndOfTheLastWorkerCounts)
             client.SetAbortEvent();
     };
     EXPECT_EQ(-1, client.Run());
-    EXPECT_EQ(mgr + "Raising EBlockAlgError( QZ_STATUS_UNEXPECTED_ERR )", log.all().back());
+    EXPECT_EQ(mgr + "Raising EBlockAlgError( QZ_STATUS_UNEXPECTED_ERR )", log.lines().back());
 }
 
 TEST(ThreadTracing, ALogThatThrowsEndsTheRunWhereverItDoes)
 {
     for (int failingLine = 0; failingLine < 120; ++failingLine) {
         ScriptedClient client;
-        client.hook = [](std::string const &, int) {};
+        client.hook = doNothing;
         std::atomic<int> lines{0};
         client.log.onLine = [&](std::string const &) {
             if (lines++ >= failingLine)

@@ -6,6 +6,7 @@
 #include <QZsys/Exceptions.h>
 
 #include <gtest/gtest.h>
+#include <support/Recorders.h>
 
 #include <atomic>
 #include <chrono>
@@ -17,37 +18,39 @@ namespace
 {
 
 using namespace std::chrono_literals;
-
-/// Fails when two threads are inside at once, or, with `owner`, when any other thread is.
-class OwnedCounter : public RecordingCounter
-{
-public:
-    std::thread::id owner = std::this_thread::get_id();
-
-protected:
-    void onPosition(double overall) override
-    {
-        ASSERT_FALSE(m_isBusy.exchange(true));
-        ASSERT_TRUE(owner == std::thread::id() || owner == std::this_thread::get_id());
-        m_isBusy = false;
-        RecordingCounter::onPosition(overall);
-    }
-
-private:
-    std::atomic<bool> m_isBusy{false};
-};
+using qz_test::ProgressRecorder;
 
 void onAnotherThread(std::function<void()> const & action) { std::thread(action).join(); }
 
-void incrementElsewhere(CTransThreadPrgCntAdapter & adapter, int times)
+void increment(CTransThreadPrgCntAdapter & adapter, int times)
 {
-    onAnotherThread([&] {
-        for (int i = 0; i < times; ++i)
-            adapter.increment();
-    });
+    for (int i = 0; i < times; ++i)
+        adapter.increment();
 }
 
-void expectEveryStepOnce(OwnedCounter const & counter, int steps)
+void incrementElsewhere(CTransThreadPrgCntAdapter & adapter, int times)
+{
+    onAnotherThread([&] { increment(adapter, times); });
+}
+
+/// Tasks that go on until they are cancelled.
+std::deque<FunctionTask> endlessTasks(CTransThreadPrgCntAdapter & adapter, std::atomic<int> & cancelled)
+{
+    std::deque<FunctionTask> tasks;
+    for (int t = 0; t < 2; ++t)
+        tasks.emplace_back([&] {
+            try {
+                for (;; std::this_thread::sleep_for(1ms))
+                    adapter.increment();
+            } catch (CTransThreadPrgCntAdapter::CRunCancelled const &) {
+                ++cancelled;
+                throw;
+            }
+        });
+    return tasks;
+}
+
+void expectEveryStepOnce(ProgressRecorder const & counter, int steps)
 {
     ASSERT_EQ(static_cast<std::size_t>(steps), counter.positions.size());
     int step = 0;
@@ -57,36 +60,41 @@ void expectEveryStepOnce(OwnedCounter const & counter, int steps)
 
 } // namespace
 
-TEST(TransThreadPrgCntAdapter, EveryStepOfManyThreadsIsReportedOnceByTheOwner)
+// One thread that waits serves the timer, or all threads serve it in turns.
+TEST(TransThreadPrgCntAdapter, EveryStepOfManyThreadsIsReportedOnce)
 {
-    int const threads = 5, steps = 20000;
-    OwnedCounter counter;
+    int const threads = 5, steps = 10000;
     CTransThreadPrgCntAdapter adapter;
     EXPECT_EQ(100, adapter.getMillisecondsTimeOut());
-    for (int run = 0; run < 2; ++run) {
-        counter.positions.clear();
+    for (bool const inTurns : {false, true}) {
+        ProgressRecorder counter;
+        if (inTurns)
+            counter.owner = std::thread::id();
         adapter.refresh(&counter, threads * steps);
         std::deque<FunctionTask> tasks;
         for (int t = 0; t < threads; ++t)
             tasks.emplace_back([&] {
-                for (int i = 0; i < steps; ++i)
-                    adapter.increment();
+                for (int i = 0; i < steps; i += 10) {
+                    increment(adapter, 10);
+                    if (inTurns)
+                        adapter.processTimerEvent();
+                }
             });
-        perform(tasks, &adapter);
+        perform(tasks, inTurns ? nullptr : &adapter);
         expectEveryStepOnce(counter, threads * steps);
     }
 }
 
 TEST(TransThreadPrgCntAdapter, ForeignThreadsOnlyCount)
 {
-    OwnedCounter counter;
+    ProgressRecorder counter;
     CTransThreadPrgCntAdapter adapter;
     adapter.refresh(&counter, 4);
     std::this_thread::sleep_for(110ms); // the period has passed, but not for a foreign thread
     incrementElsewhere(adapter, 3);
     EXPECT_TRUE(counter.positions.empty());
     adapter.increment(); // the owner passes all of them on
-    EXPECT_EQ((std::vector<double>{0.25, 0.5, 0.75, 1.0}), counter.positions);
+    expectEveryStepOnce(counter, 4);
     incrementElsewhere(adapter, 1); // past the total
     adapter.processTimerEvent();
     EXPECT_EQ(5u, counter.positions.size());
@@ -108,57 +116,28 @@ TEST(TransThreadPrgCntAdapter, ForeignThreadsOnlyCount)
 // A client may prepare a run on one thread and wait for it on another.
 TEST(TransThreadPrgCntAdapter, WhicheverThreadWaitsReportsAndCanBeInterrupted)
 {
-    OwnedCounter counter;
+    ProgressRecorder counter;
     CTransThreadPrgCntAdapter adapter;
     adapter.refresh(&counter, 4);
     std::deque<FunctionTask> tasks;
     for (int t = 0; t < 2; ++t)
-        tasks.emplace_back([&] {
-            adapter.increment();
-            adapter.increment();
-        });
+        tasks.emplace_back([&] { increment(adapter, 2); });
     onAnotherThread([&] {
         counter.owner = std::this_thread::get_id();
         perform(tasks, &adapter);
     });
-    EXPECT_EQ((std::vector<double>{0.25, 0.5, 0.75, 1.0}), counter.positions);
+    expectEveryStepOnce(counter, 4);
 
     adapter.refresh(&counter, std::numeric_limits<int>::max());
     counter.interrupt();
-    tasks.clear();
-    for (int t = 0; t < 2; ++t)
-        tasks.emplace_back([&] {
-            for (;;) {
-                adapter.increment();
-                std::this_thread::sleep_for(1ms);
-            }
-        });
+    std::atomic<int> cancelled{0};
+    tasks = endlessTasks(adapter, cancelled);
     onAnotherThread([&] { EXPECT_THROW(perform(tasks, &adapter), CUserIntrException); });
-}
-
-TEST(TransThreadPrgCntAdapter, ThreadsThatServeTheTimerTakeTurns)
-{
-    int const threads = 4, steps = 5000;
-    OwnedCounter counter;
-    counter.owner = std::thread::id();
-    CTransThreadPrgCntAdapter adapter;
-    adapter.refresh(&counter, threads * steps);
-    std::deque<FunctionTask> tasks;
-    for (int t = 0; t < threads; ++t)
-        tasks.emplace_back([&] {
-            for (int i = 0; i < steps; ++i) {
-                adapter.increment();
-                if (i % 10 == 9)
-                    adapter.processTimerEvent();
-            }
-        });
-    perform(tasks);
-    expectEveryStepOnce(counter, threads * steps);
 }
 
 TEST(TransThreadPrgCntAdapter, AThrowingCounterLosesNoStepAndLocksNothing)
 {
-    OwnedCounter counter;
+    ProgressRecorder counter;
     CTransThreadPrgCntAdapter adapter;
     adapter.refresh(&counter, 8);
     incrementElsewhere(adapter, 6);
@@ -173,7 +152,7 @@ TEST(TransThreadPrgCntAdapter, AThrowingCounterLosesNoStepAndLocksNothing)
     EXPECT_EQ((std::vector<double>{0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875}), counter.positions);
 
     // A hook may count a step of its own: it waits for the next event.
-    OwnedCounter reentrant;
+    ProgressRecorder reentrant;
     reentrant.inPosition = [&] {
         if (reentrant.positions.size() == 1)
             adapter.increment();
@@ -191,19 +170,7 @@ TEST(TransThreadPrgCntAdapter, InterruptionEndsTheTasksSoonAndIsWhatTheCallerGet
     CProgressCounter counter;
     CTransThreadPrgCntAdapter adapter;
     std::atomic<int> cancelled{0};
-    std::deque<FunctionTask> tasks;
-    for (int t = 0; t < 2; ++t)
-        tasks.emplace_back([&] {
-            try {
-                for (;;) {
-                    adapter.increment();
-                    std::this_thread::sleep_for(1ms);
-                }
-            } catch (CTransThreadPrgCntAdapter::CRunCancelled const &) {
-                ++cancelled;
-                throw;
-            }
-        });
+    std::deque<FunctionTask> tasks = endlessTasks(adapter, cancelled);
     for (int run = 0; run < 2; ++run) {
         std::chrono::steady_clock::time_point requested;
         std::thread user([&] {
