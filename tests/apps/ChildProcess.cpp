@@ -1,49 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/ChildProcess.h>
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace qz_test
 {
 
-namespace
-{
-
-std::string makeTemporaryFile()
-{
-    std::string name = testing::TempDir() + "child-output-XXXXXX";
-    int const file = mkstemp(name.data());
-    if (file < 0)
-        throw std::runtime_error("no temporary file");
-    close(file);
-    return name;
-}
-
-std::string takeContents(std::string const & name)
-{
-    std::ifstream file(name, std::ios::binary);
-    std::string const contents{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    unlink(name.c_str());
-    return contents;
-}
-
-} // namespace
-
 ChildProcess::ChildProcess(std::vector<std::string> const & arguments, std::function<void()> const & prepare)
-    : m_outputFile(makeTemporaryFile()), m_errorFile(makeTemporaryFile())
 {
+    std::string const output = m_streams.write("output", ""), errors = m_streams.write("errors", "");
     std::vector<char *> pointers;
     for (std::string const & argument : arguments)
         pointers.push_back(const_cast<char *>(argument.c_str()));
@@ -54,8 +25,8 @@ ChildProcess::ChildProcess(std::vector<std::string> const & arguments, std::func
     if (m_id == 0) {
         for (int number : {SIGINT, SIGTERM, SIGHUP})
             signal(number, SIG_DFL);
-        dup2(open(m_outputFile.c_str(), O_WRONLY), STDOUT_FILENO);
-        dup2(open(m_errorFile.c_str(), O_WRONLY), STDERR_FILENO);
+        dup2(open(output.c_str(), O_WRONLY), STDOUT_FILENO);
+        dup2(open(errors.c_str(), O_WRONLY), STDERR_FILENO);
         if (prepare)
             prepare();
         execv(pointers[0], pointers.data());
@@ -73,8 +44,7 @@ ChildProcess::~ChildProcess()
 
 void ChildProcess::waitForErrors() const
 {
-    struct stat status = {};
-    for (int i = 0; i < 2000 && stat(m_errorFile.c_str(), &status) == 0 && status.st_size == 0; ++i)
+    for (int i = 0; i < 2000 && m_streams.contents("errors").empty(); ++i)
         usleep(5000);
 }
 
@@ -86,8 +56,8 @@ int ChildProcess::wait()
     while (waitpid(m_id, &status, 0) < 0 && errno == EINTR) {
     }
     m_id = -1;
-    m_output = takeContents(m_outputFile);
-    m_errors = takeContents(m_errorFile);
+    m_output = m_streams.contents("output");
+    m_errors = m_streams.contents("errors");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 

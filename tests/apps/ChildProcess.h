@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <support/TestFolder.h>
+
 #include <sys/types.h>
 
 namespace qz_test
@@ -34,11 +36,9 @@ public:
     std::string const & errors() const { return m_errors; }
 
 private:
+    TestFolder m_streams;
     pid_t m_id = -1;
-    std::string m_outputFile;
-    std::string m_errorFile;
-    std::string m_output;
-    std::string m_errors;
+    std::string m_output, m_errors;
 };
 
 } // namespace qz_test

@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <initializer_list>
 #include <iterator>
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -76,16 +76,10 @@ TEST(Options, defaultsAreThoseOfTheLibraryAndEveryFieldCanBeSet)
 {
     // Depth and acceleration apart, whose defaults are the program's.
     auto const fields = [](VolTr::CVolTriangulationParams const & p) {
-        return std::vector<double>{p.getReconstructFactor(),
-                                   1.0 * p.getClosed(),
-                                   1.0 * p.getEstimateResultNormals(),
-                                   1.0 * p.getUseCenter(),
-                                   p.getKernelScaleFactor(),
-                                   1.0 * p.getVariableDensity(),
-                                   1.0 * p.getDensityEstimationDepthDelta(),
-                                   1.0 * p.getDetalizationLevel(),
-                                   1.0 * p.getPrefferedSolver(),
-                                   p.getSolverTolerance()};
+        return std::make_tuple(p.getReconstructFactor(), p.getClosed(), p.getEstimateResultNormals(),
+                               p.getUseCenter(), p.getKernelScaleFactor(), p.getVariableDensity(),
+                               p.getDensityEstimationDepthDelta(), p.getDetalizationLevel(),
+                               int(p.getPrefferedSolver()), p.getSolverTolerance());
     };
     Options const plain = parse({"in.ply", "-o", "out.ply"}).value();
     EXPECT_EQ(fields(plain.params), fields(VolTr::CVolTriangulationParams()));
@@ -101,7 +95,7 @@ TEST(Options, defaultsAreThoseOfTheLibraryAndEveryFieldCanBeSet)
     for (std::string const & word : words)
         arguments.push_back(word.c_str());
     Options const set = parse(arguments).value();
-    EXPECT_EQ(fields(set.params), (std::vector<double>{2, 0, 1, 0, -1, 0, 3, 4, 3, 0.01}));
+    EXPECT_EQ(fields(set.params), std::make_tuple(2, 0, 1, 0, -1, 0, 3, 4, 3, 0.01));
     EXPECT_EQ(set.params.getOctreeDepth(), 5);
     EXPECT_FALSE(set.params.getAccelerated() || set.params.getPhaseNameShown());
     EXPECT_EQ(set.threads, 2);
@@ -115,21 +109,12 @@ TEST(Options, senselessOnesAreRefused)
     using Words = std::vector<char const *>;
     for (Words const & files : {Words{}, {"in.ply"}, {"-o", "out.ply"}, {"in.ply", "b.ply", "-o", "out.ply"}})
         EXPECT_THROW(parse(files), UsageError) << files.size();
-    for (auto const & [name, value] :
-         std::initializer_list<std::pair<char const *, char const *>>{{"--depth", "1"},
-                                                                      {"--depth", "30"},
-                                                                      {"--depth", "-1"},
-                                                                      {"--depth", "eight"},
-                                                                      {"--depth", "99999999999"},
-                                                                      {"--solver", "7"},
-                                                                      {"--subdivision", "0"},
-                                                                      {"--subdivision", "nan"},
-                                                                      {"--kernel-scale", "inf"},
-                                                                      {"--tolerance", "0"},
-                                                                      {"--threads", "-1"},
-                                                                      {"--max-memory", "nan"},
-                                                                      {"--unknown", "--open"}})
-        EXPECT_THROW(parse({"in.ply", "-o", "out.ply", name, value}), UsageError) << name << ' ' << value;
+    std::istringstream pairs(
+        "--depth 1 --depth 30 --depth -1 --depth eight --depth 99999999999 --solver 7 --subdivision 0 "
+        "--subdivision nan --kernel-scale inf --tolerance 0 --threads -1 --max-memory nan --unknown --open");
+    for (std::string name, value; pairs >> name >> value;)
+        EXPECT_THROW(parse({"in.ply", "-o", "out.ply", name.c_str(), value.c_str()}), UsageError)
+            << name << ' ' << value;
     EXPECT_THROW(parse({"in.ply", "-o", "out.ply", "--depth", "0", "--corner"}), UsageError);
     EXPECT_EQ(parse({"in.ply", "-o", "out.ply", "--depth", "1", "--corner"})->params.getOctreeDepth(), 1);
 }

@@ -13,10 +13,9 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,40 +44,22 @@ qz_sampling::Cloud sphereCloud(std::size_t points)
     return qz_sampling::sampleCloud(*qz_sampling::makeShape("sphere"), sampling);
 }
 
-std::string contents(std::string const & path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
-
 /// Runs the program in a folder of its own, which holds the oriented points of a sphere in `cloud()`.
-class Qzrecon : public testing::Test
+class Qzrecon : public testing::Test, protected qz_test::TestFolder
 {
 protected:
-    Qzrecon()
-        : m_folder(fs::path(testing::TempDir()) /
-                   ("qzrecon-test-" + std::to_string(getpid()) + "-" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name()))
-    {
-        fs::create_directories(m_folder);
-        qz_sampling::writeCloud(sphereCloud(20000), cloud());
-    }
-    ~Qzrecon() override { fs::remove_all(m_folder); }
+    Qzrecon() { qz_sampling::writeCloud(sphereCloud(20000), cloud()); }
 
-    std::string path(std::string const & name) const { return (m_folder / name).string(); }
     std::string cloud() const { return path("cloud.ply"); }
-    std::string write(std::string const & name, std::string const & text) const
-    {
-        std::ofstream(path(name), std::ios::binary) << text;
-        return path(name);
-    }
 
-    std::set<std::string> files() const
+    /// Points without normals.
+    std::string writeBareCloud() const
     {
-        std::set<std::string> names;
-        for (auto const & entry : fs::directory_iterator(m_folder))
-            names.insert(entry.path().filename().string());
-        return names;
+        std::ostringstream text;
+        std::vector<float> const positions = sphereCloud(8000).positions;
+        for (std::size_t i = 0; i < positions.size(); ++i)
+            text << positions[i] << (i % 3 == 2 ? '\n' : ' ');
+        return write("bare.xyz", text.str());
     }
 
     static Arguments commandLine(Arguments arguments)
@@ -107,21 +88,24 @@ protected:
         SCOPED_TRACE(all);
         std::set<std::string> const before = files();
         EXPECT_EQ(run(arguments, prepare), code);
-        std::string complaint = errors;
-        if (complaint.find("qzrecon: ") != std::string::npos)
-            complaint =
-                complaint.substr(complaint.find("qzrecon: ")); // behind the progress, if it came so far
+        std::size_t const begin = errors.find("qzrecon: "); // behind the progress, if it came so far
+        std::string const complaint = errors.substr(begin == std::string::npos ? 0 : begin);
         EXPECT_THAT(complaint, AllOf(StartsWith("qzrecon: "), HasSubstr(sentence)));
         EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1) << complaint;
         EXPECT_EQ(output, "");
         EXPECT_EQ(files(), before);
     }
 
-    std::string output;
-    std::string errors;
+    /// The only mesh of a file.
+    static aiMesh const & readMesh(Assimp::Importer & importer, std::string const & mesh)
+    {
+        aiScene const * const scene = importer.ReadFile(mesh, 0);
+        if (!scene || scene->mNumMeshes != 1)
+            throw std::runtime_error(importer.GetErrorString());
+        return *scene->mMeshes[0];
+    }
 
-private:
-    fs::path m_folder;
+    std::string output, errors;
 };
 
 } // namespace
@@ -133,9 +117,7 @@ TEST_F(Qzrecon, writesTheClosedMesh)
         std::string const mesh = path(std::string("mesh.") + ending);
         ASSERT_EQ(run({cloud(), "-o", mesh, "--depth", "5", "--normals"}), 0) << errors;
         Assimp::Importer importer;
-        aiScene const * const scene = importer.ReadFile(mesh, 0);
-        ASSERT_TRUE(scene) << importer.GetErrorString();
-        aiMesh const & read = *scene->mMeshes[0];
+        aiMesh const & read = readMesh(importer, mesh);
         EXPECT_GT(read.mNumFaces, 500u);
         EXPECT_THAT(output,
                     AllOf(StartsWith(mesh + ": "),
@@ -165,7 +147,7 @@ TEST_F(Qzrecon, theSameCloudGivesTheSameFile)
         way.insert(way.end(), {"-o", path("mesh.ply"), "--depth", "6", "--normals", "--quiet"});
         ASSERT_EQ(run(way), 0) << errors;
         EXPECT_EQ(output + errors, "") << "quiet";
-        std::string const mesh = contents(path("mesh.ply"));
+        std::string const mesh = contents("mesh.ply");
         EXPECT_GT(mesh.size(), 10000u);
         if (first.empty())
             first = mesh;
@@ -186,7 +168,7 @@ TEST_F(Qzrecon, progressOnAFileIsALinePerPhase)
                                         "update right part", "solve", "iso-value", "iso-surface", "write"}));
     for (std::string const & phase : phases)
         EXPECT_THAT(output, HasSubstr(" " + phase + " "));
-    std::string const log = contents(path("log.txt"));
+    std::string const log = contents("log.txt");
     EXPECT_THAT(log, AllOf(StartsWith("Volumetric triangulation core started\nOctree depth: 5\n"),
                            HasSubstr("\nVolumetric triangulation core completed\n")));
     ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5", "--no-phase-names"}), 0);
@@ -217,22 +199,49 @@ TEST_F(Qzrecon, progressOnATerminalIsABar)
                 AllOf(HasSubstr("[####"), HasSubstr("%"), HasSubstr(" s  solve"), HasSubstr("iso-surface")));
 }
 
-TEST_F(Qzrecon, badInputEndsInOneSentence)
+TEST_F(Qzrecon, complaintsAreOneSentenceAndLeaveNothing)
 {
     std::string const out = path("mesh.ply");
-    std::string const cut = contents(cloud()).substr(0, 300000);
-    expectComplaint(2, {path("missing.ply"), "-o", out}, "No such file");
-    expectComplaint(2, {path(""), "-o", out}, "not a regular file");
-    expectComplaint(2, {write("cloud.abc", "1 2 3 0 0 1\n"), "-o", out}, "unknown input format \".abc\"");
-    expectComplaint(2, {cloud(), "-o", path("mesh.abc")}, "unknown output format \".abc\"");
-    expectComplaint(2, {write("cut.ply", cut), "-o", out}, "is truncated");
-    expectComplaint(2, {write("zero.xyz", "1 2 3 0 0 0\n"), "-o", out}, "all normals of the input are zero");
-    expectComplaint(2, {cloud(), "-o", out, "--depth", "1"}, "depth 1 is out of range: 2 to 29");
-    expectComplaint(2, {cloud(), "-o", out, "--max-memory", "0.001"}, "not enough memory");
-    expectComplaint(2, {cloud(), "-o", out, "--depth", "29", "--max-memory", "0.2"}, "not enough memory");
-    expectComplaint(2, {cloud(), "-o", cloud()}, "would replace the input");
-    expectComplaint(2, {cloud()}, "--output is required");
-    expectComplaint(2, {cloud(), "-o", out, "--frobnicate"}, "--frobnicate");
+    std::string const cut = write("cut.ply", contents("cloud.ply").substr(0, 300000));
+    std::string const zero = write("zero.xyz", "1 2 3 0 0 0\n"), bare = writeBareCloud();
+    std::string const line = write("line.xyz", "1 1 1\n2 2 2\n3 3 3\n4 4 4\n");
+    std::string const foreign = write("cloud.abc", "1 2 3 0 0 1\n");
+    fs::create_directory(path("taken.ply"));
+    struct Case
+    {
+        int code;
+        Arguments arguments;
+        char const * sentence;
+    };
+    Case const cases[] = {
+        {2, {path("missing.ply"), "-o", out}, "No such file"},
+        {2, {path(""), "-o", out}, "not a regular file"},
+        {2, {foreign, "-o", out}, "unknown input format \".abc\""},
+        {2, {cloud(), "-o", path("mesh.abc")}, "unknown output format \".abc\""},
+        {2, {cut, "-o", out}, "is truncated"},
+        {2, {zero, "-o", out}, "all normals of the input are zero"},
+        {2, {cloud(), "-o", out, "--depth", "1"}, "depth 1 is out of range: 2 to 29"},
+        {2, {cloud(), "-o", out, "--max-memory", "0.001"}, "not enough memory"},
+        {2, {cloud(), "-o", out, "--depth", "29", "--max-memory", "0.2"}, "not enough memory"},
+        {2, {cloud(), "-o", cloud()}, "would replace the input"},
+        {2, {cloud()}, "--output is required"},
+        {2, {cloud(), "-o", out, "--frobnicate"}, "--frobnicate"},
+        {2, {bare, "-o", out}, "no normals"},
+        {2, {bare, "-o", out, "--estimate-normals", "2"}, "3 to 1000"},
+        {2, {bare, "-o", out, "--viewpoint", "1", "2", "3"}, "--estimate-normals"},
+        {2, {bare, "-o", out, "--estimate-normals", "9", "--max-memory", "0.001"}, "normals of 8000"},
+        {2, {line, "-o", out, "--estimate-normals", "9"}, "no normals can be estimated"},
+        {3, {cloud(), "-o", path("no/folder/mesh.ply")}, "there is no folder"},
+        {3, {cloud(), "-o", path("taken.ply")}, "it is a folder"},
+        {3, {cloud(), "-o", out, "--log", path("no/log.txt")}, "cannot write the log"},
+    };
+    for (Case const & one : cases)
+        expectComplaint(one.code, one.arguments, one.sentence);
+    for (char const * name : {"mesh.ply", "mesh.gltf"})
+        expectComplaint(3, {cloud(), "-o", path(name), "-d", "5"}, "File too large", [] {
+            rlimit const few{16384, 16384};
+            setrlimit(RLIMIT_FSIZE, &few);
+        });
 }
 
 TEST_F(Qzrecon, TheMemoryThatItAsksForIsWhatItTakes)
@@ -261,12 +270,7 @@ TEST_F(Qzrecon, TheMemoryThatItAsksForIsWhatItTakes)
 
 TEST_F(Qzrecon, bareCloudsGetNormals)
 {
-    qz_sampling::Cloud const sphere = sphereCloud(8000);
-    std::ostringstream text;
-    for (std::size_t i = 0; i < sphere.positions.size(); i += 3)
-        text << sphere.positions[i] << ' ' << sphere.positions[i + 1] << ' ' << sphere.positions[i + 2]
-             << '\n';
-    std::string const bare = write("bare.xyz", text.str()), mesh = path("mesh.ply");
+    std::string const bare = writeBareCloud(), mesh = path("mesh.ply");
     // From outside the estimated normals make the same solid; from its centre they all are turned inwards,
     // and the vertex normals, which follow the gradient, with them.
     for (bool fromCentre : {false, true}) {
@@ -275,37 +279,13 @@ TEST_F(Qzrecon, bareCloudsGetNormals)
             arguments.insert(arguments.end(), {"--viewpoint", "0", "0", "0"});
         ASSERT_EQ(run(arguments), 0) << errors;
         Assimp::Importer importer;
-        aiScene const * const scene = importer.ReadFile(mesh, 0);
-        ASSERT_NE(scene, nullptr);
-        aiMesh const & made = *scene->mMeshes[0];
+        aiMesh const & made = readMesh(importer, mesh);
         ASSERT_GT(made.mNumVertices, 500u);
         for (unsigned i = 0; i < made.mNumVertices; ++i) {
             EXPECT_NEAR(made.mVertices[i].Length(), 1, 0.03);
             EXPECT_EQ(made.mVertices[i] * made.mNormals[i] < 0, fromCentre);
         }
     }
-    expectComplaint(2, {bare, "-o", mesh}, "no normals");
-    expectComplaint(2, {bare, "-o", mesh, "--estimate-normals", "2"}, "3 to 1000");
-    expectComplaint(2, {bare, "-o", mesh, "--viewpoint", "1", "2", "3"}, "--estimate-normals");
-    expectComplaint(2, {bare, "-o", mesh, "--estimate-normals", "9", "--max-memory", "0.001"},
-                    "normals of 8000");
-    expectComplaint(
-        2, {write("line.xyz", "1 1 1\n2 2 2\n3 3 3\n4 4 4\n"), "-o", mesh, "--estimate-normals", "9"},
-        "no normals can be estimated");
-}
-
-TEST_F(Qzrecon, failuresOfTheOutputLeaveNothing)
-{
-    expectComplaint(3, {cloud(), "-o", path("no/folder/mesh.ply")}, "there is no folder");
-    fs::create_directory(path("taken.ply"));
-    expectComplaint(3, {cloud(), "-o", path("taken.ply")}, "it is a folder");
-    expectComplaint(3, {cloud(), "-o", path("mesh.ply"), "--log", path("no/log.txt")},
-                    "cannot write the log");
-    for (char const * name : {"mesh.ply", "mesh.gltf"})
-        expectComplaint(3, {cloud(), "-o", path(name), "-d", "5"}, "File too large", [] {
-            rlimit const few{16384, 16384};
-            setrlimit(RLIMIT_FSIZE, &few);
-        });
 }
 
 TEST_F(Qzrecon, anInterruptionAtAnyMomentLeavesNoFile)
@@ -313,11 +293,11 @@ TEST_F(Qzrecon, anInterruptionAtAnyMomentLeavesNoFile)
     using Clock = std::chrono::steady_clock;
     std::set<std::string> const before = files();
     Arguments const arguments = commandLine({cloud(), "-o", path("mesh.gltf"), "-d", "6"});
+    auto const removeMesh = [&] { return fs::remove(path("mesh.gltf")) && fs::remove(path("mesh.bin")); };
     Clock::time_point const start = Clock::now();
     ASSERT_EQ(ChildProcess(arguments).wait(), 0);
     Clock::duration const whole = Clock::now() - start;
-    fs::remove(path("mesh.gltf"));
-    fs::remove(path("mesh.bin"));
+    EXPECT_TRUE(removeMesh());
 
     int const moments = 12;
     int interrupted = 0;
@@ -331,15 +311,12 @@ TEST_F(Qzrecon, anInterruptionAtAnyMomentLeavesNoFile)
             process.send(SIGINT); // impatience
         int const code = process.wait();
         std::chrono::duration<double> const took = Clock::now() - asked;
-        if (code == 0) { // done before the signal was seen
-            EXPECT_EQ(files().size(), before.size() + 2);
-            fs::remove(path("mesh.gltf"));
-            fs::remove(path("mesh.bin"));
+        EXPECT_EQ(removeMesh(), code == 0); // done before the signal was seen
+        EXPECT_EQ(files(), before);
+        if (code == 0)
             continue;
-        }
         ++interrupted;
         EXPECT_EQ(code, 130);
-        EXPECT_EQ(files(), before);
         EXPECT_LT(took.count(), QZ_SANITIZED ? 2.0 : 0.5)
             << "promised is 0.2 s on a machine that is not busy";
         EXPECT_THAT(process.errors(), HasSubstr("interrupted"));

@@ -3,34 +3,22 @@
 #include <apps/sampling/SampleShapes.h>
 
 #include <gtest/gtest.h>
+#include <support/TestFolder.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <set>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
 
-class SampleProgram : public testing::Test
+class SampleProgram : public testing::Test, protected qz_test::TestFolder
 {
 protected:
-    SampleProgram()
-        : m_folder(std::filesystem::temp_directory_path() / ("qz-sample-program-" + std::to_string(getpid())))
-    {
-        std::filesystem::create_directories(m_folder);
-    }
-    ~SampleProgram() override { std::filesystem::remove_all(m_folder); }
-
-    std::string path(std::string const & name) const { return (m_folder / name).string(); }
-
     // Exit code of the program; what it prints goes to the file "output".
     int run(std::string const & arguments) const
     {
@@ -39,13 +27,6 @@ protected:
         int const status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    std::string content(std::string const & name) const
-    {
-        std::ifstream file(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
-
-    std::filesystem::path const m_folder;
 };
 
 } // namespace
@@ -58,7 +39,7 @@ TEST_F(SampleProgram, AllFormatsHoldTheSameCloud)
     options.noise = 0.01;
     qz_sampling::Cloud const cloud = sampleCloud(*qz_sampling::makeShape("sheet"), options);
     for (std::string const name : {"a.ply", "a.obj", "a.XYZ"}) {
-        ASSERT_EQ(run("sheet -n 500 --seed 3 --noise 0.01 -o '" + path(name) + "'"), 0) << content("output");
+        ASSERT_EQ(run("sheet -n 500 --seed 3 --noise 0.01 -o '" + path(name) + "'"), 0) << contents("output");
         qz_io::PointCloud const read = qz_io::readCloud(path(name), nullptr);
         EXPECT_EQ(read.coords, cloud.positions) << name;
         EXPECT_EQ(read.normals, cloud.normals) << name;
@@ -66,36 +47,36 @@ TEST_F(SampleProgram, AllFormatsHoldTheSameCloud)
         EXPECT_TRUE(std::equal(read.boundary.begin(), read.boundary.end(), cloud.boundaryMarks.begin()));
     }
     ASSERT_EQ(run("sphere -n 7 -o '" + path("closed.ply") + "'"), 0);
-    EXPECT_EQ(content("closed.ply").find("boundary"), std::string::npos);
+    EXPECT_EQ(contents("closed.ply").find("boundary"), std::string::npos);
 }
 
 TEST_F(SampleProgram, BadArgumentsAreNamedAndLeaveNoFile)
 {
     std::string const output = " -o '" + path("x.ply") + "'";
-    std::vector<std::pair<std::string, std::string>> const cases = {
-        {"", "shape"},
-        {"sphere", "output"},
-        {"cube" + output, "cube"},
-        {"sphere -n 0" + output, "points"},
-        {"sphere -n many" + output, "many"},
-        {"sphere --noise nan" + output, "nan"},
-        {"sphere --noise -0.1" + output, "-0.1"},
-        {"sphere --density-ratio inf" + output, "inf"},
-        {"sphere -o '" + path("x.doc") + "'", "x.doc"},
+    std::filesystem::create_directory(path("taken.ply"));
+    struct Case
+    {
+        int code;
+        std::string arguments, word;
     };
-    for (auto const & [arguments, word] : cases) {
-        EXPECT_EQ(run(arguments), 2) << arguments;
-        EXPECT_NE(content("output").find(word), std::string::npos) << content("output");
+    Case const cases[] = {
+        {2, "", "shape"},
+        {2, "sphere", "output"},
+        {2, "cube" + output, "cube"},
+        {2, "sphere -n 0" + output, "points"},
+        {2, "sphere -n many" + output, "many"},
+        {2, "sphere --noise nan" + output, "nan"},
+        {2, "sphere --noise -0.1" + output, "-0.1"},
+        {2, "sphere --density-ratio inf" + output, "inf"},
+        {2, "sphere -o '" + path("x.doc") + "'", "x.doc"},
+        {1, "sphere -n 5 -o '" + path("missing/x.ply") + "'", "missing"},
+        {1, "sphere -n 5 -o '" + path("taken.ply") + "'", "taken"},
+        {0, "--help", "Example:"},
+        {0, "--version", " 1."},
+    };
+    for (auto const & [code, arguments, word] : cases) {
+        EXPECT_EQ(run(arguments), code) << arguments;
+        EXPECT_NE(contents("output").find(word), std::string::npos) << contents("output");
     }
-    EXPECT_EQ(run("sphere -n 5 -o '" + path("missing/x.ply") + "'"), 1);
-    std::filesystem::create_directories(m_folder / "taken.ply" / "inside");
-    EXPECT_EQ(run("sphere -n 5 -o '" + path("taken.ply") + "'"), 1);
-    EXPECT_EQ(run("--help"), 0);
-    EXPECT_NE(content("output").find("Example:"), std::string::npos);
-    EXPECT_EQ(run("--version"), 0);
-
-    std::size_t files = 0;
-    for (auto const & entry : std::filesystem::directory_iterator(m_folder))
-        files += entry.is_regular_file() ? 1 : 0;
-    EXPECT_EQ(files, 1U);
+    EXPECT_EQ(files(), (std::set<std::string>{"output", "taken.ply"}));
 }
