@@ -6,6 +6,7 @@
 #include <QZsys/Progress.h>
 
 #include <gtest/gtest.h>
+#include <support/Recorders.h>
 
 #include <algorithm>
 #include <atomic>
@@ -73,20 +74,6 @@ double jobOfManyLoops(int threads, int loops)
     return std::accumulate(values.begin(), values.end(), 0.0);
 }
 
-class ThreadCheckingCounter final : public CProgressCounter
-{
-public:
-    int reports = 0;
-    std::thread::id const thread = std::this_thread::get_id();
-
-private:
-    void onPosition(double) override
-    {
-        ++reports;
-        EXPECT_EQ(std::this_thread::get_id(), thread);
-    }
-};
-
 } // namespace
 
 TEST(LoopTeamTest, callsEachIndexOnceOnSlotsOfTheirOwn)
@@ -114,16 +101,15 @@ TEST(LoopTeamTest, passesTheExceptionOfTheLeastIndexOn)
 {
     for (int threads : {1, 2, 8})
         for (int least : {0, 40, 99}) {
+            auto const failing = [least](int index) {
+                if (index >= least)
+                    throw index;
+            };
             try {
-                LoopTeam::run(threads, nullptr, [least](LoopTeam & team) {
-                    team.forEach(100, [least](int index) {
-                        if (index >= least)
-                            throw std::runtime_error(std::to_string(index));
-                    });
-                });
+                LoopTeam::run(threads, nullptr, [&](LoopTeam & team) { team.forEach(100, failing); });
                 ADD_FAILURE();
-            } catch (std::runtime_error const & error) {
-                EXPECT_EQ(error.what(), std::to_string(least));
+            } catch (int const index) {
+                EXPECT_EQ(index, least);
             }
         }
 }
@@ -138,23 +124,25 @@ TEST(LoopTeamTest, givesMoreThreadsThanThereAreCores)
 TEST(LoopTeamTest, servesAndInterruptsOnTheCallingThread)
 {
     for (int threads : {1, 2, 4}) {
-        ThreadCheckingCounter counter;
+        qz_test::ProgressRecorder counter;
         std::atomic<int> called{0}, interruptAt{0};
         auto const longLoop = [&](LoopTeam & team) {
-            auto const body = [&](int) {
-                std::this_thread::sleep_for(milliseconds(1));
-                if (++called == interruptAt)
-                    counter.interrupt();
-            };
             team.setPosition(0.25);
-            team.forEach(400, body, 0.75);
+            team.forEach(
+                400,
+                [&](int) {
+                    std::this_thread::sleep_for(milliseconds(1));
+                    if (++called == interruptAt)
+                        counter.interrupt();
+                },
+                0.75);
         };
         auto const start = steady_clock::now();
         LoopTeam::run(threads, &counter, longLoop);
         std::chrono::duration<double> const seconds = steady_clock::now() - start;
         EXPECT_EQ(counter.getPosFloat(), 0.75);
-        EXPECT_GE(counter.reports, 4);
-        EXPECT_LE(counter.reports, 4 + seconds.count() / 0.015);
+        EXPECT_GE(counter.positions.size(), 4u);
+        EXPECT_LE(double(counter.positions.size()), 4 + seconds.count() / 0.015);
 
         called = 0;
         interruptAt = 10;
@@ -197,11 +185,9 @@ TEST(LoopTeamDeathTest, processesEndWhileJobsRun)
         std::atomic<bool> hasBegun{false};
         std::thread([&] {
             LoopTeam::run(4, nullptr, [&](LoopTeam & team) {
-                for (;;) {
+                for (;; hasBegun = true)
                     team.forEach(100,
                                  [](int) { std::this_thread::sleep_for(std::chrono::microseconds(50)); });
-                    hasBegun = true;
-                }
             });
         }).detach();
         while (!hasBegun)
@@ -219,9 +205,8 @@ TEST(LoopTeamDeathTest, worksWithTheThreadsThatCanBeHad)
 #endif
     // Left without the end of static objects: threads of other libraries wait there for their memory.
     auto const work = [](rlim_t spare) {
-        std::ifstream statm("/proc/self/statm");
         rlim_t pages = 0;
-        statm >> pages;
+        std::ifstream("/proc/self/statm") >> pages;
         rlim_t const bytes = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (spare << 20);
         rlimit const tight{bytes, bytes};
         double const expected = jobOfManyLoops(1, 10);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/LinSys/CsrMatrix.h>
+#include <QZmath/LinSys/VPLSstorage.h>
 
 #include <gtest/gtest.h>
 
@@ -11,12 +12,14 @@
 #include <utility>
 #include <vector>
 
-#include <support/SparseSystems.h>
+#include <support/SolverSystems.h>
 
 using namespace REmath;
 
 namespace
 {
+
+using T = float;
 
 using testSupport::DenseMatrix;
 
@@ -34,7 +37,6 @@ DenseMatrix randomMatrix(int size, double density, bool upperOnly, std::mt19937 
     return dense;
 }
 
-template <class T>
 CCSRSquareMatrix<T> makeCsr(DenseMatrix const & dense, int base, bool upperOnly)
 {
     CCSRSquareMatrix<T> matrix;
@@ -48,7 +50,6 @@ CCSRSquareMatrix<T> makeCsr(DenseMatrix const & dense, int base, bool upperOnly)
 }
 
 /// Is `matrix` the block of `dense` from row and column `first` on, without zeros?
-template <class T>
 void expectHolds(ICsrMatrix<T> const & matrix, DenseMatrix const & dense, int first, bool upperOnly)
 {
     int const base = matrix.getIndexBase();
@@ -67,44 +68,10 @@ void expectHolds(ICsrMatrix<T> const & matrix, DenseMatrix const & dense, int fi
     ASSERT_EQ(matrix.getNonZeroValuesNumber(), position);
 }
 
-/// Answers for a dense matrix as a system does; from a number of queries on it answers differently.
-template <class T>
-class DenseSystem : public ILinearSystemReadOnly<T>
-{
-public:
-    explicit DenseSystem(DenseMatrix matrix, int queriesBeforeDrift = INT_MAX)
-        : m_dense(std::move(matrix)), m_queriesLeft(queriesBeforeDrift)
-    {}
-
-private:
-    bool onIsCorrectlyDefinedSystem() const override { return true; }
-    void onSetSingleRightPart(T *, IVertexPosInformer<T> const &) const override {}
-    int onGetEquationsNumber() const override { return m_dense.size; }
-    T onScalarProductByMatrixRow(int, int, T const *) const override { return 0; }
-    T onGetFreeVertCoeff(int row, int column) const override
-    {
-        return m_queriesLeft-- > 0 ? T(m_dense(row, column)) : T(1);
-    }
-    void onSetSingleSolution(T const *, IEqSysResultReciever<T> &) const override {}
-    bool onIsSymmetric() const override { return false; }
-    bool onIsPositiveDefinite() const override { return false; }
-
-    DenseMatrix m_dense;
-    mutable int m_queriesLeft;
-};
-
-template <class T>
-class CsrMatrixTest : public testing::Test
-{};
-
-using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(CsrMatrixTest, Scalars, );
-
 } // namespace
 
-TYPED_TEST(CsrMatrixTest, FillerTakesAscendingElementsUpToTheirNumber)
+TEST(CsrMatrixTest, FillerTakesAscendingElementsUpToTheirNumber)
 {
-    using T = TypeParam;
     struct Case
     {
         int size;
@@ -178,16 +145,15 @@ TYPED_TEST(CsrMatrixTest, FillerTakesAscendingElementsUpToTheirNumber)
     EXPECT_FALSE(filler.pushByRawNextNonZeroElement(1, 0, 1));
 }
 
-TYPED_TEST(CsrMatrixTest, ProductsAgreeWithTheDenseMatrix)
+TEST(CsrMatrixTest, ProductsAgreeWithTheDenseMatrix)
 {
-    using T = TypeParam;
     std::mt19937 random(11);
     for (int round = 0; round < 120; ++round) {
         int const size = 1 + int(random() % 70);
         bool const upperOnly = round % 2 == 0;
         int const base = round / 2 % 2;
         DenseMatrix const dense = randomMatrix(size, round % 5 * 0.25, upperOnly, random);
-        CCSRSquareMatrix<T> const matrix = makeCsr<T>(dense, base, upperOnly);
+        CCSRSquareMatrix<T> const matrix = makeCsr(dense, base, upperOnly);
         std::vector<T> vector, expected;
         for (int row = 0; row < size; ++row)
             vector.push_back(T(int(random() % 64) - 32));
@@ -216,48 +182,38 @@ TYPED_TEST(CsrMatrixTest, ProductsAgreeWithTheDenseMatrix)
     EXPECT_EQ(result, before);
 }
 
-TYPED_TEST(CsrMatrixTest, SubMatrixIsTheBlockOfTheDenseMatrix)
+TEST(CsrMatrixTest, SubMatrixIsTheBlockOfTheDenseMatrix)
 {
-    using T = TypeParam;
     std::mt19937 random(12);
     for (int round = 0; round < 60; ++round) {
         int const size = 1 + int(random() % 12), base = int(random() % 2);
         bool const upperOnly = random() % 2 == 0;
         DenseMatrix const dense = randomMatrix(size, 0.4, upperOnly, random);
-        CCSRSquareMatrix<T> const matrix = makeCsr<T>(dense, base, upperOnly);
+        CCSRSquareMatrix<T> const matrix = makeCsr(dense, base, upperOnly);
         for (int first = -1; first <= size + 1; ++first)
             for (int last = -1; last <= size + 1; ++last) {
                 CCSRSquareMatrix<T> block(matrix);
                 block.makeSelfSubMatrix(first, last, round % 2 == 0 ? block : matrix);
                 bool const isRange = first >= 0 && first <= last && last <= size;
                 ASSERT_EQ(block.getMatrixSize(), isRange ? last - first : 0);
-                ASSERT_NO_FATAL_FAILURE(expectHolds<T>(block, dense, std::max(first, 0), upperOnly));
+                ASSERT_NO_FATAL_FAILURE(expectHolds(block, dense, std::max(first, 0), upperOnly));
             }
     }
 }
 
-TYPED_TEST(CsrMatrixTest, ConversionCopiesEveryElementThatIsNotZero)
+TEST(CsrMatrixTest, ConversionCopiesEveryElementThatIsNotZero)
 {
-    using T = TypeParam;
     std::mt19937 random(13);
     for (int round = 0; round < 60; ++round) {
-        int const size = round % 12, base = int(random() % 2);
+        int const size = 1 + round % 12, base = int(random() % 2);
         bool const upperOnly = random() % 2 == 0;
         DenseMatrix const dense = randomMatrix(size, 0.3, false, random);
-        DenseSystem<T> const system(dense);
+        CVPLSstorage<T, CStdVectorAsVPLSstorageRow> system;
+        testSupport::stateSystem<T>(system, dense, std::vector<double>(std::size_t(size), -0.0));
         CCSRSquareMatrix<T> const matrix = LinearSystem2CsrMatrix<T>(system, base, upperOnly);
-        EXPECT_FALSE(matrix.isUpperTriangleOnlyStored());
+        EXPECT_FALSE(matrix.isUpperTriangleOnlyStored()); // not even then
         ASSERT_EQ(matrix.getMatrixSize(), size);
-        ASSERT_NO_FATAL_FAILURE(expectHolds<T>(matrix, dense, 0, upperOnly));
+        ASSERT_NO_FATAL_FAILURE(expectHolds(matrix, dense, 0, upperOnly));
         EXPECT_THROW(LinearSystem2CsrMatrix<T>(system, 2, upperOnly), std::logic_error);
-    }
-    DenseMatrix zeros(2);
-    zeros(0, 1) = -0.0;
-    EXPECT_EQ(LinearSystem2CsrMatrix<T>(DenseSystem<T>(zeros), 1, false).getNonZeroValuesNumber(), 0);
-    try {
-        LinearSystem2CsrMatrix<T>(DenseSystem<T>(zeros, 4), 1, false);
-        FAIL() << "a system that changes was taken";
-    } catch (std::logic_error const & error) {
-        EXPECT_STREQ(error.what(), "REmath::LinearSystem2CsrMatrix internal error");
     }
 }

@@ -14,19 +14,13 @@ using namespace REmath;
 namespace
 {
 
-template <class T>
-class CsrStorageTest : public testing::Test
-{};
-
-using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(CsrStorageTest, Scalars, );
+using T = double;
 
 } // namespace
 
 // A row that comes whole must do what its elements would, also when something in it is wrong.
-TYPED_TEST(CsrStorageTest, WholeRowsStoreUpToTheFirstWrongElement)
+TEST(CsrStorageTest, WholeRowsStoreUpToTheFirstWrongElement)
 {
-    using T = TypeParam;
     int spoiled = 0;
     for (unsigned seed = 0; seed < 1000; ++seed) {
         std::mt19937 random(seed);
@@ -75,9 +69,8 @@ TYPED_TEST(CsrStorageTest, WholeRowsStoreUpToTheFirstWrongElement)
     EXPECT_LT(spoiled, 900);
 }
 
-TYPED_TEST(CsrStorageTest, MisuseSpoils)
+TEST(CsrStorageTest, MisuseSpoils)
 {
-    using T = TypeParam;
     CVertexLinearCombination<T> equation;
     equation.AddVertex(1, 1);
     equation.AddVertex(2, 1);
@@ -111,9 +104,8 @@ TYPED_TEST(CsrStorageTest, MisuseSpoils)
     EXPECT_FALSE(isSpoiledBy(0, 1, &value, &column));
 }
 
-TYPED_TEST(CsrStorageTest, CopyHasNoOpenMatrix)
+TEST(CsrStorageTest, CopyHasNoOpenMatrix)
 {
-    using T = TypeParam;
     CCSRSstorage<T> storage;
     for (int vertex = 0; vertex < 3; ++vertex)
         storage.DefineFreeVertex(vertex);
@@ -137,9 +129,8 @@ TYPED_TEST(CsrStorageTest, CopyHasNoOpenMatrix)
     EXPECT_EQ(std::vector<T>(storage.getCsrValues(), storage.getCsrValues() + 3), (std::vector<T>{2, 4, -1}));
 }
 
-TYPED_TEST(CsrStorageTest, RoomIsReservedWheneverItIsAskedFor)
+TEST(CsrStorageTest, RoomIsReservedWheneverItIsAskedFor)
 {
-    using T = TypeParam;
     int const size = 200, perRow = 3;
     for (int const definedBefore : {0, 1, 120, size}) {
         SCOPED_TRACE(definedBefore);

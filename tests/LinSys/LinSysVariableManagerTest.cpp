@@ -18,8 +18,9 @@ using namespace REmath;
 namespace
 {
 
+using T = float;
+
 /// The smallest storage: keeps the free terms of every equation as they came.
-template <class T>
 class ListStorage : public CLinSysVariableManager<T>
 {
 public:
@@ -38,12 +39,11 @@ private:
     {
         m_rows.push_back(row);
         if (m_failsNext)
-            this->Spoil();
+            Spoil();
     }
     bool areFreeVariablesDefined() const override { return !m_rows.empty(); }
 };
 
-template <class T>
 class ListReceiver : public IEqSysResultReciever<T>
 {
 public:
@@ -51,7 +51,6 @@ public:
     std::vector<std::pair<int, T>> m_received;
 };
 
-template <class T>
 CVertexLinearCombination<T> equationOf(std::initializer_list<std::pair<int, T>> const & terms)
 {
     CVertexLinearCombination<T> equation;
@@ -59,13 +58,6 @@ CVertexLinearCombination<T> equationOf(std::initializer_list<std::pair<int, T>> 
         equation.AddVertex(vertex, coeff);
     return equation;
 }
-
-template <class T>
-class LinSysVariableManagerTest : public testing::Test
-{};
-
-using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(LinSysVariableManagerTest, Scalars, );
 
 } // namespace
 
@@ -108,10 +100,9 @@ TEST(VertexNumberingTest, FindsWhatWasAddedWhateverThePattern)
     }
 }
 
-TYPED_TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
+TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
 {
-    using T = TypeParam;
-    using Storage = ListStorage<T>;
+    using Storage = ListStorage;
     struct Case
     {
         char const * what;
@@ -119,7 +110,7 @@ TYPED_TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
         bool isSpoiled;
         int equations;
     };
-    auto const first = equationOf<T>({{1, 3}, {10, 4}}), second = equationOf<T>({{1, 0}, {20, 5}});
+    auto const first = equationOf({{1, 3}, {10, 4}}), second = equationOf({{1, 0}, {20, 5}});
     auto const whole = [&](Storage & storage) {
         storage.AddEquation(first);
         storage.AddEquation(second); // a free term of zero is enough
@@ -143,8 +134,8 @@ TYPED_TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
         {"fixed again", [](Storage & s) { s.DefineFixedVertex(20); }, true, 0},
         {"free too late", [&](Storage & s) { s.AddEquation(first), s.DefineFreeVertex(3); }, true, 1},
         {"fixed too late", [&](Storage & s) { s.AddEquation(first), s.DefineFixedVertex(3); }, true, 1},
-        {"unknown vertex", adding(equationOf<T>({{1, 1}, {5, 1}})), true, 0},
-        {"no free vertex", adding(equationOf<T>({{10, 1}})), true, 0},
+        {"unknown vertex", adding(equationOf({{1, 1}, {5, 1}})), true, 0},
+        {"no free vertex", adding(equationOf({{10, 1}})), true, 0},
         {"no vertex", adding({}), true, 0},
         {"coefficient set", setting(1, 1), false, 1},
         {"row below", setting(-1, 0), true, 1},
@@ -190,21 +181,20 @@ TYPED_TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
     EXPECT_EQ(storage.GetFixedVertexByIndex(1), 10);
     EXPECT_EQ(storage.GetFixedVertCoeff(0, 1), T(4));
     T const solution[2] = {T(7), T(8)};
-    ListReceiver<T> receiver;
+    ListReceiver receiver;
     storage.SetSingleSolution(solution, receiver);
     EXPECT_EQ(receiver.m_received, (std::vector<std::pair<int, T>>{{2, T(7)}, {1, T(8)}}));
 }
 
-TYPED_TEST(LinSysVariableManagerTest, ZeroFixedCoefficientsNeverMeetAPosition)
+TEST(LinSysVariableManagerTest, ZeroFixedCoefficientsNeverMeetAPosition)
 {
-    using T = TypeParam;
-    ListStorage<T> storage;
+    ListStorage storage;
     storage.DefineFreeVertex(1);
     storage.DefineFreeVertex(2);
     storage.DefineFixedVertex(20);
     storage.DefineFixedVertex(10);
-    storage.AddEquation(equationOf<T>({{1, 1}, {10, 2}, {20, T(-0.0)}}));
-    storage.AddEquation(equationOf<T>({{1, 1}, {10, 2}, {20, 1}}));
+    storage.AddEquation(equationOf({{1, 1}, {10, 2}, {20, T(-0.0)}}));
+    storage.AddEquation(equationOf({{1, 1}, {10, 2}, {20, 1}}));
     struct Informer : IVertexPosInformer<T>
     {
         T GetVertexPosition(int vertex) const override

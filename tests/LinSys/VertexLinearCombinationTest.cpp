@@ -14,14 +14,8 @@ using namespace REmath;
 namespace
 {
 
-template <class T>
-class VertexLinearCombinationTest : public testing::Test
-{};
+using T = double;
 
-using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(VertexLinearCombinationTest, Scalars, );
-
-template <class T>
 std::vector<std::pair<int, T>> terms(CVertexLinearCombination<T> const & combination)
 {
     std::vector<std::pair<int, T>> found;
@@ -32,9 +26,8 @@ std::vector<std::pair<int, T>> terms(CVertexLinearCombination<T> const & combina
 
 } // namespace
 
-TYPED_TEST(VertexLinearCombinationTest, BehavesAsAnOrderedMapThatAccumulates)
+TEST(VertexLinearCombinationTest, BehavesAsAnOrderedMapThatAccumulates)
 {
-    using T = TypeParam;
     using Combination = CVertexLinearCombination<T>;
     using Terms = std::vector<std::pair<int, T>>;
     std::mt19937 random(1);
@@ -72,9 +65,8 @@ TYPED_TEST(VertexLinearCombinationTest, BehavesAsAnOrderedMapThatAccumulates)
     }
 }
 
-TYPED_TEST(VertexLinearCombinationTest, IteratorsKeepTheirTermAndCompareByPlace)
+TEST(VertexLinearCombinationTest, IteratorsKeepTheirTermAndCompareByPlace)
 {
-    using T = TypeParam;
     using Iterator = CLinearCombIterator<T>;
     CVertexLinearCombination<T> combination;
     EXPECT_EQ(combination.begin(), combination.end());
@@ -102,9 +94,8 @@ TYPED_TEST(VertexLinearCombinationTest, IteratorsKeepTheirTermAndCompareByPlace)
     EXPECT_NE(copy.begin(), combination.begin());
 }
 
-TYPED_TEST(VertexLinearCombinationTest, EvaluationAsksForVerticesWithACoefficientOnly)
+TEST(VertexLinearCombinationTest, EvaluationAsksForVerticesWithACoefficientOnly)
 {
-    using T = TypeParam;
     struct Informer : IVertexPosInformer<T>
     {
         T GetVertexPosition(int vertex) const override

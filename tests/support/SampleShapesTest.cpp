@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <support/SurfaceScores.h>
-
-#include <QZmath/VolTriang/jbProcess.h>
+#include <apps/sampling/SampleShapes.h>
 
 #include <gtest/gtest.h>
 
@@ -12,51 +10,10 @@ using qz_sampling::Cloud;
 using qz_sampling::Random;
 using qz_sampling::SamplingOptions;
 using qz_sampling::Shape;
-using qz_test::Mesh;
 using REmath::Point3D_d;
 
 namespace
 {
-
-class DistanceField : public jbProcess::Function
-{
-public:
-    explicit DistanceField(Shape const & shape) : m_shape(shape) {}
-    double operator()(Point3D_d const & point, int * flag) const override
-    {
-        // Far from the surface of an open shape the signed distance means nothing.
-        bool const isBeyond = !m_shape.isClosed() && m_shape.distanceToBorder(point) < 0;
-        *flag = isBeyond ? 1 : 0;
-        return m_shape.signedDistance(point);
-    }
-
-private:
-    Shape const & m_shape;
-};
-
-class MeshSink : public jbProcess::TriangleProcessor
-{
-public:
-    int operator()(int a, int b, int c, jbVertices vertices) const override
-    {
-        for (int n = static_cast<int>(m_mesh.vertices.size()); n < vertices.count; ++n)
-            m_mesh.vertices.push_back(vertices.items[n].position);
-        m_mesh.triangles.push_back({a, b, c});
-        return 1;
-    }
-    mutable Mesh m_mesh;
-};
-
-Mesh polygonize(Shape const & shape, double size)
-{
-    DistanceField field(shape);
-    MeshSink sink;
-    jbProcess process;
-    Random random(1);
-    int bounds[3] = {1000, 1000, 1000};
-    EXPECT_EQ(process.polygonize(field, size, bounds, shape.sample(random).position, sink), 0);
-    return std::move(sink.m_mesh);
-}
 
 class SampleShapes : public testing::TestWithParam<std::string>
 {
@@ -73,25 +30,6 @@ INSTANTIATE_TEST_SUITE_P(All, SampleShapes, testing::ValuesIn(qz_sampling::shape
 
 } // namespace
 
-// The distance, the Euler number and the area against a mesh of the distance's zero level.
-TEST_P(SampleShapes, LevelSetOfTheDistanceIsTheShape)
-{
-    Mesh const mesh = polygonize(*m_shape, 0.02);
-    qz_test::Topology const topology = examine(mesh);
-    EXPECT_TRUE(topology.isManifold());
-    EXPECT_EQ(topology.isClosed(), m_shape->isClosed());
-    EXPECT_EQ(topology.components, 1);
-    EXPECT_EQ(topology.eulerNumber(), m_shape->eulerNumber());
-    // The mesh of the open sheet ends up to one cube before the border.
-    EXPECT_NEAR(area(mesh), m_shape->area(), (m_shape->isClosed() ? 0.01 : 0.04) * m_shape->area());
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        auto const isBeyond = [&](Point3D_d const & vertex) {
-            return std::abs(vertex.asArray()[axis]) > m_shape->halfExtent().asArray()[axis] + 1e-4;
-        };
-        EXPECT_TRUE(std::none_of(mesh.vertices.begin(), mesh.vertices.end(), isBeyond));
-    }
-}
-
 TEST_P(SampleShapes, SamplesLieOnTheSurfaceWithItsNormals)
 {
     Random random(2);
@@ -99,6 +37,8 @@ TEST_P(SampleShapes, SamplesLieOnTheSurfaceWithItsNormals)
         qz_sampling::SurfacePoint const point = m_shape->sample(random);
         ASSERT_NEAR(m_shape->signedDistance(point.position), 0, 1e-12);
         ASSERT_NEAR(point.normal.length(), 1, 1e-12);
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            ASSERT_LE(std::abs(point.position.asArray()[axis]), m_shape->halfExtent().asArray()[axis] + 1e-9);
         // A step along the normal has its length as distance, and the same normal.
         double const step = random.uniform(-0.005, 0.005);
         Point3D_d const aside = point.position + point.normal * step;
@@ -106,6 +46,26 @@ TEST_P(SampleShapes, SamplesLieOnTheSurfaceWithItsNormals)
             continue;
         ASSERT_NEAR(m_shape->signedDistance(aside), step, 2e-4);
         ASSERT_GT(m_shape->normalNear(aside).angleCos(point.normal), 0.99);
+    }
+}
+
+// No part of the surface is without samples, and none is there that has no distance.
+TEST_P(SampleShapes, DistanceIsThatToTheNearestOfManySamples)
+{
+    Random random(5);
+    std::vector<Point3D_d> samples;
+    for (int n = 0; n < 20000; ++n)
+        samples.push_back(m_shape->sample(random).position);
+    Point3D_d const half = m_shape->halfExtent();
+    for (int round = 0; round < 300; ++round) {
+        Point3D_d const point(half.x() * random.uniform(-1, 1), half.y() * random.uniform(-1, 1),
+                              half.z() * random.uniform(-1, 1));
+        double nearest = 1e300;
+        for (Point3D_d const & sample : samples)
+            nearest = std::min(nearest, (sample - point).length());
+        if (nearest < 0.15 && m_shape->distanceToBorder(point) > 0) {
+            EXPECT_NEAR(std::abs(m_shape->signedDistance(point)), nearest, 0.05);
+        }
     }
 }
 
