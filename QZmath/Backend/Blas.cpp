@@ -107,6 +107,48 @@ void gemmTransposed(int rows, int columns, int inner, double factor, double cons
                 leadingB, 1.0, c, leadingC);
 }
 
+void addProductTransposed(int rows, int columns, int inner, double const * a, int leadingA, double const * b,
+                          int leadingB, double * c, int leadingC)
+{
+    gemmTransposed(rows, columns, inner, 1.0, a, leadingA, b, leadingB, c, leadingC);
+}
+
+void productTransposed(int rows, int columns, int inner, double const * a, int leadingA, double const * b,
+                       int leadingB, double * c, int leadingC)
+{
+    if (rows <= 0 || columns <= 0)
+        return;
+    cblas_dgemm(CblasColMajor, CblasNoTrans, CblasTrans, rows, columns, inner, 1.0, a, leadingA, b, leadingB,
+                0.0, c, leadingC);
+}
+
+void subtractProduct(bool transposed, int rows, int columns, int inner, double const * a, int leadingA,
+                     double const * b, int leadingB, double * c, int leadingC)
+{
+    if (rows <= 0 || columns <= 0 || inner <= 0)
+        return;
+    CBLAS_TRANSPOSE const form = transposed ? CblasTrans : CblasNoTrans;
+    if (columns == 1)
+        cblas_dgemv(CblasColMajor, form, transposed ? inner : rows, transposed ? rows : inner, -1.0, a,
+                    leadingA, b, 1, 1.0, c, 1);
+    else
+        cblas_dgemm(CblasColMajor, form, CblasNoTrans, rows, columns, inner, -1.0, a, leadingA, b, leadingB,
+                    1.0, c, leadingC);
+}
+
+void solveLower(bool transposed, int size, int columns, double const * lower, int leadingL, double * b,
+                int leadingB)
+{
+    if (size <= 0 || columns <= 0)
+        return;
+    CBLAS_TRANSPOSE const form = transposed ? CblasTrans : CblasNoTrans;
+    if (columns == 1)
+        cblas_dtrsv(CblasColMajor, CblasLower, form, CblasNonUnit, size, lower, leadingL, b, 1);
+    else
+        cblas_dtrsm(CblasColMajor, CblasLeft, CblasLower, form, CblasNonUnit, size, columns, 1.0, lower,
+                    leadingL, b, leadingB);
+}
+
 void solveLowerTransposedFromRight(int rows, int size, double const * lower, int leadingL, double * b,
                                    int leadingB)
 {

@@ -31,6 +31,21 @@ void scal(std::size_t size, double factor, double * x);
 void gemmTransposed(int rows, int columns, int inner, double factor, double const * a, int leadingA,
                     double const * b, int leadingB, double * c, int leadingC);
 
+/// The same with the factor 1, and C = A * B^T, where C need not be initialised.
+void addProductTransposed(int rows, int columns, int inner, double const * a, int leadingA, double const * b,
+                          int leadingB, double * c, int leadingC);
+void productTransposed(int rows, int columns, int inner, double const * a, int leadingA, double const * b,
+                       int leadingB, double * c, int leadingC);
+
+/// C = C - A * B, or C - A^T * B, for column-major A (rows by inner, or inner by rows), B (inner by columns)
+/// and C (rows by columns).
+void subtractProduct(bool transposed, int rows, int columns, int inner, double const * a, int leadingA,
+                     double const * b, int leadingB, double * c, int leadingC);
+
+/// B = L^-1 * B, or L^-T * B, for the lower triangular L (size by size) and column-major B (size by columns).
+void solveLower(bool transposed, int size, int columns, double const * lower, int leadingL, double * b,
+                int leadingB);
+
 /// B = B * L^-T for the lower triangular L (size by size) and column-major B (rows by size).
 void solveLowerTransposedFromRight(int rows, int size, double const * lower, int leadingL, double * b,
                                    int leadingB);

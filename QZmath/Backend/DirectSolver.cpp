@@ -32,8 +32,8 @@ bool CDirectSolver::reorder(CProgressCounter * progress)
         return false;
     m_stage = Stage::defined;
     // LU chooses its order by the values too, when it factors.
-    if (m_definiteness == Definiteness::positiveDefinite && !m_cholesky.analyze(m_pattern, progress))
-        return false;
+    if (m_definiteness == Definiteness::positiveDefinite)
+        m_cholesky.analyze(m_pattern, progress);
     if (progress)
         progress->SetPosFloat(1.0);
     m_stage = Stage::reordered;

@@ -14,8 +14,8 @@ namespace QzBackend
 /// `solve`; the destructor releases everything. `factor` and `solve` may be repeated.
 ///
 /// A stage that fails gives false, prints nothing and leaves the object ready for a new `defineStructure`; a
-/// stage out of turn fails too. Exceptions: what the progress counter throws, and `std::bad_alloc`; both
-/// leave the object valid and nothing leaked.
+/// stage out of turn fails too. Exceptions: what the progress counter throws, and `std::bad_alloc` when memory
+/// is short; both leave the object valid and nothing leaked.
 ///
 /// Positive definite matrices are factored by supernodal Cholesky (`CSparseCholesky`), all others by LU with
 /// pivoting (`CSparseLu`), symmetric ones expanded: saddle points and zeros on the diagonal are no obstacle.
@@ -26,8 +26,9 @@ namespace QzBackend
 /// during `factor`. An object belongs to one thread at a time; any number of objects work at the same time.
 /// The same input gives the same bits, whatever the number of threads.
 ///
-/// Memory in the Cholesky case: about 24 bytes per stored element while the structure is analysed, then 8
-/// bytes per element of the factor and at most 8 per stored element.
+/// Memory in the Cholesky case: about 24 bytes per stored element while the order is chosen, then 8 bytes per
+/// element of the factor and at most 8 per stored element. Cholesky factors run on as many threads as
+/// `CVescaThreadingTasksHelper::getNumOfPhisicalThread` gives.
 class CDirectSolver
 {
 public:
@@ -57,8 +58,8 @@ public:
     bool reorder(CProgressCounter * progress);
 
     /// Factors matrix + `diagonalShift` * identity; the shift is meant for positive definite matrices and
-    /// must be 0 for others. Fails when the matrix is singular or not positive definite as promised, when a
-    /// value is not finite, and when memory is short.
+    /// must be 0 for others. Fails when the matrix is singular or not positive definite as promised, and
+    /// when a value is not finite.
     bool factor(double const * values, CProgressCounter * progress, double diagonalShift = 0.0);
 
     /// Solves for `count` right parts that lie one behind the other, in the order of the matrix. `solutions`

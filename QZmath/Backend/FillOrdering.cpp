@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/FillOrdering.h>
 
+#include <QZmath/Backend/EliminationTree.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <amd.h>
 #include <array>
-#include <cholmod.h>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -312,38 +312,26 @@ std::vector<int> minimumDegree(Graph const & graph)
 }
 
 /// Number of elements of the Cholesky factor of the graph in this order.
-double factorElements(Graph & graph, std::vector<int> & order)
+double factorElements(Graph const & graph, std::vector<int> const & order)
 {
-    cholmod_common common;
-    cholmod_start(&common);
-    common.print = 0;
-    common.error_handler = nullptr;
-    std::size_t const size = order.size();
-    double elements = 0;
-    bool succeeded = false;
-    try {
-        std::vector<int> parent(size), postorder(size), counts(size), first(size), level(size);
-        cholmod_sparse matrix{};
-        matrix.nrow = matrix.ncol = size;
-        matrix.nzmax = graph.neighbours.size();
-        matrix.p = graph.begin.data();
-        matrix.i = graph.neighbours.data();
-        matrix.stype = 1;
-        matrix.itype = CHOLMOD_INT;
-        matrix.xtype = CHOLMOD_PATTERN;
-        matrix.packed = 1;
-        succeeded =
-            cholmod_analyze_ordering(&matrix, CHOLMOD_GIVEN, order.data(), nullptr, 0, parent.data(),
-                                     postorder.data(), counts.data(), first.data(), level.data(), &common);
-        elements = common.lnz;
-    } catch (...) {
-        cholmod_finish(&common);
-        throw;
-    }
-    cholmod_finish(&common);
-    if (!succeeded)
-        throw std::bad_alloc();
-    return elements;
+    std::vector<int> position(order.size());
+    for (std::size_t k = 0; k < order.size(); ++k)
+        position[std::size_t(order[k])] = int(k);
+    auto const visit = [&](int k, auto const & call) {
+        std::size_t const node = std::size_t(order[std::size_t(k)]);
+        for (int place = graph.begin[node]; place < graph.begin[node + 1]; ++place)
+            call(position[std::size_t(graph.neighbours[std::size_t(place)])]);
+    };
+    std::vector<int> const parent =
+        eliminationTree(graph.size(), [&](int k, auto const & call) { visit(k, call); });
+    std::vector<int> const treeOrder = postorder(parent, std::vector<int>(parent.size(), 0));
+    std::vector<int> const counts = ColumnCounter(parent, treeOrder).count([&](int k, auto const & call) {
+        visit(k, [&](int other) {
+            if (other > k)
+                call(other);
+        });
+    });
+    return std::accumulate(counts.begin(), counts.end(), 0.0);
 }
 
 } // namespace

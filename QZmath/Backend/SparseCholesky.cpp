@@ -4,10 +4,12 @@
 #include <QZmath/Backend/Blas.h>
 #include <QZmath/Backend/FillOrdering.h>
 #include <QZmath/Backend/Lapack.h>
+#include <QZmath/Backend/SupernodalStructure.h>
+#include <QZmath/Backend/TreeTasks.h>
+#include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
-#include <cholmod.h>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -19,224 +21,283 @@ namespace QzBackend
 namespace
 {
 
-using Long = SuiteSparse_long;
-
-// Blocks of this width and depth keep a matrix kernel near its peak speed and below some 0.05 seconds.
+// Blocks of this width, depth and height keep a matrix kernel near its peak speed and below some 0.02
+// seconds.
 constexpr int blockColumns = 128;
 constexpr int blockInner = 512;
-// Between two reports of progress, in multiplications and additions: some milliseconds.
-constexpr double workBetweenReports = 5e7;
+constexpr int blockRows = 2048;
+// Subtrees with less work than this, in multiplications and additions, are one task: a few milliseconds.
+constexpr double smallestTaskWork = 2e7;
+// A supernode's columns are updated in so many parts at most.
+constexpr int mostUpdateParts = 16;
+// Less work than this is done by one thread.
+constexpr double smallestParallelWork = 5e7;
+// Kernels with less work than this are not divided.
+constexpr double smallestDividedWork = 1e7;
 // What it takes to move an element between blocks, in the same unit.
 constexpr double workPerMove = 20;
-constexpr Long visitsBetweenReports = 5000000;
 // A pivot below this share of its diagonal element consists of rounding errors.
-constexpr double smallestPivotShare = 32 * std::numeric_limits<double>::epsilon();
+constexpr double smallestPivotShare = 64 * std::numeric_limits<double>::epsilon();
 // Shares of the analysis in its progress.
-constexpr double orderingShare = 0.6;
-
-/// CHOLMOD's state; silent, and handing failures back by return values.
-class Session
-{
-public:
-    Session()
-    {
-        cholmod_l_start(&m_common);
-        m_common.print = 0;
-        m_common.error_handler = nullptr;
-        m_common.supernodal = CHOLMOD_SUPERNODAL;
-    }
-    ~Session() { cholmod_l_finish(&m_common); }
-    Session(Session const &) = delete;
-    Session & operator=(Session const &) = delete;
-    cholmod_common * get() { return &m_common; }
-
-private:
-    cholmod_common m_common;
-};
-
-struct SparseDeleter
-{
-    cholmod_common * common;
-    void operator()(cholmod_sparse * matrix) const { cholmod_l_free_sparse(&matrix, common); }
-};
-struct DenseDeleter
-{
-    cholmod_common * common;
-    void operator()(cholmod_dense * matrix) const { cholmod_l_free_dense(&matrix, common); }
-};
-struct FactorDeleter
-{
-    cholmod_common * common;
-    void operator()(cholmod_factor * factor) const { cholmod_l_free_factor(&factor, common); }
-};
-using SparsePtr = std::unique_ptr<cholmod_sparse, SparseDeleter>;
-using DensePtr = std::unique_ptr<cholmod_dense, DenseDeleter>;
-using FactorPtr = std::unique_ptr<cholmod_factor, FactorDeleter>;
+constexpr double orderingShare = 0.7;
+constexpr double structureShare = 0.2;
+// Right parts that are solved for at the same time.
+constexpr int solvedTogether = 16;
 
 template <class T>
 std::size_t at(T index)
 {
-    return std::size_t(index);
+    return static_cast<std::size_t>(index);
 }
 
-/// Reports how much of a factorisation is done. Work that the total does not count, `aside`, makes reports
-/// more frequent only.
-class FactorProgress
-{
-public:
-    FactorProgress(CProgressCounter * progress, double total) : m_progress(progress), m_total(total) {}
-    void add(double work, double aside)
-    {
-        m_done += work;
-        m_sinceReport += work + aside;
-        if (m_progress && m_sinceReport >= workBetweenReports) {
-            m_sinceReport = 0;
-            m_progress->SetPosFloat(std::min(m_done / m_total, 1.0));
-        }
-    }
-
-private:
-    CProgressCounter * m_progress;
-    double m_total;
-    double m_done = 0;
-    double m_sinceReport = 0;
-};
+/// A pivot is not positive, or not beyond rounding errors.
+struct NotDefinite
+{};
 
 } // namespace
 
 struct CSparseCholesky::Body
 {
-    Session session;
     SparsePattern pattern;
     std::vector<int> order;    ///< order[k] is the row eliminated k-th
     std::vector<int> position; ///< its inverse
-    FactorPtr factor{nullptr, FactorDeleter{nullptr}};
-    std::vector<int> supernodeOf; ///< for each column of the factor
-    double work = 0;              ///< multiplications and additions of a factorisation
+    SupernodalStructure structure;
     /// The elements of each row's column whose row is eliminated later than the column's own: they stand in
     /// other rows of the upper triangle.
     std::vector<std::int64_t> columnBegin;
     std::vector<int> columnPosition, columnRow;
+    std::unique_ptr<double[]> elements; ///< of the factor; not initialised before they are computed
+    bool isFactored = false;
 
-    SparsePtr permutedUpper(CProgressCounter * progress, double begin, double end);
-    bool analyzeStructure(CProgressCounter * progress);
     void transposeReversed(CProgressCounter * progress, double begin, double end);
-    void scatter(Long firstColumn, Long lastColumn, double const * values, double shift, int const * rowOf,
-                 double * block, Long leading, FactorProgress & done) const;
-    bool factorBlock(Long rows, int columns, double * block, double const * diagonal, FactorProgress & done);
-    bool factorNumerically(double const * values, double shift, CProgressCounter * progress);
+    double * block(int supernode) const { return elements.get() + structure.blockBegin[at(supernode)]; }
+    void solveTogether(int count, double * columns, std::vector<double> & below) const;
 };
 
-/// The pattern's upper triangle in the present order of elimination.
-SparsePtr CSparseCholesky::Body::permutedUpper(CProgressCounter * progress, double begin, double end)
+/// One numeric factorisation: left-looking over the supernodes, each one changed by its sources in rising
+/// order, so that every sum has its fixed order however the tree is divided among threads.
+class CSparseCholesky::Factorisation
 {
-    int const size = pattern.size;
-    auto const report = [&](int row, double from, double to) {
-        if (progress && row % 4096 == 0)
-            progress->SetPosFloat(begin + (end - begin) * (from + (to - from) * row / size));
+public:
+    Factorisation(Body const & body, double const * values, double shift, CProgressCounter * progress);
+    void run(int threads);
+
+private:
+    struct Scratch
+    {
+        std::vector<int> rowOf;       ///< row in the block of the supernode at hand, by row of the factor
+        std::vector<double> update;   ///< what a source takes off
+        std::vector<int> relative;    ///< its rows in the block of the supernode
+        std::vector<double> diagonal; ///< the matrix's own, of the supernode's columns
     };
-    std::vector<Long> place(at(size) + 1, 0);
-    Long total = 0;
-    for (int row = 0; row < size; ++row) {
-        report(row, 0.0, 0.5);
-        pattern.visitUpper(row, [&](int upper, int other, int) {
-            ++place[at(std::max(position[at(upper)], position[at(other)]))];
-            ++total;
-        });
+    static std::vector<int> subtreeRoots(SupernodalStructure const & structure, double work);
+    static std::vector<int> taskTree(SupernodalStructure const & structure, std::vector<int> const & lasts);
+    void factorSupernode(int slot, int supernode);
+    void gather(int supernode, int firstColumn, int lastColumn, Scratch & own, Scratch & shared);
+    void scatter(int supernode, int firstColumn, int lastColumn, Scratch & shared);
+    void factorBlock(int slot, int height, int columns, double * block, double const * diagonal);
+
+    Body const & m_body;
+    SupernodalStructure const & m_structure;
+    double const * const m_values;
+    double const m_shift;
+    double const m_taskWork;
+    std::vector<int> const m_lastOfTask; ///< tasks are runs of supernodes, one behind the other
+    std::vector<int> const m_parentOfTask;
+    TreeTasks m_tasks;
+    std::vector<Scratch> m_scratch; ///< by slot
+};
+
+CSparseCholesky::Factorisation::Factorisation(Body const & body, double const * values, double shift,
+                                              CProgressCounter * progress)
+    : m_body(body), m_structure(body.structure), m_values(values), m_shift(shift),
+      m_taskWork(std::max(smallestTaskWork, body.structure.work / 2000)),
+      m_lastOfTask(subtreeRoots(body.structure, m_taskWork)),
+      m_parentOfTask(taskTree(body.structure, m_lastOfTask)),
+      m_tasks(m_parentOfTask, progress,
+              body.structure.work + workPerMove * double(body.structure.blockBegin.back()))
+{}
+
+/// The last supernode of each task: the roots of the subtrees that are small enough for one, and all above.
+std::vector<int> CSparseCholesky::Factorisation::subtreeRoots(SupernodalStructure const & structure,
+                                                              double work)
+{
+    std::vector<double> subtree(at(structure.supernodes()), 0.0);
+    for (int supernode = 0; supernode < structure.supernodes(); ++supernode) {
+        double const height = structure.heightOf(supernode), columns = structure.columnsOf(supernode);
+        subtree[at(supernode)] += columns * (height * height - height * columns + columns * columns / 3);
+        if (int const above = structure.parent[at(supernode)]; above >= 0)
+            subtree[at(above)] += subtree[at(supernode)];
     }
-    SparsePtr matrix(
-        cholmod_l_allocate_sparse(at(size), at(size), at(total), 0, 1, 1, CHOLMOD_PATTERN, session.get()),
-        SparseDeleter{session.get()});
-    if (!matrix)
-        return matrix;
-    Long * const columnStarts = static_cast<Long *>(matrix->p);
-    Long * const rows = static_cast<Long *>(matrix->i);
-    columnStarts[0] = 0;
-    for (int column = 0; column < size; ++column) {
-        columnStarts[column + 1] = columnStarts[column] + place[at(column)];
-        place[at(column)] = columnStarts[column];
+    std::vector<int> lasts;
+    for (int supernode = 0; supernode < structure.supernodes(); ++supernode) {
+        int const above = structure.parent[at(supernode)];
+        if (above < 0 || subtree[at(above)] > work)
+            lasts.push_back(supernode);
     }
-    for (int row = 0; row < size; ++row) {
-        report(row, 0.5, 1.0);
-        pattern.visitUpper(row, [&](int upper, int other, int) {
-            auto const [early, late] = std::minmax(position[at(upper)], position[at(other)]);
-            rows[place[at(late)]++] = early;
-        });
-    }
-    return matrix;
+    return lasts;
 }
 
-bool CSparseCholesky::Body::analyzeStructure(CProgressCounter * progress)
+std::vector<int> CSparseCholesky::Factorisation::taskTree(SupernodalStructure const & structure,
+                                                          std::vector<int> const & lasts)
 {
-    std::size_t const size = at(pattern.size);
-    auto const positionAt = [](double share) { return orderingShare + (1.0 - orderingShare) * share; };
-    auto const report = [&](double share) {
-        if (progress)
-            progress->SetPosFloat(positionAt(share));
-    };
-    auto const setPositions = [&] {
-        for (std::size_t k = 0; k < size; ++k)
-            position[at(order[k])] = int(k);
-    };
-    cholmod_common * const common = session.get();
-    position.resize(size);
-    setPositions();
+    std::vector<int> parent;
+    parent.reserve(lasts.size());
+    for (int const last : lasts) {
+        // Above a task's last supernode stands one that is a task for itself.
+        int const above = structure.parent[at(last)];
+        parent.push_back(
+            above < 0 ? -1 : int(std::lower_bound(lasts.begin(), lasts.end(), above) - lasts.begin()));
+    }
+    return parent;
+}
 
-    // Row by row of the factor, the elements of a row are reached up the elimination tree from those of the
-    // matrix (Liu 1990). That gives the tree and the number of elements of each column in one pass.
-    std::vector<Long> parent(size, -1), postorder(size), count(size, 1);
-    {
-        SparsePtr const upper = permutedUpper(progress, positionAt(0.0), positionAt(0.25));
-        if (!upper)
-            return false;
-        Long const * const columnStarts = static_cast<Long const *>(upper->p);
-        Long const * const rows = static_cast<Long const *>(upper->i);
-        std::vector<Long> reachedFrom(size, -1);
-        Long visits = 0, nextReport = 0;
-        for (Long row = 0; row < Long(size); ++row) {
-            if (visits >= nextReport) {
-                nextReport = visits + visitsBetweenReports;
-                report(0.25 + 0.3 * double(row) / double(size));
-            }
-            reachedFrom[at(row)] = row;
-            for (Long place = columnStarts[row]; place < columnStarts[row + 1]; ++place) {
-                ++visits;
-                for (Long column = rows[place]; reachedFrom[at(column)] != row; column = parent[at(column)]) {
-                    if (parent[at(column)] < 0)
-                        parent[at(column)] = row;
-                    ++count[at(column)];
-                    reachedFrom[at(column)] = row;
-                    ++visits;
+void CSparseCholesky::Factorisation::run(int threads)
+{
+    threads = std::clamp(threads, 1, std::max(1, int(m_lastOfTask.size())));
+    m_scratch.resize(at(threads));
+    m_tasks.run(threads, [&](int slot, int task) {
+        m_scratch[at(slot)].rowOf.resize(at(m_body.pattern.size));
+        int const begin = task == 0 ? 0 : m_lastOfTask[at(task) - 1] + 1;
+        for (int supernode = begin; supernode <= m_lastOfTask[at(task)]; ++supernode)
+            factorSupernode(slot, supernode);
+    });
+}
+
+void CSparseCholesky::Factorisation::factorSupernode(int slot, int supernode)
+{
+    Scratch & scratch = m_scratch[at(slot)];
+    int const columns = m_structure.columnsOf(supernode);
+    int const height = m_structure.heightOf(supernode);
+    int const * const rows = m_structure.rowsOf(supernode);
+    for (int k = 0; k < height; ++k)
+        scratch.rowOf[at(rows[k])] = k;
+    scratch.diagonal.resize(at(columns));
+    int const parts = std::clamp(columns / blockColumns, 1, mostUpdateParts);
+    m_tasks.forParts(slot, parts, [&](int partSlot, int part) {
+        gather(supernode, int(std::int64_t(columns) * part / parts),
+               int(std::int64_t(columns) * (part + 1) / parts), m_scratch[at(partSlot)], scratch);
+    });
+    factorBlock(slot, height, columns, m_body.block(supernode), scratch.diagonal.data());
+}
+
+/// Fills some columns of a supernode's block with the matrix's elements.
+void CSparseCholesky::Factorisation::scatter(int supernode, int firstColumn, int lastColumn, Scratch & shared)
+{
+    SparsePattern const & pattern = m_body.pattern;
+    int const begin = m_structure.first(supernode);
+    int const leading = m_structure.heightOf(supernode);
+    int const * const rowOf = shared.rowOf.data();
+    for (int local = firstColumn; local < lastColumn; ++local) {
+        int const column = begin + local;
+        int const row = m_body.order[at(column)];
+        double * const target = m_body.block(supernode) + std::ptrdiff_t(local) * leading;
+        std::fill(target + local, target + leading, 0.0);
+        pattern.visitUpper(row, [&](int, int other, int place) {
+            if (int const later = m_body.position[at(other)]; later >= column)
+                target[rowOf[later]] = m_values[place];
+        });
+        for (std::int64_t slot = m_body.columnBegin[at(row)]; slot < m_body.columnBegin[at(row) + 1]; ++slot)
+            target[rowOf[m_body.position[at(m_body.columnRow[at(slot)])]]] =
+                m_values[m_body.columnPosition[at(slot)]];
+        target[local] += m_shift;
+        shared.diagonal[at(local)] = target[local];
+    }
+    m_tasks.worked(workPerMove * double(leading) * (lastColumn - firstColumn));
+}
+
+/// The matrix's elements in some columns of a supernode, less what earlier supernodes take off.
+void CSparseCholesky::Factorisation::gather(int supernode, int firstColumn, int lastColumn, Scratch & own,
+                                            Scratch & shared)
+{
+    scatter(supernode, firstColumn, lastColumn, shared);
+    int const begin = m_structure.first(supernode);
+    int const leading = m_structure.heightOf(supernode);
+    double * const block = m_body.block(supernode);
+    for (std::int64_t number = m_structure.sourcesBegin[at(supernode)];
+         number < m_structure.sourcesBegin[at(supernode) + 1]; ++number) {
+        int const source = m_structure.sources[at(number)];
+        int const sourceLeading = m_structure.heightOf(source);
+        int const depth = m_structure.columnsOf(source);
+        int const * const sourceRows = m_structure.rowsOf(source);
+        int const * const sourceEnd = sourceRows + sourceLeading;
+        int const * const firstRow =
+            std::lower_bound(sourceRows + m_structure.sourceRow[at(number)], sourceEnd, begin + firstColumn);
+        int const * const lastRow = std::lower_bound(firstRow, sourceEnd, begin + lastColumn);
+        double const * const sourceBlock = m_body.block(source);
+        int const end = int(lastRow - sourceRows);
+        for (int left = int(firstRow - sourceRows); left < end; left += blockColumns) {
+            int const width = std::min(blockColumns, end - left);
+            own.relative.resize(at(sourceLeading - left));
+            for (int row = left; row < sourceLeading; ++row)
+                own.relative[at(row - left)] = shared.rowOf[at(sourceRows[row])];
+            for (int top = left; top < sourceLeading; top += blockRows) {
+                int const height = std::min(blockRows, sourceLeading - top);
+                if (own.update.size() < at(height) * at(width))
+                    own.update.resize(at(height) * at(width));
+                double * const update = own.update.data();
+                for (int inner = 0; inner < depth; inner += blockInner) {
+                    int const part = std::min(blockInner, depth - inner);
+                    double const * const operands = sourceBlock + std::ptrdiff_t(inner) * sourceLeading;
+                    (inner == 0 ? productTransposed
+                                : addProductTransposed)(height, width, part, operands + top, sourceLeading,
+                                                        operands + left, sourceLeading, update, height);
+                    m_tasks.worked(double(height) * width * part);
+                }
+                int const * const relative = own.relative.data() + (top - left);
+                for (int column = 0; column < width; ++column) {
+                    double * const target = block + std::ptrdiff_t(own.relative[at(column)]) * leading;
+                    double const * const change = update + std::ptrdiff_t(column) * height;
+                    for (int row = std::max(0, column - (top - left)); row < height; ++row)
+                        target[relative[row]] -= change[row];
                 }
             }
         }
     }
-    // The tree in postorder, so that each supernode's columns come to stand side by side.
-    if (cholmod_l_postorder(parent.data(), size, nullptr, postorder.data(), common) != Long(size))
-        return false;
-    factor = FactorPtr(cholmod_l_allocate_factor(size, common), FactorDeleter{common});
-    if (!factor)
-        return false;
-    std::vector<int> postordered(size);
-    std::vector<Long> newNumber(size), newParent(size);
-    for (std::size_t k = 0; k < size; ++k) {
-        postordered[k] = order[at(postorder[k])];
-        newNumber[at(postorder[k])] = Long(k);
-    }
-    for (std::size_t k = 0; k < size; ++k) {
-        newParent[at(newNumber[k])] = parent[k] < 0 ? -1 : newNumber[at(parent[k])];
-        static_cast<Long *>(factor->ColCount)[newNumber[k]] = count[k];
-    }
-    order = std::move(postordered);
-    setPositions();
-    std::copy(order.begin(), order.end(), static_cast<Long *>(factor->Perm));
-    factor->ordering = CHOLMOD_GIVEN;
+}
 
-    SparsePtr const upper = permutedUpper(progress, positionAt(0.55), positionAt(0.7));
-    if (!upper)
-        return false;
-    report(0.7);
-    return cholmod_l_super_symbolic(upper.get(), nullptr, newParent.data(), factor.get(), common) != 0;
+/// Dense Cholesky factorisation of the first columns of a block with at least as many rows. `diagonal` holds
+/// the matrix's own diagonal elements.
+void CSparseCholesky::Factorisation::factorBlock(int slot, int height, int columns, double * block,
+                                                 double const * diagonal)
+{
+    for (int begin = 0; begin < columns; begin += blockColumns) {
+        int const width = std::min(blockColumns, columns - begin);
+        double * const panel = block + begin + std::ptrdiff_t(begin) * height;
+        int const rows = height - begin;
+        // Rows from..to of the panel, in parts of a size that does not depend on who is there to help.
+        auto const forRows = [&](int from, double workOfRow, auto const & call) {
+            int const all = rows - from;
+            int const parts =
+                workOfRow * all < smallestDividedWork ? (all + blockRows - 1) / blockRows : (all + 511) / 512;
+            m_tasks.forParts(slot, parts, [&](int, int part) {
+                int const top = from + int(std::int64_t(all) * part / parts);
+                call(top, from + int(std::int64_t(all) * (part + 1) / parts) - top);
+            });
+        };
+        if (begin > 0)
+            forRows(0, double(width) * begin, [&](int top, int part) {
+                for (int inner = 0; inner < begin; inner += blockInner) {
+                    int const depth = std::min(blockInner, begin - inner);
+                    double const * const source = block + begin + std::ptrdiff_t(inner) * height;
+                    gemmTransposed(part, width, depth, -1.0, source + top, height, source, height,
+                                   panel + top, height);
+                    m_tasks.worked(double(part) * width * depth);
+                }
+            });
+        if (!choleskyLower(width, panel, height))
+            throw NotDefinite();
+        for (int k = 0; k < width; ++k) {
+            double const pivot = panel[k + std::ptrdiff_t(k) * height];
+            if (!(pivot * pivot > smallestPivotShare * diagonal[begin + k]) || !std::isfinite(pivot))
+                throw NotDefinite();
+        }
+        if (rows > width)
+            forRows(width, double(width) * width, [&](int top, int part) {
+                solveLowerTransposedFromRight(part, width, panel, height, panel + top, height);
+                m_tasks.worked(double(part) * width * width * 0.5);
+            });
+    }
 }
 
 void CSparseCholesky::Body::transposeReversed(CProgressCounter * progress, double begin, double end)
@@ -264,144 +325,41 @@ void CSparseCholesky::Body::transposeReversed(CProgressCounter * progress, doubl
     });
 }
 
-/// Fills the block of some columns of the factor with the matrix's elements; `rowOf` gives the
-/// block's row for a row of the factor.
-void CSparseCholesky::Body::scatter(Long firstColumn, Long lastColumn, double const * values, double shift,
-                                    int const * rowOf, double * block, Long leading,
-                                    FactorProgress & done) const
+/// Solves for some right parts, one behind the other in the order of elimination, in their place.
+void CSparseCholesky::Body::solveTogether(int count, double * columns, std::vector<double> & below) const
 {
-    for (Long column = firstColumn; column < lastColumn; ++column) {
-        int const row = order[at(column)];
-        double * const target = block + (column - firstColumn) * leading;
-        std::fill(target, target + leading, 0.0);
-        pattern.visitUpper(row, [&](int, int other, int place) {
-            if (int const later = position[at(other)]; later >= column)
-                target[rowOf[later]] = values[place];
-        });
-        for (std::int64_t slot = columnBegin[at(row)]; slot < columnBegin[at(row) + 1]; ++slot)
-            target[rowOf[position[at(columnRow[at(slot)])]]] = values[columnPosition[at(slot)]];
-        target[column - firstColumn] += shift;
-        std::int64_t const visited =
-            pattern.rowEnd(row) - pattern.rowBegin(row) + columnBegin[at(row) + 1] - columnBegin[at(row)];
-        done.add(0, workPerMove * double(visited + leading));
+    int const size = pattern.size;
+    auto const visitBelow = [&](int supernode, auto const & visit) {
+        int const own = structure.columnsOf(supernode), height = structure.heightOf(supernode);
+        int const * const rows = structure.rowsOf(supernode) + own;
+        for (int part = 0; part < count; ++part)
+            for (int row = 0; row < height - own; ++row)
+                visit(below[at(row) + at(part) * at(height - own)],
+                      columns[at(rows[row]) + at(part) * at(size)]);
+    };
+    for (int supernode = 0; supernode < structure.supernodes(); ++supernode) {
+        int const own = structure.columnsOf(supernode), height = structure.heightOf(supernode);
+        double * const first = columns + structure.first(supernode);
+        solveLower(false, own, count, block(supernode), height, first, size);
+        std::fill_n(below.begin(), at(height - own) * at(count), 0.0);
+        subtractProduct(false, height - own, count, own, block(supernode) + own, height, first, size,
+                        below.data(), height - own);
+        visitBelow(supernode, [](double change, double & element) { element += change; });
     }
-}
-
-/// Dense Cholesky factorisation of the first columns of a block with at least as many rows. `diagonal` holds
-/// the matrix's own diagonal elements.
-bool CSparseCholesky::Body::factorBlock(Long rows, int columns, double * block, double const * diagonal,
-                                        FactorProgress & done)
-{
-    int const leading = int(rows);
-    for (int begin = 0; begin < columns; begin += blockColumns) {
-        int const width = std::min(blockColumns, columns - begin);
-        int const height = leading - begin;
-        double * const target = block + begin + std::ptrdiff_t(begin) * leading;
-        for (int inner = 0; inner < begin; inner += blockInner) {
-            int const depth = std::min(blockInner, begin - inner);
-            double const * const source = block + begin + std::ptrdiff_t(inner) * leading;
-            gemmTransposed(height, width, depth, -1.0, source, leading, source, leading, target, leading);
-            done.add(double(height) * width * depth, 0);
-        }
-        if (!choleskyLower(width, target, leading))
-            return false;
-        for (int k = 0; k < width; ++k) {
-            double const pivot = target[k + std::ptrdiff_t(k) * leading];
-            if (!(pivot * pivot > smallestPivotShare * diagonal[begin + k]) || !std::isfinite(pivot))
-                return false;
-        }
-        solveLowerTransposedFromRight(height - width, width, target, leading, target + width, leading);
-        done.add(double(height) * width * width * 0.5, 0);
+    for (int supernode = structure.supernodes(); supernode-- > 0;) {
+        int const own = structure.columnsOf(supernode), height = structure.heightOf(supernode);
+        double * const first = columns + structure.first(supernode);
+        visitBelow(supernode, [](double & solved, double element) { solved = element; });
+        subtractProduct(true, own, count, height - own, block(supernode) + own, height, below.data(),
+                        height - own, first, size);
+        solveLower(true, own, count, block(supernode), height, first, size);
     }
-    return true;
-}
-
-bool CSparseCholesky::Body::factorNumerically(double const * values, double shift,
-                                              CProgressCounter * progress)
-{
-    cholmod_factor & result = *factor;
-    Long const supernodes = Long(result.nsuper);
-    Long const * const columnsOf = static_cast<Long const *>(result.super);
-    Long const * const rowsBegin = static_cast<Long const *>(result.pi);
-    Long const * const blockBegin = static_cast<Long const *>(result.px);
-    Long const * const rows = static_cast<Long const *>(result.s);
-    double * const elements = static_cast<double *>(result.x);
-    std::size_t const size = at(pattern.size);
-
-    FactorProgress done(progress, work);
-    std::vector<int> rowOf(size, 0);
-    std::vector<double> update, diagonal;
-    // Each finished supernode waits in the list of the one that its next rows belong to.
-    std::vector<Long> waiting(at(supernodes), -1), nextWaiting(at(supernodes), -1),
-        nextRow(at(supernodes), 0);
-    for (Long supernode = 0; supernode < supernodes; ++supernode) {
-        Long const firstColumn = columnsOf[supernode], lastColumn = columnsOf[supernode + 1];
-        int const columns = int(lastColumn - firstColumn);
-        Long const * const ownRows = rows + rowsBegin[supernode];
-        Long const leading = rowsBegin[supernode + 1] - rowsBegin[supernode];
-        double * const block = elements + blockBegin[supernode];
-        for (Long k = 0; k < leading; ++k)
-            rowOf[at(ownRows[k])] = int(k);
-        scatter(firstColumn, lastColumn, values, shift, rowOf.data(), block, leading, done);
-        diagonal.resize(at(columns));
-        for (int k = 0; k < columns; ++k)
-            diagonal[at(k)] = block[k + k * leading];
-
-        for (Long source = waiting[at(supernode)]; source >= 0;) {
-            Long const following = nextWaiting[at(source)];
-            Long const sourceLeading = rowsBegin[source + 1] - rowsBegin[source];
-            int const depth = int(columnsOf[source + 1] - columnsOf[source]);
-            Long const begin = nextRow[at(source)];
-            Long const * const sourceRows = rows + rowsBegin[source];
-            Long end = begin;
-            while (end < sourceLeading && sourceRows[end] < lastColumn)
-                ++end;
-            double const * const sourceBlock = elements + blockBegin[source];
-            for (Long left = begin; left < end; left += blockColumns) {
-                int const width = int(std::min<Long>(blockColumns, end - left));
-                int const height = int(sourceLeading - left);
-                update.assign(at(height) * at(width), 0.0);
-                for (int inner = 0; inner < depth; inner += blockInner) {
-                    int const part = std::min(blockInner, depth - inner);
-                    double const * const operand = sourceBlock + left + inner * sourceLeading;
-                    gemmTransposed(height, width, part, 1.0, operand, int(sourceLeading), operand,
-                                   int(sourceLeading), update.data(), height);
-                    done.add(double(height) * width * part, 0);
-                }
-                for (int column = 0; column < width; ++column) {
-                    double * const target = block + rowOf[at(sourceRows[left + column])] * leading;
-                    double const * const change = update.data() + std::ptrdiff_t(column) * height;
-                    for (int row = column; row < height; ++row)
-                        target[rowOf[at(sourceRows[left + row])]] -= change[row];
-                }
-                done.add(0, workPerMove * double(height) * width);
-            }
-            if (end < sourceLeading) {
-                nextRow[at(source)] = end;
-                int const receiver = supernodeOf[at(sourceRows[end])];
-                nextWaiting[at(source)] = waiting[at(receiver)];
-                waiting[at(receiver)] = source;
-            }
-            source = following;
-        }
-
-        if (!factorBlock(leading, columns, block, diagonal.data(), done))
-            return false;
-        if (leading > columns) {
-            nextRow[at(supernode)] = columns;
-            int const receiver = supernodeOf[at(ownRows[columns])];
-            nextWaiting[at(supernode)] = waiting[at(receiver)];
-            waiting[at(receiver)] = supernode;
-        }
-    }
-    result.minor = size;
-    return true;
 }
 
 CSparseCholesky::CSparseCholesky() = default;
 CSparseCholesky::~CSparseCholesky() = default;
 
-bool CSparseCholesky::analyze(SparsePattern const & pattern, CProgressCounter * progress)
+void CSparseCholesky::analyze(SparsePattern const & pattern, CProgressCounter * progress)
 {
     m_body.reset();
     auto body = std::make_unique<Body>();
@@ -410,66 +368,65 @@ bool CSparseCholesky::analyze(SparsePattern const & pattern, CProgressCounter * 
         CPrgCntSubPhase const ordering(progress, 0.0, orderingShare, 0, true);
         body->order = fillReducingOrder(pattern, progress);
     }
-    if (!body->analyzeStructure(progress))
-        return false;
-    if (progress)
-        progress->SetPosFloat(0.9);
-    body->transposeReversed(progress, 0.9, 1.0);
-
-    cholmod_factor const & factor = *body->factor;
-    Long const * const columnsOf = static_cast<Long const *>(factor.super);
-    Long const * const rowsBegin = static_cast<Long const *>(factor.pi);
-    body->supernodeOf.resize(at(pattern.size));
-    for (Long supernode = 0; supernode < Long(factor.nsuper); ++supernode) {
-        double rows = double(rowsBegin[supernode + 1] - rowsBegin[supernode]);
-        for (Long column = columnsOf[supernode]; column < columnsOf[supernode + 1]; ++column, --rows) {
-            body->supernodeOf[at(column)] = int(supernode);
-            body->work += rows * rows;
-        }
+    {
+        CPrgCntSubPhase const analysis(progress, orderingShare, structureShare, 0, true);
+        body->structure = analyzeSupernodes(pattern, body->order, progress);
     }
+    body->position.resize(body->order.size());
+    for (std::size_t k = 0; k < body->order.size(); ++k)
+        body->position[at(body->order[k])] = int(k);
+    body->transposeReversed(progress, orderingShare + structureShare, 1.0);
     m_body = std::move(body);
     if (progress)
         progress->SetPosFloat(1.0);
-    return true;
 }
 
 bool CSparseCholesky::factor(double const * values, double diagonalShift, CProgressCounter * progress)
 {
     if (!m_body)
         return false;
-    cholmod_factor & factor = *m_body->factor;
-    if (factor.xtype != CHOLMOD_REAL &&
-        !cholmod_l_change_factor(CHOLMOD_REAL, 1, 1, 1, 1, &factor, m_body->session.get()))
-        return false;
-    factor.minor = 0;
+    m_body->isFactored = false;
+    if (!m_body->elements)
+        m_body->elements.reset(new double[at(m_body->structure.blockBegin.back())]);
     CBlasSingleThread const singleThread;
-    return m_body->factorNumerically(values, diagonalShift, progress);
+    try {
+        Factorisation(*m_body, values, diagonalShift, progress)
+            .run(m_body->structure.work < smallestParallelWork
+                     ? 1
+                     : CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+    } catch (NotDefinite const &) {
+        return false;
+    }
+    m_body->isFactored = true;
+    return true;
 }
 
 bool CSparseCholesky::solve(double const * rightParts, int count, double * solutions)
 {
-    if (!m_body || m_body->factor->xtype != CHOLMOD_REAL || m_body->factor->minor != m_body->factor->n)
+    if (!m_body || !m_body->isFactored)
         return false;
-    if (count <= 0)
-        return true;
-    std::size_t const size = m_body->factor->n;
-    cholmod_common * const common = m_body->session.get();
-    cholmod_dense right{};
-    right.nrow = right.d = size;
-    right.ncol = at(count);
-    right.nzmax = size * at(count);
-    right.x = const_cast<double *>(rightParts); // read only
-    right.xtype = CHOLMOD_REAL;
+    std::size_t const size = at(m_body->pattern.size);
+    int highest = 0;
+    for (int supernode = 0; supernode < m_body->structure.supernodes(); ++supernode)
+        highest = std::max(highest, m_body->structure.heightOf(supernode));
+    std::size_t const together = at(std::clamp(count, 0, solvedTogether));
+    std::vector<double> columns(size * together), below(at(highest) * together);
     CBlasSingleThread const singleThread;
-    DensePtr const solution(cholmod_l_solve(CHOLMOD_A, m_body->factor.get(), &right, common),
-                            DenseDeleter{common});
-    if (!solution)
-        return false;
-    double const * const first = static_cast<double const *>(solution->x);
-    double const * const last = first + size * at(count);
-    if (!std::all_of(first, last, [](double value) { return std::isfinite(value); }))
-        return false;
-    std::copy(first, last, solutions);
+    for (int begin = 0; begin < count; begin += solvedTogether) {
+        int const parts = std::min(solvedTogether, count - begin);
+        double const * const right = rightParts + size * at(begin);
+        for (std::size_t part = 0; part < at(parts); ++part)
+            for (std::size_t k = 0; k < size; ++k)
+                columns[k + part * size] = right[at(m_body->order[k]) + part * size];
+        m_body->solveTogether(parts, columns.data(), below);
+        if (!std::all_of(columns.begin(), columns.begin() + std::ptrdiff_t(size * at(parts)),
+                         [](double value) { return std::isfinite(value); }))
+            return false;
+        double * const solution = solutions + size * at(begin);
+        for (std::size_t part = 0; part < at(parts); ++part)
+            for (std::size_t k = 0; k < size; ++k)
+                solution[at(m_body->order[k]) + part * size] = columns[k + part * size];
+    }
     return true;
 }
 

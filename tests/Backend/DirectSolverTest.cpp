@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/DirectSolver.h>
 #include <QZmath/Backend/FillOrdering.h>
+#include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
 #include <cmath>
@@ -253,6 +254,24 @@ TEST(DirectSolver, ConcurrentSolversGiveTheBitsOfOne)
         thread.join();
     for (std::size_t number = 0; number < 6; ++number)
         EXPECT_EQ(concurrent[number], serial[number]) << number;
+}
+
+// Large enough for parts of blocks as well as for subtrees.
+TEST(DirectSolver, AnyNumberOfThreadsGivesTheSameBits)
+{
+    CompressedMatrix const matrix = testSupport::gridOperator(22, 1, 0.01, 1);
+    std::mt19937 random(19);
+    std::vector<double> const right = testSupport::randomVector(2 * matrix.size, random);
+    std::vector<double> first;
+    for (int const threads : {1, 2, 3, 7}) {
+        CVescaThreadingTasksHelper::setNumOfPhisicalThread(threads);
+        std::vector<double> const solution = solveDirectly(matrix, Definiteness::positiveDefinite, right);
+        CVescaThreadingTasksHelper::setNumOfPhisicalThread(0);
+        ASSERT_FALSE(solution.empty());
+        if (first.empty())
+            first = solution;
+        EXPECT_EQ(solution, first) << threads;
+    }
 }
 
 TEST(DirectSolver, TheProcessKeepsItsRandomNumbers)
