@@ -10,12 +10,19 @@ class CProgressCounter;
 namespace QzBackend
 {
 
-/// LU factorisation of a sparse matrix with threshold pivoting, by UMFPACK with its own ordering (AMD or
-/// COLAMD, chosen by the structure). For symmetric indefinite and unsymmetric matrices.
+/// LU factorisation of a sparse matrix with threshold pivoting, for symmetric indefinite and unsymmetric
+/// matrices: left-looking by supernodes, after Demmel, Eisenstat, Gilbert, Li and Liu (SIAM J. Matrix Anal.
+/// Appl. 20, 1999).
 ///
-/// The pattern must be sound; its arrays and the values must live as long as the calls that use them.
-/// Progress is reported between the calls into UMFPACK only: a factorisation cannot be interrupted. Otherwise
-/// the same rules as for `CSparseCholesky`.
+/// The numeric kernels are those of SuperLU. What stands around them is our own: the driver of SuperLU ends
+/// the process when memory is short and cannot be interrupted. Rows and columns are scaled by powers of two.
+/// Columns are ordered on the graph of A + A^T when the structure is nearly symmetric, else on that of A^T A,
+/// where rows with many elements are left out. A pivot on the diagonal is kept when it is at least a tenth of
+/// the largest candidate.
+///
+/// The pattern must be sound; its arrays and the values must live during `factor` only. Progress is reported
+/// by the share of the work that an elimination without interchanges would have done. Otherwise the same
+/// rules as for `CSparseCholesky`; it runs on the calling thread.
 class CSparseLu
 {
 public:
@@ -25,7 +32,8 @@ public:
     CSparseLu & operator=(CSparseLu const &) = delete;
 
     /// Orders and factors. With `upperOnly` the matrix is symmetric and its upper triangle is given. False
-    /// when it is singular to working precision, an element is not finite, or memory is short.
+    /// when it is singular, by its structure or to working precision, or an element is not finite. Throws
+    /// `std::bad_alloc` when memory is short or the factors have more than 2^31 elements.
     bool factor(SparsePattern const & pattern, bool upperOnly, double const * values,
                 CProgressCounter * progress);
 
@@ -35,6 +43,7 @@ public:
 
 private:
     struct Body;
+    class Elimination;
     std::unique_ptr<Body> m_body;
 };
 

@@ -4,6 +4,7 @@
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -205,6 +206,63 @@ TEST(DirectSolver, BadStructuresAreRefused)
     EXPECT_TRUE(refused([](CompressedMatrix & m) { std::swap(m.columns[1], m.columns[2]); }));
     for (int bad : {good.size + 1, 1, lowest})
         EXPECT_TRUE(refused([bad](CompressedMatrix & m) { m.columns.back() = bad; }));
+}
+
+// Bad scaling, a row and a column that couple with everything, and no symmetry at all: what pivots must be
+// chosen among for.
+TEST(DirectSolver, UnsymmetricSystemsOfAnyScaleHaveSmallErrors)
+{
+    std::mt19937 random(20);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    for (bool const mirrored : {true, false}) {
+        CompressedMatrix matrix;
+        int const side = 40, size = matrix.size = side * side;
+        std::vector<double> const solution = testSupport::randomVector(size, random);
+        matrix.rowIndex.push_back(0);
+        for (int row = 0; row < size; ++row) {
+            std::vector<int> columns{row, (row + 7) % size, row / 2};
+            if (mirrored)
+                columns = {row, (row + 1) % size, (row + size - 1) % size, (row + side) % size,
+                           (row + size - side) % size};
+            if (row == 5)
+                for (int column = 0; column < size; ++column)
+                    columns.push_back(column);
+            columns.push_back(11);
+            std::sort(columns.begin(), columns.end());
+            columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
+            for (int const column : columns) {
+                matrix.columns.push_back(column);
+                matrix.values.push_back((column == row && row % 3 ? 0.0 : uniform(random) + 2.0) *
+                                        std::ldexp(1.0, row % 200 - 100 + column % 31));
+            }
+            matrix.rowIndex.push_back(int(matrix.columns.size()));
+        }
+        std::vector<double> scaled(solution);
+        for (int column = 0; column < size; ++column)
+            scaled[std::size_t(column)] = std::ldexp(scaled[std::size_t(column)], -(column % 31));
+        std::vector<double> found = solveDirectly(matrix, Definiteness::indefinite, matrix.product(scaled));
+        ASSERT_FALSE(found.empty()) << mirrored;
+        for (int column = 0; column < size; ++column)
+            found[std::size_t(column)] = std::ldexp(found[std::size_t(column)], column % 31);
+        EXPECT_LT(testSupport::relativeDistance(found, solution), 1e-9) << mirrored;
+
+        // Two columns with elements in one row only leave no choice of pivots.
+        for (int row = 0; row < size; ++row)
+            for (int place = matrix.rowIndex[std::size_t(row)]; place < matrix.rowIndex[std::size_t(row) + 1];
+                 ++place)
+                if (int const column = matrix.columns[std::size_t(place)];
+                    (column == 20 || column == 30) && row != 5)
+                    matrix.values[std::size_t(place)] = 0.0;
+        EXPECT_TRUE(solveDirectly(matrix, Definiteness::indefinite, scaled).empty()) << mirrored;
+    }
+    CompressedMatrix structural;
+    structural.size = 4;
+    structural.rowIndex = {0, 2, 4, 5, 6};
+    structural.columns = {0, 1, 0, 1, 0, 3}; // column 2 is empty, and two columns share too few rows
+    structural.values = {1, 2, 3, 4, 5, 6};
+    EXPECT_TRUE(solveDirectly(structural, Definiteness::indefinite, {1, 1, 1, 1}).empty());
+    structural.columns = {0, 1, 0, 1, 2, 2};
+    EXPECT_TRUE(solveDirectly(structural, Definiteness::indefinite, {1, 1, 1, 1}).empty());
 }
 
 TEST(DirectSolver, RepeatedFactorsAndSolvesAreIndependentAndBitEqual)
