@@ -2,14 +2,20 @@
 #include <QZmath/Backend/Blas.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cblas.h>
 #include <cstdint>
 #include <mutex>
+#include <new>
+#include <sys/mman.h>
+#include <vector>
 
 // Present in OpenBLAS only; null at run time with any other BLAS.
 extern "C" {
 __attribute__((weak)) void openblas_set_num_threads(int count);
 __attribute__((weak)) int openblas_get_num_threads(void);
+__attribute__((weak)) void * blas_memory_alloc(int place);
+__attribute__((weak)) void blas_memory_free(void * memory);
 }
 
 namespace QzBackend
@@ -34,6 +40,7 @@ constexpr std::int64_t largestSerialWork = 4096;
 template <class Operation>
 void runSerially(std::int64_t multiplications, Operation operation)
 {
+    CBlasMemory const memory;
     if (multiplications <= largestSerialWork) {
         operation();
     } else {
@@ -45,6 +52,49 @@ void runSerially(std::int64_t multiplications, Operation operation)
 std::mutex threadSettingMutex;
 int singleThreadScopes = 0;
 int savedThreads = 0;
+
+// What OpenBLAS maps for a thread, at most, and a bit more.
+constexpr std::size_t kernelMemory = (std::size_t(128) << 20) + (std::size_t(1) << 20);
+std::mutex kernelMemoryMutex;
+std::atomic<int> threadsInKernels{0};
+std::atomic<int> threadsProvided{0};
+
+bool isMemoryToBeHad()
+{
+    void * const memory =
+        mmap(nullptr, kernelMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return memory != MAP_FAILED && munmap(memory, kernelMemory) == 0;
+}
+
+/// Has OpenBLAS map memory for so many threads.
+void provideFor(int threads)
+{
+    // All that it has mapped, in the order in which it was seen.
+    static std::vector<void *> & known = *new std::vector<void *>;
+    std::lock_guard<std::mutex> const lock(kernelMemoryMutex);
+    struct Held
+    {
+        ~Held()
+        {
+            for (void * const piece : pieces)
+                blas_memory_free(piece);
+        }
+        std::vector<void *> pieces;
+    } held;
+    held.pieces.reserve(std::size_t(threads));
+    known.reserve(std::size_t(threads));
+    while (known.size() < std::size_t(threads)) {
+        if (!isMemoryToBeHad())
+            throw std::bad_alloc();
+        if (held.pieces.size() == held.pieces.capacity())
+            held.pieces.reserve(2 * held.pieces.size());
+        void * const piece = blas_memory_alloc(0);
+        held.pieces.push_back(piece);
+        if (std::find(known.begin(), known.end(), piece) == known.end())
+            known.push_back(piece);
+    }
+    threadsProvided = std::max(threadsProvided.load(), threads);
+}
 
 } // namespace
 
@@ -103,6 +153,7 @@ void gemmTransposed(int rows, int columns, int inner, double factor, double cons
 {
     if (rows <= 0 || columns <= 0 || inner <= 0)
         return;
+    CBlasMemory const memory;
     cblas_dgemm(CblasColMajor, CblasNoTrans, CblasTrans, rows, columns, inner, factor, a, leadingA, b,
                 leadingB, 1.0, c, leadingC);
 }
@@ -118,6 +169,7 @@ void productTransposed(int rows, int columns, int inner, double const * a, int l
 {
     if (rows <= 0 || columns <= 0)
         return;
+    CBlasMemory const memory;
     cblas_dgemm(CblasColMajor, CblasNoTrans, CblasTrans, rows, columns, inner, 1.0, a, leadingA, b, leadingB,
                 0.0, c, leadingC);
 }
@@ -127,6 +179,7 @@ void subtractProduct(bool transposed, int rows, int columns, int inner, double c
 {
     if (rows <= 0 || columns <= 0 || inner <= 0)
         return;
+    CBlasMemory const memory;
     CBLAS_TRANSPOSE const form = transposed ? CblasTrans : CblasNoTrans;
     if (columns == 1)
         cblas_dgemv(CblasColMajor, form, transposed ? inner : rows, transposed ? rows : inner, -1.0, a,
@@ -142,6 +195,7 @@ void solveLower(bool transposed, int size, int columns, double const * lower, in
     if (size <= 0 || columns <= 0)
         return;
     CBLAS_TRANSPOSE const form = transposed ? CblasTrans : CblasNoTrans;
+    CBlasMemory const memory;
     if (columns == 1)
         cblas_dtrsv(CblasColMajor, CblasLower, form, CblasNonUnit, size, lower, leadingL, b, 1);
     else
@@ -151,14 +205,18 @@ void solveLower(bool transposed, int size, int columns, double const * lower, in
 
 void solveUnitLower(int size, double const * matrix, int leading, double * x)
 {
-    if (size > 0)
-        cblas_dtrsv(CblasColMajor, CblasLower, CblasNoTrans, CblasUnit, size, matrix, leading, x, 1);
+    if (size <= 0)
+        return;
+    CBlasMemory const memory;
+    cblas_dtrsv(CblasColMajor, CblasLower, CblasNoTrans, CblasUnit, size, matrix, leading, x, 1);
 }
 
 void solveUpper(int size, double const * matrix, int leading, double * x)
 {
-    if (size > 0)
-        cblas_dtrsv(CblasColMajor, CblasUpper, CblasNoTrans, CblasNonUnit, size, matrix, leading, x, 1);
+    if (size <= 0)
+        return;
+    CBlasMemory const memory;
+    cblas_dtrsv(CblasColMajor, CblasUpper, CblasNoTrans, CblasNonUnit, size, matrix, leading, x, 1);
 }
 
 void solveLowerTransposedFromRight(int rows, int size, double const * lower, int leadingL, double * b,
@@ -166,6 +224,7 @@ void solveLowerTransposedFromRight(int rows, int size, double const * lower, int
 {
     if (rows <= 0 || size <= 0)
         return;
+    CBlasMemory const memory;
     cblas_dtrsm(CblasColMajor, CblasRight, CblasLower, CblasTrans, CblasNonUnit, rows, size, 1.0, lower,
                 leadingL, b, leadingB);
 }
@@ -219,5 +278,34 @@ CBlasSingleThread::~CBlasSingleThread()
     if (--singleThreadScopes == 0)
         openblas_set_num_threads(savedThreads);
 }
+
+CBlasMemory::CBlasMemory()
+{
+    int const threads = ++threadsInKernels;
+    if (threads <= threadsProvided || !blas_memory_alloc || !blas_memory_free)
+        return;
+    try {
+        provideFor(threads);
+    } catch (...) {
+        --threadsInKernels;
+        throw;
+    }
+}
+
+int CBlasMemory::threadsProvidedFor(int wanted)
+{
+    int threads = 1;
+    if (blas_memory_alloc && blas_memory_free)
+        try {
+            for (; threads < wanted; ++threads)
+                if (threads >= threadsProvided)
+                    provideFor(threads + 1);
+        } catch (std::bad_alloc const &) {
+            return threads;
+        }
+    return std::max(wanted, 1);
+}
+
+CBlasMemory::~CBlasMemory() { --threadsInKernels; }
 
 } // namespace QzBackend

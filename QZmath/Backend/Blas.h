@@ -5,9 +5,11 @@
 
 /// The dense vector and matrix kernels that the library takes from BLAS.
 ///
-/// Every result depends on the operands only, not on the number of threads: long vectors go to BLAS in pieces
-/// too short for it to divide among threads, and matrix kernels are to be called inside a `CBlasSingleThread`
-/// scope. All functions are thread-safe. Vectors are contiguous; lengths of 0 do nothing.
+/// The library links a BLAS without threads of its own, but a host can have brought another one before. So
+/// that every result depends on the operands only, not on a number of threads, long vectors go to BLAS in
+/// pieces too short for it to divide, and matrix kernels are to be called inside a `CBlasSingleThread` scope.
+/// All functions are thread-safe. Vectors are contiguous; lengths of 0 do nothing. Functions on matrices
+/// throw `std::bad_alloc` when there is no memory for the kernels to work in, before anything is written.
 namespace QzBackend
 {
 
@@ -75,6 +77,23 @@ public:
     ~CBlasSingleThread();
     CBlasSingleThread(CBlasSingleThread const &) = delete;
     CBlasSingleThread & operator=(CBlasSingleThread const &) = delete;
+};
+
+/// As long as one of these exists, a kernel that this thread calls finds its working memory. OpenBLAS maps
+/// some for each thread that is inside a kernel, keeps it for good, and tries again for ever when the system
+/// refuses it: so it is made to map what is needed while it is certain that it can be had. All functions
+/// above and those of Lapack.h see to it themselves; this is for kernels that others call. Costs two atomic
+/// operations once there is enough. Without effect on another BLAS. Scopes may nest.
+class CBlasMemory
+{
+public:
+    /// For how many threads, up to `wanted`, there is such memory; at least 1, for which there may be none.
+    static int threadsProvidedFor(int wanted);
+
+    CBlasMemory(); ///< throws `std::bad_alloc`
+    ~CBlasMemory();
+    CBlasMemory(CBlasMemory const &) = delete;
+    CBlasMemory & operator=(CBlasMemory const &) = delete;
 };
 
 } // namespace QzBackend

@@ -3,7 +3,7 @@
 
 #include <QZmath/Backend/Blas.h>
 
-#include <lapacke.h>
+#include <lapack.h>
 #include <optional>
 #include <vector>
 
@@ -12,39 +12,59 @@ namespace QzBackend
 
 bool choleskyLower(int size, double * matrix, int leading)
 {
-    return size <= 0 || LAPACKE_dpotrf_work(LAPACK_COL_MAJOR, 'L', size, matrix, leading) == 0;
+    if (size <= 0)
+        return true;
+    CBlasMemory const memory;
+    int status = 0;
+    LAPACK_dpotrf("L", &size, matrix, &leading, &status);
+    return status == 0;
 }
 
 bool invertLowerTriangle(int size, double * matrix, int leading)
 {
     CBlasSingleThread const serial;
-    return size <= 0 || LAPACKE_dtrtri_work(LAPACK_COL_MAJOR, 'L', 'N', size, matrix, leading) == 0;
+    CBlasMemory const memory;
+    if (size <= 0)
+        return true;
+    int status = 0;
+    LAPACK_dtrtri("L", "N", &size, matrix, &leading, &status);
+    return status == 0;
 }
 
 bool factorLu(int size, float * matrix, int * pivots)
 {
     CBlasSingleThread const serial;
-    return LAPACKE_sgetrf_work(LAPACK_COL_MAJOR, size, size, matrix, size, pivots) == 0;
+    CBlasMemory const memory;
+    int status = 0;
+    LAPACK_sgetrf(&size, &size, matrix, &size, pivots, &status);
+    return status == 0;
 }
 
 bool factorLu(int size, double * matrix, int * pivots)
 {
     CBlasSingleThread const serial;
-    return LAPACKE_dgetrf_work(LAPACK_COL_MAJOR, size, size, matrix, size, pivots) == 0;
+    CBlasMemory const memory;
+    int status = 0;
+    LAPACK_dgetrf(&size, &size, matrix, &size, pivots, &status);
+    return status == 0;
 }
 
 bool solveLu(int size, int rightParts, float const * factors, int const * pivots, float * columns)
 {
     CBlasSingleThread const serial;
-    return LAPACKE_sgetrs_work(LAPACK_COL_MAJOR, 'N', size, rightParts, factors, size, pivots, columns,
-                               size) == 0;
+    CBlasMemory const memory;
+    int status = 0;
+    LAPACK_sgetrs("N", &size, &rightParts, factors, &size, pivots, columns, &size, &status);
+    return status == 0;
 }
 
 bool solveLu(int size, int rightParts, double const * factors, int const * pivots, double * columns)
 {
     CBlasSingleThread const serial;
-    return LAPACKE_dgetrs_work(LAPACK_COL_MAJOR, 'N', size, rightParts, factors, size, pivots, columns,
-                               size) == 0;
+    CBlasMemory const memory;
+    int status = 0;
+    LAPACK_dgetrs("N", &size, &rightParts, factors, &size, pivots, columns, &size, &status);
+    return status == 0;
 }
 
 bool invertLu(int size, double * factors, int const * pivots)
@@ -53,8 +73,11 @@ bool invertLu(int size, double * factors, int const * pivots)
     constexpr int blockColumns = 64;
     std::vector<double> work(static_cast<std::size_t>(size) * blockColumns);
     CBlasSingleThread const serial;
-    return LAPACKE_dgetri_work(LAPACK_COL_MAJOR, size, factors, size, pivots, work.data(),
-                               size * blockColumns) == 0;
+    CBlasMemory const memory;
+    int const workSize = size * blockColumns;
+    int status = 0;
+    LAPACK_dgetri(&size, factors, &size, pivots, work.data(), &workSize, &status);
+    return status == 0;
 }
 
 bool generalizedLeftEigen(int size, double * a, double * b, double * alphaReal, double * alphaImaginary,
@@ -72,10 +95,13 @@ bool generalizedLeftEigen(int size, double * a, double * b, double * alphaReal, 
     // Neither right vectors nor condition numbers are asked for, so their arrays are not touched.
     double unusedVector = 0, unusedCondition = 0;
     lapack_logical unusedFlag = 0;
-    return LAPACKE_dggevx_work(LAPACK_COL_MAJOR, 'B', 'V', 'N', 'N', size, a, size, b, size, alphaReal,
-                               alphaImaginary, beta, vectors, size, &unusedVector, 1, &first, &last,
-                               leftScale, rightScale, &normA, &normB, &unusedCondition, &unusedCondition,
-                               work, workSize, integerWork, &unusedFlag) == 0;
+    CBlasMemory const memory;
+    int const one = 1;
+    int status = 0;
+    LAPACK_dggevx("B", "V", "N", "N", &size, a, &size, b, &size, alphaReal, alphaImaginary, beta, vectors,
+                  &size, &unusedVector, &one, &first, &last, leftScale, rightScale, &normA, &normB,
+                  &unusedCondition, &unusedCondition, work, &workSize, integerWork, &unusedFlag, &status);
+    return status == 0;
 }
 
 } // namespace QzBackend

@@ -390,10 +390,10 @@ bool CSparseCholesky::factor(double const * values, double diagonalShift, CProgr
         m_body->elements.reset(new double[at(m_body->structure.blockBegin.back())]);
     CBlasSingleThread const singleThread;
     try {
-        Factorisation(*m_body, values, diagonalShift, progress)
-            .run(m_body->structure.work < smallestParallelWork
-                     ? 1
-                     : CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+        int const threads = m_body->structure.work < smallestParallelWork
+                                ? 1
+                                : CVescaThreadingTasksHelper::getNumOfPhisicalThread();
+        Factorisation(*m_body, values, diagonalShift, progress).run(CBlasMemory::threadsProvidedFor(threads));
     } catch (NotDefinite const &) {
         return false;
     }

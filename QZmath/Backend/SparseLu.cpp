@@ -599,6 +599,7 @@ bool CSparseLu::factor(SparsePattern const & pattern, bool upperOnly, double con
         progress->SetPosFloat(0.05);
     body->columnAt = body->columnOrder(progress);
     CBlasSingleThread const singleThread;
+    CBlasMemory const kernelMemory; // the kernels call BLAS
     if (!Elimination(*body, progress).run() || body->isSingularToWorkingPrecision())
         return false;
     if (progress)

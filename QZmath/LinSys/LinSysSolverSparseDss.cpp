@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <new>
 #include <optional>
 #include <type_traits>
 #include <vector>
@@ -223,8 +222,6 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
         solution.Finish();
         return true;
     } catch (TF_MklDssError const &) {
-        return false;
-    } catch (std::bad_alloc const &) {
         return false;
     }
 }

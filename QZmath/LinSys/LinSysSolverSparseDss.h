@@ -18,8 +18,8 @@ namespace REmath
 /// positive definite that is not symmetric is solved as it stands.
 ///
 /// Fails, and delivers nothing, when the system is not correctly defined, the matrix is singular to working
-/// precision, not definite as declared or incomplete, elements or a solution are not finite, and when memory
-/// is short. A system without vertices succeeds.
+/// precision, not definite as declared or incomplete, and when elements or a solution are not finite. Throws
+/// `std::bad_alloc` when memory is short. A system without vertices succeeds.
 ///
 /// A system gives the same bits each time that it is solved. Objects on different threads work at the same
 /// time. With a progress counter, a Cholesky factorisation can be interrupted every few hundredths of a
