@@ -51,7 +51,8 @@ public:
     virtual REmath::Point3D_d halfExtent() const = 0;
 };
 
-/// Names that `makeShape` knows: "sphere", "torus", "genus3", "plate", "bumpy-sphere", "sheet".
+/// Names that `makeShape` knows: "sphere", "torus", "genus3", "plate", "thin-plate", "block", "bumpy-sphere",
+/// "sheet".
 std::vector<std::string> const & shapeNames();
 
 /// The shape of a name, null for an unknown one.
@@ -60,6 +61,8 @@ std::vector<std::string> const & shapeNames();
 /// - torus: ring radius 1 around z, tube radius 0.4;
 /// - genus3: smooth disk with three holes, an implicit surface;
 /// - plate: box of 2 x 1.4 x 0.3 with all edges rounded by 0.13;
+/// - thin-plate: box of 2 x 1.4 x 0.06 with all edges rounded by 0.02;
+/// - block: box of 2 x 1.4 x 1 with sharp edges;
 /// - bumpy-sphere: radius varying smoothly between about 0.77 and 1.23;
 /// - sheet: open height field over a square of side 2.
 std::unique_ptr<Shape> makeShape(std::string const & name);
