@@ -67,23 +67,22 @@ TEST(OrthoNormBasis, SkewFramesHaveATrueInverse)
 {
     Random random(3);
     for (int repetition = 0; repetition < 100; ++repetition) {
-        Point3D_d const e0 = randomPoint(random, 1) + Point3D_d(3, 0, 0);
-        Point3D_d const e1 = randomPoint(random, 1) + Point3D_d(0, 3, 0);
-        Point3D_d const e2 = randomPoint(random, 1) + Point3D_d(0, 0, 3);
-        COrthoNormBasis basis = COrthoNormBasis::buildByOrthsAndOrigin(e0, e1, e2, randomPoint(random, 9));
-        EXPECT_FALSE(basis.isOrthoNorm());
-        Point3D_d const local = randomPoint(random, 9);
+        Point3D_d const e[3] = {randomPoint(random, 1) + Point3D_d(3, 0, 0),
+                                randomPoint(random, 1) + Point3D_d(0, 3, 0),
+                                randomPoint(random, 1) + Point3D_d(0, 0, 3)};
+        COrthoNormBasis basis =
+            COrthoNormBasis::buildByOrthsAndOrigin(e[0], e[1], e[2], randomPoint(random, 9));
+        Point3D_d const local = randomPoint(random, 9), origin = randomPoint(random, 9);
         EXPECT_LT((basis.transformCoordsToBasis(basis.transformCoordsFromBasis(local)) - local).length(),
                   1e-13);
-        // The axes that are read are the reciprocal ones.
-        EXPECT_NEAR(dot(basis.getE(0), e0), 1, 1e-14);
-        EXPECT_NEAR(dot(basis.getE(0), e2), 0, 1e-14);
-        // The shift comes from the transposed axes, even though that is no inverse here.
-        Point3D_d const origin = randomPoint(random, 9);
         basis.setOrigin(origin);
         double const * const shift = basis.getForthCoordTransform().shift;
-        EXPECT_LT((Point3D_d(shift) + Point3D_d(dot(e0, origin), dot(e1, origin), dot(e2, origin))).length(),
-                  1e-12);
+        for (int i = 0; i < 3; ++i) {
+            // The axes that are read are the reciprocal ones.
+            EXPECT_NEAR(dot(basis.getE(0), e[i]), i == 0, 1e-14);
+            // The shift comes from the transposed axes, even though that is no inverse here.
+            EXPECT_NEAR(shift[i], -dot(e[i], origin), 1e-12);
+        }
     }
 }
 

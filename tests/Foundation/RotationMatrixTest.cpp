@@ -57,13 +57,9 @@ TEST(RotationMatrix, SymmetryIsJudgedInThreeWays)
         matrix.m[2][0] = lower;
         return 4 * matrix.isSelfAdjoint() + 2 * matrix.isSelfAdjointAsFloats() + IsSelfAdjoint(matrix);
     };
-    EXPECT_EQ(with(0, 0), 7);
-    EXPECT_EQ(with(1, std::nextafter(1, 2)), 7);
-    EXPECT_EQ(with(1, 1.0000001), 3);
-    EXPECT_EQ(with(1, 1.0000002), 2);
-    EXPECT_EQ(with(1e-9, 0), 1);
-    EXPECT_EQ(with(1e9, 1e9 + 1), 2);
-    EXPECT_EQ(with(notANumber, notANumber), 0);
+    EXPECT_TRUE(with(0, 0) == 7 && with(1, std::nextafter(1, 2)) == 7);
+    EXPECT_TRUE(with(1, 1.0000001) == 3 && with(1, 1.0000002) == 2);
+    EXPECT_TRUE(with(1e-9, 0) == 1 && with(1e9, 1e9 + 1) == 2 && with(notANumber, notANumber) == 0);
 }
 
 TEST(RotationMatrix, InverseOfMatricesAndTransforms)

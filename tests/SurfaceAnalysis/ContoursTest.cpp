@@ -22,10 +22,8 @@ template <class Coordinate>
 Contour closedContour(std::size_t points, Coordinate const & coordinate)
 {
     Contour xy(2 * points);
-    for (double & value : xy)
-        value = coordinate();
-    xy.push_back(xy[0]);
-    xy.push_back(xy[1]);
+    std::generate(xy.begin(), xy.end(), coordinate);
+    xy.insert(xy.end(), {xy[0], xy[1]});
     return xy;
 }
 
@@ -110,8 +108,8 @@ TEST(PointInContour, IsTheParityOfWindingAndOfAnyFan)
     EXPECT_FALSE(isPointInContour(0, 0, {}) || isPointInContour(0, 0, {0, 0}));
     // Upper and right borders belong to a contour, lower and left ones do not.
     Contour const square = {0, 0, 1, 0, 1, 1, 0, 1, 0, 0};
-    for (double const t : {0.25, 0.5, 1.0})
+    for (double const t : {0.25, 0.5, 1.0}) {
         EXPECT_TRUE(isPointInContour(t, 1, square) && isPointInContour(1, t, square));
-    for (double const t : {0.0, 0.25, 0.5})
-        EXPECT_FALSE(isPointInContour(t, 0, square) || isPointInContour(0, t, square));
+        EXPECT_FALSE(isPointInContour(1 - t, 0, square) || isPointInContour(0, 1 - t, square));
+    }
 }

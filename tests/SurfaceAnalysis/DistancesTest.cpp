@@ -62,12 +62,11 @@ TYPED_TEST(SegmentDistance, FootIsNearestInEveryForm)
         int const feature = t == 0 ? segmentStart : t == 1 ? segmentEnd : segmentInterior;
         int where = 7;
         if (repetition % 3 == 0) {
-            TypeParam tInPlane = 0;
+            TypeParam tInPlane = 0, *const none = nullptr;
             p[2] = 5; // not read
             EXPECT_EQ(DistancePoint2Segment2D(p, a, b, tInPlane, &where, footInPlane), squared);
             EXPECT_TRUE(tInPlane == t && where == feature && std::equal(footInPlane, footInPlane + 2, foot));
-            EXPECT_EQ(DistancePoint2Segment2D(p, a, b, t, nullptr, static_cast<TypeParam *>(nullptr)),
-                      squared);
+            EXPECT_EQ(DistancePoint2Segment2D(p, a, b, t, nullptr, none), squared);
         } else if constexpr (std::is_same_v<TypeParam, float>) {
             float again[3];
             EXPECT_EQ(DistancePoint2Segment(p, a, b, again, where), squared);
@@ -112,9 +111,9 @@ TEST(TriangleDistance, FootIsNearestAndOnTheFeatureTold)
         expectNearest(wide, found, {a, b, c}, tolerance);
         ASSERT_TRUE(where >= triangleInterior && where <= triangleEdge20);
         if (where == triangleInterior) {
-            double const parts = cross(a - found, b - found).length() + cross(b - found, c - found).length() +
-                                 cross(c - found, a - found).length();
-            EXPECT_NEAR(parts, cross(b - a, c - a).length(), tolerance);
+            Point3D_d const u = a - found, v = b - found, w = c - found;
+            EXPECT_NEAR(cross(u, v).length() + cross(v, w).length() + cross(w, u).length(),
+                        cross(b - a, c - a).length(), tolerance);
         } else if (where <= triangleVertex2) {
             EXPECT_EQ(found, Point3D_d(pointers[where]));
         } else {
@@ -126,8 +125,8 @@ TEST(TriangleDistance, FootIsNearestAndOnTheFeatureTold)
 
         REmath::CProjectorTriangle triangle(vertices);
         double const fromFrame = triangle.DistToTriangle2(p.asArray());
-        EXPECT_NEAR(std::sqrt(fromFrame), std::sqrt(squared),
-                    4e-6 * scale); // of which 1e-6 for a lost height
+        // Of the tolerance 1e-6 are for a lost height.
+        EXPECT_NEAR(std::sqrt(fromFrame), std::sqrt(squared), 4e-6 * scale);
         EXPECT_EQ(triangle.DistToTriangle2Precalced(p.asArray()), fromFrame);
         triangle.PreCalc();
         EXPECT_EQ(triangle.DistToTriangle2Precalced(p.asArray()), fromFrame);
@@ -141,18 +140,16 @@ TEST(Distances, HostileInputGivesCodesInRange)
     Random random(5);
     for (int repetition = 0; repetition < 20000; ++repetition) {
         float numbers[12], foot[3], t = 7;
-        for (float & number : numbers)
-            number = hostileNumber(random);
-        float const *p = numbers, *a = numbers + 3, *b = numbers + 6, *c = numbers + 9;
+        std::generate(std::begin(numbers), std::end(numbers), [&] { return hostileNumber(random); });
+        float const *p = numbers, *vertices[3] = {numbers + 3, numbers + 6, numbers + 9};
         int where = 7, whereInTriangle = 7;
-        DistancePoint2Line(p, a, b);
-        DistancePoint2Segment(p, a, b, t);
-        DistancePoint2Segment(p, a, b, foot, where);
-        float const * vertices[3] = {a, b, c};
+        DistancePoint2Line(p, vertices[0], vertices[1]);
+        DistancePoint2Segment(p, vertices[0], vertices[1], t);
+        DistancePoint2Segment(p, vertices[0], vertices[1], foot, where);
         distancePointTriangle2(p, vertices, whereInTriangle, foot);
         EXPECT_TRUE(t >= 0 && t <= 1 && where >= -1 && where <= 1);
         EXPECT_TRUE(whereInTriangle >= -1 && whereInTriangle <= 5);
-        double const squared = REmath::CProjectorTriangle(a, b, c).DistToTriangle2(p);
-        EXPECT_TRUE(squared >= 0 || std::isnan(squared));
+        EXPECT_FALSE(REmath::CProjectorTriangle(vertices[0], vertices[1], vertices[2]).DistToTriangle2(p) <
+                     0);
     }
 }

@@ -111,19 +111,17 @@ TEST(TriangleAndLine, HitIsWhereItWasAimed)
         EXPECT_FALSE(overshoot > 0.001 && hitFree(overshoot - 0.0005));
         EXPECT_TRUE(overshoot <= 0.001 || Point3D(freeHit) == Point3D(hit));
         EXPECT_TRUE(hitFree(overshoot + tolerance));
-        EXPECT_EQ(inside, isHit);
+        EXPECT_TRUE(inside == isHit && Point3D(freeHit) == Point3D(hit));
         EXPECT_NEAR(found, overshoot, tolerance);
-        EXPECT_EQ(Point3D(freeHit), Point3D(hit));
         Point3D const vertices[3] = {corners[0], corners[1], corners[2]};
         EXPECT_NEAR(dist2, distancePointTriangle2(hit, vertices), 1e-6);
     }
     for (int repetition = 0; repetition < 20000; ++repetition) {
-        float numbers[15], hit[3], overshoot = 0;
-        for (float & number : numbers)
-            number = hostileNumber(random);
+        float p[15], hit[3], overshoot = 0;
+        std::generate(std::begin(p), std::end(p), [&] { return hostileNumber(random); });
         bool inside = false;
-        float const *p = numbers, *q = numbers + 3, *r = numbers + 6, *s = numbers + 9, *t = numbers + 12;
-        bool const isHit = IntersectTriangLineFree(p, q, r, s, t, hit, 0.5F, inside, &overshoot, nullptr);
+        bool const isHit =
+            IntersectTriangLineFree(p, p + 3, p + 6, p + 9, p + 12, hit, 0.5F, inside, &overshoot, nullptr);
         EXPECT_TRUE(!isHit || (overshoot >= 0 && overshoot <= 0.5F && (!inside || overshoot == 0)));
     }
 }

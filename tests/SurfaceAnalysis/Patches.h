@@ -22,38 +22,25 @@ inline double degreesBetweenLines(double const * a, REmath::Point3D_d const & b)
     return std::acos(std::min(1.0, std::abs(REmath::Point3D_d(a).angleCos(b)))) * 57.29577951308232;
 }
 
-/// Surface z(x, y) that touches the plane of x and y at the origin.
+/// Surface that touches the plane of x and y at the origin: a piece of a torus, whose tube and ring have the
+/// curvatures given there, positive upwards. It is a sphere where both are the same; 0 counts as 1e-7.
 struct Patch
 {
+    double height(double x, double y) const
+    {
+        double const ringRadius = 1 / (curvatures[0] == 0 ? 1e-7 : curvatures[0]);
+        double const tubeRadius = 1 / (curvatures[1] == 0 ? 1e-7 : curvatures[1]);
+        double const fromAxis = std::sqrt(tubeRadius * tubeRadius - x * x) + ringRadius - tubeRadius;
+        return ringRadius - std::copysign(std::sqrt(fromAxis * fromAxis - y * y), ringRadius);
+    }
+
     char const * name;
-    double (*height)(double x, double y);
-    std::array<double, 2> curvatures; ///< in order, positive upwards
+    std::array<double, 2> curvatures; ///< in order
 };
 
 inline std::vector<Patch> curvedPatches()
 {
-    return {
-        {"cylinder", [](double x, double) { return 1 - std::sqrt(1 - x * x); }, {0, 1}},
-        {"saddle", [](double x, double y) { return 0.5 * (x * x - y * y); }, {-1, 1}},
-        // Tube of radius 1 about a circle of radius 3, outside and inside.
-        {"torusOutside",
-         [](double x, double y) {
-             double const ring = std::sqrt(1 - x * x) + 3;
-             return 4 - std::sqrt(ring * ring - y * y);
-         },
-         {0.25, 1}},
-        {"torusInside",
-         [](double x, double y) {
-             double const ring = 3 - std::sqrt(1 - x * x);
-             return std::sqrt(ring * ring - y * y) - 2;
-         },
-         {-0.5, 1}},
-    };
-}
-
-inline Patch sphericalPatch()
-{
-    return {"sphere", [](double x, double y) { return 1 - std::sqrt(1 - x * x - y * y); }, {1, 1}};
+    return {{"cylinder", {0, 1}}, {"saddle", {-0.5, 1}}, {"torus", {0.25, 1}}};
 }
 
 struct Neighbourhood
@@ -71,12 +58,11 @@ inline Neighbourhood makeNeighbourhood(Patch const & patch, qz_sampling::Random 
     Neighbourhood result;
     result.normal = frame.axes[2];
     for (int i = 0; i < count; ++i) {
-        double const angle = random.uniform(0, 6.283185307179586),
-                     reach = radius * std::sqrt(random.uniform());
-        double const x = i == 0 ? 0 : reach * std::cos(angle), y = i == 0 ? 0 : reach * std::sin(angle);
+        double const angle = random.uniform(0, 6.283185307179586);
+        double const reach = i == 0 ? 0 : radius * std::sqrt(random.uniform());
+        double const x = reach * std::cos(angle), y = reach * std::sin(angle);
         double const z = patch.height(x, y) + noise * radius * random.normal();
-        REmath::Point3D_d const p = frame.toWorld(REmath::Point3D_d(x, y, z) * size);
-        result.points.emplace_back(p.x(), p.y(), p.z());
+        result.points.emplace_back(frame.toWorld(REmath::Point3D_d(x, y, z) * size).asArray());
     }
     return result;
 }

@@ -35,9 +35,9 @@ std::vector<int> neighboursByBruteForce(std::vector<Point3D> const & points, std
     std::sort(order.begin(), order.end());
     if (count > 0 && order.size() > static_cast<std::size_t>(count))
         order.resize(static_cast<std::size_t>(count));
-    std::vector<int> neighbours;
-    for (auto const & [squared, i] : order)
-        neighbours.push_back(i);
+    std::vector<int> neighbours(order.size());
+    std::transform(order.begin(), order.end(), neighbours.begin(),
+                   [](auto const & each) { return each.second; });
     std::sort(neighbours.begin(), neighbours.end());
     return neighbours;
 }
@@ -80,24 +80,18 @@ TEST(PointTree, NeighboursAreThoseOfBruteForce)
         if (i % 10 == 3)
             points.push_back(points[7]);
         if (i % 50 == 0)
-            points.emplace_back(random.uniform(-300, 300), random.uniform(-300, 300),
-                                random.uniform(-300, 300));
+            points.emplace_back(300 * random.normal(), 300 * random.normal(), 300 * random.normal());
         if (i % 200 == 0)
             points.emplace_back(0, 0, 1e30 * i);
         if (i % 100 == 0)
             points.emplace_back(0, std::numeric_limits<float>::quiet_NaN(), 0);
     }
-    for (auto const & [count, radius] : {std::pair(1, everywhere),
-                                         {20, everywhere},
-                                         {150, everywhere},
-                                         {0, 0.6},
-                                         {12, 0.3},
-                                         {0, 0.0},
-                                         {7, 50.0}})
-        expectBruteForce(points, count, radius, 7);
+    for (int count : {1, 20, 150})
+        expectBruteForce(points, count, everywhere, 7);
+    for (double radius : {0.0, 0.3, 0.6, 50.0})
+        expectBruteForce(points, radius == 0.3 ? 12 : radius == 50 ? 7 : 0, radius, 7);
     expectBruteForce(points, 100000, everywhere, 50);
     expectBruteForce(points, 0, 1000, 50);
-
-    expectBruteForce(std::vector<Point3D>(300, Point3D(3, 4, 5)), 20, everywhere, 1);
-    expectBruteForce({Point3D(3, 4, 5)}, 20, everywhere, 1);
+    for (std::size_t copies : {1U, 300U})
+        expectBruteForce(std::vector<Point3D>(copies, Point3D(3, 4, 5)), 20, everywhere, 1);
 }

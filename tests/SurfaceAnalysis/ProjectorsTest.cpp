@@ -24,17 +24,18 @@ using Polyline = std::vector<Point3D_d>;
 class FixedAnswer : public IPointToFaceProjector
 {
 public:
-    FixedAnswer(Point3D_d const & answer, bool succeeds, bool copyable, int & instances)
-        : m_answer(answer), m_succeeds(succeeds), m_copyable(copyable), m_instances(instances)
+    FixedAnswer(Point3D_d const & answer, bool succeeds, bool copyable)
+        : m_answer(answer), m_succeeds(succeeds), m_copyable(copyable)
     {
-        ++m_instances;
+        ++instances;
     }
-    ~FixedAnswer() override { --m_instances; }
+    ~FixedAnswer() override { --instances; }
+    inline static int instances = 0;
 
 protected:
     IPointToGeomObjProjector * OnCopy() const override
     {
-        return m_copyable ? new FixedAnswer(m_answer, m_succeeds, m_copyable, m_instances) : nullptr;
+        return m_copyable ? new FixedAnswer(m_answer, m_succeeds, m_copyable) : nullptr;
     }
     using IPointToFaceProjector::OnProjectPoint;
     bool OnProjectPoint(Point3D_d const &, Point3D_d & result, double &, double &, bool &) override
@@ -46,7 +47,6 @@ protected:
 private:
     Point3D_d m_answer;
     bool m_succeeds, m_copyable;
-    int & m_instances;
 };
 
 } // namespace
@@ -84,13 +84,15 @@ TEST(ProjectorToPolyline, AnswersDegenerateAndHostilePolylines)
     Point3D_d result;
     double param = 7;
     EXPECT_FALSE(CProjectorToPolyline().projectPoint(Point3D_d(1), result, param));
-    CProjectorToPolyline single(Polyline{{1, 2, 3}}), repeated(Polyline(3, {1, 2, 3}));
-    EXPECT_TRUE(single.projectPoint(Point3D(9), result, param) && param == 0 && result == Point3D_d(1, 2, 3));
-    param = 7;
-    EXPECT_TRUE(repeated.projectPoint(Point3D(9), result, param) && param == 0 &&
-                result == Point3D_d(1, 2, 3));
-    EXPECT_FALSE(repeated.projectPoint(Point3D_d(NAN, 0, 0), result, param) ||
-                 repeated.projectPoint(Point3D_d(INFINITY, 0, 0), result, param));
+    CProjectorToPolyline projector;
+    for (std::size_t count : {1U, 3U}) {
+        projector = CProjectorToPolyline(Polyline(count, {1, 2, 3}));
+        param = 7;
+        EXPECT_TRUE(projector.projectPoint(Point3D(9), result, param));
+        EXPECT_TRUE(param == 0 && result == Point3D_d(1, 2, 3));
+    }
+    EXPECT_FALSE(projector.projectPoint(Point3D_d(NAN, 0, 0), result, param) ||
+                 projector.projectPoint(Point3D_d(INFINITY, 0, 0), result, param));
     CProjectorToPolyline broken(Polyline{{NAN, 0, 0}, {0, 0, 0}, {1, 0, 0}, {INFINITY, 0, 0}});
     EXPECT_TRUE(broken.projectPoint(Point3D_d(2, 1, 0), result, param));
     EXPECT_TRUE(param == 2 && result == Point3D_d(1, 0, 0));
@@ -98,13 +100,12 @@ TEST(ProjectorToPolyline, AnswersDegenerateAndHostilePolylines)
 
 TEST(ProjectorsJoin, TakesTheNearestAndTellsTheLast)
 {
-    int instances = 0;
     {
         CProjectorsJoin join;
         Point3D_d result(7);
         EXPECT_FALSE(join.projectPoint(0, result));
         auto const add = [&](Point3D_d const & answer, bool succeeds, bool copyable = true) {
-            join.AddProjectorWithOwnerShip(new FixedAnswer(answer, succeeds, copyable, instances));
+            join.AddProjectorWithOwnerShip(new FixedAnswer(answer, succeeds, copyable));
         };
         add({0.1, 0, 0}, false);
         join.AddProjectorWithOwnerShip(nullptr);
@@ -118,8 +119,8 @@ TEST(ProjectorsJoin, TakesTheNearestAndTellsTheLast)
         EXPECT_TRUE(!join.projectPoint(0, result) && result == Point3D_d(1, 0, 0));
 
         std::unique_ptr<IPointToGeomObjProjector> const copy(join.Copy());
-        EXPECT_EQ(instances, 11); // without the one that cannot be copied
+        EXPECT_EQ(FixedAnswer::instances, 11); // without the one that cannot be copied
         EXPECT_TRUE(!copy->projectPoint(0, result) && result == Point3D_d(2, 0, 0));
     }
-    EXPECT_EQ(instances, 0);
+    EXPECT_EQ(FixedAnswer::instances, 0);
 }

@@ -41,10 +41,8 @@ TEST(QuadraticForm, ArraysOfEveryLengthGiveTheSumOfTheirMonomials)
         CQuadFormRaw9<double> back9{};
         form.ConvertToRawFormat(back);
         form.ConvertToRawFormat(back9);
-        for (int i = 0; i < 10; ++i) {
-            EXPECT_EQ(back[i], i < count ? coeffs[i] : 0);
-            EXPECT_EQ(back9[i % 9], back[i % 9]);
-        }
+        for (int i = 0; i < 10; ++i)
+            EXPECT_TRUE(back[i] == (i < count ? coeffs[i] : 0) && back9[i % 9] == double(back[i % 9]));
         Point3D_d const p = randomPoint(random, 3), step = randomPoint(random, 1);
         // Exact for a quadratic function up to rounding.
         EXPECT_NEAR(dot(form.evalGradient(p), step), (form.eval(p + step) - form.eval(p - step)) / 2, 1e-12);
@@ -72,40 +70,30 @@ TEST(QuadraticForm, RootsSolveTheFormInOrder)
         CQuadraticForm::CalcZResult const result = form.calculateZByXY(x, y, z1, z2);
         ASSERT_EQ(form.calculateZByXYSortedByGrad(x, y, g1, g2, dir), result);
         ++seen[result];
-        double const size = 1 + z1 * z1;
-        if (result == CQuadraticForm::CalcZNone) {
-            // Without a root the form keeps its sign on the line.
-            EXPECT_GT(form.eval({x, y, -100}) * form.eval({x, y, 100}), 0);
-            EXPECT_EQ(z1, 77);
-        } else {
-            EXPECT_NEAR(form.eval({x, y, z1}) / size, 0, 1e-10);
-        }
+        // Without a root the form keeps its sign on the line.
+        EXPECT_TRUE(result == CQuadraticForm::CalcZNone
+                        ? z1 == 77 && form.eval({x, y, -100}) * form.eval({x, y, 100}) > 0
+                        : std::abs(form.eval({x, y, z1})) < 1e-10 * (1 + z1 * z1));
         if (result == CQuadraticForm::CalcZTwo) {
             EXPECT_NEAR(form.eval({x, y, z2}) / (1 + z2 * z2), 0, 1e-10);
             EXPECT_LE(std::abs(z1), std::abs(z2));
             EXPECT_EQ(std::minmax(g1, g2), std::minmax(z1, z2));
             auto const along = [&](double z) { return form.evalGradient({x, y, z}).angleCos(dir); };
             EXPECT_GE(along(g1) + 1e-12, along(g2));
-        } else {
-            EXPECT_EQ(z2, 78);
         }
+        EXPECT_TRUE(result == CQuadraticForm::CalcZTwo || z2 == 78);
     }
-    EXPECT_GT(seen[0], 100);
-    EXPECT_GT(seen[2], 100);
-    EXPECT_GT(seen[6], 100);
+    EXPECT_GT(std::min({seen[0], seen[2], seen[6]}), 100);
 
+    // Constants, and a double root.
     double z1 = 5, z2 = 6;
-    double const free[2] = {0, 1};
-    for (double k : free) {
-        CQuadraticForm const constant = CQuadraticForm::buildFromCoefficients(0, 0, 0, 0, 0, 0, 0, 0, 0, k);
-        EXPECT_EQ(constant.calculateZByXY(1, 2, z1, z2),
-                  k == 0 ? CQuadraticForm::CalcZAny : CQuadraticForm::CalcZNone);
-    }
+    auto const solve = [&](double zz, double z, double constant) {
+        return CQuadraticForm::buildFromCoefficients(0, 0, zz, 0, 0, 0, 0, 0, z, constant)
+            .calculateZByXY(1, 2, z1, z2);
+    };
+    EXPECT_TRUE(solve(0, 0, 0) == CQuadraticForm::CalcZAny && solve(0, 0, 1) == CQuadraticForm::CalcZNone);
     EXPECT_EQ(z1, 5);
-    CQuadraticForm const square = CQuadraticForm::buildFromCoefficients(0, 0, 1, 0, 0, 0, 0, 0, -4, 4);
-    EXPECT_EQ(square.calculateZByXY(3, 3, z1, z2), CQuadraticForm::CalcZTwo);
-    EXPECT_EQ(z1, 2);
-    EXPECT_EQ(z2, 2);
+    EXPECT_TRUE(solve(1, -4, 4) == CQuadraticForm::CalcZTwo && z1 == 2 && z2 == 2);
 }
 
 TEST(QuadraticForm, KeepsItsValuesInEveryBasis)
