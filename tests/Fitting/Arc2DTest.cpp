@@ -62,8 +62,7 @@ void expectFillet(CArc2D const & fillet, CArc2D const * arcs, Vec through, doubl
     EXPECT_NEAR(std::abs(centerOf(fillet) - through), std::abs(r), tolerance);
     for (int i = 0; i < 2; ++i) {
         Vec const touch = i == 0 ? startOf(fillet) : endOf(fillet);
-        double const side = height(arcs[i], through) > 0 ? 1 : -1;
-        double const size = arcs[i].m_radius;
+        double const side = height(arcs[i], through) > 0 ? 1 : -1, size = arcs[i].m_radius;
         EXPECT_NEAR(height(arcs[i], centerOf(fillet)), r < 0 ? -r - 2 * size : side * r, tolerance);
         EXPECT_NEAR(height(arcs[i], touch), 0, tolerance);
         EXPECT_NEAR(std::abs(touch - centerOf(fillet)), std::abs(r), tolerance);
@@ -170,8 +169,7 @@ TEST(Arc2D, FilletTouchesAndIsFoundBack)
         bool const isMade = fillet.Make2ArcsFillet(arcs, point);
         EXPECT_EQ(fillet.m_straight, 5);
         if (!isMade) {
-            EXPECT_TRUE(isSame(fillet, before));
-            EXPECT_FALSE(isOnSide) << trial;
+            EXPECT_TRUE(isSame(fillet, before) && !isOnSide) << trial;
         } else if (std::abs(fillet.m_radius) < 30) {
             expectFillet(fillet, arcs, through, 1e-3);
         }

@@ -29,6 +29,17 @@ struct Circle
     Point3D_d center, normal;
     double radius = 0;
 
+    bool plain(Points const & points) { return FitCircleToPointSet(points, center, normal, radius); }
+    bool robust(Points const & points) { return FitCircleToPointSetRobust(points, center, normal, radius); }
+    bool through(Points const & points, Points const & fixed)
+    {
+        return FitCircleToPointSetWithFixedPointsRobust(points, fixed, center, normal, radius);
+    }
+    bool tangent(Points const & points, Points const & fixed, Points const & directions)
+    {
+        return FitCircleByPointsWithDirs(points, fixed, directions, center, normal, radius);
+    }
+
     // Distance of the projection of `p` from the circle.
     double distance(Point3D_d const & p) const
     {
@@ -80,23 +91,6 @@ double algebraicCost(Points const & points, Circle const & circle)
     return sum;
 }
 
-bool plain(Circle & c, Points const & points)
-{
-    return FitCircleToPointSet(points, c.center, c.normal, c.radius);
-}
-bool robust(Circle & c, Points const & points)
-{
-    return FitCircleToPointSetRobust(points, c.center, c.normal, c.radius);
-}
-bool through(Circle & c, Points const & points, Points const & fixed)
-{
-    return FitCircleToPointSetWithFixedPointsRobust(points, fixed, c.center, c.normal, c.radius);
-}
-bool tangent(Circle & c, Points const & points, Points const & fixed, Points const & directions)
-{
-    return FitCircleByPointsWithDirs(points, fixed, directions, c.center, c.normal, c.radius);
-}
-
 TEST(CircleFitting, PlainFitIsTheAlgebraicMinimum)
 {
     Random random(1);
@@ -104,7 +98,7 @@ TEST(CircleFitting, PlainFitIsTheAlgebraicMinimum)
         Truth const truth = randomTruth(random);
         Points const points = truth.samples(random, 4 + round, 0, random.uniform(1, 2 * pi), round % 2 * 0.3);
         Circle found;
-        ASSERT_TRUE(plain(found, points));
+        ASSERT_TRUE(found.plain(points));
         EXPECT_TRUE(round % 2 == 1 || truth.error(found) < 1e-6) << truth.error(found);
         double const least = algebraicCost(points, found);
         for (int trial = 0; trial < 20; ++trial) {
@@ -124,13 +118,13 @@ TEST(CircleFitting, RobustFitRecoversWhatThePlainOneLoses)
         Points points = truth.samples(random, 500, round, random.uniform(3, 6), 0.02, 8);
         points.push_back(truth.frame.origin); // has no direction from the centre
         Circle loses, recovers;
-        ASSERT_TRUE(plain(loses, points));
-        ASSERT_TRUE(robust(recovers, points));
+        ASSERT_TRUE(loses.plain(points));
+        ASSERT_TRUE(recovers.robust(points));
         EXPECT_LT(truth.error(recovers), std::min(0.1, truth.error(loses) / 10));
 
         Points const corners = {truth.at(round), truth.at(round + 1), truth.at(round + 4)};
         Circle free, fixed;
-        ASSERT_TRUE(robust(free, corners) && through(fixed, {}, corners));
+        ASSERT_TRUE(free.robust(corners) && fixed.through({}, corners));
         EXPECT_LT(truth.error(free) + truth.error(fixed), 1e-9);
         EXPECT_NEAR(dot(free.normal, truth.frame.axes[2]), 1, 1e-12);
     }
@@ -153,25 +147,24 @@ TEST(CircleFitting, ConstraintsHold)
                         direction = truth.tangentAt(angle);
         double const tolerance = 0.04 * truth.radius;
         Circle circle;
-        ASSERT_TRUE(through(circle, points, {beside}));
+        ASSERT_TRUE(circle.through(points, {beside}));
         EXPECT_LT(circle.distance(beside), 1e-9);
         EXPECT_LT(truth.error(circle), tolerance);
 
-        ASSERT_TRUE(tangent(circle, points, {fixed}, {direction * -7}));
-        EXPECT_LT(circle.distance(fixed), 1e-9);
-        EXPECT_LT(std::abs(dot(circle.center - fixed, direction)), 1e-9);
+        ASSERT_TRUE(circle.tangent(points, {fixed}, {direction * -7}));
+        EXPECT_LT(circle.distance(fixed) + std::abs(dot(circle.center - fixed, direction)), 1e-9);
         EXPECT_LT(truth.error(circle), tolerance);
 
         // The mean distance is that of all samples, outliers too, so the truth is wanted without them.
         Points const clean = truth.samples(random, 300, angle - 0.2, 3, 0.01);
         for (double const half : {0.0, pi / 4}) {
             Points const pair = {truth.at(angle + half), truth.at(angle + half + pi / 2)};
-            ASSERT_TRUE(through(circle, clean, pair));
+            ASSERT_TRUE(circle.through(clean, pair));
             EXPECT_LT(circle.distance(pair[0]) + circle.distance(pair[1]), 1e-9);
             EXPECT_LT(truth.error(circle), tolerance);
         }
-        ASSERT_TRUE(tangent(circle, points, {fixed, truth.at(angle + 2)},
-                            {direction, truth.tangentAt(angle + 2) * 3}));
+        ASSERT_TRUE(circle.tangent(points, {fixed, truth.at(angle + 2)},
+                                   {direction, truth.tangentAt(angle + 2) * 3}));
         EXPECT_LT(truth.error(circle), 1e-7);
     }
 }
@@ -186,29 +179,24 @@ TEST(CircleFitting, RefusesWhatDeterminesNoCircle)
         round.emplace_back(std::cos(i), std::sin(i), 0);
     }
     withNaN.insert(withNaN.end(), round.begin(), round.end());
-    std::vector<Points> const cases = {{},
-                                       {{1, 2, 3}},
-                                       {{1, 2, 3}, {4, 5, 6}},
-                                       collinear,
-                                       huge,
-                                       withNaN,
-                                       Points(9, {1.1, 2.2, 3.3}),
-                                       Points(collinear.begin(), collinear.begin() + 3),
-                                       Points(collinear.begin(), collinear.begin() + 4)};
+    Points const same(9, {1.1, 2.2, 3.3}), three(collinear.begin(), collinear.begin() + 3);
+    Points const four(collinear.begin(), collinear.begin() + 4), single = {{1, 2, 3}},
+                                                                 two = {{1, 2, 3}, {4, 5, 6}};
+    std::vector<Points> const cases = {{}, single, two, three, four, collinear, huge, withNaN, same};
     Circle c;
     for (Points const & points : cases) {
-        EXPECT_FALSE(plain(c, points) || robust(c, points) || through(c, points, {{1, 1, 0}, {1, 0, 0}}) ||
-                     tangent(c, points, {{0, 0, 0}}, {{1, 2, 0}}))
+        EXPECT_FALSE(c.plain(points) || c.robust(points) || c.through(points, {{1, 1, 0}, {1, 0, 0}}) ||
+                     c.tangent(points, {{0, 0, 0}}, {{1, 2, 0}}))
             << &points - cases.data();
     }
     Points const pair = {{1, 0, 0}, {0, 1, 0}};
     for (Points const & fixed : {Points(), Points(2, {1, 0, 0}), Points{{notANumber, 0, 0}}})
-        EXPECT_FALSE(through(c, round, fixed) || tangent(c, round, fixed, fixed));
-    EXPECT_FALSE(through(c, round, Points(4, {1, 0, 0})));
-    EXPECT_FALSE(tangent(c, round, pair, {{0, 1, 0}}));
-    EXPECT_FALSE(tangent(c, round, {pair[0]}, {{0, 0, 1}})) << "across the plane";
-    EXPECT_FALSE(tangent(c, round, {{1, 0.1, 0}}, {{0, 1e200, 0}})) << "of infinite length";
-    EXPECT_FALSE(tangent(c, round, pair, {{1, -1, 0}, {-3, 3, 0}})) << "along the chord";
+        EXPECT_FALSE(c.through(round, fixed) || c.tangent(round, fixed, fixed));
+    EXPECT_FALSE(c.through(round, Points(4, {1, 0, 0})));
+    EXPECT_FALSE(c.tangent(round, pair, {{0, 1, 0}}));
+    EXPECT_FALSE(c.tangent(round, {pair[0]}, {{0, 0, 1}})) << "across the plane";
+    EXPECT_FALSE(c.tangent(round, {{1, 0.1, 0}}, {{0, 1e200, 0}})) << "of infinite length";
+    EXPECT_FALSE(c.tangent(round, pair, {{1, -1, 0}, {-3, 3, 0}})) << "along the chord";
 }
 
 // Rosenbrock's valley as the sum of squares of 10 (y - x²) and 1 - x.

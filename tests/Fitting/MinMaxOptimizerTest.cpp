@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <limits>
 #include <random>
 #include <utility>
 #include <vector>
@@ -85,7 +84,7 @@ TEST(MinMaxOptimizer, StaysWhereNothingIsGained)
     EXPECT_EQ(Problem({}, start).run(4), start);
     // The worst function is flat: the other one decides the direction, but cannot raise the minimum.
     Formula const rising = [](Point3D_d const & p) { return 9 + p.x(); };
-    for (double value : {5.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
+    for (double value : {5.0, std::nan(""), double(INFINITY)}) {
         Formula const flat = [=](Point3D_d const &) { return value; };
         EXPECT_EQ(Problem({flat}, start).run(4), start);
         EXPECT_TRUE(value != 5 || Problem({flat, rising}, start).run(4) == start);

@@ -11,7 +11,6 @@
 #include <cmath>
 #include <complex>
 #include <cstddef>
-#include <limits>
 #include <vector>
 
 namespace
@@ -245,20 +244,17 @@ TEST(PolylineFitCurve, PutsJointsWithFreeCurvesOnTheOtherCurve)
         for (int k = 0; k < 4; ++k)
             EXPECT_EQ(fit.chain.getCurveType(k), types[k]);
         EXPECT_EQ(std::count(fit.curves.begin(), fit.curves.end(), 77.0), 14);
-        EXPECT_LT(fit.distance(0, fit.at(1)), 1e-6);
+        EXPECT_LT(fit.distance(0, fit.at(1)) + fit.distance(3, fit.at(3)), 1e-6);
         EXPECT_LT((fit.at(2) - segments[1].back()).length(), 1e-9);
-        EXPECT_LT(fit.distance(3, fit.at(3)), 1e-6);
         EXPECT_NEAR(fit.radius(3), 10, 1e-3);
         // The free curve behind a line is judged by the chords of the line.
         EXPECT_EQ(fit.chain.getBndCondType(1), spacing > 0.316 ? BndCondPointDir : BndCondPoint);
         EXPECT_EQ(fit.chain.getBndCondType(3), BndCondPoint);
 
-        ASSERT_TRUE(fit.chain.setCurveType(0, PolylineCurveNurbs) &&
-                    fit.chain.setCurveType(3, PolylineCurveNurbs));
-        EXPECT_FALSE(fit.chain.setCurveType(3, PolylineCurveNurbs));
+        for (int k = 0; k < 4; ++k)
+            EXPECT_EQ(fit.chain.setCurveType(k, PolylineCurveNurbs), k % 3 == 0);
         std::vector<double> const before = fit.curves;
-        EXPECT_EQ(fit.refit(), 0); // nothing to fit is no error
-        EXPECT_EQ(fit.curves, before);
+        EXPECT_TRUE(fit.refit() == 0 && fit.curves == before); // nothing to fit is no error
     }
 }
 
@@ -529,8 +525,7 @@ TEST(PolylineFitCurve, GivesNumbersForStairs)
 
 TEST(PolylineFitCurve, SurvivesHostileInput)
 {
-    double const nan = std::numeric_limits<double>::quiet_NaN(),
-                 inf = std::numeric_limits<double>::infinity();
+    double const nan = NAN, inf = INFINITY;
     Random random(8);
     Segments const good = drawChain(randomLineArcLine(random), {0.3, 0.01}, randomFrame(random, 30), random);
     Fit empty(0.01);
@@ -542,11 +537,11 @@ TEST(PolylineFitCurve, SurvivesHostileInput)
     EXPECT_TRUE(empty.curves.empty() && empty.boundaries.empty());
     Points const same(20, Point3D_d(1, 2, 3));
     Points scaled = good[1], spoiled = good[1], straight;
-    for (Point3D_d & point : scaled)
-        point *= 1e200;
     spoiled[3].y() = nan;
-    for (int i = 0; i < 30; ++i)
-        straight.emplace_back(i, 2 * i, -i);
+    for (Point3D_d & point : scaled) {
+        straight.push_back(Point3D_d(1, 2, -1) * static_cast<double>(straight.size()));
+        point *= 1e200;
+    }
     Points const point = {{1, 2, 3}}, none;
     std::vector<Segments> const inputs = {{none},
                                           {none, none, none},

@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstddef>
 #include <iterator>
-#include <limits>
 #include <numeric>
 #include <optional>
 #include <random>
@@ -30,7 +29,7 @@ enum Status
     WorkSpaceTooSmall
 };
 
-double const infinity = std::numeric_limits<double>::infinity();
+double const infinity = INFINITY;
 
 // A vector with indices of type `int`, as the routine counts.
 template <class Value>
@@ -85,10 +84,8 @@ struct Program
         double needed = 0;
         call(warm, &needed, lwork, &neededIntegers, liwork);
         EXPECT_EQ(status, Solved);
-        work = Numbers(static_cast<int>(needed), std::numeric_limits<double>::quiet_NaN());
-        iwork = Array<int>(neededIntegers, -77);
-        lwork = static_cast<int>(needed);
-        liwork = neededIntegers;
+        work = Numbers(lwork = static_cast<int>(needed), NAN);
+        iwork = Array<int>(liwork = neededIntegers, -77);
         status = badIndex = -77;
         call(warm, work.data(), lwork, iwork.data(), liwork);
         return status;
@@ -149,10 +146,8 @@ std::vector<Constraint> constraintsOf(Program & p)
 
 double largestOf(Numbers const & values)
 {
-    double largest = 1;
-    for (double value : values)
-        largest = std::max(largest, std::abs(value));
-    return largest;
+    return std::accumulate(values.begin(), values.end(), 1.0,
+                           [](double a, double b) { return std::max(a, std::abs(b)); });
 }
 
 // The conditions of optimality, which are sufficient in a convex program, relative to `tolerance`.
@@ -406,7 +401,7 @@ TEST(QuadraticProgram, AnswersBadArgumentsAndHugeNumbers)
 {
     std::mt19937 random(55);
     Program const good = feasibleProgram(random, 6, 9, 4);
-    double const nan = std::numeric_limits<double>::quiet_NaN();
+    double const nan = NAN;
     Numbers Program::*const numbers[] = {&Program::h,  &Program::c,  &Program::a, &Program::b,
                                          &Program::xl, &Program::xu, &Program::x};
     for (int i = 0; i < 7; ++i) {
