@@ -194,7 +194,7 @@ void extractSurface(benchmark::State & state)
     std::int64_t vertices = 0;
     for (auto _ : state) {
         Counter target;
-        extractIsoSurface(model.context(), function, isoValue, target);
+        extractIsoSurface(model.context(), function, isoValue, nullptr, target);
         vertices += target.debugCurrentVertexNumber();
     }
     countEach(state, vertices);

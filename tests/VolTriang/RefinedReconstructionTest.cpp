@@ -7,6 +7,7 @@
 #include <apps/sampling/SampleShapes.h>
 #include <support/Mesh.h>
 #include <support/PointCloudSamples.h>
+#include <support/SampledClouds.h>
 #include <support/SurfaceScores.h>
 
 #include <QZsys/Exceptions.h>
@@ -47,18 +48,10 @@ void PrintTo(Case const & c, std::ostream * out)
 
 PointCloudSamples cloudOf(Case const & c)
 {
-    qz_sampling::SamplingOptions options;
-    options.pointNumber = c.points;
+    qz_test::CloudOptions options;
     options.noise = c.noise;
     options.densityRatio = c.densityRatio;
-    qz_sampling::Cloud const cloud = sampleCloud(*qz_sampling::makeShape(c.shape), options);
-    PointCloudSamples samples;
-    for (std::size_t i = 0; i < cloud.size(); ++i) {
-        float const * const point = &cloud.positions[3 * i];
-        float const * const normal = &cloud.normals[3 * i];
-        samples.add({point[0], point[1], point[2]}, {normal[0], normal[1], normal[2]});
-    }
-    return samples;
+    return qz_test::cloudOf(c.shape, c.points, options);
 }
 
 CVolTriangulationParams paramsOf(Case const & c, bool isRefined)

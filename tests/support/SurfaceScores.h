@@ -18,12 +18,12 @@ struct DistanceScore
 };
 
 template <class TDeviation>
-DistanceScore scoreOfVertices(Mesh const & mesh, TDeviation const & deviationOf)
+DistanceScore scoreOf(std::size_t count, TDeviation const & deviationOf)
 {
     DistanceScore score;
-    for (std::size_t v = 0; v < mesh.vertices.size(); ++v) {
-        double const deviation = std::abs(deviationOf(v));
-        score.rms += deviation * deviation / static_cast<double>(mesh.vertices.size());
+    for (std::size_t n = 0; n < count; ++n) {
+        double const deviation = std::abs(deviationOf(n));
+        score.rms += deviation * deviation / static_cast<double>(count);
         score.max = std::max(score.max, deviation);
     }
     score.rms = std::sqrt(score.rms);
@@ -33,13 +33,25 @@ DistanceScore scoreOfVertices(Mesh const & mesh, TDeviation const & deviationOf)
 /// How far the mesh's vertices are from the true surface.
 inline DistanceScore vertexDistances(Mesh const & mesh, qz_sampling::Shape const & shape)
 {
-    return scoreOfVertices(mesh, [&](std::size_t v) { return shape.signedDistance(mesh.vertices[v]); });
+    return scoreOf(mesh.vertices.size(),
+                   [&](std::size_t v) { return shape.signedDistance(mesh.vertices[v]); });
+}
+
+/// How far the middles of the mesh's triangles are from the true surface.
+inline DistanceScore centroidDistances(Mesh const & mesh, qz_sampling::Shape const & shape)
+{
+    return scoreOf(mesh.triangles.size(), [&](std::size_t t) {
+        REmath::Point3D_d sum;
+        for (int const vertex : mesh.triangles[t])
+            sum += mesh.vertices[static_cast<std::size_t>(vertex)];
+        return shape.signedDistance(sum / 3);
+    });
 }
 
 /// Angles in degrees between the mesh's vertex normals and the true normals.
 inline DistanceScore normalAngles(Mesh const & mesh, qz_sampling::Shape const & shape)
 {
-    return scoreOfVertices(mesh, [&](std::size_t v) {
+    return scoreOf(mesh.vertices.size(), [&](std::size_t v) {
         double const cosine = shape.normalNear(mesh.vertices[v]).angleCos(mesh.normals[v]);
         return std::acos(std::clamp(cosine, -1.0, 1.0)) * 180 / std::acos(-1.0);
     });
