@@ -11,9 +11,9 @@
 namespace
 {
 
-using Function = long double (*)(long double);
+using Function = double (*)(double);
 
-// One search with all it reports; the function is evaluated in `double`.
+// One search with all it reports.
 struct Search
 {
     Search(Function searched, double a, double b, int limit = 100, double valueTolerance = 0, int digits = 0)
@@ -26,7 +26,7 @@ struct Search
     {
         auto * const search = static_cast<Search *>(context);
         search->points.push_back(x);
-        return static_cast<double>(search->function(static_cast<long double>(x)));
+        return search->function(x);
     }
 
     Function function;
@@ -36,32 +36,20 @@ struct Search
     std::vector<double> points;
 };
 
-// Bisection to the last bit of `long double`.
-long double bisect(Function function, long double a, long double b)
-{
-    bool const isNegativeAtA = function(a) < 0;
-    for (int step = 0; step < 200; ++step) {
-        long double const middle = (a + b) / 2;
-        ((function(middle) < 0) == isNegativeAtA ? a : b) = middle;
-    }
-    return a;
-}
-
 struct Problem
 {
     Function function;
-    double a;
-    double b;
+    double a, b, root;
 };
 
 Problem const problems[] = {
-    {[](long double x) { return std::exp(x) - 1000; }, 0, 20},
-    {[](long double x) { return x * x * x - 2 * x - 5; }, 3, 2},
-    {[](long double x) { return std::pow(x, 9.0L) - 0.001L; }, -1, 3},
-    {[](long double x) { return std::atan(20 * x) - 0.3L; }, -1, 10},
-    {[](long double x) { return 1 / (x - 3) + 6; }, -100, 2.9999},
-    {[](long double x) { return x < 0.2L ? -1.0L : 1e6L * (x - 0.2L) + 1; }, -4, 1},
-    {[](long double x) { return std::tanh(50 * (x - 0.3L)) + 0.9L; }, -1, 10},
+    {[](double x) { return std::exp(x) - 1000; }, 0, 20, std::log(1000)},
+    {[](double x) { return x * x * x - 2 * x - 5; }, 3, 2, 2.0945514815423266},
+    {[](double x) { return std::pow(x, 9) - 0.001; }, -1, 3, std::pow(10, -1 / 3.0)},
+    {[](double x) { return std::atan(20 * x) - 0.3; }, -1, 10, std::tan(0.3) / 20},
+    {[](double x) { return 1 / (x - 3) + 6; }, -100, 2.9999, 3 - 1 / 6.0},
+    {[](double x) { return x < 0.2 ? -1.0 : 1e6 * (x - 0.2) + 1; }, -4, 1, 0.2},
+    {[](double x) { return std::tanh(50 * (x - 0.3)) + 0.9; }, -1, 10, 0.3 - std::atanh(0.9) / 50},
 };
 
 } // namespace
@@ -69,21 +57,18 @@ Problem const problems[] = {
 TEST(BrentZero, FindsRootsToTheToleranceAskedFor)
 {
     for (Problem const & problem : problems) {
-        long double const exact = bisect(problem.function, static_cast<long double>(problem.a),
-                                         static_cast<long double>(problem.b));
         for (int digits : {0, 3, 6, 14, 400}) {
             Search const search(problem.function, problem.a, problem.b, 150, 0, digits);
-            ASSERT_EQ(search.status, 0);
             double const tolerance = std::max(digits == 400 ? 0 : std::pow(10.0, digits == 0 ? -9 : -digits),
                                               1e-15 * std::abs(search.root));
-            // The values are rounded to double, which blurs the root a little.
-            EXPECT_NEAR(search.root, static_cast<double>(exact), 2 * tolerance + 1e-15);
+            // The values are rounded, which blurs the root a little.
+            EXPECT_NEAR(search.root, problem.root, 2 * tolerance + 1e-15);
+            EXPECT_TRUE(search.status == 0 && search.iterations < 75);
             EXPECT_EQ(search.points.size(), 2 + static_cast<std::size_t>(search.iterations));
-            EXPECT_LT(search.iterations, 75);
         }
         Search const coarse(problem.function, problem.a, problem.b, 100, 0.5);
-        EXPECT_TRUE(std::abs(problem.function(static_cast<long double>(coarse.root))) <= 0.5L ||
-                    std::abs(coarse.root - static_cast<double>(exact)) < 1e-8);
+        EXPECT_TRUE(std::abs(problem.function(coarse.root)) <= 0.5 ||
+                    std::abs(coarse.root - problem.root) < 1e-8);
     }
 }
 
@@ -91,8 +76,8 @@ TEST(BrentZero, BoldStepsLeaveTheInterval)
 {
     // Here a quadratic step passes only the weaker of the two conditions. A search that asks for both never
     // evaluates the function outside of its interval.
-    Search const search([](long double x) { return -16 + x * (19 + x * (-18 + x * (-15 + x * 6))); }, -2, 3,
-                        100, 0, 12);
+    Search const search([](double x) { return -16 + x * (19 + x * (-18 + x * (-15 + x * 6))); }, -2, 3, 100,
+                        0, 12);
     EXPECT_TRUE(search.status == 0 && search.iterations == 11);
     EXPECT_NEAR(search.root, -1.53512, 1e-5);
     EXPECT_NEAR(*std::min_element(search.points.begin(), search.points.end()), -2.28271, 1e-5);
@@ -100,13 +85,12 @@ TEST(BrentZero, BoldStepsLeaveTheInterval)
 
 TEST(BrentZero, ReportsEndsAndLimits)
 {
-    Function const line = [](long double x) { return x - 2; };
+    Function const line = [](double x) { return x - 2; };
     Search const atB(line, 0, 2), atA(line, 2, 5), sameSign(line, 3, 5);
     EXPECT_TRUE(atB.status == 0 && atB.iterations == 0 && atB.root == 2);
     EXPECT_TRUE(atA.root == 2 && atA.points.size() == 2);
     EXPECT_TRUE(sameSign.status == -1 && sameSign.iterations == 1 && sameSign.root == 5);
-    Search const nan([](long double x) { return x > 1 ? x : std::numeric_limits<long double>::quiet_NaN(); },
-                     0, 5);
+    Search const nan([](double x) { return x > 1 ? x : std::numeric_limits<double>::quiet_NaN(); }, 0, 5);
     EXPECT_EQ(nan.status, -1);
     for (int limit : {-3, 0, 1, 4}) {
         Search const stopped(problems[0].function, 0, 20, limit);

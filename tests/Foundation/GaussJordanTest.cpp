@@ -58,10 +58,8 @@ TEST(GaussJordan, TakesTheLastOfEqualPivots)
 {
     // From the last of the four ones the elimination goes by the sum of the right sides, which overflows;
     // from the first one it would go by their difference.
-    Rows a(2, 2), b(2, 1);
-    a.at(0, 0) = a.at(0, 1) = a.at(1, 0) = 1;
+    Rows a(2, 2, 1), b(2, 1, 1e308);
     a.at(1, 1) = -1;
-    b.at(0, 0) = 1e308;
     b.at(1, 0) = 1.5e308;
     EXPECT_EQ(gaussj(a.rows.data(), 2, b.rows.data(), 1), 1);
     EXPECT_TRUE(std::isinf(b.at(0, 0)));

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Foundation/IndexDetail.h>
 #include <QZmath/Foundation/SymmetricEigen.h>
 
 #include "RowMatrix.h"
@@ -13,6 +14,8 @@
 #include <limits>
 #include <numeric>
 #include <vector>
+
+using REmath::Detail::index;
 
 namespace
 {
@@ -36,22 +39,21 @@ Square<Real> randomSymmetric(int n, qz_sampling::Random & random)
     return matrix;
 }
 
-// Q diag(values) Q^T with the orthogonal Q of the eigenvectors of a random matrix.
+// Q diag(values) Q with a random reflection Q = I - 2 v v^T / v^T v.
 template <class Real>
 Square<Real> withEigenvalues(std::vector<double> const & values, qz_sampling::Random & random)
 {
     int const n = static_cast<int>(values.size());
-    Square<double> q = randomSymmetric<double>(n, random);
-    std::vector<double> d(values), e(values);
-    tred2_d(q.rows.data(), n, d.data(), e.data());
+    std::vector<double> v(values.size());
+    std::generate(v.begin(), v.end(), [&random] { return random.normal(); });
+    double const squared = std::inner_product(v.begin(), v.end(), v.begin(), 0.0);
+    auto const q = [&](int i, int k) { return (i == k) - 2 * v[index(i)] * v[index(k)] / squared; };
     Square<Real> matrix(n);
-    for (int row = 0; row < n; ++row) {
-        for (int col = 0; col <= row; ++col) {
-            double sum = 0;
-            for (int k = 0; k < n; ++k)
-                sum += q.at(row, k) * values[static_cast<std::size_t>(k)] * q.at(col, k);
-            matrix.at(row, col) = matrix.at(col, row) = static_cast<Real>(sum);
-        }
+    for (int i = 0; i < n * n; ++i) {
+        double sum = 0;
+        for (int k = 0; k < n; ++k)
+            sum += q(i / n, k) * values[index(k)] * q(i % n, k);
+        matrix.at(i / n, i % n) = static_cast<Real>(sum);
     }
     return matrix;
 }
@@ -60,12 +62,10 @@ template <class Real>
 struct EigenSystem
 {
     // Reads the lower triangle only: the upper one is made NaN.
-    explicit EigenSystem(Square<Real> const & matrix)
-        : vectors(matrix), values(static_cast<std::size_t>(matrix.n))
+    explicit EigenSystem(Square<Real> const & matrix) : vectors(matrix), values(index(matrix.n))
     {
         for (int row = 0; row < matrix.n; ++row)
-            std::fill(vectors.rows[static_cast<std::size_t>(row)] + row + 1,
-                      vectors.rows[static_cast<std::size_t>(row)] + matrix.n, Real(NAN));
+            std::fill(vectors.rows[index(row)] + row + 1, vectors.rows[index(row)] + matrix.n, Real(NAN));
         std::vector<Real> e(values);
         reduce(vectors.rows.data(), matrix.n, values.data(), e.data());
         EXPECT_EQ(e[0], 0);
@@ -97,7 +97,7 @@ std::vector<double> eigenvalues(Square<Real> const & matrix)
                 image += matrix.at(j, k) * system.vectors.at(k, i);
                 product += system.vectors.at(k, i) * system.vectors.at(k, j);
             }
-            double const wanted = values[static_cast<std::size_t>(i)] * system.vectors.at(j, i);
+            double const wanted = values[index(i)] * system.vectors.at(j, i);
             EXPECT_NEAR(image, wanted, epsilon * largest);
             EXPECT_NEAR(product, i == j, epsilon);
         }

@@ -91,7 +91,7 @@ TEST(CloudNormals, TurnOutwardsOrTowardsTheViewpoint)
         for (double noise : {0.0, 0.002}) {
             Oriented const truth = sample(shape, 10000, noise);
             std::vector<Point3D> const normals = estimate(truth.points, NormalOrientation::spanningTree);
-            std::vector<Point3D> const towards = estimate(truth.points, NormalOrientation::viewpoint);
+            std::vector<Point3D> const towards = estimate(truth.points, NormalOrientation::viewpoint, {8, 0});
             int wrong = 0;
             double squared = 0;
             for (std::size_t i = 0; i < normals.size(); ++i) {
