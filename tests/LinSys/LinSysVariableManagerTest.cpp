@@ -186,6 +186,7 @@ TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
     EXPECT_EQ(receiver.m_received, (std::vector<std::pair<int, T>>{{2, T(7)}, {1, T(8)}}));
 }
 
+// Not even an unusable position harms where the coefficient is zero.
 TEST(LinSysVariableManagerTest, ZeroFixedCoefficientsNeverMeetAPosition)
 {
     ListStorage storage;
@@ -193,21 +194,17 @@ TEST(LinSysVariableManagerTest, ZeroFixedCoefficientsNeverMeetAPosition)
     storage.DefineFreeVertex(2);
     storage.DefineFixedVertex(20);
     storage.DefineFixedVertex(10);
-    storage.AddEquation(equationOf({{1, 1}, {10, 2}, {20, T(-0.0)}}));
-    storage.AddEquation(equationOf({{1, 1}, {10, 2}, {20, 1}}));
+    for (T const coeff : {T(-0.0), T(1)})
+        storage.AddEquation(equationOf({{1, 1}, {10, 2}, {20, coeff}}));
     struct Informer : IVertexPosInformer<T>
     {
         T GetVertexPosition(int vertex) const override
         {
-            asked.push_back(vertex);
             return vertex == 20 ? std::numeric_limits<T>::quiet_NaN() : T(3);
         }
-        mutable std::vector<int> asked;
     } const informer;
     T rightPart[2];
     storage.SetSingleRightPart(rightPart, informer);
-    EXPECT_EQ(informer.asked, (std::vector<int>{20, 10}));
     EXPECT_EQ(rightPart[0], T(-6));
     EXPECT_NE(rightPart[1], rightPart[1]);
-    EXPECT_TRUE(storage.IsCorrectlyDefinedSystem());
 }

@@ -71,11 +71,10 @@ TEST(Colors, huesStandAtTheirDegrees)
         RGBtoHSV(wheel[k], h, s, v);
         EXPECT_EQ(std::make_tuple(h, s, v), std::make_tuple(60.0f * float(k), 1.0f, 1.0f));
     }
-    float inPlace[3] = {0.2f, 0.2f, 0.2f};
-    RGBtoHSV(inPlace, inPlace[0], inPlace[1], inPlace[2]);
-    EXPECT_EQ(std::make_tuple(inPlace[0], inPlace[1], inPlace[2]), std::make_tuple(0.0f, 0.0f, 0.2f));
+    float h, s, v, rgb[3] = {0.2f, 0.2f, 0.2f};
+    RGBtoHSV(rgb, rgb[0], rgb[1], rgb[2]); // in place
+    EXPECT_EQ(std::make_tuple(rgb[0], rgb[1], rgb[2]), std::make_tuple(0.0f, 0.0f, 0.2f));
     float const black[3] = {0, 0, 0};
-    float h, s, v, rgb[3];
     RGBtoHSV(black, h, s, v);
     EXPECT_EQ(std::make_tuple(h, s, v), std::make_tuple(-1.0f, 0.0f, 0.0f));
     for (float outside : {360.0f, 1e30f, -60.0f}) { // all on a border of the last sector

@@ -29,9 +29,8 @@ private:
     }
 };
 
-struct Logger : IDeltaStateLogger
+class Logger : public IDeltaStateLogger
 {
-private:
     DocumentNewObjectProcessStatus OnProcessNewObject(INewObjEvent &) override { return newObjectAccepted; }
     void OnFinalizeLoading() override {}
 };
@@ -262,18 +261,15 @@ TEST(FileWrapClose, copiesCloseOnceInEitherOrder)
     for (bool firstOneFirst : {false, true}) {
         auto first = std::make_unique<CFileWrapClose>(std::tmpfile());
         auto second = std::make_unique<CFileWrapClose>(*first);
-        std::FILE * const file = first->FilePtr();
         (firstOneFirst ? first : second).reset();
         CFileWrapClose & left = *(firstOneFirst ? second : first);
-        EXPECT_EQ(left.FilePtr(), file);
         CFileWrapClose moved(std::move(left));
-        EXPECT_EQ(left.FilePtr(), nullptr);
         CFileWrapClose const copy = moved;
-        moved.release();
-        moved.release();
+        EXPECT_TRUE(!left.FilePtr() && copy.FilePtr());
+        for (int times = 0; times < 2; ++times)
+            moved.release();
         EXPECT_EQ(copy.FilePtr(), nullptr);
     }
-    CFileWrapClose(nullptr).release();
 }
 
 TEST(ComponentHelpers, theTotalSelectorTakesTheActive)

@@ -124,34 +124,28 @@ TEST(ParallelTasks, FirstExceptionInTaskOrderComesAfterAllTasksEnded)
 TEST(ParallelTasks, TimerEventsComeOnTheCallingThreadAndOnceAtTheEnd)
 {
     std::thread::id const caller = std::this_thread::get_id();
-    std::atomic<int> ended{0};
-    int endedAtLastEvent = 0;
-    Observer observer(10, [&](int) {
-        EXPECT_EQ(caller, std::this_thread::get_id());
-        endedAtLastEvent = ended;
-    });
-    std::deque<FunctionTask> tasks;
-    for (int i = 0; i < 2; ++i)
-        tasks.emplace_back([&] {
-            EXPECT_NE(caller, std::this_thread::get_id());
-            std::this_thread::sleep_for(200ms);
-            ++ended;
+    for (int const timeOut : {10, 60000, -1}) { // the end does not wait; below 1 ms is no busy loop
+        std::atomic<int> ended{0};
+        int endedAtLastEvent = 0;
+        Observer observer(timeOut, [&](int) {
+            EXPECT_EQ(caller, std::this_thread::get_id());
+            endedAtLastEvent = ended;
         });
-    auto const millisecondsOf = [&](Observer & watching) {
+        std::deque<FunctionTask> tasks;
+        for (int i = 0; i < 2; ++i)
+            tasks.emplace_back([&] {
+                EXPECT_NE(caller, std::this_thread::get_id());
+                std::this_thread::sleep_for(200ms);
+                ++ended;
+            });
         auto const begin = std::chrono::steady_clock::now();
-        perform(tasks, &watching);
-        return (std::chrono::steady_clock::now() - begin) / 1ms;
-    };
-    auto const duration = millisecondsOf(observer);
-    EXPECT_LE(observer.events, duration / 10 + 1);
-    EXPECT_GE(observer.events, 3);
-    EXPECT_EQ(2, endedAtLastEvent);
-
-    Observer slow(60000, [](int) {}), hasty(-1, [](int) {});
-    EXPECT_LT(millisecondsOf(slow), 30000); // the end does not wait for the time-out
-    EXPECT_EQ(1, slow.events);
-    auto const hastyDuration = millisecondsOf(hasty); // a time-out below 1 ms is no busy loop
-    EXPECT_LE(hasty.events, hastyDuration + 1);
+        perform(tasks, &observer);
+        auto const duration = (std::chrono::steady_clock::now() - begin) / 1ms;
+        EXPECT_LT(duration, 30000);
+        EXPECT_LE(observer.events, duration / std::max(timeOut, 1) + 1);
+        EXPECT_GE(observer.events, timeOut > 10 ? 1 : 3);
+        EXPECT_EQ(2, endedAtLastEvent);
+    }
 }
 
 TEST(ParallelTasks, ExceptionOfTheTimerEventWaitsForTheTasksAndWins)

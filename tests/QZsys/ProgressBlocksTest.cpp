@@ -54,38 +54,6 @@ TEST(ProgressBlocks, BlocksInWorkCountByTheirWorkersPosition)
     orphaned.UpdateParentPrgCnt();
 }
 
-TEST(ProgressBlocks, WorkersReportWhileTheManagerUpdates)
-{
-    int const blockCount = 400, workerCount = 4;
-    ProgressRecorder parent;
-    CPrgCntBlocksTreaded blocks(&parent, blockCount);
-    std::atomic<int> nextBlock{0}, running{workerCount};
-    std::vector<std::thread> workers;
-    for (int w = 0; w < workerCount; ++w)
-        workers.emplace_back([&] {
-            CProgressCounter own;
-            blocks.AddChildPrgCnt(&own);
-            for (int block; (block = nextBlock++) < blockCount;) {
-                blocks.BindChildToBlock(block, &own);
-                for (int step = 0; step < 50; ++step)
-                    CPrgCntSubPhase part(&own, step / 50.0, 1 / 50.0, 1, true);
-                blocks.OnOneBlockMoreFinished(block, &own);
-            }
-            blocks.RemoveChildPrgCnt(&own);
-            --running;
-        });
-    {
-        CPrgCntSubPhase job(&parent, 0.0, 1.0, 0, true);
-        while (running > 0)
-            blocks.UpdateParentPrgCnt();
-        for (std::thread & worker : workers)
-            worker.join();
-        blocks.UpdateParentPrgCnt();
-        EXPECT_EQ(1.0, parent.getPosFloat());
-    }
-    EXPECT_TRUE(parent.isMonotone());
-}
-
 TEST(ProgressBlocks, InterruptionOfTheParentReachesEveryWorker)
 {
     CProgressCounter parent, children[3];

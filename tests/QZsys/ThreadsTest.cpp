@@ -37,8 +37,7 @@ TEST(Threads, ThreadRunsItsTaskAgainAndDeletionWaits)
     thread->setTask(&task);
     thread->start();
     thread->start(); // already running
-    EXPECT_FALSE(thread->wait(0));
-    EXPECT_FALSE(thread->wait(5));
+    EXPECT_FALSE(thread->wait(0) || thread->wait(5));
     proceed->set();
     EXPECT_TRUE(thread->wait(-1));
     EXPECT_EQ(1, runs);
@@ -97,15 +96,14 @@ TEST(Threads, TimerActsOnItsOwnersThreadAfterTheTimeOut)
     std::unique_ptr<IVescaTimer> const timer(factory().makeTimer(&observer)),
         unobserved(factory().makeTimer(nullptr));
     EXPECT_TRUE(unobserved->mayActNow());
-    sleeper->sleep(-5);
-    sleeper->sleep(65);
+    for (int const milliseconds : {-5, 65})
+        sleeper->sleep(milliseconds);
     EXPECT_TRUE(timer->mayActNow());
     std::thread([&] {
         EXPECT_FALSE(timer->mayActNow());
-        timer->restart();
+        timer->restart(); // on the thread that owns it from now on
         sleeper->sleep(65);
         EXPECT_TRUE(timer->mayActNow());
     }).join();
-    EXPECT_FALSE(timer->mayActNow());
-    EXPECT_FALSE(timer->isOwnerThread());
+    EXPECT_FALSE(timer->mayActNow() || timer->isOwnerThread());
 }
