@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <random>
 #include <stdexcept>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -72,56 +72,51 @@ void expectHolds(ICsrMatrix<T> const & matrix, DenseMatrix const & dense, int fi
 
 TEST(CsrMatrixTest, FillerTakesAscendingElementsUpToTheirNumber)
 {
-    struct Case
-    {
-        int size;
-        int expected; // -1: not known ahead
-        std::vector<std::pair<int, int>> places;
-        std::size_t taken; // elements in front of the first that is refused
-        bool completes;    // when asked to, or by the last of the expected ones
-    };
-    std::vector<std::pair<int, int>> const three = {{0, 0}, {0, 2}, {2, 1}};
-    Case const cases[] = {
-        {3, -1, three, 3, true},
-        {3, 3, three, 3, true},
-        {3, 2, three, 2, false},
-        {3, 4, three, 3, false},
-        {3, -1, {}, 0, false},
-        {3, -1, {{0, 1}, {0, 1}}, 1, false},
-        {3, -1, {{0, 1}, {0, 0}, {1, 1}}, 1, false},
-        {3, -1, {{1, 1}, {0, 2}}, 1, false},
-        {3, -1, {{0, 1}, {0, 3}}, 1, false},
-        {3, -1, {{0, 1}, {3, 0}}, 1, false},
-        {3, -1, {{-1, 0}}, 0, false},
-        {3, -1, {{0, -1}}, 0, false},
-        {3, -1, {{INT_MIN, 0}}, 0, false},
-        {3, -1, {{0, INT_MAX - 1}}, 0, false},
-        {-1, 2, {{0, 0}}, 0, false},
-        {INT_MIN, 2, {{0, 0}}, 0, false},
-    };
-    for (Case const & one : cases) {
-        for (int base : {0, 1}) {
-            SCOPED_TRACE(testing::PrintToString(one.places) + " base " + std::to_string(base));
-            CCSRSquareMatrix<T> matrix;
-            CCSRSquareMatrixFiller<T> filler(&matrix, one.size, one.expected, base, false);
-            for (std::size_t k = 0; k < one.places.size(); ++k) {
-                auto const & [row, column] = one.places[k];
-                EXPECT_EQ(filler.pushByRawNextNonZeroElement(row + base, column + base, T(k + 1)),
-                          k < one.taken);
-            }
-            EXPECT_EQ(filler.isSpoiled(), one.taken < one.places.size());
-            EXPECT_EQ(one.expected < 0 ? filler.setCompleted() : filler.isCompleted(), one.completes);
-            EXPECT_EQ(filler.isCompleted(), one.completes);
-            for (std::size_t k = 0; k < one.taken; ++k) {
-                EXPECT_EQ(matrix.getCsrColumns()[k], one.places[k].second + base);
-                EXPECT_EQ(matrix.getCsrValues()[k], T(k + 1));
-            }
-            if (one.completes) {
-                std::vector<int> const rowIndex = {base, 2 + base, 2 + base, 3 + base};
-                EXPECT_EQ(std::vector<int>(matrix.getRowIndex(), matrix.getRowIndex() + 4), rowIndex);
-            }
+    std::mt19937 random(10);
+    int completed = 0, refused = 0;
+    for (int round = 0; round < 5000; ++round) {
+        int const size = std::array{INT_MIN, -1, 1, 2, 3, 4}[random() % 6], base = int(random() % 2);
+        int const expected = std::array{-1, -1, 1, 2, 3, 4}[random() % 6]; // -1: not known ahead
+        CCSRSquareMatrix<T> matrix;
+        CCSRSquareMatrixFiller<T> filler(&matrix, size, expected, base, false);
+        std::vector<std::pair<int, int>> taken;
+        bool isSound = true;
+        for (int pushes = int(random() % 7); pushes > 0; --pushes) {
+            std::pair<int, int> place = taken.empty() ? std::pair(0, -1) : taken.back();
+            place.second += 1 + int(random() % 2);
+            if (place.second >= size || random() % 4 == 0)
+                place = {place.first + 1, int(random() % 3)};
+            if (random() % 16 == 0)
+                (random() % 2 ? place.first : place.second) =
+                    std::array{INT_MIN, -1, 0, size, INT_MAX - 1}[random() % 5];
+            auto const isInside = [size](int index) { return index >= 0 && index < size; };
+            isSound = isSound && isInside(place.first) && isInside(place.second) &&
+                      (taken.empty() || taken.back() < place) && int(taken.size()) != expected;
+            ASSERT_EQ(filler.pushByRawNextNonZeroElement(place.first + base, place.second + base,
+                                                         T(taken.size() + 1)),
+                      isSound);
+            ASSERT_EQ(filler.isSpoiled(), !isSound);
+            if (!isSound)
+                break;
+            taken.push_back(place);
         }
+        bool const isComplete = isSound && !taken.empty() && (expected < 0 || int(taken.size()) == expected);
+        ASSERT_EQ(expected < 0 ? filler.setCompleted() : filler.isCompleted(), isComplete);
+        for (std::size_t k = 0; k < taken.size(); ++k) {
+            ASSERT_EQ(matrix.getCsrColumns()[k], taken[k].second + base);
+            ASSERT_EQ(matrix.getCsrValues()[k], T(k + 1));
+        }
+        for (int row = 0; isComplete && row <= taken.back().first; ++row)
+            ASSERT_EQ(matrix.getRowIndex()[row] - base,
+                      std::lower_bound(taken.begin(), taken.end(), std::pair(row, 0)) - taken.begin());
+        completed += isComplete;
+        refused += !isSound;
     }
+    EXPECT_TRUE(completed > 500 && refused > 500);
+}
+
+TEST(CsrMatrixTest, FillerSurvivesMisuse)
+{
     // An exact filler needs neither a reservation nor a completion; with them it is spoiled.
     CCSRSquareMatrix<T> matrix;
     for (bool reserves : {false, true}) {

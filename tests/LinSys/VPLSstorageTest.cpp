@@ -157,32 +157,34 @@ TYPED_TEST(VPLSstorageTest, AdaptersReadNoFurtherThanTheVector)
     }
 }
 
-// What the storage adds to the rules of the variable manager.
-TYPED_TEST(VPLSstorageTest, RowsFixTheNumberOfVertices)
+// What the storages add to the rules of the variable manager: after an equation without fixed vertices a free
+// one is still taken, but it has no row.
+TYPED_TEST(LinearSystemStorageTest, LateVerticesHaveNoRow)
 {
-    using T = typename TypeParam::Scalar;
-    using Storage = typename TypeParam::Storage;
-    CVertexLinearCombination<T> equation;
-    equation.AddVertex(1, T(1));
+    typename TypeParam::Storage storage;
+    CVertexLinearCombination<typename TypeParam::Scalar> equation;
+    equation.AddVertex(1, 1);
+    storage.DefineFreeVertex(1);
+    storage.DefineFreeVertex(2);
+    storage.AddEquation(equation);
+    storage.DefineFreeVertex(3);
+    EXPECT_FALSE(storage.IsSpoiled());
+    equation.AddVertex(3, 1);
+    storage.AddEquation(equation);
+    EXPECT_TRUE(storage.IsSpoiled());
+}
 
-    // Allocated ahead of the first equation, rows close the definitions; a copy's are allocated too.
+TYPED_TEST(VPLSstorageTest, RowsAllocatedAheadCloseTheDefinitionsAlsoOfACopy)
+{
+    using Storage = typename TypeParam::Storage;
     Storage early;
     early.DefineFreeVertex(1);
-    early.AllocateMatrix();
-    early.AllocateMatrix();
+    for (int times = 0; times < 2; ++times)
+        early.AllocateMatrix();
     std::unique_ptr<Storage> const copy(early.Copy());
     for (Storage * storage : {&early, copy.get()}) {
         storage->DefineFixedVertex(2);
         EXPECT_TRUE(storage->IsSpoiled());
         EXPECT_EQ(storage->GetFixedVariablesNumber(), 0);
     }
-    // After an equation without fixed vertices a free one is still taken, but it has no row.
-    Storage late;
-    late.DefineFreeVertex(1);
-    late.DefineFreeVertex(2);
-    late.AddEquation(equation);
-    late.DefineFreeVertex(3);
-    EXPECT_FALSE(late.IsSpoiled());
-    late.AddEquation(equation);
-    EXPECT_TRUE(late.IsSpoiled());
 }
