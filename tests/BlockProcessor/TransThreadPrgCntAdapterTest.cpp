@@ -60,16 +60,15 @@ void expectEveryStepOnce(ProgressRecorder const & counter, int steps)
 
 } // namespace
 
-// One thread that waits serves the timer, or all threads serve it in turns.
+// The thread that waits serves the timer, whether it prepared the run or not, or all threads do in turns.
 TEST(TransThreadPrgCntAdapter, EveryStepOfManyThreadsIsReportedOnce)
 {
     int const threads = 5, steps = 10000;
     CTransThreadPrgCntAdapter adapter;
     EXPECT_EQ(100, adapter.getMillisecondsTimeOut());
-    for (bool const inTurns : {false, true}) {
+    for (int const way : {0, 1, 2}) {
+        bool const inTurns = way == 2;
         ProgressRecorder counter;
-        if (inTurns)
-            counter.owner = std::thread::id();
         adapter.refresh(&counter, threads * steps);
         std::deque<FunctionTask> tasks;
         for (int t = 0; t < threads; ++t)
@@ -80,7 +79,11 @@ TEST(TransThreadPrgCntAdapter, EveryStepOfManyThreadsIsReportedOnce)
                         adapter.processTimerEvent();
                 }
             });
-        perform(tasks, inTurns ? nullptr : &adapter);
+        auto const run = [&] {
+            counter.owner = inTurns ? std::thread::id() : std::this_thread::get_id();
+            perform(tasks, inTurns ? nullptr : &adapter);
+        };
+        way == 0 ? run() : onAnotherThread(run);
         expectEveryStepOnce(counter, threads * steps);
     }
 }
@@ -114,24 +117,14 @@ TEST(TransThreadPrgCntAdapter, ForeignThreadsOnlyCount)
 }
 
 // A client may prepare a run on one thread and wait for it on another.
-TEST(TransThreadPrgCntAdapter, WhicheverThreadWaitsReportsAndCanBeInterrupted)
+TEST(TransThreadPrgCntAdapter, WhicheverThreadWaitsCanBeInterrupted)
 {
-    ProgressRecorder counter;
+    CProgressCounter counter;
     CTransThreadPrgCntAdapter adapter;
-    adapter.refresh(&counter, 4);
-    std::deque<FunctionTask> tasks;
-    for (int t = 0; t < 2; ++t)
-        tasks.emplace_back([&] { increment(adapter, 2); });
-    onAnotherThread([&] {
-        counter.owner = std::this_thread::get_id();
-        perform(tasks, &adapter);
-    });
-    expectEveryStepOnce(counter, 4);
-
     adapter.refresh(&counter, std::numeric_limits<int>::max());
     counter.interrupt();
     std::atomic<int> cancelled{0};
-    tasks = endlessTasks(adapter, cancelled);
+    std::deque<FunctionTask> tasks = endlessTasks(adapter, cancelled);
     onAnotherThread([&] { EXPECT_THROW(perform(tasks, &adapter), CUserIntrException); });
 }
 

@@ -2,6 +2,7 @@
 #include <QZmath/LinSys/LinSysVariableManager.h>
 
 #include <gtest/gtest.h>
+#include <support/SolverSystems.h>
 
 #include <algorithm>
 #include <climits>
@@ -42,13 +43,6 @@ private:
             Spoil();
     }
     bool areFreeVariablesDefined() const override { return !m_rows.empty(); }
-};
-
-class ListReceiver : public IEqSysResultReciever<T>
-{
-public:
-    void SetVertexPosition(int vertex, T position) override { m_received.emplace_back(vertex, position); }
-    std::vector<std::pair<int, T>> m_received;
 };
 
 CVertexLinearCombination<T> equationOf(std::initializer_list<std::pair<int, T>> const & terms)
@@ -181,9 +175,9 @@ TEST(LinSysVariableManagerTest, MisuseSpoilsAndNothingElseDoes)
     EXPECT_EQ(storage.GetFixedVertexByIndex(1), 10);
     EXPECT_EQ(storage.GetFixedVertCoeff(0, 1), T(4));
     T const solution[2] = {T(7), T(8)};
-    ListReceiver receiver;
+    testSupport::PositionMap<T> receiver;
     storage.SetSingleSolution(solution, receiver);
-    EXPECT_EQ(receiver.m_received, (std::vector<std::pair<int, T>>{{2, T(7)}, {1, T(8)}}));
+    EXPECT_EQ(receiver.m_positions, (std::map<int, T>{{2, T(7)}, {1, T(8)}}));
 }
 
 // Not even an unusable position harms where the coefficient is zero.

@@ -203,8 +203,7 @@ TYPED_TEST(SolverPropertiesTest, EverySolverSolvesWhatWasStated)
             DenseMatrix const matrix = matrixOf(kind, size, random);
             std::vector<double> right = testSupport::randomVector(size, random);
             for (Candidate<T> & candidate : everySolver<T>(size)) {
-                bool const isEasy = kind == Kind::definite || kind == Kind::dominant;
-                if (!candidate.isDirect && !isEasy)
+                if (!candidate.isDirect && kind != Kind::definite && kind != Kind::dominant)
                     continue; // such systems need not converge
                 SCOPED_TRACE(candidate.name + ", kind " + std::to_string(int(kind)) + ", size " +
                              std::to_string(size));

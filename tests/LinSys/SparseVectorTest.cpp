@@ -182,7 +182,7 @@ TYPED_TEST(SparseVectorTest, FilesThatAreNotWholeAreRefusedWithoutHarm)
         }
         // Counts that the file does not bear out take no memory, and unordered positions are harmless.
         for (std::int32_t promised : {-1, INT_MIN, INT_MAX, 1 << 30}) {
-            for (std::size_t const bodySize : {0, 5, 1000000}) {
+            for (std::size_t const bodySize : {0u, 5u, 1000000u}) {
                 std::string hostile(sizeof(promised) + bodySize, '\1');
                 std::memcpy(hostile.data(), &promised, sizeof(promised));
                 loaded = CSparseVectorTmpl<T>();

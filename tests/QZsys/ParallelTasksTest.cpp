@@ -68,7 +68,7 @@ private:
 
 TEST(ParallelTasks, AllTasksRunAndTheirResultsAreVisible)
 {
-    for (std::size_t count : {0, 1, 2, 7, 40}) {
+    for (std::size_t count : {0u, 1u, 2u, 7u, 40u}) {
         std::vector<int> results(count, 0);
         std::deque<FunctionTask> tasks;
         for (int & result : results)

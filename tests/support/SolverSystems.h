@@ -28,17 +28,6 @@ public:
 };
 
 template <class T>
-class FixedPosition : public REmath::IVertexPosInformer<T>
-{
-public:
-    explicit FixedPosition(T position) : m_position(position) {}
-    T GetVertexPosition(int) const override { return m_position; }
-
-private:
-    T m_position;
-};
-
-template <class T>
 class Receiver : public REmath::IEqSysResultReciever<T>
 {
 public:
@@ -75,13 +64,12 @@ void stateSystem(Builder & builder, DenseMatrix const & matrix, std::vector<doub
 template <class T, class Solve>
 std::vector<Receiver<T>> solveFor(int rightParts, bool & succeeded, Solve solve)
 {
-    std::vector<FixedPosition<T>> positions;
-    std::vector<Receiver<T>> receivers(static_cast<std::size_t>(rightParts));
-    for (int part = 0; part < rightParts; ++part)
-        positions.emplace_back(T(part + 1));
+    std::vector<PositionMap<T>> positions(static_cast<std::size_t>(rightParts));
+    std::vector<Receiver<T>> receivers(positions.size());
     std::vector<REmath::IVertexPosInformer<T> const *> informerPointers;
     std::vector<REmath::IEqSysResultReciever<T> *> receiverPointers;
     for (std::size_t part = 0; part < positions.size(); ++part) {
+        positions[part].SetVertexPosition(fixedVertex, T(part + 1));
         informerPointers.push_back(&positions[part]);
         receiverPointers.push_back(&receivers[part]);
     }

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <stdexcept>
 #include <string>
 
 #include <stdlib.h>
@@ -16,7 +17,11 @@ namespace qz_test
 class TestFolder
 {
 public:
-    TestFolder() { m_path = mkdtemp(m_path.data()); }
+    TestFolder()
+    {
+        if (!mkdtemp(m_path.data()))
+            throw std::runtime_error("no folder for a test");
+    }
     ~TestFolder() { std::filesystem::remove_all(m_path); }
     TestFolder(TestFolder const &) = delete;
     TestFolder & operator=(TestFolder const &) = delete;
