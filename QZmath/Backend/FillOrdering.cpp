@@ -2,16 +2,14 @@
 #include <QZmath/Backend/FillOrdering.h>
 
 #include <QZmath/Backend/EliminationTree.h>
+#include <QZmath/Backend/NestedDissection.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <amd.h>
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <limits>
-#include <metis.h>
-#include <mutex>
 #include <new>
 #include <numeric>
 #include <utility>
@@ -21,13 +19,9 @@ namespace QzBackend
 namespace
 {
 
-static_assert(sizeof(idx_t) == sizeof(int), "graphs are handed to METIS as they stand");
-
 constexpr double denseDegreeFactor = 10.0;
 constexpr double mergeTriplesAboveNeighbours = 2e6;
 constexpr double mergeFoursAboveNeighbours = 6e7;
-constexpr std::size_t dissectAtOnceNeighbours = 1000000;
-constexpr int metisSeed = 4711;
 
 /// Neighbours of each row, without the row itself, in both directions.
 struct Adjacency
@@ -39,16 +33,6 @@ struct Adjacency
     std::int64_t degree(int row) const { return begin[std::size_t(row) + 1] - begin[std::size_t(row)]; }
     int const * first(int row) const { return neighbours.data() + begin[std::size_t(row)]; }
     int const * last(int row) const { return neighbours.data() + begin[std::size_t(row) + 1]; }
-};
-
-/// The graph in the form of METIS and AMD; a node stands for `weights` rows.
-struct Graph
-{
-    std::vector<int> begin{0};
-    std::vector<int> neighbours;
-    std::vector<int> weights;
-
-    int size() const { return int(weights.size()); }
 };
 
 void report(CProgressCounter * progress, double position)
@@ -175,130 +159,6 @@ bool makeGroupGraph(Adjacency const & adjacency, std::vector<std::vector<int>> c
     return true;
 }
 
-/// Lends METIS a random generator of its own and gives the process's one back.
-class MetisScope
-{
-public:
-    MetisScope() : m_lock(mutex()), m_processState(initstate(metisSeed, m_state.data(), m_state.size())) {}
-    ~MetisScope()
-    {
-        if (m_processState)
-            setstate(m_processState);
-    }
-    MetisScope(MetisScope const &) = delete;
-    MetisScope & operator=(MetisScope const &) = delete;
-
-private:
-    static std::mutex & mutex()
-    {
-        static std::mutex theMutex;
-        return theMutex;
-    }
-
-    std::lock_guard<std::mutex> m_lock;
-    std::array<char, 128> m_state{};
-    char * m_processState;
-};
-
-std::array<idx_t, METIS_NOPTIONS> metisOptions()
-{
-    std::array<idx_t, METIS_NOPTIONS> options{};
-    METIS_SetDefaultOptions(options.data());
-    options[METIS_OPTION_NUMBERING] = 0;
-    options[METIS_OPTION_SEED] = metisSeed;
-    return options;
-}
-
-void checkMetis(int status)
-{
-    if (status != METIS_OK)
-        throw std::bad_alloc();
-}
-
-void dissectAtOnce(Graph & graph, std::vector<int> const & names, std::vector<int> & order)
-{
-    constexpr int notWorthACut = 16;
-    if (graph.neighbours.empty() || graph.size() <= notWorthACut) {
-        order.insert(order.end(), names.begin(), names.end());
-        return;
-    }
-    std::vector<int> permutation(std::size_t(graph.size())), inverse(std::size_t(graph.size()));
-    {
-        MetisScope const scope;
-        auto options = metisOptions();
-        // The entry meant for two processors: the plain one takes over the process's SIGTERM and SIGABRT
-        // while it runs, and would leave this thread by a long jump when the host is asked to end.
-        constexpr idx_t processors = 2;
-        std::array<idx_t, 2 * processors> separatorSizes{};
-        checkMetis(METIS_NodeNDP(graph.size(), graph.begin.data(), graph.neighbours.data(),
-                                 graph.weights.data(), processors, options.data(), permutation.data(),
-                                 inverse.data(), separatorSizes.data()));
-    }
-    for (int const node : permutation)
-        order.push_back(names[std::size_t(node)]);
-}
-
-Graph partOf(Graph const & graph, std::vector<int> const & side, int wanted, std::vector<int> const & names,
-             std::vector<int> & partNames)
-{
-    std::vector<int> newNumber(std::size_t(graph.size()), -1);
-    int count = 0;
-    for (int node = 0; node < graph.size(); ++node)
-        if (side[std::size_t(node)] == wanted)
-            newNumber[std::size_t(node)] = count++;
-    Graph part;
-    for (int node = 0; node < graph.size(); ++node) {
-        if (side[std::size_t(node)] != wanted)
-            continue;
-        for (int position = graph.begin[std::size_t(node)]; position < graph.begin[std::size_t(node) + 1];
-             ++position)
-            if (int const other = newNumber[std::size_t(graph.neighbours[std::size_t(position)])]; other >= 0)
-                part.neighbours.push_back(other);
-        part.begin.push_back(int(part.neighbours.size()));
-        part.weights.push_back(graph.weights[std::size_t(node)]);
-        partNames.push_back(names[std::size_t(node)]);
-    }
-    return part;
-}
-
-/// Appends the nodes of the graph, by their names, in the order of a nested dissection. The first cuts of a
-/// large graph are made one by one, so that the time between two reports stays short.
-void dissect(Graph graph, std::vector<int> names, std::vector<int> & order, std::size_t total,
-             CProgressCounter * progress, double begin, double end)
-{
-    report(progress, begin + (end - begin) * double(order.size()) / double(total));
-    if (graph.neighbours.size() <= dissectAtOnceNeighbours) {
-        dissectAtOnce(graph, names, order);
-        return;
-    }
-    std::vector<int> side(std::size_t(graph.size()));
-    {
-        MetisScope const scope;
-        auto options = metisOptions();
-        idx_t size = graph.size(), separatorSize = 0;
-        checkMetis(METIS_ComputeVertexSeparator(&size, graph.begin.data(), graph.neighbours.data(),
-                                                graph.weights.data(), options.data(), &separatorSize,
-                                                side.data()));
-    }
-    std::ptrdiff_t const left = std::count(side.begin(), side.end(), 0);
-    std::ptrdiff_t const right = std::count(side.begin(), side.end(), 1);
-    if (std::max(left, right) > std::ptrdiff_t(side.size()) * 9 / 10 || left == 0 || right == 0) {
-        // No cut worth the name: dissecting further by hand would go too deep.
-        dissectAtOnce(graph, names, order);
-        return;
-    }
-    std::vector<int> leftNames, rightNames, separator;
-    Graph leftPart = partOf(graph, side, 0, names, leftNames);
-    Graph rightPart = partOf(graph, side, 1, names, rightNames);
-    for (std::size_t node = 0; node < side.size(); ++node)
-        if (side[node] == 2)
-            separator.push_back(names[node]);
-    graph = Graph();
-    dissect(std::move(leftPart), std::move(leftNames), order, total, progress, begin, end);
-    dissect(std::move(rightPart), std::move(rightNames), order, total, progress, begin, end);
-    order.insert(order.end(), separator.begin(), separator.end());
-}
-
 std::vector<int> minimumDegree(Graph const & graph)
 {
     std::vector<int> order(std::size_t(graph.size()));
@@ -364,9 +224,8 @@ std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCount
         std::iota(groupOrder.begin(), groupOrder.end(), 0);
     } else {
         report(progress, 0.6);
-        std::vector<int> names(groups.size());
-        std::iota(names.begin(), names.end(), 0);
-        dissect(graph, std::move(names), groupOrder, groups.size(), progress, 0.6, 0.9);
+        groupOrder = nestedDissection(graph, minimumDegree,
+                                      [&](double position) { report(progress, 0.6 + 0.3 * position); });
         report(progress, 0.9);
         std::vector<int> degreeOrder = minimumDegree(graph);
         report(progress, 0.95);
