@@ -9,12 +9,6 @@
 #include <random>
 #include <vector>
 
-// Present in one implementation of BLAS only.
-extern "C" {
-__attribute__((weak)) void openblas_set_num_threads(int count);
-__attribute__((weak)) int openblas_get_num_threads(void);
-}
-
 namespace
 {
 
@@ -171,29 +165,6 @@ TEST(InverseMat, TimesTheMatrixIsTheIdentity)
     Matrix<double> inverse;
     EXPECT_EQ(wordOf([&] { inverseMat(Matrix<double>(2, 3), inverse); }), "MatrixSolveDimError");
     EXPECT_EQ(inverse, Matrix<double>(1, 1));
-}
-
-TYPED_TEST(MatrixSolveTest, GivesTheSameBitsForAnyNumberOfThreads)
-{
-    using T = TypeParam;
-    if (!openblas_set_num_threads || !openblas_get_num_threads)
-        GTEST_SKIP() << "BLAS has no setting for its threads";
-    int const formerThreads = openblas_get_num_threads();
-    std::mt19937 random(47);
-    for (int const size : {60, 150, 400}) {
-        Matrix<T> const a = uniformMatrix<T>(size, size, random), b = uniformMatrix<T>(size, 40, random);
-        Matrix<T> solutions[3], products[3];
-        Vector<T> images[3];
-        for (int const i : {0, 1, 2}) {
-            openblas_set_num_threads(i + 1);
-            Matrix<T> factors(a);
-            EXPECT_TRUE(solveMat(factors, b, solutions[i]) && solutions[i] == solutions[0]) << size;
-            EXPECT_EQ(products[i] = a * b, products[0]) << size;
-            EXPECT_EQ(images[i] = b * b.getDiag(), images[0]) << size;
-            EXPECT_EQ(openblas_get_num_threads(), i + 1);
-        }
-    }
-    openblas_set_num_threads(formerThreads);
 }
 
 } // namespace

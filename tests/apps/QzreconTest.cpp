@@ -163,9 +163,9 @@ TEST_F(Qzrecon, progressOnAFileIsALinePerPhase)
     std::vector<std::string> phases;
     for (std::string line; std::getline(lines, line);)
         phases.push_back(line.substr(line.find(" s  ") + 4));
-    EXPECT_EQ(phases,
-              (std::vector<std::string>{"read", "tree", "grad_basis", "density weights", "grad_div",
-                                        "update right part", "solve", "iso-value", "iso-surface", "write"}));
+    EXPECT_EQ(phases, (std::vector<std::string>{"read", "tree", "grad_basis", "density weights", "grad_div",
+                                                "update right part", "solve", "iso-value", "refinement",
+                                                "iso-surface", "write"}));
     for (std::string const & phase : phases)
         EXPECT_THAT(output, HasSubstr(" " + phase + " "));
     std::string const log = contents("log.txt");
