@@ -14,8 +14,8 @@ namespace QzBackend
 /// `solve`; the destructor releases everything. `factor` and `solve` may be repeated.
 ///
 /// A stage that fails gives false, prints nothing and leaves the object ready for a new `defineStructure`; a
-/// stage out of turn fails too. Exceptions: what the progress counter throws, and `std::bad_alloc` when memory
-/// is short; both leave the object valid and nothing leaked.
+/// stage out of turn fails too. Exceptions: what the progress counter throws, and `std::bad_alloc` when
+/// memory is short; both leave the object valid and nothing leaked.
 ///
 /// Positive definite matrices are factored by supernodal Cholesky (`CSparseCholesky`), all others by LU with
 /// pivoting (`CSparseLu`), symmetric ones expanded: saddle points and zeros on the diagonal are no obstacle.
