@@ -18,3 +18,14 @@ string(REGEX REPLACE "/$" "" QZMATH_PC_PREFIX "${QZMATH_PC_PREFIX}")
 configure_file(cmake/QZmath.pc.in QZmath.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmath.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# The notices of what is linked, from the packages that the table names: most licences ask for them.
+install(FILES docs/licences.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+file(STRINGS docs/licences.md rows REGEX "^\\| `")
+foreach(row IN LISTS rows)
+    string(REGEX REPLACE "^\\| `[^|]*\\| *([^| ]+) *\\|.*" "\\1" package "${row}")
+    if(EXISTS "/usr/share/doc/${package}/copyright")
+        install(FILES "/usr/share/doc/${package}/copyright" DESTINATION ${CMAKE_INSTALL_DOCDIR}/notices
+                RENAME "${package}")
+    endif()
+endforeach()
