@@ -43,6 +43,14 @@ void unitNormal(float const * normal, double * out3)
         out3[axis] = normal[axis] * factor;
 }
 
+// k, for triangles with edges of that length: moves vertices out by the mean distance of chords from the
+// surface.
+double curvatureTerm(double edge, double cell)
+{
+    double const ratio = edge / cell;
+    return -0.04 * std::min(4.0, ratio * ratio);
+}
+
 } // namespace
 
 SampleSurface::Scratch::Scratch() : m_cursors(static_cast<std::size_t>(greatestLevels) + 2) {}
@@ -73,10 +81,8 @@ SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
     chooseWidths(input, team);
     if (finest < depth)
         refineCreases(input, finest + 1, team);
-    for (std::unique_ptr<Level> & level : m_levels) {
-        double const ratio = input.edge / level->frame.cell;
-        level->curvatureTerm = -0.04 * std::min(4.0, ratio * ratio);
-    }
+    for (std::unique_ptr<Level> & level : m_levels)
+        level->curvatureTerm = curvatureTerm(input.edge, level->frame.cell);
 }
 
 double SampleSurface::coherenceAt(Level const & level, double const * point, MomentLattice::Cursor & cursor)
@@ -137,8 +143,7 @@ void SampleSurface::refineCreases(Input const & input, int depth, QzBackend::Loo
         return;
     m_creases = std::move(pair[0]);
     m_creases->meanOwnShare = shares / good;
-    double const ratio = input.edge / m_creases->frame.cell;
-    m_creases->curvatureTerm = -0.04 * std::min(4.0, ratio * ratio);
+    m_creases->curvatureTerm = curvatureTerm(input.edge, m_creases->frame.cell);
 }
 
 // Finer lattices cost most, so a part of the cloud is asked first which is the finest that pays: that with

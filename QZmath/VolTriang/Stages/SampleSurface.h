@@ -21,7 +21,7 @@ class IInputSamples;
 ///
 ///     d = (1/2 - k) a + (1/2 + k) b.
 ///
-/// On a curved surface a and b err by the same amount with opposite signs. Cf. O. Guennebaud, M. Gross,
+/// On a curved surface a and b err by the same amount with opposite signs. Cf. G. Guennebaud, M. Gross,
 /// Algebraic point set surfaces, SIGGRAPH 2007, for fits of this kind; the sums over a lattice make the cost
 /// of a point independent of the number of samples around it.
 ///
