@@ -336,14 +336,14 @@ void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopT
                     int high = -1;
                     Moments const * node = nodes + row.start;
                     for (int z = row.begin; z < row.end; ++z, ++node) {
-                        CoarsePlaces const places(z + edge * (step[2] - 1));
+                        CoarsePlaces const around(z + edge * (step[2] - 1));
                         for (int n2 = 0; n2 < 2; ++n2) {
-                            int const at = places.at[n2];
+                            int const at = around.at[n2];
                             if (at < 0 || at >= edge)
                                 continue;
                             low = std::min(low, at);
                             high = std::max(high, at);
-                            addTo(line[static_cast<std::size_t>(at)], places.weight(n2), *node);
+                            addTo(line[static_cast<std::size_t>(at)], around.weight(n2), *node);
                         }
                     }
                     for (int z = low; z <= high; ++z) {
