@@ -14,7 +14,7 @@ namespace
 
 double const noQuota = std::numeric_limits<double>::infinity();
 
-/// Whether `list`, separated by commas, has the entry `wanted`.
+// Whether `list`, separated by commas, has the entry `wanted`.
 bool listHas(std::string const & list, std::string const & wanted)
 {
     std::istringstream entries(list);
@@ -25,7 +25,7 @@ bool listHas(std::string const & list, std::string const & wanted)
     return false;
 }
 
-/// `mountinfo` writes blanks and backslashes of a path as a backslash and three octal digits.
+// `mountinfo` writes blanks and backslashes of a path as a backslash and three octal digits.
 std::string unescaped(std::string const & text)
 {
     auto const isOctal = [](char c) { return c >= '0' && c <= '7'; };
@@ -43,11 +43,11 @@ std::string unescaped(std::string const & text)
     return plain;
 }
 
-/// A mounted hierarchy that carries the CPU controller, or may do so.
+// A mounted hierarchy that carries the CPU controller, or may do so.
 struct Hierarchy
 {
-    bool unified;          ///< Version 2.
-    std::string mountRoot; ///< The group that is visible at the mount point.
+    bool unified;          // Version 2.
+    std::string mountRoot; // The group that is visible at the mount point.
     std::string mountPoint;
 };
 
@@ -73,7 +73,7 @@ std::vector<Hierarchy> mountedHierarchies(std::string const & procSelf)
     return found;
 }
 
-/// The process's group in the hierarchy, as the kernel names it.
+// The process's group in the hierarchy, as the kernel names it.
 std::optional<std::string> ownGroup(std::string const & procSelf, bool unified)
 {
     std::ifstream groups(procSelf + "/cgroup");
@@ -91,7 +91,7 @@ std::optional<std::string> ownGroup(std::string const & procSelf, bool unified)
     return std::nullopt;
 }
 
-/// Quota over period of one group's directory.
+// Quota over period of one group's directory.
 double quotaOf(std::string const & directory, bool unified)
 {
     double quota = 0.0, period = 0.0;

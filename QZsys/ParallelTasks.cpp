@@ -21,7 +21,7 @@ namespace
 
 std::atomic<int> chosenNumOfThreads{0};
 
-/// The cores in the affinity mask of the calling thread; 0 if the system does not say.
+// The cores in the affinity mask of the calling thread; 0 if the system does not say.
 int affinityCores()
 {
     // The mask of a large machine may be longer than cpu_set_t: ask with growing room until it fits.
@@ -38,7 +38,7 @@ int affinityCores()
     return 0;
 }
 
-/// Tasks of one call: what they threw, and how many are still running on threads.
+// Tasks of one call: what they threw, and how many are still running on threads.
 class TaskGroup
 {
 public:
@@ -56,7 +56,7 @@ public:
         }
     }
 
-    /// False when the machine gives no thread; nothing has been run then.
+    // False when the machine gives no thread; nothing has been run then.
     bool runOnThread(std::size_t index, IVescaInvokeProc * task) noexcept
     {
         {
@@ -78,7 +78,7 @@ public:
         }
     }
 
-    /// True when all tasks on threads have ended, false after the time-out.
+    // True when all tasks on threads have ended, false after the time-out.
     bool waitForAll(std::chrono::milliseconds timeOut)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -101,7 +101,7 @@ public:
     }
 
 private:
-    std::vector<std::exception_ptr> m_exceptions; ///< By task; each entry is written by its own task only.
+    std::vector<std::exception_ptr> m_exceptions; // By task; each entry is written by its own task only.
     std::vector<std::thread> m_threads;
     std::mutex m_mutex;
     std::condition_variable m_allEnded;

@@ -12,7 +12,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "interrupt() is called fro
 namespace
 {
 
-/// To 0..1, NaN to 0.
+// To 0..1, NaN to 0.
 double unitClamped(double value) { return value > 0.0 ? std::min(value, 1.0) : 0.0; }
 
 } // namespace

@@ -28,7 +28,7 @@ int openDescriptor(std::string const & folder, char const * name)
     return descriptor;
 }
 
-/// Repeats a transfer of what is left until all is done, or nothing more goes.
+// Repeats a transfer of what is left until all is done, or nothing more goes.
 template <class Transfer>
 std::size_t transferAll(std::size_t count, Transfer transfer)
 {

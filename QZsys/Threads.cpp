@@ -28,7 +28,7 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-/// Waits until `condition` holds: for ever with a negative time, otherwise at most that long.
+// Waits until `condition` holds: for ever with a negative time, otherwise at most that long.
 template <class Condition>
 bool waitFor(std::condition_variable & changed, std::unique_lock<std::mutex> & lock, int milliseconds,
              Condition condition)
@@ -79,7 +79,7 @@ public:
     }
 
 private:
-    /// Shared with the thread, which may outlive this object when its own task deletes it.
+    // Shared with the thread, which may outlive this object when its own task deletes it.
     struct State
     {
         std::mutex mutex;

@@ -36,7 +36,7 @@ void forChunks(std::size_t size, Operation operation)
 // No BLAS divides less work than this many multiplications among threads.
 constexpr std::int64_t largestSerialWork = 4096;
 
-/// Runs an operation on the calling thread alone.
+// Runs an operation on the calling thread alone.
 template <class Operation>
 void runSerially(std::int64_t multiplications, Operation operation)
 {
@@ -66,7 +66,7 @@ bool isMemoryToBeHad()
     return memory != MAP_FAILED && munmap(memory, kernelMemory) == 0;
 }
 
-/// Has OpenBLAS map memory for so many threads.
+// Has OpenBLAS map memory for so many threads.
 void provideFor(int threads)
 {
     // All that it has mapped, in the order in which it was seen.

@@ -23,7 +23,7 @@ constexpr double denseDegreeFactor = 10.0;
 constexpr double mergeTriplesAboveNeighbours = 2e6;
 constexpr double mergeFoursAboveNeighbours = 6e7;
 
-/// Neighbours of each row, without the row itself, in both directions.
+// Neighbours of each row, without the row itself, in both directions.
 struct Adjacency
 {
     std::vector<std::int64_t> begin;
@@ -73,8 +73,8 @@ Adjacency adjacencyOf(SparsePattern const & pattern, CProgressCounter * progress
     return result;
 }
 
-/// Groups the rows that `selected` marks; the result holds for each group its rows. Groups of one row if
-/// `groupSize` is 1.
+// Groups the rows that `selected` marks; the result holds for each group its rows. Groups of one row if
+// `groupSize` is 1.
 std::vector<std::vector<int>> groupRows(Adjacency const & adjacency, std::vector<char> const & selected,
                                         int groupSize, CProgressCounter * progress, double begin, double end)
 {
@@ -130,7 +130,7 @@ std::vector<std::vector<int>> groupRows(Adjacency const & adjacency, std::vector
     return groups;
 }
 
-/// False when the graph has more neighbours than 32-bit positions hold.
+// False when the graph has more neighbours than 32-bit positions hold.
 bool makeGroupGraph(Adjacency const & adjacency, std::vector<std::vector<int>> const & groups, Graph & graph,
                     CProgressCounter * progress, double begin, double end)
 {
@@ -171,7 +171,7 @@ std::vector<int> minimumDegree(Graph const & graph)
     return order;
 }
 
-/// Number of elements of the Cholesky factor of the graph in this order.
+// Number of elements of the Cholesky factor of the graph in this order.
 double factorElements(Graph const & graph, std::vector<int> const & order)
 {
     std::vector<int> position(order.size());

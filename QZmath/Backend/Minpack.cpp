@@ -18,7 +18,7 @@ struct Callback
     std::exception_ptr failure;
 };
 
-/// No exception may cross the frames of the C library.
+// No exception may cross the frames of the C library.
 int call(void * context, int m, int n, double const * x, double * fvec, double * fjac, int ldfjac, int iflag)
 {
     auto & callback = *static_cast<Callback *>(context);

@@ -41,7 +41,7 @@ constexpr double edgesPerCut = 6;
 
 std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
-/// xorshift, after Marsaglia: good enough to break ties, and the same everywhere.
+// xorshift, after Marsaglia: good enough to break ties, and the same everywhere.
 class Random
 {
 public:
@@ -63,12 +63,12 @@ private:
     std::uint64_t m_state;
 };
 
-/// Turns edges looked at into positions.
+// Turns edges looked at into positions.
 class Watch
 {
 public:
     explicit Watch(PositionReport const & report) : m_report(report) {}
-    /// What follows leads from one position to another and looks at about so many edges.
+    // What follows leads from one position to another and looks at about so many edges.
     void setRange(double from, double to, double edges)
     {
         m_from = from;
@@ -91,7 +91,7 @@ private:
     double m_from = 0, m_to = 1, m_expected = 1, m_seen = 0, m_sinceReport = 0;
 };
 
-/// With edges that stand for several.
+// With edges that stand for several.
 struct WeightedGraph : Graph
 {
     std::vector<int> edgeWeights;
@@ -101,11 +101,11 @@ struct WeightedGraph : Graph
 struct Level
 {
     WeightedGraph graph;
-    std::vector<int> coarseOf; ///< node of the next level
+    std::vector<int> coarseOf; // node of the next level
 };
 
-/// Nodes by key, the greatest on top, that can be removed and moved; the older one first where keys are
-/// equal.
+// Nodes by key, the greatest on top, that can be removed and moved; the older one first where keys are
+// equal.
 class NodeQueue
 {
 public:
@@ -189,8 +189,8 @@ private:
     int m_inserted = 0;
 };
 
-/// Pairs of nodes for the next level, by the edge of the greatest weight; -1 stands for none in `mate`, which
-/// is the node itself then.
+// Pairs of nodes for the next level, by the edge of the greatest weight; -1 stands for none in `mate`, which
+// is the node itself then.
 std::vector<int> match(WeightedGraph const & graph, int largestWeight, Random & random, Watch & watch)
 {
     int const size = graph.size();
@@ -303,7 +303,7 @@ WeightedGraph contract(WeightedGraph const & graph, std::vector<int> const & mat
     return coarse;
 }
 
-/// A separator of a graph in the making.
+// A separator of a graph in the making.
 class Separator
 {
 public:
@@ -313,7 +313,7 @@ public:
           m_beside{std::vector<int>(at(graph.size()), 0), std::vector<int>(at(graph.size()), 0)},
           m_queue{NodeQueue(at(graph.size())), NodeQueue(at(graph.size()))}, m_moved(at(graph.size()), 0)
     {}
-    /// \param side  that of a coarser graph
+    // \param side  that of a coarser graph
     void set(std::vector<signed char> side)
     {
         m_side = std::move(side);
@@ -328,8 +328,8 @@ public:
     void improve(Random & random);
     std::vector<signed char> const & side() const { return m_side; }
 
-    /// Less is better: the separator's weight, and how far a part is too heavy. Parts that are alike count
-    /// a little when separators are improved, and more when one of several is chosen.
+    // Less is better: the separator's weight, and how far a part is too heavy. Parts that are alike count
+    // a little when separators are improved, and more when one of several is chosen.
     double cost(double evenness = evennessOfMoves) const
     {
         int const heavier = std::max(m_weight[0], m_weight[1]);
@@ -358,7 +358,7 @@ private:
     std::vector<signed char> m_side;
     int m_weight[3];
     int m_largest;
-    std::vector<int> m_beside[2]; ///< for nodes of the separator: weight of the neighbours in each part
+    std::vector<int> m_beside[2]; // for nodes of the separator: weight of the neighbours in each part
     NodeQueue m_queue[2];
     std::vector<char> m_moved;
     std::vector<Move> m_moves;
@@ -381,7 +381,7 @@ void Separator::enqueue(int node)
     m_queue[1].insert(node, gain(node, 1));
 }
 
-/// Moves a node out of the separator and pulls its neighbours of the other part in.
+// Moves a node out of the separator and pulls its neighbours of the other part in.
 void Separator::move(int node, int to)
 {
     int const from = 1 - to;
@@ -440,7 +440,7 @@ void Separator::undo(Move const & move, std::size_t pulledEnd)
     }
 }
 
-/// One round of moves. True if the best state is better than that before.
+// One round of moves. True if the best state is better than that before.
 bool Separator::runPass(Random & random, bool toFirst, bool toSecond)
 {
     random.shuffle(m_members);
@@ -503,7 +503,7 @@ void Separator::improve(Random & random)
     }
 }
 
-/// Coarser and coarser graphs; `first` is the finest and stands in the first level.
+// Coarser and coarser graphs; `first` is the finest and stands in the first level.
 void coarsen(std::vector<Level> & levels, int nodes, Random & random, Watch & watch)
 {
     for (;;) {
@@ -536,7 +536,7 @@ std::vector<signed char> refineThrough(std::vector<Level> const & levels, std::v
     return side;
 }
 
-/// Two parts of a small graph with few edges between them.
+// Two parts of a small graph with few edges between them.
 class Bisection
 {
 public:
@@ -547,7 +547,7 @@ public:
     {}
     void grow(int seed);
     void improve();
-    /// All nodes that have an edge to the other part as a separator.
+    // All nodes that have an edge to the other part as a separator.
     std::vector<signed char> boundary() const;
 
 private:
@@ -557,13 +557,13 @@ private:
     WeightedGraph const & m_graph;
     Watch & m_watch;
     std::vector<signed char> m_side;
-    std::vector<int> m_gain; ///< weight of the edges to the other part less that of those within
+    std::vector<int> m_gain; // weight of the edges to the other part less that of those within
     NodeQueue m_queue[2];
     int m_weight[2] = {0, 0};
     int m_largest;
 };
 
-/// From a node, and others if the graph is not connected, part 0 grows until the parts are alike.
+// From a node, and others if the graph is not connected, part 0 grows until the parts are alike.
 void Bisection::grow(int seed)
 {
     std::fill(m_side.begin(), m_side.end(), static_cast<signed char>(1));
@@ -692,7 +692,7 @@ double costOf(WeightedGraph const & graph, std::vector<signed char> const & side
     return separator.costOfChoice();
 }
 
-/// The graph comes back as it was.
+// The graph comes back as it was.
 std::vector<signed char> separateWatched(Graph & graph, Watch & watch)
 {
     std::vector<Level> levels(1);
@@ -723,7 +723,7 @@ std::vector<signed char> separateWatched(Graph & graph, Watch & watch)
     return best;
 }
 
-/// The nodes of one part, by their names in `partNames`, and the edges between them.
+// The nodes of one part, by their names in `partNames`, and the edges between them.
 Graph partOf(Graph const & graph, std::vector<signed char> const & side, int wanted,
              std::vector<int> const & names, std::vector<int> & partNames)
 {
@@ -791,7 +791,7 @@ public:
     std::vector<int> takeOrder() { return std::move(m_order); }
 
 private:
-    /// In edges: each one is looked at about equally often for each cut between the graph and its parts.
+    // In edges: each one is looked at about equally often for each cut between the graph and its parts.
     static double workOf(Graph const & graph)
     {
         return double(graph.neighbours.size()) *

@@ -50,7 +50,7 @@ std::size_t at(T index)
     return static_cast<std::size_t>(index);
 }
 
-/// A pivot is not positive, or not beyond rounding errors.
+// A pivot is not positive, or not beyond rounding errors.
 struct NotDefinite
 {};
 
@@ -59,14 +59,14 @@ struct NotDefinite
 struct CSparseCholesky::Body
 {
     SparsePattern pattern;
-    std::vector<int> order;    ///< order[k] is the row eliminated k-th
-    std::vector<int> position; ///< its inverse
+    std::vector<int> order;    // order[k] is the row eliminated k-th
+    std::vector<int> position; // its inverse
     SupernodalStructure structure;
-    /// The elements of each row's column whose row is eliminated later than the column's own: they stand in
-    /// other rows of the upper triangle.
+    // The elements of each row's column whose row is eliminated later than the column's own: they stand in
+    // other rows of the upper triangle.
     std::vector<std::int64_t> columnBegin;
     std::vector<int> columnPosition, columnRow;
-    std::unique_ptr<double[]> elements; ///< of the factor; not initialised before they are computed
+    std::unique_ptr<double[]> elements; // of the factor; not initialised before they are computed
     bool isFactored = false;
 
     void transposeReversed(CProgressCounter * progress, double begin, double end);
@@ -74,8 +74,8 @@ struct CSparseCholesky::Body
     void solveTogether(int count, double * columns, std::vector<double> & below) const;
 };
 
-/// One numeric factorisation: left-looking over the supernodes, each one changed by its sources in rising
-/// order, so that every sum has its fixed order however the tree is divided among threads.
+// One numeric factorisation: left-looking over the supernodes, each one changed by its sources in rising
+// order, so that every sum has its fixed order however the tree is divided among threads.
 class CSparseCholesky::Factorisation
 {
 public:
@@ -85,10 +85,10 @@ public:
 private:
     struct Scratch
     {
-        std::vector<int> rowOf;       ///< row in the block of the supernode at hand, by row of the factor
-        std::vector<double> update;   ///< what a source takes off
-        std::vector<int> relative;    ///< its rows in the block of the supernode
-        std::vector<double> diagonal; ///< the matrix's own, of the supernode's columns
+        std::vector<int> rowOf;       // row in the block of the supernode at hand, by row of the factor
+        std::vector<double> update;   // what a source takes off
+        std::vector<int> relative;    // its rows in the block of the supernode
+        std::vector<double> diagonal; // the matrix's own, of the supernode's columns
     };
     static std::vector<int> subtreeRoots(SupernodalStructure const & structure, double work);
     static std::vector<int> taskTree(SupernodalStructure const & structure, std::vector<int> const & lasts);
@@ -102,10 +102,10 @@ private:
     double const * const m_values;
     double const m_shift;
     double const m_taskWork;
-    std::vector<int> const m_lastOfTask; ///< tasks are runs of supernodes, one behind the other
+    std::vector<int> const m_lastOfTask; // tasks are runs of supernodes, one behind the other
     std::vector<int> const m_parentOfTask;
     TreeTasks m_tasks;
-    std::vector<Scratch> m_scratch; ///< by slot
+    std::vector<Scratch> m_scratch; // by slot
 };
 
 CSparseCholesky::Factorisation::Factorisation(Body const & body, double const * values, double shift,
@@ -118,7 +118,7 @@ CSparseCholesky::Factorisation::Factorisation(Body const & body, double const * 
               body.structure.work + workPerMove * double(body.structure.blockBegin.back()))
 {}
 
-/// The last supernode of each task: the roots of the subtrees that are small enough for one, and all above.
+// The last supernode of each task: the roots of the subtrees that are small enough for one, and all above.
 std::vector<int> CSparseCholesky::Factorisation::subtreeRoots(SupernodalStructure const & structure,
                                                               double work)
 {
@@ -181,7 +181,7 @@ void CSparseCholesky::Factorisation::factorSupernode(int slot, int supernode)
     factorBlock(slot, height, columns, m_body.block(supernode), scratch.diagonal.data());
 }
 
-/// Fills some columns of a supernode's block with the matrix's elements.
+// Fills some columns of a supernode's block with the matrix's elements.
 void CSparseCholesky::Factorisation::scatter(int supernode, int firstColumn, int lastColumn, Scratch & shared)
 {
     SparsePattern const & pattern = m_body.pattern;
@@ -206,7 +206,7 @@ void CSparseCholesky::Factorisation::scatter(int supernode, int firstColumn, int
     m_tasks.worked(workPerMove * double(leading) * (lastColumn - firstColumn));
 }
 
-/// The matrix's elements in some columns of a supernode, less what earlier supernodes take off.
+// The matrix's elements in some columns of a supernode, less what earlier supernodes take off.
 void CSparseCholesky::Factorisation::gather(int supernode, int firstColumn, int lastColumn, Scratch & own,
                                             Scratch & shared)
 {
@@ -256,8 +256,8 @@ void CSparseCholesky::Factorisation::gather(int supernode, int firstColumn, int 
     }
 }
 
-/// Dense Cholesky factorisation of the first columns of a block with at least as many rows. `diagonal` holds
-/// the matrix's own diagonal elements.
+// Dense Cholesky factorisation of the first columns of a block with at least as many rows. `diagonal` holds
+// the matrix's own diagonal elements.
 void CSparseCholesky::Factorisation::factorBlock(int slot, int height, int columns, double * block,
                                                  double const * diagonal)
 {
@@ -325,7 +325,7 @@ void CSparseCholesky::Body::transposeReversed(CProgressCounter * progress, doubl
     });
 }
 
-/// Solves for some right parts, one behind the other in the order of elimination, in their place.
+// Solves for some right parts, one behind the other in the order of elimination, in their place.
 void CSparseCholesky::Body::solveTogether(int count, double * columns, std::vector<double> & below) const
 {
     int const size = pattern.size;

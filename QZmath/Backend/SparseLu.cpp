@@ -42,7 +42,7 @@ std::size_t at(T index)
     return static_cast<std::size_t>(index);
 }
 
-/// Plain memory that can grow in place, for the kernels.
+// Plain memory that can grow in place, for the kernels.
 template <class T>
 class GrowingArray
 {
@@ -55,7 +55,7 @@ public:
     T * data() const { return m_data; }
     int capacity() const { return m_capacity; }
 
-    /// Makes room for `needed` elements, and some more.
+    // Makes room for `needed` elements, and some more.
     void reserve(std::int64_t needed)
     {
         constexpr std::int64_t most = std::numeric_limits<int>::max();
@@ -78,7 +78,7 @@ private:
     int m_capacity = 0;
 };
 
-/// The power of two next to 1 / size.
+// The power of two next to 1 / size.
 double inverseScale(double size)
 {
     return size > 0.0 ? std::ldexp(1.0, std::clamp(-std::ilogb(size), -1000, 1000)) : 1.0;
@@ -96,14 +96,14 @@ struct CSparseLu::Body
     std::vector<double> rowScale, columnScale;
     bool isSymmetric = false;
 
-    std::vector<int> columnAt; ///< column eliminated k-th
-    std::vector<int> rowPlace; ///< step in which each row is the pivot
+    std::vector<int> columnAt; // column eliminated k-th
+    std::vector<int> rowPlace; // step in which each row is the pivot
     // The factors. Supernodes of L, with the triangle of U that stands between their columns; the rest of U
     // by columns.
     GrowingArray<double> blocks, upper;
     GrowingArray<int> lowerRows, upperRows;
-    std::vector<int> supernodeBegin;                    ///< first column of each, and the end
-    std::vector<int> rowsBegin, blockBegin, upperBegin; ///< by column
+    std::vector<int> supernodeBegin;                    // first column of each, and the end
+    std::vector<int> rowsBegin, blockBegin, upperBegin; // by column
 
     void takeColumns(SparsePattern const & pattern, bool upperOnly, double const * givenValues);
     void equilibrate();
@@ -178,7 +178,7 @@ bool CSparseLu::Body::isNearlySymmetric() const
     return double(mirrored) >= symmetricShare * double(outside);
 }
 
-/// The columns in an order that keeps the factors sparse.
+// The columns in an order that keeps the factors sparse.
 std::vector<int> CSparseLu::Body::columnOrder(CProgressCounter * progress) const
 {
     // The upper triangle of the graph to be ordered.
@@ -222,8 +222,8 @@ std::vector<int> CSparseLu::Body::columnOrder(CProgressCounter * progress) const
     return fillReducingOrder({size, rowIndex.data(), columns.data(), 0}, progress);
 }
 
-/// Rearranges the order so that subtrees of the columns' elimination tree, that of A^T A, stand together, and
-/// gives that tree in the new numbers. Columns of different subtrees have no row in common.
+// Rearranges the order so that subtrees of the columns' elimination tree, that of A^T A, stand together, and
+// gives that tree in the new numbers. Columns of different subtrees have no row in common.
 void CSparseLu::Body::postorderColumns(std::vector<int> & columnTree)
 {
     std::vector<int> firstColumn(at(size), size);
@@ -249,8 +249,8 @@ void CSparseLu::Body::postorderColumns(std::vector<int> & columnTree)
     columnAt = std::move(newColumns);
 }
 
-/// The numeric phase: the driver of SuperLU's kernels. They share the arrays that are set up here, and would
-/// ask for more memory when one is full, so room for what the next columns can need is made before each.
+// The numeric phase: the driver of SuperLU's kernels. They share the arrays that are set up here, and would
+// ask for more memory when one is full, so room for what the next columns can need is made before each.
 class CSparseLu::Elimination
 {
 public:
@@ -272,10 +272,10 @@ private:
     CProgressCounter * const m_progress;
     int const m_size;
     int const m_panelColumns = sp_ienv(1);
-    std::vector<double> m_workBefore; ///< share of the work, by column
-    std::vector<int> m_lastOfRelaxed; ///< by first column of a subtree that is taken as one supernode, or -1
-    std::vector<int> m_columnPlace;   ///< step of each column
-    std::vector<int> m_columnBegin, m_columnEnd; ///< in the order of elimination
+    std::vector<double> m_workBefore; // share of the work, by column
+    std::vector<int> m_lastOfRelaxed; // by first column of a subtree that is taken as one supernode, or -1
+    std::vector<int> m_columnPlace;   // step of each column
+    std::vector<int> m_columnBegin, m_columnEnd; // in the order of elimination
 
     NCPformat m_store{};
     SuperMatrix m_matrix{};
@@ -350,7 +350,7 @@ CSparseLu::Elimination::Elimination(Body & body, CProgressCounter * progress)
     m_statistics.ops = m_operations;
 }
 
-/// Small subtrees at the bottom become one supernode each, for the price of some zeros.
+// Small subtrees at the bottom become one supernode each, for the price of some zeros.
 void CSparseLu::Elimination::findRelaxed(std::vector<int> const & columnTree)
 {
     int const most = sp_ienv(2);
@@ -390,7 +390,7 @@ void CSparseLu::Elimination::report(int column)
                                                     std::max(1.0, m_workBefore.back()));
 }
 
-/// Room for all that `width` columns from this one on can append.
+// Room for all that `width` columns from this one on can append.
 void CSparseLu::Elimination::makeRoom(int column, int width)
 {
     std::int64_t const size = m_size;
@@ -407,7 +407,7 @@ void CSparseLu::Elimination::makeRoom(int column, int width)
     m_factors.nzumax = std::min(m_body.upper.capacity(), m_body.upperRows.capacity());
 }
 
-/// Is a row left that the column could take as its pivot? None is in a structurally singular matrix.
+// Is a row left that the column could take as its pivot? None is in a structurally singular matrix.
 bool CSparseLu::Elimination::hasCandidates(int column) const
 {
     int const first = m_factors.xsup[m_factors.supno[column]];
@@ -478,7 +478,7 @@ bool CSparseLu::Elimination::eliminatePanel(int & column)
     return true;
 }
 
-/// Turns the subscripts of L into steps and leaves the lists out that only the search needed.
+// Turns the subscripts of L into steps and leaves the lists out that only the search needed.
 void CSparseLu::Elimination::takeFactors()
 {
     fixupL(m_size, m_body.rowPlace.data(), &m_factors);
@@ -502,7 +502,7 @@ bool CSparseLu::Elimination::run()
     return true;
 }
 
-/// Solves the scaled system in place.
+// Solves the scaled system in place.
 void CSparseLu::Body::solveScaled(double * right, std::vector<double> & work) const
 {
     work.resize(at(size) * 2);
@@ -537,8 +537,8 @@ void CSparseLu::Body::solveScaled(double * right, std::vector<double> & work) co
         right[columnAt[at(k)]] = x[k];
 }
 
-/// Residual of the scaled system, and the greatest ratio of its elements to the sums of magnitudes that they
-/// are the differences of: the backward error by rows (Oettli and Prager).
+// Residual of the scaled system, and the greatest ratio of its elements to the sums of magnitudes that they
+// are the differences of: the backward error by rows (Oettli and Prager).
 double CSparseLu::Body::residual(double const * solution, double const * right, double * result) const
 {
     std::vector<double> magnitude(at(size));
@@ -559,9 +559,9 @@ double CSparseLu::Body::residual(double const * solution, double const * right, 
     return error;
 }
 
-/// A pivot that should be 0 but is a rounding error shows in any right part: the terms of its product with
-/// the solution cancel from far above the right part. The measure does not change when rows or columns are
-/// scaled.
+// A pivot that should be 0 but is a rounding error shows in any right part: the terms of its product with
+// the solution cancel from far above the right part. The measure does not change when rows or columns are
+// scaled.
 bool CSparseLu::Body::isSingularToWorkingPrecision() const
 {
     std::vector<double> rowSums(at(size), 0.0), solution(at(size)), sums(at(size), 0.0), work;

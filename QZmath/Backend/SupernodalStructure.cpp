@@ -21,7 +21,7 @@ std::size_t at(T index)
     return static_cast<std::size_t>(index);
 }
 
-/// Supernodes of up to so many columns are merged when the zeros stay below this share of the block.
+// Supernodes of up to so many columns are merged when the zeros stay below this share of the block.
 struct MergeRule
 {
     int columns;
@@ -29,7 +29,7 @@ struct MergeRule
 };
 constexpr MergeRule mergeRules[] = {{4, 2.0}, {16, 0.8}, {48, 0.1}, {std::numeric_limits<int>::max(), 0.05}};
 
-/// Lists of numbers, one behind the other.
+// Lists of numbers, one behind the other.
 struct Lists
 {
     std::vector<std::int64_t> begin;
@@ -70,7 +70,7 @@ private:
     SupernodalStructure m_result;
 };
 
-/// For each row, in the order of elimination, the rows eliminated before that it has elements with.
+// For each row, in the order of elimination, the rows eliminated before that it has elements with.
 Lists Analysis::earlierRows() const
 {
     std::vector<int> position(at(m_size));
@@ -115,7 +115,7 @@ Lists Analysis::laterRows(Lists const & earlier) const
     return later;
 }
 
-/// From the tree in postorder and the elements of each column: where each supernode begins, and its height.
+// From the tree in postorder and the elements of each column: where each supernode begins, and its height.
 void Analysis::findSupernodes(std::vector<int> const & parent, std::vector<int> const & counts)
 {
     std::vector<int> children(at(m_size), 0);
@@ -180,8 +180,8 @@ void Analysis::findSupernodes(std::vector<int> const & parent, std::vector<int> 
     }
 }
 
-/// A row belongs to the supernodes from those of its elements up to its own. Row by row, every list comes in
-/// ascending order.
+// A row belongs to the supernodes from those of its elements up to its own. Row by row, every list comes in
+// ascending order.
 void Analysis::findRows(Lists const & earlier, std::vector<int> const & number,
                         std::vector<int> const & oldNumber)
 {

@@ -21,7 +21,7 @@ namespace
 constexpr int statusNoMemory = 1;
 constexpr int statusBadConfiguration = 9;
 
-/// An event that tells a second one each time that it is set, so that one waiter can wait for several.
+// An event that tells a second one each time that it is set, so that one waiter can wait for several.
 class TF_ReportingEvent final : public IVescaBlockingEvent
 {
 public:
@@ -239,8 +239,8 @@ void CBlockProcessor::ParallelBlockProcess()
     DebugThreadMgrMessage(m_debugLog, "Thread stuff finished");
 }
 
-/// Wakes idle workers and dismisses those that have ended, until none is left or a stop is requested.
-/// @return whether a stop was requested
+// Wakes idle workers and dismisses those that have ended, until none is left or a stop is requested.
+// @return whether a stop was requested
 bool CBlockProcessor::superviseWorkers(Crew & crew)
 {
     for (;;) {

@@ -11,7 +11,7 @@ namespace BlockProc
 namespace
 {
 
-/// An idle worker looks for an abort at least this often, in milliseconds.
+// An idle worker looks for an abort at least this often, in milliseconds.
 constexpr int wakeUpTimeOut = 20;
 
 } // namespace

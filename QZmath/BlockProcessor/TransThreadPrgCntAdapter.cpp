@@ -83,7 +83,7 @@ bool CTransThreadPrgCntAdapter::isReporting() const
     return m_reporter.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
-/// The caller holds `m_reporting`.
+// The caller holds `m_reporting`.
 void CTransThreadPrgCntAdapter::processPending()
 {
     m_timer->restart();

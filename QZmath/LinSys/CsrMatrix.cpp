@@ -335,7 +335,7 @@ bool CCSRSquareMatrixFiller<T>::pushByRawNextNonZeroElementIncreaseMemoryCore(in
     return true;
 }
 
-/// Grows both arrays by half when they are full: less slack than doubling in a matrix of gigabytes.
+// Grows both arrays by half when they are full: less slack than doubling in a matrix of gigabytes.
 template <class T>
 void CCSRSquareMatrixFiller<T>::growFor(std::int64_t addedElements)
 {
@@ -348,7 +348,7 @@ void CCSRSquareMatrixFiller<T>::growFor(std::int64_t addedElements)
     grow(m_target->m_columns);
 }
 
-/// Begins the rows up to and including `row`; those that were jumped over become empty ones.
+// Begins the rows up to and including `row`; those that were jumped over become empty ones.
 template <class T>
 void CCSRSquareMatrixFiller<T>::advanceRowIndex(int row)
 {
@@ -391,8 +391,8 @@ CCSRSquareMatrix<T> LinearSystem2CsrMatrix(ILinearSystemReadOnly<T> const & syst
 namespace
 {
 
-/// Products are bound by the stream of values and columns; asking for it this many elements ahead, also
-/// across the ends of rows and pages where the processor's own foresight stops, saves a quarter of the time.
+// Products are bound by the stream of values and columns; asking for it this many elements ahead, also
+// across the ends of rows and pages where the processor's own foresight stops, saves a quarter of the time.
 constexpr std::int64_t prefetchDistance = 256;
 
 template <class T>
@@ -402,7 +402,7 @@ void prefetchElements(T const * values, int const * columns)
     __builtin_prefetch(columns + prefetchDistance);
 }
 
-/// Sum over the elements of a row, in four interleaved partial sums.
+// Sum over the elements of a row, in four interleaved partial sums.
 template <int base, class T>
 T rowProduct(T const * values, int const * columns, std::int64_t count, T const * vector)
 {
@@ -418,8 +418,8 @@ T rowProduct(T const * values, int const * columns, std::int64_t count, T const 
     return (sums[0] + sums[1]) + (sums[2] + sums[3]);
 }
 
-/// Sums like `rowProduct`, while each element's mirror image below the diagonal adds to its own row of the
-/// result.
+// Sums like `rowProduct`, while each element's mirror image below the diagonal adds to its own row of the
+// result.
 template <int base, class T>
 T rowProductWithMirror(T const * values, int const * columns, std::int64_t count, T const * vector,
                        T rowPosition, T * result)

@@ -77,7 +77,7 @@ void CCSRSstorage<T>::reserveMatrixMemory(std::int64_t count)
     }
 }
 
-/// Where the stored elements of a row lie; false for a row that is not there or has not been begun.
+// Where the stored elements of a row lie; false for a row that is not there or has not been begun.
 template <class T>
 bool CCSRSstorage<T>::getRowRange(int row, int & begin, int & end) const
 {
@@ -138,8 +138,8 @@ void CCSRSstorage<T>::onSetSymmetric(bool symmetric)
     m_symmetric = symmetric;
 }
 
-/// Rows that were made by a reservation, without an equation, are made anew for all vertices by the first
-/// one.
+// Rows that were made by a reservation, without an equation, are made anew for all vertices by the first
+// one.
 template <class T>
 void CCSRSstorage<T>::onDefineFreeVertex(int vertex)
 {
@@ -185,7 +185,7 @@ bool CCSRSstorage<T>::areFreeVariablesDefined() const
     return m_filler != nullptr;
 }
 
-/// The matrix has the base that it was made with, which a base set later, or one that is none, differs from.
+// The matrix has the base that it was made with, which a base set later, or one that is none, differs from.
 template <class T>
 bool CCSRSstorage<T>::isIndexBaseKept() const
 {
@@ -212,7 +212,7 @@ void CCSRSstorage<T>::reserveAsAsked()
     CCSRSquareMatrix<T>::reserveMemory(std::min(m_reservedElements, largestElementsNumber()));
 }
 
-/// No estimate may take more memory than the full matrix.
+// No estimate may take more memory than the full matrix.
 template <class T>
 std::int64_t CCSRSstorage<T>::largestElementsNumber() const
 {

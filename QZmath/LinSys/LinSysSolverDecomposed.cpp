@@ -36,8 +36,8 @@ namespace
 // Invariant: a task writes its own rows only, and reads the matrix, which nobody changes. So the bits of a
 // solution do not depend on how many tasks of a level run at once.
 
-/// One block of the tree: solves its rows of the common solution. Without a matrix it leaves them as they are
-/// and has succeeded.
+// One block of the tree: solves its rows of the common solution. Without a matrix it leaves them as they are
+// and has succeeded.
 template <class T>
 class tf_subsystemTask : public IVescaInvokeProc
 {
@@ -88,7 +88,7 @@ private:
     bool m_hasChildren;
 };
 
-/// The tasks of one right part and how they depend on one another.
+// The tasks of one right part and how they depend on one another.
 template <class Task>
 class tf_BinaryDependentTaskManager
 {
@@ -107,7 +107,7 @@ public:
     }
     Task const * root() const { return m_nodes.empty() ? nullptr : m_nodes.back()->task.get(); }
 
-    /// Level 0 holds the root, each further one the sub-tasks of the one before, left before right.
+    // Level 0 holds the root, each further one the sub-tasks of the one before, left before right.
     std::vector<std::vector<Task *>> levels() const
     {
         std::vector<std::vector<Task *>> result;
@@ -132,7 +132,7 @@ private:
     std::vector<std::unique_ptr<Node>> m_nodes;
 };
 
-/// What the tasks of one right part share.
+// What the tasks of one right part share.
 template <class T>
 struct RightPartContext
 {
@@ -147,7 +147,7 @@ struct RightPartContext
     double eps;
     int maxIterations;
 
-    /// The tree over the boundaries at positions `first` to `last`; null when there is no block in between.
+    // The tree over the boundaries at positions `first` to `last`; null when there is no block in between.
     typename Tasks::Node const * buildTree(std::size_t first, std::size_t last)
     {
         if (first == last)
@@ -168,7 +168,7 @@ struct RightPartContext
     }
 };
 
-/// Gives the sum of the iterations, -1 when a task failed.
+// Gives the sum of the iterations, -1 when a task failed.
 template <class Task>
 int runLevel(std::vector<Task *> const & level, CProgressCounter * progress)
 {

@@ -31,7 +31,7 @@ void check(bool succeeded)
 // What a solution of a lifted matrix may leave of its right part.
 constexpr double liftedResidualLimit = 1e-9;
 
-/// The values or right parts of a float system widened; those of a double system as they are.
+// The values or right parts of a float system widened; those of a double system as they are.
 template <class T>
 class Widened
 {
@@ -52,8 +52,8 @@ private:
     double const * m_data;
 };
 
-/// The arrays of a matrix in the form with one row index. A matrix of other making, whose rows do not follow
-/// one another, is compacted.
+// The arrays of a matrix in the form with one row index. A matrix of other making, whose rows do not follow
+// one another, is compacted.
 template <class T>
 struct ContiguousMatrix
 {
@@ -108,7 +108,7 @@ double largestDiagonalElement(ContiguousMatrix<T> const & matrix)
     return largest;
 }
 
-/// |A x - b| <= limit |b|
+// |A x - b| <= limit |b|
 template <class T>
 bool isResidualBelow(double limit, ContiguousMatrix<T> const & matrix, bool upperOnly,
                      double const * solution, double const * rightPart)

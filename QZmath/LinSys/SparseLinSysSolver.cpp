@@ -12,8 +12,8 @@ namespace REmath
 namespace
 {
 
-/// A system over sparse rows together with its compressed matrix. A core that takes compressed matrices finds
-/// it in the system and does without reading all n^2 elements one by one.
+// A system over sparse rows together with its compressed matrix. A core that takes compressed matrices finds
+// it in the system and does without reading all n^2 elements one by one.
 template <class T>
 class CompressedSystem final : public ILinearSystemReadOnly<T>, public CCSRSquareMatrix<T>
 {
@@ -22,7 +22,7 @@ public:
 
     explicit CompressedSystem(Storage const & storage) : m_storage(storage) {}
 
-    /// False when the matrix has more elements than one can count.
+    // False when the matrix has more elements than one can count.
     bool compress()
     {
         int const size = m_storage.GetEquationsNumber();

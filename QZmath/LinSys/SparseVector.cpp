@@ -20,7 +20,7 @@ namespace
 
 static_assert(sizeof(int) == 4, "the file form has positions of 4 bytes");
 
-/// Elements that are read in one piece from a file that has not shown yet that it holds them.
+// Elements that are read in one piece from a file that has not shown yet that it holds them.
 constexpr std::size_t pieceElements = 1 << 14;
 
 template <class Element>
@@ -35,7 +35,7 @@ bool readAll(std::FILE * file, Element * elements, std::size_t count)
     return std::fread(elements, sizeof(Element), count, file) == count;
 }
 
-/// Grows the vector only as far as the elements come. At an early end the last piece is filled up with zeros.
+// Grows the vector only as far as the elements come. At an early end the last piece is filled up with zeros.
 template <class Element>
 bool readInPieces(std::FILE * file, std::vector<Element> & elements, std::size_t count)
 {
@@ -49,7 +49,7 @@ bool readInPieces(std::FILE * file, std::vector<Element> & elements, std::size_t
     return true;
 }
 
-/// How many bytes follow the place where the file stands; 0 when it cannot tell.
+// How many bytes follow the place where the file stands; 0 when it cannot tell.
 std::int64_t remainingBytes(std::FILE * file)
 {
     off_t const here = ftello(file);

@@ -104,8 +104,8 @@ bool CVPLSstorage<T, Row>::areFreeVariablesDefined() const
     return IsMatrixAllocated();
 }
 
-/// The rows were made by a call, not by an equation. After an equation the base class decides about further
-/// vertices: it takes them as long as there are no fixed coefficients.
+// The rows were made by a call, not by an equation. After an equation the base class decides about further
+// vertices: it takes them as long as there are no fixed coefficients.
 template <class T, template <class> class Row>
 bool CVPLSstorage<T, Row>::isClosedByCaller() const
 {

@@ -22,7 +22,7 @@ T elementAt(std::vector<T> const & values, std::int64_t index)
     return index >= 0 && index < static_cast<std::int64_t>(values.size()) ? values[asIndex(index)] : T(0);
 }
 
-/// The product of a span of a row that begins at `first` with the part of the vector that lies along it.
+// The product of a span of a row that begins at `first` with the part of the vector that lies along it.
 template <class T>
 T spanProduct(std::vector<T> const & span, int first, int size, T const * vector)
 {

@@ -26,7 +26,7 @@ class TF_BadAllocation : public std::bad_alloc
     char const * what() const noexcept override { return "bad allocation"; }
 };
 
-/// Runs something that allocates, so that exhausted memory has the same text as all other failures.
+// Runs something that allocates, so that exhausted memory has the same text as all other failures.
 template <class Action>
 decltype(auto) allocating(Action action)
 {
@@ -37,24 +37,24 @@ decltype(auto) allocating(Action action)
     }
 }
 
-/// Holds one element in memory. Keeps its buffer and its cell when it becomes free.
+// Holds one element in memory. Keeps its buffer and its cell when it becomes free.
 struct TF_Slot
 {
     bool modified = false;
     std::size_t index = 0;
-    int refCount = -1; ///< -1: free
+    int refCount = -1; // -1: free
     std::unique_ptr<ElementCell> cell;
     std::unique_ptr<char[]> buffer;
 };
 
 } // namespace
 
-/// What a handle points to. While its slot lives, the slot owns it; a cell whose slot was taken away under
-/// its holders stays with the vector till they have all released it.
+// What a handle points to. While its slot lives, the slot owns it; a cell whose slot was taken away under
+// its holders stays with the vector till they have all released it.
 class ElementCell
 {
 public:
-    TF_Slot * slot = nullptr; ///< null: dead
+    TF_Slot * slot = nullptr; // null: dead
     int deadHolds = 0;
 };
 
@@ -63,9 +63,9 @@ ExternVectorVoidInterface::~ExternVectorVoidInterface() = default;
 namespace
 {
 
-/// Transfers bypass the buffers of the standard library: what is written is in the hands of the system when
-/// the call returns, so errors are not late, and a write amid a pass does not cost the buffer that was read
-/// ahead.
+// Transfers bypass the buffers of the standard library: what is written is in the hands of the system when
+// the call returns, so errors are not late, and a write amid a pass does not cost the buffer that was read
+// ahead.
 class FileVectorVoid : public ExternVectorVoidInterface
 {
 public:
@@ -235,7 +235,7 @@ private:
         return slot.buffer.get();
     }
 
-    /// Frees the slots in use that are concerned, and leaves dead cells to their holders.
+    // Frees the slots in use that are concerned, and leaves dead cells to their holders.
     template <class IsConcerned>
     void bury(IsConcerned isConcerned)
     {
@@ -251,7 +251,7 @@ private:
         }
     }
 
-    /// Elements in ascending order come from a window that is read ahead, others directly.
+    // Elements in ascending order come from a window that is read ahead, others directly.
     void readElement(std::size_t index, char * element)
     {
         bool const isNext = index == m_nextRead;
@@ -264,7 +264,7 @@ private:
         m_nextRead = index + 1;
     }
 
-    /// Leaves the window empty where it is not worth it, or there is no memory or nothing to read for it.
+    // Leaves the window empty where it is not worth it, or there is no memory or nothing to read for it.
     void readAhead(std::size_t index)
     {
         std::size_t const perWindow = st_blockBytes / m_elementSize;
@@ -287,7 +287,7 @@ private:
             std::memcpy(m_window.get() + (index - m_windowBegin) * m_elementSize, element, m_elementSize);
     }
 
-    /// Gives the number of bytes that could be read.
+    // Gives the number of bytes that could be read.
     std::size_t readBytes(char * bytes, std::size_t count, std::size_t offset)
     {
         return VsUt::readFileAt(m_file, bytes, count, offset);
@@ -301,16 +301,16 @@ private:
         }
     }
 
-    static constexpr std::size_t st_blockBytes = 65536; ///< written at once by a fill, or read ahead
+    static constexpr std::size_t st_blockBytes = 65536; // written at once by a fill, or read ahead
 
     std::size_t m_elementSize;
     std::size_t m_size = 0;
     std::size_t m_capacity = 0;
     std::FILE * m_file = nullptr;
-    std::unique_ptr<char[]> m_window; ///< elements as they stand in the file
+    std::unique_ptr<char[]> m_window; // elements as they stand in the file
     std::size_t m_windowBegin = 0;
     std::size_t m_windowCount = 0;
-    std::size_t m_nextRead = 0; ///< the element behind the last one read
+    std::size_t m_nextRead = 0; // the element behind the last one read
     std::list<TF_Slot> m_slots;
     std::unordered_map<ElementCell *, std::unique_ptr<ElementCell>> m_deadCells;
 };

@@ -17,7 +17,7 @@ public:
         element->setHeapPos(static_cast<int>(index));
     }
 
-    /// Moves the element at `index` towards the root. At equal keys it stays below.
+    // Moves the element at `index` towards the root. At equal keys it stays below.
     void siftUp(std::size_t const start)
     {
         CfpHeapMem * const element = entries[start];
@@ -34,10 +34,10 @@ public:
             put(element, index);
     }
 
-    /// Moves the element at `index` towards the leaves. At equal keys the left child comes first.
-    ///
-    /// Keys stand in the elements, all over the memory: those of the level after next are asked for while the
-    /// next level is compared.
+    // Moves the element at `index` towards the leaves. At equal keys the left child comes first.
+    //
+    // Keys stand in the elements, all over the memory: those of the level after next are asked for while the
+    // next level is compared.
     void siftDown(std::size_t const start)
     {
         CfpHeapMem ** const array = entries.data();
@@ -59,9 +59,9 @@ public:
             put(element, index);
     }
 
-    /// The same for an element that comes from the end of the array, and so belongs far down again: the
-    /// greater children rise along the whole way to a leaf, and the element climbs back from there (Wegener,
-    /// "Bottom-up heapsort", 1993). Keys fall along the way, so it stops at the same place.
+    // The same for an element that comes from the end of the array, and so belongs far down again: the
+    // greater children rise along the whole way to a leaf, and the element climbs back from there (Wegener,
+    // "Bottom-up heapsort", 1993). Keys fall along the way, so it stops at the same place.
     void siftDownFromEnd(std::size_t const start)
     {
         CfpHeapMem ** const array = entries.data();
@@ -98,7 +98,7 @@ public:
     }
 
 private:
-    /// The four entries below the children at `left` and behind it.
+    // The four entries below the children at `left` and behind it.
     static void fetchGrandchildren(CfpHeapMem * const * array, std::size_t left)
     {
         for (std::size_t next = 2 * left + 1; next <= 2 * left + 4; ++next)

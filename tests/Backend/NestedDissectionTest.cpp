@@ -37,7 +37,7 @@ Graph graphOf(testSupport::CompressedMatrix const & matrix)
 
 void ignore(double) {}
 
-/// Weights of the two parts and the separator; fails when an edge joins the parts.
+// Weights of the two parts and the separator; fails when an edge joins the parts.
 std::vector<int> checkedWeights(Graph const & graph, std::vector<signed char> const & side)
 {
     std::vector<int> weights(3, 0);

@@ -19,7 +19,7 @@ using testSupport::CompressedMatrix;
 
 std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
-/// The rows of each column of the factor, by elimination of one column after the other.
+// The rows of each column of the factor, by elimination of one column after the other.
 std::vector<std::set<int>> eliminateStructure(CompressedMatrix const & matrix, std::vector<int> const & order)
 {
     std::vector<int> position(order.size());

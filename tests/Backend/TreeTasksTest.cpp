@@ -17,7 +17,7 @@ namespace
 
 using QzBackend::TreeTasks;
 
-/// Each task with a parent among the later ones; a few roots.
+// Each task with a parent among the later ones; a few roots.
 std::vector<int> randomForest(int size, std::mt19937 & random)
 {
     std::vector<int> parent;

@@ -28,7 +28,7 @@ void expectCleanedUp(Client const & client)
     EXPECT_TRUE(client.inWork.empty());
 }
 
-/// After a run that ended early.
+// After a run that ended early.
 void runAgain(Client & client, int threads)
 {
     client.inWork.clear();

@@ -15,7 +15,7 @@ namespace
 
 using Lines = std::vector<std::string>;
 
-/// Keeps the lines with "%p" for addresses.
+// Keeps the lines with "%p" for addresses.
 class TraceLog : public qz_test::LogRecorder
 {
 public:
@@ -29,7 +29,7 @@ public:
 std::string const mgr = "[DEBUG_THREADS] Manager: ", w0 = "[DEBUG_THREADS] Worker 10000: ",
                   w1 = "[DEBUG_THREADS] Worker 10001: ";
 
-/// One block for two workers, where the first gets it and waits until the second sleeps.
+// One block for two workers, where the first gets it and waits until the second sleeps.
 class ScriptedClient : public Client
 {
 public:
@@ -52,7 +52,7 @@ public:
     TraceLog log;
 };
 
-/// The texts that are documented for readers of logs, whoever speaks and in whichever order.
+// The texts that are documented for readers of logs, whoever speaks and in whichever order.
 char const * const documentedTexts =
     "AbortEvent caught|One more finished block detected|Raising EBlockAlgError( QZ_STATUS_USER_INTR )|"
     "Raising EBlockAlgError( QZ_STATUS_UNEXPECTED_ERR )|Sending aborting signal to worker 10000|"

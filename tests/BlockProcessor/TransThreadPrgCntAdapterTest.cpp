@@ -33,7 +33,7 @@ void incrementElsewhere(CTransThreadPrgCntAdapter & adapter, int times)
     onAnotherThread([&] { increment(adapter, times); });
 }
 
-/// Tasks that go on until they are cancelled.
+// Tasks that go on until they are cancelled.
 std::deque<FunctionTask> endlessTasks(CTransThreadPrgCntAdapter & adapter, std::atomic<int> & cancelled)
 {
     std::deque<FunctionTask> tasks;

@@ -23,8 +23,8 @@ using T = float;
 
 using testSupport::DenseMatrix;
 
-/// Random matrix with values that `float` holds exactly, so that results can be compared without tolerance.
-/// The last row is never empty, so that the row index is complete.
+// Random matrix with values that `float` holds exactly, so that results can be compared without tolerance.
+// The last row is never empty, so that the row index is complete.
 DenseMatrix randomMatrix(int size, double density, bool upperOnly, std::mt19937 & random)
 {
     DenseMatrix dense(size);
@@ -49,7 +49,7 @@ CCSRSquareMatrix<T> makeCsr(DenseMatrix const & dense, int base, bool upperOnly)
     return matrix;
 }
 
-/// Is `matrix` the block of `dense` from row and column `first` on, without zeros?
+// Is `matrix` the block of `dense` from row and column `first` on, without zeros?
 void expectHolds(ICsrMatrix<T> const & matrix, DenseMatrix const & dense, int first, bool upperOnly)
 {
     int const base = matrix.getIndexBase();

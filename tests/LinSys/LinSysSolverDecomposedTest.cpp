@@ -15,7 +15,7 @@ namespace
 using namespace REmath;
 using testSupport::DenseMatrix;
 
-/// A band matrix: neighbouring blocks are coupled weakly, as the cuts of a space are.
+// A band matrix: neighbouring blocks are coupled weakly, as the cuts of a space are.
 struct BandSystem
 {
     explicit BandSystem(int size) : matrix(size)

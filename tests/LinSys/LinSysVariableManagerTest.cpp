@@ -21,7 +21,7 @@ namespace
 
 using T = float;
 
-/// The smallest storage: keeps the free terms of every equation as they came.
+// The smallest storage: keeps the free terms of every equation as they came.
 class ListStorage : public CLinSysVariableManager<T>
 {
 public:

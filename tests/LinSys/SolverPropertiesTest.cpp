@@ -94,7 +94,7 @@ void state(IVertexPosLinearSystem<T> & solver, Kind kind, bool promiseDefinite, 
     testSupport::stateSystem<T>(solver, matrix, right);
 }
 
-/// The n-th solution is that of n times the right part.
+// The n-th solution is that of n times the right part.
 template <class T>
 void expectSolutions(IVertexPosLinearSystem<T> & solver, int count, DenseMatrix const & matrix,
                      std::vector<double> const & right, double tolerance)
@@ -112,7 +112,7 @@ void expectSolutions(IVertexPosLinearSystem<T> & solver, int count, DenseMatrix 
     }
 }
 
-/// True when the solver gives up and delivers nothing.
+// True when the solver gives up and delivers nothing.
 template <class T>
 bool isRefused(IVertexPosLinearSystem<T> & solver)
 {
@@ -149,7 +149,7 @@ Solver & add(Candidates<T> & list, std::string const & name, bool isDirect, Argu
     return made;
 }
 
-/// A core over every storage that can hold any matrix.
+// A core over every storage that can hold any matrix.
 template <template <class> class Core, class T>
 void addOverStorages(Candidates<T> & list, std::string const & name, bool isDirect)
 {

@@ -38,7 +38,7 @@ std::string savedBytes(CSparseVectorTmpl<T> const & vector)
     return bytes;
 }
 
-/// From a file, or from a stream that cannot tell its length: a pipe that another thread writes to.
+// From a file, or from a stream that cannot tell its length: a pipe that another thread writes to.
 template <class T>
 bool loads(CSparseVectorTmpl<T> & vector, std::string const & bytes, bool fromPipe)
 {

@@ -26,7 +26,7 @@ struct StorageOf
     static constexpr bool isShifted = std::is_same_v<Adapter, CShiftedVectorAsVPLstorageRow<T>>;
 };
 
-/// The compressed rows, whose free vertices have to ascend.
+// The compressed rows, whose free vertices have to ascend.
 template <class T>
 struct CompressedStorageOf
 {
@@ -59,7 +59,7 @@ public:
     T GetVertexPosition(int vertex) const override { return T(vertex % 5); }
 };
 
-/// What a storage of shifted rows gives for an element.
+// What a storage of shifted rows gives for an element.
 template <class T>
 T shiftedElement(std::vector<T> const & row, int column)
 {

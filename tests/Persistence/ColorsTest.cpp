@@ -11,7 +11,7 @@
 namespace
 {
 
-/// Packed channels as `std::tuple`, so that one comparison shows all.
+// Packed channels as `std::tuple`, so that one comparison shows all.
 auto bytesOf(unsigned long c) { return std::make_tuple(c & 255, c >> 8 & 255, c >> 16 & 255, c >> 24); }
 
 TEST(Colors, everyPackedColorSurvivesAllForms)

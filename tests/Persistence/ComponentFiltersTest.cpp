@@ -35,7 +35,7 @@ class Logger : public IDeltaStateLogger
     void OnFinalizeLoading() override {}
 };
 
-/// Data of a known length; its saving can break off, its loading can take less.
+// Data of a known length; its saving can break off, its loading can take less.
 struct Blob : IComponentFilter
 {
     Blob(IVescaBinaryStream & target, std::string name, int number, Bytes content)

@@ -57,7 +57,7 @@ void writeElement(Vector & vector, std::size_t index, Bytes const & bytes)
     vector.releaseElement(true, &handle);
 }
 
-/// Caps the size of files of this process for a scope.
+// Caps the size of files of this process for a scope.
 class FileSizeLimit
 {
 public:
@@ -79,7 +79,7 @@ private:
     void (*m_oldHandler)(int);
 };
 
-/// What the vector is to hold: the elements of its file, also those beyond the end, and what is locked.
+// What the vector is to hold: the elements of its file, also those beyond the end, and what is locked.
 class Model
 {
 public:

@@ -68,7 +68,7 @@ TEST(ModelSizer, asksTheSubclassAfterTheDefault)
     EXPECT_TRUE(x == 1 && y == 1 && z == 10 && box.told == -1);
 }
 
-/// The order looks at the key, equality at all.
+// The order looks at the key, equality at all.
 template <class Record>
 void expectOrder(Record const & less, Record const & greater, std::initializer_list<Record> sameKeyAsLess)
 {

@@ -20,11 +20,11 @@ int coresInAffinityMask()
     return sched_getaffinity(0, sizeof mask, &mask) == 0 ? CPU_COUNT(&mask) : 0;
 }
 
-/// A directory that plays /proc/self and the mounted control groups.
+// A directory that plays /proc/self and the mounted control groups.
 class CpuQuota : public testing::Test, protected qz_test::TestFolder
 {
 protected:
-    /// The mount table writes blanks as \040.
+    // The mount table writes blanks as \040.
     std::string mountPoint(std::string const & name) const
     {
         std::string mounted = path(name);

@@ -27,8 +27,8 @@ namespace
 std::atomic<int> threadsLeft{std::numeric_limits<int>::max()};
 }
 
-/// Stands before the system's function for the whole program, so that a test can play a machine out of
-/// threads.
+// Stands before the system's function for the whole program, so that a test can play a machine out of
+// threads.
 extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t * thread,
                                                                      pthread_attr_t const * attributes,
                                                                      void * (*start)(void *),

@@ -29,7 +29,7 @@ namespace
 using General = CPiecewisePolynom;
 using Separable = CProductPiecewisePolynom;
 
-/// The kernel, its derivatives along x, y, z and its Laplacian.
+// The kernel, its derivatives along x, y, z and its Laplacian.
 template <class TKernel>
 TKernel makeKernel(int kind)
 {
@@ -121,7 +121,7 @@ PointCloudSamples makeCloud()
     return samples;
 }
 
-/// Bases of all kinds of kernels of some width over one octree.
+// Bases of all kinds of kernels of some width over one octree.
 template <class TKernel>
 struct Bases
 {
@@ -153,7 +153,7 @@ protected:
     Bases<Separable> separable{octree, width};
     std::mt19937 random{24};
 
-    /// Pairs of nodes with near functions, up to `perDepths` for every pair of depths.
+    // Pairs of nodes with near functions, up to `perDepths` for every pair of depths.
     std::vector<std::pair<int, int>> nearPairs(std::size_t perDepths)
     {
         std::map<std::pair<int, int>, std::vector<std::pair<int, int>>> byDepths;
@@ -175,7 +175,7 @@ protected:
         return pairs;
     }
 
-    /// A bound of the greatest integrals of this kind.
+    // A bound of the greatest integrals of this kind.
     double magnitude(int i, int j, int kind) const
     {
         double const scaleI = 1.0 / octree.getCellSize(octree.getNodeDepth(i));
@@ -258,7 +258,7 @@ TEST_P(KernelFormsOnOctree, ScalarProductsAgree)
     }
 }
 
-/// Nothing beyond the reach of a function, whatever place or depth is given, and no table grows for it.
+// Nothing beyond the reach of a function, whatever place or depth is given, and no table grows for it.
 template <class TKernel>
 void expectNoProductsOutOfReach(COctreeFuncBasisTmpl<TKernel> const & basis, double width, double touching)
 {

@@ -14,7 +14,7 @@ using TKernel = CProductPiecewisePolynom;
 namespace
 {
 
-/// The quadratic B-spline as the threefold convolution of the unit box, by truncated powers.
+// The quadratic B-spline as the threefold convolution of the unit box, by truncated powers.
 double bSpline(double t)
 {
     double const weights[4] = {1.0, -3.0, 3.0, -1.0};

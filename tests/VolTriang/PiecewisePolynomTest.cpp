@@ -31,7 +31,7 @@ CLimitedPolynom randomPiece(std::mt19937 & random, double const * shift)
     return CLimitedPolynom(polynom, CParallelepiped(low, high), shift);
 }
 
-/// Pieces about different shifts, or summands that need not be continuous.
+// Pieces about different shifts, or summands that need not be continuous.
 void makeRandom(CPiecewisePolynom & function, std::mt19937 & random, int count)
 {
     for (int i = 0; i < count; ++i) {

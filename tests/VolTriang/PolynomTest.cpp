@@ -16,7 +16,7 @@ using namespace TestPolynomials;
 namespace
 {
 
-/// Terms by exponents, which are ordered like monoms: additions happen one by one in an ordered map.
+// Terms by exponents, which are ordered like monoms: additions happen one by one in an ordered map.
 using TermMap = std::map<std::array<int, 3>, double>;
 
 void addTo(TermMap & terms, std::array<int, 3> const & exponents, double weight)
@@ -56,7 +56,7 @@ void expectSame(CPolynom const & polynom, TermMap const & terms)
     EXPECT_TRUE(polynom.checkClassInvariants());
 }
 
-/// Small integer weights, so that terms cancel often.
+// Small integer weights, so that terms cancel often.
 CPolynom randomSparsePolynom(std::mt19937 & random, int terms, int maxExponent, double weightStep = 1.0)
 {
     std::uniform_int_distribution<int> exponent(0, maxExponent), weight(-2, 2);

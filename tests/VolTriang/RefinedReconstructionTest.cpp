@@ -36,8 +36,8 @@ struct Case
     double densityRatio;
     bool isAccelerated;
     bool useCenter;
-    double greatestRatio;       ///< of the distance to the true surface, to that without refinement
-    double greatestNormalRatio; ///< likewise of the angles of the normals
+    double greatestRatio;       // of the distance to the true surface, to that without refinement
+    double greatestNormalRatio; // likewise of the angles of the normals
 };
 
 void PrintTo(Case const & c, std::ostream * out)

@@ -41,7 +41,7 @@ PointCloudSamples makeCloud(int size)
     return samples;
 }
 
-/// The bases of a reconstruction over one octree: a kernel of some width, a derivative and its Laplacian.
+// The bases of a reconstruction over one octree: a kernel of some width, a derivative and its Laplacian.
 struct Bases
 {
     Bases(COctree const & octree, double width)
@@ -60,7 +60,7 @@ struct Bases
     std::unique_ptr<Basis> plain, gradient, laplacian;
 };
 
-/// Pairs of functions with overlapping supports, from every pair of depths.
+// Pairs of functions with overlapping supports, from every pair of depths.
 std::vector<std::pair<int, int>> overlappingPairs(Basis const & basis, int perFunction, std::mt19937 & random)
 {
     std::vector<std::pair<int, int>> pairs;
@@ -76,7 +76,7 @@ std::vector<std::pair<int, int>> overlappingPairs(Basis const & basis, int perFu
     return pairs;
 }
 
-/// Bound of an integral of f g: the greatest |f| times the integral of |g|, whichever way is less.
+// Bound of an integral of f g: the greatest |f| times the integral of |g|, whichever way is less.
 double magnitude(Function const & f, Function const & g)
 {
     double const greatestF = f.getNormalizationScale();

@@ -29,7 +29,7 @@ PointCloud readFrom(std::string const & bytes, CloudFormat format)
     return readCloud(source, format, nullptr);
 }
 
-/// The sentence of the `InputError`, empty when there is none.
+// The sentence of the `InputError`, empty when there is none.
 std::string complaintOf(std::string const & bytes, CloudFormat format)
 {
     try {
@@ -54,7 +54,7 @@ PointCloud randomCloud(std::size_t size, unsigned seed)
     return cloud;
 }
 
-/// Numbers as text or as bytes of either order.
+// Numbers as text or as bytes of either order.
 class Body
 {
 public:
@@ -87,8 +87,8 @@ private:
     bool m_isText, m_isReversed;
 };
 
-/// A PLY file with everything around the points that a reader has to skip: an element with a list before, a
-/// list and foreign properties among the vertex's own, coordinates in `double`, faces behind.
+// A PLY file with everything around the points that a reader has to skip: an element with a list before, a
+// list and foreign properties among the vertex's own, coordinates in `double`, faces behind.
 std::string richPly(PointCloud const & cloud, std::string const & format)
 {
     std::ostringstream header;
@@ -121,7 +121,7 @@ std::string richPly(PointCloud const & cloud, std::string const & format)
     return header.str() + body.bytes;
 }
 
-/// The plain layout of six properties that most scanners write.
+// The plain layout of six properties that most scanners write.
 std::string plainPly(PointCloud const & cloud, std::string const & promised)
 {
     std::string const header = "ply\nformat binary_little_endian 1.0\nelement vertex " + promised +

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-/// A torus of `around` times `across` quads, closed and oriented.
+// A torus of `around` times `across` quads, closed and oriented.
 TriangleMesh torus(unsigned around, unsigned across, bool withNormals)
 {
     TriangleMesh mesh;

@@ -19,7 +19,7 @@ using namespace qz_recon;
 namespace
 {
 
-/// Even points on a sphere.
+// Even points on a sphere.
 void addSphere(qz_io::PointCloud & cloud, std::size_t count, float const (&centre)[3], float radius,
                unsigned seed)
 {

@@ -44,7 +44,7 @@ qz_sampling::Cloud sphereCloud(std::size_t points)
     return qz_sampling::sampleCloud(*qz_sampling::makeShape("sphere"), sampling);
 }
 
-/// Runs the program in a folder of its own, which holds the oriented points of a sphere in `cloud()`.
+// Runs the program in a folder of its own, which holds the oriented points of a sphere in `cloud()`.
 class Qzrecon : public testing::Test, protected qz_test::TestFolder
 {
 protected:
@@ -52,7 +52,7 @@ protected:
 
     std::string cloud() const { return path("cloud.ply"); }
 
-    /// Points without normals.
+    // Points without normals.
     std::string writeBareCloud() const
     {
         std::ostringstream text;
@@ -68,7 +68,7 @@ protected:
         return arguments;
     }
 
-    /// Exit code; the streams are in `output` and `errors`.
+    // Exit code; the streams are in `output` and `errors`.
     int run(Arguments const & arguments, std::function<void()> const & prepare = {})
     {
         ChildProcess process(commandLine(arguments), prepare);
@@ -78,7 +78,7 @@ protected:
         return code;
     }
 
-    /// Expects an exit code with one sentence on the error stream, and no file beyond those of before.
+    // Expects an exit code with one sentence on the error stream, and no file beyond those of before.
     void expectComplaint(int code, Arguments const & arguments, std::string const & sentence,
                          std::function<void()> const & prepare = {})
     {
@@ -96,7 +96,7 @@ protected:
         EXPECT_EQ(files(), before);
     }
 
-    /// The only mesh of a file.
+    // The only mesh of a file.
     static aiMesh const & readMesh(Assimp::Importer & importer, std::string const & mesh)
     {
         aiScene const * const scene = importer.ReadFile(mesh, 0);

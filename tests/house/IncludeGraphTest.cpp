@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 struct Include
 {
-    std::string target; ///< path from the root of the tree, or what stands between the brackets
+    std::string target; // path from the root of the tree, or what stands between the brackets
     bool ours;
 };
 
@@ -50,7 +50,7 @@ std::vector<std::string> partsOf(std::string const & path)
     return parts;
 }
 
-/// The folder inside a folder of the library that a file stands in; empty where there is none.
+// The folder inside a folder of the library that a file stands in; empty where there is none.
 std::string innerFolderOf(std::string const & path)
 {
     std::vector<std::string> const parts = partsOf(path);
@@ -63,7 +63,7 @@ bool isPrivateHeader(std::string const & path)
                               path.rfind("QZmath/Backend/", 0) == 0 || !innerFolderOf(path).empty());
 }
 
-/// "QZsys", "QZmath" for the files of the library's root folder, or the name of a folder of it.
+// "QZsys", "QZmath" for the files of the library's root folder, or the name of a folder of it.
 std::string roomOf(std::string const & path)
 {
     std::vector<std::string> const parts = partsOf(path);

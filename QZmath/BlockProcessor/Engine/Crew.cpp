@@ -16,13 +16,13 @@ namespace BlockProc
 namespace
 {
 
-/// The manager looks at its workers at least this often, in milliseconds.
+// The manager looks at its workers at least this often, in milliseconds.
 constexpr int managerPeriod = 50;
 constexpr int firstWorkerId = 10000;
 
 } // namespace
 
-/// The entry of a worker's thread. Nothing escapes it: a failure ends in the abort event.
+// The entry of a worker's thread. Nothing escapes it: a failure ends in the abort event.
 class CBlockProcessor::Crew::TF_InvokeWorker final : public IVescaInvokeProc
 {
 public:
@@ -47,7 +47,7 @@ public:
         m_processor.m_news->set();
     }
 
-    /// True when the thread is about to end, if it has not ended yet.
+    // True when the thread is about to end, if it has not ended yet.
     bool isLeaving() const { return m_isLeaving; }
 
 private:
@@ -67,7 +67,7 @@ private:
     std::atomic<bool> m_isLeaving{false};
 };
 
-/// Destroyed from the last to the first: the thread's end is waited for before the rest goes.
+// Destroyed from the last to the first: the thread's end is waited for before the rest goes.
 struct CBlockProcessor::Crew::Member
 {
     std::unique_ptr<CBlockWorker> worker;

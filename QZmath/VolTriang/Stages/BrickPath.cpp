@@ -47,7 +47,7 @@ public:
         }
     }
 
-    /// The node must exist.
+    // The node must exist.
     std::size_t indexOf(int x, int y, int z)
     {
         std::array<int, 3> const place = {x >> 3, y >> 3, z >> 3};

@@ -7,7 +7,7 @@
 namespace
 {
 
-/// Derives from exported interfaces, so that their virtual tables and type information must come across.
+// Derives from exported interfaces, so that their virtual tables and type information must come across.
 class NoSamples : public VolTr::IInputSamples
 {
     int onPointsNumber() const override { return 0; }
