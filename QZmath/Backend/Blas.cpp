@@ -7,15 +7,16 @@
 #include <cstdint>
 #include <mutex>
 #include <new>
+#include <sched.h>
 #include <sys/mman.h>
 #include <vector>
 
 // Present in OpenBLAS only; null at run time with any other BLAS.
 extern "C" {
+void * blas_memory_alloc(int purpose);
+void blas_memory_free(void * memory);
 __attribute__((weak)) void openblas_set_num_threads(int count);
 __attribute__((weak)) int openblas_get_num_threads(void);
-__attribute__((weak)) void * blas_memory_alloc(int place);
-__attribute__((weak)) void blas_memory_free(void * memory);
 }
 
 namespace QzBackend
@@ -36,7 +37,7 @@ void forChunks(std::size_t size, Operation operation)
 // No BLAS divides less work than this many multiplications among threads.
 constexpr std::int64_t largestSerialWork = 4096;
 
-// Runs an operation on the calling thread alone.
+/// Runs an operation on the calling thread alone.
 template <class Operation>
 void runSerially(std::int64_t multiplications, Operation operation)
 {
@@ -53,23 +54,30 @@ std::mutex threadSettingMutex;
 int singleThreadScopes = 0;
 int savedThreads = 0;
 
-// What OpenBLAS maps for a thread, at most, and a bit more.
-constexpr std::size_t kernelMemory = (std::size_t(128) << 20) + (std::size_t(1) << 20);
+// What a kernel of OpenBLAS works in, at most.
+constexpr std::size_t kernelMemory = std::size_t(128) << 20;
+// An argument of `blas_memory_alloc` that no kernel gives: it may fail.
+constexpr int mayFail = -4711;
 std::mutex kernelMemoryMutex;
 std::atomic<int> threadsInKernels{0};
 std::atomic<int> threadsProvided{0};
 
-bool isMemoryToBeHad()
+/// The pieces of memory that are mapped and in nobody's use.
+struct FreePieces
 {
-    void * const memory =
-        mmap(nullptr, kernelMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    return memory != MAP_FAILED && munmap(memory, kernelMemory) == 0;
-}
+    static FreePieces & instance()
+    {
+        static FreePieces * const pieces = new FreePieces; // kernels may run after static objects are gone
+        return *pieces;
+    }
+    std::mutex mutex;
+    void * first = nullptr; ///< each piece begins with the address of the next one
+};
 
-// Has OpenBLAS map memory for so many threads.
+/// Maps memory for so many threads.
 void provideFor(int threads)
 {
-    // All that it has mapped, in the order in which it was seen.
+    // All that was mapped, in the order in which it was seen.
     static std::vector<void *> & known = *new std::vector<void *>;
     std::lock_guard<std::mutex> const lock(kernelMemoryMutex);
     struct Held
@@ -84,11 +92,11 @@ void provideFor(int threads)
     held.pieces.reserve(std::size_t(threads));
     known.reserve(std::size_t(threads));
     while (known.size() < std::size_t(threads)) {
-        if (!isMemoryToBeHad())
-            throw std::bad_alloc();
         if (held.pieces.size() == held.pieces.capacity())
             held.pieces.reserve(2 * held.pieces.size());
-        void * const piece = blas_memory_alloc(0);
+        void * const piece = blas_memory_alloc(mayFail);
+        if (!piece)
+            throw std::bad_alloc();
         held.pieces.push_back(piece);
         if (std::find(known.begin(), known.end(), piece) == known.end())
             known.push_back(piece);
@@ -97,6 +105,45 @@ void provideFor(int threads)
 }
 
 } // namespace
+
+} // namespace QzBackend
+
+// These two stand in for functions of OpenBLAS, whose interfaces call them by name. Its own, in the variant
+// without threads, give the same memory to two threads that ask at the same time.
+extern "C" {
+__attribute__((visibility("default"))) void * blas_memory_alloc(int purpose)
+{
+    using namespace QzBackend;
+    FreePieces & pieces = FreePieces::instance();
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> const lock(pieces.mutex);
+            if (void * const piece = pieces.first) {
+                pieces.first = *static_cast<void **>(piece);
+                return piece;
+            }
+        }
+        void * const piece =
+            mmap(nullptr, kernelMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (piece != MAP_FAILED)
+            return piece;
+        if (purpose == mayFail)
+            return nullptr;
+        sched_yield(); // a kernel cannot do without; another thread may give its memory back
+    }
+}
+
+__attribute__((visibility("default"))) void blas_memory_free(void * memory)
+{
+    QzBackend::FreePieces & pieces = QzBackend::FreePieces::instance();
+    std::lock_guard<std::mutex> const lock(pieces.mutex);
+    *static_cast<void **>(memory) = pieces.first;
+    pieces.first = memory;
+}
+}
+
+namespace QzBackend
+{
 
 float dot(std::size_t size, float const * left, float const * right)
 {
@@ -282,7 +329,7 @@ CBlasSingleThread::~CBlasSingleThread()
 CBlasMemory::CBlasMemory()
 {
     int const threads = ++threadsInKernels;
-    if (threads <= threadsProvided || !blas_memory_alloc || !blas_memory_free)
+    if (threads <= threadsProvided)
         return;
     try {
         provideFor(threads);
@@ -295,14 +342,13 @@ CBlasMemory::CBlasMemory()
 int CBlasMemory::threadsProvidedFor(int wanted)
 {
     int threads = 1;
-    if (blas_memory_alloc && blas_memory_free)
-        try {
-            for (; threads < wanted; ++threads)
-                if (threads >= threadsProvided)
-                    provideFor(threads + 1);
-        } catch (std::bad_alloc const &) {
-            return threads;
-        }
+    try {
+        for (; threads < wanted; ++threads)
+            if (threads >= threadsProvided)
+                provideFor(threads + 1);
+    } catch (std::bad_alloc const &) {
+        return threads;
+    }
     return std::max(wanted, 1);
 }
 

@@ -79,11 +79,11 @@ public:
     CBlasSingleThread & operator=(CBlasSingleThread const &) = delete;
 };
 
-/// As long as one of these exists, a kernel that this thread calls finds its working memory. OpenBLAS maps
-/// some for each thread that is inside a kernel, keeps it for good, and tries again for ever when the system
-/// refuses it: so it is made to map what is needed while it is certain that it can be had. All functions
+/// As long as one of these exists, a kernel that this thread calls finds its working memory. Some is
+/// mapped for each thread that is inside a kernel and kept for good; a kernel that the system refuses it
+/// cannot fail, only wait: so what is needed is mapped before. All functions
 /// above and those of Lapack.h see to it themselves; this is for kernels that others call. Costs two atomic
-/// operations once there is enough. Without effect on another BLAS. Scopes may nest.
+/// operations once there is enough. Scopes may nest.
 class CBlasMemory
 {
 public:

@@ -15,7 +15,7 @@ namespace
 {
 
 // Parts of fewer nodes are not cut.
-constexpr int partNodes = 200;
+constexpr int partNodes = 400;
 // The graph is cut first where it has about so many nodes.
 constexpr int coarsestNodes = 100;
 // A step of coarsening that leaves more nodes than this share was not worth it.
@@ -25,7 +25,7 @@ constexpr double coarseningShare = 0.9;
 constexpr int sharedFraction = 12;
 constexpr int leastSharedNodes = 1000;
 constexpr int waysFromShared = 4;
-constexpr int seedsOfSeparator = 5;
+constexpr int seedsOfSeparator = 3;
 constexpr int mostPasses = 10;
 constexpr int mostBisectionPasses = 4;
 // Neither part may have more than this share of the weight.

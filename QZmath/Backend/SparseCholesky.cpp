@@ -37,7 +37,7 @@ constexpr double smallestDividedWork = 1e7;
 // What it takes to move an element between blocks, in the same unit.
 constexpr double workPerMove = 20;
 // A pivot below this share of its diagonal element consists of rounding errors.
-constexpr double smallestPivotShare = 64 * std::numeric_limits<double>::epsilon();
+constexpr double smallestPivotShare = 128 * std::numeric_limits<double>::epsilon();
 // Shares of the analysis in its progress.
 constexpr double orderingShare = 0.7;
 constexpr double structureShare = 0.2;
