@@ -213,7 +213,7 @@ double exactBytes(Counts const & counts, CVolTriangulationParams const & params,
     case Solver::direct:
         // The graph and the order, then the factor: 8 bytes an element, and what better orders save is about
         // what the blocks of columns store in excess.
-        solving = 2e6 + 4.6 * room + 10.7 * estimateFactorElements(functions.supports, functions.spacing);
+        solving = 9e6 + 4.6 * room + 10.7 * estimateFactorElements(functions.supports, functions.spacing);
         break;
     case Solver::iterative:
         solving = 100 * counts.nodes;

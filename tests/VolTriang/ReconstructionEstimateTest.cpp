@@ -93,7 +93,8 @@ double compareWithRun(EstimatedRun const & run)
         return 1.0;
     double const ratio = estimate.peakBytes() / static_cast<double>(measured);
     EXPECT_LT(std::fabs(ratio - 1), 0.25)
-        << "estimated " << estimate.peakBytes() << ", measured " << measured;
+        << "estimated " << estimate.peakBytes() << ", measured " << measured << ", solver "
+        << static_cast<int>(estimate.solver) << " " << params.getKernelScaleFactor();
     EXPECT_LT(taken, measured / 2);
     return ratio;
 }

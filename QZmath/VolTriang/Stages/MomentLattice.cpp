@@ -452,8 +452,8 @@ void MomentLattice::Cursor::sum(MomentLattice const & lattice, Window const & wi
                 Moments const * const nodes = box.rowNodes(x, y, begin, end);
                 for (int z = begin; z < end; ++z) {
                     float const weight = weightXY * window.weights[2][z];
-                    low += weight * load(nodes[z].of);
-                    high += weight * load(nodes[z].of + 4);
+                    low += weight * load(nodes[z - begin].of);
+                    high += weight * load(nodes[z - begin].of + 4);
                 }
             }
         }
@@ -478,7 +478,7 @@ void MomentLattice::Cursor::nodes(MomentLattice const & lattice, Window const & 
                 int end = box.high[2];
                 Moments const * const row = box.rowNodes(x, y, begin, end);
                 for (int z = begin; z < end; ++z)
-                    out[9 * x + 3 * y + z] = row + z;
+                    out[9 * x + 3 * y + z] = row + (z - begin);
             }
         }
     });

@@ -3,6 +3,7 @@
 
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -159,15 +160,18 @@ public:
             std::array<int, 3> low;
             std::array<int, 3> high;
 
-            // The nodes of a row, to be indexed with the places of the window, of which begin and end become
-            // those that exist.
+            // The nodes of a row from the place `begin` of the window on; begin and end become those that
+            // exist.
             Moments const * rowNodes(int x, int y, int & begin, int & end) const
             {
                 Brick const & at = lattice.m_bricks[static_cast<std::size_t>(brick)];
                 Row const & row = at.rows[static_cast<std::size_t>(edge * (first[0] + x) + first[1] + y)];
-                begin = begin + first[2] < row.begin ? row.begin - first[2] : begin;
-                end = end + first[2] > row.end ? row.end - first[2] : end;
-                return lattice.m_chunks[at.chunk].data() + row.start + (first[2] - row.begin);
+                begin = std::max(begin, row.begin - first[2]);
+                end = std::min(end, row.end - first[2]);
+                if (begin >= end)
+                    return nullptr;
+                return lattice.m_chunks[at.chunk].data() + row.start +
+                       static_cast<std::size_t>(begin + first[2] - row.begin);
             }
         };
 
