@@ -22,8 +22,8 @@ namespace REmath
 /// `std::bad_alloc` when memory is short. A system without vertices succeeds.
 ///
 /// A system gives the same bits each time that it is solved. Objects on different threads work at the same
-/// time; a Cholesky factorisation takes all threads that the library may use. With a progress counter it can be
-/// interrupted every few hundredths of a second, an LU factorisation between groups of columns.
+/// time; a Cholesky factorisation takes all threads that the library may use. With a progress counter it can
+/// be interrupted every few hundredths of a second, an LU factorisation between groups of columns.
 template <class T>
 class QZMATH_API CLinSysSolverSparseDss : public ILinSysSolverCore<T>
 {
