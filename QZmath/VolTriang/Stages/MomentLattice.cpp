@@ -370,14 +370,6 @@ void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopT
         team);
 }
 
-std::size_t MomentLattice::nodesNumber() const
-{
-    std::size_t number = 0;
-    for (std::vector<Moments> const & chunk : m_chunks)
-        number += chunk.size();
-    return number;
-}
-
 int MomentLattice::Cursor::brickAt(MomentLattice const & lattice, int n)
 {
     int & index = m_around[static_cast<std::size_t>(n)];

@@ -111,7 +111,6 @@ public:
 
     bool isEmpty() const { return m_places.empty(); }
     int bricksNumber() const { return static_cast<int>(m_places.size()); }
-    std::size_t nodesNumber() const;
     /// The sums of the node of a cell; zeros where no point reaches.
     Moments nodeAt(std::array<int, 3> const & cell) const;
 

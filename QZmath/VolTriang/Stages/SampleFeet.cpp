@@ -18,7 +18,7 @@ namespace
 
 int const samplesPerTask = 256;
 
-// The bits of a coordinate of up to 30 bits, two zeros between each, in two halves of 15 bits.
+// The lowest 21 bits of a coordinate, two zeros between each.
 std::uint64_t spread(std::uint64_t bits)
 {
     bits &= 0x1fffff;
