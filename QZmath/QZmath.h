@@ -37,10 +37,12 @@
 #include <QZmath/Foundation/Matrix.h>
 #include <QZmath/Foundation/OrthoNormBasis.h>
 #include <QZmath/Foundation/Point3D.h>
+#include <QZmath/Foundation/PointCloudView.h>
 #include <QZmath/Foundation/Quaternion.h>
 #include <QZmath/Foundation/RotationMatrix.h>
 #include <QZmath/Foundation/Rounding.h>
 #include <QZmath/Foundation/SymmetricEigen.h>
+#include <QZmath/Foundation/TriangleMesh.h>
 #include <QZmath/Foundation/Vector.h>
 #include <QZmath/Foundation/VectorGeometry.h>
 #include <QZmath/Foundation/VectorRotation.h>
@@ -74,6 +76,7 @@
 #include <QZmath/Persistence/OutputHooks.h>
 #include <QZmath/Persistence/RunFunctor.h>
 #include <QZmath/Persistence/SortRecords.h>
+#include <QZmath/Reconstruction/Reconstruction.h>
 #include <QZmath/SurfaceAnalysis/CloudNormals.h>
 #include <QZmath/SurfaceAnalysis/Contours.h>
 #include <QZmath/SurfaceAnalysis/Distances.h>
