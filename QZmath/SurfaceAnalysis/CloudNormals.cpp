@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/SurfaceAnalysis/CloudNormals.h>
 
+#include <QZmath/SurfaceAnalysis/Cloud/Neighbourhoods.h>
 #include <QZmath/SurfaceAnalysis/Cloud/PointTree.h>
 #include <QZmath/SurfaceAnalysis/Cloud/SpanningTree.h>
 #include <QZmath/SurfaceAnalysis/Neighbourhood/CurvatureTensor.h>
 #include <QZmath/SurfaceAnalysis/Neighbourhood/Scatter.h>
 #include <QZmath/SurfaceAnalysis/NormalEstimation.h>
 
-#include <QZmath/Backend/Parallel.h>
 #include <QZmath/Foundation/IndexDetail.h>
 #include <QZmath/Foundation/UnitScatterDetail.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
@@ -18,15 +18,17 @@
 #include <atomic>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <optional>
+#include <utility>
 #include <vector>
 
 using REmath::Point3D;
 using REmath::Point3D_d;
-using REmath::Detail::CNeighbourFinder;
 using REmath::Detail::CPointTree;
 using REmath::Detail::dot;
-using REmath::Detail::index;
+using REmath::Detail::forAllNeighbourhoods;
+using REmath::Detail::Gathered;
 using REmath::Detail::widen;
 
 namespace
@@ -47,57 +49,10 @@ std::optional<double> radiusInTree(CNeighbourhoodPrms const & prms, CPointTree c
     return prms.radius > 0 ? prms.radius * tree.unit() : std::numeric_limits<double>::infinity();
 }
 
-// The neighbours' coordinates in units of the tree, the point of interest first.
-class Gathered
+template <class Point>
+bool isZero(Point const & vector)
 {
-public:
-    void take(CPointTree const & tree, int position, CNeighbourFinder::Neighbours const & neighbours)
-    {
-        m_points.clear();
-        m_points.push_back(tree.point(position));
-        for (int i = 0; i < neighbours.count; ++i) {
-            if (neighbours.positions[i] != position)
-                m_points.push_back(tree.point(neighbours.positions[i]));
-        }
-    }
-    int size() const { return static_cast<int>(m_points.size()); }
-    Point3D const * data() const { return m_points.data(); }
-
-private:
-    std::vector<Point3D> m_points;
-};
-
-// Calls `estimate(index, gathered)` for every point of the tree, on all threads; gives how often that was
-// true.
-template <class Estimate>
-int forAllNeighbourhoods(CPointTree const & tree, int count, double radius, CProgressCounter * progress,
-                         Estimate estimate)
-{
-    if (tree.size() == 0)
-        return 0;
-    struct Worker
-    {
-        CNeighbourFinder finder;
-        Gathered gathered;
-        int made = 0;
-    };
-    int made = 0;
-    QzBackend::LoopTeam::run(tree.usefulThreads(), progress, [&](QzBackend::LoopTeam & team) {
-        std::vector<Worker> workers(index(team.threads()),
-                                    Worker{CNeighbourFinder(tree, count, radius), {}, 0});
-        auto const workOffLeaf = [&](int slot, int leaf) {
-            Worker & worker = workers[index(slot)];
-            worker.finder.openLeaf(leaf);
-            for (int position = tree.leafBegin(leaf); position < tree.leafBegin(leaf + 1); ++position) {
-                worker.gathered.take(tree, position, worker.finder.find(position));
-                worker.made += estimate(tree.index(position), worker.gathered);
-            }
-        };
-        team.forEachOnSlot(tree.leafCount(), workOffLeaf, 1);
-        for (Worker const & worker : workers)
-            made += worker.made;
-    });
-    return made;
+    return vector.x() == 0 && vector.y() == 0 && vector.z() == 0;
 }
 
 bool estimateNormal(Gathered const & gathered, Point3D & normal)
@@ -188,8 +143,10 @@ CPointCurvatures estimateCurvatures(Gathered const & gathered, Point3D const * s
 } // namespace
 
 int EstimateNormals(int n, Point3D const * points, CEstimateNormalsPrms const & prms, Point3D * normals,
-                    CProgressCounter * progress)
+                    CProgressCounter * progress, int * guessed)
 {
+    if (guessed != nullptr)
+        *guessed = 0;
     std::fill_n(normals, std::max(n, 0), Point3D());
     CPointTree const tree = growTree(n, points, progress);
     std::optional<double> const radius = radiusInTree(prms.neighbourhood, tree);
@@ -206,7 +163,9 @@ int EstimateNormals(int n, Point3D const * points, CEstimateNormalsPrms const & 
     }
     if (isSpread) {
         CPrgCntSubPhase const orienting(progress, 0.5, 0.5, 0, true);
-        REmath::Detail::orientBySpanningTree(tree, normals, progress);
+        int const withoutSide = REmath::Detail::orientBySpanningTree(tree, normals, progress);
+        if (guessed != nullptr)
+            *guessed = withoutSide;
     } else if (prms.orientation == NormalOrientation::viewpoint) {
         OrientNormalsTowards(n, points, prms.viewpoint, normals);
     }
@@ -223,11 +182,81 @@ void OrientNormalsTowards(int n, Point3D const * points, Point3D const & viewpoi
 }
 
 void OrientNormalsBySpanningTree(int n, Point3D const * points, Point3D * normals,
-                                 CProgressCounter * progress)
+                                 CProgressCounter * progress, int * guessed)
 {
     CPointTree const tree = growTree(n, points, progress);
     CPrgCntSubPhase const orienting(progress, 0.1, 0.9, 0, true);
-    REmath::Detail::orientBySpanningTree(tree, normals, progress);
+    int const withoutSide = REmath::Detail::orientBySpanningTree(tree, normals, progress);
+    if (guessed != nullptr)
+        *guessed = withoutSide;
+}
+
+int CompleteNormals(int n, Point3D const * points, int neighbours, Point3D * normals,
+                    CProgressCounter * progress)
+{
+    CPointTree const tree = growTree(n, points, progress);
+    CPrgCntSubPhase const completing(progress, 0.1, 0.9, 0, true);
+
+    // The planes of all points without a normal, and who their neighbours are.
+    struct Pending
+    {
+        std::uint32_t point;
+        Point3D normal;
+        std::vector<std::uint32_t> around;
+    };
+    std::vector<int> pendingOf(REmath::Detail::index(std::max(n, 0)), -1);
+    std::vector<Pending> pending;
+    for (int i = 0; i < n; ++i) {
+        if (isZero(normals[i])) {
+            pendingOf[REmath::Detail::index(i)] = static_cast<int>(pending.size());
+            pending.push_back({static_cast<std::uint32_t>(i), {}, {}});
+        }
+    }
+    auto const settlePlane = [&](std::uint32_t point, Gathered const & gathered) {
+        if (pendingOf[point] < 0)
+            return false;
+        Pending & own = pending[REmath::Detail::index(pendingOf[point])];
+        if (!estimateNormal(gathered, own.normal))
+            return false;
+        for (int i = 1; i < gathered.size(); ++i)
+            own.around.push_back(tree.index(gathered.positions()[i]));
+        return true;
+    };
+    forAllNeighbourhoods(tree, neighbours, std::numeric_limits<double>::infinity(), progress, settlePlane);
+    std::vector<std::vector<int>> askedBy(pending.size()); // the pending ones around which a pending one is
+    for (std::size_t i = 0; i < pending.size(); ++i) {
+        for (std::uint32_t const neighbour : pending[i].around) {
+            if (pendingOf[neighbour] >= 0)
+                askedBy[REmath::Detail::index(pendingOf[neighbour])].push_back(static_cast<int>(i));
+        }
+    }
+
+    // Sides spread from those that are known, ring by ring.
+    int made = 0;
+    std::vector<int> ring(pending.size());
+    std::iota(ring.begin(), ring.end(), 0);
+    while (!ring.empty()) {
+        std::vector<std::pair<std::uint32_t, Point3D>> found;
+        for (int const candidate : ring) {
+            Pending const & own = pending[REmath::Detail::index(candidate)];
+            Point3D_d side;
+            for (std::uint32_t const neighbour : own.around)
+                side += widen(normals[neighbour]);
+            if (!isZero(normals[own.point]) || isZero(side))
+                continue;
+            found.emplace_back(own.point, dot(widen(own.normal), side) < 0 ? -own.normal : own.normal);
+        }
+        ring.clear();
+        for (auto const & [point, normal] : found) {
+            normals[point] = normal;
+            std::vector<int> const & next = askedBy[REmath::Detail::index(pendingOf[point])];
+            ring.insert(ring.end(), next.begin(), next.end());
+        }
+        std::sort(ring.begin(), ring.end());
+        ring.erase(std::unique(ring.begin(), ring.end()), ring.end());
+        made += static_cast<int>(found.size());
+    }
+    return made;
 }
 
 int EstimateCurvatures(int n, Point3D const * points, CNeighbourhoodPrms const & prms,

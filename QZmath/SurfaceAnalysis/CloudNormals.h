@@ -51,9 +51,11 @@ struct CEstimateNormalsPrms
 ///
 /// With k neighbours about O(n (log n + k)) operations; in a cloud whose density changes abruptly at every
 /// point O(n k log n). A radius without a count can reach all points from every point: O(n²). About 40 bytes
-/// per point, and see the orientations.
+/// per point, and see the orientations. `guessed`, unless null, gets what `OrientNormalsBySpanningTree` says,
+/// and 0 with another orientation.
 QZMATH_API int EstimateNormals(int n, REmath::Point3D const * points, CEstimateNormalsPrms const & prms,
-                               REmath::Point3D * normals, CProgressCounter * progress = nullptr);
+                               REmath::Point3D * normals, CProgressCounter * progress = nullptr,
+                               int * guessed = nullptr);
 
 /// Turns every normal into the half space of `viewpoint`. For scans from one place: the normals point out of
 /// what was seen. O(n).
@@ -72,9 +74,17 @@ QZMATH_API void OrientNormalsTowards(int n, REmath::Point3D const * points, REma
 ///
 /// Input normals need not be unit vectors, only their signs change; zero ones are left out. Two surfaces that
 /// are closer to each other than the points on them cannot be told apart. O(n log n); about 190 bytes per
-/// point in all.
+/// point in all. `guessed`, unless null, gets the number of points in parts whose vote stayed undecided.
 QZMATH_API void OrientNormalsBySpanningTree(int n, REmath::Point3D const * points, REmath::Point3D * normals,
-                                            CProgressCounter * progress = nullptr);
+                                            CProgressCounter * progress = nullptr, int * guessed = nullptr);
+
+/// Gives a normal to each point that has a zero one: that of the plane of its `neighbours` nearest points, on
+/// the side of those among them that have one, first from the given ones, then from ring to ring. The return
+/// value is the number of normals made; what is left, without a plane or without a way to a given one, is
+/// zero as before. Other normals stay as they are. Cost as of `EstimateNormals`; about 8 `neighbours` + 80
+/// bytes for each zero normal besides.
+QZMATH_API int CompleteNormals(int n, REmath::Point3D const * points, int neighbours,
+                               REmath::Point3D * normals, CProgressCounter * progress = nullptr);
 
 /// What `EstimateCurvatures` finds at a point.
 struct CPointCurvatures

@@ -364,10 +364,10 @@ void linkParts(CPointTree const & tree, PositionNormals const & normals, SignedS
 
 } // namespace
 
-void orientBySpanningTree(CPointTree const & tree, Point3D * normals, CProgressCounter * progress)
+int orientBySpanningTree(CPointTree const & tree, Point3D * normals, CProgressCounter * progress)
 {
     if (tree.size() == 0)
-        return;
+        return 0;
     PositionNormals const positionNormals(tree, normals);
     SignedSets sets(tree.size());
     spread(tree, positionNormals, sets, progress);
@@ -377,13 +377,16 @@ void orientBySpanningTree(CPointTree const & tree, Point3D * normals, CProgressC
     }
 
     Parts const parts(tree, positionNormals, sets);
+    int guessed = 0;
     for (int position = 0; position < tree.size(); ++position) {
         if (!positionNormals.exists(position))
             continue;
         SignedSets::Place const place = sets.find(position);
+        guessed += parts.isUndecided(place.root);
         if (place.isTurned != parts.isInward(place.root))
             normals[tree.index(position)] = -normals[tree.index(position)];
     }
+    return guessed;
 }
 
 } // namespace REmath::Detail

@@ -9,6 +9,7 @@ namespace REmath::Detail
 {
 
 /// `OrientNormalsBySpanningTree` over a tree that exists already. `normals` are in the order of the cloud.
-void orientBySpanningTree(CPointTree const & tree, Point3D * normals, CProgressCounter * progress);
+/// The return value is the number of points in parts whose outer side is a guess.
+int orientBySpanningTree(CPointTree const & tree, Point3D * normals, CProgressCounter * progress);
 
 } // namespace REmath::Detail
