@@ -20,6 +20,7 @@ namespace
 {
 
 std::atomic<int> chosenNumOfThreads{0};
+thread_local int numOfThreadsHere = 0; // of the innermost scope on this thread; 0 for none
 
 // The cores in the affinity mask of the calling thread; 0 if the system does not say.
 int affinityCores()
@@ -112,6 +113,8 @@ private:
 
 int CVescaThreadingTasksHelper::getNumOfPhisicalThread()
 {
+    if (numOfThreadsHere > 0)
+        return numOfThreadsHere;
     int const chosen = chosenNumOfThreads.load(std::memory_order_relaxed);
     if (chosen > 0)
         return chosen;
@@ -162,3 +165,11 @@ void CVescaThreadingTasksHelper::performInParallel(IVescaInvokeProc ** tasks, in
     if (std::exception_ptr const taskException = group.firstException())
         std::rethrow_exception(taskException);
 }
+
+CThreadNumberScope::CThreadNumberScope(int threads) noexcept : m_before(numOfThreadsHere)
+{
+    if (threads > 0)
+        numOfThreadsHere = threads;
+}
+
+CThreadNumberScope::~CThreadNumberScope() { numOfThreadsHere = m_before; }

@@ -37,3 +37,19 @@ public:
     static void performInParallel(IVescaInvokeProc ** tasks, int count,
                                   IVescaThreadOnTimerObserver * observer);
 };
+
+/// While it lives, `CVescaThreadingTasksHelper::getNumOfPhisicalThread` gives another number on the thread
+/// that made it, and only there: for one call that shall take more or fewer threads than the rest of the
+/// process. Scopes are nested; the innermost counts.
+class QZSYS_API CThreadNumberScope
+{
+public:
+    /// \param threads 0 or less changes nothing
+    explicit CThreadNumberScope(int threads) noexcept;
+    ~CThreadNumberScope();
+    CThreadNumberScope(CThreadNumberScope const &) = delete;
+    CThreadNumberScope & operator=(CThreadNumberScope const &) = delete;
+
+private:
+    int m_before;
+};
