@@ -1,20 +1,305 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Reconstruction/Reconstruction.h>
 
+#include <QZmath/Reconstruction/Call/CallRecord.h>
+#include <QZmath/Reconstruction/Call/OptionsCheck.h>
+#include <QZmath/Reconstruction/Cloud/DepthChoice.h>
+#include <QZmath/Reconstruction/Cloud/LocalCloud.h>
+#include <QZmath/Reconstruction/Cloud/SampleNormals.h>
+
+#include <QZmath/SurfaceAnalysis/CloudMeasures.h>
+#include <QZmath/VolTriang/ReconstructionEstimate.h>
+#include <QZmath/VolTriang/TriangulationTarget.h>
+#include <QZmath/VolTriang/VolTriangulationError.h>
+#include <QZmath/VolTriang/VolumetricTriangulator.h>
+
+#include <QZsys/ParallelTasks.h>
+#include <QZsys/Progress.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
 namespace QZmath
 {
 
-ReconstructionError::ReconstructionError(Kind kind, std::string const & sentence)
-    : std::runtime_error(sentence), m_kind(kind)
-{}
-
-ReconstructionError::~ReconstructionError() = default;
-
-VolTr::CVolTriangulationParams ReconstructionOptions::acceleratedCore()
+namespace
 {
-    VolTr::CVolTriangulationParams params;
-    params.setAccelerated(true);
+
+using Kind = ReconstructionError::Kind;
+
+// Takes the mesh of the core.
+class MeshTarget final : public VolTr::ITriangulationTarget
+{
+public:
+    MeshTarget(TriangleMesh & mesh, bool withNormals) : m_mesh(mesh), m_withNormals(withNormals) {}
+
+private:
+    template <class Number>
+    void add(Number const * coords, Number const * normal)
+    {
+        for (int axis = 0; axis < 3; ++axis)
+            m_mesh.positions.push_back(static_cast<float>(coords[axis]));
+        for (int axis = 0; axis < 3 && m_withNormals; ++axis)
+            m_mesh.normals.push_back(static_cast<float>(normal[axis]));
+    }
+    void onAddNewVertex(int, double const * coords, double const * normal) override { add(coords, normal); }
+    void onAddNewVertex(int, float const * coords, float const * normal) override { add(coords, normal); }
+    void onAddNewTriangle(int a, int b, int c) override
+    {
+        m_mesh.triangles.insert(m_mesh.triangles.end(), {a, b, c});
+    }
+
+    TriangleMesh & m_mesh;
+    bool m_withNormals;
+};
+
+// One call: the stages in their order, and what lives from one to the next. Lengths are local.
+class Call
+{
+public:
+    Call(PointCloudView const & cloud, ReconstructionOptions const & options, ReconstructionReport & report,
+         CProgressCounter * progress)
+        : m_options(options), m_report(report), m_progress(progress), m_cloud(cloud)
+    {}
+
+    TriangleMesh run();
+    ReconstructionEstimate estimate();
+
+private:
+    void prepare();
+    void refuseWithoutArea() const;
+    void removeOutliers();
+    void settleDepth();
+    VolTr::CVolTriangulationParams coreParameters() const;
+    ReconstructionEstimate estimateCore(VolTr::CVolTriangulationParams const & params) const;
+    void checkMemory(ReconstructionEstimate const & estimate) const;
+    TriangleMesh extract(VolTr::CVolTriangulationParams const & params);
+    void warnOfCore();
+    void toCloud(TriangleMesh & mesh);
+
+    ReconstructionOptions const & m_options;
+    ReconstructionReport & m_report;
+    CProgressCounter * m_progress;
+    LocalCloud m_cloud;
+    CCloudMeasures m_measures;
+    int m_depth = 0;
+};
+
+// Points that span no area have no surface: all in one place, or on a line but for rounding.
+void Call::refuseWithoutArea() const
+{
+    std::string const count = std::to_string(m_cloud.size()) + (m_cloud.size() == 1 ? " point" : " points");
+    if (!(m_cloud.extent() > 0.0))
+        throw ReconstructionError(Kind::input,
+                                  "the cloud has no extent: " + count + " in one place make no surface");
+    REmath::Point3D const * const points = m_cloud.points();
+    double sum[3] = {0.0, 0.0, 0.0};
+    double scatter[3][3] = {};
+    double const perPoint = 1.0 / m_cloud.size();
+    double const unit = 1.0 / m_cloud.extent();
+    for (int i = 0; i < m_cloud.size(); ++i)
+        for (int axis = 0; axis < 3; ++axis)
+            sum[axis] += static_cast<double>(points[i].asArray()[axis]) * perPoint;
+    for (int i = 0; i < m_cloud.size(); ++i) {
+        double apart[3];
+        for (int axis = 0; axis < 3; ++axis)
+            apart[axis] = (static_cast<double>(points[i].asArray()[axis]) - sum[axis]) * unit;
+        for (int row = 0; row < 3; ++row)
+            for (int col = 0; col < 3; ++col)
+                scatter[row][col] += apart[row] * apart[col] * perPoint;
+    }
+    // The second invariant is the product of the two largest variances, nearly: area times area.
+    double const area = scatter[0][0] * scatter[1][1] - scatter[0][1] * scatter[1][0] +
+                        scatter[0][0] * scatter[2][2] - scatter[0][2] * scatter[2][0] +
+                        scatter[1][1] * scatter[2][2] - scatter[1][2] * scatter[2][1];
+    if (m_cloud.size() < 3 || !(area > 1e-12 * std::pow(scatter[0][0] + scatter[1][1] + scatter[2][2], 2)))
+        throw ReconstructionError(Kind::input,
+                                  "the " + count + " of the cloud lie on a line, so they make no surface");
+}
+
+void Call::removeOutliers()
+{
+    if (!(m_options.outlierRemoval > 0.0))
+        return;
+    std::vector<std::uint8_t> marks(static_cast<std::size_t>(m_cloud.size()));
+    int const marked = FindOutliers(m_cloud.size(), m_cloud.points(), m_options.normalNeighbours,
+                                    m_options.outlierRemoval, marks.data(), m_progress);
+    if (marked == m_cloud.size())
+        throw ReconstructionError(Kind::input, "all points of the cloud are outliers by --outliers; choose a "
+                                               "larger value");
+    m_cloud.remove(marks);
+    m_report.outliersRemoved = static_cast<std::size_t>(marked);
+}
+
+// The points as the core takes them.
+void Call::prepare()
+{
+    refuseWithoutArea();
+    removeOutliers();
+    refuseWithoutArea();
+    bool const areNormalsJudged = m_options.normals == Normals::automatic;
+    m_measures = MeasureCloud(m_cloud.size(), m_cloud.points(),
+                              areNormalsJudged ? m_cloud.normalVectors() : nullptr, m_progress);
+    m_report.spacing = m_cloud.frame().toCloud(m_measures.spacing);
+    m_report.cloudNoise = m_cloud.frame().toCloud(m_measures.noise);
+}
+
+void Call::settleDepth()
+{
+    m_depth = chooseDepth(m_cloud, m_options, m_measures);
+    double const leafCell = leafCellOf(m_cloud, m_depth);
+    m_report.leafCell = m_cloud.frame().toCloud(leafCell);
+    if (4.0 * leafCell < m_measures.spacing) {
+        char text[200];
+        std::snprintf(text, sizeof(text),
+                      "depth %d makes cells of %.3g, and the samples are %.3g apart: depth %d would show as "
+                      "much for less",
+                      m_depth, m_report.leafCell, m_report.spacing,
+                      m_depth - static_cast<int>(std::log2(m_measures.spacing / leafCell)));
+        m_report.warnings.push_back(text);
+    }
+}
+
+VolTr::CVolTriangulationParams Call::coreParameters() const
+{
+    VolTr::CVolTriangulationParams params = m_options.core;
+    params.setOctreeDepth(m_depth);
+    params.setClosed(true);
+    params.setRefine(m_options.refine);
+    params.setEstimateResultNormals(m_options.vertexNormals);
     return params;
+}
+
+ReconstructionEstimate Call::estimateCore(VolTr::CVolTriangulationParams const & params) const
+{
+    VolTr::CReconstructionEstimate const core = VolTr::estimateReconstruction(LocalSamples(m_cloud), params);
+    ReconstructionEstimate estimate;
+    estimate.depth = m_depth;
+    estimate.nodes = core.nodes;
+    estimate.triangles = static_cast<std::int64_t>(core.triangles);
+    double const samples = static_cast<double>(m_cloud.size());
+    // A triangle: itself and half a vertex with all that it can have, in arrays that grow by doubling; then
+    // what the stages behind the core keep of each.
+    double const mesh = core.triangles * (12.0 + 0.5 * 31.0);
+    double const behind = 2.0 * mesh + 60.0 * core.triangles + 40.0 * samples;
+    double const before = m_cloud.normals() != nullptr ? 40.0 * samples : 190.0 * samples;
+    double const copies = 24.0 * samples;
+    estimate.memory =
+        static_cast<std::int64_t>(copies + std::max({before, core.peakBytes() + 2.0 * mesh, behind}));
+    return estimate;
+}
+
+void Call::checkMemory(ReconstructionEstimate const & estimate) const
+{
+    if (m_options.memoryLimit <= 0 || estimate.memory <= m_options.memoryLimit)
+        return;
+    char text[240];
+    std::snprintf(text, sizeof(text),
+                  "not enough memory: depth %d makes %lld nodes and about %lld triangles, which need about "
+                  "%.3f GB, and %.3f GB may be taken; choose a smaller --depth or another --max-memory",
+                  estimate.depth, static_cast<long long>(estimate.nodes),
+                  static_cast<long long>(estimate.triangles), static_cast<double>(estimate.memory) / 1e9,
+                  static_cast<double>(m_options.memoryLimit) / 1e9);
+    throw ReconstructionError(Kind::memory, text);
+}
+
+TriangleMesh Call::extract(VolTr::CVolTriangulationParams const & params)
+{
+    TriangleMesh mesh;
+    LocalSamples const samples(m_cloud);
+    MeshTarget target(mesh, m_options.vertexNormals);
+    VolTr::CVolumetricTriangulator triangulator(&target, &samples, &params, m_progress);
+    triangulator.setReport(&m_report);
+    try {
+        triangulator.run();
+    } catch (VolTr::CVolTriangulationError const & error) {
+        throw ReconstructionError(Kind::failed, error.what());
+    }
+    warnOfCore();
+    return mesh;
+}
+
+void Call::warnOfCore()
+{
+    using Core = VolTr::CReconstructionReport;
+    if (!m_report.converged) {
+        char text[200];
+        std::snprintf(text, sizeof(text),
+                      "the iterative solver did not converge (relative residual %g), so the surface may be "
+                      "wrong; --solver direct avoids that",
+                      m_report.relativeResidual);
+        m_report.warnings.push_back(text);
+    }
+    if (m_report.reason == Core::Reason::kernelOrDepth || m_report.reason == Core::Reason::didNotConverge)
+        m_report.warnings.push_back(std::string("the exact path was taken, which costs far more: ") +
+                                    m_report.reasonText());
+}
+
+void Call::toCloud(TriangleMesh & mesh)
+{
+    LocalFrame const & frame = m_cloud.frame();
+    mesh.origin = frame.origin;
+    if (frame.scale == 1.0)
+        return;
+    for (float & coord : mesh.positions)
+        coord = static_cast<float>(static_cast<double>(coord) / frame.scale);
+    for (float & density : mesh.density)
+        density = static_cast<float>(static_cast<double>(density) * frame.scale * frame.scale);
+}
+
+TriangleMesh Call::run()
+{
+    CallRecord record(m_report);
+    auto const inPhase = [&](char const * name, double begin, double length, auto const & stage) {
+        CPrgCntSubPhase const part(m_progress, begin, length, 0, true);
+        CallRecord::Phase const phase(record, name);
+        return stage();
+    };
+    inPhase("points", 0.0, 0.05, [&] { prepare(); });
+    settleDepth();
+    inPhase("normals", 0.05, 0.1,
+            [&] { settleNormals(m_cloud, m_options, m_measures, m_report, m_progress); });
+    VolTr::CVolTriangulationParams const params = coreParameters();
+    if (m_options.memoryLimit > 0)
+        inPhase("estimate", 0.15, 0.01, [&] { checkMemory(estimateCore(params)); });
+    TriangleMesh mesh = [&] {
+        CPrgCntSubPhase const part(m_progress, 0.16, 0.64, 0, true);
+        CallRecord::Core const core(record);
+        return extract(params);
+    }();
+    toCloud(mesh);
+    return mesh;
+}
+
+ReconstructionEstimate Call::estimate()
+{
+    prepare();
+    settleDepth();
+    return estimateCore(coreParameters());
+}
+
+} // namespace
+
+TriangleMesh reconstruct(PointCloudView const & cloud, ReconstructionOptions const & options,
+                         ReconstructionReport * report, CProgressCounter * progress)
+{
+    ReconstructionReport unread;
+    ReconstructionReport & filled = report != nullptr ? *report : unread;
+    filled = ReconstructionReport();
+    checkOptions(options);
+    CThreadNumberScope const threads(options.threads);
+    return Call(cloud, options, filled, progress).run();
+}
+
+ReconstructionEstimate estimateReconstruction(PointCloudView const & cloud,
+                                              ReconstructionOptions const & options)
+{
+    ReconstructionReport unread;
+    checkOptions(options);
+    CThreadNumberScope const threads(options.threads);
+    return Call(cloud, options, unread, nullptr).estimate();
 }
 
 } // namespace QZmath

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/Foundation/Point3D.h>
+#include <QZmath/Foundation/PointCloudView.h>
+#include <QZmath/VolTriang/InputSamples.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace QZmath
+{
+
+/// How local coordinates come about: local = (place - origin) * scale.
+struct LocalFrame
+{
+    std::array<double, 3> origin{};
+    double scale = 1.0; ///< a power of 2, so that it changes no bit of what a cloud looks like
+
+    double toCloud(double length) const { return length / scale; }
+};
+
+/// A cloud as the stages take it: in `float`, near zero, of an extent that is far from the limits of `float`.
+/// Arrays of the caller that are so already are not copied.
+///
+/// The origin is a multiple of a power of 2 that is at least the extent, and 0 for clouds that are not
+/// farther out than sixteen times their extent. So a cloud and the same one far out have the same local
+/// coordinates as nearly as the input's own rounding allows, when the way between them is such a multiple.
+class LocalCloud
+{
+public:
+    /// Checks the cloud. \throws ReconstructionError that names the first point that cannot be used
+    explicit LocalCloud(PointCloudView const & cloud);
+
+    int size() const { return m_size; }
+    LocalFrame const & frame() const { return m_frame; }
+    double extent() const { return m_extent; } ///< along the longest side
+
+    float const * positions() const { return m_positions; }
+    REmath::Point3D const * points() const;
+    /// Unit vectors, or zero for unknown; null when there are none.
+    float const * normals() const { return m_normals; }
+    REmath::Point3D const * normalVectors() const;
+    std::uint8_t const * colors() const { return m_colors; }
+    std::uint8_t const * boundary() const { return m_boundary; }
+    /// Index in the caller's arrays.
+    std::size_t originalIndex(int point) const;
+
+    /// Replaces the normals.
+    void setNormals(std::vector<REmath::Point3D> const & normals);
+    /// Takes out the points with a mark.
+    void remove(std::vector<std::uint8_t> const & marks);
+
+private:
+    void takePositions(PointCloudView const & cloud);
+    void takeNormals(PointCloudView const & cloud);
+
+    int m_size = 0;
+    LocalFrame m_frame;
+    double m_extent = 0.0;
+    float const * m_positions = nullptr;
+    float const * m_normals = nullptr;
+    std::uint8_t const * m_colors = nullptr;
+    std::uint8_t const * m_boundary = nullptr;
+    std::vector<float> m_ownPositions, m_ownNormals;
+    std::vector<std::uint8_t> m_ownColors, m_ownBoundary;
+    std::vector<std::uint32_t> m_original; // empty when nothing was removed
+};
+
+/// A local cloud as the core reads it. Keeps a reference.
+class LocalSamples final : public VolTr::IInputSamples
+{
+public:
+    explicit LocalSamples(LocalCloud const & cloud)
+        : m_size(cloud.size()), m_positions(cloud.positions()), m_normals(cloud.normals())
+    {}
+
+private:
+    int onPointsNumber() const override { return m_size; }
+    float const * onGetSampleCoords3(int sample) const override
+    {
+        return m_positions + 3 * std::size_t(sample);
+    }
+    float const * onGetSampleNormal3(int sample) const override
+    {
+        return m_normals + 3 * std::size_t(sample);
+    }
+    bool onIsBoundaryVertex(int) const override { return false; }
+
+    int m_size;
+    float const * m_positions;
+    float const * m_normals;
+};
+
+} // namespace QZmath
