@@ -106,6 +106,16 @@ public:
     double isoValue = 0; ///< of the implicit function on the surface; in no particular unit
     int vertices = 0;    ///< of the surface that the target received
     int triangles = 0;
+    /// Walks over the surface, each from a place where none had been before: the pieces of the surface;
+    /// with `reach`, parts that only unsupported surface connects may count each.
+    int pieces = 0;
+    /// With `reach`: patches of unsupported surface that were followed to their end, and that were not.
+    int closedPatches = 0;
+    int abandonedPatches = 0;
+    /// The surface goes on where the lattice of its cubes ends, so the mesh has a border there.
+    bool endsAtLimit = false;
+    /// Why there is no surface, after "Failed to reconstruct iso-value surface"; else empty.
+    std::string failure;
 
     Refinement refinement;
 

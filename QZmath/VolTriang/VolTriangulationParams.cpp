@@ -11,7 +11,7 @@ CVolTriangulationParams::CVolTriangulationParams()
       m_phaseNameShown(false), m_useCenter(true), m_kernelScaleFactor(0.95f), m_debugLog(nullptr),
       m_variableDensity(true), m_densityEstimationDepthDelta(2), m_detalizationLevel(-1),
       m_prefferedSolver(0), m_accelerated(false), m_solverTolerance(1e-3), m_refine(false),
-      m_correctField(false)
+      m_correctField(false), m_allComponents(false), m_reach(0.0), m_largestGap(0.2)
 {}
 
 CVolTriangulationParams::~CVolTriangulationParams() = default;

@@ -122,6 +122,31 @@ public:
     bool & correctField() { return m_correctField; }
     void setCorrectField(bool value) { m_correctField = value; }
 
+    /// Extract all pieces of the surface that pass within about a leaf cell of a sample, and not only the one
+    /// that is met near the middle of the cloud: that one first, the others by their least sample. All lie on
+    /// one lattice of cubes. Default false.
+    bool getAllComponents() const { return m_allComponents; }
+    bool & allComponents() { return m_allComponents; }
+    void setAllComponents(bool value) { m_allComponents = value; }
+
+    /// Distance from the nearest sample, in leaf cells, up to which the surface counts as supported. It is
+    /// then followed over its supported parts first. What lies between and around them, its patches, is
+    /// followed from all sides at the same time, each as far as `largestGap` allows; a patch that is larger
+    /// is abandoned: what was followed of it stays in the mesh, with a border at least `reach` + 1 leaf cells
+    /// away from every sample. So an open cloud is not surrounded by a large sheet. Nothing is followed
+    /// beyond the nodes of the octree. Values that are not above 0, and infinity, set no limit. Default 0.
+    double getReach() const { return m_reach; }
+    double & reach() { return m_reach; }
+    void setReach(double value) { m_reach = value; }
+
+    /// With `reach`: the area that a patch may have, as a share of that of all supported surface. All patches
+    /// together, but for the strips along supported surface that are always followed, never take more than
+    /// the supported surface, or so many times that if this is above 1. Areas are taken from the cubes that
+    /// the surface crosses, right to a tenth. Default 0.2.
+    double getLargestGap() const { return m_largestGap; }
+    double & largestGap() { return m_largestGap; }
+    void setLargestGap(double value) { m_largestGap = value; }
+
     /// Polygoniser cubes along an edge of the octree's cube: `(1 << octreeDepth) * reconstructFactor`.
     float getCellFactor() const;
     /// Expected edge length of a triangle for a model whose largest extent is `modelSize`.
@@ -146,6 +171,9 @@ private:
     double m_solverTolerance;
     bool m_refine;
     bool m_correctField;
+    bool m_allComponents;
+    double m_reach;
+    double m_largestGap;
 };
 
 } // namespace VolTr

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <utility>
 
 // Layout. A brick keeps its 8 x 8 x 8 corners as bits: one for the sign, one for each edge that the surface
@@ -22,8 +21,8 @@
 // Order. `prepare`: values and signs of all bricks, then their crossings, which need the signs of the
 // neighbours, then the first edges by adding up, then the places of the vertices, for which the values of
 // the neighbours along the edge give the guess. Every loop writes to its own brick only, so threads take
-// bricks as they come. `walk`: depth first over a stack of cubes, on one thread, faces in their fixed order.
-// It alone gives vertices their indices, in the order in which `jbProcess` would meet them.
+// bricks as they come. The walk, on one thread, alone gives vertices their indices, in the order in which it
+// asks for them.
 
 namespace VolTr
 {
@@ -55,72 +54,6 @@ int popCount(std::uint64_t bits)
 }
 
 int neighbourIndex(int dx, int dy, int dz) { return 9 * (dx + 1) + 3 * (dy + 1) + dz + 1; }
-
-// What to do in a cube, by the signs of its corners, in the order of the tetrahedra: look up the vertices of
-// edges, each once, and join them.
-struct CubePlan
-{
-    struct Edge
-    {
-        std::int8_t corner;
-        std::int8_t direction;
-    };
-    // A triangle over three of the edges, or, where the second is negative, the look-up of the first.
-    struct Operation
-    {
-        std::int8_t edges[3];
-    };
-    std::vector<Edge> edges;
-    std::vector<Operation> operations;
-};
-
-struct CubePlans
-{
-    CubePlans()
-    {
-        for (int signs = 0; signs < 256; ++signs) {
-            CubePlan & plan = bySigns[signs];
-            for (int const(&corner)[4] : tetrahedra) {
-                int const tetrahedronSigns = signsAt(signs, corner);
-                Crossings const & crossings = crossingTable.bySigns[tetrahedronSigns];
-                std::int8_t slots[6] = {};
-                for (int n = 0; n < crossings.number; ++n) {
-                    int const edge = crossings.edges[n];
-                    slots[edge] = slotOf(plan, edgePlaces.places[corner[tetrahedronEdges[edge][0]]]
-                                                                [corner[tetrahedronEdges[edge][1]]]);
-                }
-                for (int const(&triangle)[3] : triangles[tetrahedronSigns]) {
-                    if (triangle[0] != 0)
-                        plan.operations.push_back(
-                            {{slots[triangle[0] - 1], slots[triangle[1] - 1], slots[triangle[2] - 1]}});
-                }
-            }
-        }
-    }
-
-    CubePlan bySigns[256];
-
-private:
-    static std::int8_t slotOf(CubePlan & plan, EdgePlace const & place)
-    {
-        std::size_t slot = 0;
-        while (slot < plan.edges.size() &&
-               (plan.edges[slot].corner != place.first || plan.edges[slot].direction != place.direction))
-            ++slot;
-        if (slot == plan.edges.size()) {
-            plan.edges.push_back(
-                {static_cast<std::int8_t>(place.first), static_cast<std::int8_t>(place.direction)});
-            plan.operations.push_back({{static_cast<std::int8_t>(slot), -1, -1}});
-        }
-        return static_cast<std::int8_t>(slot);
-    }
-};
-
-CubePlans const & cubePlans()
-{
-    static CubePlans const plans;
-    return plans;
-}
 
 // Values along a line, at -1, 0, 1 and 2 edges; those at 0 and 1 differ in sign, the outer two may be NaN.
 struct EdgeValues
@@ -561,15 +494,6 @@ BrickSurface::Place BrickSurface::enter(Place place, int dx, int dy, int dz)
     return result;
 }
 
-// Is the cube beside another one out of bounds?
-bool BrickSurface::isOutside(Place cube, int const (&toward)[3]) const
-{
-    std::array<int, 3> const & first = m_bricks[static_cast<std::size_t>(cube.brick)].first;
-    return std::abs(first[0] + (cube.local >> 6) + toward[0]) > m_bounds[0] ||
-           std::abs(first[1] + (cube.local >> 3 & 7) + toward[1]) > m_bounds[1] ||
-           std::abs(first[2] + (cube.local & 7) + toward[2]) > m_bounds[2];
-}
-
 bool BrickSurface::isPositive(Place corner) const
 {
     return (m_bricks[static_cast<std::size_t>(corner.brick)].signs[corner.local >> 6] >>
@@ -592,8 +516,67 @@ bool BrickSurface::isRefused(Place corner)
     return (refusals.isRefused[x] & bit) != 0;
 }
 
-int BrickSurface::vertexOf(Place first, int direction, TriangleSink & sink)
+BrickSurface::Cube BrickSurface::at(std::array<int, 3> const & index)
 {
+    std::array<int, 3> first;
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        first[axis] = index[axis] - ((index[axis] - m_align[axis]) & (brickEdge - 1));
+    Cube cube = {findBrick(first), 0};
+    if (cube.brick < 0)
+        cube.brick = enterBrick(first);
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        cube.local = brickEdge * cube.local + index[axis] - first[axis];
+    enterCorners(cube);
+    return cube;
+}
+
+void BrickSurface::enterCorners(Cube cube)
+{
+    for (int n = 0; n < 8; ++n)
+        enter(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
+}
+
+BrickSurface::Cube BrickSurface::across(Cube cube, Face const & face)
+{
+    return enter(cube, face.step[0], face.step[1], face.step[2]);
+}
+
+bool BrickSurface::complete(Cube cube)
+{
+    enterCorners(cube);
+    bool isUsable = true;
+    for (int n = 0; m_isRefused && n < 8; ++n)
+        isUsable = isUsable && !isRefused(step(cube, n >> 2 & 1, n >> 1 & 1, n & 1));
+    return isUsable;
+}
+
+std::array<int, 3> BrickSurface::indexOf(Cube cube) const
+{
+    std::array<int, 3> const & first = m_bricks[static_cast<std::size_t>(cube.brick)].first;
+    return {first[0] + (cube.local >> 6), first[1] + (cube.local >> 3 & 7), first[2] + (cube.local & 7)};
+}
+
+int BrickSurface::signsOf(Cube cube) const
+{
+    int signs = 0;
+    for (int n = 0; n < 8; ++n)
+        signs |= (isPositive(step(cube, n >> 2 & 1, n >> 1 & 1, n & 1)) ? 1 : 0) << n;
+    return signs;
+}
+
+bool BrickSurface::markSeen(Cube cube)
+{
+    std::uint64_t & plane = m_bricks[static_cast<std::size_t>(cube.brick)].isSeen[cube.local >> 6];
+    std::uint64_t const bit = UINT64_C(1) << (cube.local & (brickRows - 1));
+    bool const isNew = (plane & bit) == 0;
+    plane |= bit;
+    return isNew;
+}
+
+int BrickSurface::vertexOf(Cube cube, CubePlan::Edge const & plan, TriangleSink & sink)
+{
+    Place const first = step(cube, plan.first >> 2 & 1, plan.first >> 1 & 1, plan.first & 1);
+    int const direction = plan.direction;
     Brick const & brick = m_bricks[static_cast<std::size_t>(first.brick)];
     std::uint64_t const plane = brick.isCrossed[direction][first.local >> 6];
     int const bit = first.local & (brickRows - 1);
@@ -623,71 +606,6 @@ int BrickSurface::vertexOf(Place first, int direction, TriangleSink & sink)
     evaluator.positionAt(place, position);
     sink.addVertex(position);
     return *edge;
-}
-
-void BrickSurface::walk(TriangleSink & sink)
-{
-    CubePlans const & plans = cubePlans();
-    std::vector<Place> cubes;
-    auto const pushUsable = [&](Place cube) {
-        bool isUsable = true;
-        for (int n = 0; n < 8; ++n) {
-            Place const corner = enter(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
-            isUsable = isUsable && (!m_isRefused || !isRefused(corner));
-        }
-        if (isUsable)
-            cubes.push_back(cube);
-    };
-    {
-        std::array<int, 3> first;
-        for (std::size_t axis = 0; axis < 3; ++axis)
-            first[axis] = -((0 - m_align[axis]) & (brickEdge - 1));
-        Place cube = {findBrick(first), 0};
-        if (cube.brick < 0)
-            cube.brick = enterBrick(first);
-        cube.local = -first[0] * brickRows - first[1] * brickEdge - first[2];
-        for (int n = 0; n < 8; ++n)
-            enter(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
-        m_bricks[static_cast<std::size_t>(cube.brick)].isSeen[cube.local >> 6] |=
-            UINT64_C(1) << (cube.local & (brickRows - 1));
-        cubes.push_back(cube);
-    }
-
-    while (!cubes.empty()) {
-        Place const cube = cubes.back();
-        cubes.pop_back();
-        Place corners[8];
-        int signs = 0;
-        for (int n = 0; n < 8; ++n) {
-            corners[n] = step(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
-            signs |= (isPositive(corners[n]) ? 1 : 0) << n;
-        }
-        CubePlan const & plan = plans.bySigns[signs];
-        int vertices[19];
-        for (CubePlan::Operation const & operation : plan.operations) {
-            if (operation.edges[1] < 0) {
-                CubePlan::Edge const edge = plan.edges[static_cast<std::size_t>(operation.edges[0])];
-                vertices[operation.edges[0]] = vertexOf(corners[edge.corner], edge.direction, sink);
-            } else {
-                sink.addTriangle(vertices[operation.edges[0]], vertices[operation.edges[1]],
-                                 vertices[operation.edges[2]]);
-            }
-        }
-        for (Face const & face : faces) {
-            int const sharedSigns = signsAt(signs, face.corners);
-            if (sharedSigns == 0 || sharedSigns == 15)
-                continue;
-            if (isOutside(cube, face.step))
-                continue;
-            Place const next = enter(cube, face.step[0], face.step[1], face.step[2]);
-            std::uint64_t & plane = m_bricks[static_cast<std::size_t>(next.brick)].isSeen[next.local >> 6];
-            std::uint64_t const bit = UINT64_C(1) << (next.local & (brickRows - 1));
-            if ((plane & bit) != 0)
-                continue;
-            plane |= bit;
-            pushUsable(next);
-        }
-    }
 }
 
 } // namespace VolTr

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
+#include <QZmath/VolTriang/Polygoniser/CubePlan.h>
 #include <QZmath/VolTriang/Polygoniser/CubeTables.h>
 #include <QZmath/VolTriang/Polygoniser/TriangleSink.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
@@ -21,20 +22,27 @@ class LoopTeam;
 namespace VolTr
 {
 
-/// The level set of a `BrickFunction` as triangles: the same cubes, tetrahedra, vertices and triangles in the
-/// same order as `jbProcess::polygonize` makes them from the function at the same start point of the lattice.
+/// The cubes that cut the level set of a `BrickFunction` into triangles, for a walk over them: their corners,
+/// and the vertices on their edges. A walk gets what it would from `jbProcess` at the same start point of the
+/// lattice, but for the place of a vertex on its edge, which is found in another way.
 ///
-/// The lattice of the cubes is cut into bricks of 8 x 8 x 8 corners. `prepare` evaluates the bricks around
-/// the deepest nodes, keeps the signs of their corners, and finds the vertices of all crossed edges, on many
-/// threads; `walk` then goes from cube to cube on one thread and looks nearly everything up. Bricks that the
-/// walk enters beyond those are evaluated when it gets there. What a corner, an edge or a triangle is does
-/// not depend on the number of threads.
+/// The lattice is cut into bricks of 8 x 8 x 8 corners. `prepare` evaluates the bricks around the deepest
+/// nodes, keeps the signs of their corners, and finds the vertices of all crossed edges, on many threads; so
+/// the walk looks nearly everything up, on one thread. Bricks that it enters beyond those are evaluated when
+/// it gets there. What a corner, an edge or a vertex is does not depend on the number of threads.
 ///
 /// A vertex lies on its edge within 1/2048 of the edge's length of a crossing of the function.
 ///
 /// Memory: about 900 bytes a brick and 4 bytes a crossed edge, 2 KB a brick more inside `prepare`.
 class BrickSurface
 {
+    // A corner, or the cube on its upper side.
+    struct Place
+    {
+        int brick;
+        int local;
+    };
+
 public:
     /// \param start     point of the surface at which corner (1/2, 1/2, 1/2) of the lattice stands
     /// \param edge      of the cubes, finite and not 0; indices grow against the axes
@@ -46,9 +54,21 @@ public:
     /// Optional. The position of the team goes from 0 to 1.
     void prepare(QzBackend::LoopTeam & team);
 
-    /// The component of the surface that passes through the first cube. Call once. Exceptions of the sink
-    /// pass through.
-    void walk(TriangleSink & sink);
+    /// A cube, by its corner of least index.
+    using Cube = Place;
+
+    Cube at(std::array<int, 3> const & index);
+    /// The neighbour, of which `complete` must be asked before its signs.
+    Cube across(Cube cube, CubeCut::Face const & face);
+    /// Makes all corners of a cube known. May all of them be used?
+    bool complete(Cube cube);
+    std::array<int, 3> indexOf(Cube cube) const;
+    /// Bit n is set when corner n is positive.
+    int signsOf(Cube cube) const;
+    /// True when the cube was not seen before.
+    bool markSeen(Cube cube);
+    /// The index of the vertex on an edge of a cube, passed to the sink at its first use.
+    int vertexOf(Cube cube, CubePlan::Edge const & edge, TriangleSink & sink);
 
 private:
     static constexpr int unsolved = -1;
@@ -70,12 +90,6 @@ private:
         std::uint64_t isKnown[brickEdge];
         std::uint64_t isRefused[brickEdge];
     };
-    // A corner, or the cube on its upper side.
-    struct Place
-    {
-        int brick;
-        int local;
-    };
     struct SignPlanes;
     struct Evaluator;
 
@@ -89,12 +103,11 @@ private:
     int enterBrick(std::array<int, 3> const & first);
     Place step(Place place, int dx, int dy, int dz) const;
     Place enter(Place place, int dx, int dy, int dz);
-    bool isOutside(Place cube, int const (&toward)[3]) const;
+    void enterCorners(Cube cube);
     bool isPositive(Place corner) const;
     bool isRefused(Place corner);
     double coordAt(int index, int axis) const { return m_start[axis] - (index - 0.5) * m_edge; }
     void positionOf(Place corner, double * out3) const;
-    int vertexOf(Place first, int direction, TriangleSink & sink);
 
     BrickFunction const & m_function;
     double const m_isoValue;

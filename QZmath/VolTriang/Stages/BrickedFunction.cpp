@@ -4,9 +4,11 @@
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickSurface.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/Stages/LevelSet.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
+#include <QZmath/VolTriang/Stages/SurfaceWalk.h>
 
 #include <QZsys/Progress.h>
 
@@ -61,15 +63,17 @@ bool BrickedFunction::polygonise(LevelSet const & levelSet, StageContext const &
                                  TriangleSink & sink) const
 {
     PointEvaluator evaluator(m_function);
-    std::optional<REmath::Point3D_d> const start = findSurface(evaluator, levelSet);
-    // A negative edge makes no lattice.
-    if (!start || levelSet.lattice.edge < 0.0)
+    std::optional<CubeFrame> const frame = findSurface(evaluator, levelSet, context);
+    if (!frame)
         return false;
-    double const startCoords[3] = {start->x(), start->y(), start->z()};
+    if (frame->edge < 0.0) {
+        context.report.failure = "a negative factor makes no lattice of cubes";
+        return false;
+    }
     std::function<bool(double const *)> isRefused;
     if (SurfaceEnd const * const end = levelSet.end)
         isRefused = [end](double const * point) { return end->isBeyond(point); };
-    BrickSurface surface(m_function, levelSet.isoValue, startCoords, levelSet.lattice.edge,
+    BrickSurface surface(m_function, levelSet.isoValue, frame->start.data(), frame->edge,
                          levelSet.lattice.bounds, isRefused);
     {
         CPrgCntSubPhase phase(context.progress, 0.0, 0.3, 0, true);
@@ -77,8 +81,7 @@ bool BrickedFunction::polygonise(LevelSet const & levelSet, StageContext const &
                       [&surface](LoopTeam & team) { surface.prepare(team); });
     }
     CPrgCntSubPhase phase(context.progress, 0.3, 0.7, 0, true);
-    surface.walk(sink);
-    sink.finish();
+    walkSurface(surface, *frame, levelSet, context, sink);
     return true;
 }
 

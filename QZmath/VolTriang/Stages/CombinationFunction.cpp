@@ -89,11 +89,11 @@ double CombinationFunction::meanAtSamples(StageContext const & context) const
     return calcMeanIsoValue(*m_function, context);
 }
 
-bool CombinationFunction::polygonise(LevelSet const & levelSet, StageContext const &,
+bool CombinationFunction::polygonise(LevelSet const & levelSet, StageContext const & context,
                                      TriangleSink & sink) const
 {
     std::unique_ptr<Evaluator> const evaluator = makeEvaluator(levelSet.lattice.edge * 4.0);
-    return polygoniseByCubes(*evaluator, levelSet, sink);
+    return polygoniseByCubes(*evaluator, levelSet, context, sink);
 }
 
 VectorField const & CombinationFunction::gradient() const

@@ -45,8 +45,9 @@ public:
     /// same to the bit for any number of threads. Moves the progress over its whole range.
     virtual double meanAtSamples(StageContext const & context) const = 0;
 
-    /// Hands the component of a level set that is met from the start point to a sink, on the calling thread.
-    /// \return false when no surface was found there
+    /// Hands what the parameters want of a level set to a sink, on the calling thread: the component that is
+    /// met from the start point, or all near samples.
+    /// \return false, and the reason in the report, when no surface was found at the start point
     virtual bool polygonise(LevelSet const & levelSet, StageContext const & context,
                             TriangleSink & sink) const = 0;
 };

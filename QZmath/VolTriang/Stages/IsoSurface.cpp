@@ -126,6 +126,8 @@ void extractIsoSurface(StageContext const & context, ImplicitFunction const & fu
         report.triangles = sink.triangleCount();
         if (isDone && sink.triangleCount() > 0)
             return;
+        if (report.failure.empty())
+            report.failure = "no cube of the lattice is crossed near the start point";
         char const * const text = "Failed to reconstruct iso-value surface";
         logText(log, text);
         throw CVolTriangulationError(text);

@@ -3,8 +3,20 @@
 
 #include <QZmath/Foundation/Functor.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
+#include <QZmath/VolTriang/Polygoniser/CubePlan.h>
+#include <QZmath/VolTriang/Polygoniser/CubeTables.h>
 #include <QZmath/VolTriang/Polygoniser/TriangleSink.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
+#include <QZmath/VolTriang/Stages/SurfaceWalk.h>
 #include <QZmath/VolTriang/jbProcess.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <locale>
+#include <sstream>
+#include <string>
 
 namespace VolTr
 {
@@ -67,31 +79,131 @@ private:
     SurfaceEnd const * m_end;
 };
 
-// Passes vertices that are new in the walk's list, then the triangle.
-class tf_TriangleProcessor final : public REmath::Functor4<int, int, int, int, jbVertices>
+// Cubes, corners and vertices from the tables of a polygoniser.
+class EvaluatedCubes
 {
 public:
-    explicit tf_TriangleProcessor(TriangleSink & sink) : m_sink(sink) {}
+    using Cube = jbCube;
 
-    int operator()(int a, int b, int c, jbVertices vertices) const override
+    EvaluatedCubes(jbProcess::Function & function, CubeFrame const & frame)
     {
-        for (; m_passed < vertices.count; ++m_passed) {
-            Point3D_d const & position = vertices.items[m_passed].position;
-            double const coords[3] = {position.x(), position.y(), position.z()};
-            m_sink.addVertex(coords);
+        m_tables.function = &function;
+        m_tables.size = frame.edge;
+        m_tables.start = Point3D_d(frame.start[0], frame.start[1], frame.start[2]);
+    }
+    ~EvaluatedCubes() { m_tables.freeprocess(); }
+    EvaluatedCubes(EvaluatedCubes const &) = delete;
+    EvaluatedCubes & operator=(EvaluatedCubes const &) = delete;
+
+    Cube at(CubeIndex const & index)
+    {
+        Cube cube;
+        cube.i = index[0];
+        cube.j = index[1];
+        cube.k = index[2];
+        complete(cube);
+        return cube;
+    }
+
+    Cube across(Cube const & cube, CubeCut::Face const & face) const
+    {
+        Cube next;
+        next.i = cube.i + face.step[0];
+        next.j = cube.j + face.step[1];
+        next.k = cube.k + face.step[2];
+        int const opposite = 4 * std::abs(face.step[0]) + 2 * std::abs(face.step[1]) + std::abs(face.step[2]);
+        for (int const shared : face.corners)
+            next.corners[shared ^ opposite] = cube.corners[shared];
+        return next;
+    }
+
+    bool complete(Cube & cube)
+    {
+        bool isUsable = true;
+        for (int n = 0; n < 8; ++n) {
+            if (cube.corners[n] == nullptr)
+                cube.corners[n] =
+                    m_tables.setcorner(cube.i + (n >> 2 & 1), cube.j + (n >> 1 & 1), cube.k + (n & 1));
+            isUsable = isUsable && cube.corners[n]->flag == 0;
         }
-        m_sink.addTriangle(a, b, c);
-        return 1;
+        return isUsable;
+    }
+
+    CubeIndex indexOf(Cube const & cube) const { return {cube.i, cube.j, cube.k}; }
+
+    int signsOf(Cube const & cube) const
+    {
+        int signs = 0;
+        for (int n = 0; n < 8; ++n)
+            signs |= (cube.corners[n]->value > 0 ? 1 : 0) << n;
+        return signs;
+    }
+
+    bool markSeen(Cube & cube)
+    {
+        // Where the corner is, its record has room for the mark.
+        if (cube.corners[0] == nullptr)
+            cube.corners[0] = m_tables.setcorner(cube.i, cube.j, cube.k);
+        return m_tables.setcenter(cube.i, cube.j, cube.k) == 0;
+    }
+
+    int vertexOf(Cube const & cube, CubePlan::Edge const & edge, TriangleSink & sink)
+    {
+        int const vertex = m_tables.vertid(cube.corners[edge.from], cube.corners[edge.to]);
+        if (vertex >= m_passed) {
+            Point3D_d const & position = m_tables.vertices.items[vertex].position;
+            double const coords[3] = {position.x(), position.y(), position.z()};
+            sink.addVertex(coords);
+            m_passed = vertex + 1;
+        }
+        return vertex;
     }
 
 private:
-    TriangleSink & m_sink;
-    mutable int m_passed = 0;
+    jbProcess m_tables;
+    int m_passed = 0;
 };
+
+// Why a search around the start met one side of the level set only.
+std::string reasonOf(ImplicitFunction::Evaluator & evaluator, LevelSet const & levelSet,
+                     StageContext const & context, bool hasInside, bool hasOutside)
+{
+    int const samplesNumber = context.samples.pointsNumber();
+    if (samplesNumber <= 0)
+        return "there are no samples";
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
+    for (int sample = 0; sample < samplesNumber; ++sample) {
+        float const * const coords = context.samples.getSampleCoords3(sample);
+        double const point[3] = {coords[0], coords[1], coords[2]};
+        double const value = evaluator.value(point);
+        if (!std::isfinite(value))
+            return "the implicit function is not finite at sample " + std::to_string(sample);
+        low = std::min(low, value);
+        high = std::max(high, value);
+    }
+    if (samplesNumber > 1 && low == high)
+        return "the implicit function is the same everywhere: the normals are zero, or they cancel each "
+               "other";
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text.precision(9);
+    Point3D_d const & start = levelSet.lattice.start;
+    text << "no crossing near the start point (" << start.x() << ", " << start.y() << ", " << start.z()
+         << "): the implicit function is "
+         << (hasInside    ? "everywhere above"
+             : hasOutside ? "nowhere above"
+                          : "undefined against")
+         << " its mean at the samples";
+    if (levelSet.end != nullptr)
+        text << ", as far as the open surface may reach";
+    return text.str();
+}
 
 } // namespace
 
-std::optional<Point3D_d> findSurface(ImplicitFunction::Evaluator & evaluator, LevelSet const & levelSet)
+std::optional<CubeFrame> findSurface(ImplicitFunction::Evaluator & evaluator, LevelSet const & levelSet,
+                                     StageContext const & context)
 {
     tf_OctreeFunAdapter adapter(evaluator, levelSet);
     jbProcess search;
@@ -99,21 +211,23 @@ std::optional<Point3D_d> findSurface(ImplicitFunction::Evaluator & evaluator, Le
     search.size = levelSet.lattice.edge;
     jbTest const inside = search.find(1, levelSet.lattice.start);
     jbTest const outside = search.find(0, levelSet.lattice.start);
-    if (inside.ok == 0 || outside.ok == 0)
+    if (inside.ok == 0 || outside.ok == 0) {
+        context.report.failure = reasonOf(evaluator, levelSet, context, inside.ok != 0, outside.ok != 0);
         return std::nullopt;
-    return search.converge(inside.point, outside.point, inside.value);
+    }
+    Point3D_d const start = search.converge(inside.point, outside.point, inside.value);
+    return CubeFrame{{start.x(), start.y(), start.z()}, levelSet.lattice.edge};
 }
 
 bool polygoniseByCubes(ImplicitFunction::Evaluator & evaluator, LevelSet const & levelSet,
-                       TriangleSink & sink)
+                       StageContext const & context, TriangleSink & sink)
 {
-    SurfaceLattice lattice = levelSet.lattice;
-    tf_OctreeFunAdapter adapter(evaluator, levelSet);
-    tf_TriangleProcessor processor(sink);
-    jbProcess process;
-    if (process.polygonize(adapter, lattice.edge, lattice.bounds, lattice.start, processor) != 0)
+    std::optional<CubeFrame> const frame = findSurface(evaluator, levelSet, context);
+    if (!frame)
         return false;
-    sink.finish();
+    tf_OctreeFunAdapter adapter(evaluator, levelSet);
+    EvaluatedCubes cubes(adapter, *frame);
+    walkSurface(cubes, *frame, levelSet, context, sink);
     return true;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Foundation/Point3D.h>
+#include <QZmath/VolTriang/Stages/CubeFrame.h>
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
 
 #include <optional>
@@ -46,13 +47,14 @@ struct LevelSet
     SurfaceEnd const * end; ///< null on a closed surface, where every point is usable
 };
 
-/// A point of the level set near the start of its lattice; none when the search met only one side of it.
-std::optional<REmath::Point3D_d> findSurface(ImplicitFunction::Evaluator & evaluator,
-                                             LevelSet const & levelSet);
+/// The lattice of cubes whose cube 0 has its middle on the level set near the start; none, and the reason in
+/// the report, when the search met only one side of it.
+std::optional<CubeFrame> findSurface(ImplicitFunction::Evaluator & evaluator, LevelSet const & levelSet,
+                                     StageContext const & context);
 
-/// Walks over the level set cube by cube, on one thread.
+/// Hands what is wanted of a level set to a sink, with corners and vertices that are evaluated one by one.
 /// \return false when no surface was found at the start point
 bool polygoniseByCubes(ImplicitFunction::Evaluator & evaluator, LevelSet const & levelSet,
-                       TriangleSink & sink);
+                       StageContext const & context, TriangleSink & sink);
 
 } // namespace VolTr

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/VolTriang/Stages/CubeFrame.h>
+#include <QZmath/VolTriang/Tree/LatticeHash.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace VolTr
+{
+
+/// Which cubes of the polygoniser lie near points, at two distances. Errs to the near side only: by less than
+/// the edge of a cube along each axis, or by half the distance, whichever is more.
+///
+/// The marks are bits in bricks of 8 x 8 x 8, of single cubes or, where the distances are many edges, of
+/// blocks of cubes, so a point sets a few hundred marks at most. Memory: some 200 bytes a brick.
+///
+/// `levelOf` remembers where it was asked last, so an object serves one thread.
+class SupportedCubes
+{
+public:
+    enum class Level
+    {
+        beyond, ///< both distances
+        skirt,  ///< the first one only
+        supported
+    };
+
+    /// \param distance    in model units, above 0 and finite
+    /// \param farDistance likewise, not less
+    SupportedCubes(CubeFrame const & frame, double distance, double farDistance);
+
+    void add(float const * point);
+    Level levelOf(CubeIndex const & cube) const;
+
+private:
+    struct Brick
+    {
+        CInt3 place;
+        std::uint64_t supported[8]; // by plane x: bit 8 y + z
+        std::uint64_t skirt[8];
+    };
+
+    int findBrick(CInt3 const & place) const;
+    Brick & brickAt(CInt3 const & place);
+    template <std::uint64_t (Brick::*Planes)[8]>
+    void mark(float const * point, double distance);
+
+    CubeFrame m_frame;
+    double m_distance;
+    double m_farDistance;
+    int m_shift = 0; // a block has 2^shift cubes along an axis
+    std::vector<Brick> m_bricks;
+    CLatticeHash m_table;
+    mutable int m_last = -1;
+};
+
+} // namespace VolTr
