@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/Backend/Parallel.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+namespace QZmath::Stages
+{
+
+/// Calls body(begin, end) for pieces of 0 .. count - 1 of a size that does not depend on the number of
+/// threads.
+template <class Body>
+void forRanges(QzBackend::LoopTeam & team, std::size_t count, std::size_t perPiece, Body const & body,
+               double until = 0)
+{
+    team.forEach(
+        static_cast<int>((count + perPiece - 1) / perPiece),
+        [&](int piece) {
+            std::size_t const begin = static_cast<std::size_t>(piece) * perPiece;
+            body(begin, std::min(count, begin + perPiece));
+        },
+        until);
+}
+
+/// The sum of term(index), taken piece by piece and then over the pieces in order: the same bits for any
+/// number of threads.
+template <class Term>
+double sumOver(QzBackend::LoopTeam & team, std::size_t count, Term const & term)
+{
+    std::size_t const perPiece = 4096;
+    std::vector<double> sums((count + perPiece - 1) / perPiece, 0.0);
+    forRanges(team, count, perPiece, [&](std::size_t begin, std::size_t end) {
+        double sum = 0;
+        for (std::size_t index = begin; index < end; ++index)
+            sum += term(index);
+        sums[begin / perPiece] = sum;
+    });
+    double total = 0;
+    for (double const sum : sums)
+        total += sum;
+    return total;
+}
+
+} // namespace QZmath::Stages
