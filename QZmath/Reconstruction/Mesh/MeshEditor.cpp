@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Reconstruction/Mesh/MeshEditor.h>
+
+#include <algorithm>
+
+namespace QZmath::Stages
+{
+
+MeshEditor::MeshEditor(TriangleMesh & mesh, QzBackend::LoopTeam & team)
+    : m_mesh(mesh), m_opposite(oppositeHalfEdges(mesh, VertexStars(mesh), team))
+{}
+
+void MeshEditor::starOf(std::int32_t halfEdge, Star & star) const
+{
+    // Back to where a border begins the turn, if there is one; then once around.
+    std::int32_t first = halfEdge;
+    star.isClosed = true;
+    while (opposite(first) >= 0) {
+        first = nextInTriangle(opposite(first));
+        if (first == halfEdge)
+            break;
+    }
+    star.isClosed = opposite(first) >= 0;
+    star.leaving.clear();
+    for (std::int32_t h = first; h >= 0;) {
+        star.leaving.push_back(h);
+        h = opposite(previousInTriangle(h));
+        if (h == first)
+            break;
+    }
+}
+
+// The neighbours of a star's middle are the targets of what leaves it, and at a border the one before that,
+// too, where the last triangle's third side ends.
+bool MeshEditor::isNeighbour(Star const & star, std::int32_t vertex) const
+{
+    for (std::int32_t const h : star.leaving) {
+        if (target(h) == vertex)
+            return true;
+    }
+    return !star.isClosed && origin(previousInTriangle(star.leaving.back())) == vertex;
+}
+
+bool MeshEditor::mayCollapse(std::int32_t halfEdge, Star const & atOrigin, Star const & atTarget) const
+{
+    std::int32_t const back = opposite(halfEdge);
+    bool const isBorderEdge = back < 0;
+    // A border vertex stays on the border.
+    if (!atOrigin.isClosed && !isBorderEdge) {
+        std::int32_t const last = atOrigin.leaving.back();
+        if (previousInTriangle(last) != halfEdge)
+            return false;
+    }
+    if (isBorderEdge && (atOrigin.leaving.size() < 2 || atTarget.leaving.size() < 2))
+        return false;
+    // No triangle may lie on both sides of what becomes one edge.
+    int common = 0;
+    for (std::int32_t const h : atTarget.leaving)
+        common += isNeighbour(atOrigin, target(h));
+    if (!atTarget.isClosed)
+        common += isNeighbour(atOrigin, origin(previousInTriangle(atTarget.leaving.back())));
+    if (common != (isBorderEdge ? 1 : 2))
+        return false;
+    // The corners across the edge lose a neighbour: an inner vertex needs three, one at the border two.
+    Star corner;
+    for (std::int32_t const h : {halfEdge, back}) {
+        if (h < 0)
+            continue;
+        starOf(previousInTriangle(h), corner);
+        if (corner.leaving.size() < (corner.isClosed ? 4u : 2u))
+            return false;
+    }
+    return true;
+}
+
+void MeshEditor::join(std::int32_t a, std::int32_t b)
+{
+    if (a >= 0)
+        m_opposite[at(a)] = b;
+    if (b >= 0)
+        m_opposite[at(b)] = a;
+}
+
+// Takes the triangle of a half-edge out and closes the gap between its two other sides.
+void MeshEditor::remove(std::int32_t halfEdge)
+{
+    join(opposite(nextInTriangle(halfEdge)), opposite(previousInTriangle(halfEdge)));
+    std::size_t const triangle = at(halfEdge) / 3;
+    for (std::size_t k = 0; k < 3; ++k)
+        m_mesh.triangles[3 * triangle + k] = -1;
+}
+
+void MeshEditor::collapse(std::int32_t halfEdge, Star const & atOrigin)
+{
+    std::int32_t const name = target(halfEdge);
+    std::int32_t const back = opposite(halfEdge);
+    for (std::int32_t const h : atOrigin.leaving)
+        m_mesh.triangles[at(h)] = name;
+    remove(halfEdge);
+    if (back >= 0)
+        remove(back);
+}
+
+bool MeshEditor::mayFlip(std::int32_t halfEdge, Star const & atCorner) const
+{
+    std::int32_t const back = opposite(halfEdge);
+    if (back < 0 || isNeighbour(atCorner, origin(previousInTriangle(back))))
+        return false;
+    Star end;
+    for (std::int32_t const h : {halfEdge, back}) {
+        starOf(h, end);
+        if (end.leaving.size() < (end.isClosed ? 4u : 2u))
+            return false;
+    }
+    return true;
+}
+
+void MeshEditor::flip(std::int32_t halfEdge)
+{
+    // (a, b, c) and (b, a, d) become (a, d, c) and (b, c, d).
+    std::int32_t const back = opposite(halfEdge);
+    std::int32_t const bc = nextInTriangle(halfEdge);
+    std::int32_t const ad = nextInTriangle(back);
+    std::int32_t const c = origin(previousInTriangle(halfEdge));
+    std::int32_t const d = origin(previousInTriangle(back));
+    std::int32_t const outerBc = opposite(bc);
+    std::int32_t const outerAd = opposite(ad);
+    m_mesh.triangles[at(bc)] = d; // a -> d, d -> c, c -> a
+    m_mesh.triangles[at(ad)] = c; // b -> c, c -> d, d -> b
+    join(halfEdge, outerAd);
+    join(back, outerBc);
+    join(bc, ad);
+}
+
+void MeshEditor::finish(QzBackend::LoopTeam & team)
+{
+    std::vector<std::uint8_t> keep(m_mesh.triangleCount());
+    for (std::size_t t = 0; t < keep.size(); ++t)
+        keep[t] = isAlive(t);
+    compact(m_mesh, keep, team);
+}
+
+} // namespace QZmath::Stages

@@ -1,0 +1,285 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Reconstruction/Mesh/Slivers.h>
+
+#include <QZmath/Reconstruction/Mesh/MeshEditor.h>
+#include <QZmath/Reconstruction/Mesh/Ranges.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace QZmath::Stages
+{
+
+namespace
+{
+
+double const degree = 3.14159265358979323846 / 180;
+double const sliverSine = std::sin(1.0 * degree);
+double const soundSine = std::sin(5.0 * degree); // of triangles whose normals can be trusted
+double const leastTurn = std::cos(20.0 * degree);
+double const leastUpright = 0.5;     // cosine between a face and the mean of those around it
+double const leastImprovement = 1.2; // of the worst sine around
+double const greatestMove = 0.01;    // leaf cells
+int const mostRounds = 4;
+
+struct Edit
+{
+    enum class Kind
+    {
+        none,
+        collapse,
+        flip
+    };
+    Kind kind = Kind::none;
+    std::int32_t halfEdge = -1;
+    double sine = 0; // worst of the triangles that it makes
+};
+
+class SliverRemoval
+{
+public:
+    SliverRemoval(TriangleMesh & mesh, double leafCell, QzBackend::LoopTeam & team)
+        : m_mesh(mesh), m_team(team), m_editor(mesh, team),
+          m_bound(greatestMove * leafCell * greatestMove * leafCell)
+    {}
+
+    void run(std::vector<std::int32_t> slivers)
+    {
+        for (int round = 0; round < mostRounds && !slivers.empty(); ++round) {
+            std::vector<std::int32_t> left;
+            for (std::int32_t const t : slivers) {
+                if (!m_editor.isAlive(at(t)) || faceOf(t).leastSine() >= sliverSine)
+                    continue;
+                Edit const edit = bestEdit(t);
+                if (edit.kind == Edit::Kind::none) {
+                    left.push_back(t);
+                    continue;
+                }
+                apply(edit);
+                // What an edit leaves behind may itself be a sliver, if a better one.
+                for (std::int32_t const touched : m_touched) {
+                    if (m_editor.isAlive(at(touched)) && faceOf(touched).leastSine() < sliverSine)
+                        left.push_back(touched);
+                }
+            }
+            bool const isDone = left.size() == slivers.size() && left == slivers;
+            slivers.swap(left);
+            if (isDone)
+                break;
+        }
+        m_editor.finish(m_team);
+    }
+
+private:
+    using Star = MeshEditor::Star;
+
+    Vec placeOf(std::int32_t vertex) const { return vertexOf(m_mesh, vertex); }
+    Triangle faceOf(std::int32_t triangle) const { return triangleOf(m_mesh, at(triangle)); }
+
+    Edit bestEdit(std::int32_t triangle)
+    {
+        Edit best;
+        for (std::int32_t k = 0; k < 3; ++k) {
+            std::int32_t const halfEdge = 3 * triangle + k;
+            tryFlip(halfEdge, best);
+            tryCollapse(halfEdge, best);
+            std::int32_t const back = m_editor.opposite(halfEdge);
+            if (back >= 0)
+                tryCollapse(back, best);
+        }
+        return best;
+    }
+
+    // Is the sum of the new triangles' worst sine an improvement, over the old one and over other edits?
+    static bool isBetter(double sine, double before, Edit const & best)
+    {
+        return sine > best.sine && sine > leastImprovement * before;
+    }
+
+    void tryFlip(std::int32_t halfEdge, Edit & best)
+    {
+        std::int32_t const back = m_editor.opposite(halfEdge);
+        if (back < 0)
+            return;
+        Vec const a = placeOf(m_editor.origin(halfEdge));
+        Vec const b = placeOf(m_editor.target(halfEdge));
+        Vec const c = placeOf(m_editor.origin(previousInTriangle(halfEdge)));
+        Vec const d = placeOf(m_editor.origin(previousInTriangle(back)));
+        Triangle const before[2] = {{a, b, c}, {b, a, d}};
+        Triangle const after[2] = {{a, d, c}, {b, c, d}};
+        double const sine = std::min(after[0].leastSine(), after[1].leastSine());
+        if (!isBetter(sine, std::min(before[0].leastSine(), before[1].leastSine()), best))
+            return;
+        // The two diagonals pass each other at the distance by which the surface moves.
+        Vec const across = cross(b - a, d - c);
+        double const height = dot(c - a, across);
+        if (height * height > m_bound * across.squared())
+            return;
+        Vec const mean = before[0].areaNormal() + before[1].areaNormal();
+        for (Triangle const & face : after) {
+            if (!isUpright(face.areaNormal(), mean))
+                return;
+            for (Triangle const & old : before) {
+                if (!isKept(old, face))
+                    return;
+            }
+        }
+        m_editor.starOf(previousInTriangle(halfEdge), m_atTarget);
+        if (m_editor.mayFlip(halfEdge, m_atTarget))
+            best = {Edit::Kind::flip, halfEdge, sine};
+    }
+
+    void tryCollapse(std::int32_t halfEdge, Edit & best)
+    {
+        m_editor.starOf(halfEdge, m_atOrigin);
+        std::int32_t const name = m_editor.target(halfEdge);
+        Vec const from = placeOf(m_editor.origin(halfEdge));
+        Vec const to = placeOf(name);
+        double sine = 1;
+        double before = 1;
+        Vec mean;
+        m_before.clear();
+        m_after.clear();
+        for (std::int32_t const h : m_atOrigin.leaving) {
+            std::int32_t const x = m_editor.target(h);
+            std::int32_t const y = m_editor.origin(previousInTriangle(h));
+            Triangle const old = {from, placeOf(x), placeOf(y)};
+            before = std::min(before, old.leastSine());
+            mean = mean + old.areaNormal();
+            m_before.push_back(old);
+            if (x == name || y == name)
+                continue;
+            m_after.push_back({to, old.b, old.c});
+            sine = std::min(sine, m_after.back().leastSine());
+            if (!isBetter(sine, 0, best) || !isKept(old, m_after.back()))
+                return;
+        }
+        if (m_after.empty() || !isBetter(sine, before, best))
+            return;
+        double distance = m_bound * 2;
+        for (Triangle const & face : m_after) {
+            if (!isUpright(face.areaNormal(), mean))
+                return;
+            distance = std::min(distance, squaredDistance(from, face));
+        }
+        if (distance > m_bound)
+            return;
+        // Spokes that are new: their middles were on the surface as well.
+        for (Triangle const & face : m_after) {
+            for (Vec const & end : {face.b, face.c}) {
+                Vec const middle = (to + end) * 0.5;
+                bool const isNear = std::any_of(m_before.begin(), m_before.end(), [&](Triangle const & old) {
+                    return squaredDistance(middle, old) <= m_bound;
+                });
+                if (!isNear)
+                    return;
+            }
+        }
+        if (!m_atOrigin.isClosed && !keepsRim(name, from, to))
+            return;
+        m_editor.starOf(nextInTriangle(halfEdge), m_atTarget);
+        if (m_editor.mayCollapse(halfEdge, m_atOrigin, m_atTarget))
+            best = {Edit::Kind::collapse, halfEdge, sine};
+    }
+
+    // A vertex of the rim that goes into its neighbour there: is it near the line to its other neighbour?
+    bool keepsRim(std::int32_t name, Vec const & from, Vec const & to) const
+    {
+        std::int32_t const first = m_editor.target(m_atOrigin.leaving.front());
+        std::int32_t const last = m_editor.origin(previousInTriangle(m_atOrigin.leaving.back()));
+        std::int32_t const other = name == first ? last : first;
+        return squaredDistance(from, to, placeOf(other)) <= m_bound;
+    }
+
+    static bool isUpright(Vec const & normal, Vec const & mean)
+    {
+        return dot(normal, mean) > leastUpright * normal.length() * mean.length();
+    }
+
+    // Where an old triangle had a normal to speak of, a new one in its place looks the same way.
+    static bool isKept(Triangle const & old, Triangle const & face)
+    {
+        if (old.leastSine() < soundSine)
+            return true;
+        Vec const a = old.areaNormal();
+        Vec const b = face.areaNormal();
+        return dot(a, b) >= leastTurn * a.length() * b.length();
+    }
+
+    void apply(Edit const & edit)
+    {
+        m_touched.clear();
+        if (edit.kind == Edit::Kind::flip) {
+            m_touched = {edit.halfEdge / 3, m_editor.opposite(edit.halfEdge) / 3};
+            m_editor.flip(edit.halfEdge);
+        } else {
+            m_editor.starOf(edit.halfEdge, m_atOrigin);
+            for (std::int32_t const h : m_atOrigin.leaving)
+                m_touched.push_back(h / 3);
+            m_editor.collapse(edit.halfEdge, m_atOrigin);
+        }
+    }
+
+    TriangleMesh & m_mesh;
+    QzBackend::LoopTeam & m_team;
+    MeshEditor m_editor;
+    double const m_bound;
+    Star m_atOrigin, m_atTarget;
+    std::vector<Triangle> m_before, m_after;
+    std::vector<std::int32_t> m_touched;
+};
+
+std::vector<std::int32_t> findSlivers(TriangleMesh const & mesh, QzBackend::LoopTeam & team, double until)
+{
+    std::vector<std::uint8_t> isSliver(mesh.triangleCount());
+    forRanges(
+        team, isSliver.size(), 4096,
+        [&](std::size_t begin, std::size_t end) {
+            for (std::size_t t = begin; t < end; ++t)
+                isSliver[t] = triangleOf(mesh, t).leastSine() < sliverSine;
+        },
+        until);
+    std::vector<std::int32_t> slivers;
+    for (std::size_t t = 0; t < isSliver.size(); ++t) {
+        if (isSliver[t])
+            slivers.push_back(static_cast<std::int32_t>(t));
+    }
+    return slivers;
+}
+
+} // namespace
+
+AngleDistribution measureAngles(TriangleMesh const & mesh, QzBackend::LoopTeam & team)
+{
+    AngleDistribution result;
+    std::size_t const count = mesh.triangleCount();
+    if (count == 0)
+        return result;
+    std::vector<double> angles(count);
+    forRanges(team, count, 4096, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t t = begin; t < end; ++t)
+            angles[t] = std::asin(std::min(1.0, triangleOf(mesh, t).leastSine())) / degree;
+    });
+    auto const shareBelow = [&](double limit) {
+        return static_cast<double>(
+                   std::count_if(angles.begin(), angles.end(), [&](double angle) { return angle < limit; })) /
+               static_cast<double>(count);
+    };
+    result.least = *std::min_element(angles.begin(), angles.end());
+    result.belowOne = shareBelow(1);
+    result.belowFive = shareBelow(5);
+    result.belowTen = shareBelow(10);
+    return result;
+}
+
+std::size_t removeSlivers(TriangleMesh & mesh, double leafCell, QzBackend::LoopTeam & team, double until)
+{
+    std::vector<std::int32_t> const slivers = findSlivers(mesh, team, until);
+    if (slivers.empty())
+        return 0;
+    SliverRemoval(mesh, leafCell, team).run(slivers);
+    std::size_t const left = findSlivers(mesh, team, until).size();
+    return slivers.size() - std::min(left, slivers.size());
+}
+
+} // namespace QZmath::Stages
