@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 include(CMakePackageConfigHelpers)
 
-install(TARGETS QZsys QZmath EXPORT QZmathTargets
+install(TARGETS QZsys QZmath QZmathFiles EXPORT QZmathTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT QZmathTargets NAMESPACE QZmath:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)
@@ -15,8 +15,11 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmathConfig.cmake" "${CMAKE_CURRENT_
 # Relative to the file itself, so that the installed tree may be moved.
 file(RELATIVE_PATH QZMATH_PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" QZMATH_PC_PREFIX "${QZMATH_PC_PREFIX}")
-configure_file(cmake/QZmath.pc.in QZmath.pc @ONLY)
-install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmath.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(package QZmath QZmathFiles)
+    configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
+endforeach()
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmath.pc" "${CMAKE_CURRENT_BINARY_DIR}/QZmathFiles.pc"
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # The notices of what is linked, from the packages that the table names: most licences ask for them.

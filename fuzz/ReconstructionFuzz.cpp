@@ -5,7 +5,7 @@
 // and a run ends in a mesh without a flaw or in an exception, as estimated, also on a cloud that the program
 // would refuse. Depths and factors that only take time are left out.
 
-#include <apps/io/PointCloud.h>
+#include <apps/qzrecon/CloudSamples.h>
 #include <apps/qzrecon/Options.h>
 
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
@@ -86,14 +86,14 @@ std::vector<std::string> readWords(std::uint8_t const *& next, std::uint8_t cons
     return words;
 }
 
-qz_io::PointCloud readCloud(std::uint8_t const * next, std::uint8_t const * end)
+QZmath::PointCloud readCloud(std::uint8_t const * next, std::uint8_t const * end)
 {
-    qz_io::PointCloud cloud;
+    QZmath::PointCloud cloud;
     std::array<float, 6> point{};
     while (static_cast<std::size_t>(end - next) >= sizeof(point) && cloud.size() < mostPoints) {
         std::memcpy(point.data(), next, sizeof(point));
         next += sizeof(point);
-        cloud.coords.insert(cloud.coords.end(), point.begin(), point.begin() + 3);
+        cloud.positions.insert(cloud.positions.end(), point.begin(), point.begin() + 3);
         cloud.normals.insert(cloud.normals.end(), point.begin() + 3, point.end());
         cloud.boundary.push_back(cloud.size() % 7 == 0);
     }
@@ -140,9 +140,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * bytes, std::size_t si
         params.getKernelScaleFactor() > greatestKernelScale)
         return 0;
 
-    qz_io::PointCloud const cloud = readCloud(next, bytes + size);
+    QZmath::PointCloud const cloud = readCloud(next, bytes + size);
     CVescaThreadingTasksHelper::setNumOfPhisicalThread(1 + options->threads % 2);
-    qz_io::CloudSamples const samples(cloud);
+    qz_recon::CloudSamples const samples(cloud);
     std::optional<VolTr::CReconstructionEstimate> estimate;
     try {
         estimate = VolTr::estimateReconstruction(samples, params);

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/qzrecon/Interruption.h>
 
-#include <apps/io/PendingFiles.h>
-
+#include <QZmath/Files/PendingFiles.h>
 #include <QZsys/Progress.h>
 
 #include <atomic>
@@ -92,7 +91,7 @@ void Interruption::ignoreFromNowOn()
 
 void Interruption::endNow()
 {
-    qz_io::PendingFiles::removeAllFromSignalHandler();
+    QZmath::PendingFiles::removeAllFromSignalHandler();
     char const message[] = "\nqzrecon: interrupted\n";
     if (write(STDERR_FILENO, message, sizeof(message) - 1) < 0) {
         // nobody is left to be told

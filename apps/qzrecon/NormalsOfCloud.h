@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <apps/io/PointCloud.h>
-
+#include <QZmath/Files/PointCloud.h>
 #include <QZmath/Foundation/Point3D.h>
 
 #include <cstddef>
@@ -20,7 +19,7 @@ constexpr double st_normalEstimationBytes = 260;
 /// one, else spread along a minimum spanning tree and outwards. A point on whose neighbourhood no plane fits
 /// gets a zero normal, which has no weight in the reconstruction; the return value is their number. Throws
 /// `InputError` when no point gets a normal.
-std::size_t estimateNormals(qz_io::PointCloud & cloud, int neighbours,
+std::size_t estimateNormals(QZmath::PointCloud & cloud, int neighbours,
                             std::optional<REmath::Point3D> const & viewpoint, CProgressCounter * progress);
 
 } // namespace qz_recon

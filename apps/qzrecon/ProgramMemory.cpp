@@ -52,18 +52,11 @@ double leftInGroup(std::string const & folder, char const * limitFile, char cons
 
 } // namespace
 
-double programMemory(VolTr::CReconstructionEstimate const & estimate, std::size_t samples,
-                     qz_io::MeshFormat format, bool withNormals)
+double programMemory(VolTr::CReconstructionEstimate const & estimate, std::size_t samples, bool withNormals)
 {
-    // Measured on meshes of 10^4 to 10^7 triangles: what one takes while edges and unreached samples are
-    // looked for and the file is made; the writers of most formats hold the mesh in a form of their own.
-    double perTriangle = 510;
-    if (format == qz_io::MeshFormat::ply)
-        perTriangle = 190;
-    else if (format == qz_io::MeshFormat::stl)
-        perTriangle = 300;
-    if (withNormals)
-        perTriangle += 35;
+    // Measured on meshes of 10^4 to 2 * 10^6 triangles: what one takes while edges and unreached samples are
+    // looked for.
+    double const perTriangle = withNormals ? 108 : 90;
     double const ownBytes = 20e6 + 40.0 * static_cast<double>(samples);
     return ownBytes + std::max(estimate.peakBytes(), perTriangle * estimate.triangles);
 }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <apps/io/MeshWriter.h>
-
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
 
 #include <cstddef>
@@ -11,9 +9,8 @@ namespace qz_recon
 {
 
 /// Bytes that the program needs at its peak, itself and the cloud included: for the reconstruction, or for
-/// the mesh while it is examined and written, which takes more where the reconstruction is accelerated.
-double programMemory(VolTr::CReconstructionEstimate const & estimate, std::size_t samples,
-                     qz_io::MeshFormat format, bool withNormals);
+/// the mesh while it is examined, which takes more where the reconstruction is accelerated.
+double programMemory(VolTr::CReconstructionEstimate const & estimate, std::size_t samples, bool withNormals);
 
 /// Bytes that this process can still take: the machine's available memory, and what its control group and its
 /// address space limit leave.

@@ -70,15 +70,15 @@ std::size_t rootOf(std::vector<std::size_t> & parents, std::size_t member)
 
 } // namespace
 
-std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud,
-                                              qz_io::TriangleMesh const & mesh, double distance)
+std::vector<UnreachedPart> findUnreachedParts(QZmath::PointCloud const & cloud,
+                                              QZmath::TriangleMesh const & mesh, double distance)
 {
     std::size_t const leastSamples = 10;
-    Lattice const lattice(cloud.coords, distance);
+    Lattice const lattice(cloud.positions, distance);
 
     std::vector<CellKey> meshCells;
     for (std::size_t i = 0; i < mesh.vertexCount(); ++i) {
-        CellKey const key = lattice.cellOf(&mesh.coords[3 * i]);
+        CellKey const key = lattice.cellOf(&mesh.positions[3 * i]);
         if (meshCells.empty() || meshCells.back() != key)
             meshCells.push_back(key);
     }
@@ -88,7 +88,7 @@ std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud,
     std::vector<std::size_t> lonelySamples;
     CellKey lastReached = 0; // neighbouring samples mostly share a cell
     for (std::size_t i = 0; i < cloud.size(); ++i) {
-        CellKey const key = lattice.cellOf(&cloud.coords[3 * i]);
+        CellKey const key = lattice.cellOf(&cloud.positions[3 * i]);
         if (key == lastReached)
             continue;
         if (anyNeighbour(key, [&](CellKey near) { return containsCell(meshCells, near); })) {
@@ -120,7 +120,7 @@ std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud,
     for (std::size_t k = 0; k < lonelySamples.size(); ++k) {
         UnreachedPart & part = parts[rootOf(parents, indexOf(cellsOfSamples[k]))];
         if (part.samples++ == 0)
-            std::copy_n(&cloud.coords[3 * lonelySamples[k]], 3, part.firstSample);
+            std::copy_n(&cloud.positions[3 * lonelySamples[k]], 3, part.firstSample);
     }
     parts.erase(std::remove_if(parts.begin(), parts.end(),
                                [](UnreachedPart const & part) { return part.samples < leastSamples; }),

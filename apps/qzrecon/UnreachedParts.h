@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <apps/io/PointCloud.h>
-#include <apps/io/TriangleMesh.h>
+#include <QZmath/Files/PointCloud.h>
+#include <QZmath/Foundation/TriangleMesh.h>
 
 #include <cstddef>
 #include <vector>
@@ -20,7 +20,7 @@ struct UnreachedPart
 /// Finds the parts of a cloud that are farther than `distance` from every vertex of the mesh, the largest
 /// first. Samples within about the same distance of each other belong to one part; groups of fewer than 10
 /// samples are taken for stray points and left out. O(n log n).
-std::vector<UnreachedPart> findUnreachedParts(qz_io::PointCloud const & cloud,
-                                              qz_io::TriangleMesh const & mesh, double distance);
+std::vector<UnreachedPart> findUnreachedParts(QZmath::PointCloud const & cloud,
+                                              QZmath::TriangleMesh const & mesh, double distance);
 
 } // namespace qz_recon

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <apps/io/CloudReader.h>
-#include <apps/io/InputError.h>
-#include <apps/io/MeshWriter.h>
-#include <apps/io/TriangleMesh.h>
+#include <apps/qzrecon/CloudSamples.h>
 #include <apps/qzrecon/ConsoleProgress.h>
 #include <apps/qzrecon/Interruption.h>
+#include <apps/qzrecon/MeshCollector.h>
 #include <apps/qzrecon/NormalsOfCloud.h>
 #include <apps/qzrecon/Options.h>
 #include <apps/qzrecon/ProgramMemory.h>
 #include <apps/qzrecon/UnreachedParts.h>
 
+#include <QZmath/Files/Files.h>
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
@@ -49,7 +48,7 @@ public:
             return;
         m_file.reset(std::fopen(path.c_str(), "w"));
         if (!m_file)
-            throw qz_io::OutputError("cannot write the log " + path + ": " + std::strerror(errno));
+            throw QZmath::OutputError("cannot write the log " + path + ": " + std::strerror(errno));
     }
 
     void getMessage(char const * line) override
@@ -63,7 +62,7 @@ public:
     void close()
     {
         if (m_file && (std::ferror(m_file.get()) != 0 || std::fclose(m_file.release()) != 0))
-            throw qz_io::OutputError("cannot write the log " + m_path);
+            throw QZmath::OutputError("cannot write the log " + m_path);
     }
 
 private:
@@ -92,32 +91,31 @@ void checkOutputPlace(Options const & options)
     fs::path const output(options.output);
     fs::path const folder = output.has_parent_path() ? output.parent_path() : fs::path(".");
     if (!fs::is_directory(folder, ignored))
-        throw qz_io::OutputError("cannot write " + options.output + ": there is no folder " +
-                                 folder.string());
+        throw QZmath::OutputError("cannot write " + options.output + ": there is no folder " +
+                                  folder.string());
     if (fs::is_directory(output, ignored))
-        throw qz_io::OutputError("cannot write " + options.output + ": it is a folder");
+        throw QZmath::OutputError("cannot write " + options.output + ": it is a folder");
     if (access(folder.c_str(), W_OK | X_OK) != 0)
-        throw qz_io::OutputError("cannot write into " + folder.string() + ": " + std::strerror(errno));
+        throw QZmath::OutputError("cannot write into " + folder.string() + ": " + std::strerror(errno));
     if (fs::equivalent(output, options.input, ignored))
         throw UsageError("the output would replace the input " + options.input);
 }
 
-void checkMemory(qz_io::PointCloud const & cloud, qz_io::MeshFormat format, Options const & options)
+void checkMemory(QZmath::PointCloud const & cloud, Options const & options)
 {
     double const limit = options.memoryLimit > 0.0 ? options.memoryLimit : availableMemory();
     double const neededForNormals =
         cloud.normals.empty() ? st_normalEstimationBytes * static_cast<double>(cloud.size()) : 0.0;
     if (neededForNormals > limit)
-        throw qz_io::InputError("not enough memory: the normals of " + std::to_string(cloud.size()) +
-                                " points need about " + formatted("%.3f", neededForNormals / 1e9) +
-                                " GB, and " + formatted("%.3f", limit / 1e9) +
-                                " GB may be taken; choose another --max-memory");
+        throw QZmath::InputError("not enough memory: the normals of " + std::to_string(cloud.size()) +
+                                 " points need about " + formatted("%.3f", neededForNormals / 1e9) +
+                                 " GB, and " + formatted("%.3f", limit / 1e9) +
+                                 " GB may be taken; choose another --max-memory");
     VolTr::CReconstructionEstimate const estimate =
-        VolTr::estimateReconstruction(qz_io::CloudSamples(cloud), options.params);
-    double const needed =
-        programMemory(estimate, cloud.size(), format, options.params.getEstimateResultNormals());
+        VolTr::estimateReconstruction(CloudSamples(cloud), options.params);
+    double const needed = programMemory(estimate, cloud.size(), options.params.getEstimateResultNormals());
     if (needed > limit)
-        throw qz_io::InputError(
+        throw QZmath::InputError(
             "not enough memory: depth " + std::to_string(options.params.getOctreeDepth()) + " makes " +
             std::to_string(estimate.nodes) + " nodes, which need about " + formatted("%.3f", needed / 1e9) +
             " GB, and " + formatted("%.3f", limit / 1e9) +
@@ -126,15 +124,15 @@ void checkMemory(qz_io::PointCloud const & cloud, qz_io::MeshFormat format, Opti
 
 // Edge of the lattice's cells at the depth of the leaf cells, nearly: without
 // the small margin around it.
-double leafCellSize(qz_io::PointCloud const & cloud, VolTr::CVolTriangulationParams const & params)
+double leafCellSize(QZmath::PointCloud const & cloud, VolTr::CVolTriangulationParams const & params)
 {
     double extent = 0.0;
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        float min = cloud.coords[axis];
+        float min = cloud.positions[axis];
         float max = min;
-        for (std::size_t i = axis; i < cloud.coords.size(); i += 3) {
-            min = std::min(min, cloud.coords[i]);
-            max = std::max(max, cloud.coords[i]);
+        for (std::size_t i = axis; i < cloud.positions.size(); i += 3) {
+            min = std::min(min, cloud.positions[i]);
+            max = std::max(max, cloud.positions[i]);
         }
         extent = std::max(extent, static_cast<double>(max) - min);
     }
@@ -183,12 +181,12 @@ private:
     std::chrono::steady_clock::time_point const m_start = std::chrono::steady_clock::now();
 };
 
-std::string describe(qz_io::PointCloud const & cloud, qz_io::TriangleMesh const & mesh,
+std::string describe(QZmath::PointCloud const & cloud, QZmath::TriangleMesh const & mesh,
                      Options const & options, RunSummary const & summary)
 {
     std::string line = options.output + ": " + std::to_string(summary.report.vertices) + " vertices, " +
                        std::to_string(summary.report.triangles) + " triangles, " +
-                       (qz_io::isClosed(mesh) ? "closed" : "open");
+                       (isClosed(mesh) ? "closed" : "open");
 
     // Vertices are up to two leaf cells apart, divided by the subdivision.
     double const apart = std::max(4.0, 4.0 / static_cast<double>(options.params.getReconstructFactor()));
@@ -217,20 +215,23 @@ std::string describe(qz_io::PointCloud const & cloud, qz_io::TriangleMesh const 
 
 void reconstruct(Options & options, ConsoleProgress & progress)
 {
-    qz_io::MeshFormat const format = qz_io::meshFormatOf(options.output);
+    QZmath::MeshFormat const format = QZmath::meshFormatOf(options.output);
     checkOutputPlace(options);
     CVescaThreadingTasksHelper::setNumOfPhisicalThread(options.threads);
 
     RunSummary summary;
-    qz_io::PointCloud cloud;
+    QZmath::PointCloud cloud;
     {
         OwnPhase const phase(progress, summary.before, "read");
         CPrgCntSubPhase const reading(&progress, 0, 4, 0, true);
-        cloud = qz_io::readCloud(options.input, &progress,
-                                 options.normalNeighbours > 0 ? qz_io::InputNormals::optional
-                                                              : qz_io::InputNormals::required);
-        qz_io::checkCloud(cloud);
-        checkMemory(cloud, format, options);
+        cloud = QZmath::readPoints(options.input, {}, &progress);
+        if (cloud.positions.empty())
+            toSinglePrecision(cloud);
+        if (cloud.normals.empty() && options.normalNeighbours == 0)
+            throw QZmath::InputError(QZmath::quotable(options.input) +
+                                     ": the input has no normals: --estimate-normals 20 estimates them");
+        checkCloud(cloud);
+        checkMemory(cloud, options);
     }
 
     RunLog log(options.logFile);
@@ -243,23 +244,23 @@ void reconstruct(Options & options, ConsoleProgress & progress)
         withoutNormal = estimateNormals(cloud, options.normalNeighbours, options.viewpoint, &progress);
     }
 
-    qz_io::TriangleMesh mesh;
+    QZmath::TriangleMesh mesh;
     {
         if (!options.params.getPhaseNameShown())
             progress.enterPhase("reconstruct");
         CPrgCntSubPhase const reconstructing(&progress, 10, 86, 0, true);
-        qz_io::CloudSamples const samples(cloud);
-        qz_io::MeshCollector collector(mesh, options.params.getEstimateResultNormals());
+        CloudSamples const samples(cloud);
+        MeshCollector collector(mesh, options.params.getEstimateResultNormals());
         VolTr::CVolumetricTriangulator triangulator(&collector, &samples, &options.params, &progress);
         triangulator.setReport(&summary.report);
         triangulator.run();
     }
 
-    qz_io::PendingFiles files;
+    QZmath::PendingFiles files;
     {
         OwnPhase const phase(progress, summary.after, "write");
         CPrgCntSubPhase const writing(&progress, 96, 4, 0, true);
-        qz_io::writeMesh(mesh, options.output, format, files);
+        QZmath::writeMesh(mesh, options.output, format, files, &progress);
         log.close();
     }
     Interruption::ignoreFromNowOn();
@@ -272,6 +273,9 @@ void reconstruct(Options & options, ConsoleProgress & progress)
             "may be wrong; --solver direct avoids that\n",
             summary.report.relativeResidual);
     }
+    for (std::string const & note : cloud.notes)
+        std::fprintf(stderr, "qzrecon: note: %s: %s\n", QZmath::quotable(options.input).c_str(),
+                     note.c_str());
     if (withoutNormal > 0)
         std::fprintf(stderr, "qzrecon: warning: %zu points have no normal and do not count\n", withoutNormal);
     if (!options.quiet)
@@ -308,9 +312,9 @@ int main(int argc, char ** argv)
         return runProgram(argc, argv);
     } catch (UsageError const & error) {
         return complain(st_exitBadInput, error.what());
-    } catch (qz_io::InputError const & error) {
+    } catch (QZmath::InputError const & error) {
         return complain(st_exitBadInput, error.what());
-    } catch (qz_io::OutputError const & error) {
+    } catch (QZmath::OutputError const & error) {
         return complain(st_exitNotWritten, error.what());
     } catch (CUserIntrException const &) {
         Interruption::endNow();

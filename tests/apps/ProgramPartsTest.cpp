@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <apps/qzrecon/CloudSamples.h>
 #include <apps/qzrecon/Options.h>
 #include <apps/qzrecon/ProgramMemory.h>
 #include <apps/qzrecon/UnreachedParts.h>
 
+#include <QZmath/Files/Errors.h>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <random>
 #include <sstream>
 #include <string>
@@ -20,7 +25,7 @@ namespace
 {
 
 // Even points on a sphere.
-void addSphere(qz_io::PointCloud & cloud, std::size_t count, float const (&centre)[3], float radius,
+void addSphere(QZmath::PointCloud & cloud, std::size_t count, float const (&centre)[3], float radius,
                unsigned seed)
 {
     std::mt19937 engine(seed);
@@ -29,7 +34,7 @@ void addSphere(qz_io::PointCloud & cloud, std::size_t count, float const (&centr
         float const direction[3] = {normal(engine), normal(engine), normal(engine)};
         float const length = std::hypot(direction[0], direction[1], direction[2]);
         for (int axis = 0; axis < 3; ++axis) {
-            cloud.coords.push_back(centre[axis] + radius * direction[axis] / length);
+            cloud.positions.push_back(centre[axis] + radius * direction[axis] / length);
             cloud.normals.push_back(direction[axis] / length);
         }
     }
@@ -50,12 +55,37 @@ TEST(ProgramMemory, IsAskedFromTheSystem)
     EXPECT_GT(peakMemory(), 1e6);
 }
 
+TEST(Cloud, valuesThatNoReconstructionCanStartFromAreNamed)
+{
+    float const nan = std::nanf(""), infinity = std::numeric_limits<float>::infinity();
+    auto const complaintOf = [](std::vector<float> positions, std::vector<float> normals) {
+        QZmath::PointCloud cloud;
+        cloud.positions = std::move(positions);
+        cloud.normals = std::move(normals);
+        try {
+            checkCloud(cloud);
+        } catch (QZmath::InputError const & error) {
+            return std::string(error.what());
+        }
+        return std::string();
+    };
+    using testing::HasSubstr;
+    EXPECT_THAT(complaintOf({}, {}), HasSubstr("no points"));
+    EXPECT_THAT(complaintOf({1, 2, 3, 1, 2, nan, 1, infinity, 2}, {}),
+                HasSubstr("at 2 points, the first at index 1,"));
+    EXPECT_THAT(complaintOf({1, 2, 3}, {0, -infinity, 1}),
+                HasSubstr("normals that are not finite at 1 point"));
+    EXPECT_THAT(complaintOf({1, 2, 3e35f}, {0, 0, 1}), HasSubstr("beyond 1e30"));
+    EXPECT_THAT(complaintOf({1, 2, 3}, {0, 0, 0}), HasSubstr("all normals of the input are zero"));
+    EXPECT_EQ(complaintOf({1, 2, 3}, {}), "");
+}
+
 TEST(UnreachedParts, farGroupsAreFoundAndStrayPointsAreNot)
 {
-    qz_io::PointCloud cloud;
+    QZmath::PointCloud cloud;
     addSphere(cloud, 3000, {0.0f, 0.0f, 0.0f}, 1.0f, 3);
-    qz_io::TriangleMesh mesh;
-    mesh.coords = cloud.coords;
+    QZmath::TriangleMesh mesh;
+    mesh.positions = cloud.positions;
     EXPECT_TRUE(findUnreachedParts(cloud, mesh, 0.1).empty());
     addSphere(cloud, 200, {5.0f, 0.0f, 0.0f}, 0.2f, 4);
     addSphere(cloud, 500, {0.0f, -4.0f, 0.0f}, 0.2f, 5);
@@ -65,7 +95,7 @@ TEST(UnreachedParts, farGroupsAreFoundAndStrayPointsAreNot)
     EXPECT_EQ(parts[0].samples, 500u);
     EXPECT_EQ(parts[1].samples, 200u);
     EXPECT_NEAR(parts[0].firstSample[1], -4.0f, 0.21f);
-    EXPECT_EQ(findUnreachedParts(cloud, qz_io::TriangleMesh(), 0.1).size(), 3u)
+    EXPECT_EQ(findUnreachedParts(cloud, QZmath::TriangleMesh(), 0.1).size(), 3u)
         << "an empty mesh reaches nothing";
     EXPECT_TRUE(findUnreachedParts(cloud, mesh, 100.0).empty());
     EXPECT_LE(findUnreachedParts(cloud, mesh, 1e-300).size(), cloud.size() / 10)

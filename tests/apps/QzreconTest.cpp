@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/ChildProcess.h>
-#include <apps/io/TriangleMesh.h>
 #include <apps/sampling/CloudFile.h>
 #include <apps/sampling/SampleShapes.h>
 
@@ -215,7 +214,7 @@ TEST_F(Qzrecon, complaintsAreOneSentenceAndLeaveNothing)
     };
     Case const cases[] = {
         {2, {path("missing.ply"), "-o", out}, "No such file"},
-        {2, {path(""), "-o", out}, "not a regular file"},
+        {2, {path(""), "-o", out}, "is a folder"},
         {2, {foreign, "-o", out}, "unknown input format \".abc\""},
         {2, {cloud(), "-o", path("mesh.abc")}, "unknown output format \".abc\""},
         {2, {cut, "-o", out}, "is truncated"},

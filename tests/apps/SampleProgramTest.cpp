@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <apps/io/CloudReader.h>
+#include <QZmath/Files/PointReader.h>
 #include <apps/sampling/SampleShapes.h>
 
 #include <gtest/gtest.h>
@@ -40,8 +40,8 @@ TEST_F(SampleProgram, AllFormatsHoldTheSameCloud)
     qz_sampling::Cloud const cloud = sampleCloud(*qz_sampling::makeShape("sheet"), options);
     for (std::string const name : {"a.ply", "a.obj", "a.XYZ"}) {
         ASSERT_EQ(run("sheet -n 500 --seed 3 --noise 0.01 -o '" + path(name) + "'"), 0) << contents("output");
-        qz_io::PointCloud const read = qz_io::readCloud(path(name), nullptr);
-        EXPECT_EQ(read.coords, cloud.positions) << name;
+        QZmath::PointCloud const read = QZmath::readPoints(path(name));
+        EXPECT_EQ(read.positions, cloud.positions) << name;
         EXPECT_EQ(read.normals, cloud.normals) << name;
         EXPECT_EQ(read.boundary.size(), name == "a.ply" ? 500U : 0U);
         EXPECT_TRUE(std::equal(read.boundary.begin(), read.boundary.end(), cloud.boundaryMarks.begin()));

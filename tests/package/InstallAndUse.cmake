@@ -14,11 +14,11 @@ run("${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" --config "$
 # Nothing private may have come along, and the files of the package must be where they are looked for.
 file(GLOB_RECURSE headers RELATIVE "${prefix}/include" "${prefix}/include/*")
 foreach(header IN LISTS headers)
-    if(header MATCHES "(Impl|Detail)\\.h$|/Backend/|\\.cpp$")
+    if(header MATCHES "(Impl|Detail)\\.h$|/Backend/|/Files/.*/|\\.cpp$")
         message(FATAL_ERROR "private file installed: ${header}")
     endif()
 endforeach()
-foreach(file include/QZmath/QZmath.h include/QZsys/QZsys.h ${LIBDIR}/pkgconfig/QZmath.pc
+foreach(file include/QZmath/QZmath.h include/QZmath/Files/Files.h include/QZsys/QZsys.h ${LIBDIR}/pkgconfig/QZmath.pc
         ${LIBDIR}/cmake/QZmath/QZmathConfig.cmake)
     if(NOT EXISTS "${prefix}/${file}")
         message(FATAL_ERROR "not installed: ${file}")
@@ -35,6 +35,7 @@ run("${CMAKE_COMMAND}" -S "${CLIENT_DIR}" -B "${WORK_DIR}/client" -G "${GENERATO
     -D "CMAKE_CXX_COMPILER=${COMPILER}" -D "CMAKE_CXX_FLAGS=${FLAGS}" -D "CMAKE_BUILD_TYPE=${CONFIGURATION}")
 run("${CMAKE_COMMAND}" --build "${WORK_DIR}/client" --config "${CONFIGURATION}")
 run("${WORK_DIR}/client/client")
+run("${WORK_DIR}/client/files")
 file(RENAME "${moved}" "${prefix}")
 
 # Through pkg-config, and the older dynamic linker path.
@@ -47,4 +48,9 @@ separate_arguments(sanitizer_flags UNIX_COMMAND "${FLAGS}")
 run("${COMPILER}" -std=c++17 ${sanitizer_flags} "-DPACKAGE_VERSION=\"${version}\"" "${CLIENT_DIR}/client.cpp"
     -o "${WORK_DIR}/pc-client" ${package_flags} "-Wl,-rpath,${prefix}/${LIBDIR}")
 run("${WORK_DIR}/pc-client")
+run("${PKG_CONFIG}" --cflags --libs QZmathFiles)
+separate_arguments(package_flags UNIX_COMMAND "${output}")
+run("${COMPILER}" -std=c++17 ${sanitizer_flags} "${CLIENT_DIR}/files.cpp" -o "${WORK_DIR}/pc-files" ${package_flags}
+    "-Wl,-rpath,${prefix}/${LIBDIR}")
+run("${WORK_DIR}/pc-files")
 message(STATUS "the installed package works")

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/Files/Export.h>
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace QZmath
+{
+
+/// The input cannot be used; `what()` is one sentence for the user, which names the remedy where there is
+/// one. Never empty, and free of control characters whatever the input holds.
+class QZMATH_FILES_API InputError : public std::runtime_error
+{
+public:
+    explicit InputError(std::string const & sentence);
+    ~InputError() override;
+};
+
+/// The output could not be written; `what()` is one sentence for the user, as that of `InputError`.
+class QZMATH_FILES_API OutputError : public std::runtime_error
+{
+public:
+    explicit OutputError(std::string const & sentence);
+    ~OutputError() override;
+};
+
+/// Text from outside, such as a file's name or a word out of it, in a form that may stand in a message:
+/// control characters, those that turn the direction of writing, and bytes that are not UTF-8 become \xNN,
+/// and of more than 80 characters the middle becomes "...".
+QZMATH_FILES_API std::string quotable(std::string_view text);
+
+} // namespace QZmath

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/Files/PointCloud.h>
+#include <QZmath/Files/Streams/ByteSource.h>
+
+#include <QZsys/Progress.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace QZmath
+{
+
+class ReadingProgress;
+
+/// What a file says of its points, and of the triangles between them.
+struct VertexData
+{
+    PointCloud points;
+    std::vector<float> density;          ///< 1 a point, or empty
+    std::vector<std::int32_t> triangles; ///< 3 a triangle, within the points
+};
+
+/// The readers of one format each. Throw `InputError`, and whatever the progress counter throws. What
+/// `wanted` does not ask for is skipped.
+enum class Wanted
+{
+    points,
+    mesh
+};
+VertexData readPly(ByteSource & source, ReadingProgress & reading, Wanted wanted);
+VertexData readObj(ByteSource & source, ReadingProgress & reading, Wanted wanted);
+VertexData readStl(ByteSource & source, ReadingProgress & reading);
+PointCloud readText(ByteSource & source, ReadingProgress & reading, std::string const & columns,
+                    bool intensityFirst);
+PointCloud readPcd(ByteSource & source, ReadingProgress & reading);
+PointCloud readLas(ByteSource & source, ReadingProgress & reading);
+
+/// Reports the share of the source that has been read, each time 64 KiB more are.
+class ReadingProgress
+{
+public:
+    ReadingProgress(ByteSource const & source, CProgressCounter * counter)
+        : m_source(source), m_counter(counter)
+    {}
+    void update()
+    {
+        if (m_counter != nullptr && m_source.position() >= m_next) {
+            m_next = m_source.position() + (1 << 16);
+            m_counter->SetPosFloat(m_source.progress());
+        }
+    }
+
+private:
+    ByteSource const & m_source;
+    CProgressCounter * m_counter;
+    std::uint64_t m_next = 0;
+};
+
+} // namespace QZmath

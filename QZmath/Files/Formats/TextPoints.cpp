@@ -1,0 +1,405 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Files/Errors.h>
+#include <QZmath/Files/Formats/CloudColumns.h>
+#include <QZmath/Files/Formats/PointFormats.h>
+#include <QZmath/Files/Formats/TextColumns.h>
+#include <QZmath/Files/Streams/Words.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace QZmath
+{
+
+namespace
+{
+
+std::size_t const st_mostColumns = 1000;
+
+std::string counted(std::size_t count, char const * what)
+{
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+// Lines of a text file without comments, each cut into its columns.
+class TextLines
+{
+public:
+    explicit TextLines(ByteSource & source) : m_source(source)
+    {
+        std::string_view const mark = "\xef\xbb\xbf";
+        if (source.peek(mark.size()) == mark)
+            source.skip(mark.size());
+    }
+
+    // False at the end. Lines without anything but a comment have no columns.
+    bool next()
+    {
+        std::string_view line;
+        if (!m_source.readLine(line))
+            return false;
+        m_comment = std::string_view();
+        std::size_t start = line.find_first_of("#/");
+        while (start != std::string_view::npos && line[start] == '/' &&
+               (start + 1 == line.size() || line[start + 1] != '/'))
+            start = line.find_first_of("#/", start + 1);
+        if (start != std::string_view::npos) {
+            m_comment = line.substr(std::min(line.find_first_not_of("#/ \t", start), line.size()));
+            line = line.substr(0, start);
+        }
+        cut(line, words);
+        return true;
+    }
+
+    // The words of the comment in the line, if there is one.
+    std::vector<std::string_view> commentWords() const
+    {
+        std::vector<std::string_view> found;
+        cut(m_comment, found);
+        return found;
+    }
+
+    // To be called when `words` holds a point for the first time: what separates numbers stays what it is.
+    void keepSeparator() { m_isSeparatorKept = true; }
+
+    std::string atLine() const { return "line " + std::to_string(m_source.lineNumber()); }
+    std::string notNumber(std::size_t column) const
+    {
+        bool const hasComma = words[column].find(',') != std::string_view::npos;
+        return atLine() + ", column " + std::to_string(column + 1) + " is not a number: \"" +
+               quotable(words[column]) + "\"; " +
+               (hasComma ? "decimals need a point" : "choose the columns with --columns");
+    }
+
+    std::vector<std::string_view> words;
+
+private:
+    static bool isBlank(char letter) { return letter == ' ' || letter == '\t'; }
+
+    // Blanks separate, and so does a semicolon, or a comma where there are no semicolons. Two of these with
+    // nothing between them have an empty column there; one at the end of the line has nothing behind it.
+    void cut(std::string_view line, std::vector<std::string_view> & columns) const
+    {
+        columns.clear();
+        if (!m_isSeparatorKept)
+            m_separator = line.find(';') != std::string_view::npos   ? ';'
+                          : line.find(',') != std::string_view::npos ? ','
+                                                                     : ' ';
+        std::size_t place = 0;
+        auto const skipBlanks = [&] {
+            while (place < line.size() && isBlank(line[place]))
+                ++place;
+        };
+        for (skipBlanks(); place < line.size(); skipBlanks()) {
+            std::size_t const start = place;
+            while (place < line.size() && !isBlank(line[place]) && line[place] != m_separator)
+                ++place;
+            columns.push_back(line.substr(start, place - start));
+            skipBlanks();
+            if (place < line.size() && line[place] == m_separator)
+                ++place;
+            if (columns.size() > st_mostColumns)
+                throw InputError(atLine() + " has more than " + std::to_string(st_mostColumns) + " columns");
+        }
+    }
+
+    ByteSource & m_source;
+    std::string_view m_comment;
+    bool m_isSeparatorKept = false;
+    mutable char m_separator = ' ';
+};
+
+// Three columns whose meaning shows when all of their values are known.
+struct Triple
+{
+    std::vector<float> values;
+    bool isWhole = true; // integers from 0 to 255
+    bool isAboveOne = false;
+    bool isShare = true; // from 0 to 1
+    std::size_t ofUnitLength = 0;
+
+    void add(double const * triple)
+    {
+        double square = 0;
+        for (int i = 0; i < 3; ++i) {
+            double const value = triple[i];
+            values.push_back(static_cast<float>(value));
+            isWhole = isWhole && value >= 0 && value <= 255 && value == std::floor(value);
+            isAboveOne = isAboveOne || value > 1;
+            isShare = isShare && value >= 0 && value <= 1;
+            square += value * value;
+        }
+        ofUnitLength += std::fabs(square - 1) < 0.02;
+    }
+    bool isColor() const { return isWhole && isAboveOne; }
+    // Normals may have any length, but most have 1.
+    bool isPerhapsColor() const { return isShare && 2 * ofUnitLength < values.size() / 3; }
+    std::vector<std::uint8_t> colors() const
+    {
+        std::vector<std::uint8_t> bytes(values.size());
+        std::transform(values.begin(), values.end(), bytes.begin(),
+                       [](float value) { return static_cast<std::uint8_t>(value); });
+        return bytes;
+    }
+};
+
+// The points of a file whose columns somebody has named.
+class NamedPoints
+{
+public:
+    NamedPoints(TextColumns columns) : m_columns(std::move(columns)), m_wanted(m_columns.wanted()) {}
+
+    void add(TextLines const & lines)
+    {
+        if (lines.words.size() < m_wanted)
+            throw InputError(lines.atLine() + " has " + counted(lines.words.size(), "column") +
+                             ", fewer than the " + std::to_string(m_wanted) + " of \"" + m_columns.text() +
+                             "\": choose them with --columns");
+        std::array<double, TextColumns::roles> row{};
+        bool isFloatEnough = true;
+        for (std::size_t i = 0; i < m_wanted; ++i) {
+            int const role = m_columns.roleOf[i];
+            if (role == TextColumns::none)
+                continue;
+            double & value = row[static_cast<std::size_t>(role)];
+            if (!parseNumber(lines.words[i], value))
+                throw InputError(lines.notNumber(i));
+            if (role < TextColumns::normal && !QZmath::isFloatEnough(lines.words[i], value))
+                isFloatEnough = false;
+        }
+        m_positions.add(row.data(), isFloatEnough);
+        if (m_columns.has(TextColumns::normal))
+            for (std::size_t axis = 0; axis < 3; ++axis)
+                m_cloud.normals.push_back(static_cast<float>(row[TextColumns::normal + axis]));
+        if (m_columns.has(TextColumns::color))
+            m_colors.add(row.data() + TextColumns::color);
+        if (m_columns.has(TextColumns::boundary))
+            m_cloud.boundary.push_back(row[TextColumns::boundary] != 0);
+    }
+
+    std::size_t size() const { return m_positions.size(); }
+
+    PointCloud finish()
+    {
+        m_positions.moveTo(m_cloud);
+        if (m_columns.has(TextColumns::color))
+            m_cloud.colors = m_colors.finish();
+        return std::move(m_cloud);
+    }
+
+private:
+    TextColumns m_columns;
+    std::size_t m_wanted;
+    PointCloud m_cloud;
+    PositionColumn m_positions{PositionColumn::Origin::text};
+    ColorColumn m_colors{ColorColumn::Range::unknown};
+};
+
+// The points of a file whose columns nobody has named. They are told by their number and, since a single line
+// does not show whether three numbers are a normal or a colour, by all of their values.
+class GuessedPoints
+{
+public:
+    GuessedPoints(TextLines const & lines, bool intensityFirst)
+        : m_columns(lines.words.size()), m_intensityFirst(intensityFirst)
+    {
+        if (m_columns < 3)
+            throw InputError(lines.atLine() + " has " + counted(m_columns, "column") +
+                             ", and a point needs three: x, y and z");
+        if (m_columns != 3 && m_columns != 4 && m_columns != 6 && m_columns != 7 && m_columns != 9)
+            throw InputError(
+                lines.atLine() + " has " + counted(m_columns, "column") +
+                ", whose meaning is not clear: choose them with --columns, such as x,y,z,_,nx,ny,nz");
+    }
+
+    void add(TextLines const & lines)
+    {
+        if (lines.words.size() != m_columns)
+            throw InputError(lines.atLine() + " has " + counted(lines.words.size(), "column") +
+                             " instead of " + std::to_string(m_columns) +
+                             ": choose the columns with --columns");
+        double row[9];
+        bool isFloatEnough = true;
+        for (std::size_t i = 0; i < m_columns; ++i) {
+            std::string_view const word = lines.words[i];
+            if (!parseNumber(word, row[i]))
+                throw InputError(lines.notNumber(i));
+            if (i < 3 && !QZmath::isFloatEnough(word, row[i]))
+                isFloatEnough = false;
+        }
+        m_positions.add(row, isFloatEnough);
+        if (m_columns >= 6)
+            m_second.add(row + 3);
+        if (m_columns == 7)
+            m_shifted.add(row + 4);
+        if (m_columns == 9)
+            m_shifted.add(row + 6);
+    }
+
+    std::size_t size() const { return m_positions.size(); }
+
+    PointCloud finish()
+    {
+        PointCloud cloud;
+        m_positions.moveTo(cloud);
+        if (m_columns == 4)
+            cloud.notes.push_back("the fourth column is taken for an intensity and is not used; choose the "
+                                  "columns with --columns where it is something else");
+        if (m_columns == 6)
+            takeSecond(cloud);
+        if (m_columns == 7)
+            finishSeven(cloud);
+        if (m_columns == 9)
+            finishNine(cloud);
+        return cloud;
+    }
+
+private:
+    void takeSecond(PointCloud & cloud)
+    {
+        if (m_second.isColor()) {
+            cloud.colors = m_second.colors();
+            cloud.notes.push_back(
+                "columns 4 to 6 are taken for colours, since they are whole numbers from 0 to "
+                "255; normals are named by --columns x,y,z,nx,ny,nz");
+            return;
+        }
+        if (m_second.isPerhapsColor())
+            cloud.notes.push_back("columns 4 to 6 are taken for normals, though they lie between 0 and 1 and "
+                                  "few are of length 1; colours are named by --columns x,y,z,r,g,b");
+        cloud.normals = std::move(m_second.values);
+    }
+
+    void finishSeven(PointCloud & cloud)
+    {
+        bool const hasShiftedColor = m_shifted.isColor() && (m_intensityFirst || !m_second.isColor());
+        if (hasShiftedColor) {
+            cloud.colors = m_shifted.colors();
+            cloud.notes.push_back(
+                "the columns are taken for x,y,z,intensity,r,g,b; choose them with --columns "
+                "where they are something else");
+        } else if (m_shifted.isColor()) {
+            cloud.notes.push_back(
+                "columns 4 to 7 may be colours before or behind an intensity and are not used; "
+                "choose them with --columns, such as x,y,z,r,g,b,intensity");
+        } else {
+            takeSecond(cloud);
+            cloud.notes.push_back("the seventh column is taken for an intensity and is not used; a mark of "
+                                  "boundaries is named by --columns x,y,z,nx,ny,nz,boundary");
+        }
+    }
+
+    void finishNine(PointCloud & cloud)
+    {
+        bool const isColorFirst = m_second.isColor();
+        if (isColorFirst == m_shifted.isColor())
+            throw InputError(
+                "nine columns of which not three are whole numbers from 0 to 255, for colours: choose "
+                "the columns with --columns, such as x,y,z,nx,ny,nz,r,g,b");
+        Triple & color = isColorFirst ? m_second : m_shifted;
+        Triple & normal = isColorFirst ? m_shifted : m_second;
+        cloud.colors = color.colors();
+        cloud.normals = std::move(normal.values);
+    }
+
+    std::size_t m_columns;
+    bool m_intensityFirst;
+    PositionColumn m_positions{PositionColumn::Origin::text};
+    Triple m_second, m_shifted; // columns 4 to 6; and 5 to 7 of seven, 7 to 9 of nine
+};
+
+// The number of points that begins a file or a block of it, if the line is one.
+bool isCount(std::vector<std::string_view> const & words, long long & count)
+{
+    return words.size() == 1 && parseNumber(words[0], count) && count >= 0;
+}
+
+// Whether a line is a point rather than one of names: its x is a number, or else its first column.
+bool isPoint(std::vector<std::string_view> const & words, TextColumns const & columns)
+{
+    auto const x = static_cast<std::size_t>(
+        std::find(columns.roleOf.begin(), columns.roleOf.end(), TextColumns::position) -
+        columns.roleOf.begin());
+    double ignored = 0;
+    return parseNumber(words[x < words.size() ? x : 0], ignored);
+}
+
+// Reads the lines behind the first point, which `lines` holds.
+template <class TPoints>
+PointCloud readLines(TextLines & lines, TPoints & points, long long promised, ReadingProgress & reading)
+{
+    bool const isCounted = promised >= 0;
+    lines.keepSeparator();
+    auto const isComplete = [&] { return points.size() == static_cast<std::size_t>(promised); };
+    do {
+        reading.update();
+        if (lines.words.empty())
+            continue;
+        long long more = 0;
+        if (isCounted && isComplete() && isCount(lines.words, more)) {
+            promised = more < std::numeric_limits<long long>::max() - promised ? promised + more : promised;
+            continue; // another block
+        }
+        points.add(lines);
+        if (points.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
+            throw InputError("the input has more than 2147483647 points");
+    } while (lines.next());
+    if (isCounted && points.size() < static_cast<std::size_t>(promised))
+        throw InputError("the input is truncated: " + std::to_string(promised) + " points are promised and " +
+                         std::to_string(points.size()) +
+                         " are there; without the line of their number it is read as it is");
+    return points.finish();
+}
+
+} // namespace
+
+PointCloud readText(ByteSource & source, ReadingProgress & reading, std::string const & columnNames,
+                    bool intensityFirst)
+{
+    int const mostHeaderLines = 100;
+    TextLines lines(source);
+    TextColumns header;
+    long long promised = -1;
+    std::string firstRefused;
+    int refused = 0;
+    while (lines.next()) {
+        reading.update();
+        std::vector<std::string_view> const & words = lines.words;
+        if (words.empty()) {
+            TextColumns const named = TextColumns::fromHeader(lines.commentWords());
+            if (!named.roleOf.empty())
+                header = named;
+            continue;
+        }
+        if (isCount(words, promised))
+            continue;
+        bool const hasHeader = header.roleOf.size() == words.size();
+        if (!columnNames.empty() || hasHeader) {
+            TextColumns const columns = columnNames.empty() ? header : TextColumns::fromNames(columnNames);
+            if (isPoint(words, columns)) {
+                NamedPoints points(columns);
+                return readLines(lines, points, promised, reading);
+            }
+        } else if (double ignored = 0; parseNumber(words[0], ignored)) {
+            GuessedPoints points(lines, intensityFirst);
+            return readLines(lines, points, promised, reading);
+        }
+        if (refused == 0)
+            firstRefused = lines.notNumber(0);
+        TextColumns const named = TextColumns::fromHeader(words);
+        if (!named.roleOf.empty())
+            header = named;
+        if (++refused > mostHeaderLines)
+            break;
+    }
+    if (refused > 0)
+        throw InputError(firstRefused + ", and no point follows");
+    throw InputError("the input has no points");
+}
+
+} // namespace QZmath

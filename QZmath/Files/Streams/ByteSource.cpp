@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Files/Streams/ByteSource.h>
+
+#include <QZmath/Files/Errors.h>
+#include <QZmath/Files/Streams/SystemReason.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <istream>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace QZmath
+{
+
+ByteSource::ByteSource(std::string const & path)
+{
+    bool const isStandardInput = path == "-";
+    std::string const name = isStandardInput ? "standard input" : quotable(path);
+    m_file = isStandardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                             : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (m_file < 0)
+        throw InputError("cannot open " + name + ": " + systemReason(errno));
+    struct stat status;
+    int const result = fstat(m_file, &status);
+    int const error = errno;
+    if (result != 0 || S_ISDIR(status.st_mode)) {
+        close(m_file);
+        throw InputError(result != 0 ? "cannot open " + name + ": " + systemReason(error)
+                                     : name + " is a folder, not a file");
+    }
+    m_isSizeKnown = S_ISREG(status.st_mode);
+    if (m_isSizeKnown) { // standard input may have been read in part
+        off_t const start = lseek(m_file, 0, SEEK_CUR);
+        m_size = static_cast<std::uint64_t>(std::max<off_t>(status.st_size - std::max<off_t>(start, 0), 0));
+    }
+    m_buffer.resize(st_window);
+    m_data = m_buffer.data();
+}
+
+ByteSource::ByteSource(std::istream & stream) : m_stream(&stream), m_buffer(st_window), m_isSizeKnown(false)
+{
+    m_data = m_buffer.data();
+}
+
+ByteSource::ByteSource(char const * data, std::size_t size) : m_data(data), m_available(size), m_size(size) {}
+
+ByteSource::~ByteSource()
+{
+    if (m_file >= 0)
+        close(m_file);
+}
+
+std::uint64_t ByteSource::remaining() const { return m_isSizeKnown ? m_size - m_position : m_available; }
+
+double ByteSource::progress() const
+{
+    double const scale = m_isSizeKnown ? static_cast<double>(m_size) : 1e9;
+    double const share = static_cast<double>(m_position) / std::max(scale, 1.0);
+    return m_isSizeKnown ? share : share / (0.5 + share);
+}
+
+std::size_t ByteSource::fill(char * bytes, std::size_t length)
+{
+    std::size_t total = 0;
+    while (total < length) {
+        if (m_stream != nullptr) {
+            m_stream->read(bytes + total, static_cast<std::streamsize>(length - total));
+            if (m_stream->bad())
+                throw InputError("the input could not be read: the stream failed");
+            return total + static_cast<std::size_t>(m_stream->gcount());
+        }
+        ssize_t const count = ::read(m_file, bytes + total, length - total);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throw InputError("the input could not be read: " + systemReason(errno));
+        if (count == 0)
+            break;
+        total += static_cast<std::size_t>(count);
+    }
+    return total;
+}
+
+std::string_view ByteSource::peek(std::size_t length)
+{
+    if (m_available < length && !isMemory()) {
+        if (m_available > 0)
+            std::memmove(m_buffer.data(), m_data, m_available);
+        m_data = m_buffer.data();
+        m_available += fill(m_buffer.data() + m_available, m_buffer.size() - m_available);
+        if (m_available < length) { // the end; a file that grew or shrank meanwhile ends here too
+            m_isSizeKnown = true;
+            m_size = m_position + m_available;
+        }
+    }
+    return std::string_view(m_data, std::min(length, m_available));
+}
+
+void ByteSource::skip(std::uint64_t length)
+{
+    while (length > 0 && !peek(1).empty()) {
+        std::size_t const step = static_cast<std::size_t>(std::min<std::uint64_t>(length, m_available));
+        m_data += step;
+        m_available -= step;
+        m_position += step;
+        length -= step;
+    }
+}
+
+void ByteSource::read(std::uint64_t length, std::vector<char> & bytes)
+{
+    bytes.reserve(bytes.size() + worthReserving(std::min(length, remaining())));
+    while (length > 0 && !peek(1).empty()) {
+        std::size_t const step = static_cast<std::size_t>(std::min<std::uint64_t>(length, m_available));
+        bytes.insert(bytes.end(), m_data, m_data + step);
+        skip(step);
+        length -= step;
+    }
+}
+
+bool ByteSource::readLine(std::string_view & line)
+{
+    // The common case looks at what is in the window already, so that short lines move no memory.
+    std::size_t const longest = st_window - 2;
+    std::string_view ahead(m_data, std::min(m_available, longest));
+    std::size_t length = ahead.find_first_of("\n\r");
+    if (length == std::string_view::npos || length + 2 > m_available) {
+        ahead = peek(st_window);
+        length = ahead.find_first_of("\n\r");
+        if (ahead.empty())
+            return false;
+        if (length == std::string_view::npos) {
+            length = ahead.size();
+            if (length > longest)
+                throw InputError("line " + std::to_string(m_lines + 1) + " is longer than " +
+                                 std::to_string(longest) + " bytes");
+        }
+    }
+    ++m_lines;
+    line = std::string_view(m_data, length);
+    std::size_t ending = 0;
+    if (length < m_available)
+        ending = m_data[length] == '\r' && length + 1 < m_available && m_data[length + 1] == '\n' ? 2 : 1;
+    m_data += length + ending;
+    m_available -= length + ending;
+    m_position += length + ending;
+    return true;
+}
+
+} // namespace QZmath
