@@ -2,7 +2,7 @@
 #include <QZmath/Reconstruction/Reconstruction.h>
 
 #include <QZmath/Reconstruction/Call/CallRecord.h>
-#include <QZmath/Reconstruction/Call/OptionsCheck.h>
+#include <QZmath/Reconstruction/Call/FinishedMesh.h>
 #include <QZmath/Reconstruction/Cloud/DepthChoice.h>
 #include <QZmath/Reconstruction/Cloud/LocalCloud.h>
 #include <QZmath/Reconstruction/Cloud/SampleNormals.h>
@@ -28,6 +28,9 @@ namespace
 {
 
 using Kind = ReconstructionError::Kind;
+
+// Single stray points need not worry anybody.
+double const farShareThatWarns = 0.001;
 
 // Takes the mesh of the core.
 class MeshTarget final : public VolTr::ITriangulationTarget
@@ -77,6 +80,7 @@ private:
     void checkMemory(ReconstructionEstimate const & estimate) const;
     TriangleMesh extract(VolTr::CVolTriangulationParams const & params);
     void warnOfCore();
+    void warnOfResult();
     void toCloud(TriangleMesh & mesh);
 
     ReconstructionOptions const & m_options;
@@ -85,6 +89,7 @@ private:
     LocalCloud m_cloud;
     CCloudMeasures m_measures;
     int m_depth = 0;
+    CellSizes m_cells;
 };
 
 // Points that span no area have no surface: all in one place, or on a line but for rounding.
@@ -149,15 +154,17 @@ void Call::prepare()
 void Call::settleDepth()
 {
     m_depth = chooseDepth(m_cloud, m_options, m_measures);
-    double const leafCell = leafCellOf(m_cloud, m_depth);
-    m_report.leafCell = m_cloud.frame().toCloud(leafCell);
-    if (4.0 * leafCell < m_measures.spacing) {
+    m_cells.leaf = leafCellOf(m_cloud, m_depth);
+    // Samples are no nearer to each other when cells are finer than they are.
+    m_cells.trimDistance = m_options.trimDistance * std::max(m_cells.leaf, m_measures.spacing);
+    m_report.leafCell = m_cloud.frame().toCloud(m_cells.leaf);
+    if (4.5 * m_cells.leaf < m_measures.spacing) {
         char text[200];
         std::snprintf(text, sizeof(text),
                       "depth %d makes cells of %.3g, and the samples are %.3g apart: depth %d would show as "
                       "much for less",
                       m_depth, m_report.leafCell, m_report.spacing,
-                      m_depth - static_cast<int>(std::log2(m_measures.spacing / leafCell)));
+                      m_depth - static_cast<int>(std::log2(m_measures.spacing / m_cells.leaf)));
         m_report.warnings.push_back(text);
     }
 }
@@ -166,7 +173,10 @@ VolTr::CVolTriangulationParams Call::coreParameters() const
 {
     VolTr::CVolTriangulationParams params = m_options.core;
     params.setOctreeDepth(m_depth);
-    params.setClosed(true);
+    params.setClosed(true); // what is to be open is cut off behind the core, along exact distances
+    params.setAllComponents(true);
+    params.setReach(m_options.boundary == Boundary::closed ? 0.0 : m_cells.trimDistance / m_cells.leaf);
+    params.setLargestGap(m_options.boundary == Boundary::automatic ? m_options.largestHole : 0.0);
     params.setRefine(m_options.refine);
     params.setEstimateResultNormals(m_options.vertexNormals);
     return params;
@@ -215,7 +225,9 @@ TriangleMesh Call::extract(VolTr::CVolTriangulationParams const & params)
     try {
         triangulator.run();
     } catch (VolTr::CVolTriangulationError const & error) {
-        throw ReconstructionError(Kind::failed, error.what());
+        throw ReconstructionError(Kind::failed, m_report.failure.empty()
+                                                    ? std::string(error.what())
+                                                    : error.what() + (": " + m_report.failure));
     }
     warnOfCore();
     return mesh;
@@ -237,10 +249,38 @@ void Call::warnOfCore()
                                     m_report.reasonText());
 }
 
+void Call::warnOfResult()
+{
+    double const share = static_cast<double>(m_report.samplesFarFromMesh) / m_cloud.size();
+    if (share > farShareThatWarns) {
+        char text[200];
+        std::snprintf(text, sizeof(text), "%zu samples (%.2g %%) are farther than two cells from the mesh",
+                      m_report.samplesFarFromMesh, 100.0 * share);
+        m_report.warnings.push_back(text);
+    }
+    if (m_report.turnedInsideOut)
+        m_report.warnings.push_back("the normals point into the body, so the surface was turned; "
+                                    "--input-normals given leaves it as it is");
+    if (m_options.boundary == Boundary::closed && !m_report.isClosed)
+        m_report.warnings.push_back(
+            "the surface is not closed: it runs beyond the region around the cloud in "
+            "which it can be followed");
+}
+
+// Puts the mesh, and what the report says of lengths, into the place and the units of the cloud.
 void Call::toCloud(TriangleMesh & mesh)
 {
     LocalFrame const & frame = m_cloud.frame();
     mesh.origin = frame.origin;
+    VolTr::CReconstructionReport::Refinement & refinement = m_report.refinement;
+    for (double * length : {&m_report.boundaryLength, &refinement.width, &refinement.noise,
+                            &refinement.rmsMove, &refinement.greatestMove})
+        *length = frame.toCloud(*length);
+    for (auto & width : refinement.widths) {
+        width.cell = frame.toCloud(width.cell);
+        width.leftOutError = frame.toCloud(width.leftOutError);
+    }
+    m_report.supportedArea = frame.toCloud(frame.toCloud(m_report.supportedArea));
     if (frame.scale == 1.0)
         return;
     for (float & coord : mesh.positions)
@@ -269,6 +309,13 @@ TriangleMesh Call::run()
         CallRecord::Core const core(record);
         return extract(params);
     }();
+    {
+        CPrgCntSubPhase const part(m_progress, 0.8, 0.2, 0, true);
+        finishMesh(mesh, m_cloud, m_cells, m_options, m_report, record, m_progress);
+    }
+    m_report.vertices = static_cast<int>(mesh.vertexCount());
+    m_report.triangles = static_cast<int>(mesh.triangleCount());
+    warnOfResult();
     toCloud(mesh);
     return mesh;
 }
@@ -288,7 +335,7 @@ TriangleMesh reconstruct(PointCloudView const & cloud, ReconstructionOptions con
     ReconstructionReport unread;
     ReconstructionReport & filled = report != nullptr ? *report : unread;
     filled = ReconstructionReport();
-    checkOptions(options);
+    options.check();
     CThreadNumberScope const threads(options.threads);
     return Call(cloud, options, filled, progress).run();
 }
@@ -297,7 +344,7 @@ ReconstructionEstimate estimateReconstruction(PointCloudView const & cloud,
                                               ReconstructionOptions const & options)
 {
     ReconstructionReport unread;
-    checkOptions(options);
+    options.check();
     CThreadNumberScope const threads(options.threads);
     return Call(cloud, options, unread, nullptr).estimate();
 }

@@ -61,8 +61,8 @@ struct ReconstructionOptions
     double cellSize = 0;
 
     Boundary boundary = Boundary::automatic;
-    /// Leaf cells from the nearest sample up to which the surface counts as supported. An open one is cut
-    /// there.
+    /// Distance from the nearest sample up to which the surface counts as supported, 0.5 to 100: in leaf
+    /// cells, or in spacings of the samples where these are larger. An open one is cut at the rim of what is.
     double trimDistance = 2;
     /// `automatic`: share of the area of the supported surface up to which a gap is closed, 0 to 1. A gap
     /// whose rim is made of samples with a boundary mark stays open.
@@ -104,6 +104,9 @@ struct ReconstructionOptions
 
     /// The core's defaults with the accelerated path.
     static QZMATH_API VolTr::CVolTriangulationParams acceleratedCore();
+
+    /// \throws ReconstructionError that names the first option out of its range, as `reconstruct` does
+    QZMATH_API void check() const;
 };
 
 /// What a call of `reconstruct` found and did, beside what the core reports. All lengths in units of the
@@ -131,6 +134,7 @@ struct ReconstructionReport : VolTr::CReconstructionReport
     double closedArea = 0;  ///< of those holes, as a share of the supported area
     int boundariesLeft = 0; ///< closed loops along which the surface ends
     double boundaryLength = 0;
+    bool isClosed = false;              ///< the mesh has no border
     std::size_t samplesFarFromMesh = 0; ///< farther than two leaf cells
     std::size_t sliversRemoved = 0;
     std::size_t trianglesBeforeSimplification = 0; ///< 0 when it was not asked for

@@ -17,7 +17,7 @@ std::string counted(std::size_t count, char const * one, char const * many)
 std::string percent(double share)
 {
     char text[32];
-    std::snprintf(text, sizeof(text), "%.2g %%", 100.0 * share);
+    std::snprintf(text, sizeof(text), share < 1.0 ? "%.2g %%" : "%.0f %%", 100.0 * share);
     return text;
 }
 
@@ -43,13 +43,6 @@ ReconstructionError::ReconstructionError(Kind kind, std::string const & sentence
 {}
 
 ReconstructionError::~ReconstructionError() = default;
-
-VolTr::CVolTriangulationParams ReconstructionOptions::acceleratedCore()
-{
-    VolTr::CVolTriangulationParams params;
-    params.setAccelerated(true);
-    return params;
-}
 
 std::string ReconstructionReport::summary() const
 {

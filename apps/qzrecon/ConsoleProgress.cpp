@@ -1,13 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/qzrecon/ConsoleProgress.h>
 
+#include <apps/qzrecon/PhaseNames.h>
+
+#include <algorithm>
 #include <cstdio>
 
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace qz_recon
 {
+
+namespace
+{
+
+std::size_t terminalWidth()
+{
+    winsize size{};
+    bool const isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isKnown ? size.ws_col : 80;
+}
+
+} // namespace
 
 ConsoleProgress::Display ConsoleProgress::fittingDisplay()
 {
@@ -21,6 +37,8 @@ ConsoleProgress::ConsoleProgress(Display display) : m_display(display)
 }
 
 ConsoleProgress::~ConsoleProgress() { finish(); }
+
+void ConsoleProgress::onPhaseName(std::string const & name) { enterPhase(plainPhaseName(name)); }
 
 void ConsoleProgress::enterPhase(std::string const & name)
 {
@@ -68,8 +86,13 @@ void ConsoleProgress::drawLocked() const
     std::string bar(static_cast<std::size_t>(width), '-');
     for (int i = 0; i < filled && i < width; ++i)
         bar[static_cast<std::size_t>(i)] = '#';
-    std::fprintf(stderr, "\r\033[K[%s] %3d%%  %.1f s  %s", bar.c_str(), static_cast<int>(position * 100),
-                 secondsSince(m_start), m_phase.c_str());
+    char line[160];
+    std::snprintf(line, sizeof(line), "[%s] %3d%%  %.1f s  %s", bar.c_str(), static_cast<int>(position * 100),
+                  secondsSince(m_start), m_phase.c_str());
+    // A longer line would wrap, and the next one could not be drawn over it.
+    std::string shown(line);
+    shown.resize(std::min(shown.size(), terminalWidth() - 1));
+    std::fprintf(stderr, "\r\033[K%s", shown.c_str());
     std::fflush(stderr);
 }
 

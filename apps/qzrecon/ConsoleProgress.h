@@ -38,7 +38,7 @@ public:
     void finish();
 
 protected:
-    void onPhaseName(std::string const & name) override { enterPhase(name); }
+    void onPhaseName(std::string const & name) override;
 
 private:
     using Clock = std::chrono::steady_clock;

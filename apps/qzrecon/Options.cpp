@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/qzrecon/Options.h>
 
+#include <QZmath/Files/Errors.h>
 #include <QZmath/Version.h>
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace qz_recon
@@ -16,52 +19,179 @@ namespace qz_recon
 namespace
 {
 
-int const st_defaultDepth = 8;
-int const st_greatestDepth = 29; // the lattice has to fit into an int
+using QZmath::Boundary;
+using QZmath::Normals;
 
 char const st_footer[] = R"(
-Input:  .ply (ascii, binary), .obj, .xyz .xyzn .asc .txt (columns x y z nx ny nz [boundary], # comments);
-        without normals with --estimate-normals
-Output: .ply (binary), .obj, .stl (binary), .gltf (with a .bin beside it), .glb
+Input:  .ply, .obj, .pcd, .las, .xyz .xyzn .asc .txt .csv .pts, or - for standard input; several files are one
+        cloud. Normals and colours are taken where there are any.
+Output: .ply (binary), .obj, .stl (binary), .gltf (with a .bin beside it), .glb, or - for PLY on standard output
 
-Example:
-  qzrecon scan.ply -o mesh.ply --depth 9 --normals
+Examples:
+  qzrecon scan.ply -o mesh.ply
+  qzrecon left.las right.las -o mesh.glb --cell-size 0.01 --outliers 3 --simplify 0.1
 
 Exit codes:
   0    the mesh was written
   1    the reconstruction failed
   2    the input or the command line cannot be used, or the memory would not suffice
-  3    the mesh or the log could not be written
+  3    the mesh, the log or the closing line could not be written
   130  interrupted by Ctrl-C or a request to end; no file was written
 )";
 
-void check(Options const & options)
+// Without what the parser adds to the names: the values of flags, and the numbers behind choices.
+class PlainFormatter : public CLI::Formatter
 {
-    VolTr::CVolTriangulationParams const & params = options.params;
-    int const leastDepth = params.getUseCenter() ? 2 : 1;
-    if (params.getOctreeDepth() < leastDepth || params.getOctreeDepth() > st_greatestDepth)
-        throw UsageError("depth " + std::to_string(params.getOctreeDepth()) + " is out of range: " +
-                         std::to_string(leastDepth) + " to " + std::to_string(st_greatestDepth) +
-                         (params.getUseCenter() ? " with --center" : " with --corner"));
-    if (!(params.getReconstructFactor() >= 0.01f && params.getReconstructFactor() <= 100.0f))
-        throw UsageError("the value of --subdivision is out of range: 0.01 to 100");
-    if (!std::isfinite(params.getKernelScaleFactor()) || params.getKernelScaleFactor() > 100.0f)
-        throw UsageError("the value of --kernel-scale is out of range: at most 100");
-    if (!(params.getSolverTolerance() >= 1e-6 && params.getSolverTolerance() <= 0.1))
-        throw UsageError("the value of --tolerance is out of range: 1e-6 to 0.1");
-    if (options.normalNeighbours != 0 && (options.normalNeighbours < 3 || options.normalNeighbours > 1000))
-        throw UsageError("the value of --estimate-normals is out of range: 3 to 1000, or 0 for none");
-    if (options.viewpoint && options.normalNeighbours == 0)
-        throw UsageError("--viewpoint means something together with --estimate-normals only");
-    if (options.viewpoint &&
-        !(std::isfinite(options.viewpoint->x()) && std::isfinite(options.viewpoint->y()) &&
-          std::isfinite(options.viewpoint->z())))
-        throw UsageError("the coordinates of --viewpoint are not finite");
-    if (options.threads < 0 || options.threads > 1024)
-        throw UsageError("the value of --threads is out of range: 0 to 1024");
+    std::string make_option_name(CLI::Option const * option, bool isPositional) const override
+    {
+        std::string name = CLI::Formatter::make_option_name(option, isPositional);
+        std::string const value = "{false}";
+        for (std::size_t at; (at = name.find(value)) != std::string::npos;)
+            name.erase(at, value.size());
+        return name;
+    }
+};
+
+void check(Options const & options, bool isDepthGiven)
+{
+    if (isDepthGiven && options.reconstruction.depth == 0)
+        throw UsageError("depth 0 is out of range: 2 to 29; without --depth it is chosen by the samples");
     if (!std::isfinite(options.memoryLimit) || options.memoryLimit < 0.0)
         throw UsageError(
             "the value of --max-memory is out of range: a number of GB, or 0 for what is available");
+    std::size_t const viewpoints = options.reconstruction.viewpoints.size();
+    if (viewpoints > 1 && viewpoints != options.inputs.size())
+        throw UsageError("there are " + std::to_string(viewpoints) + " viewpoints for " +
+                         std::to_string(options.inputs.size()) +
+                         " files: --viewpoint comes once, or once a file");
+    if (std::count(options.inputs.begin(), options.inputs.end(), "-") > 1)
+        throw UsageError("standard input can be read only once");
+    try {
+        QZmath::checkColumns(options.reading.columns);
+        options.reconstruction.check();
+    } catch (QZmath::InputError const & error) {
+        throw UsageError(error.what());
+    } catch (QZmath::ReconstructionError const & error) {
+        throw UsageError(error.what());
+    }
+}
+
+void addCloudOptions(CLI::App & app, Options & options, std::vector<double> & viewpoints)
+{
+    QZmath::ReconstructionOptions & wanted = options.reconstruction;
+    app.add_option("--columns", options.reading.columns,
+                   "Columns of text files: x,y,z,nx,ny,nz,r,g,b,boundary,intensity in their order,\n"
+                   "_ for one that is not wanted; guessed without")
+        ->type_name("LIST");
+    app.add_option("--estimate-normals", wanted.normalNeighbours,
+                   "Points that an estimated normal is taken from; 0 refuses an input without normals")
+        ->type_name("K")
+        ->capture_default_str();
+    app.add_option("--input-normals", wanted.normals,
+                   "The input's normals: auto (missing ones are estimated, an inside-out result is turned),\n"
+                   "given (as they are), reorient (signs anew), estimate (all anew)")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Normals>{{"auto", Normals::automatic},
+                                                                           {"given", Normals::asGiven},
+                                                                           {"reorient", Normals::reorient},
+                                                                           {"estimate", Normals::estimate}}))
+        ->option_text("auto|given|reorient|estimate");
+    app.add_option("--viewpoint", viewpoints,
+                   "Where the scanner stood: estimated normals are turned towards it, else outwards;\n"
+                   "once, or once for each file")
+        ->type_size(3)
+        ->expected(1, 100000)
+        ->allow_extra_args(false)
+        ->option_text("X Y Z");
+    app.add_option("--outliers", wanted.outlierRemoval,
+                   "Leave out points that are S deviations farther from their neighbours than usual\n"
+                   "(3 is usual); 0 for none")
+        ->type_name("S")
+        ->capture_default_str();
+    app.add_flag("--colors,!--no-colors", options.withColors,
+                 "Give the vertices the colours of the samples (default, where there are any)");
+}
+
+void addSurfaceOptions(CLI::App & app, Options & options)
+{
+    QZmath::ReconstructionOptions & wanted = options.reconstruction;
+    app.add_option("-d,--depth", wanted.depth,
+                   "Depth of the octree: the lattice has 2^depth cells along the cloud's longest side;\n"
+                   "chosen by the spacing of the samples without")
+        ->type_name("N");
+    app.add_option("--cell-size", wanted.cellSize,
+                   "The depth whose finest cells are at most as large, in units of the cloud")
+        ->type_name("S");
+    app.add_option("--boundary", wanted.boundary,
+                   "Surface far from all samples: auto (small gaps are closed, larger ones left open),\n"
+                   "closed (all of it stays), open (all of it goes)")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Boundary>{
+            {"auto", Boundary::automatic}, {"closed", Boundary::closed}, {"open", Boundary::open}}))
+        ->option_text("auto|closed|open");
+    app.add_flag_callback(
+        "--closed", [&wanted] { wanted.boundary = Boundary::closed; }, "--boundary closed");
+    app.add_flag_callback(
+        "--open", [&wanted] { wanted.boundary = Boundary::open; }, "--boundary open");
+    app.add_option("--trim", wanted.trimDistance,
+                   "Leaf cells from the nearest sample at which an open surface ends")
+        ->type_name("D")
+        ->capture_default_str();
+    app.add_option("--largest-hole", wanted.largestHole,
+                   "Share of the supported area up to which --boundary auto closes a gap")
+        ->type_name("A")
+        ->capture_default_str();
+    app.add_option("--components", wanted.allComponents, "Pieces of the surface: all, or the largest")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, bool>{{"all", true}, {"largest", false}}))
+        ->option_text("all|largest");
+    app.add_option("--smallest-component", wanted.smallestComponent,
+                   "Share of the triangles below which a piece is dropped")
+        ->type_name("A")
+        ->capture_default_str();
+    app.add_option("--simplify", wanted.simplifyError,
+                   "Merge triangles as long as the surface stays within E leaf cells; 0 for none")
+        ->type_name("E")
+        ->capture_default_str();
+    app.add_flag("--normals,!--no-normals", wanted.vertexNormals, "Give the vertices normals (default: no)");
+    app.add_flag("--density,!--no-density", wanted.vertexDensity,
+                 "Give the vertices the number of samples per unit of area around them (default: no)");
+    app.add_flag("--refine,!--no-refine", wanted.refine,
+                 "Move the surface onto the samples, over a width that suits their noise (default)");
+}
+
+void addCoreOptions(CLI::App & app, VolTr::CVolTriangulationParams & params)
+{
+    app.add_option("--subdivision", params.reconstructFactor(),
+                   "Polygoniser cubes per cell along an axis; above 1 gives smaller triangles")
+        ->capture_default_str();
+    app.add_flag("--center,!--corner", params.useCenter(),
+                 "Basis functions at cell centres (default) or corners");
+    app.add_option("--kernel-scale", params.kernelScaleFactor(),
+                   "Width of the basis functions; above 1 smooths, 0 leaves them unscaled")
+        ->capture_default_str();
+    app.add_flag("--variable-density,!--uniform-density", params.variableDensity(),
+                 "Estimate the density of the samples (default), or take it as even");
+    app.add_option("--density-delta", params.densityEstimationDepthDelta(),
+                   "Depths above the deepest one on which the density is estimated")
+        ->capture_default_str();
+    app.add_option("--levels", params.detalizationLevel(),
+                   "Depths above the deepest one that carry basis functions; -1 for all")
+        ->capture_default_str();
+    app.add_flag("--correct-field,!--no-correct-field", params.correctField(),
+                 "Bring the implicit function nearer to one value at the samples: sharper creases, other\n"
+                 "topology at times (default: no)");
+    app.add_flag("--accelerated,!--exact", params.accelerated(),
+                 "Solve without a matrix (default), or solve the stored system: the same surface to a small\n"
+                 "fraction of a cell, in far more time and memory");
+    app.add_option("--tolerance", params.solverTolerance(),
+                   "Relative residual at which the accelerated solver stops")
+        ->capture_default_str();
+    app.add_option(
+           "--solver", params.prefferedSolver(),
+           "Linear solver: auto, direct, iterative, decomposing, or its number; all but auto are exact")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, int>{{"auto", 0}, {"direct", 1}, {"iterative", 3}, {"decomposing", 4}}))
+        ->option_text("NAME");
+    app.add_flag("--phase-names,!--no-phase-names", params.phaseNameShown(),
+                 "Show the phases of the reconstruction by name (default), or only the progress");
 }
 
 } // namespace
@@ -69,69 +199,30 @@ void check(Options const & options)
 std::optional<Options> parseOptions(int argc, char const * const * argv)
 {
     Options options;
-    VolTr::CVolTriangulationParams & params = options.params;
-    params.setOctreeDepth(st_defaultDepth);
-    params.setPhaseNameShown(true);
-    params.setAccelerated(true);
-    params.setRefine(true);
+    QZmath::ReconstructionOptions & wanted = options.reconstruction;
+    wanted.vertexNormals = false;
+    wanted.core.setPhaseNameShown(true);
     double memoryLimitGb = 0.0;
-    std::vector<float> viewpoint;
+    std::vector<double> viewpoints;
 
-    CLI::App app("Reconstructs a triangle mesh from an oriented point cloud.", "qzrecon");
+    CLI::App app("Reconstructs a triangle mesh from a point cloud.", "qzrecon");
+    app.formatter(std::make_shared<PlainFormatter>());
     app.footer(st_footer);
     app.set_version_flag("--version", std::string("qzrecon ") + QZmath::versionString());
-    app.option_defaults()->always_capture_default();
-    app.add_option("INPUT", options.input, "Oriented point cloud")->required()->capture_default_str();
+    app.add_option("INPUT", options.inputs, "Point clouds, which are taken as one")
+        ->required()
+        ->option_text("FILES");
     app.add_option("-o,--output", options.output, "Mesh to write; the ending decides its format")->required();
-
-    app.add_option(
-           "--estimate-normals", options.normalNeighbours,
-           "Estimate the normals of an input that has none, by so many nearest points each (20 is usual);\n"
-           "0 refuses such an input")
-        ->type_name("K");
-    app.add_option("--viewpoint", viewpoint,
-                   "Where the scanner stood: estimated normals are turned towards it, else outwards")
-        ->expected(3)
-        ->type_name("X Y Z");
-
-    app.add_option("-d,--depth", params.octreeDepth(),
-                   "Depth of the octree: the lattice has 2^depth steps along the cloud's longest side");
-    app.add_option("--subdivision", params.reconstructFactor(),
-                   "Polygoniser cubes per cell along an axis; above 1 gives smaller triangles");
-    app.add_flag("--closed,!--open", params.closed(),
-                 "Close the surface (default), or let it end far from samples and at boundary marks");
-    app.add_flag("--normals,!--no-normals", params.estimateResultNormals(),
-                 "Give the vertices normals, from the gradient of the implicit function (default: no)");
-    app.add_flag("--refine,!--no-refine", params.refine(),
-                 "Move the surface onto the samples, over a width that suits their noise (default)");
-    app.add_flag("--center,!--corner", params.useCenter(),
-                 "Basis functions at cell centres (default) or corners");
-    app.add_option("--kernel-scale", params.kernelScaleFactor(),
-                   "Width of the basis functions; above 1 smooths, 0 leaves them unscaled");
-    app.add_flag("--variable-density,!--uniform-density", params.variableDensity(),
-                 "Estimate the density of the samples (default), or take it as even");
-    app.add_option("--density-delta", params.densityEstimationDepthDelta(),
-                   "Depths above the deepest one on which the density is estimated");
-    app.add_option("--levels", params.detalizationLevel(),
-                   "Depths above the deepest one that carry basis functions; -1 for all");
-    app.add_flag("--accelerated,!--exact", params.accelerated(),
-                 "Solve without a matrix (default), or solve the stored system: the same surface to a small\n"
-                 "fraction of a cell, in far more time and memory");
-    app.add_option("--tolerance", params.solverTolerance(),
-                   "Relative residual at which the accelerated solver stops");
-    app.add_option(
-           "--solver", params.prefferedSolver(),
-           "Linear solver: auto, direct, iterative, decomposing, or its number; all but auto are exact")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, int>{{"auto", 0}, {"direct", 1}, {"iterative", 3}, {"decomposing", 4}}));
-    app.add_flag("--phase-names,!--no-phase-names", params.phaseNameShown(),
-                 "Show the phases of the reconstruction by name (default), or only the progress");
+    addCloudOptions(app, options, viewpoints);
+    addSurfaceOptions(app, options);
+    addCoreOptions(app, wanted.core);
     app.add_option("--log", options.logFile, "File for the log of the reconstruction");
-
-    app.add_option("--threads", options.threads, "Threads to use; 0 for all that the process may use");
+    app.add_option("--threads", wanted.threads, "Threads to use; 0 for all that the process may use")
+        ->capture_default_str();
     app.add_option("--max-memory", memoryLimitGb,
-                   "Memory in GB that the estimated need is compared with; 0 for what is available");
-    app.add_flag("-q,--quiet", options.quiet, "Print nothing but errors");
+                   "Memory in GB that the estimated need is compared with; 0 for what is available")
+        ->capture_default_str();
+    app.add_flag("-q,--quiet", options.quiet, "Print nothing but errors and warnings");
 
     try {
         app.parse(argc, argv);
@@ -142,9 +233,13 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
         throw UsageError(error.what());
     }
     options.memoryLimit = memoryLimitGb * 1e9;
-    if (!viewpoint.empty())
-        options.viewpoint = REmath::Point3D(viewpoint.data());
-    check(options);
+    options.mayEstimateNormals = wanted.normalNeighbours != 0;
+    if (!options.mayEstimateNormals)
+        wanted.normalNeighbours = QZmath::ReconstructionOptions().normalNeighbours;
+    for (std::size_t i = 0; i + 2 < viewpoints.size(); i += 3)
+        wanted.viewpoints.push_back({viewpoints[i], viewpoints[i + 1], viewpoints[i + 2]});
+    wanted.viewpointEnds.assign(wanted.viewpoints.size(), 0); // until the files are read
+    check(options, app.count("--depth") > 0);
     return options;
 }
 

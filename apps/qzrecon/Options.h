@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QZmath/Foundation/Point3D.h>
-#include <QZmath/VolTriang/VolTriangulationParams.h>
+#include <QZmath/Files/PointReader.h>
+#include <QZmath/Reconstruction/Reconstruction.h>
 
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace qz_recon
 {
@@ -26,13 +27,13 @@ public:
 
 struct Options
 {
-    std::string input;
-    std::string output;
-    VolTr::CVolTriangulationParams params; ///< without the log
-    int threads = 0;                       ///< 0: all that the process may use
-    std::string logFile;                   ///< empty: no log
-    int normalNeighbours = 0; ///< points for the normal of each in an input without normals; 0: it needs them
-    std::optional<REmath::Point3D> viewpoint;
+    std::vector<std::string> inputs; ///< "-" is standard input
+    std::string output;              ///< "-" is standard output
+    QZmath::ReadOptions reading;
+    QZmath::ReconstructionOptions reconstruction; ///< without log, viewpoint ends and memory limit
+    bool mayEstimateNormals = true;               ///< of an input that has none
+    bool withColors = true;
+    std::string logFile; ///< empty: no log
     bool quiet = false;
     double memoryLimit = 0.0; ///< bytes; 0: what is available
 };

@@ -52,15 +52,6 @@ double leftInGroup(std::string const & folder, char const * limitFile, char cons
 
 } // namespace
 
-double programMemory(VolTr::CReconstructionEstimate const & estimate, std::size_t samples, bool withNormals)
-{
-    // Measured on meshes of 10^4 to 2 * 10^6 triangles: what one takes while edges and unreached samples are
-    // looked for.
-    double const perTriangle = withNormals ? 108 : 90;
-    double const ownBytes = 20e6 + 40.0 * static_cast<double>(samples);
-    return ownBytes + std::max(estimate.peakBytes(), perTriangle * estimate.triangles);
-}
-
 double availableMemory()
 {
     double limit = 1024 * labelled("/proc/meminfo", "MemAvailable:", std::numeric_limits<double>::infinity());
@@ -96,6 +87,8 @@ double availableMemory()
                                     1024 * labelled("/proc/self/status", "VmSize:", 0.0));
     return std::max(limit, 0.0);
 }
+
+double occupiedMemory() { return 1024 * labelled("/proc/self/status", "VmRSS:", 0.0); }
 
 double peakMemory() { return 1024 * labelled("/proc/self/status", "VmHWM:", 0.0); }
 

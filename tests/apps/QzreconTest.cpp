@@ -118,10 +118,10 @@ TEST_F(Qzrecon, writesTheClosedMesh)
         Assimp::Importer importer;
         aiMesh const & read = readMesh(importer, mesh);
         EXPECT_GT(read.mNumFaces, 500u);
-        EXPECT_THAT(output,
-                    AllOf(StartsWith(mesh + ": "),
-                          HasSubstr(", " + std::to_string(read.mNumFaces) + " triangles, closed; seconds: "),
-                          HasSubstr("peak memory")));
+        EXPECT_THAT(output, AllOf(StartsWith(mesh + ": "),
+                                  HasSubstr(", " + std::to_string(read.mNumFaces) +
+                                            " triangles, closed; kept 1 component; depth 5, "),
+                                  HasSubstr("peak memory")));
         EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 1);
         for (unsigned i = 0; i < read.mNumVertices; ++i)
             ASSERT_NEAR(read.mVertices[i].Length(), 1.0f, 0.02f);
@@ -162,16 +162,16 @@ TEST_F(Qzrecon, progressOnAFileIsALinePerPhase)
     std::vector<std::string> phases;
     for (std::string line; std::getline(lines, line);)
         phases.push_back(line.substr(line.find(" s  ") + 4));
-    EXPECT_EQ(phases, (std::vector<std::string>{"read", "tree", "grad_basis", "density weights", "grad_div",
-                                                "update right part", "solve", "iso-value", "refinement",
-                                                "iso-surface", "write"}));
-    for (std::string const & phase : phases)
-        EXPECT_THAT(output, HasSubstr(" " + phase + " "));
+    for (char const * phase :
+         {"read", "octree", "density", "normal field", "solve", "refinement", "surface", "write"}) {
+        EXPECT_THAT(phases, testing::Contains(phase));
+        EXPECT_THAT(output, HasSubstr(std::string(" ") + phase + " "));
+    }
     std::string const log = contents("log.txt");
     EXPECT_THAT(log, AllOf(StartsWith("Volumetric triangulation core started\nOctree depth: 5\n"),
                            HasSubstr("\nVolumetric triangulation core completed\n")));
     ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5", "--no-phase-names"}), 0);
-    EXPECT_THAT(errors, AllOf(HasSubstr("reconstruct"), testing::Not(HasSubstr("tree"))));
+    EXPECT_THAT(errors, AllOf(HasSubstr("reconstruct"), testing::Not(HasSubstr("octree"))));
 }
 
 TEST_F(Qzrecon, progressOnATerminalIsABar)
@@ -195,7 +195,7 @@ TEST_F(Qzrecon, progressOnATerminalIsABar)
     close(terminal);
     EXPECT_EQ(code, 0);
     EXPECT_THAT(shown,
-                AllOf(HasSubstr("[####"), HasSubstr("%"), HasSubstr(" s  solve"), HasSubstr("iso-surface")));
+                AllOf(HasSubstr("[####"), HasSubstr("%"), HasSubstr(" s  solve"), HasSubstr("surface")));
 }
 
 TEST_F(Qzrecon, complaintsAreOneSentenceAndLeaveNothing)
@@ -206,6 +206,8 @@ TEST_F(Qzrecon, complaintsAreOneSentenceAndLeaveNothing)
     std::string const line = write("line.xyz", "1 1 1\n2 2 2\n3 3 3\n4 4 4\n");
     std::string const foreign = write("cloud.abc", "1 2 3 0 0 1\n");
     fs::create_directory(path("taken.ply"));
+    std::string const link = path("link.ply");
+    fs::create_symlink(cloud(), link);
     struct Case
     {
         int code;
@@ -214,21 +216,28 @@ TEST_F(Qzrecon, complaintsAreOneSentenceAndLeaveNothing)
     };
     Case const cases[] = {
         {2, {path("missing.ply"), "-o", out}, "No such file"},
-        {2, {path(""), "-o", out}, "is a folder"},
-        {2, {foreign, "-o", out}, "unknown input format \".abc\""},
-        {2, {cloud(), "-o", path("mesh.abc")}, "unknown output format \".abc\""},
-        {2, {cut, "-o", out}, "is truncated"},
+        {2, {foreign, "-o", out}, ".abc"},
+        {2, {cloud(), "-o", path("mesh.abc")}, ".abc"},
+        {2, {cut, "-o", out}, "truncated"},
         {2, {cloud(), "-o", out, "--depth", "1"}, "depth 1 is out of range: 2 to 29"},
+        {2, {cloud(), "-o", out, "--depth", "0"}, "depth 0 is out of range: 2 to 29"},
+        {2, {cloud(), "-o", out, "--cell-size", "1e-12"}, "29 is the greatest"},
+        {2, {cloud(), "-o", out, "--trim", "nan"}, "trim distance"},
         {2, {cloud(), "-o", out, "--max-memory", "0.001"}, "not enough memory"},
         {2, {cloud(), "-o", out, "--depth", "29", "--max-memory", "0.2"}, "not enough memory"},
         {2, {cloud(), "-o", cloud()}, "would replace the input"},
+        {2, {cloud(), "-o", out, "--log", link}, "the log would replace the input"},
+        {2, {cloud(), "-o", out, "--log", path("./mesh.ply")}, "the log would replace the output"},
         {2, {cloud()}, "--output is required"},
         {2, {cloud(), "-o", out, "--frobnicate"}, "--frobnicate"},
-        {2, {bare, "-o", out}, "no normals"},
+        {2, {bare, "-o", out, "--estimate-normals", "0"}, "no normals"},
         {2, {bare, "-o", out, "--estimate-normals", "2"}, "3 to 1000"},
-        {2, {bare, "-o", out, "--viewpoint", "1", "2", "3"}, "--estimate-normals"},
-        {2, {bare, "-o", out, "--estimate-normals", "9", "--max-memory", "0.001"}, "normals of 8000"},
-        {2, {line, "-o", out, "--estimate-normals", "9"}, "no normals can be estimated"},
+        {2, {bare, "-o", out, "--input-normals", "given"}, "--input-normals estimate"},
+        {2,
+         {bare, bare, bare, "-o", out, "--viewpoint", "1", "2", "3", "--viewpoint", "1", "2", "3"},
+         "2 viewpoints for 3"},
+        {2, {line, "-o", out}, "lie on a line"},
+        {2, {write("one.xyz", "1 1 1\n"), "-o", out}, "make no surface"},
         {3, {cloud(), "-o", path("no/folder/mesh.ply")}, "there is no folder"},
         {3, {cloud(), "-o", path("taken.ply")}, "it is a folder"},
         {3, {cloud(), "-o", out, "--log", path("no/log.txt")}, "cannot write the log"},
@@ -251,7 +260,7 @@ TEST_F(Qzrecon, TheMemoryThatItAsksForIsWhatItTakes)
         EXPECT_NE(place, std::string::npos) << text;
         return place == std::string::npos ? 0.0 : std::stod(text.substr(place + words.size()));
     };
-    for (char const * depth : {"6", "7"})
+    for (char const * depth : {"7", "8"})
         for (char const * name : {"mesh.ply", "mesh.obj"}) {
             Arguments const arguments = {cloud(), "-o", path(name), "--depth", depth, "--normals"};
             ASSERT_EQ(run(arguments), 0) << errors;
@@ -261,8 +270,8 @@ TEST_F(Qzrecon, TheMemoryThatItAsksForIsWhatItTakes)
             limited.insert(limited.end(), {"--max-memory", "0.001"});
             expectComplaint(2, limited, "not enough memory");
             double const asked = 1e9 * numberBehind(errors, "which need about ");
-            EXPECT_GT(asked, 0.8 * taken) << name << ' ' << depth;
-            EXPECT_LT(asked, 1.8 * taken) << name << ' ' << depth;
+            double const program = 15e6; // itself, with its libraries and the cloud
+            EXPECT_NEAR(asked + program, taken, 0.4 * taken) << name << ' ' << depth;
         }
 }
 
@@ -322,25 +331,57 @@ TEST_F(Qzrecon, anInterruptionAtAnyMomentLeavesNoFile)
     EXPECT_GT(interrupted, moments / 2);
 }
 
-TEST_F(Qzrecon, componentsThatAreNotReachedAreReported)
+TEST_F(Qzrecon, SeveralFilesAreOneCloudAndAllItsPiecesCome)
 {
-    qz_sampling::Cloud two = sphereCloud(20000);
-    qz_sampling::Cloud const small = sphereCloud(2000);
-    for (std::size_t i = 0; i < small.positions.size(); ++i) {
-        two.positions.push_back(0.3f * small.positions[i] + (i % 3 == 0 ? 3.0f : 0.0f));
-        two.normals.push_back(small.normals[i]);
-    }
-    qz_sampling::writeCloud(two, path("two.ply"));
-    ASSERT_EQ(run({path("two.ply"), "-o", path("mesh.ply"), "-d", "6"}), 0) << errors;
-    EXPECT_THAT(output, HasSubstr("not reached, perhaps: 1 component of "));
-    ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "6"}), 0) << errors;
-    EXPECT_THAT(output, testing::Not(HasSubstr("not reached")));
+    qz_sampling::Cloud small = sphereCloud(8000);
+    for (std::size_t i = 0; i < small.positions.size(); ++i)
+        small.positions[i] = 0.5f * small.positions[i] + (i % 3 == 0 ? 3.0f : 0.0f);
+    qz_sampling::writeCloud(small, path("small.xyz"));
+    ASSERT_EQ(run({cloud(), path("small.xyz"), "-o", path("mesh.ply")}), 0) << errors;
+    EXPECT_THAT(output, HasSubstr("closed; kept 2 components; depth "));
+    ASSERT_EQ(run({cloud(), path("small.xyz"), "-o", path("mesh.ply"), "--components", "largest"}), 0)
+        << errors;
+    EXPECT_THAT(output, HasSubstr("kept 1 component; "));
+}
+
+TEST_F(Qzrecon, StreamsCanBeInputAndOutput)
+{
+    ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5", "-q"}), 0) << errors;
+    ASSERT_EQ(run({"-", "-o", "-", "-d", "5"}, [&] { dup2(open(cloud().c_str(), O_RDONLY), STDIN_FILENO); }),
+              0)
+        << errors;
+    EXPECT_EQ(output, contents("mesh.ply"));
+    EXPECT_THAT(errors, HasSubstr(" triangles, closed"));
+    EXPECT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5"},
+                  [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); }),
+              3);
+}
+
+TEST_F(Qzrecon, ClosedStreamsDoNotReachTheFiles)
+{
+    ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5", "--log", path("log.txt")}), 0);
+    std::string const mesh = contents("mesh.ply");
+    ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5", "--log", path("log.txt")},
+                  [] {
+                      close(STDIN_FILENO);
+                      close(STDERR_FILENO);
+                  }),
+              0);
+    EXPECT_EQ(contents("mesh.ply"), mesh);
+    EXPECT_THAT(contents("log.txt"), StartsWith("Volumetric triangulation core started\n"));
+    // A run that fails leaves the log of the one before.
+    std::string const line = write("line.xyz", "1 1 1\n2 2 2\n3 3 3\n4 4 4\n");
+    std::string const kept = contents("log.txt");
+    EXPECT_EQ(run({line, "-o", path("mesh.ply"), "--log", path("log.txt")}), 2);
+    EXPECT_EQ(contents("log.txt"), kept);
+    EXPECT_EQ(contents("mesh.ply"), mesh);
 }
 
 TEST_F(Qzrecon, helpAndVersion)
 {
     EXPECT_EQ(run({"--help"}), 0);
-    EXPECT_THAT(output, AllOf(HasSubstr("Example:"), HasSubstr("Exit codes:"), HasSubstr("--kernel-scale")));
+    EXPECT_THAT(output, AllOf(HasSubstr("Examples:"), HasSubstr("Exit codes:"),
+                              HasSubstr("--boundary auto|closed|open"), testing::Not(HasSubstr("{"))));
     EXPECT_EQ(run({"--version"}), 0);
     EXPECT_THAT(output, StartsWith("qzrecon 1."));
 }

@@ -105,12 +105,12 @@ void warnOfGivenNormals(ReconstructionReport & report)
     if (report.normalsOffPlane > doubtfulOffPlane)
         report.warnings.push_back(percent(report.normalsOffPlane) +
                                   " of the normals are more than 45 degrees off the surface that the points "
-                                  "around them suggest, so the result may be wrong; --normals estimate "
+                                  "around them suggest, so the result may be wrong; --input-normals estimate "
                                   "makes new ones");
     else if (report.normalsAgainstOthers > doubtfulAgainstOthers)
         report.warnings.push_back(percent(report.normalsAgainstOthers) +
                                   " of the normals point to the other side than most around them, so the "
-                                  "result may be wrong; --normals reorient finds the sides anew");
+                                  "result may be wrong; --input-normals reorient finds the sides anew");
 }
 
 } // namespace
@@ -121,7 +121,7 @@ void settleNormals(LocalCloud & cloud, ReconstructionOptions const & options, CC
     bool const areGiven = cloud.normals() != nullptr;
     if (!areGiven && options.normals == Normals::asGiven)
         throw ReconstructionError(ReconstructionError::Kind::input,
-                                  "the cloud has no normals; --normals estimate makes them");
+                                  "the cloud has no normals; --input-normals estimate makes them");
     if (!areGiven || options.normals == Normals::estimate) {
         cloud.setNormals(estimated(cloud, options, report, progress));
     } else if (options.normals == Normals::reorient) {
