@@ -22,14 +22,6 @@ bool isBeforeByMagnitude(std::int64_t a, std::int64_t b)
     return absolute(a) != absolute(b) ? absolute(a) < absolute(b) : a < b;
 }
 
-double normalization(double scale, int derivativeLevel)
-{
-    double factor = 1.0;
-    for (int order = 0; order < derivativeLevel; ++order)
-        factor *= scale;
-    return factor * scale * scale * scale;
-}
-
 } // namespace
 
 bool CCSFProductHelperImpl<CPiecewisePolynom>::SKey::operator<(SKey const & other) const
@@ -38,22 +30,13 @@ bool CCSFProductHelperImpl<CPiecewisePolynom>::SKey::operator<(SKey const & othe
            std::tie(other.leftDepth, other.rightDepth, other.offsets);
 }
 
-CCSFProductHelperImpl<CPiecewisePolynom>::CCSFProductHelperImpl(COctreeFuncBasisTmpl<TKernel> const * left,
-                                                                COctreeFuncBasisTmpl<TKernel> const * right,
+CCSFProductHelperImpl<CPiecewisePolynom>::CCSFProductHelperImpl(TBasis const * left, TBasis const * right,
                                                                 eBasisSymmetry symmetry, int axisMask,
                                                                 int const * parity)
-    : m_leftBasis(left), m_rightBasis(right),
+    : CProductHelperBases<TKernel>(left, right),
       m_leftRightSymmetric(left == right || symmetry == BasisSymmetryFull), m_axisInterchangeable{},
       m_equalAxes(0), m_parity{}
 {
-    COctree const & octree = left->getOctreeRef();
-    m_setup.octree = &octree;
-    m_setup.leafDepth = octree.getLeafCellDepth();
-    m_setup.depthEnd = octree.getNodeDepthEnd();
-    m_setup.leftDerivativeLevel = left->getDerivativeLevel();
-    m_setup.rightDerivativeLevel = right->getDerivativeLevel();
-    m_setup.leftSupportInCells = left->getSupportSizeInCells();
-    m_setup.rightSupportInCells = right->getSupportSizeInCells();
     for (int axis = 0; axis < 3; ++axis) {
         bool const isInterchangeable = (axisMask >> axis & 1) != 0;
         m_axisInterchangeable[static_cast<std::size_t>(axis)] = isInterchangeable;
@@ -94,17 +77,13 @@ double CCSFProductHelperImpl<CPiecewisePolynom>::evalScalarProduct(CCSFunc3Tmpl<
 double CCSFProductHelperImpl<CPiecewisePolynom>::normalise(SKey * key) const
 {
     std::array<std::int64_t, 3> & offsets = key->offsets;
-    // Node coordinates of a depth are multiples of its lattice step, up to a half that is common to all, so
-    // the shift loses nothing.
-    double factor = 1.0;
-    double const growth = 8.0 * std::ldexp(1.0, m_setup.leftDerivativeLevel + m_setup.rightDerivativeLevel);
-    while (std::max(key->leftDepth, key->rightDepth) < m_setup.depthEnd - 1) {
-        ++key->leftDepth;
-        ++key->rightDepth;
-        for (std::int64_t & offset : offsets)
-            offset >>= 1;
-        factor *= growth;
-    }
+    int const levels = m_setup.levelsBelow(key->leftDepth, key->rightDepth);
+    key->leftDepth += levels;
+    key->rightDepth += levels;
+    for (std::int64_t & offset : offsets)
+        offset >>= levels;
+    double factor =
+        std::ldexp(1.0, levels * (3 + m_setup.leftDerivativeLevel + m_setup.rightDerivativeLevel));
     if (m_leftRightSymmetric) {
         auto const firstOffset =
             std::find_if(offsets.begin(), offsets.end(), [](std::int64_t offset) { return offset != 0; });
@@ -147,9 +126,10 @@ double CCSFProductHelperImpl<CPiecewisePolynom>::integrate(SKey const & key) con
         rightCenter[axis] = 0.0 - static_cast<double>(key.offsets[axis]) * octree.getUnit();
     int noPlace[3] = {0, 0, 0};
     CCSFunc3Tmpl<TKernel> const left(m_leftBasis->getSamplePtr(), leftCenter, noPlace, leftScale,
-                                     normalization(leftScale, m_setup.leftDerivativeLevel), key.leftDepth);
+                                     powerByMultiplication(leftScale, 3 + m_setup.leftDerivativeLevel),
+                                     key.leftDepth);
     CCSFunc3Tmpl<TKernel> const right(m_rightBasis->getSamplePtr(), rightCenter, noPlace, rightScale,
-                                      normalization(rightScale, m_setup.rightDerivativeLevel),
+                                      powerByMultiplication(rightScale, 3 + m_setup.rightDerivativeLevel),
                                       key.rightDepth);
     // The flatter function is written about the centre of the steeper one; the other way round the high
     // powers of the steep one would cancel and leave nothing of the digits.
@@ -162,8 +142,8 @@ double CCSFProductHelperImpl<CPiecewisePolynom>::integrate(SKey const & key) con
     return integrateOnSupport(leftPolynom * rightPolynom);
 }
 
-void CCSFProductHelperImpl<CPiecewisePolynom>::initWithVariablesSwap(
-    int a, int b, COctreeFuncBasisTmpl<TKernel> const * left, COctreeFuncBasisTmpl<TKernel> const * right)
+void CCSFProductHelperImpl<CPiecewisePolynom>::initWithVariablesSwap(int a, int b, TBasis const * left,
+                                                                     TBasis const * right)
 {
     std::size_t const first = static_cast<std::size_t>(a);
     std::size_t const second = static_cast<std::size_t>(b);

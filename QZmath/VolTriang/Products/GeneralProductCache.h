@@ -2,9 +2,8 @@
 #pragma once
 
 #include <QZmath/VolTriang/CSFunc3.h>
-#include <QZmath/VolTriang/OctreeFuncBasis.h>
 #include <QZmath/VolTriang/PiecewisePolynom.h>
-#include <QZmath/VolTriang/Products/SeparableProductCache.h>
+#include <QZmath/VolTriang/Products/ProductHelperBases.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 
 #include <array>
@@ -19,25 +18,18 @@ namespace VolTr
 /// Pairs that share an integral, by a common change of depth or by the symmetries that the caller vouches
 /// for, are brought to one of them first.
 template <>
-class CCSFProductHelperImpl<CPiecewisePolynom>
+class CCSFProductHelperImpl<CPiecewisePolynom> : public CProductHelperBases<CPiecewisePolynom>
 {
 public:
     using TKernel = CPiecewisePolynom;
 
-    CCSFProductHelperImpl(COctreeFuncBasisTmpl<TKernel> const * left,
-                          COctreeFuncBasisTmpl<TKernel> const * right, eBasisSymmetry symmetry, int axisMask,
+    CCSFProductHelperImpl(TBasis const * left, TBasis const * right, eBasisSymmetry symmetry, int axisMask,
                           int const * parity);
     virtual ~CCSFProductHelperImpl();
-    CCSFProductHelperImpl(CCSFProductHelperImpl const &) = delete;
-    CCSFProductHelperImpl & operator=(CCSFProductHelperImpl const &) = delete;
 
     double evalScalarProduct(CCSFunc3Tmpl<TKernel> const & f, CCSFunc3Tmpl<TKernel> const & g);
-    void initWithVariablesSwap(int a, int b, COctreeFuncBasisTmpl<TKernel> const * left,
-                               COctreeFuncBasisTmpl<TKernel> const * right);
+    void initWithVariablesSwap(int a, int b, TBasis const * left, TBasis const * right);
     int cashSize() const { return static_cast<int>(m_values.size()); }
-
-    COctreeFuncBasisTmpl<TKernel> const & leftBasisRef() const { return *m_leftBasis; }
-    COctreeFuncBasisTmpl<TKernel> const & rightBasisRef() const { return *m_rightBasis; }
 
 private:
     /// Two depths, and the lattice offset of the left function from the right one. Ordered by depths, then by
@@ -54,9 +46,6 @@ private:
     double normalise(SKey * key) const;
     double integrate(SKey const & key) const;
 
-    COctreeFuncBasisTmpl<TKernel> const * m_leftBasis;
-    COctreeFuncBasisTmpl<TKernel> const * m_rightBasis;
-    SProductCacheSetup m_setup;
     bool m_leftRightSymmetric;
     std::array<bool, 3> m_axisInterchangeable;
     int m_equalAxes; // how many are interchangeable

@@ -17,12 +17,13 @@ std::int64_t const greatestTableReach = 1 << 15;
 // Stands for any greater or undefined reach; no offset of `int` coordinates comes near.
 std::int64_t const boundlessReach = std::int64_t(1) << 40;
 
-double powerByMultiplication(double base, int exponent)
+// Offsets that the full table of two depths holds, both signs: twice the reach to each side.
+std::int64_t tableLength(SProductCacheSetup const & setup, int leftDepth, int rightDepth)
 {
-    double power = 1.0;
-    for (int i = 0; i < exponent; ++i)
-        power *= base;
-    return power;
+    double const side = 2 * setup.reach(leftDepth, rightDepth);
+    std::int64_t const places =
+        side < static_cast<double>(boundlessReach) ? static_cast<std::int64_t>(side) : boundlessReach;
+    return 2 * places + 1;
 }
 
 // The smallest integer not below `reach`.
@@ -35,21 +36,6 @@ std::int64_t integerReach(double reach)
 
 } // namespace
 
-double SProductCacheSetup::reach(int leftDepth, int rightDepth) const
-{
-    return std::ldexp(1.0, leafDepth - leftDepth) * leftSupportInCells +
-           std::ldexp(1.0, leafDepth - rightDepth) * rightSupportInCells;
-}
-
-std::int64_t SProductCacheSetup::tableLength(int leftDepth, int rightDepth) const
-{
-    double const side = std::ldexp(1.0, leafDepth + 1 - leftDepth) * leftSupportInCells +
-                        std::ldexp(1.0, leafDepth + 1 - rightDepth) * rightSupportInCells;
-    std::int64_t const places =
-        side < static_cast<double>(boundlessReach) ? static_cast<std::int64_t>(side) : boundlessReach;
-    return 2 * places + 1;
-}
-
 COneVariableProductCache::COneVariableProductCache(SProductCacheSetup const & setup,
                                                    CSingleVarLimitedPolynom const & left,
                                                    CSingleVarLimitedPolynom const & right, int offsetParity)
@@ -60,9 +46,7 @@ COneVariableProductCache::COneVariableProductCache(SProductCacheSetup const & se
 
 double COneVariableProductCache::lookUp(int leftDepth, int rightDepth, std::int64_t offset)
 {
-    // Node coordinates of a depth are multiples of its lattice step, up to a half that is common to all, so
-    // the shift loses nothing.
-    int const levels = std::max(0, m_setup.depthEnd - 1 - std::max(leftDepth, rightDepth));
+    int const levels = m_setup.levelsBelow(leftDepth, rightDepth);
     leftDepth += levels;
     rightDepth += levels;
     offset >>= levels;
@@ -71,7 +55,7 @@ double COneVariableProductCache::lookUp(int leftDepth, int rightDepth, std::int6
         growth *= m_offsetParity;
         offset = -offset;
     }
-    std::int64_t const length = m_setup.tableLength(leftDepth, rightDepth);
+    std::int64_t const length = tableLength(m_setup, leftDepth, rightDepth);
     std::int64_t const index = (length - 1) / 2 + offset;
     if (index < 0 || index >= length)
         return 0.0;
@@ -111,21 +95,12 @@ double COneVariableProductCache::integrate(int leftDepth, int rightDepth, std::i
     return m_productTemp.integrateWithBuffer(&m_primitive);
 }
 
-CCSFProductHelperImpl<CProductPiecewisePolynom>::CCSFProductHelperImpl(
-    COctreeFuncBasisTmpl<TKernel> const * left, COctreeFuncBasisTmpl<TKernel> const * right, eBasisSymmetry,
-    int, int const * parity)
-    : m_leftBasis(left), m_rightBasis(right), m_isLaplacianLike(false), m_plain(0), m_other(0),
+CCSFProductHelperImpl<CProductPiecewisePolynom>::CCSFProductHelperImpl(TBasis const * left,
+                                                                       TBasis const * right, eBasisSymmetry,
+                                                                       int, int const * parity)
+    : CProductHelperBases<TKernel>(left, right), m_isLaplacianLike(false), m_plain(0), m_other(0),
       m_depthsNumber(0)
 {
-    COctree const & octree = left->getOctreeRef();
-    m_setup.octree = &octree;
-    m_setup.leafDepth = octree.getLeafCellDepth();
-    m_setup.depthEnd = octree.getNodeDepthEnd();
-    m_setup.leftDerivativeLevel = left->getDerivativeLevel();
-    m_setup.rightDerivativeLevel = right->getDerivativeLevel();
-    m_setup.leftSupportInCells = left->getSupportSizeInCells();
-    m_setup.rightSupportInCells = right->getSupportSizeInCells();
-
     TKernel const & leftSample = *left->getSamplePtr();
     TKernel const & rightSample = *right->getSamplePtr();
     for (int i = 0; i < leftSample.summandsNumber(); ++i) {
@@ -153,7 +128,7 @@ CCSFProductHelperImpl<CProductPiecewisePolynom>::CCSFProductHelperImpl(
     for (int leftDepth = 0; leftDepth <= m_setup.leafDepth; ++leftDepth)
         for (int rightDepth = 0; rightDepth <= m_setup.leafDepth; ++rightDepth)
             m_pairs.push_back({static_cast<std::uint64_t>(integerReach(m_setup.reach(leftDepth, rightDepth))),
-                               std::max(0, m_setup.depthEnd - 1 - std::max(leftDepth, rightDepth)),
+                               m_setup.levelsBelow(leftDepth, rightDepth),
                                static_cast<std::ptrdiff_t>(m_caches.size()),
                                nullptr,
                                {}});
@@ -196,8 +171,8 @@ double CCSFProductHelperImpl<CProductPiecewisePolynom>::evalByCaches(
     return sum;
 }
 
-void CCSFProductHelperImpl<CProductPiecewisePolynom>::initWithVariablesSwap(
-    int a, int b, COctreeFuncBasisTmpl<TKernel> const * left, COctreeFuncBasisTmpl<TKernel> const * right)
+void CCSFProductHelperImpl<CProductPiecewisePolynom>::initWithVariablesSwap(int a, int b, TBasis const * left,
+                                                                            TBasis const * right)
 {
     std::size_t const first = static_cast<std::size_t>(a);
     std::size_t const second = static_cast<std::size_t>(b);
@@ -216,7 +191,7 @@ int CCSFProductHelperImpl<CProductPiecewisePolynom>::cashSize() const
     std::int64_t size = 0;
     for (int leftDepth = 0; leftDepth <= m_setup.leafDepth; ++leftDepth)
         for (int rightDepth = 0; rightDepth <= m_setup.leafDepth; ++rightDepth)
-            size = std::min(greatest, size + std::min(greatest, m_setup.tableLength(leftDepth, rightDepth)));
+            size = std::min(greatest, size + std::min(greatest, tableLength(m_setup, leftDepth, rightDepth)));
     return static_cast<int>(std::min(greatest, size * static_cast<std::int64_t>(m_caches.size())));
 }
 

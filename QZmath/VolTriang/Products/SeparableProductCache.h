@@ -2,9 +2,8 @@
 #pragma once
 
 #include <QZmath/VolTriang/CSFunc3.h>
-#include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/OctreeFuncBasis.h>
 #include <QZmath/VolTriang/ProductPiecewisePolynom.h>
+#include <QZmath/VolTriang/Products/ProductHelperBases.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>
 
@@ -16,23 +15,6 @@
 
 namespace VolTr
 {
-
-/// What the integrals of a helper have in common.
-struct SProductCacheSetup
-{
-    COctree const * octree;
-    int leafDepth;
-    int depthEnd; // first depth below the nodes
-    int leftDerivativeLevel;
-    int rightDerivativeLevel;
-    double leftSupportInCells;
-    double rightSupportInCells;
-
-    /// Lattice offset from which on functions of two depths do not overlap.
-    double reach(int leftDepth, int rightDepth) const;
-    /// Offsets that the full table of two depths holds, both signs: twice the reach to each side.
-    std::int64_t tableLength(int leftDepth, int rightDepth) const;
-};
 
 /// The integrals of products of one pair of one-variable factors, each placed on nodes of all depths.
 class COneVariableProductCache
@@ -73,17 +55,14 @@ private:
 /// NaN there, which shows in the result. Pairs of depths so far apart that the table would be large
 /// go to the caches directly.
 template <>
-class CCSFProductHelperImpl<CProductPiecewisePolynom>
+class CCSFProductHelperImpl<CProductPiecewisePolynom> : public CProductHelperBases<CProductPiecewisePolynom>
 {
 public:
     using TKernel = CProductPiecewisePolynom;
 
-    CCSFProductHelperImpl(COctreeFuncBasisTmpl<TKernel> const * left,
-                          COctreeFuncBasisTmpl<TKernel> const * right, eBasisSymmetry symmetry, int axisMask,
+    CCSFProductHelperImpl(TBasis const * left, TBasis const * right, eBasisSymmetry symmetry, int axisMask,
                           int const * parity);
     virtual ~CCSFProductHelperImpl();
-    CCSFProductHelperImpl(CCSFProductHelperImpl const &) = delete;
-    CCSFProductHelperImpl & operator=(CCSFProductHelperImpl const &) = delete;
 
     double evalScalarProduct(CCSFunc3Tmpl<TKernel> const & f, CCSFunc3Tmpl<TKernel> const & g)
     {
@@ -109,12 +88,8 @@ public:
         return evalByCaches(static_cast<int>(leftDepth), static_cast<int>(rightDepth), pair, {x, y, z});
     }
 
-    void initWithVariablesSwap(int a, int b, COctreeFuncBasisTmpl<TKernel> const * left,
-                               COctreeFuncBasisTmpl<TKernel> const * right);
+    void initWithVariablesSwap(int a, int b, TBasis const * left, TBasis const * right);
     int cashSize() const;
-
-    COctreeFuncBasisTmpl<TKernel> const & leftBasisRef() const { return *m_leftBasis; }
-    COctreeFuncBasisTmpl<TKernel> const & rightBasisRef() const { return *m_rightBasis; }
 
 private:
     struct SDepthPair
@@ -156,9 +131,6 @@ private:
                         std::array<std::int64_t, 3> const & offsets);
     void recogniseTerms();
 
-    COctreeFuncBasisTmpl<TKernel> const * m_leftBasis;
-    COctreeFuncBasisTmpl<TKernel> const * m_rightBasis;
-    SProductCacheSetup m_setup;
     std::vector<COneVariableProductCache> m_caches;
     std::vector<CTerm> m_terms; // right summands run fastest
     bool m_isLaplacianLike; // terms (o, p, p), (p, o, p), (p, p, o) of the caches p = m_plain, o = m_other
