@@ -17,6 +17,27 @@ namespace
 constexpr int mostRefinements = 15;
 constexpr double gradientLimit = 0.0001;
 
+// Sums over weighted samples of the products of (x, y, 1) with itself and with e. They are the normal
+// equations of a fit by least squares whose error at a sample is e, with the gradient (x, y, 1) or (x, y).
+struct NormalSums
+{
+    void add(double weight, double x, double y, double e)
+    {
+        double const wx = weight * x, wy = weight * y;
+        xx += wx * x;
+        xy += wx * y;
+        yy += wy * y;
+        x1 += wx;
+        y1 += wy;
+        one += weight;
+        ex += wx * e;
+        ey += wy * e;
+        e1 += weight * e;
+    }
+
+    double xx = 0, xy = 0, yy = 0, x1 = 0, y1 = 0, one = 0, ex = 0, ey = 0, e1 = 0;
+};
+
 // Solves `factor * matrix * solution = factor * right` for a column-major symmetric matrix; `right` becomes
 // the scaled right side.
 template <int size>
@@ -94,21 +115,12 @@ void RobustCircleFit::findResiduals(std::vector<double> & residuals) const
 // The circle x² + y² = 2 a x + 2 b y - c of least squares in this equation.
 bool RobustCircleFit::fitAlgebraic(std::vector<double> const & weights)
 {
-    double xx = 0, xy = 0, yy = 0, x1 = 0, y1 = 0, one = 0, sx = 0, sy = 0, s1 = 0;
+    NormalSums sums;
     for (std::size_t i = 0; i < weights.size(); ++i) {
         double const x = (*m_points)[i].x(), y = (*m_points)[i].y();
-        double const s = x * x + y * y;
-        double const w = weights[i], wx = w * x, wy = w * y;
-        xx += wx * x;
-        xy += wx * y;
-        yy += wy * y;
-        x1 += wx;
-        y1 += wy;
-        one += w;
-        sx += wx * s;
-        sy += wy * s;
-        s1 += w * s;
+        sums.add(weights[i], x, y, x * x + y * y);
     }
+    auto const [xx, xy, yy, x1, y1, one, sx, sy, s1] = sums;
     double matrix[9] = {4 * xx, 4 * xy, -2 * x1, 4 * xy, 4 * yy, -2 * y1, -2 * x1, -2 * y1, one};
     double right[3] = {2 * sx, 2 * sy, -s1};
     double abc[3];
@@ -137,33 +149,24 @@ bool RobustCircleFit::refine(std::vector<double> const & weights)
     return true;
 }
 
-// Gauss-Newton in centre and radius.
-bool RobustCircleFit::refineFree(std::vector<double> const & weights)
+// Gauss-Newton steps. The gradient at a sample is the unit direction to it less that of `fixedRay`, which is
+// asked once a step. `step` moves the circle by the solution of the normal equations and returns the length
+// of their right side, or a negative number when they have no solution.
+template <class FixedRay, class Step>
+bool RobustCircleFit::refineBySteps(std::vector<double> const & weights, FixedRay fixedRay, Step step)
 {
     PlaneCircle circle = m_circle;
     for (int iteration = 0; iteration < mostRefinements; ++iteration) {
-        double xx = 0, xy = 0, yy = 0, x1 = 0, y1 = 0, one = 0, ex = 0, ey = 0, e1 = 0;
+        Ray const fixed = fixedRay(circle);
+        NormalSums sums;
         for (std::size_t i = 0; i < weights.size(); ++i) {
-            auto const [distance, ux, uy] = rayTo(circle.center, (*m_points)[i]);
-            double const w = weights[i], wx = w * ux, wy = w * uy, error = distance - circle.radius;
-            xx += wx * ux;
-            xy += wx * uy;
-            yy += wy * uy;
-            x1 += wx;
-            y1 += wy;
-            one += w;
-            ex += wx * error;
-            ey += wy * error;
-            e1 += w * error;
+            auto const [distance, x, y] = rayTo(circle.center, (*m_points)[i]);
+            sums.add(weights[i], x - fixed.x, y - fixed.y, distance - circle.radius);
         }
-        double matrix[9] = {xx, xy, x1, xy, yy, y1, x1, y1, one};
-        double right[3] = {ex, ey, e1};
-        double step[3];
-        if (!solveNormalEquations(matrix, right, perSample(), step))
+        double const gradient = step(sums, circle);
+        if (gradient < 0)
             return false;
-        circle.center += Point3D_d(step[0], step[1], 0);
-        circle.radius += step[2];
-        if (Point3D_d(right).length() < gradientLimit) {
+        if (gradient < gradientLimit) {
             m_circle = circle;
             break;
         }
@@ -171,37 +174,40 @@ bool RobustCircleFit::refineFree(std::vector<double> const & weights)
     return true;
 }
 
-// Gauss-Newton in the centre; the radius follows from the fixed point.
+// Steps in centre and radius.
+bool RobustCircleFit::refineFree(std::vector<double> const & weights)
+{
+    auto const step = [this](NormalSums const & sums, PlaneCircle & circle) {
+        auto const [xx, xy, yy, x1, y1, one, ex, ey, e1] = sums;
+        double matrix[9] = {xx, xy, x1, xy, yy, y1, x1, y1, one};
+        double right[3] = {ex, ey, e1};
+        double move[3];
+        if (!solveNormalEquations(matrix, right, perSample(), move))
+            return -1.0;
+        circle.center += Point3D_d(move[0], move[1], 0);
+        circle.radius += move[2];
+        return Point3D_d(right).length();
+    };
+    return refineBySteps(
+        weights, [](PlaneCircle const &) { return Ray{}; }, step);
+}
+
+// Steps in the centre; the radius follows from the fixed point.
 bool RobustCircleFit::refineThroughPoint(std::vector<double> const & weights)
 {
-    PlaneCircle circle = m_circle;
     Point3D_d const & fixed = m_fixedPoints[0];
-    for (int iteration = 0; iteration < mostRefinements; ++iteration) {
-        auto const [fixedDistance, fixedX, fixedY] = rayTo(circle.center, fixed);
-        double xx = 0, xy = 0, yy = 0, ex = 0, ey = 0;
-        for (std::size_t i = 0; i < weights.size(); ++i) {
-            auto const [distance, ux, uy] = rayTo(circle.center, (*m_points)[i]);
-            double const gx = ux - fixedX, gy = uy - fixedY;
-            double const wx = weights[i] * gx, wy = weights[i] * gy, error = distance - circle.radius;
-            xx += wx * gx;
-            xy += wx * gy;
-            yy += wy * gy;
-            ex += wx * error;
-            ey += wy * error;
-        }
-        double matrix[4] = {xx, xy, xy, yy};
-        double right[2] = {ex, ey};
-        double step[2];
-        if (!solveNormalEquations(matrix, right, perSample(), step))
-            return false;
-        circle.center += Point3D_d(step[0], step[1], 0);
+    auto const step = [&](NormalSums const & sums, PlaneCircle & circle) {
+        double matrix[4] = {sums.xx, sums.xy, sums.xy, sums.yy};
+        double right[2] = {sums.ex, sums.ey};
+        double move[2];
+        if (!solveNormalEquations(matrix, right, perSample(), move))
+            return -1.0;
+        circle.center += Point3D_d(move[0], move[1], 0);
         circle.radius = planeDistance(fixed, circle.center);
-        if (std::hypot(right[0], right[1]) < gradientLimit) {
-            m_circle = circle;
-            break;
-        }
-    }
-    return true;
+        return std::hypot(right[0], right[1]);
+    };
+    return refineBySteps(
+        weights, [&](PlaneCircle const & circle) { return rayTo(circle.center, fixed); }, step);
 }
 
 // Newton steps in the coordinate x of the centre on the line through `base` with the direction `along`,

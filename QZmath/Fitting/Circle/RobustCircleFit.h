@@ -42,6 +42,8 @@ private:
 
     bool fitAlgebraic(std::vector<double> const & weights);
     bool refine(std::vector<double> const & weights);
+    template <class FixedRay, class Step>
+    bool refineBySteps(std::vector<double> const & weights, FixedRay fixedRay, Step step);
     bool refineFree(std::vector<double> const & weights);
     bool refineThroughPoint(std::vector<double> const & weights);
     void refineTangent(std::vector<double> const & weights);
