@@ -63,12 +63,12 @@ bool curvaturesAtOrigin(CQuadFormRaw9<double> const & form, TangentFrame & frame
     return true;
 }
 
-// The settings with which curvatures are estimated.
-CGetNormal2Prms curvaturePrms()
+// The quadric that curvatures are taken from: of the second degree also where the points are flat.
+bool fitCurvedQuadric(int n, Point3D const * points, CQuadraticForm & form, double * normal, double & scale)
 {
     CGetNormal2Prms prms;
     prms.Force2() = true;
-    return prms;
+    return GetNormal2(n, points, &prms, &form, normal, nullptr, &scale);
 }
 
 void storeTensor(double const (&elements)[3][3], Matrix<double> & tensor)
@@ -126,10 +126,9 @@ void GetCurvatures(CQuadFormRaw9<double> const & form, double * curvatures, Matr
 bool REmath::Detail::estimateCurvatureTensor(int n, Point3D const * points, bool computeNormal,
                                              double * normal, double (&tensor)[3][3], bool * isSphereBetter)
 {
-    CGetNormal2Prms const prms = curvaturePrms();
     CQuadraticForm form;
     double scale = 0, unit[3];
-    if (!GetNormal2(n, points, &prms, &form, unit, nullptr, &scale))
+    if (!fitCurvedQuadric(n, points, form, unit, scale))
         return false;
     if (isSphereBetter) {
         ScaledPoints const scaled(n, points);
@@ -185,10 +184,9 @@ bool EstimateCurvature(std::vector<Point3D> const & points, bool computeNormal, 
 
 bool GetMinMaxCurvaturesForPoints(std::vector<Point3D> & points, float & minCurvature, float & maxCurvature)
 {
-    CGetNormal2Prms const prms = curvaturePrms();
     CQuadraticForm form;
     double scale = 0, normal[3], curvatures[2];
-    if (!GetNormal2(static_cast<int>(points.size()), points.data(), &prms, &form, normal, nullptr, &scale))
+    if (!fitCurvedQuadric(static_cast<int>(points.size()), points.data(), form, normal, scale))
         return false;
     CQuadFormRaw9<double> raw;
     form.ConvertToRawFormat(raw);
