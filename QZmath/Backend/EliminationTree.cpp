@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/EliminationTree.h>
 
+#include <QZmath/Backend/Place.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <numeric>
@@ -8,13 +10,6 @@
 
 namespace QzBackend
 {
-
-namespace
-{
-
-std::size_t at(int index) { return static_cast<std::size_t>(index); }
-
-} // namespace
 
 std::vector<int> postorder(std::vector<int> const & parent, std::vector<int> const & weights)
 {

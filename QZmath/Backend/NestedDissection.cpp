@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/NestedDissection.h>
 
+#include <QZmath/Backend/Place.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -38,8 +40,6 @@ constexpr int mostFutileMoves = 300;
 constexpr double edgesBetweenReports = 2e5;
 // Looks at each edge for a cut, about.
 constexpr double edgesPerCut = 6;
-
-std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
 // xorshift, after Marsaglia: good enough to break ties, and the same everywhere.
 class Random

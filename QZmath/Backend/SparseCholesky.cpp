@@ -4,6 +4,7 @@
 #include <QZmath/Backend/Blas.h>
 #include <QZmath/Backend/FillOrdering.h>
 #include <QZmath/Backend/Lapack.h>
+#include <QZmath/Backend/Place.h>
 #include <QZmath/Backend/SupernodalStructure.h>
 #include <QZmath/Backend/TreeTasks.h>
 #include <QZsys/ParallelTasks.h>
@@ -43,12 +44,6 @@ constexpr double orderingShare = 0.7;
 constexpr double structureShare = 0.2;
 // Right parts that are solved for at the same time.
 constexpr int solvedTogether = 16;
-
-template <class T>
-std::size_t at(T index)
-{
-    return static_cast<std::size_t>(index);
-}
 
 // A pivot is not positive, or not beyond rounding errors.
 struct NotDefinite

@@ -4,6 +4,7 @@
 #include <QZmath/Backend/Blas.h>
 #include <QZmath/Backend/EliminationTree.h>
 #include <QZmath/Backend/FillOrdering.h>
+#include <QZmath/Backend/Place.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -35,12 +36,6 @@ constexpr double pairsPerElement = 60;
 constexpr int mostRefinements = 2;
 // Shares of a factorisation in its progress.
 constexpr double orderingShare = 0.25;
-
-template <class T>
-std::size_t at(T index)
-{
-    return static_cast<std::size_t>(index);
-}
 
 // Plain memory that can grow in place, for the kernels.
 template <class T>

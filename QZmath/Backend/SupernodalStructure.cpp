@@ -2,6 +2,7 @@
 #include <QZmath/Backend/SupernodalStructure.h>
 
 #include <QZmath/Backend/EliminationTree.h>
+#include <QZmath/Backend/Place.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -14,12 +15,6 @@ namespace QzBackend
 {
 namespace
 {
-
-template <class T>
-std::size_t at(T index)
-{
-    return static_cast<std::size_t>(index);
-}
 
 // Supernodes of up to so many columns are merged when the zeros stay below this share of the block.
 struct MergeRule

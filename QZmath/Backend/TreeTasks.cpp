@@ -2,6 +2,7 @@
 #include <QZmath/Backend/TreeTasks.h>
 
 #include <QZmath/Backend/Parallel.h>
+#include <QZmath/Backend/Place.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -24,8 +25,6 @@ long coarseMilliseconds()
     clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
     return static_cast<long>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
 }
-
-std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
 } // namespace
 
