@@ -76,7 +76,7 @@ double jobOfManyLoops(int threads, int loops)
 
 } // namespace
 
-TEST(LoopTeamTest, callsEachIndexOnceOnSlotsOfTheirOwn)
+TEST(LoopTeamTest, CallsEachIndexOnceOnSlotsOfTheirOwn)
 {
     for (int threads : {1, 2, 3, 8})
         for (int count : {0, 1, 7, 1000}) {
@@ -97,7 +97,7 @@ TEST(LoopTeamTest, callsEachIndexOnceOnSlotsOfTheirOwn)
         }
 }
 
-TEST(LoopTeamTest, passesTheExceptionOfTheLeastIndexOn)
+TEST(LoopTeamTest, PassesTheExceptionOfTheLeastIndexOn)
 {
     for (int threads : {1, 2, 8})
         for (int least : {0, 40, 99}) {
@@ -115,13 +115,13 @@ TEST(LoopTeamTest, passesTheExceptionOfTheLeastIndexOn)
 }
 
 // Threads beyond the cores are really there, or the tests that ask for them would test nothing.
-TEST(LoopTeamTest, givesMoreThreadsThanThereAreCores)
+TEST(LoopTeamTest, GivesMoreThreadsThanThereAreCores)
 {
     for (int threads : {2, 16, 5})
         LoopTeam::run(threads, nullptr, [](LoopTeam & team) { EXPECT_TRUE(runsAllAtOnce(team)); });
 }
 
-TEST(LoopTeamTest, servesAndInterruptsOnTheCallingThread)
+TEST(LoopTeamTest, ServesAndInterruptsOnTheCallingThread)
 {
     for (int threads : {1, 2, 4}) {
         qz_test::ProgressRecorder counter;
@@ -151,7 +151,7 @@ TEST(LoopTeamTest, servesAndInterruptsOnTheCallingThread)
     }
 }
 
-TEST(LoopTeamTest, jobsAtTheSameTimeShareTheThreads)
+TEST(LoopTeamTest, JobsAtTheSameTimeShareTheThreads)
 {
     int const cores = CVescaThreadingTasksHelper::getNumOfPhisicalThread();
     double const alone = jobOfManyLoops(1, 200);
@@ -173,13 +173,13 @@ TEST(LoopTeamTest, jobsAtTheSameTimeShareTheThreads)
     EXPECT_LE(most, before + 10 + cores - 1);
 }
 
-TEST(LoopTeamDeathTest, forkedProcessesWorkAloneAndEnd)
+TEST(LoopTeamDeathTest, ForkedProcessesWorkAloneAndEnd)
 {
     double const expected = jobOfManyLoops(4, 10);
     EXPECT_EXIT(std::exit(jobOfManyLoops(4, 10) == expected ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST(LoopTeamDeathTest, processesEndWhileJobsRun)
+TEST(LoopTeamDeathTest, ProcessesEndWhileJobsRun)
 {
     auto const leave = [] {
         std::atomic<bool> hasBegun{false};
@@ -198,7 +198,7 @@ TEST(LoopTeamDeathTest, processesEndWhileJobsRun)
     EXPECT_EXIT(leave(), testing::ExitedWithCode(0), "");
 }
 
-TEST(LoopTeamDeathTest, worksWithTheThreadsThatCanBeHad)
+TEST(LoopTeamDeathTest, WorksWithTheThreadsThatCanBeHad)
 {
 #if IS_SANITIZED
     GTEST_SKIP() << "sanitizers need the address space";

@@ -14,7 +14,7 @@ namespace
 // Packed channels as `std::tuple`, so that one comparison shows all.
 auto bytesOf(unsigned long c) { return std::make_tuple(c & 255, c >> 8 & 255, c >> 16 & 255, c >> 24); }
 
-TEST(Colors, everyPackedColorSurvivesAllForms)
+TEST(Colors, EveryPackedColorSurvivesAllForms)
 {
     for (unsigned long packed = 0; packed < 1ul << 24; ++packed) {
         QZ_rgb_color asDouble;
@@ -30,7 +30,7 @@ TEST(Colors, everyPackedColorSurvivesAllForms)
     }
 }
 
-TEST(Colors, packingTruncatesAndWraps)
+TEST(Colors, PackingTruncatesAndWraps)
 {
     double const nan = std::numeric_limits<double>::quiet_NaN();
     EXPECT_EQ(colorRGB2I(QZ_rgb_color(nan, -1.0, -0.1)), 0xE702u << 8); // -254.5 and -25 truncated
@@ -48,7 +48,7 @@ TEST(Colors, packingTruncatesAndWraps)
     EXPECT_GT(differences, 0);
 }
 
-TEST(Colors, scaleRunsFromBlueOverGreenToRed)
+TEST(Colors, ScaleRunsFromBlueOverGreenToRed)
 {
     EXPECT_EQ(ColorMap(-std::numeric_limits<float>::infinity()), ColorMap(0));
     EXPECT_EQ(ColorMap(std::numeric_limits<float>::quiet_NaN()), ColorMap(0));
@@ -63,7 +63,7 @@ TEST(Colors, scaleRunsFromBlueOverGreenToRed)
     }
 }
 
-TEST(Colors, huesStandAtTheirDegrees)
+TEST(Colors, HuesStandAtTheirDegrees)
 {
     float const wheel[6][3] = {{1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 1, 1}, {0, 0, 1}, {1, 0, 1}};
     for (int k = 0; k < 6; ++k) {

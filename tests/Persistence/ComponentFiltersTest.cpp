@@ -111,7 +111,7 @@ protected:
     }
 };
 
-TEST_F(Components, headerIsWrittenByteForByte)
+TEST_F(Components, HeaderIsWrittenByteForByte)
 {
     EXPECT_EQ(save(blob("A block mark of 29 characters", -0x01020304, {10, 11, 12})), 131);
     EXPECT_EQ(stream.getPosition(), 131);
@@ -130,7 +130,7 @@ TEST_F(Components, headerIsWrittenByteForByte)
     EXPECT_EQ(contents(), expected);
 }
 
-TEST_F(Components, otherNamesAndVersionsAreSkippedWithAWarning)
+TEST_F(Components, OtherNamesAndVersionsAreSkippedWithAWarning)
 {
     save(blob("Known", 3, Bytes(1000, 1)));
     save(blob("Known", 2, Bytes(20, 2)));
@@ -146,7 +146,7 @@ TEST_F(Components, otherNamesAndVersionsAreSkippedWithAWarning)
     EXPECT_THROW(skipper.Load(logger), CVescaException); // the end
 }
 
-TEST_F(Components, wrongUseAndWrongLengthsThrow)
+TEST_F(Components, WrongUseAndWrongLengthsThrow)
 {
     EXPECT_THROW(CInnerHeaderWrapper(nullptr, nullptr, L""), std::logic_error);
     try {
@@ -171,7 +171,7 @@ TEST_F(Components, wrongUseAndWrongLengthsThrow)
     EXPECT_EQ(stream.getPosition(), 138);
 }
 
-TEST_F(Components, hostileHeadersAreSurvived)
+TEST_F(Components, HostileHeadersAreSurvived)
 {
     save(blob("Blob", 1, Bytes(10, 1)));
     Bytes const whole = contents();
@@ -194,7 +194,7 @@ TEST_F(Components, hostileHeadersAreSurvived)
     EXPECT_EQ(log.lines.size(), 4u);
 }
 
-TEST_F(Components, sizesBeyondTwoGibibytesArePatchedAndSkipped)
+TEST_F(Components, SizesBeyondTwoGibibytesArePatchedAndSkipped)
 {
     struct Sparse : Blob
     {
@@ -215,7 +215,7 @@ TEST_F(Components, sizesBeyondTwoGibibytesArePatchedAndSkipped)
     EXPECT_EQ(load(blob("Next", 1, {4})), 129);
 }
 
-TEST_F(Components, streamReportsTheEnd)
+TEST_F(Components, StreamReportsTheEnd)
 {
     setContents({1, 2, 3});
     unsigned char bytes[4];
@@ -235,7 +235,7 @@ TEST_F(Components, streamReportsTheEnd)
     EXPECT_THROW(CFileBinaryStream(full.FilePtr()).writeData(1, bytes), CVescaException);
 }
 
-TEST_F(Components, restIsSkippedByteByByteOrAtOnce)
+TEST_F(Components, RestIsSkippedByteByByteOrAtOnce)
 {
     struct Slow : CFileBinaryStream
     {
@@ -256,7 +256,7 @@ TEST_F(Components, restIsSkippedByteByByteOrAtOnce)
     EXPECT_THROW(CSkipTillTheEnd(endless, &log, L"", L"skipped").Load(logger), CFileReadError);
 }
 
-TEST(FileWrapClose, copiesCloseOnceInEitherOrder)
+TEST(FileWrapClose, CopiesCloseOnceInEitherOrder)
 {
     for (bool firstOneFirst : {false, true}) {
         auto first = std::make_unique<CFileWrapClose>(std::tmpfile());
@@ -272,7 +272,7 @@ TEST(FileWrapClose, copiesCloseOnceInEitherOrder)
     }
 }
 
-TEST(ComponentHelpers, theTotalSelectorTakesTheActive)
+TEST(ComponentHelpers, TheTotalSelectorTakesTheActive)
 {
     std::unique_ptr<IGraphObjectSelector> const total(IGraphObjectSelector::CreateTotal());
     CGraphObject object;

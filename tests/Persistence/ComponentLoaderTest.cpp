@@ -13,7 +13,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size);
 
-TEST(ComponentLoader, everyTruncationAndEveryChangedByteOfTheCorpus)
+TEST(ComponentLoader, EveryTruncationAndEveryChangedByteOfTheCorpus)
 {
     std::size_t files = 0;
     for (auto const & entry : std::filesystem::directory_iterator(QZ_COMPONENT_LOADER_CORPUS)) {

@@ -244,7 +244,7 @@ private:
 class ExternVectorModel : public testing::TestWithParam<bool>
 {};
 
-TEST_P(ExternVectorModel, randomOperationsAgree)
+TEST_P(ExternVectorModel, RandomOperationsAgree)
 {
     for (std::size_t elementSize : {1u, 3u, 8u, 100u, 4096u, 5000u}) {
         Model model(elementSize, unsigned(elementSize));
@@ -260,7 +260,7 @@ TEST_P(ExternVectorModel, randomOperationsAgree)
 INSTANTIATE_TEST_SUITE_P(Disk, ExternVectorModel, testing::Bool(),
                          [](auto const & full) { return full.param ? "full" : "free"; });
 
-TEST(ExternVector, lengthsThatNoFileCanHaveAreRefused)
+TEST(ExternVector, LengthsThatNoFileCanHaveAreRefused)
 {
     EXPECT_TRUE(runsOutOfMemory([] { makeVector(0); }));
     std::unique_ptr<Vector> const vector = makeVector(16);
@@ -274,7 +274,7 @@ TEST(ExternVector, lengthsThatNoFileCanHaveAreRefused)
     EXPECT_EQ(readElement(*vector, 1, 16), Bytes(16));
 }
 
-TEST(ExternVector, elementsBeyondThreeGibibytes)
+TEST(ExternVector, ElementsBeyondThreeGibibytes)
 {
     constexpr std::size_t mebibyte = std::size_t(1) << 20;
     std::unique_ptr<Vector> const vector = makeVector(mebibyte);
@@ -290,7 +290,7 @@ TEST(ExternVector, elementsBeyondThreeGibibytes)
     EXPECT_EQ(readElement(*vector, 3072, mebibyte), Bytes(mebibyte));
 }
 
-TEST(ExternVector, fileLiesInTheNamedFolderAndHasNoName)
+TEST(ExternVector, FileLiesInTheNamedFolderAndHasNoName)
 {
     namespace fs = std::filesystem;
     auto folder = std::make_unique<qz_test::TestFolder>();

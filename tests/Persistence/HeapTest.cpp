@@ -11,7 +11,7 @@
 namespace
 {
 
-TEST(Heap, randomOperationsKeepTheOrderThePlacesAndTheElements)
+TEST(Heap, RandomOperationsKeepTheOrderThePlacesAndTheElements)
 {
     std::mt19937 random(20240517);
     for (unsigned range : {1u, 3u, 1000u}) { // few keys are often equal
@@ -68,7 +68,7 @@ TEST(Heap, randomOperationsKeepTheOrderThePlacesAndTheElements)
 }
 
 // Equal keys stay where they are, and of two equal children the left one rises.
-TEST(Heap, tiesAreDecidedByPlace)
+TEST(Heap, TiesAreDecidedByPlace)
 {
     std::array<CfpHeapMem, 4> elements;
     CfpHeap heap;
@@ -83,7 +83,7 @@ TEST(Heap, tiesAreDecidedByPlace)
         EXPECT_EQ(heap.at(place), &elements[sunk[place]]);
 }
 
-TEST(Heap, sizedHeapHoldsNullsToBeFilled)
+TEST(Heap, SizedHeapHoldsNullsToBeFilled)
 {
     CfpHeap heap(3);
     ASSERT_EQ(heap.size(), 3u);

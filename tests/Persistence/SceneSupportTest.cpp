@@ -20,7 +20,7 @@ private:
     void OnChangeVisibility() override { calls += isVisible() ? 'V' : 'v'; }
 };
 
-TEST(GraphObject, tellsOfEachChangeAndKeepsColorsApart)
+TEST(GraphObject, TellsOfEachChangeAndKeepsColorsApart)
 {
     Object object;
     for (bool flag : {false, false, true}) {
@@ -56,7 +56,7 @@ private:
     void OnResetModelSizeDefault() override { told = -1; }
 };
 
-TEST(ModelSizer, asksTheSubclassAfterTheDefault)
+TEST(ModelSizer, AsksTheSubclassAfterTheDefault)
 {
     Box box;
     double x, y, z;
@@ -80,7 +80,7 @@ void expectOrder(Record const & less, Record const & greater, std::initializer_l
     }
 }
 
-TEST(SortRecords, orderLooksAtTheKeyAndEqualityAtAll)
+TEST(SortRecords, OrderLooksAtTheKeyAndEqualityAtAll)
 {
     expectOrder(CSortRef{1, -2}, CSortRef{1, 3}, {CSortRef{5, -2}});
     expectOrder(CBackSortRef{1, 3}, CBackSortRef{1, -2}, {CBackSortRef{5, 3}});

@@ -114,7 +114,7 @@ protected:
     }
 };
 
-TEST_F(IncludeGraph, everyArrowIsListed)
+TEST_F(IncludeGraph, EveryArrowIsListed)
 {
     // The reconstruction uses of the back end its loops only.
     std::set<std::string> const singleHeaders = {"QZmath/BlockProcessor/TransThreadPrgCntAdapter.h",
@@ -153,7 +153,7 @@ TEST_F(IncludeGraph, everyArrowIsListed)
     }
 }
 
-TEST_F(IncludeGraph, innerFoldersServeTheirOwnFolder)
+TEST_F(IncludeGraph, InnerFoldersServeTheirOwnFolder)
 {
     // The stages of the reconstruction stand above all else in their folder, the triangulator apart; what
     // the public blocks share knows neither stages nor bricks. Folders that are not listed may know all of
@@ -193,7 +193,7 @@ TEST_F(IncludeGraph, innerFoldersServeTheirOwnFolder)
     }
 }
 
-TEST_F(IncludeGraph, noFileIncludesItselfThroughOthers)
+TEST_F(IncludeGraph, NoFileIncludesItselfThroughOthers)
 {
     enum Mark
     {
@@ -219,7 +219,7 @@ TEST_F(IncludeGraph, noFileIncludesItselfThroughOthers)
             visit(entry.first);
 }
 
-TEST_F(IncludeGraph, foreignHeadersStayBehindTheBackend)
+TEST_F(IncludeGraph, ForeignHeadersStayBehindTheBackend)
 {
     for (auto const & [path, file] : files()) {
         std::string const room = roomOf(path);
@@ -239,7 +239,7 @@ TEST_F(IncludeGraph, foreignHeadersStayBehindTheBackend)
     }
 }
 
-TEST_F(IncludeGraph, publicHeadersNeedNoPrivateOnesAndStandInTheUmbrella)
+TEST_F(IncludeGraph, PublicHeadersNeedNoPrivateOnesAndStandInTheUmbrella)
 {
     for (auto const & [path, file] : files()) {
         if (!isHeader(path) || isPrivateHeader(path))
@@ -257,7 +257,7 @@ TEST_F(IncludeGraph, publicHeadersNeedNoPrivateOnesAndStandInTheUmbrella)
     EXPECT_TRUE(files()["QZmath/QZmath.h"].includesFile("QZsys/QZsys.h"));
 }
 
-TEST(House, everySourceNamesItsLicence)
+TEST(House, EverySourceNamesItsLicence)
 {
     fs::path const root(QZ_SOURCE_DIR);
     std::size_t checked = 0;

@@ -16,7 +16,7 @@ std::string contents(std::string const & name)
 
 } // namespace
 
-TEST(Readme, showsTheExampleThatIsCompiledAndRun)
+TEST(Readme, ShowsTheExampleThatIsCompiledAndRun)
 {
     std::string const example = contents("examples/Reconstruct.cpp");
     ASSERT_FALSE(example.empty());
