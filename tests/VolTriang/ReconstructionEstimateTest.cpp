@@ -1,17 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
 
-#include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/VolTriangulationParams.h>
-#include <QZmath/VolTriang/VolumetricTriangulator.h>
-#include <QZsys/ParallelTasks.h>
-
+#include <VolTriang/Runs.h>
 #include <support/MeasureMemory.h>
-#include <support/PointCloudSamples.h>
 
-#include <apps/sampling/SampleShapes.h>
-
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cmath>
 #include <cstdio>
@@ -20,25 +13,10 @@
 #include <string>
 
 using namespace VolTr;
+using qz_test::paramsOf;
 
 namespace
 {
-
-PointCloudSamples sampleShape(char const * shape, std::size_t points, double noise = 0,
-                              double densityRatio = 1)
-{
-    qz_sampling::SamplingOptions options;
-    options.pointNumber = points;
-    options.noise = noise;
-    options.densityRatio = densityRatio;
-    qz_sampling::Cloud const cloud = sampleCloud(*qz_sampling::makeShape(shape), options);
-    PointCloudSamples samples;
-    for (std::size_t i = 0; i < 3 * cloud.size(); i += 3)
-        samples.add({cloud.positions[i], cloud.positions[i + 1], cloud.positions[i + 2]},
-                    {cloud.normals[i], cloud.normals[i + 1], cloud.normals[i + 2]},
-                    !cloud.boundaryMarks.empty() && cloud.boundaryMarks[i / 3] != 0);
-    return samples;
-}
 
 class NoTarget : public ITriangulationTarget
 {
@@ -46,14 +24,6 @@ class NoTarget : public ITriangulationTarget
     void onAddNewVertex(int, float const *, float const *) override {}
     void onAddNewTriangle(int, int, int) override {}
 };
-
-CVolTriangulationParams paramsOf(int depth, bool isAccelerated)
-{
-    CVolTriangulationParams params;
-    params.setOctreeDepth(depth);
-    params.setAccelerated(isAccelerated);
-    return params;
-}
 
 struct EstimatedRun
 {
@@ -70,7 +40,8 @@ struct EstimatedRun
 double compareWithRun(EstimatedRun const & run)
 {
     SCOPED_TRACE(std::string(run.shape) + " at depth " + std::to_string(run.depth));
-    PointCloudSamples const samples = sampleShape(run.shape, run.points, run.noise, run.densityRatio);
+    PointCloudSamples const samples =
+        qz_test::sampledShape(run.shape, run.points, run.noise, run.densityRatio);
     CVolTriangulationParams params = paramsOf(run.depth, run.isAccelerated);
     if (run.change != nullptr)
         run.change(params);
@@ -110,16 +81,6 @@ PointCloudSamples fillCube(int points)
     return samples;
 }
 
-std::string messageOf(void (*action)(IInputSamples const &, CVolTriangulationParams const &),
-                      IInputSamples const & samples, CVolTriangulationParams const & params)
-{
-    try {
-        action(samples, params);
-    } catch (std::exception const & error) {
-        return error.what();
-    }
-    return "no exception";
-}
 #endif
 
 } // namespace
@@ -154,8 +115,8 @@ TEST(ReconstructionEstimate, CountsWhatTheOctreeMakes)
 {
     PointCloudSamples one;
     one.add({1.0f, 2.0f, 3.0f}, {0.0f, 0.0f, 1.0f});
-    PointCloudSamples const clouds[] = {sampleShape("torus", 4000, 0.001, 20), sampleShape("sheet", 300),
-                                        fillCube(500), one};
+    PointCloudSamples const clouds[] = {qz_test::sampledShape("torus", 4000, 0.001, 20),
+                                        qz_test::sampledShape("sheet", 300), fillCube(500), one};
     for (PointCloudSamples const & cloud : clouds)
         for (int depth : {2, 3, 6, 9, 29})
             for (bool useCenter : {true, false})
@@ -180,6 +141,10 @@ TEST(ReconstructionEstimate, BytesAreThoseOfRuns)
     auto const iterative = [](CVolTriangulationParams & params) { params.setPrefferedSolver(3); };
     auto const decomposing = [](CVolTriangulationParams & params) { params.setPrefferedSolver(4); };
     auto const wide = [](CVolTriangulationParams & params) { params.setKernelScaleFactor(1.4f); };
+    auto const inPieces = [](CVolTriangulationParams & params) {
+        params.setAllComponents(true);
+        params.setReach(2);
+    };
     auto const refined = [](CVolTriangulationParams & params) { params.setRefine(true); };
     EstimatedRun const runs[] = {
         {"sphere", 30000, 0, 1, 6, true, nullptr},      {"genus3", 40000, 0, 1, 8, true, nullptr},
@@ -190,36 +155,34 @@ TEST(ReconstructionEstimate, BytesAreThoseOfRuns)
         {"genus3", 20000, 0.003, 1, 5, false, corners}, {"plate", 20000, 0, 1, 5, false, iterative},
         {"plate", 20000, 0, 1, 5, false, decomposing},  {"plate", 20000, 0, 1, 5, false, wide},
         {"genus3", 40000, 0, 1, 8, true, refined},      {"sphere", 100000, 0, 1, 6, true, refined},
-        {"torus", 40000, 0.003, 20, 7, true, refined},
+        {"torus", 40000, 0.003, 20, 7, true, refined},  {"genus3", 40000, 0, 1, 8, true, inPieces},
+        {"sheet", 30000, 0, 1, 7, true, inPieces},      {"sheet", 20000, 0, 1, 6, false, inPieces},
+        {"genus3", 40000, 0.003, 1, 7, true, inPieces},
     };
     for (EstimatedRun const & run : runs) {
-        CVescaThreadingTasksHelper::setNumOfPhisicalThread(1);
-        compareWithRun(run);
-        CVescaThreadingTasksHelper::setNumOfPhisicalThread(2);
-        if (run.isAccelerated)
+        for (int threads = 1; threads <= (run.isAccelerated ? 2 : 1); ++threads) {
+            qz_test::ThreadNumber const number(threads);
             compareWithRun(run);
+        }
     }
-    CVescaThreadingTasksHelper::setNumOfPhisicalThread(0);
 }
 
 TEST(ReconstructionEstimate, RefusesWhatARunRefuses)
 {
-    PointCloudSamples const samples = sampleShape("sphere", 500);
+    PointCloudSamples const samples = qz_test::sampledShape("sphere", 500);
     PointCloudSamples spoiled = samples;
     spoiled.points[42][1] = std::numeric_limits<float>::quiet_NaN();
     PointCloudSamples infinite = samples;
     infinite.points[0][2] = std::numeric_limits<float>::infinity();
-    auto const run = [](IInputSamples const & cloud, CVolTriangulationParams const & params) {
-        NoTarget target;
-        CVolumetricTriangulator(&target, &cloud, &params, nullptr).run();
-    };
-    auto const estimate = [](IInputSamples const & cloud, CVolTriangulationParams const & params) {
-        estimateReconstruction(cloud, params);
-    };
     auto const expectTheSame = [&](IInputSamples const & cloud, CVolTriangulationParams const & params) {
-        std::string const message = messageOf(run, cloud, params);
-        EXPECT_NE(message, "no exception");
-        EXPECT_EQ(messageOf(estimate, cloud, params), message);
+        std::string const message = qz_test::reconstruct(cloud, params).failure;
+        try {
+            estimateReconstruction(cloud, params);
+        } catch (std::exception const & error) {
+            EXPECT_THAT(message, testing::EndsWith(error.what()));
+            return;
+        }
+        ADD_FAILURE() << message;
     };
     for (int depth : {-1, 0, 1, 30})
         expectTheSame(samples, paramsOf(depth, true));
