@@ -1,13 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/ReconstructionReport.h>
-#include <QZmath/VolTriang/VolumetricTriangulator.h>
-
-#include <support/Mesh.h>
-#include <support/SampledClouds.h>
+#include <VolTriang/Runs.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -19,44 +13,12 @@
 // The accelerated path against the other one, over whole runs.
 
 using namespace VolTr;
-using qz_test::Mesh;
-using qz_test::MeshTarget;
+using namespace qz_test;
 
 namespace
 {
 
-PointCloudSamples sampledSphere(std::size_t number) { return qz_test::sampledShape("sphere", number); }
-
-CVolTriangulationParams paramsOf(int depth, bool accelerated)
-{
-    CVolTriangulationParams params;
-    params.setOctreeDepth(depth);
-    params.setAccelerated(accelerated);
-    return params;
-}
-
-struct Result
-{
-    Mesh mesh;
-    std::string failure;
-    CReconstructionReport report;
-};
-
-Result run(PointCloudSamples const & samples, CVolTriangulationParams const & params)
-{
-    MeshTarget target;
-    Result result;
-    try {
-        CVolumetricTriangulator triangulator(&target, &samples, &params, nullptr);
-        triangulator.setReport(&result.report);
-        triangulator.run();
-    } catch (std::exception const & error) {
-        result.failure = error.what();
-    }
-    EXPECT_EQ(target.violation(), "");
-    result.mesh = target.mesh();
-    return result;
-}
+PointCloudSamples sampledSphere(std::size_t number) { return sampledShape("sphere", number); }
 
 struct CloudCase
 {
@@ -76,14 +38,14 @@ class AcceleratedSurface : public testing::TestWithParam<CloudCase>
 TEST_P(AcceleratedSurface, liesWhereTheOtherOneLies)
 {
     CloudCase const & c = GetParam();
-    PointCloudSamples const samples = qz_test::sampledShape(c.shape, 20000, c.noise, c.densityRatio);
+    PointCloudSamples const samples = sampledShape(c.shape, 20000, c.noise, c.densityRatio);
     CVolTriangulationParams params = paramsOf(c.depth, false);
     params.setUseCenter(c.useCenter);
     params.setKernelScaleFactor(c.kernelScale);
     params.setClosed(qz_sampling::makeShape(c.shape)->isClosed());
-    Mesh const exact = run(samples, params).mesh;
+    Mesh const exact = reconstruct(samples, params).mesh;
     params.setAccelerated(true);
-    Result const accelerated = run(samples, params);
+    Result const accelerated = reconstruct(samples, params);
     ASSERT_EQ(accelerated.report.path, CReconstructionReport::Path::accelerated);
     Mesh const & fast = accelerated.mesh;
     ASSERT_FALSE(fast.triangles.empty());
@@ -91,11 +53,11 @@ TEST_P(AcceleratedSurface, liesWhereTheOtherOneLies)
     double const exactTriangles = static_cast<double>(exact.triangles.size());
     EXPECT_NEAR(static_cast<double>(fast.triangles.size()), exactTriangles,
                 std::max(8.0, 0.001 * exactTriangles));
-    double const leafCell = COctree(&samples, c.depth, nullptr, c.useCenter, 0).getUnit();
-    qz_test::MeshDistance const distance(exact);
+    double const cell = leafCell(samples, c.depth);
+    MeshDistance const distance(exact);
     std::vector<double> distances;
     for (REmath::Point3D_d const & vertex : fast.vertices)
-        distances.push_back(distance(vertex) / leafCell);
+        distances.push_back(distance(vertex) / cell);
     std::sort(distances.begin(), distances.end());
     EXPECT_LT(distances[distances.size() * 99 / 100], 0.01);
     EXPECT_LT(distances.back(), 0.05);
@@ -113,11 +75,11 @@ TEST(AcceleratedReconstruction, goesTheOtherWayWhereItCannotServe)
     PointCloudSamples const samples = sampledSphere(2000);
     using Reason = CReconstructionReport::Reason;
     auto const expectOtherPath = [&](CVolTriangulationParams params, Reason reason) {
-        Result const result = run(samples, params);
+        Result const result = reconstruct(samples, params);
         EXPECT_EQ(result.report.path, CReconstructionReport::Path::exact);
         EXPECT_EQ(result.report.reason, reason);
         params.setAccelerated(false);
-        EXPECT_TRUE(run(samples, params).mesh == result.mesh);
+        EXPECT_TRUE(reconstruct(samples, params).mesh == result.mesh);
     };
     CVolTriangulationParams wide = paramsOf(4, true);
     wide.setKernelScaleFactor(1.2f);
@@ -169,20 +131,20 @@ TEST(AcceleratedReconstruction, endsOnHardCloudsAsTheOtherPathDoes)
                                         randomCloud(1, 1.0f),
                                         randomCloud(400, 1.0f),
                                         randomCloud(50, 1e-20f)};
-    auto const isExpectedFailure =
-        testing::AnyOf("", "Failed to solve linear system", "Failed to reconstruct iso-value surface");
+    auto const isExpectedFailure = testing::AnyOf("", "triangulation: Failed to solve linear system",
+                                                  "triangulation: Failed to reconstruct iso-value surface");
     for (PointCloudSamples const & samples : clouds) {
         for (bool useCenter : {false, true}) {
             CVolTriangulationParams params = paramsOf(5, false);
             params.setUseCenter(useCenter);
-            std::string const expected = run(samples, params).failure;
+            std::string const expected = reconstruct(samples, params).failure;
             EXPECT_THAT(expected, isExpectedFailure);
             params.setAccelerated(true);
-            EXPECT_EQ(run(samples, params).failure, expected) << samples.points.size() << " samples";
+            EXPECT_EQ(reconstruct(samples, params).failure, expected) << samples.points.size() << " samples";
             params.setOctreeDepth(3); // where iterations without an end take little
             for (int solver : {3, 4}) {
                 params.setPrefferedSolver(solver);
-                EXPECT_THAT(run(samples, params).failure, isExpectedFailure);
+                EXPECT_THAT(reconstruct(samples, params).failure, isExpectedFailure);
             }
         }
     }
@@ -217,9 +179,9 @@ TEST(AcceleratedReconstruction, endsWithHostileParametersAsTheOtherPathDoes)
     hostile.push_back(paramsOf(18, false));
     hostile.back().setDetalizationLevel(2);
     for (CVolTriangulationParams & params : hostile) {
-        std::string const expected = run(samples, params).failure;
+        std::string const expected = reconstruct(samples, params).failure;
         params.setAccelerated(true);
-        EXPECT_EQ(run(samples, params).failure, expected)
+        EXPECT_EQ(reconstruct(samples, params).failure, expected)
             << "depth " << params.getOctreeDepth() << ", subdivision " << params.getReconstructFactor()
             << ", levels " << params.getDetalizationLevel();
     }

@@ -2,14 +2,8 @@
 //
 // Properties of whole reconstructions of clouds on analytic surfaces, whose distance, normals and topology
 // are known.
-#include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/VolumetricTriangulator.h>
-
-#include <support/Mesh.h>
-#include <support/SampledClouds.h>
+#include <VolTriang/Runs.h>
 #include <support/SurfaceScores.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,23 +12,10 @@
 #include <vector>
 
 using namespace VolTr;
-using qz_test::Mesh;
+using namespace qz_test;
 
 namespace
 {
-
-Mesh reconstruct(IInputSamples const & samples, CVolTriangulationParams const & params)
-{
-    qz_test::MeshTarget target;
-    CVolumetricTriangulator(&target, &samples, &params, nullptr).run();
-    EXPECT_EQ(target.violation(), "");
-    return target.mesh();
-}
-
-double leafCell(IInputSamples const & samples, int depth)
-{
-    return COctree(&samples, depth, nullptr, true, 0).getUnit();
-}
 
 struct Case
 {
@@ -59,12 +40,11 @@ TEST_P(ClosedShape, IsReconstructed)
 {
     Case const & c = GetParam();
     auto const shape = qz_sampling::makeShape(c.shape);
-    PointCloudSamples const samples = qz_test::sampledShape(c.shape, c.points);
-    CVolTriangulationParams params;
-    params.setOctreeDepth(c.depth);
+    PointCloudSamples const samples = sampledShape(c.shape, c.points);
+    CVolTriangulationParams params = paramsOf(c.depth);
     params.setEstimateResultNormals(true);
-    Mesh const mesh = reconstruct(samples, params);
-    qz_test::Topology const topology = examine(mesh);
+    Mesh const mesh = reconstruct(samples, params).mesh;
+    Topology const topology = examine(mesh);
     EXPECT_TRUE(topology.isClosed());
     EXPECT_EQ(topology.components, 1);
     EXPECT_EQ(topology.unusedVertices, 0);
@@ -92,15 +72,14 @@ INSTANTIATE_TEST_SUITE_P(Depths, ClosedShape,
 TEST(ReconstructionQuality, OpenSheetEndsAtItsBorder)
 {
     auto const shape = qz_sampling::makeShape("sheet");
-    PointCloudSamples const samples = qz_test::sampledShape("sheet", 40000);
-    CVolTriangulationParams params;
-    params.setOctreeDepth(6);
+    PointCloudSamples const samples = sampledShape("sheet", 40000);
+    CVolTriangulationParams params = paramsOf(6);
     params.setClosed(false);
-    Mesh const mesh = reconstruct(samples, params);
-    qz_test::Topology const topology = examine(mesh);
+    Mesh const mesh = reconstruct(samples, params).mesh;
+    Topology const topology = examine(mesh);
     EXPECT_TRUE(topology.isManifold());
     EXPECT_GT(topology.boundaryEdges, 0);
-    double const edge = COctree(&samples, 6, nullptr, true, -1).getCellSize(5);
+    double const edge = 2 * leafCell(samples, 6);
 
     double farthest = 0.0;
     for (REmath::Point3D_d const & vertex : mesh.vertices) {
@@ -129,11 +108,10 @@ TEST(ReconstructionQuality, OpenSheetEndsAtItsBorder)
 TEST(ReconstructionQuality, DensityJumpCostsLittleInTheDenseHalf)
 {
     auto const shape = qz_sampling::makeShape("sphere");
-    CVolTriangulationParams params;
-    params.setOctreeDepth(6);
+    CVolTriangulationParams params = paramsOf(6);
     auto const denseHalfError = [&](double ratio) {
-        PointCloudSamples const samples = qz_test::sampledShape("sphere", 60000, 0.0, ratio);
-        Mesh mesh = reconstruct(samples, params);
+        PointCloudSamples const samples = sampledShape("sphere", 60000, 0.0, ratio);
+        Mesh mesh = reconstruct(samples, params).mesh;
         EXPECT_TRUE(examine(mesh).isClosed());
         mesh.triangles.clear();
         mesh.normals.clear();
@@ -149,10 +127,9 @@ TEST(ReconstructionQuality, NoiseIsSmoothed)
 {
     auto const shape = qz_sampling::makeShape("torus");
     double const noise = 0.004;
-    PointCloudSamples const samples = qz_test::sampledShape("torus", 100000, noise);
-    CVolTriangulationParams params;
-    params.setOctreeDepth(6);
-    Mesh const mesh = reconstruct(samples, params);
+    PointCloudSamples const samples = sampledShape("torus", 100000, noise);
+    CVolTriangulationParams params = paramsOf(6);
+    Mesh const mesh = reconstruct(samples, params).mesh;
     EXPECT_TRUE(examine(mesh).isClosed());
     EXPECT_LT(vertexDistances(mesh, *shape).rms, 0.5 * noise * 2.8);
 }

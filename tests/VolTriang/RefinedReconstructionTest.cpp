@@ -1,20 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Runs whose surface is moved onto the samples, against the same runs without.
-#include <QZmath/VolTriang/ReconstructionReport.h>
-#include <QZmath/VolTriang/VolumetricTriangulator.h>
-
-#include <apps/sampling/SampleShapes.h>
-#include <support/Mesh.h>
-#include <support/PointCloudSamples.h>
-#include <support/SampledClouds.h>
+#include <VolTriang/Runs.h>
 #include <support/SurfaceScores.h>
-
-#include <QZsys/Exceptions.h>
-#include <QZsys/ParallelTasks.h>
-#include <QZsys/Progress.h>
-
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <ostream>
@@ -22,6 +10,7 @@
 
 using namespace VolTr;
 using qz_test::Mesh;
+using qz_test::reconstruct;
 using REmath::Point3D_d;
 
 namespace
@@ -48,30 +37,16 @@ void PrintTo(Case const & c, std::ostream * out)
 
 PointCloudSamples cloudOf(Case const & c)
 {
-    qz_test::CloudOptions options;
-    options.noise = c.noise;
-    options.densityRatio = c.densityRatio;
-    return qz_test::cloudOf(c.shape, c.points, options);
+    return qz_test::sampledShape(c.shape, c.points, c.noise, c.densityRatio);
 }
 
 CVolTriangulationParams paramsOf(Case const & c, bool isRefined)
 {
-    CVolTriangulationParams params;
-    params.setOctreeDepth(c.depth);
-    params.setAccelerated(c.isAccelerated);
+    CVolTriangulationParams params = qz_test::paramsOf(c.depth, c.isAccelerated);
     params.setUseCenter(c.useCenter);
     params.setEstimateResultNormals(true);
     params.setRefine(isRefined);
     return params;
-}
-
-Mesh run(PointCloudSamples const & samples, CVolTriangulationParams const & params,
-         CProgressCounter * progress = nullptr)
-{
-    qz_test::MeshTarget target;
-    CVolumetricTriangulator(&target, &samples, &params, progress).run();
-    EXPECT_EQ(target.violation(), "");
-    return target.mesh();
 }
 
 Point3D_d faceNormal(Mesh const & mesh, std::array<int, 3> const & triangle)
@@ -102,8 +77,8 @@ TEST_P(RefinedSurface, isNearerToTheTruthWithTheSameTriangles)
     Case const & c = GetParam();
     auto const shape = qz_sampling::makeShape(c.shape);
     PointCloudSamples const samples = cloudOf(c);
-    Mesh const plain = run(samples, paramsOf(c, false));
-    Mesh const refined = run(samples, paramsOf(c, true));
+    Mesh const plain = reconstruct(samples, paramsOf(c, false)).mesh;
+    Mesh const refined = reconstruct(samples, paramsOf(c, true)).mesh;
     ASSERT_EQ(refined.triangles, plain.triangles);
     EXPECT_LT(vertexDistances(refined, *shape).rms, c.greatestRatio * vertexDistances(plain, *shape).rms);
     EXPECT_LT(centroidDistances(refined, *shape).rms, c.greatestRatio * centroidDistances(plain, *shape).rms);
@@ -127,37 +102,9 @@ TEST(RefinedReconstruction, hasTheSameBitsForAnyNumberOfThreads)
 {
     Case const c = {"block", 30000, 7, 0.001, 5, true, true, 0, 0};
     PointCloudSamples const samples = cloudOf(c);
-    CVescaThreadingTasksHelper::setNumOfPhisicalThread(1);
-    Mesh const single = run(samples, paramsOf(c, true));
-    for (int const threads : {2, 3, 8}) {
-        CVescaThreadingTasksHelper::setNumOfPhisicalThread(threads);
-        EXPECT_TRUE(run(samples, paramsOf(c, true)) == single) << threads;
-    }
-    CVescaThreadingTasksHelper::setNumOfPhisicalThread(0);
-}
-
-// Every phase, that of the refinement and the handing over among them, can be left, with nothing lost.
-TEST(RefinedReconstruction, canBeInterruptedAnywhere)
-{
-    struct Interrupting : CProgressCounter
-    {
-        double at = 0;
-        double last = 0;
-        void onPosition(double overall) override
-        {
-            EXPECT_GE(overall, last - 1e-9);
-            last = overall;
-            if (overall >= at)
-                interrupt();
-        }
-    };
-    Case const c = {"sphere", 10000, 6, 0, 1, true, true, 0, 0};
-    PointCloudSamples const samples = cloudOf(c);
-    for (int step = 1; step < 20; ++step) {
-        Interrupting progress;
-        progress.at = 0.05 * step;
-        EXPECT_THROW(run(samples, paramsOf(c, true), &progress), CUserIntrException) << progress.at;
-    }
+    Mesh const single = reconstruct(samples, paramsOf(c, true), 1).mesh;
+    for (int const threads : {2, 3, 8})
+        EXPECT_TRUE(reconstruct(samples, paramsOf(c, true), threads).mesh == single) << threads;
 }
 
 // A tree without extent, normals without length and wild ones end as they do without refinement.
@@ -178,14 +125,10 @@ TEST(RefinedReconstruction, answersHostileCloudsAsTheRunWithout)
                 samples.normals[n] = {1e30f, -1e30f, 0.0f};
         }
         auto const answer = [&](bool isRefined) {
-            try {
-                Mesh const mesh = run(samples, paramsOf(c, isRefined));
-                for (Point3D_d const & vertex : mesh.vertices)
-                    EXPECT_TRUE(std::isfinite(vertex.x() + vertex.y() + vertex.z()));
-                return std::to_string(mesh.triangles.size());
-            } catch (std::exception const & error) {
-                return std::string(error.what());
-            }
+            qz_test::Result const run = reconstruct(samples, paramsOf(c, isRefined));
+            for (Point3D_d const & vertex : run.mesh.vertices)
+                EXPECT_TRUE(std::isfinite(vertex.x() + vertex.y() + vertex.z()));
+            return run.failure + std::to_string(run.mesh.triangles.size());
         };
         EXPECT_EQ(answer(true), answer(false)) << kind;
     }
@@ -201,9 +144,9 @@ TEST(FieldCorrection, followsTheSamplesButNotTheirNoise)
             PointCloudSamples const samples = cloudOf(c);
             auto const shape = qz_sampling::makeShape(c.shape);
             CVolTriangulationParams params = paramsOf(c, false);
-            double const before = vertexDistances(run(samples, params), *shape).rms;
+            double const before = vertexDistances(reconstruct(samples, params).mesh, *shape).rms;
             params.setCorrectField(true);
-            Mesh const corrected = run(samples, params);
+            Mesh const corrected = reconstruct(samples, params).mesh;
             EXPECT_LT(vertexDistances(corrected, *shape).rms, 0.75 * before) << isAccelerated << useCenter;
             EXPECT_EQ(examine(corrected).eulerNumber(), shape->eulerNumber());
         }
@@ -212,11 +155,7 @@ TEST(FieldCorrection, followsTheSamplesButNotTheirNoise)
     PointCloudSamples const samples = cloudOf(noisy);
     CVolTriangulationParams params = paramsOf(noisy, true);
     params.setCorrectField(true);
-    qz_test::MeshTarget target;
-    CReconstructionReport report;
-    CVolumetricTriangulator triangulator(&target, &samples, &params, nullptr);
-    triangulator.setReport(&report);
-    triangulator.run();
+    CReconstructionReport const report = reconstruct(samples, params).report;
     std::vector<double> const & shares = report.refinement.correctionShares;
     ASSERT_EQ(shares.size(), 5U);
     EXPECT_GT(shares.front(), 0.3);

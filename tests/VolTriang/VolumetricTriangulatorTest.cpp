@@ -1,119 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/ReconstructionReport.h>
-#include <QZmath/VolTriang/VolumetricTriangulator.h>
+#include <VolTriang/Runs.h>
+#include <support/Recorders.h>
 
-#include <support/Mesh.h>
-#include <support/SampledClouds.h>
-
-#include <QZsys/DebugLog.h>
 #include <QZsys/Exceptions.h>
-#include <QZsys/ParallelTasks.h>
-#include <QZsys/Progress.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <functional>
 #include <limits>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 using namespace VolTr;
-using qz_test::Mesh;
-using qz_test::MeshTarget;
-using qz_test::spiralSphere;
+using namespace qz_test;
 using testing::ElementsAre;
-
-namespace
-{
-
-CVolTriangulationParams paramsOfDepth(int depth)
-{
-    CVolTriangulationParams params;
-    params.setOctreeDepth(depth);
-    return params;
-}
-
-class RecordingLog : public VsUt::IDebugLog
-{
-public:
-    void getMessage(char const * line) override
-    {
-        std::lock_guard<std::mutex> const lock(m_mutex);
-        lines.emplace_back(line);
-    }
-
-    std::vector<std::string> lines;
-
-private:
-    std::mutex m_mutex;
-};
-
-// Sets the thread number of the process and gives the machine's back.
-struct ThreadNumber
-{
-    explicit ThreadNumber(int number) { CVescaThreadingTasksHelper::setNumOfPhisicalThread(number); }
-    ~ThreadNumber() { CVescaThreadingTasksHelper::setNumOfPhisicalThread(0); }
-};
-
-Mesh reconstruct(IInputSamples const & samples, CVolTriangulationParams const & params, int threads = 0)
-{
-    ThreadNumber const number(threads);
-    MeshTarget target;
-    CVolumetricTriangulator(&target, &samples, &params, nullptr).run();
-    EXPECT_EQ(target.violation(), "");
-    return target.mesh();
-}
-
-std::string failureOf(std::function<void()> const & action)
-{
-    try {
-        action();
-    } catch (CVolTriangulationError const & error) {
-        return std::string("triangulation: ") + error.what();
-    } catch (std::exception const & error) {
-        return error.what();
-    }
-    return "none";
-}
-
-std::string runFailure(IInputSamples const & samples, CVolTriangulationParams const & params)
-{
-    MeshTarget target;
-    return failureOf([&] { CVolumetricTriangulator(&target, &samples, &params, nullptr).run(); });
-}
-
-class PhaseRecorder : public CProgressCounter
-{
-public:
-    std::vector<std::string> phases;
-    double last = 0.0;
-    bool monotone = true;
-    long operations = 0;
-    std::function<void()> onOperation = [] {};
-
-protected:
-    void onPhaseName(std::string const & name) override { phases.push_back(name); }
-    void onPosition(double overall) override
-    {
-        monotone = monotone && overall >= last && overall <= 1.0;
-        last = overall;
-        ++operations;
-        onOperation();
-    }
-};
-
-} // namespace
 
 TEST(VolTriangulationParams, DerivedValues)
 {
-    CVolTriangulationParams params = paramsOfDepth(3);
+    CVolTriangulationParams params = paramsOf(3);
     params.reconstructFactor() = 2.0f;
     EXPECT_EQ(params.getCellFactor(), 16.0f);
     EXPECT_EQ(params.estimateTriangleSize(4.0f), 0.25f);
@@ -124,11 +30,12 @@ TEST(VolTriangulationParams, DerivedValues)
 
 TEST(VolumetricTriangulator, LogsInTheAgreedWordsAndOrder)
 {
-    RecordingLog log;
-    CVolTriangulationParams params = paramsOfDepth(4);
+    LogRecorder log;
+    CVolTriangulationParams params = paramsOf(4);
     params.setDebugLog(&log);
     reconstruct(spiralSphere(400), params, 1);
-    auto next = log.lines.begin();
+    std::vector<std::string> const lines = log.lines();
+    auto next = lines.begin();
     for (char const * begin : {"Volumetric triangulation core started",
                                "Octree depth: 4",
                                "Kernel scale: 0.95",
@@ -151,9 +58,9 @@ TEST(VolumetricTriangulator, LogsInTheAgreedWordsAndOrder)
                                "Expected faces number: 1734",
                                "</Marching cubes>",
                                "Volumetric triangulation core completed"}) {
-        next = std::find_if(next, log.lines.end(),
+        next = std::find_if(next, lines.end(),
                             [&](std::string const & line) { return line.rfind(begin, 0) == 0; });
-        EXPECT_NE(next, log.lines.end()) << begin;
+        EXPECT_NE(next, lines.end()) << begin;
     }
 }
 
@@ -179,19 +86,13 @@ TEST(VolumetricTriangulator, ReportsWhatItDidAndFound)
                Report::Solver::accelerated},
           Case{true, 0, 0.0, Report::Path::exact, Report::Reason::didNotConverge, Report::Solver::direct}}) {
         SCOPED_TRACE(testing::Message() << "solver " << c.solver << " tolerance " << c.tolerance);
-        CVolTriangulationParams params = paramsOfDepth(4);
-        params.setAccelerated(c.accelerated);
+        CVolTriangulationParams params = paramsOf(4, c.accelerated);
         params.setPrefferedSolver(c.solver);
         params.setSolverTolerance(c.tolerance);
         params.setPhaseNameShown(true);
-        ThreadNumber const number(2);
-        PhaseRecorder progress;
-        MeshTarget target;
-        Report report;
-        report.isoValue = 1e9; // of another run
-        CVolumetricTriangulator triangulator(&target, &samples, &params, &progress);
-        triangulator.setReport(&report);
-        triangulator.run();
+        ProgressRecorder progress;
+        Result const run = reconstruct(samples, params, 2, &progress);
+        Report const & report = run.report;
         EXPECT_EQ(report.path, c.path);
         EXPECT_EQ(report.reason, c.reason);
         EXPECT_EQ(report.solver, c.used);
@@ -205,9 +106,9 @@ TEST(VolumetricTriangulator, ReportsWhatItDidAndFound)
         EXPECT_TRUE(report.converged);
         EXPECT_EQ(report.iterations > 1, c.used != Report::Solver::direct);
         EXPECT_LE(report.relativeResidual, c.tolerance);
-        EXPECT_LT(std::fabs(report.isoValue), 1e9);
-        EXPECT_EQ(report.vertices, static_cast<int>(target.mesh().vertices.size()));
-        EXPECT_EQ(report.triangles, static_cast<int>(target.mesh().triangles.size()));
+        EXPECT_NE(report.isoValue, 0.0);
+        EXPECT_EQ(report.vertices, static_cast<int>(run.mesh.vertices.size()));
+        EXPECT_EQ(report.triangles, static_cast<int>(run.mesh.triangles.size()));
         EXPECT_GE(report.peakMemory, 0);
         std::vector<std::string> names;
         double seconds = 0.0;
@@ -217,7 +118,7 @@ TEST(VolumetricTriangulator, ReportsWhatItDidAndFound)
             seconds += phase.seconds;
             shares += phase.share;
         }
-        EXPECT_EQ(names, progress.phases);
+        EXPECT_EQ(names, progress.names);
         EXPECT_LE(seconds, report.seconds);
         EXPECT_NEAR(shares, seconds / report.seconds, 1e-9);
         EXPECT_GT(shares, 0.5);
@@ -227,17 +128,19 @@ TEST(VolumetricTriangulator, ReportsWhatItDidAndFound)
 TEST(VolumetricTriangulator, ReportsHowFarAFailedRunCame)
 {
     PointCloudSamples const samples = spiralSphere(300, 0.0f);
-    CVolTriangulationParams params = paramsOfDepth(4);
+    CVolTriangulationParams params = paramsOf(4);
+    CReconstructionReport report;
+    report.isoValue = 1e9; // of another run
     for (char const * last : {"grad_div", "iso-surface"}) {
         params.setPrefferedSolver(last[0] == 'g' ? 7 : 1);
         MeshTarget target;
-        CReconstructionReport report;
         CVolumetricTriangulator triangulator(&target, &samples, &params, nullptr);
         triangulator.setReport(&report);
         EXPECT_THROW(triangulator.run(), CVolTriangulationError);
         ASSERT_FALSE(report.phases.empty());
         EXPECT_EQ(report.phases.back().name, last);
         EXPECT_EQ(report.converged, last[0] == 'i');
+        EXPECT_LT(report.isoValue, 1e9);
         EXPECT_GT(report.nodes, 0);
         EXPECT_GT(report.seconds, 0.0);
         EXPECT_EQ(report.triangles, 0);
@@ -247,17 +150,15 @@ TEST(VolumetricTriangulator, ReportsHowFarAFailedRunCame)
 TEST(VolumetricTriangulator, PhasesFollowThreadsAndDensity)
 {
     PointCloudSamples const samples = spiralSphere(300);
-    CVolTriangulationParams params = paramsOfDepth(4);
+    CVolTriangulationParams params = paramsOf(4);
     params.setPhaseNameShown(true);
     auto const phasesOf = [&](int threads, bool variableDensity) {
-        ThreadNumber const number(threads);
-        PhaseRecorder progress;
-        MeshTarget target;
+        ProgressRecorder progress;
         params.setVariableDensity(variableDensity);
-        CVolumetricTriangulator(&target, &samples, &params, &progress).run();
-        EXPECT_TRUE(progress.monotone);
+        EXPECT_EQ(reconstruct(samples, params, threads, &progress).failure, "");
+        EXPECT_TRUE(progress.isMonotone());
         EXPECT_NEAR(progress.getPosFloat(), 1.0, 1e-9);
-        return progress.phases;
+        return progress.names;
     };
     EXPECT_THAT(phasesOf(1, true),
                 ElementsAre("tree", "grad_basis", "density weights", "grad_div", "right_part", "matrix",
@@ -270,29 +171,29 @@ TEST(VolumetricTriangulator, RefusesWhatItCannotReconstruct)
 {
     PointCloudSamples const samples = spiralSphere(300);
     std::string const depthText = "Incorrect tree depth detected in VolTr::COctree constructor";
-    EXPECT_EQ(runFailure(samples, CVolTriangulationParams()), depthText);
+    EXPECT_EQ(reconstruct(samples, CVolTriangulationParams()).failure, depthText);
     MeshTarget target;
-    EXPECT_EQ(failureOf([&] { CVolumetricTriangulator(&target, &samples, nullptr, nullptr).run(); }),
-              depthText);
-    CVolTriangulationParams shallow = paramsOfDepth(1);
-    EXPECT_EQ(runFailure(samples, shallow), depthText);
+    EXPECT_THROW(CVolumetricTriangulator(&target, &samples, nullptr, nullptr).run(), std::exception);
+    CVolTriangulationParams shallow = paramsOf(1);
+    EXPECT_EQ(reconstruct(samples, shallow).failure, depthText);
     shallow.setUseCenter(false);
-    EXPECT_NE(runFailure(samples, shallow), depthText);
+    EXPECT_NE(reconstruct(samples, shallow).failure, depthText);
 
-    CVolTriangulationParams params = paramsOfDepth(4);
+    CVolTriangulationParams params = paramsOf(4);
     PointCloudSamples broken = samples;
     broken.points[7][1] = std::numeric_limits<float>::quiet_NaN();
-    EXPECT_EQ(runFailure(broken, params), "Sample 7 has a coordinate that is not finite");
+    EXPECT_EQ(reconstruct(broken, params).failure, "Sample 7 has a coordinate that is not finite");
 
-    RecordingLog log;
+    LogRecorder log;
     params.setDebugLog(&log);
-    EXPECT_THAT(runFailure(PointCloudSamples(), params), testing::StartsWith("triangulation: Failed to"));
-    runFailure(spiralSphere(300, 0.0f), params);
-    EXPECT_EQ(log.lines.back(), "Failed to reconstruct iso-value surface");
+    EXPECT_THAT(reconstruct(PointCloudSamples(), params).failure,
+                testing::StartsWith("triangulation: Failed to"));
+    reconstruct(spiralSphere(300, 0.0f), params);
+    EXPECT_EQ(log.lines().back(), "Failed to reconstruct iso-value surface");
     for (int solver : {-1, 5}) {
         params.setPrefferedSolver(solver);
-        EXPECT_EQ(runFailure(samples, params), "triangulation: Unexpected solver type");
-        EXPECT_EQ(log.lines.back(), "Error unexpected solver type: " + std::to_string(solver));
+        EXPECT_EQ(reconstruct(samples, params).failure, "triangulation: Unexpected solver type");
+        EXPECT_EQ(log.lines().back(), "Error unexpected solver type: " + std::to_string(solver));
     }
 }
 
@@ -300,13 +201,12 @@ TEST(VolumetricTriangulator, SameBitsForAnyThreadNumberAndInCompany)
 {
     PointCloudSamples const samples = spiralSphere(2500);
     for (bool accelerated : {false, true}) {
-        CVolTriangulationParams params = paramsOfDepth(5);
-        params.setAccelerated(accelerated);
+        CVolTriangulationParams params = paramsOf(5, accelerated);
         params.setEstimateResultNormals(true);
-        Mesh const expected = reconstruct(samples, params, 1);
+        Mesh const expected = reconstruct(samples, params, 1).mesh;
         ASSERT_FALSE(expected.triangles.empty());
         for (int threads : {1, 2, 3, 8})
-            EXPECT_TRUE(reconstruct(samples, params, threads) == expected) << threads;
+            EXPECT_TRUE(reconstruct(samples, params, threads).mesh == expected) << threads;
 
         std::vector<MeshTarget> targets(10);
         std::vector<std::thread> threads;
@@ -322,7 +222,7 @@ TEST(VolumetricTriangulator, SameBitsForAnyThreadNumberAndInCompany)
 
         // Normals come on demand only, and change nothing else.
         params.setEstimateResultNormals(false);
-        Mesh const plain = reconstruct(samples, params);
+        Mesh const plain = reconstruct(samples, params).mesh;
         EXPECT_EQ(plain.triangles, expected.triangles);
         EXPECT_EQ(plain.normals, std::vector<REmath::Point3D_d>(plain.vertices.size(), REmath::Point3D_d(0)));
     }
@@ -331,26 +231,25 @@ TEST(VolumetricTriangulator, SameBitsForAnyThreadNumberAndInCompany)
 TEST(VolumetricTriangulator, InterruptionAtAnyMomentLeavesTheTargetConsistent)
 {
     PointCloudSamples const samples = spiralSphere(200);
-    CVolTriangulationParams params = paramsOfDepth(4);
     for (bool accelerated : {false, true}) {
-        params.setAccelerated(accelerated);
+        CVolTriangulationParams params = paramsOf(4, accelerated);
+        params.setRefine(accelerated);
+        params.setAllComponents(accelerated);
+        params.setReach(accelerated ? 2 : 0);
         for (int threads : {1, 2}) {
-            ThreadNumber const number(threads);
-            long moment = 1;
+            std::size_t moment = 1;
             for (bool hasFinished = false; !hasFinished; moment = moment * 21 / 20 + 1) {
-                PhaseRecorder progress;
-                progress.onOperation = [&progress, moment] {
-                    if (progress.operations == moment)
+                ProgressRecorder progress;
+                progress.inPosition = [&progress, moment] {
+                    if (progress.positions.size() == moment)
                         progress.interrupt();
                 };
-                MeshTarget target;
-                std::string const failure =
-                    failureOf([&] { CVolumetricTriangulator(&target, &samples, &params, &progress).run(); });
-                EXPECT_EQ(target.violation(), "");
-                hasFinished = failure == "none";
+                std::string const failure = reconstruct(samples, params, threads, &progress).failure;
+                EXPECT_TRUE(progress.isMonotone());
+                hasFinished = failure.empty();
                 EXPECT_TRUE(hasFinished || failure == "user interruption") << failure;
             }
-            EXPECT_GT(moment, 100);
+            EXPECT_GT(moment, 100U);
         }
     }
 }
@@ -375,7 +274,7 @@ TEST(VolumetricTriangulator, ExceptionsOfTheCallerLeaveUnchanged)
         }
     };
     PointCloudSamples const samples = spiralSphere(600);
-    CVolTriangulationParams params = paramsOfDepth(4);
+    CVolTriangulationParams params = paramsOf(4);
     ThrowingTarget throwing;
     EXPECT_THROW(CVolumetricTriangulator(&throwing, &samples, &params, nullptr).run(), Thrown);
 
@@ -397,13 +296,12 @@ TEST(VolumetricTriangulator, ExceptionsOfTheCallerLeaveUnchanged)
         }
     };
     for (int threads : {1, 2}) {
-        ThreadNumber const number(threads);
         for (char const * line : {"Leaf cells", "Average density", "System size",
                                   "Matrix scalar product cash size", "Linear system solved", "Bounds"}) {
             ThrowingLog log;
             log.at = line;
             params.setDebugLog(&log);
-            EXPECT_EQ(runFailure(samples, params), line);
+            EXPECT_EQ(reconstruct(samples, params, threads).failure, line);
         }
     }
 }
