@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
-#include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
@@ -9,14 +8,14 @@
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
-#include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 
 #include <QZsys/Exceptions.h>
-#include <QZsys/ParallelTasks.h>
-#include <QZsys/Progress.h>
 
+#include <VolTriang/ScaledKernel.h>
+#include <support/Mesh.h>
+#include <support/Recorders.h>
 #include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
@@ -31,14 +30,6 @@ using namespace VolTr;
 namespace
 {
 
-Kernel makeKernel(double factor)
-{
-    Kernel kernel = makeApproxGaussian<Kernel>();
-    double const scale[3] = {1.0 / factor, 1.0 / factor, 1.0 / factor};
-    kernel.scaleArgument(scale);
-    return kernel;
-}
-
 // Of unit radius about an uneven middle.
 PointCloudSamples makeSphere(int size) { return qz_test::spiralSphere(size, 1.0f, {0.3f, -1.7f, 5.0f}); }
 
@@ -46,8 +37,9 @@ PointCloudSamples makeSphere(int size) { return qz_test::spiralSphere(size, 1.0f
 struct Model
 {
     Model(PointCloudSamples const & cloud, int depth, bool centred, int levels, double kernelFactor)
-        : samples(cloud), octree(&samples, depth, nullptr, centred, levels), kernel(makeKernel(kernelFactor)),
-          basis(kernel, &octree, 0), lattice(octree), amplitudes(lattice.nodes().size())
+        : samples(cloud), octree(&samples, depth, nullptr, centred, levels),
+          kernel(qz_test::scaledKernel(kernelFactor)), basis(kernel, &octree, 0), lattice(octree),
+          amplitudes(lattice.nodes().size())
     {
         params.setOctreeDepth(depth);
     }
@@ -106,46 +98,6 @@ std::string describe(Shape const & shape)
 {
     return "depth " + std::to_string(shape.depth) + (shape.centred ? " centred" : " corners") + " levels " +
            std::to_string(shape.levels) + " scale " + std::to_string(shape.kernelFactor);
-}
-
-// The mesh, with the order of all calls in `order`: vertices as -1, triangles by their corners.
-class Recorder final : public ITriangulationTarget
-{
-public:
-    std::vector<std::array<double, 3>> vertices;
-    std::vector<std::array<double, 3>> normals;
-    std::vector<int> order;
-
-private:
-    void onAddNewVertex(int index, double const * coords, double const * normal) override
-    {
-        ASSERT_EQ(index, static_cast<int>(vertices.size()));
-        vertices.push_back({coords[0], coords[1], coords[2]});
-        normals.push_back({normal[0], normal[1], normal[2]});
-        order.push_back(-1);
-    }
-    void onAddNewVertex(int, float const *, float const *) override { FAIL(); }
-    void onAddNewTriangle(int a, int b, int c) override { order.insert(order.end(), {a, b, c}); }
-};
-
-// Interrupts itself at a position.
-class Impatient final : public CProgressCounter
-{
-public:
-    explicit Impatient(double limit) : m_limit(limit) {}
-
-private:
-    void onPosition(double overall) override
-    {
-        if (overall > m_limit)
-            interrupt();
-    }
-    double m_limit;
-};
-
-double distanceBetween(std::array<double, 3> const & a, std::array<double, 3> const & b)
-{
-    return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
 }
 
 } // namespace
@@ -315,16 +267,19 @@ TEST(BrickFunction, MeanAndSurfaceAgreeWithTheSumOverNodes)
         double const isoValue = reference.meanAtSamples(context);
         double const fastValue = inBricks.meanAtSamples(context);
         EXPECT_NEAR(fastValue, isoValue, 1e-5);
-        Recorder expected;
-        extractIsoSurface(context, reference, isoValue, nullptr, expected);
+        qz_test::MeshTarget sum;
+        extractIsoSurface(context, reference, isoValue, nullptr, sum);
+        qz_test::Mesh const & expected = sum.mesh();
         ASSERT_GT(expected.vertices.size(), 100U);
-        Recorder single;
+        qz_test::Mesh single;
         for (int threads = 1; threads <= 3; ++threads) {
-            Recorder mesh;
+            qz_test::MeshTarget target;
             context.threads = threads;
             EXPECT_EQ(inBricks.meanAtSamples(context), fastValue);
-            extractIsoSurface(context, inBricks, isoValue, nullptr, mesh);
-            ASSERT_TRUE(mesh.order == expected.order)
+            extractIsoSurface(context, inBricks, isoValue, nullptr, target);
+            qz_test::Mesh const & mesh = target.mesh();
+            ASSERT_EQ(target.violation(), "");
+            ASSERT_TRUE(mesh.triangles == expected.triangles)
                 << mesh.vertices.size() << " and " << expected.vertices.size() << " vertices";
             // Both are within 1/2048 of an edge, at most a diagonal, from a crossing. Where an edge has
             // several, they may have chosen different ones.
@@ -332,16 +287,14 @@ TEST(BrickFunction, MeanAndSurfaceAgreeWithTheSumOverNodes)
                                     std::sqrt(3.0) / 2048;
             std::size_t others = 0;
             for (std::size_t n = 0; n < mesh.vertices.size(); ++n) {
-                bool const isSame = distanceBetween(mesh.vertices[n], expected.vertices[n]) < 2.02 * accuracy;
+                bool const isSame = (mesh.vertices[n] - expected.vertices[n]).length() < 2.02 * accuracy;
                 others += isSame ? 0 : 1;
-                ASSERT_TRUE(!isSame || distanceBetween(mesh.normals[n], expected.normals[n]) < 0.05);
+                ASSERT_TRUE(!isSame || (mesh.normals[n] - expected.normals[n]).length() < 0.05);
             }
             EXPECT_LT(others, 3 + mesh.vertices.size() / 1000);
-            if (threads == 1) {
-                single.vertices = mesh.vertices;
-                single.normals = mesh.normals;
-            }
-            EXPECT_TRUE(mesh.vertices == single.vertices && mesh.normals == single.normals);
+            if (threads == 1)
+                single = mesh;
+            EXPECT_TRUE(mesh == single);
         }
     }
 }
@@ -357,12 +310,12 @@ TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
     });
     BrickedFunction const function(model.function());
     auto const extract = [&](double isoValue, float factor, CProgressCounter * progress, int threads) {
-        Recorder mesh;
+        qz_test::MeshTarget target;
         model.params.setReconstructFactor(factor);
         StageContext context = model.context(threads);
         context.progress = progress;
-        extractIsoSurface(context, function, isoValue, nullptr, mesh);
-        return mesh.vertices.size();
+        extractIsoSurface(context, function, isoValue, nullptr, target);
+        return target.mesh().vertices.size();
     };
     double const good = function.meanAtSamples(model.context(2));
     EXPECT_GT(extract(good, 1.0f, nullptr, 2), 100U);
@@ -373,7 +326,8 @@ TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
         EXPECT_THROW(extract(good, factor, nullptr, 1), CVolTriangulationError);
     for (int threads = 1; threads <= 2; ++threads) {
         for (double const limit : {0.0, 0.1, 0.5}) {
-            Impatient progress(limit);
+            qz_test::ProgressRecorder progress;
+            progress.interruptBeyond = limit;
             EXPECT_THROW(extract(good, 1.0f, &progress, threads), CUserIntrException);
         }
     }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickSystem.h>
-#include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncBasis.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 
-#include <support/PointCloudSamples.h>
+#include <VolTriang/ScaledKernel.h>
+#include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
 
@@ -27,22 +27,6 @@ namespace
 using Kernel = CProductPiecewisePolynom;
 using Vector = BrickSystem::Vector;
 
-PointCloudSamples noisySphere(int number, unsigned seed)
-{
-    std::mt19937 random(seed);
-    std::normal_distribution<float> gauss;
-    PointCloudSamples samples;
-    for (int n = 0; n < number; ++n) {
-        float const x = gauss(random);
-        float const y = gauss(random);
-        float const z = gauss(random);
-        float const length = std::sqrt(x * x + y * y + z * z);
-        float const radius = (1.0f + 0.02f * gauss(random)) / length;
-        samples.add({x * radius, y * radius, z * radius}, {x / length, y / length, z / length});
-    }
-    return samples;
-}
-
 struct Config
 {
     int depth;
@@ -56,16 +40,9 @@ struct Model
 {
     Model(PointCloudSamples const & samples, Config const & config)
         : octree(&samples, config.depth, nullptr, config.useCenter, config.detalizationLevel),
-          kernel(makeKernel(config.kernelScale)), basis(kernel, &octree, 0), lattice(octree)
+          kernel(qz_test::scaledKernel(config.kernelScale)), basis(kernel, &octree, 0), lattice(octree)
     {}
 
-    static Kernel makeKernel(double scale)
-    {
-        auto kernel = makeApproxGaussian<Kernel>();
-        double const scales[3] = {1.0 / scale, 1.0 / scale, 1.0 / scale};
-        kernel.scaleArgument(scales);
-        return kernel;
-    }
     CSingleVarLimitedPolynom const & factor() const { return kernel.getSummand(0).getMultiplier(0); }
     BrickSystem system(BrickPasses const & passes) const { return BrickSystem(lattice, factor(), passes); }
 
@@ -118,7 +95,7 @@ class BrickSystemTest : public testing::TestWithParam<Config>
 
 TEST_P(BrickSystemTest, productIsThatOfTheExplicitMatrix)
 {
-    PointCloudSamples const samples = noisySphere(120, 1);
+    PointCloudSamples const samples = qz_test::sampledShape("sphere", 120, 0.01);
     Model const model(samples, GetParam());
     std::vector<int> const & nodes = model.lattice.nodes();
     std::size_t const size = nodes.size();
@@ -142,7 +119,7 @@ TEST_P(BrickSystemTest, productIsThatOfTheExplicitMatrix)
 
 TEST_P(BrickSystemTest, rightPartIsThatOfTheExplicitProducts)
 {
-    PointCloudSamples const samples = noisySphere(100, 3);
+    PointCloudSamples const samples = qz_test::sampledShape("sphere", 100, 0.01);
     Model const model(samples, GetParam());
     COctree const & octree = model.octree;
     std::vector<int> const & nodes = model.lattice.nodes();
@@ -194,7 +171,7 @@ TEST_P(BrickSystemTest, rightPartIsThatOfTheExplicitProducts)
 
 TEST_P(BrickSystemTest, solutionMeetsTheEquationWithTheSameBitsEverywhere)
 {
-    PointCloudSamples const samples = noisySphere(600, 5);
+    PointCloudSamples const samples = qz_test::sampledShape("sphere", 600, 0.01);
     Model const model(samples, GetParam());
     std::size_t const size = model.lattice.nodes().size();
     Vector const right = randomVector(size, 6);
@@ -236,7 +213,7 @@ INSTANTIATE_TEST_SUITE_P(Configurations, BrickSystemTest,
 
 TEST(BrickLatticeTest, holdsEveryNodeOnceInTheOrderOfBricks)
 {
-    PointCloudSamples const samples = noisySphere(500, 7);
+    PointCloudSamples const samples = qz_test::sampledShape("sphere", 500, 0.01);
     for (bool useCenter : {false, true}) {
         COctree const octree(&samples, 6, nullptr, useCenter, -1);
         BrickLattice const lattice(octree);

@@ -7,7 +7,7 @@
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 
 #include <support/PiecewisePolynomials.h>
-#include <support/PointCloudSamples.h>
+#include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
 
@@ -110,17 +110,6 @@ TEST(KernelForms, PlacedFunctionsAndProductsAgree)
     }
 }
 
-PointCloudSamples makeCloud()
-{
-    std::mt19937 random(23);
-    PointCloudSamples samples;
-    for (int sample = 0; sample < 30; ++sample) {
-        float const x = static_cast<float>(uniform(random, 0.0, 1.0));
-        samples.add({x, static_cast<float>(uniform(random, 0.0, 1.0)), 0.4f * x}, {0.0f, 0.0f, 1.0f});
-    }
-    return samples;
-}
-
 // Bases of all kinds of kernels of some width over one octree.
 template <class TKernel>
 struct Bases
@@ -146,7 +135,7 @@ struct Bases
 class KernelFormsOnOctree : public testing::TestWithParam<std::tuple<bool, int, double>>
 {
 protected:
-    PointCloudSamples samples = makeCloud();
+    PointCloudSamples samples = qz_test::cloudOf("slope", 30, {0.0, 1.0, 1.0f, {}, 0.4f, 23});
     COctree octree{&samples, 4, nullptr, std::get<0>(GetParam()), std::get<1>(GetParam())};
     double const width = std::get<2>(GetParam());
     Bases<General> general{octree, width};

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/InterlacedSupportIterator.h>
-#include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/OctreeFuncBasis.h>
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
 
-#include <support/PointCloudSamples.h>
+#include <VolTriang/ScaledKernel.h>
+#include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
 
@@ -23,24 +23,10 @@ using Kernel = CProductPiecewisePolynom;
 using Basis = COctreeFuncBasisTmpl<Kernel>;
 using Combination = COctreeFuncLinCombTmpl<Kernel>;
 
-PointCloudSamples makeCloud()
-{
-    std::mt19937 random(3);
-    std::uniform_real_distribution<float> coord(0.0f, 1.0f);
-    PointCloudSamples samples;
-    for (int sample = 0; sample < 60; ++sample) {
-        float const x = coord(random);
-        samples.add({x, coord(random), 0.3f * x}, {0.0f, 0.0f, 1.0f});
-    }
-    return samples;
-}
-
 // A kernel, its derivative and its Laplacian (three summands), with their derivative levels.
 Kernel makeKernel(int level, double width)
 {
-    Kernel kernel = makeApproxGaussian<Kernel>();
-    double const scales[3] = {1.0 / width, 1.0 / width, 1.0 / width};
-    kernel.scaleArgument(scales);
+    Kernel const kernel = qz_test::scaledKernel(width);
     Kernel result;
     if (level == 1)
         kernel.makePartialDerivative(&result, 1);
@@ -52,7 +38,7 @@ Kernel makeKernel(int level, double width)
 class BasisOfLevel : public testing::TestWithParam<std::tuple<int, bool, int>>
 {
 protected:
-    PointCloudSamples samples = makeCloud();
+    PointCloudSamples samples = qz_test::cloudOf("slope", 60, {0.0, 1.0, 1.0f, {}, 0.3f, 3});
     COctree octree{&samples, 5, nullptr, std::get<1>(GetParam()), std::get<2>(GetParam())};
     Basis basis{makeKernel(std::get<0>(GetParam()), 0.9), &octree, std::get<0>(GetParam())};
     std::mt19937 random{8};
@@ -169,7 +155,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, BasisOfLevel,
 // coordinates fill an `int`.
 TEST(OctreeFuncLinComb, HelpersChangeNoBitForWideKernelsAndLargeRegions)
 {
-    PointCloudSamples const samples = makeCloud();
+    PointCloudSamples const samples = qz_test::cloudOf("slope", 60, {0.0, 1.0, 1.0f, {}, 0.3f, 3});
     std::mt19937 random(9);
     std::uniform_real_distribution<double> offset(-1.0, 1.0);
     for (int depth : {4, 7, COctree::MAX_DEPTH}) {

@@ -2,7 +2,7 @@
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 
-#include <support/PointCloudSamples.h>
+#include <support/SampledClouds.h>
 
 #include <QZsys/Exceptions.h>
 #include <QZsys/Progress.h>
@@ -58,17 +58,10 @@ struct ReferenceTree
     }
 };
 
-PointCloudSamples makeCloud(unsigned seed, int count, float extentZ = 1.0f)
+// Random in a box whose top is the unit square.
+PointCloudSamples boxCloud(unsigned seed, std::size_t count, float thickness = 1.0f)
 {
-    std::mt19937 random(seed);
-    PointCloudSamples samples;
-    for (int sample = 0; sample < count; ++sample) {
-        auto const uniform = [&] { return static_cast<float>(random() % 100000) / 100000.0f; };
-        float const x = uniform();
-        float const y = uniform();
-        samples.add({x, y, extentZ * uniform()}, {0.0f, 0.0f, 1.0f});
-    }
-    return samples;
+    return qz_test::cloudOf("box", count, {0.0, 1.0, 1.0f, {}, thickness, seed});
 }
 
 struct TreeKind
@@ -81,7 +74,7 @@ struct TreeKind
 class OctreeOfKind : public testing::TestWithParam<TreeKind>
 {
 protected:
-    PointCloudSamples samples = makeCloud(11, 300, 0.05f);
+    PointCloudSamples samples = boxCloud(11, 300, 0.05f);
     COctree octree{&samples, GetParam().depth, nullptr, GetParam().useCenter, GetParam().detalizationLevel};
     ReferenceTree reference{samples, octree};
 };
@@ -212,7 +205,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, OctreeOfKind,
 
 TEST(Octree, DepthRanges)
 {
-    PointCloudSamples const samples = makeCloud(1, 20);
+    PointCloudSamples const samples = boxCloud(1, 20);
     auto const range = [&](int depth, bool useCenter, int level) {
         COctree const octree(&samples, depth, nullptr, useCenter, level);
         return std::pair(octree.getNodeDepthBegin(), octree.getNodeDepthEnd());
@@ -249,7 +242,7 @@ TEST(Octree, DegenerateClouds)
 
     float const infinity = std::numeric_limits<float>::infinity();
     for (float bad : {infinity, -infinity, std::numeric_limits<float>::quiet_NaN()}) {
-        PointCloudSamples broken = makeCloud(3, 10);
+        PointCloudSamples broken = boxCloud(3, 10);
         broken.add({0.0f, bad, 0.0f}, {0.0f, 0.0f, 1.0f});
         EXPECT_EQ(what([&] { COctree(&broken, 4, nullptr, true, -1); }),
                   "Sample 10 has a coordinate that is not finite");
@@ -264,7 +257,7 @@ TEST(Octree, DegenerateClouds)
 
 TEST(Octree, QueriesOutsideTheTreeAndNaNYieldNothing)
 {
-    PointCloudSamples const samples = makeCloud(2, 200);
+    PointCloudSamples const samples = boxCloud(2, 200);
     COctree const octree(&samples, 5, nullptr, true, -1);
     double const nan = std::numeric_limits<double>::quiet_NaN();
     CParallelepiped const boxes[] = {{5.0, 6.0, 0.0, 1.0, 0.0, 1.0},
@@ -285,7 +278,7 @@ TEST(Octree, QueriesOutsideTheTreeAndNaNYieldNothing)
 
 TEST(Octree, InterruptionLeavesTheConstructor)
 {
-    PointCloudSamples const samples = makeCloud(2, 200);
+    PointCloudSamples const samples = boxCloud(2, 200);
     CProgressCounter progress;
     progress.interrupt();
     EXPECT_THROW(COctree(&samples, 5, &progress, true, -1), CUserIntrException);

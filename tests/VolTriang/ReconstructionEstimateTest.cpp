@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
-#include <random>
 #include <string>
 
 using namespace VolTr;
@@ -70,19 +69,6 @@ double compareWithRun(EstimatedRun const & run)
     return ratio;
 }
 
-#ifndef QZ_SLOW_TESTS
-PointCloudSamples fillCube(int points)
-{
-    std::mt19937 engine(7);
-    std::uniform_real_distribution<float> coord(-3.0f, 5.0f);
-    PointCloudSamples samples;
-    for (int i = 0; i < points; ++i)
-        samples.add({coord(engine), coord(engine), coord(engine)}, {0.0f, 0.0f, 1.0f});
-    return samples;
-}
-
-#endif
-
 } // namespace
 
 #ifdef QZ_SLOW_TESTS
@@ -116,7 +102,8 @@ TEST(ReconstructionEstimate, CountsWhatTheOctreeMakes)
     PointCloudSamples one;
     one.add({1.0f, 2.0f, 3.0f}, {0.0f, 0.0f, 1.0f});
     PointCloudSamples const clouds[] = {qz_test::sampledShape("torus", 4000, 0.001, 20),
-                                        qz_test::sampledShape("sheet", 300), fillCube(500), one};
+                                        qz_test::sampledShape("sheet", 300), qz_test::cloudOf("box", 500),
+                                        one};
     for (PointCloudSamples const & cloud : clouds)
         for (int depth : {2, 3, 6, 9, 29})
             for (bool useCenter : {true, false})

@@ -3,14 +3,8 @@
 // The whole reconstruction against an independent model: every step by brute force over all samples and all
 // pairs of nodes, integrals by quadrature, the system by dense elimination. What the triangulator extracts
 // must be the level set of the model's function.
-#include <QZmath/VolTriang/Octree.h>
-#include <QZmath/VolTriang/VolumetricTriangulator.h>
-
-#include <support/Mesh.h>
-#include <support/PointCloudSamples.h>
+#include <VolTriang/Runs.h>
 #include <support/SparseSystems.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
@@ -302,22 +296,18 @@ class ReconstructionModel : public testing::TestWithParam<Case>
 TEST_P(ReconstructionModel, SurfaceIsTheLevelSetOfTheModel)
 {
     PointCloudSamples const samples = makeCloud();
-    CVolTriangulationParams params;
-    params.setOctreeDepth(GetParam().depth);
+    CVolTriangulationParams params = qz_test::paramsOf(GetParam().depth);
     params.setUseCenter(GetParam().useCenter);
     params.setDetalizationLevel(GetParam().detalizationLevel);
     params.setVariableDensity(GetParam().variableDensity);
     params.setKernelScaleFactor(GetParam().kernelScale);
     params.setDensityEstimationDepthDelta(1);
     params.setEstimateResultNormals(true);
-    qz_test::MeshTarget target;
-    CVolumetricTriangulator(&target, &samples, &params, nullptr).run();
-    qz_test::Mesh const & mesh = target.mesh();
+    qz_test::Mesh const mesh = qz_test::reconstruct(samples, params).mesh;
     ASSERT_GT(mesh.triangles.size(), 100u);
 
     ReferenceReconstruction const reference(samples, params);
-    COctree const octree(&samples, GetParam().depth, nullptr, GetParam().useCenter, -1);
-    double const edge = octree.getCellSize(GetParam().depth - 1);
+    double const edge = 2.0 * qz_test::leafCell(samples, GetParam().depth);
     for (std::size_t vertex = 0; vertex < mesh.vertices.size(); ++vertex) {
         Point const point = asArray(mesh.vertices[vertex]);
         Point const normal = asArray(mesh.normals[vertex]);

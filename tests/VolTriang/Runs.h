@@ -35,7 +35,7 @@ struct Result
 };
 
 inline Result reconstruct(VolTr::IInputSamples const & samples, VolTr::CVolTriangulationParams const & params,
-                       int threads = 0, CProgressCounter * progress = nullptr)
+                          int threads = 0, CProgressCounter * progress = nullptr)
 {
     ThreadNumber const number(threads);
     MeshTarget target;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Stages/NormalizeByLast.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 
+#include <VolTriang/ScaledKernel.h>
 #include <support/PointCloudSamples.h>
 
 #include <gtest/gtest.h>
@@ -50,10 +50,7 @@ TEST(SampleDensity, SameBitsAsByItsDefinition)
             for (int const depth : {2, 5, 7}) {
                 COctree const octree(&cloud, depth, nullptr, centred, -1);
                 for (double const factor : {0.7, 0.95, 1.0, 1.6, 7.0}) {
-                    Kernel kernel = makeApproxGaussian<Kernel>();
-                    double const scale[3] = {1.0 / factor, 1.0 / factor, 1.0 / factor};
-                    kernel.scaleArgument(scale);
-                    Basis const basis(kernel, &octree, 0);
+                    Basis const basis(qz_test::scaledKernel(factor), &octree, 0);
                     for (int const delta : {0, 2}) {
                         int const estimation = std::max(octree.getNodeDepthEnd() - 1 - delta, 0);
                         if (factor > 2.0 && (depth > 5 || delta == 0))

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/Parallel.h>
-#include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Stages/SampleSurface.h>
 
-#include <apps/sampling/SampleShapes.h>
+#include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
 
@@ -21,51 +20,35 @@ using Team = QzBackend::LoopTeam;
 
 // Points of the sphere with radius 1, some noise and uneven weights; their feet are their places on the
 // sphere.
-struct NoisySphere : IInputSamples
+struct NoisySphere : PointCloudSamples
 {
-    qz_sampling::Cloud cloud;
     std::vector<std::array<float, 3>> feet;
     std::vector<float> weights;
     std::vector<int> order;
 
     explicit NoisySphere(std::size_t count, double noise)
+        : PointCloudSamples(qz_test::sampledShape("sphere", count, noise)), order(count)
     {
-        qz_sampling::SamplingOptions options;
-        options.pointNumber = count;
-        options.noise = noise;
-        cloud = qz_sampling::sampleCloud(*qz_sampling::makeShape("sphere"), options);
         qz_sampling::Random random(7);
-        for (std::size_t n = 0; n < count; ++n) {
-            float const * const p = cloud.positions.data() + 3 * n;
+        for (std::array<float, 3> const & p : points) {
             float const radius = std::sqrt(p[0] * p[0] + p[1] * p[1] + p[2] * p[2]);
-            std::array<float, 3> foot;
-            for (std::size_t axis = 0; axis < 3; ++axis)
-                foot[axis] = p[axis] / radius - p[axis];
-            feet.push_back(foot);
+            feet.push_back({p[0] / radius - p[0], p[1] / radius - p[1], p[2] / radius - p[2]});
             weights.push_back(static_cast<float>(random.uniform(0.5, 1.5)));
         }
-        order.resize(count);
         std::iota(order.begin(), order.end(), 0);
     }
 
     void remove(std::size_t sample)
     {
-        auto const cut = [&](std::vector<float> & values, std::size_t width) {
-            values.erase(values.begin() + static_cast<std::ptrdiff_t>(width * sample),
-                         values.begin() + static_cast<std::ptrdiff_t>(width * (sample + 1)));
+        auto const cut = [&](auto & values) {
+            values.erase(values.begin() + static_cast<std::ptrdiff_t>(sample));
         };
-        cut(cloud.positions, 3);
-        cut(cloud.normals, 3);
-        cut(weights, 1);
-        feet.erase(feet.begin() + static_cast<std::ptrdiff_t>(sample));
+        cut(points);
+        cut(normals);
+        cut(weights);
+        cut(feet);
         order.pop_back();
     }
-
-private:
-    int onPointsNumber() const override { return static_cast<int>(order.size()); }
-    float const * onGetSampleCoords3(int n) const override { return cloud.positions.data() + 3 * n; }
-    float const * onGetSampleNormal3(int n) const override { return cloud.normals.data() + 3 * n; }
-    bool onIsBoundaryVertex(int) const override { return false; }
 };
 
 // One lattice only when `depth` is 0: the cube's edge is then the cell.
@@ -103,8 +86,8 @@ std::array<double, 3> moveByDefinition(NoisySphere const & sphere, double const 
     double sp[3] = {0, 0, 0};
     double snp = 0;
     for (std::size_t n = 0; n < sphere.order.size(); ++n) {
-        float const * const p = sphere.cloud.positions.data() + 3 * n;
-        float const * const normal = sphere.cloud.normals.data() + 3 * n;
+        std::array<float, 3> const & p = sphere.points[n];
+        std::array<float, 3> const & normal = sphere.normals[n];
         double kernel = sphere.weights[n]; // the sum over the nodes is a product over the axes
         for (std::size_t axis = 0; axis < 3; ++axis) {
             double const a = (v[axis] - origin[axis]) / h;
@@ -115,7 +98,7 @@ std::array<double, 3> moveByDefinition(NoisySphere const & sphere, double const 
             kernel *= sum;
         }
         s0 += kernel;
-        for (int axis = 0; axis < 3; ++axis) {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
             sn[axis] += kernel * normal[axis];
             sp[axis] += kernel * p[axis];
             snp += kernel * normal[axis] * p[axis];
@@ -171,8 +154,8 @@ TEST(SampleSurface, leftOutErrorIsThatOfReallyLeavingOut)
         NoisySphere rest = sphere;
         rest.remove(sample);
         SampleSurface const surface = makeSurface(rest, cell, 0, 0.0);
-        float const * const p = sphere.cloud.positions.data() + 3 * sample;
-        float const * const normal = sphere.cloud.normals.data() + 3 * sample;
+        std::array<float, 3> const & p = sphere.points[sample];
+        std::array<float, 3> const & normal = sphere.normals[sample];
         double foot[3];
         for (std::size_t axis = 0; axis < 3; ++axis)
             foot[axis] = double(p[axis]) + sphere.feet[sample][axis];
@@ -209,7 +192,7 @@ TEST(SampleSurface, hasTheSameBitsForAnyNumberOfThreads)
         for (std::size_t n = 0; n < sphere.order.size(); n += 7) {
             double point[3];
             for (std::size_t axis = 0; axis < 3; ++axis)
-                point[axis] = double(sphere.cloud.positions[3 * n + axis]) + sphere.feet[n][axis];
+                point[axis] = double(sphere.points[n][axis]) + sphere.feet[n][axis];
             SampleSurface::Height const height = surface.heightOf(point, scratch);
             mine.insert(mine.end(), height.move.begin(), height.move.end());
             mine.insert(mine.end(), height.normal.begin(), height.normal.end());
@@ -226,7 +209,7 @@ TEST(SampleSurface, sensesNothingFromSamplesWithoutNormals)
     NoisySphere sphere(2000, 0.0);
     for (std::size_t n = 0; n < sphere.order.size(); n += 2) {
         float const bad[] = {0.0f, NAN, INFINITY};
-        std::fill_n(sphere.cloud.normals.begin() + static_cast<std::ptrdiff_t>(3 * n), 3, bad[n / 2 % 3]);
+        sphere.normals[n].fill(bad[n / 2 % 3]);
     }
     NoisySphere rest = sphere;
     for (std::size_t n = sphere.order.size(); n-- > 0;) {

@@ -2,10 +2,10 @@
 #include <QZmath/VolTriang/ScalarProductHelper.h>
 
 #include <QZmath/VolTriang/InterlacedSupportIterator.h>
-#include <QZmath/VolTriang/Kernels.h>
 
+#include <VolTriang/ScaledKernel.h>
 #include <support/PiecewisePolynomials.h>
-#include <support/PointCloudSamples.h>
+#include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
 
@@ -30,25 +30,12 @@ using Function = CCSFunc3Tmpl<Kernel>;
 int const evenParity[3] = {1, 1, 1};
 int const oddAlongXParity[3] = {-1, 1, 1};
 
-PointCloudSamples makeCloud(int size)
-{
-    std::mt19937 random(11);
-    PointCloudSamples samples;
-    for (int sample = 0; sample < size; ++sample) {
-        float const x = static_cast<float>(uniform(random, 0.0, 1.0));
-        samples.add({x, static_cast<float>(uniform(random, 0.0, 1.0)), 0.4f * x}, {0.0f, 0.0f, 1.0f});
-    }
-    return samples;
-}
-
 // The bases of a reconstruction over one octree: a kernel of some width, a derivative and its Laplacian.
 struct Bases
 {
     Bases(COctree const & octree, double width)
     {
-        Kernel kernel = makeApproxGaussian<Kernel>();
-        double const scale[3] = {1.0 / width, 1.0 / width, 1.0 / width};
-        kernel.scaleArgument(scale);
+        Kernel const kernel = qz_test::scaledKernel(width);
         plain = std::make_unique<Basis>(kernel, &octree, 0);
         Kernel derived;
         kernel.makePartialDerivative(&derived, 0);
@@ -88,7 +75,7 @@ double magnitude(Function const & f, Function const & g)
 class Products : public testing::TestWithParam<std::tuple<bool, int, double>>
 {
 protected:
-    PointCloudSamples samples = makeCloud(40);
+    PointCloudSamples samples = qz_test::cloudOf("slope", 40, {0.0, 1.0, 1.0f, {}, 0.4f, 11});
     COctree octree{&samples, 5, nullptr, std::get<0>(GetParam()), std::get<1>(GetParam())};
     Bases bases{octree, std::get<2>(GetParam())};
     std::mt19937 random{12};
