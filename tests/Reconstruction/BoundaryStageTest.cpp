@@ -45,7 +45,7 @@ Settled settle(TriangleMesh const & mesh, std::vector<float> const & samples, Bo
     onTeam(threads, [&](QzBackend::LoopTeam & team) {
         SampleIndex const index(samples.data(), samples.size() / 3, team);
         result.findings = settleBoundary(result.mesh, index, rule, team);
-        result.loops = measureBorders(result.mesh, team);
+        result.loops = measureBorders(result.mesh);
     });
     result.topology = examine(qz_test::toTestMesh(result.mesh));
     EXPECT_TRUE(result.topology.isManifold());

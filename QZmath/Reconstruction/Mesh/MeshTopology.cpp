@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <tuple>
 
 namespace QZmath::Stages
 {
@@ -45,111 +46,76 @@ std::vector<std::int32_t> oppositeHalfEdges(TriangleMesh const & mesh, VertexSta
             std::int32_t const b = mesh.triangles[at(nextInTriangle(static_cast<std::int32_t>(h)))];
             std::int32_t forth = -1;
             std::int32_t back = -1;
-            if (a != b && count(b, a, back) == 1 && count(a, b, forth) == 1)
+            if (a < b && count(b, a, back) == 1 && count(a, b, forth) == 1) {
                 opposite[h] = back;
+                opposite[at(back)] = static_cast<std::int32_t>(h);
+            }
         }
     });
     return opposite;
 }
 
-BorderLoops measureBorders(TriangleMesh const & mesh, QzBackend::LoopTeam & team)
+BorderLoops measureBorders(TriangleMesh const & mesh)
 {
-    BorderLoops loops;
-    std::vector<std::int32_t> const opposite = oppositeHalfEdges(mesh, VertexStars(mesh), team);
-    // A loop turns from one border edge to the next around the vertex between them.
-    std::vector<std::int32_t> border;
-    for (std::size_t h = 0; h < opposite.size(); ++h) {
-        if (opposite[h] < 0)
-            border.push_back(static_cast<std::int32_t>(h));
-    }
-    std::vector<std::uint8_t> isSeen(border.size(), 0);
-    auto const slotOf = [&](std::int32_t halfEdge) {
-        return static_cast<std::size_t>(std::lower_bound(border.begin(), border.end(), halfEdge) -
-                                        border.begin());
+    // Around an inner vertex, each neighbour comes once after it in a triangle and once before it. Where the
+    // two do not cancel out, there is a border. Numbers that are mixed well do not cancel out by chance.
+    auto const mixed = [](std::int32_t vertex) {
+        std::uint64_t bits = static_cast<std::uint64_t>(vertex) + 0x9e3779b97f4a7c15;
+        bits = (bits ^ bits >> 30) * 0xbf58476d1ce4e5b9;
+        bits = (bits ^ bits >> 27) * 0x94d049bb133111eb;
+        return bits ^ bits >> 31;
     };
+    std::vector<std::uint64_t> sums(mesh.vertexCount(), 0);
+    for (std::size_t n = 0; n < mesh.triangles.size(); n += 3) {
+        std::int32_t const * corners = &mesh.triangles[n];
+        std::uint64_t const numbers[3] = {mixed(corners[0]), mixed(corners[1]), mixed(corners[2])};
+        for (std::size_t k = 0; k < 3; ++k)
+            sums[at(corners[k])] += numbers[(k + 1) % 3] - numbers[(k + 2) % 3];
+    }
+    struct Edge
+    {
+        std::int32_t from, to;
+        bool isBack; // of one that runs from `to` to `from`
+    };
+    std::vector<Edge> edges;
+    for (std::size_t h = 0; h < mesh.triangles.size(); ++h) {
+        std::int32_t const a = mesh.triangles[h];
+        std::int32_t const b = mesh.triangles[at(nextInTriangle(static_cast<std::int32_t>(h)))];
+        if (sums[at(a)] != 0 && sums[at(b)] != 0) {
+            edges.push_back({a, b, false});
+            edges.push_back({b, a, true});
+        }
+    }
+    std::sort(edges.begin(), edges.end(), [](Edge const & a, Edge const & b) {
+        return std::tie(a.from, a.to, a.isBack) < std::tie(b.from, b.to, b.isBack);
+    });
+    std::vector<Edge> border; // half-edges without one that runs the other way
+    for (std::size_t n = 0; n < edges.size();) {
+        std::size_t const first = n;
+        while (n < edges.size() && edges[n].from == edges[first].from && edges[n].to == edges[first].to)
+            ++n;
+        if (!edges[first].isBack && !edges[n - 1].isBack)
+            border.push_back(edges[first]);
+    }
+    BorderLoops loops;
+    std::vector<std::uint8_t> isSeen(border.size(), 0);
     for (std::size_t first = 0; first < border.size(); ++first) {
-        if (isSeen[first])
-            continue;
-        ++loops.count;
-        for (std::size_t slot = first; !isSeen[slot];) {
-            isSeen[slot] = 1;
-            std::int32_t halfEdge = border[slot];
-            std::int32_t const next = nextInTriangle(halfEdge);
-            loops.length +=
-                (vertexOf(mesh, mesh.triangles[at(next)]) - vertexOf(mesh, mesh.triangles[at(halfEdge)]))
-                    .length();
-            halfEdge = next;
-            while (opposite[at(halfEdge)] >= 0)
-                halfEdge = nextInTriangle(opposite[at(halfEdge)]);
-            slot = slotOf(halfEdge);
+        loops.count += isSeen[first] == 0;
+        for (std::size_t n = first; n < border.size() && !isSeen[n];) {
+            isSeen[n] = 1;
+            std::int32_t const end = border[n].to;
+            loops.length += (vertexOf(mesh, end) - vertexOf(mesh, border[n].from)).length();
+            n = static_cast<std::size_t>(
+                std::lower_bound(border.begin(), border.end(), end,
+                                 [](Edge const & edge, std::int32_t vertex) { return edge.from < vertex; }) -
+                border.begin());
+            while (n < border.size() && border[n].from == end && isSeen[n])
+                ++n;
+            if (n < border.size() && border[n].from != end)
+                n = border.size();
         }
     }
     return loops;
-}
-
-std::size_t splitFans(TriangleMesh & mesh, QzBackend::LoopTeam & team)
-{
-    std::size_t const vertices = mesh.vertexCount();
-    VertexStars const stars(mesh);
-    std::vector<std::int32_t> const opposite = oppositeHalfEdges(mesh, stars, team);
-    auto const isWithout = [&](std::int32_t h) { return opposite[at(h)] < 0; };
-    // Half-edges of a vertex that begin or end a fan: a second fan is where one more than the first begins,
-    // or where turning around does not meet all.
-    std::vector<std::uint8_t> hasMore(vertices, 0);
-    forRanges(team, vertices, 1024, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t v = begin; v < end; ++v) {
-            std::int32_t const vertex = static_cast<std::int32_t>(v);
-            std::ptrdiff_t const degree = stars.end(vertex) - stars.begin(vertex);
-            if (degree == 0)
-                continue;
-            std::int32_t first = *stars.begin(vertex);
-            for (std::int32_t const * h = stars.begin(vertex); h != stars.end(vertex); ++h)
-                first = isWithout(*h) ? *h : first;
-            std::ptrdiff_t met = 1;
-            for (std::int32_t h = opposite[at(previousInTriangle(first))];
-                 h >= 0 && h != first && met < degree; h = opposite[at(previousInTriangle(h))])
-                ++met;
-            hasMore[v] = met < degree;
-        }
-    });
-    std::vector<std::int32_t> copies;
-    for (std::size_t v = 0; v < vertices; ++v) {
-        if (!hasMore[v])
-            continue;
-        std::int32_t const vertex = static_cast<std::int32_t>(v);
-        std::vector<std::int32_t> left(stars.begin(vertex), stars.end(vertex));
-        bool isFirst = true;
-        while (!left.empty()) {
-            std::int32_t first = left.front();
-            for (std::int32_t const h : left)
-                first = isWithout(h) ? h : first;
-            std::int32_t const name = isFirst ? vertex : static_cast<std::int32_t>(vertices + copies.size());
-            if (!isFirst)
-                copies.push_back(vertex);
-            isFirst = false;
-            for (std::int32_t h = first; h >= 0;) {
-                auto const place = std::find(left.begin(), left.end(), h);
-                if (place == left.end())
-                    break;
-                left.erase(place);
-                mesh.triangles[at(h)] = name;
-                h = opposite[at(previousInTriangle(h))];
-            }
-        }
-    }
-    auto const append = [&](auto & values, std::size_t perVertex) {
-        if (values.empty())
-            return;
-        for (std::int32_t const vertex : copies) {
-            for (std::size_t n = 0; n < perVertex; ++n)
-                values.push_back(values[perVertex * at(vertex) + n]);
-        }
-    };
-    append(mesh.positions, 3);
-    append(mesh.normals, 3);
-    append(mesh.colors, 3);
-    append(mesh.density, 1);
-    return copies.size();
 }
 
 void compact(TriangleMesh & mesh, std::vector<std::uint8_t> const & keep, QzBackend::LoopTeam & team)

@@ -64,18 +64,13 @@ private:
 std::vector<std::int32_t> oppositeHalfEdges(TriangleMesh const & mesh, VertexStars const & stars,
                                             QzBackend::LoopTeam & team);
 
-/// The closed loops along which a mesh ends.
+/// The closed loops along which a manifold mesh ends.
 struct BorderLoops
 {
     int count = 0;
     double length = 0;
 };
-BorderLoops measureBorders(TriangleMesh const & mesh, QzBackend::LoopTeam & team);
-
-/// Gives each fan of triangles around a vertex a vertex of its own, so that no two fans share one. Vertices
-/// that have one fan stay as they are. Expects edges with at most two triangles.
-/// \return the vertices added
-std::size_t splitFans(TriangleMesh & mesh, QzBackend::LoopTeam & team);
+BorderLoops measureBorders(TriangleMesh const & mesh); ///< 8 bytes a vertex
 
 /// Drops the triangles that are not kept, `keep` empty: none, then all vertices that no triangle has. What is
 /// left keeps its order; normals, colours and densities go with their vertices.

@@ -17,10 +17,12 @@ double const degree = 3.14159265358979323846 / 180;
 double const sliverSine = std::sin(1.0 * degree);
 double const soundSine = std::sin(5.0 * degree); // of triangles whose normals can be trusted
 double const leastTurn = std::cos(20.0 * degree);
-double const leastUpright = 0.5;     // cosine between a face and the mean of those around it
-double const leastImprovement = 1.2; // of the worst sine around
-double const greatestMove = 0.01;    // leaf cells
-int const mostRounds = 4;
+double const leastTinyTurn = std::cos(75.0 * degree); // where a vertex hardly moves
+double const leastUpright = 0.5;                      // cosine between a face and the mean of those around it
+double const leastImprovement = 1.2;                  // of the worst sine around
+double const greatestMove = 0.01;                     // leaf cells
+double const crowdedLength = 10;                      // of an edge, in greatest moves
+int const mostRounds = 6;
 
 struct Edit
 {
@@ -43,7 +45,8 @@ public:
           m_bound(greatestMove * leafCell * greatestMove * leafCell)
     {}
 
-    void run(std::vector<std::int32_t> slivers)
+    /// \return the slivers left
+    std::size_t run(std::vector<std::int32_t> slivers)
     {
         for (int round = 0; round < mostRounds && !slivers.empty(); ++round) {
             std::vector<std::int32_t> left;
@@ -56,9 +59,12 @@ public:
                     continue;
                 }
                 apply(edit);
-                // What an edit leaves behind may itself be a sliver, if a better one.
+                if (m_editor.isAlive(at(t)))
+                    left.push_back(t);
+                // What an edit leaves behind may itself be a sliver.
                 for (std::int32_t const touched : m_touched) {
-                    if (m_editor.isAlive(at(touched)) && faceOf(touched).leastSine() < sliverSine)
+                    if (touched != t && m_editor.isAlive(at(touched)) &&
+                        faceOf(touched).leastSine() < sliverSine)
                         left.push_back(touched);
                 }
             }
@@ -67,7 +73,14 @@ public:
             if (isDone)
                 break;
         }
+        std::sort(slivers.begin(), slivers.end());
+        slivers.erase(std::unique(slivers.begin(), slivers.end()), slivers.end());
+        auto const isLeft = [&](std::int32_t t) {
+            return m_editor.isAlive(at(t)) && faceOf(t).leastSine() < sliverSine;
+        };
+        auto const left = std::count_if(slivers.begin(), slivers.end(), isLeft);
         m_editor.finish(m_team);
+        return static_cast<std::size_t>(left);
     }
 
 private:
@@ -82,18 +95,33 @@ private:
         for (std::int32_t k = 0; k < 3; ++k) {
             std::int32_t const halfEdge = 3 * triangle + k;
             tryFlip(halfEdge, best);
-            tryCollapse(halfEdge, best);
+            tryCollapse(halfEdge, -1, best);
             std::int32_t const back = m_editor.opposite(halfEdge);
             if (back >= 0)
-                tryCollapse(back, best);
+                tryCollapse(back, -1, best);
         }
+        if (best.kind == Edit::Kind::none)
+            thinOut(triangle, best);
         return best;
     }
 
-    // Is the sum of the new triangles' worst sine an improvement, over the old one and over other edits?
-    static bool isBetter(double sine, double before, Edit const & best)
+    // Where vertices stand so close together that any edit would turn a triangle, another of the short edges
+    // around may go first.
+    void thinOut(std::int32_t triangle, Edit & best)
     {
-        return sine > best.sine && sine > leastImprovement * before;
+        double const longest = crowdedLength * std::sqrt(m_bound);
+        for (std::int32_t k = 0; k < 3; ++k) {
+            m_editor.starOf(3 * triangle + k, m_around);
+            for (std::int32_t const leaving : m_around.leaving) {
+                double const length =
+                    (placeOf(m_editor.target(leaving)) - placeOf(m_editor.origin(leaving))).length();
+                if (length > longest)
+                    continue;
+                tryCollapse(leaving, 0, best);
+                if (m_editor.opposite(leaving) >= 0)
+                    tryCollapse(m_editor.opposite(leaving), 0, best);
+            }
+        }
     }
 
     void tryFlip(std::int32_t halfEdge, Edit & best)
@@ -108,7 +136,8 @@ private:
         Triangle const before[2] = {{a, b, c}, {b, a, d}};
         Triangle const after[2] = {{a, d, c}, {b, c, d}};
         double const sine = std::min(after[0].leastSine(), after[1].leastSine());
-        if (!isBetter(sine, std::min(before[0].leastSine(), before[1].leastSine()), best))
+        if (sine <= best.sine ||
+            sine <= leastImprovement * std::min(before[0].leastSine(), before[1].leastSine()))
             return;
         // The two diagonals pass each other at the distance by which the surface moves.
         Vec const across = cross(b - a, d - c);
@@ -117,10 +146,8 @@ private:
             return;
         Vec const mean = before[0].areaNormal() + before[1].areaNormal();
         for (Triangle const & face : after) {
-            if (!isUpright(face.areaNormal(), mean))
-                return;
             for (Triangle const & old : before) {
-                if (!isKept(old, face))
+                if (!isUpright(old, face, mean) || !isKept(old, face, leastTurn))
                     return;
             }
         }
@@ -129,38 +156,45 @@ private:
             best = {Edit::Kind::flip, halfEdge, sine};
     }
 
-    void tryCollapse(std::int32_t halfEdge, Edit & best)
+    // \param mostSlivers that it may add
+    void tryCollapse(std::int32_t halfEdge, int mostSlivers, Edit & best)
     {
         m_editor.starOf(halfEdge, m_atOrigin);
         std::int32_t const name = m_editor.target(halfEdge);
         Vec const from = placeOf(m_editor.origin(halfEdge));
         Vec const to = placeOf(name);
         double sine = 1;
-        double before = 1;
+        int slivers = 0; // added
         Vec mean;
+        double const turn = (to - from).squared() <= m_bound ? leastTinyTurn : leastTurn;
         m_before.clear();
+        m_gone.clear();
         m_after.clear();
         for (std::int32_t const h : m_atOrigin.leaving) {
             std::int32_t const x = m_editor.target(h);
             std::int32_t const y = m_editor.origin(previousInTriangle(h));
             Triangle const old = {from, placeOf(x), placeOf(y)};
-            before = std::min(before, old.leastSine());
+            slivers -= old.leastSine() < sliverSine;
             mean = mean + old.areaNormal();
-            m_before.push_back(old);
-            if (x == name || y == name)
+            if (x == name || y == name) {
+                m_gone.push_back(old);
                 continue;
+            }
+            m_before.push_back(old);
             m_after.push_back({to, old.b, old.c});
-            sine = std::min(sine, m_after.back().leastSine());
-            if (!isBetter(sine, 0, best) || !isKept(old, m_after.back()))
+            double const own = m_after.back().leastSine();
+            sine = std::min(sine, own);
+            slivers += own < sliverSine;
+            if (sine <= best.sine || !isKept(old, m_after.back(), turn))
                 return;
         }
-        if (m_after.empty() || !isBetter(sine, before, best))
+        if (m_after.empty() || slivers > mostSlivers)
             return;
         double distance = m_bound * 2;
-        for (Triangle const & face : m_after) {
-            if (!isUpright(face.areaNormal(), mean))
+        for (std::size_t n = 0; n < m_after.size(); ++n) {
+            if (!isUpright(m_before[n], m_after[n], mean))
                 return;
-            distance = std::min(distance, squaredDistance(from, face));
+            distance = std::min(distance, squaredDistance(from, m_after[n]));
         }
         if (distance > m_bound)
             return;
@@ -168,10 +202,11 @@ private:
         for (Triangle const & face : m_after) {
             for (Vec const & end : {face.b, face.c}) {
                 Vec const middle = (to + end) * 0.5;
-                bool const isNear = std::any_of(m_before.begin(), m_before.end(), [&](Triangle const & old) {
+                auto const isNear = [&](Triangle const & old) {
                     return squaredDistance(middle, old) <= m_bound;
-                });
-                if (!isNear)
+                };
+                if (std::none_of(m_before.begin(), m_before.end(), isNear) &&
+                    std::none_of(m_gone.begin(), m_gone.end(), isNear))
                     return;
             }
         }
@@ -191,19 +226,26 @@ private:
         return squaredDistance(from, to, placeOf(other)) <= m_bound;
     }
 
-    static bool isUpright(Vec const & normal, Vec const & mean)
+    // Does a new triangle look the way of those around it, or at least no less than the one that it replaces?
+    static bool isUpright(Triangle const & old, Triangle const & face, Vec const & mean)
     {
-        return dot(normal, mean) > leastUpright * normal.length() * mean.length();
+        auto const cosine = [&](Triangle const & triangle) {
+            Vec const normal = triangle.areaNormal();
+            double const lengths = normal.length() * mean.length();
+            return lengths > 0 ? dot(normal, mean) / lengths : -1.0;
+        };
+        double const own = cosine(face);
+        return own > leastUpright || (own > 0 && own >= cosine(old) - (1 - leastTurn));
     }
 
     // Where an old triangle had a normal to speak of, a new one in its place looks the same way.
-    static bool isKept(Triangle const & old, Triangle const & face)
+    static bool isKept(Triangle const & old, Triangle const & face, double leastCosine)
     {
         if (old.leastSine() < soundSine)
             return true;
         Vec const a = old.areaNormal();
         Vec const b = face.areaNormal();
-        return dot(a, b) >= leastTurn * a.length() * b.length();
+        return dot(a, b) >= leastCosine * a.length() * b.length();
     }
 
     void apply(Edit const & edit)
@@ -224,8 +266,8 @@ private:
     QzBackend::LoopTeam & m_team;
     MeshEditor m_editor;
     double const m_bound;
-    Star m_atOrigin, m_atTarget;
-    std::vector<Triangle> m_before, m_after;
+    Star m_atOrigin, m_atTarget, m_around;
+    std::vector<Triangle> m_before, m_after, m_gone; // around a vertex: replaced, new, without successor
     std::vector<std::int32_t> m_touched;
 };
 
@@ -277,8 +319,7 @@ std::size_t removeSlivers(TriangleMesh & mesh, double leafCell, QzBackend::LoopT
     std::vector<std::int32_t> const slivers = findSlivers(mesh, team, until);
     if (slivers.empty())
         return 0;
-    SliverRemoval(mesh, leafCell, team).run(slivers);
-    std::size_t const left = findSlivers(mesh, team, until).size();
+    std::size_t const left = SliverRemoval(mesh, leafCell, team).run(slivers);
     return slivers.size() - std::min(left, slivers.size());
 }
 
