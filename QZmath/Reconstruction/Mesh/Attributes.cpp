@@ -99,6 +99,7 @@ void colourVertices(TriangleMesh & mesh, SampleIndex const & samples, std::uint8
         [&](int slot, int piece) {
             Neighbours & few = buffers[static_cast<std::size_t>(slot)];
             std::size_t const begin = static_cast<std::size_t>(piece) * verticesPerPiece;
+            bool isSparse = false;
             for (std::size_t v = begin; v < std::min(mesh.vertexCount(), begin + verticesPerPiece); ++v) {
                 Vec const place = vertexOf(mesh, static_cast<std::int32_t>(v));
                 float const * normal = mesh.normals.empty() ? nullptr : &mesh.normals[3 * v];
@@ -110,14 +111,24 @@ void colourVertices(TriangleMesh & mesh, SampleIndex const & samples, std::uint8
                                   sampleNormals == nullptr ? nullptr : sampleNormals + 3 * at(sample)))
                         alike.add(weight, light);
                 };
-                samples.forEachWithin(place, radius, [&](std::int32_t sample, double squared) {
-                    add(sample, splineAt(std::sqrt(squared) / width));
-                });
-                if (all.samples < fewSamples) {
-                    all = alike = LightSum();
+                // Where samples are few, the first question is for those; the answer is the same.
+                auto const askForFew = [&] {
                     samples.nearestFew(place, fewSamples, greatestSpread * radius, few);
+                    isSparse = few.size() < fewSamples || few.back().first > radius * radius;
+                };
+                if (isSparse)
+                    askForFew();
+                if (!isSparse) {
+                    samples.forEachWithin(place, radius, [&](std::int32_t sample, double squared) {
+                        add(sample, splineAt(std::sqrt(squared) / width));
+                    });
+                    if (all.samples < fewSamples)
+                        askForFew();
+                }
+                if (isSparse) {
+                    all = alike = LightSum();
                     double const spread = few.size() == fewSamples
-                                              ? std::max(width, std::sqrt(few.back().first) / supportRadius)
+                                              ? std::sqrt(few.back().first) / supportRadius
                                               : greatestSpread * width;
                     for (auto const & [squared, sample] : few)
                         add(sample, splineAt(std::sqrt(squared) / spread));

@@ -30,6 +30,20 @@ void MeshEditor::starOf(std::int32_t halfEdge, Star & star) const
     }
 }
 
+// An inner vertex needs three triangles, one at the border one.
+bool MeshEditor::canLose(std::int32_t halfEdge) const
+{
+    int triangles = 1;
+    std::int32_t h = opposite(previousInTriangle(halfEdge));
+    for (; h >= 0 && h != halfEdge && triangles < 4; h = opposite(previousInTriangle(h)))
+        ++triangles;
+    if (h >= 0)
+        return triangles >= 4;
+    for (h = opposite(halfEdge); h >= 0; h = opposite(nextInTriangle(h)))
+        ++triangles;
+    return triangles >= 2;
+}
+
 // The neighbours of a star's middle are the targets of what leaves it, and at a border the one before that,
 // too, where the last triangle's third side ends.
 bool MeshEditor::isNeighbour(Star const & star, std::int32_t vertex) const
@@ -61,16 +75,8 @@ bool MeshEditor::mayCollapse(std::int32_t halfEdge, Star const & atOrigin, Star 
         common += isNeighbour(atOrigin, origin(previousInTriangle(atTarget.leaving.back())));
     if (common != (isBorderEdge ? 1 : 2))
         return false;
-    // The corners across the edge lose a neighbour: an inner vertex needs three, one at the border two.
-    Star corner;
-    for (std::int32_t const h : {halfEdge, back}) {
-        if (h < 0)
-            continue;
-        starOf(previousInTriangle(h), corner);
-        if (corner.leaving.size() < (corner.isClosed ? 4u : 2u))
-            return false;
-    }
-    return true;
+    // The corners across the edge lose a neighbour.
+    return canLose(previousInTriangle(halfEdge)) && (isBorderEdge || canLose(previousInTriangle(back)));
 }
 
 void MeshEditor::join(std::int32_t a, std::int32_t b)
@@ -106,13 +112,7 @@ bool MeshEditor::mayFlip(std::int32_t halfEdge, Star const & atCorner) const
     std::int32_t const back = opposite(halfEdge);
     if (back < 0 || isNeighbour(atCorner, origin(previousInTriangle(back))))
         return false;
-    Star end;
-    for (std::int32_t const h : {halfEdge, back}) {
-        starOf(h, end);
-        if (end.leaving.size() < (end.isClosed ? 4u : 2u))
-            return false;
-    }
-    return true;
+    return canLose(halfEdge) && canLose(back);
 }
 
 void MeshEditor::flip(std::int32_t halfEdge)

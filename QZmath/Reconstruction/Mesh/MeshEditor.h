@@ -47,6 +47,8 @@ public:
     void finish(QzBackend::LoopTeam & team);
 
 private:
+    /// Has the origin of a half-edge more triangles than it needs?
+    bool canLose(std::int32_t halfEdge) const;
     bool isNeighbour(Star const & star, std::int32_t vertex) const;
     void join(std::int32_t a, std::int32_t b);
     void remove(std::int32_t halfEdge);

@@ -1,0 +1,300 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Reconstruction/Mesh/Simplification.h>
+
+#include <QZmath/Reconstruction/Mesh/MeshEditor.h>
+#include <QZmath/Reconstruction/Mesh/Ranges.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <tuple>
+
+namespace QZmath::Stages
+{
+
+namespace
+{
+
+double const usableError = 0.95;   // of the given one: the surface between vertices has the rest
+double const rimError = 0.02;      // of the given one, by which a rim may leave its course
+double const leastTurn = 0.7;      // cosine between a triangle and the one that replaces it
+double const leastSine = 0.07;     // of the angles of new triangles, unless the old ones had less
+double const soundSine = 0.02;     // of triangles whose normals can be trusted
+double const lengthShare = 1e-3;   // of the length of an edge in its cost, which decides in a plane
+double const chosenShare = 0.5;    // of the collapses, the cheapest, that a round may do
+double const leastProgress = 1e-3; // share of the vertices that a round must take
+int const mostRounds = 200;
+std::size_t const mostTries = 3; // ends that a vertex is tried with
+std::size_t const verticesPerPiece = 256;
+
+class Simplification
+{
+public:
+    Simplification(TriangleMesh & mesh, double error, QzBackend::LoopTeam & team)
+        : m_mesh(mesh), m_team(team), m_editor(mesh, team),
+          m_bound(usableError * error * usableError * error), m_rimBound(rimError * error * rimError * error),
+          m_leaving(mesh.vertexCount(), -1), m_choices(mesh.vertexCount(), -1),
+          m_costs(mesh.vertexCount(), 0), m_isDirty(mesh.vertexCount(), 1), m_marks(mesh.vertexCount(), 0),
+          m_firstPoint(mesh.triangleCount(), -1), m_nextPoint(mesh.vertexCount(), -1),
+          m_scratch(static_cast<std::size_t>(team.threads()))
+    {
+        for (std::size_t h = mesh.triangles.size(); h-- > 0;)
+            m_leaving[at(mesh.triangles[h])] = static_cast<std::int32_t>(h);
+    }
+
+    void run(double until)
+    {
+        std::size_t vertices = m_leaving.size();
+        double open = 1;
+        for (int round = 1; round <= mostRounds; ++round) {
+            onVertices([&](Scratch & scratch, std::int32_t vertex) { choose(scratch, vertex); });
+            std::vector<std::int32_t> const chosen = chosenOf(round);
+            m_team.forEachOnSlot(static_cast<int>(chosen.size()), [&](int slot, int n) {
+                collapse(m_scratch[static_cast<std::size_t>(slot)], chosen[static_cast<std::size_t>(n)]);
+            });
+            vertices -= chosen.size();
+            if (static_cast<double>(chosen.size()) <= leastProgress * static_cast<double>(vertices))
+                break;
+            open *= 0.9;
+            m_team.setPosition(until * (1 - open));
+        }
+        m_editor.finish(m_team);
+    }
+
+private:
+    struct Scratch
+    {
+        MeshEditor::Star star, other;
+        std::vector<std::pair<double, std::int32_t>> ends; // cost, half-edge
+        std::vector<Triangle> before, after;
+        std::vector<std::int32_t> points;
+    };
+
+    Vec placeOf(std::int32_t vertex) const { return vertexOf(m_mesh, vertex); }
+
+    template <class Body>
+    void onVertices(Body const & body)
+    {
+        std::size_t const count = m_leaving.size();
+        m_team.forEachOnSlot(
+            static_cast<int>((count + verticesPerPiece - 1) / verticesPerPiece), [&](int slot, int piece) {
+                std::size_t const begin = static_cast<std::size_t>(piece) * verticesPerPiece;
+                for (std::size_t v = begin; v < std::min(count, begin + verticesPerPiece); ++v)
+                    body(m_scratch[static_cast<std::size_t>(slot)], static_cast<std::int32_t>(v));
+            });
+    }
+
+    // Which collapse of a vertex would do least, of those that are allowed. What was found before holds as
+    // long as the triangles around it are the same, but for what its neighbours' triangles have to say.
+    void choose(Scratch & scratch, std::int32_t vertex)
+    {
+        std::int32_t const leaving = m_leaving[at(vertex)];
+        std::int32_t & choice = m_choices[at(vertex)];
+        if (leaving < 0 || (!m_isDirty[at(vertex)] && choice < 0))
+            return;
+        m_editor.starOf(leaving, scratch.star);
+        if (!m_isDirty[at(vertex)] && isAllowed(scratch, choice))
+            return;
+        m_isDirty[at(vertex)] = 0;
+        choice = -1;
+        rankEnds(scratch, vertex);
+        for (std::size_t n = 0; n < std::min(mostTries, scratch.ends.size()); ++n) {
+            auto const [cost, halfEdge] = scratch.ends[n];
+            if (isHarmless(scratch, halfEdge) && isAllowed(scratch, halfEdge)) {
+                choice = halfEdge;
+                m_costs[at(vertex)] = cost;
+                return;
+            }
+        }
+    }
+
+    bool isAllowed(Scratch & scratch, std::int32_t halfEdge) const
+    {
+        m_editor.starOf(nextInTriangle(halfEdge), scratch.other);
+        return m_editor.mayCollapse(halfEdge, scratch.star, scratch.other);
+    }
+
+    void rankEnds(Scratch & scratch, std::int32_t vertex) const
+    {
+        Vec const from = placeOf(vertex);
+        scratch.before.clear();
+        for (std::int32_t const h : scratch.star.leaving)
+            scratch.before.push_back(
+                {from, placeOf(m_editor.target(h)), placeOf(m_editor.origin(previousInTriangle(h)))});
+        scratch.ends.clear();
+        for (std::int32_t const h : scratch.star.leaving) {
+            Vec const step = placeOf(m_editor.target(h)) - from;
+            double cost = 0;
+            double areas = 0;
+            for (Triangle const & face : scratch.before) {
+                Vec const normal = face.areaNormal();
+                double const volume = dot(normal, step);
+                double const area = normal.length();
+                cost += area > 0 ? volume * volume / area : 0;
+                areas += area;
+            }
+            scratch.ends.emplace_back(cost + lengthShare * areas * std::sqrt(m_bound * step.squared()), h);
+        }
+        std::sort(scratch.ends.begin(), scratch.ends.end());
+    }
+
+    // The triangles that a collapse would leave of a star; false where one of them turns or gets thin.
+    bool makeAfter(Scratch & scratch, std::int32_t halfEdge) const
+    {
+        std::int32_t const name = m_editor.target(halfEdge);
+        Vec const to = placeOf(name);
+        scratch.after.clear();
+        double before = 1;
+        double after = 1;
+        for (std::size_t n = 0; n < scratch.star.leaving.size(); ++n) {
+            std::int32_t const h = scratch.star.leaving[n];
+            Triangle const & old = scratch.before[n];
+            double const oldSine = old.leastSine();
+            before = std::min(before, oldSine);
+            if (m_editor.target(h) == name || m_editor.origin(previousInTriangle(h)) == name)
+                continue;
+            Triangle const face = {to, old.b, old.c};
+            Vec const a = old.areaNormal();
+            Vec const b = face.areaNormal();
+            double const leastCosine = oldSine < soundSine ? 0 : leastTurn;
+            if (!(dot(a, b) > leastCosine * a.length() * b.length()))
+                return false;
+            after = std::min(after, face.leastSine());
+            scratch.after.push_back(face);
+        }
+        return !scratch.after.empty() && (after >= leastSine || after >= before);
+    }
+
+    bool isHarmless(Scratch & scratch, std::int32_t halfEdge) const
+    {
+        if (!makeAfter(scratch, halfEdge))
+            return false;
+        auto const isNear = [&](Vec const & place) {
+            return std::any_of(scratch.after.begin(), scratch.after.end(), [&](Triangle const & face) {
+                return squaredDistance(place, face) <= m_bound;
+            });
+        };
+        std::int32_t const vertex = m_editor.origin(halfEdge);
+        if (!scratch.star.isClosed) {
+            std::int32_t const first = m_editor.target(scratch.star.leaving.front());
+            std::int32_t const last = m_editor.origin(previousInTriangle(scratch.star.leaving.back()));
+            Vec const other = placeOf(m_editor.target(halfEdge) == first ? last : first);
+            if (squaredDistance(placeOf(vertex), placeOf(m_editor.target(halfEdge)), other) > m_rimBound)
+                return false;
+        }
+        if (!isNear(placeOf(vertex)))
+            return false;
+        for (std::int32_t const h : scratch.star.leaving) {
+            for (std::int32_t point = m_firstPoint[at(h) / 3]; point >= 0; point = m_nextPoint[at(point)]) {
+                if (!isNear(placeOf(point)))
+                    return false;
+            }
+        }
+        return true;
+    }
+
+    // The vertices to go in this round: from the cheapest on, each with all around it left to itself.
+    std::vector<std::int32_t> chosenOf(int round)
+    {
+        std::vector<std::int32_t> candidates;
+        for (std::size_t v = 0; v < m_choices.size(); ++v) {
+            if (m_choices[v] >= 0)
+                candidates.push_back(static_cast<std::int32_t>(v));
+        }
+        std::sort(candidates.begin(), candidates.end(), [&](std::int32_t a, std::int32_t b) {
+            return std::tie(m_costs[at(a)], a) < std::tie(m_costs[at(b)], b);
+        });
+        candidates.resize(
+            static_cast<std::size_t>(std::ceil(chosenShare * static_cast<double>(candidates.size()))));
+        std::vector<std::int32_t> chosen;
+        MeshEditor::Star star;
+        for (std::int32_t const vertex : candidates) {
+            m_editor.starOf(m_leaving[at(vertex)], star);
+            auto const isFree = [&](std::int32_t other) { return m_marks[at(other)] != round; };
+            bool isAllFree = isFree(vertex);
+            for (std::int32_t const h : star.leaving)
+                isAllFree =
+                    isAllFree && isFree(m_editor.target(h)) && isFree(m_editor.origin(previousInTriangle(h)));
+            if (!isAllFree)
+                continue;
+            m_marks[at(vertex)] = round;
+            for (std::int32_t const h : star.leaving) {
+                m_marks[at(m_editor.target(h))] = round;
+                m_marks[at(m_editor.origin(previousInTriangle(h)))] = round;
+            }
+            chosen.push_back(vertex);
+        }
+        return chosen;
+    }
+
+    void collapse(Scratch & scratch, std::int32_t vertex)
+    {
+        std::int32_t const halfEdge = m_choices[at(vertex)];
+        std::int32_t const back = m_editor.opposite(halfEdge);
+        std::int32_t const name = m_editor.target(halfEdge);
+        m_editor.starOf(m_leaving[at(vertex)], scratch.star);
+        scratch.points.assign(1, vertex);
+        for (std::int32_t const h : scratch.star.leaving) {
+            for (std::int32_t point = m_firstPoint[at(h) / 3]; point >= 0; point = m_nextPoint[at(point)])
+                scratch.points.push_back(point);
+            m_firstPoint[at(h) / 3] = -1;
+            m_isDirty[at(m_editor.target(h))] = 1;
+            m_isDirty[at(m_editor.origin(previousInTriangle(h)))] = 1;
+        }
+        // The corners across the edge need a half-edge that stays: beyond the side behind the edge one leaves the
+        // corner, beyond the side before it one runs to it.
+        for (std::int32_t const gone : {halfEdge, back}) {
+            if (gone < 0)
+                continue;
+            std::int32_t const behind = m_editor.opposite(nextInTriangle(gone));
+            std::int32_t const before = m_editor.opposite(previousInTriangle(gone));
+            m_leaving[at(m_editor.origin(previousInTriangle(gone)))] =
+                behind >= 0 ? behind : nextInTriangle(before);
+        }
+        m_editor.collapse(halfEdge, scratch.star);
+        m_leaving[at(vertex)] = -1;
+        m_choices[at(vertex)] = -1;
+        std::vector<std::int32_t> & left = scratch.star.leaving;
+        left.erase(std::remove_if(left.begin(), left.end(),
+                                  [&](std::int32_t h) { return !m_editor.isAlive(at(h) / 3); }),
+                   left.end());
+        m_leaving[at(name)] = left.front();
+        for (std::int32_t const point : scratch.points) {
+            std::size_t nearest = 0;
+            double least = std::numeric_limits<double>::infinity();
+            for (std::int32_t const h : left) {
+                double const distance = squaredDistance(placeOf(point), triangleOf(m_mesh, at(h) / 3));
+                if (distance < least) {
+                    least = distance;
+                    nearest = at(h) / 3;
+                }
+            }
+            m_nextPoint[at(point)] = m_firstPoint[nearest];
+            m_firstPoint[nearest] = point;
+        }
+    }
+
+    TriangleMesh & m_mesh;
+    QzBackend::LoopTeam & m_team;
+    MeshEditor m_editor;
+    double const m_bound;                // squared
+    double const m_rimBound;             // squared
+    std::vector<std::int32_t> m_leaving; // one half-edge of each vertex; -1 for those that are gone
+    std::vector<std::int32_t> m_choices; // the half-edge along which a vertex would go; -1 for none
+    std::vector<double> m_costs;
+    std::vector<std::uint8_t> m_isDirty; // something around the vertex has changed
+    std::vector<std::int32_t> m_marks;   // the round in which something around a vertex was taken
+    std::vector<std::int32_t> m_firstPoint, m_nextPoint; // vertices that are gone, in lists of the triangles
+    std::vector<Scratch> m_scratch;
+};
+
+} // namespace
+
+void simplify(TriangleMesh & mesh, double error, QzBackend::LoopTeam & team, double until)
+{
+    if (mesh.triangles.empty() || !(error > 0))
+        return;
+    Simplification(mesh, error, team).run(until);
+}
+
+} // namespace QZmath::Stages
