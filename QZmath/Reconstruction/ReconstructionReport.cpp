@@ -63,6 +63,9 @@ std::string ReconstructionReport::summary() const
         sentence.add("left " + counted(size(boundariesLeft), "boundary", "boundaries") + " open");
     if (specksDropped > 0)
         sentence.add("dropped " + counted(size(specksDropped), "speck", "specks"));
+    if (trianglesBeforeSimplification > 0)
+        sentence.add("merged " + counted(trianglesBeforeSimplification, "triangle", "triangles") + " to " +
+                     std::to_string(triangles));
     sentence.add("kept " + counted(size(componentsKept), "component", "components"));
     return sentence.text();
 }

@@ -32,6 +32,7 @@ namespace
 constexpr double unlimited = std::numeric_limits<double>::infinity();
 constexpr int measuredNeighbours = 20;
 constexpr int spacingNeighbour = 8;
+constexpr int mostNeighbours = 320;
 constexpr int enoughPoints = 30000;
 
 double const pi = std::acos(-1.0);
@@ -153,6 +154,17 @@ void measurePoint(std::uint32_t point, Gathered const & gathered, CPointTree con
         measures.normals[point] = judgeNormal(gathered, tree, *plane, normals);
 }
 
+// Share of the judged normals with a bit.
+double shareOf(std::vector<std::uint8_t> const & verdicts, std::uint8_t bit)
+{
+    std::int64_t judged = 0, set = 0;
+    for (std::uint8_t const verdict : verdicts) {
+        judged += verdict & 1;
+        set += (verdict & bit) != 0;
+    }
+    return judged > 0 ? static_cast<double>(set) / static_cast<double>(judged) : 0.0;
+}
+
 // One point of each place.
 std::vector<Point3D> placesOf(int n, Point3D const * points)
 {
@@ -183,14 +195,17 @@ CCloudMeasures MeasureCloud(int n, Point3D const * points, Point3D const * norma
     CPointTree const tree(n, points, progress);
     growing.Finish();
     CPrgCntSubPhase const measuring(progress, 0.7, 0.3, 0, true);
-    int const stride = 1 + tree.size() / enoughPoints;
-    found.examined = forAllNeighbourhoods(
-        tree, measuredNeighbours, unlimited, progress,
-        [&](std::uint32_t point, Gathered const & gathered) {
-            measurePoint(point, gathered, tree, normals, measures);
-            return true;
-        },
-        stride);
+    auto const measureWith = [&](int neighbours) {
+        int const stride = 1 + tree.size() / (enoughPoints / neighbours * measuredNeighbours);
+        return forAllNeighbourhoods(
+            tree, neighbours, unlimited, progress,
+            [&](std::uint32_t point, Gathered const & gathered) {
+                measurePoint(point, gathered, tree, normals, measures);
+                return true;
+            },
+            stride);
+    };
+    found.examined = measureWith(measuredNeighbours);
     std::vector<float> spacings = valuesOf(measures.spacings);
     // Where most points repeat one another, places count.
     if (2 * spacings.size() < index(found.examined)) {
@@ -202,17 +217,24 @@ CCloudMeasures MeasureCloud(int n, Point3D const * points, Point3D const * norma
             return ofPlaces;
         }
     }
+    double const spacing = medianOf(spacings);
     std::vector<float> noises = valuesOf(measures.noises);
-    found.spacing = medianOf(spacings) / tree.unit();
-    found.noise = medianOf(noises) / tree.unit();
-    std::array<std::int64_t, 8> verdicts{};
-    for (std::uint8_t const verdict : measures.normals)
-        ++verdicts[verdict];
-    double const judged = static_cast<double>(verdicts[1] + verdicts[3] + verdicts[5] + verdicts[7]);
-    if (judged > 0) {
-        found.normalsOffPlane = static_cast<double>(verdicts[3] + verdicts[7]) / judged;
-        found.normalsAgainstOthers = static_cast<double>(verdicts[5] + verdicts[7]) / judged;
+    double noise = medianOf(noises);
+    found.normalsOffPlane = shareOf(measures.normals, 2);
+    found.normalsAgainstOthers = shareOf(measures.normals, 4);
+    // Noise that fills the neighbourhoods shows its size in wider ones only.
+    normals = nullptr;
+    for (int neighbours = 4 * measuredNeighbours; neighbours <= mostNeighbours; neighbours *= 4) {
+        double const radius = spacing * std::sqrt(neighbours / (4 * pi));
+        if (noise < 0.25 * radius)
+            break;
+        std::fill(measures.noises.begin(), measures.noises.end(), -1.0F);
+        measureWith(neighbours);
+        noises = valuesOf(measures.noises);
+        noise = medianOf(noises);
     }
+    found.spacing = spacing / tree.unit();
+    found.noise = noise / tree.unit();
     return found;
 }
 

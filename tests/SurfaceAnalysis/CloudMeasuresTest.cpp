@@ -79,7 +79,7 @@ TEST(CloudMeasures, RepeatedPointsCountOnce)
 
 TEST(CloudMeasures, NoiseIsThatAcrossTheSurface)
 {
-    for (double const noise : {0.001, 0.003}) {
+    for (double const noise : {0.001, 0.003, 0.015}) {
         // Relative to the longest side, which is 2.
         double const found = cloudOn("sphere", 50000, noise).measure().noise;
         EXPECT_NEAR(found, 2 * noise, 0.25 * 2 * noise);

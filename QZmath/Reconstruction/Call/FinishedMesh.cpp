@@ -10,6 +10,7 @@
 #include <QZmath/Reconstruction/Mesh/PointDistances.h>
 #include <QZmath/Reconstruction/Mesh/Ranges.h>
 #include <QZmath/Reconstruction/Mesh/SampleIndex.h>
+#include <QZmath/Reconstruction/Mesh/Simplification.h>
 #include <QZmath/Reconstruction/Mesh/Slivers.h>
 #include <QZmath/Reconstruction/Reconstruction.h>
 
@@ -91,7 +92,14 @@ void Finisher::settlePieces()
     m_report.specksDropped = components.dropped;
 }
 
-void Finisher::cleanTriangles() { m_report.sliversRemoved = removeSlivers(m_mesh, m_cells.leaf, m_team); }
+void Finisher::cleanTriangles()
+{
+    m_report.sliversRemoved = removeSlivers(m_mesh, m_cells.leaf, m_team);
+    if (m_options.simplifyError > 0.0) {
+        m_report.trianglesBeforeSimplification = m_mesh.triangleCount();
+        simplify(m_mesh, m_options.simplifyError * m_cells.leaf, m_team);
+    }
+}
 
 void Finisher::addAttributes()
 {
@@ -106,7 +114,7 @@ void Finisher::addAttributes()
 // What the result is like as a whole.
 void Finisher::judge()
 {
-    BorderLoops const borders = measureBorders(m_mesh, m_team);
+    BorderLoops const borders = measureBorders(m_mesh);
     m_report.boundariesLeft = borders.count;
     m_report.boundaryLength = borders.length;
     m_report.isClosed = borders.count == 0;

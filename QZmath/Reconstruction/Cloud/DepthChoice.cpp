@@ -47,8 +47,9 @@ int chooseDepth(LocalCloud const & cloud, ReconstructionOptions const & options,
     }
     if (!(measures.spacing > 0.0)) // a handful of points
         return leastDepth;
-    double const cell = std::max(0.9 * measures.spacing, measures.noise);
-    return std::clamp(depthFor(cloud, cell), leastDepth, greatestDepth);
+    int const bySpacing = depthFor(cloud, 0.9 * measures.spacing);
+    int const byNoise = measures.noise > 0.0 ? depthFor(cloud, 2.0 * measures.noise) : greatestDepth;
+    return std::clamp(std::min(bySpacing, byNoise), leastDepth, greatestDepth);
 }
 
 } // namespace QZmath
