@@ -106,8 +106,9 @@ public:
     double isoValue = 0; ///< of the implicit function on the surface; in no particular unit
     int vertices = 0;    ///< of the surface that the target received
     int triangles = 0;
-    /// Walks over the surface, each from a place where none had been before: the pieces of the surface;
-    /// with `reach`, parts that only unsupported surface connects may count each.
+    /// Walks over the surface, each from a place where none had been before: the pieces of the surface, but
+    /// that two in one cube of the lattice count once, and that with `reach` one counts for each of its parts
+    /// that only unsupported surface connects.
     int pieces = 0;
     /// With `reach`: patches of unsupported surface that were followed to their end, and that were not.
     int closedPatches = 0;

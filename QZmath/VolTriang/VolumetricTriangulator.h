@@ -30,10 +30,10 @@ class CVolumetricTriangulatorImpl;
 /// extraction by continuation over tetrahedra, cf. J. Bloomenthal, "An Implicit Surface Polygonizer",
 /// Graphics Gems IV, 1994.
 ///
-/// Only the component of the surface that is connected to the samples nearest to the middle of the
-/// cloud is extracted. With n octree nodes, memory is about 240 stored elements of 12 bytes per node
-/// plus what the solver needs; time is dominated by the solve. Objects share no state: different ones
-/// may run at the same time.
+/// Only the component of the surface that is connected to the samples nearest to the middle of the cloud is
+/// extracted, unless `allComponents` asks for all, and all of it, unless `reach` sets a limit. With n octree
+/// nodes, memory is about 240 stored elements of 12 bytes per node plus what the solver needs; time is
+/// dominated by the solve. Objects share no state: different ones may run at the same time.
 class QZMATH_API CVolumetricTriangulator
 {
 public:

@@ -10,8 +10,8 @@
 namespace VolTr
 {
 
-/// Which cubes of the polygoniser lie near points, at two distances. Errs to the near side only: by less than
-/// the edge of a cube along each axis, or by half the distance, whichever is more.
+/// Which cubes of the polygoniser lie near points, at two distances along the axes. Errs to the near side
+/// only, by less than the edge of a cube, or than the distance where this is more than two edges.
 ///
 /// The marks are bits in bricks of 8 x 8 x 8, of single cubes or, where the distances are many edges, of
 /// blocks of cubes, so a point sets a few hundred marks at most. Memory: some 200 bytes a brick.
