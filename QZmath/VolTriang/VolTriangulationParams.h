@@ -122,9 +122,9 @@ public:
     bool & correctField() { return m_correctField; }
     void setCorrectField(bool value) { m_correctField = value; }
 
-    /// Extract all pieces of the surface that pass within about a leaf cell of a sample, and not only the one
-    /// that is met near the middle of the cloud: that one first, the others by their least sample. All lie on
-    /// one lattice of cubes. Default false.
+    /// Extract all pieces of the surface that pass near a sample, through its cube of the lattice or one
+    /// beside it, and not only the one that is met near the middle of the cloud: that one first, the others
+    /// by their least sample. All lie on one lattice of cubes. Default false.
     bool getAllComponents() const { return m_allComponents; }
     bool & allComponents() { return m_allComponents; }
     void setAllComponents(bool value) { m_allComponents = value; }

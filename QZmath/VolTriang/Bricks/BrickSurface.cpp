@@ -526,14 +526,7 @@ BrickSurface::Cube BrickSurface::at(std::array<int, 3> const & index)
         cube.brick = enterBrick(first);
     for (std::size_t axis = 0; axis < 3; ++axis)
         cube.local = brickEdge * cube.local + index[axis] - first[axis];
-    enterCorners(cube);
     return cube;
-}
-
-void BrickSurface::enterCorners(Cube cube)
-{
-    for (int n = 0; n < 8; ++n)
-        enter(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
 }
 
 BrickSurface::Cube BrickSurface::across(Cube cube, Face const & face)
@@ -543,10 +536,11 @@ BrickSurface::Cube BrickSurface::across(Cube cube, Face const & face)
 
 bool BrickSurface::complete(Cube cube)
 {
-    enterCorners(cube);
     bool isUsable = true;
-    for (int n = 0; m_isRefused && n < 8; ++n)
-        isUsable = isUsable && !isRefused(step(cube, n >> 2 & 1, n >> 1 & 1, n & 1));
+    for (int n = 0; n < 8; ++n) {
+        Place const corner = enter(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
+        isUsable = isUsable && (!m_isRefused || !isRefused(corner));
+    }
     return isUsable;
 }
 

@@ -58,9 +58,8 @@ public:
     using Cube = Place;
 
     Cube at(std::array<int, 3> const & index);
-    /// The neighbour, of which `complete` must be asked before its signs.
     Cube across(Cube cube, CubeCut::Face const & face);
-    /// Makes all corners of a cube known. May all of them be used?
+    /// Makes the corners of a cube known, before `signsOf`. May all of them be used?
     bool complete(Cube cube);
     std::array<int, 3> indexOf(Cube cube) const;
     /// Bit n is set when corner n is positive.
@@ -103,7 +102,6 @@ private:
     int enterBrick(std::array<int, 3> const & first);
     Place step(Place place, int dx, int dy, int dz) const;
     Place enter(Place place, int dx, int dy, int dz);
-    void enterCorners(Cube cube);
     bool isPositive(Place corner) const;
     bool isRefused(Place corner);
     double coordAt(int index, int axis) const { return m_start[axis] - (index - 0.5) * m_edge; }

@@ -18,17 +18,12 @@ struct CubeFrame
     std::array<double, 3> start;
     double edge;
 
-    /// In cubes; its whole part is the index of the cube. Far out, and for NaN, saturated where it is well
-    /// within the range of `int`.
-    double coordOf(double coord, std::size_t axis) const
+    /// Index of the cube of a coordinate. Far out, and for NaN, saturated well within the range of `int`.
+    int indexOf(double coord, std::size_t axis) const
     {
         double const bound = 1.5 * (1 << 30);
         double const place = (start[axis] - coord) / edge + 0.5;
-        return place > -bound ? (place < bound ? place : bound) : -bound;
-    }
-    int indexOf(double coord, std::size_t axis) const
-    {
-        return static_cast<int>(std::floor(coordOf(coord, axis)));
+        return static_cast<int>(std::floor(place > -bound ? (place < bound ? place : bound) : -bound));
     }
 };
 

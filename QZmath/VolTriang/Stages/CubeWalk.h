@@ -28,9 +28,8 @@ namespace VolTr
 ///
 /// \tparam Lattice tells of cubes and corners:
 ///     - `Cube`, a small value;
-///     - `Cube at(CubeIndex)`, its corners known;
-///     - `Cube across(Cube, CubeCut::Face)`, the neighbour, to be completed before its signs are asked for;
-///     - `bool complete(Cube &)`: makes all corners known; may all of them be used?
+///     - `Cube at(CubeIndex)` and `Cube across(Cube, CubeCut::Face)`, the neighbour;
+///     - `bool complete(Cube &)`: makes the corners known, before `signsOf`; may all of them be used?
 ///     - `CubeIndex indexOf(Cube)`, `int signsOf(Cube)` with bit n set when corner n is positive;
 ///     - `bool markSeen(Cube &)`: true when it was not seen before;
 ///     - `int vertexOf(Cube, CubePlan::Edge, TriangleSink &)`, made and passed to the sink at its first use.
@@ -62,28 +61,34 @@ public:
     void walkFrom(CubeIndex const & index)
     {
         Cube cube = m_lattice.at(index);
+        m_lattice.complete(cube);
         m_lattice.markSeen(cube);
         begin(cube);
     }
 
-    /// Begins at a cube if the surface crosses it; else at those of the seven around its corner towards
-    /// `side` (each -1 or 1) that the surface crosses. Leaves out cubes that are not supported or that a walk
-    /// has seen.
-    void walkNear(CubeIndex const & index, std::array<int, 3> const & side)
+    /// Begins at a cube if the surface crosses it, else at those across its faces that the surface crosses.
+    /// Leaves out cubes that are not supported or that a walk has seen. Looks around a cube only once.
+    void walkNear(CubeIndex const & index)
     {
-        for (int n = 0; n < 8; ++n) {
-            CubeIndex const other = {index[0] + (n >> 2 & 1) * side[0], index[1] + (n >> 1 & 1) * side[1],
-                                     index[2] + (n & 1) * side[2]};
-            if (!m_limits.contains(other) || !isSupported(other))
-                continue;
-            Cube cube = m_lattice.at(other);
-            int const signs = m_lattice.signsOf(cube);
-            if (signs == 0 || signs == 255)
-                continue;
-            if (m_lattice.markSeen(cube) && m_lattice.complete(cube))
+        if (!mayBegin(index))
+            return;
+        Cube cube = m_lattice.at(index);
+        if (!m_lattice.markSeen(cube))
+            return;
+        bool const isUsable = m_lattice.complete(cube);
+        if (isCrossed(cube)) {
+            if (isUsable)
                 begin(cube);
-            if (n == 0)
-                return;
+            return;
+        }
+        for (CubeCut::Face const & face : CubeCut::faces) {
+            CubeIndex const beside = neighbourOf(index, face);
+            if (!mayBegin(beside))
+                continue;
+            Cube neighbour = m_lattice.at(beside);
+            bool const mayBeUsed = m_lattice.complete(neighbour);
+            if (isCrossed(neighbour) && m_lattice.markSeen(neighbour) && mayBeUsed)
+                begin(neighbour);
         }
     }
 
@@ -146,6 +151,19 @@ private:
         return m_support != nullptr ? m_support->levelOf(cube) : Level::supported;
     }
 
+    static CubeIndex neighbourOf(CubeIndex const & index, CubeCut::Face const & face)
+    {
+        return {index[0] + face.step[0], index[1] + face.step[1], index[2] + face.step[2]};
+    }
+
+    bool mayBegin(CubeIndex const & index) const { return m_limits.contains(index) && isSupported(index); }
+
+    bool isCrossed(Cube const & cube) const
+    {
+        int const signs = m_lattice.signsOf(cube);
+        return signs != 0 && signs != 255;
+    }
+
     void begin(Cube const & cube)
     {
         double const before = m_supportedArea;
@@ -189,8 +207,7 @@ private:
 
     void meetNeighbour(Cube const & cube, CubeIndex const & index, int face, int patch)
     {
-        int const(&step)[3] = CubeCut::faces[face].step;
-        CubeIndex const next = {index[0] + step[0], index[1] + step[1], index[2] + step[2]};
+        CubeIndex const next = neighbourOf(index, CubeCut::faces[face]);
         if (!m_limits.contains(next)) {
             m_counts.hasMetLimit = true;
             if (patch != noPatch)

@@ -95,22 +95,18 @@ public:
     EvaluatedCubes(EvaluatedCubes const &) = delete;
     EvaluatedCubes & operator=(EvaluatedCubes const &) = delete;
 
-    Cube at(CubeIndex const & index)
+    static Cube at(CubeIndex const & index)
     {
         Cube cube;
         cube.i = index[0];
         cube.j = index[1];
         cube.k = index[2];
-        complete(cube);
         return cube;
     }
 
-    Cube across(Cube const & cube, CubeCut::Face const & face) const
+    static Cube across(Cube const & cube, CubeCut::Face const & face)
     {
-        Cube next;
-        next.i = cube.i + face.step[0];
-        next.j = cube.j + face.step[1];
-        next.k = cube.k + face.step[2];
+        Cube next = at({cube.i + face.step[0], cube.j + face.step[1], cube.k + face.step[2]});
         int const opposite = 4 * std::abs(face.step[0]) + 2 * std::abs(face.step[1]) + std::abs(face.step[2]);
         for (int const shared : face.corners)
             next.corners[shared ^ opposite] = cube.corners[shared];
@@ -129,9 +125,9 @@ public:
         return isUsable;
     }
 
-    CubeIndex indexOf(Cube const & cube) const { return {cube.i, cube.j, cube.k}; }
+    static CubeIndex indexOf(Cube const & cube) { return {cube.i, cube.j, cube.k}; }
 
-    int signsOf(Cube const & cube) const
+    static int signsOf(Cube const & cube)
     {
         int signs = 0;
         for (int n = 0; n < 8; ++n)

@@ -8,9 +8,6 @@
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 
-#include <array>
-#include <cmath>
-#include <cstddef>
 #include <optional>
 
 namespace VolTr
@@ -39,15 +36,8 @@ void walkSurface(Cubes & cubes, CubeFrame const & frame, LevelSet const & levelS
     for (int sample = 0; sample < samplesNumber; ++sample) {
         if (!params.getAllComponents() && walk.counts().pieces > 0)
             break;
-        CubeIndex cube;
-        std::array<int, 3> side;
         float const * const point = context.samples.getSampleCoords3(sample);
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            double const place = frame.coordOf(point[axis], axis);
-            cube[axis] = static_cast<int>(std::floor(place));
-            side[axis] = place - cube[axis] < 0.5 ? -1 : 1;
-        }
-        walk.walkNear(cube, side);
+        walk.walkNear({frame.indexOf(point[0], 0), frame.indexOf(point[1], 1), frame.indexOf(point[2], 2)});
     }
     walk.followPatches(params.getLargestGap());
 
