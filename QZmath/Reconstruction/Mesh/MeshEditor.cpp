@@ -55,24 +55,20 @@ bool MeshEditor::isNeighbour(Star const & star, std::int32_t vertex) const
     return !star.isClosed && origin(previousInTriangle(star.leaving.back())) == vertex;
 }
 
-bool MeshEditor::mayCollapse(std::int32_t halfEdge, Star const & atOrigin, Star const & atTarget) const
+bool MeshEditor::mayCollapse(std::int32_t halfEdge, Star const & going, Star const & staying) const
 {
     std::int32_t const back = opposite(halfEdge);
     bool const isBorderEdge = back < 0;
-    // A border vertex stays on the border.
-    if (!atOrigin.isClosed && !isBorderEdge) {
-        std::int32_t const last = atOrigin.leaving.back();
-        if (previousInTriangle(last) != halfEdge)
-            return false;
-    }
-    if (isBorderEdge && (atOrigin.leaving.size() < 2 || atTarget.leaving.size() < 2))
+    if (!going.isClosed && !isBorderEdge) // a border vertex stays on the border
+        return false;
+    if (isBorderEdge && going.leaving.size() < 2)
         return false;
     // No triangle may lie on both sides of what becomes one edge.
     int common = 0;
-    for (std::int32_t const h : atTarget.leaving)
-        common += isNeighbour(atOrigin, target(h));
-    if (!atTarget.isClosed)
-        common += isNeighbour(atOrigin, origin(previousInTriangle(atTarget.leaving.back())));
+    for (std::int32_t const h : staying.leaving)
+        common += isNeighbour(going, target(h));
+    if (!staying.isClosed)
+        common += isNeighbour(going, origin(previousInTriangle(staying.leaving.back())));
     if (common != (isBorderEdge ? 1 : 2))
         return false;
     // The corners across the edge lose a neighbour.
@@ -96,12 +92,11 @@ void MeshEditor::remove(std::int32_t halfEdge)
         m_mesh.triangles[3 * triangle + k] = -1;
 }
 
-void MeshEditor::collapse(std::int32_t halfEdge, Star const & atOrigin)
+void MeshEditor::collapse(std::int32_t halfEdge, Star const & going, std::int32_t staying)
 {
-    std::int32_t const name = target(halfEdge);
     std::int32_t const back = opposite(halfEdge);
-    for (std::int32_t const h : atOrigin.leaving)
-        m_mesh.triangles[at(h)] = name;
+    for (std::int32_t const h : going.leaving)
+        m_mesh.triangles[at(h)] = staying;
     remove(halfEdge);
     if (back >= 0)
         remove(back);

@@ -32,10 +32,10 @@ public:
     };
     void starOf(std::int32_t halfEdge, Star & star) const;
 
-    /// May the origin of the half-edge be merged into its target? Expects the stars of both.
-    bool mayCollapse(std::int32_t halfEdge, Star const & atOrigin, Star const & atTarget) const;
-    /// Merges. The two triangles of the edge, or one at a border, are gone.
-    void collapse(std::int32_t halfEdge, Star const & atOrigin);
+    /// May one end of the edge be merged into the other? Expects the stars of both.
+    bool mayCollapse(std::int32_t halfEdge, Star const & going, Star const & staying) const;
+    /// Merges into the vertex that stays. The two triangles of the edge, or one at a border, are gone.
+    void collapse(std::int32_t halfEdge, Star const & going, std::int32_t staying);
 
     /// May the edge be replaced by the one between the two corners across it? Expects the star of one of
     /// those, which is the target of `nextInTriangle(halfEdge)`.

@@ -15,13 +15,16 @@ namespace QZmath::Stages
 namespace
 {
 
-double const usableError = 0.95;   // of the given one: the surface between vertices has the rest
-double const rimError = 0.02;      // of the given one, by which a rim may leave its course
-double const leastTurn = 0.7;      // cosine between a triangle and the one that replaces it
-double const leastSine = 0.07;     // of the angles of new triangles, unless the old ones had less
-double const soundSine = 0.02;     // of triangles whose normals can be trusted
-double const lengthShare = 1e-3;   // of the length of an edge in its cost, which decides in a plane
-double const chosenShare = 0.5;    // of the collapses, the cheapest, that a round may do
+double const usableError = 0.92; // of the given one: the surface between points has the rest
+double const leastFold = 0.2;    // of the given error, from which a point in the middle of an edge watches it
+double const sharpFold = 1.5;    // likewise, from which two more do
+double const rimError = 0.02;    // of the given one, by which a rim may leave its course
+double const newEdgeError = 0.5; // of the given one, by which a new edge may leave what it replaces
+double const leastTurn = 0.7;    // cosine between a triangle and the one that replaces it
+double const leastSine = 0.07;   // of the angles of new triangles, unless the old ones had less
+double const soundSine = 0.02;   // of triangles whose normals can be trusted
+double const lengthShare = 1e-3; // of the length of an edge in its cost, which decides in a plane
+double const chosenShare = 0.5;  // of the collapses, the cheapest, that a round may do
 double const leastProgress = 1e-3; // share of the vertices that a round must take
 int const mostRounds = 200;
 std::size_t const mostTries = 3; // ends that a vertex is tried with
@@ -33,13 +36,14 @@ public:
     Simplification(TriangleMesh & mesh, double error, QzBackend::LoopTeam & team)
         : m_mesh(mesh), m_team(team), m_editor(mesh, team),
           m_bound(usableError * error * usableError * error), m_rimBound(rimError * error * rimError * error),
-          m_leaving(mesh.vertexCount(), -1), m_choices(mesh.vertexCount(), -1),
-          m_costs(mesh.vertexCount(), 0), m_isDirty(mesh.vertexCount(), 1), m_marks(mesh.vertexCount(), 0),
-          m_firstPoint(mesh.triangleCount(), -1), m_nextPoint(mesh.vertexCount(), -1),
-          m_scratch(static_cast<std::size_t>(team.threads()))
+          m_newBound(newEdgeError * error * newEdgeError * error), m_leaving(mesh.vertexCount(), -1),
+          m_choices(mesh.vertexCount(), -1), m_costs(mesh.vertexCount(), 0), m_isDirty(mesh.vertexCount(), 1),
+          m_marks(mesh.vertexCount(), 0), m_firstPoint(mesh.triangleCount(), -1),
+          m_nextPoint(mesh.vertexCount(), -1), m_scratch(static_cast<std::size_t>(team.threads()))
     {
         for (std::size_t h = mesh.triangles.size(); h-- > 0;)
             m_leaving[at(mesh.triangles[h])] = static_cast<std::int32_t>(h);
+        watchFolds(error);
     }
 
     void run(double until)
@@ -71,6 +75,50 @@ private:
     };
 
     Vec placeOf(std::int32_t vertex) const { return vertexOf(m_mesh, vertex); }
+
+    /// A vertex that is gone, or one of the points on edges.
+    Vec placeOfPoint(std::int32_t point) const
+    {
+        std::size_t const vertices = m_leaving.size();
+        return at(point) < vertices ? placeOf(point) : Vec::of(&m_onEdges[3 * (at(point) - vertices)]);
+    }
+
+    // Two triangles that fold can be replaced by the two others between their corners, which is to leave the
+    // surface without leaving a vertex. So points on their edge are watched, too.
+    void watchFolds(double error)
+    {
+        std::vector<std::uint8_t> pointsOn(m_mesh.triangles.size(), 0);
+        forRanges(m_team, pointsOn.size(), 3 * 1024, [&](std::size_t begin, std::size_t end) {
+            for (std::size_t n = begin; n < end; ++n) {
+                std::int32_t const h = static_cast<std::int32_t>(n);
+                std::int32_t const back = m_editor.opposite(h);
+                if (back < h)
+                    continue;
+                Vec const a = placeOf(m_editor.origin(h));
+                Vec const c = placeOf(m_editor.origin(previousInTriangle(h)));
+                Vec const d = placeOf(m_editor.origin(previousInTriangle(back)));
+                Vec const first = triangleOf(m_mesh, n / 3).areaNormal();
+                Vec const second = triangleOf(m_mesh, at(back) / 3).areaNormal();
+                auto const isAbove = [&](double share) {
+                    double const height = share * error;
+                    return std::abs(dot(d - a, first)) > height * first.length() ||
+                           std::abs(dot(c - a, second)) > height * second.length();
+                };
+                pointsOn[n] = isAbove(sharpFold) ? 3 : isAbove(leastFold) ? 1 : 0;
+            }
+        });
+        for (std::size_t n = 0; n < pointsOn.size(); ++n) {
+            Vec const from = placeOf(m_mesh.triangles[n]);
+            Vec const step = placeOf(m_editor.target(static_cast<std::int32_t>(n))) - from;
+            for (int k = 1; k <= pointsOn[n]; ++k) {
+                std::int32_t const point = static_cast<std::int32_t>(m_nextPoint.size());
+                m_onEdges.resize(m_onEdges.size() + 3);
+                (from + step * (k / (pointsOn[n] + 1.0))).store(&m_onEdges[m_onEdges.size() - 3]);
+                m_nextPoint.push_back(m_firstPoint[n / 3]);
+                m_firstPoint[n / 3] = point;
+            }
+        }
+    }
 
     template <class Body>
     void onVertices(Body const & body)
@@ -186,9 +234,17 @@ private:
             return false;
         for (std::int32_t const h : scratch.star.leaving) {
             for (std::int32_t point = m_firstPoint[at(h) / 3]; point >= 0; point = m_nextPoint[at(point)]) {
-                if (!isNear(placeOf(point)))
+                if (!isNear(placeOfPoint(point)))
                     return false;
             }
+        }
+        // The other way round: edges that are new run along what was there.
+        for (Triangle const & face : scratch.after) {
+            Vec const middle = (face.a + face.b) * 0.5;
+            if (std::none_of(scratch.before.begin(), scratch.before.end(), [&](Triangle const & old) {
+                    return squaredDistance(middle, old) <= m_newBound;
+                }))
+                return false;
         }
         return true;
     }
@@ -241,8 +297,8 @@ private:
             m_isDirty[at(m_editor.target(h))] = 1;
             m_isDirty[at(m_editor.origin(previousInTriangle(h)))] = 1;
         }
-        // The corners across the edge need a half-edge that stays: beyond the side behind the edge one leaves the
-        // corner, beyond the side before it one runs to it.
+        // The corners across the edge need a half-edge that stays: beyond the side behind the edge one leaves
+        // the corner, beyond the side before it one runs to it.
         for (std::int32_t const gone : {halfEdge, back}) {
             if (gone < 0)
                 continue;
@@ -251,7 +307,7 @@ private:
             m_leaving[at(m_editor.origin(previousInTriangle(gone)))] =
                 behind >= 0 ? behind : nextInTriangle(before);
         }
-        m_editor.collapse(halfEdge, scratch.star);
+        m_editor.collapse(halfEdge, scratch.star, name);
         m_leaving[at(vertex)] = -1;
         m_choices[at(vertex)] = -1;
         std::vector<std::int32_t> & left = scratch.star.leaving;
@@ -263,7 +319,7 @@ private:
             std::size_t nearest = 0;
             double least = std::numeric_limits<double>::infinity();
             for (std::int32_t const h : left) {
-                double const distance = squaredDistance(placeOf(point), triangleOf(m_mesh, at(h) / 3));
+                double const distance = squaredDistance(placeOfPoint(point), triangleOf(m_mesh, at(h) / 3));
                 if (distance < least) {
                     least = distance;
                     nearest = at(h) / 3;
@@ -279,12 +335,14 @@ private:
     MeshEditor m_editor;
     double const m_bound;                // squared
     double const m_rimBound;             // squared
+    double const m_newBound;             // squared
     std::vector<std::int32_t> m_leaving; // one half-edge of each vertex; -1 for those that are gone
     std::vector<std::int32_t> m_choices; // the half-edge along which a vertex would go; -1 for none
     std::vector<double> m_costs;
     std::vector<std::uint8_t> m_isDirty; // something around the vertex has changed
     std::vector<std::int32_t> m_marks;   // the round in which something around a vertex was taken
-    std::vector<std::int32_t> m_firstPoint, m_nextPoint; // vertices that are gone, in lists of the triangles
+    std::vector<std::int32_t> m_firstPoint, m_nextPoint; // lists of the triangles: what is watched
+    std::vector<float> m_onEdges;                        // points behind those that are vertices
     std::vector<Scratch> m_scratch;
 };
 

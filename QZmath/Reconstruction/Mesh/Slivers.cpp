@@ -34,7 +34,8 @@ struct Edit
     };
     Kind kind = Kind::none;
     std::int32_t halfEdge = -1;
-    double sine = 0; // worst of the triangles that it makes
+    bool isBackward = false; // the target goes, and not the origin
+    double sine = 0;         // worst of the triangles that it makes
 };
 
 class SliverRemoval
@@ -95,10 +96,8 @@ private:
         for (std::int32_t k = 0; k < 3; ++k) {
             std::int32_t const halfEdge = 3 * triangle + k;
             tryFlip(halfEdge, best);
-            tryCollapse(halfEdge, -1, best);
-            std::int32_t const back = m_editor.opposite(halfEdge);
-            if (back >= 0)
-                tryCollapse(back, -1, best);
+            for (bool const isBackward : {false, true})
+                tryCollapse(halfEdge, isBackward, -1, best);
         }
         if (best.kind == Edit::Kind::none)
             thinOut(triangle, best);
@@ -117,9 +116,8 @@ private:
                     (placeOf(m_editor.target(leaving)) - placeOf(m_editor.origin(leaving))).length();
                 if (length > longest)
                     continue;
-                tryCollapse(leaving, 0, best);
-                if (m_editor.opposite(leaving) >= 0)
-                    tryCollapse(m_editor.opposite(leaving), 0, best);
+                for (bool const isBackward : {false, true})
+                    tryCollapse(leaving, isBackward, 0, best);
             }
         }
     }
@@ -151,17 +149,17 @@ private:
                     return;
             }
         }
-        m_editor.starOf(previousInTriangle(halfEdge), m_atTarget);
-        if (m_editor.mayFlip(halfEdge, m_atTarget))
-            best = {Edit::Kind::flip, halfEdge, sine};
+        m_editor.starOf(previousInTriangle(halfEdge), m_staying);
+        if (m_editor.mayFlip(halfEdge, m_staying))
+            best = {Edit::Kind::flip, halfEdge, false, sine};
     }
 
     // \param mostSlivers that it may add
-    void tryCollapse(std::int32_t halfEdge, int mostSlivers, Edit & best)
+    void tryCollapse(std::int32_t halfEdge, bool isBackward, int mostSlivers, Edit & best)
     {
-        m_editor.starOf(halfEdge, m_atOrigin);
-        std::int32_t const name = m_editor.target(halfEdge);
-        Vec const from = placeOf(m_editor.origin(halfEdge));
+        m_editor.starOf(isBackward ? nextInTriangle(halfEdge) : halfEdge, m_going);
+        std::int32_t const name = isBackward ? m_editor.origin(halfEdge) : m_editor.target(halfEdge);
+        Vec const from = placeOf(isBackward ? m_editor.target(halfEdge) : m_editor.origin(halfEdge));
         Vec const to = placeOf(name);
         double sine = 1;
         int slivers = 0; // added
@@ -170,7 +168,7 @@ private:
         m_before.clear();
         m_gone.clear();
         m_after.clear();
-        for (std::int32_t const h : m_atOrigin.leaving) {
+        for (std::int32_t const h : m_going.leaving) {
             std::int32_t const x = m_editor.target(h);
             std::int32_t const y = m_editor.origin(previousInTriangle(h));
             Triangle const old = {from, placeOf(x), placeOf(y)};
@@ -210,18 +208,18 @@ private:
                     return;
             }
         }
-        if (!m_atOrigin.isClosed && !keepsRim(name, from, to))
+        if (!m_going.isClosed && !keepsRim(name, from, to))
             return;
-        m_editor.starOf(nextInTriangle(halfEdge), m_atTarget);
-        if (m_editor.mayCollapse(halfEdge, m_atOrigin, m_atTarget))
-            best = {Edit::Kind::collapse, halfEdge, sine};
+        m_editor.starOf(isBackward ? halfEdge : nextInTriangle(halfEdge), m_staying);
+        if (m_editor.mayCollapse(halfEdge, m_going, m_staying))
+            best = {Edit::Kind::collapse, halfEdge, isBackward, sine};
     }
 
     // A vertex of the rim that goes into its neighbour there: is it near the line to its other neighbour?
     bool keepsRim(std::int32_t name, Vec const & from, Vec const & to) const
     {
-        std::int32_t const first = m_editor.target(m_atOrigin.leaving.front());
-        std::int32_t const last = m_editor.origin(previousInTriangle(m_atOrigin.leaving.back()));
+        std::int32_t const first = m_editor.target(m_going.leaving.front());
+        std::int32_t const last = m_editor.origin(previousInTriangle(m_going.leaving.back()));
         std::int32_t const other = name == first ? last : first;
         return squaredDistance(from, to, placeOf(other)) <= m_bound;
     }
@@ -255,10 +253,11 @@ private:
             m_touched = {edit.halfEdge / 3, m_editor.opposite(edit.halfEdge) / 3};
             m_editor.flip(edit.halfEdge);
         } else {
-            m_editor.starOf(edit.halfEdge, m_atOrigin);
-            for (std::int32_t const h : m_atOrigin.leaving)
+            std::int32_t const end = nextInTriangle(edit.halfEdge);
+            m_editor.starOf(edit.isBackward ? end : edit.halfEdge, m_going);
+            for (std::int32_t const h : m_going.leaving)
                 m_touched.push_back(h / 3);
-            m_editor.collapse(edit.halfEdge, m_atOrigin);
+            m_editor.collapse(edit.halfEdge, m_going, m_editor.origin(edit.isBackward ? edit.halfEdge : end));
         }
     }
 
@@ -266,7 +265,7 @@ private:
     QzBackend::LoopTeam & m_team;
     MeshEditor m_editor;
     double const m_bound;
-    Star m_atOrigin, m_atTarget, m_around;
+    Star m_going, m_staying, m_around;
     std::vector<Triangle> m_before, m_after, m_gone; // around a vertex: replaced, new, without successor
     std::vector<std::int32_t> m_touched;
 };
