@@ -21,8 +21,8 @@ std::size_t const verticesPerPiece = 512;
 // Distance to the samples from which the cut looks back at them.
 double outlookOf(BoundaryRule const & rule) { return 2 * rule.trimDistance; }
 
-// Which vertices are farther from the samples than the trim distance; and how far those are and their
-// neighbours.
+// Which vertices are farther from the samples than the trim distance, and how far these and their neighbours
+// are exactly.
 struct Support
 {
     std::vector<std::uint8_t> isFar;
@@ -217,9 +217,9 @@ private:
         }
     }
 
-    // Points from which to look back at the samples, each with the radius of the disc around it that is out:
-    // where the distance to the samples reaches the outlook in a patch that is cut, and where the mesh ends
-    // before.
+    // Points from which to look back at the samples, each with the radius of the disc around it that is out.
+    // They stand where the distance to the samples reaches the outlook in a patch that is cut, and where the
+    // mesh ends before that.
     void lookBack()
     {
         m_isOutside.assign(m_mesh.vertexCount(), 0);

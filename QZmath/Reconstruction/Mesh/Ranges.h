@@ -10,8 +10,7 @@
 namespace QZmath::Stages
 {
 
-/// Calls body(begin, end) for pieces of 0 .. count - 1 of a size that does not depend on the number of
-/// threads.
+/// Calls body(begin, end) for pieces of 0 .. count - 1, which are the same for any number of threads.
 template <class Body>
 void forRanges(QzBackend::LoopTeam & team, std::size_t count, std::size_t perPiece, Body const & body,
                double until = 0)

@@ -53,14 +53,16 @@ public:
         for (int round = 1; round <= mostRounds; ++round) {
             onVertices([&](Scratch & scratch, std::int32_t vertex) { choose(scratch, vertex); });
             std::vector<std::int32_t> const chosen = chosenOf(round);
-            m_team.forEachOnSlot(static_cast<int>(chosen.size()), [&](int slot, int n) {
-                collapse(m_scratch[static_cast<std::size_t>(slot)], chosen[static_cast<std::size_t>(n)]);
-            });
+            open *= 0.9;
+            m_team.forEachOnSlot(
+                static_cast<int>(chosen.size()),
+                [&](int slot, int n) {
+                    collapse(m_scratch[static_cast<std::size_t>(slot)], chosen[static_cast<std::size_t>(n)]);
+                },
+                until * (1 - open));
             vertices -= chosen.size();
             if (static_cast<double>(chosen.size()) <= leastProgress * static_cast<double>(vertices))
                 break;
-            open *= 0.9;
-            m_team.setPosition(until * (1 - open));
         }
         m_editor.finish(m_team);
     }
