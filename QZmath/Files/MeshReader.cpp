@@ -67,22 +67,29 @@ TriangleMesh meshOf(VertexData && data)
     return mesh;
 }
 
-TriangleMesh readFrom(ByteSource & source, MeshFormat format, CProgressCounter * progress)
+TriangleMesh readFrom(ByteSource & source, MeshFormat format, std::string const & folder,
+                      CProgressCounter * progress)
 {
     ReadingProgress reading(source, progress);
     TriangleMesh mesh;
-    if (format == MeshFormat::ply)
+    switch (format) {
+    case MeshFormat::ply:
         mesh = meshOf(readPly(source, reading, Wanted::mesh));
-    else if (format == MeshFormat::obj)
+        break;
+    case MeshFormat::obj:
         mesh = meshOf(readObj(source, reading, Wanted::mesh));
-    else
+        break;
+    case MeshFormat::stl:
         mesh = meshOf(readStl(source, reading));
+        break;
+    case MeshFormat::gltf:
+    case MeshFormat::glb:
+        mesh = meshOf(readGltf(source, folder));
+    }
     if (progress != nullptr)
         progress->SetPosFloat(1.0);
     return mesh;
 }
-
-bool isGltf(MeshFormat format) { return format == MeshFormat::gltf || format == MeshFormat::glb; }
 
 } // namespace
 
@@ -90,8 +97,10 @@ TriangleMesh readMesh(std::string const & path, CProgressCounter * progress)
 {
     ByteSource source(path); // that the file is missing matters more than that its format is unknown
     MeshFormat const format = meshFormatOf(path);
+    std::size_t const slash = path.rfind('/');
     try {
-        return isGltf(format) ? meshOf(readGltf(path)) : readFrom(source, format, progress);
+        return readFrom(source, format, slash == std::string::npos ? "." : path.substr(0, slash + 1),
+                        progress);
     } catch (InputError const & error) {
         throw InputError((path == "-" ? "standard input" : quotable(path)) + ": " + error.what());
     }
@@ -100,10 +109,8 @@ TriangleMesh readMesh(std::string const & path, CProgressCounter * progress)
 TriangleMesh readMeshFromMemory(void const * bytes, std::size_t size, MeshFormat format,
                                 CProgressCounter * progress)
 {
-    if (isGltf(format))
-        return meshOf(readGltfFromMemory(bytes, size, format == MeshFormat::glb ? "glb" : "gltf"));
     ByteSource source(static_cast<char const *>(bytes), size);
-    return readFrom(source, format, progress);
+    return readFrom(source, format, "", progress);
 }
 
 } // namespace QZmath

@@ -3,16 +3,14 @@
 
 #include <QZmath/Files/Formats/PointFormats.h>
 
-#include <cstddef>
 #include <string>
 
 namespace QZmath
 {
 
-/// The meshes of all nodes of a glTF file as one, positions at their places in the scene. Density is not
-/// read.
-VertexData readGltf(std::string const & path);
-/// The same from memory; `ending` is gltf or glb.
-VertexData readGltfFromMemory(void const * bytes, std::size_t size, char const * ending);
+/// The meshes of all nodes of a glTF file, or of its binary form, as one, at their places in the scene.
+/// Numbers in other files are looked for in `folder` and below it; empty: there are none. Throws
+/// `InputError`.
+VertexData readGltf(ByteSource & source, std::string const & folder);
 
 } // namespace QZmath

@@ -119,7 +119,7 @@ TextColumns TextColumns::fromNames(std::string const & names)
     return columns;
 }
 
-TextColumns TextColumns::fromHeader(std::vector<std::string_view> const & words)
+TextColumns TextColumns::fromHeader(std::vector<std::string_view> const & words, bool isComment)
 {
     TextColumns columns;
     for (std::string_view word : words) {
@@ -133,7 +133,9 @@ TextColumns TextColumns::fromHeader(std::vector<std::string_view> const & words)
             return TextColumns();
         columns.roleOf.push_back(role);
     }
-    if (!columns.hasThree(position))
+    auto const x = std::find(columns.roleOf.begin(), columns.roleOf.end(), int(position));
+    bool const isSideBySide = columns.roleOf.end() - x >= 3 && x[1] == position + 1 && x[2] == position + 2;
+    if (!columns.hasThree(position) || (isComment && !isSideBySide))
         return TextColumns();
     for (int const first : {normal, color})
         if (!columns.hasThree(first))

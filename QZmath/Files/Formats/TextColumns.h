@@ -35,8 +35,13 @@ struct TextColumns
     /// normals or colours that are not complete.
     static TextColumns fromNames(std::string const & names);
     /// What a line of names in a file says: words that are not known are not wanted. Without columns unless
-    /// x, y and z are there once.
-    static TextColumns fromHeader(std::vector<std::string_view> const & words);
+    /// x, y and z are there once; in a comment, which may be prose, side by side.
+    static TextColumns fromHeader(std::vector<std::string_view> const & words, bool isComment);
+    /// Whether a line of so many columns can be a point: empty ones at its end may be missing.
+    bool fits(std::size_t columns) const
+    {
+        return !roleOf.empty() && columns >= wanted() && columns <= roleOf.size();
+    }
 };
 
 } // namespace QZmath

@@ -138,7 +138,8 @@ struct Triple
     }
     bool isColor() const { return isWhole && isAboveOne; }
     // Normals may have any length, but most have 1.
-    bool isPerhapsColor() const { return isShare && 2 * ofUnitLength < values.size() / 3; }
+    bool isMostlyOfUnitLength() const { return 2 * ofUnitLength >= values.size() / 3; }
+    bool isPerhapsColor() const { return isShare && !isMostlyOfUnitLength(); }
     std::vector<std::uint8_t> colors() const
     {
         std::vector<std::uint8_t> bytes(values.size());
@@ -277,20 +278,19 @@ private:
 
     void finishSeven(PointCloud & cloud)
     {
-        bool const hasShiftedColor = m_shifted.isColor() && (m_intensityFirst || !m_second.isColor());
-        if (hasShiftedColor) {
+        if (m_second.isMostlyOfUnitLength() || !m_shifted.isColor()) {
+            takeSecond(cloud);
+            cloud.notes.push_back("the seventh column is taken for an intensity and is not used; a mark of "
+                                  "boundaries is named by --columns x,y,z,nx,ny,nz,boundary");
+        } else if (m_intensityFirst || !m_second.isColor()) {
             cloud.colors = m_shifted.colors();
             cloud.notes.push_back(
                 "the columns are taken for x,y,z,intensity,r,g,b; choose them with --columns "
                 "where they are something else");
-        } else if (m_shifted.isColor()) {
+        } else {
             cloud.notes.push_back(
                 "columns 4 to 7 may be colours before or behind an intensity and are not used; "
                 "choose them with --columns, such as x,y,z,r,g,b,intensity");
-        } else {
-            takeSecond(cloud);
-            cloud.notes.push_back("the seventh column is taken for an intensity and is not used; a mark of "
-                                  "boundaries is named by --columns x,y,z,nx,ny,nz,boundary");
         }
     }
 
@@ -371,15 +371,14 @@ PointCloud readText(ByteSource & source, ReadingProgress & reading, std::string 
         reading.update();
         std::vector<std::string_view> const & words = lines.words;
         if (words.empty()) {
-            TextColumns const named = TextColumns::fromHeader(lines.commentWords());
+            TextColumns const named = TextColumns::fromHeader(lines.commentWords(), true);
             if (!named.roleOf.empty())
                 header = named;
             continue;
         }
         if (isCount(words, promised))
             continue;
-        bool const hasHeader = header.roleOf.size() == words.size();
-        if (!columnNames.empty() || hasHeader) {
+        if (!columnNames.empty() || header.fits(words.size())) {
             TextColumns const columns = columnNames.empty() ? header : TextColumns::fromNames(columnNames);
             if (isPoint(words, columns)) {
                 NamedPoints points(columns);
@@ -391,7 +390,7 @@ PointCloud readText(ByteSource & source, ReadingProgress & reading, std::string 
         }
         if (refused == 0)
             firstRefused = lines.notNumber(0);
-        TextColumns const named = TextColumns::fromHeader(words);
+        TextColumns const named = TextColumns::fromHeader(words, false);
         if (!named.roleOf.empty())
             header = named;
         if (++refused > mostHeaderLines)
