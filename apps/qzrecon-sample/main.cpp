@@ -2,6 +2,8 @@
 #include <apps/sampling/CloudFile.h>
 #include <apps/sampling/SampleShapes.h>
 
+#include <QZmath/Files/Errors.h>
+#include <QZmath/Files/PointWriter.h>
 #include <QZmath/Version.h>
 
 #include <CLI/CLI.hpp>
@@ -55,15 +57,17 @@ int main(int argc, char ** argv)
     app.add_option("-n,--points", options.pointNumber, "Number of points")
         ->capture_default_str()
         ->check(CLI::Range(std::size_t{1}, std::size_t{1000000000}));
-    app.add_option(
-           "-o,--output", outputName,
-           "File to write: .ply (binary, with a boundary mark per point of the sheet), .obj, .xyz or .txt")
+    app.add_option("-o,--output", outputName,
+                   "File to write: .ply (binary, with a boundary mark per point of the sheet), .obj, .xyz, "
+                   ".txt, .asc\n"
+                   "or .csv; - for PLY on standard output")
         ->required()
         ->type_name("FILE")
         ->check([](std::string const & name) {
-            return qz_sampling::isCloudFileName(name)
+            return QZmath::isPointFileToWrite(name)
                        ? std::string()
-                       : "\"" + name + "\" does not end in .ply, .obj, .xyz or .txt";
+                       : "\"" + QZmath::quotable(name) +
+                             "\" does not end in .ply, .obj, .xyz, .txt, .asc or .csv";
         });
     app.add_option(
            "--noise", options.noise,
@@ -87,7 +91,7 @@ int main(int argc, char ** argv)
         auto const shape = qz_sampling::makeShape(shapeName);
         qz_sampling::Cloud const cloud = qz_sampling::sampleCloud(*shape, options);
         qz_sampling::writeCloud(cloud, outputName);
-        if (!isQuiet)
+        if (!isQuiet && outputName != "-")
             std::cout << "Wrote " << cloud.size() << " points of " << shapeName << " to " << outputName
                       << "\n";
     } catch (std::bad_alloc const &) {
