@@ -73,6 +73,20 @@ struct LightSum
     }
 };
 
+// Bounds how far off the nearest samples of a place are by those of the place before.
+struct NearbyBound
+{
+    Vec last;
+    double reach = std::numeric_limits<double>::max(); // of the last one's
+
+    double at(Vec const & place) const { return (reach + (place - last).length()) * (1 + 1e-9); }
+    void set(Vec const & place, double squared)
+    {
+        last = place;
+        reach = std::sqrt(squared);
+    }
+};
+
 bool lookAlike(float const * a, float const * b)
 {
     return a == nullptr || b == nullptr || a[0] * b[0] + a[1] * b[1] + a[2] * b[2] >= 0;
@@ -100,6 +114,7 @@ void colourVertices(TriangleMesh & mesh, SampleIndex const & samples, std::uint8
             Neighbours & few = buffers[static_cast<std::size_t>(slot)];
             std::size_t const begin = static_cast<std::size_t>(piece) * verticesPerPiece;
             bool isSparse = false;
+            NearbyBound bound;
             for (std::size_t v = begin; v < std::min(mesh.vertexCount(), begin + verticesPerPiece); ++v) {
                 Vec const place = vertexOf(mesh, static_cast<std::int32_t>(v));
                 float const * normal = mesh.normals.empty() ? nullptr : &mesh.normals[3 * v];
@@ -113,7 +128,10 @@ void colourVertices(TriangleMesh & mesh, SampleIndex const & samples, std::uint8
                 };
                 // Where samples are few, the first question is for those; the answer is the same.
                 auto const askForFew = [&] {
-                    samples.nearestFew(place, fewSamples, greatestSpread * radius, few);
+                    samples.nearestFew(place, fewSamples, std::min(bound.at(place), greatestSpread * radius),
+                                       few);
+                    if (few.size() == fewSamples)
+                        bound.set(place, few.back().first);
                     isSparse = few.size() < fewSamples || few.back().first > radius * radius;
                 };
                 if (isSparse)
@@ -185,9 +203,11 @@ void measureDensity(TriangleMesh & mesh, SampleIndex const & samples, float cons
             Neighbours & around = buffers[static_cast<std::size_t>(slot)];
             std::size_t const begin = static_cast<std::size_t>(piece) * verticesPerPiece;
             std::int32_t hint = SampleIndex::none;
+            NearbyBound bound;
             for (std::size_t v = begin; v < std::min(mesh.vertexCount(), begin + verticesPerPiece); ++v) {
                 Vec const place = vertexOf(mesh, static_cast<std::int32_t>(v));
-                index.nearestFew(place, meanOver, everywhere, around);
+                index.nearestFew(place, meanOver, bound.at(place), around);
+                bound.set(place, around.back().first);
                 double sum = 0;
                 double weights = 0;
                 for (auto const & [squared, disc] : around) {

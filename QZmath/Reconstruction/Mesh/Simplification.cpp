@@ -24,11 +24,11 @@ double const leastTurn = 0.7;    // cosine between a triangle and the one that r
 double const leastSine = 0.07;   // of the angles of new triangles, unless the old ones had less
 double const soundSine = 0.02;   // of triangles whose normals can be trusted
 double const lengthShare = 1e-3; // of the length of an edge in its cost, which decides in a plane
-double const chosenShare = 0.5;  // of the collapses, the cheapest, that a round may do
+double const candidateShare = 0.3; // of the vertices, the cheapest, that a round looks at
 double const leastProgress = 1e-3; // share of the vertices that a round must take
 int const mostRounds = 200;
 std::size_t const mostTries = 3; // ends that a vertex is tried with
-std::size_t const verticesPerPiece = 256;
+std::size_t const perPiece = 256;
 
 class Simplification
 {
@@ -37,9 +37,10 @@ public:
         : m_mesh(mesh), m_team(team), m_editor(mesh, team),
           m_bound(usableError * error * usableError * error), m_rimBound(rimError * error * rimError * error),
           m_newBound(newEdgeError * error * newEdgeError * error), m_leaving(mesh.vertexCount(), -1),
-          m_choices(mesh.vertexCount(), -1), m_costs(mesh.vertexCount(), 0), m_isDirty(mesh.vertexCount(), 1),
-          m_marks(mesh.vertexCount(), 0), m_firstPoint(mesh.triangleCount(), -1),
-          m_nextPoint(mesh.vertexCount(), -1), m_scratch(static_cast<std::size_t>(team.threads()))
+          m_choices(mesh.vertexCount(), -1), m_costs(mesh.vertexCount(), 0),
+          m_states(mesh.vertexCount(), State::stale), m_marks(mesh.vertexCount(), 0),
+          m_firstPoint(mesh.triangleCount(), -1), m_nextPoint(mesh.vertexCount(), -1),
+          m_scratch(static_cast<std::size_t>(team.threads()))
     {
         for (std::size_t h = mesh.triangles.size(); h-- > 0;)
             m_leaving[at(mesh.triangles[h])] = static_cast<std::int32_t>(h);
@@ -51,8 +52,14 @@ public:
         std::size_t vertices = m_leaving.size();
         double open = 1;
         for (int round = 1; round <= mostRounds; ++round) {
-            onVertices([&](Scratch & scratch, std::int32_t vertex) { choose(scratch, vertex); });
-            std::vector<std::int32_t> const chosen = chosenOf(round);
+            onEach(m_leaving.size(), [&](Scratch & scratch, std::size_t vertex) {
+                rank(scratch, static_cast<std::int32_t>(vertex));
+            });
+            std::vector<std::int32_t> candidates = cheapest();
+            onEach(candidates.size(),
+                   [&](Scratch & scratch, std::size_t n) { judge(scratch, candidates[n]); });
+            std::size_t const judged = candidates.size();
+            std::vector<std::int32_t> const chosen = chosenOf(candidates, round);
             open *= 0.9;
             m_team.forEachOnSlot(
                 static_cast<int>(chosen.size()),
@@ -61,13 +68,21 @@ public:
                 },
                 until * (1 - open));
             vertices -= chosen.size();
-            if (static_cast<double>(chosen.size()) <= leastProgress * static_cast<double>(vertices))
+            double const least = leastProgress * static_cast<double>(vertices);
+            if (static_cast<double>(chosen.size()) <= least && static_cast<double>(judged) <= 10 * least + 10)
                 break;
         }
         m_editor.finish(m_team);
     }
 
 private:
+    enum class State : std::uint8_t
+    {
+        stale,  // something around the vertex has changed
+        ranked, // its cost is known
+        judged  // its choice is known, too, -1 when it has to stay
+    };
+
     struct Scratch
     {
         MeshEditor::Star star, other;
@@ -122,30 +137,59 @@ private:
         }
     }
 
+    /// Calls body(scratch, index) for 0 <= index < count.
     template <class Body>
-    void onVertices(Body const & body)
+    void onEach(std::size_t count, Body const & body)
     {
-        std::size_t const count = m_leaving.size();
-        m_team.forEachOnSlot(
-            static_cast<int>((count + verticesPerPiece - 1) / verticesPerPiece), [&](int slot, int piece) {
-                std::size_t const begin = static_cast<std::size_t>(piece) * verticesPerPiece;
-                for (std::size_t v = begin; v < std::min(count, begin + verticesPerPiece); ++v)
-                    body(m_scratch[static_cast<std::size_t>(slot)], static_cast<std::int32_t>(v));
-            });
+        m_team.forEachOnSlot(static_cast<int>((count + perPiece - 1) / perPiece), [&](int slot, int piece) {
+            std::size_t const begin = static_cast<std::size_t>(piece) * perPiece;
+            for (std::size_t index = begin; index < std::min(count, begin + perPiece); ++index)
+                body(m_scratch[static_cast<std::size_t>(slot)], index);
+        });
+    }
+
+    // What the cheapest collapse of a vertex would cost, allowed or not.
+    void rank(Scratch & scratch, std::int32_t vertex)
+    {
+        if (m_leaving[at(vertex)] < 0 || m_states[at(vertex)] != State::stale)
+            return;
+        m_editor.starOf(m_leaving[at(vertex)], scratch.star);
+        rankEnds(scratch, vertex);
+        m_costs[at(vertex)] = scratch.ends.front().first;
+        m_choices[at(vertex)] = -1;
+        m_states[at(vertex)] = State::ranked;
+    }
+
+    // The vertices that cost least, of those that may turn out to be free to go.
+    std::vector<std::int32_t> cheapest() const
+    {
+        std::vector<std::int32_t> candidates;
+        for (std::size_t v = 0; v < m_choices.size(); ++v) {
+            if (m_leaving[v] >= 0 && (m_states[v] == State::ranked || m_choices[v] >= 0))
+                candidates.push_back(static_cast<std::int32_t>(v));
+        }
+        std::size_t const wanted =
+            static_cast<std::size_t>(std::ceil(candidateShare * static_cast<double>(candidates.size())));
+        std::nth_element(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(wanted),
+                         candidates.end(), [&](std::int32_t a, std::int32_t b) { return isCheaper(a, b); });
+        candidates.resize(wanted);
+        return candidates;
+    }
+
+    bool isCheaper(std::int32_t a, std::int32_t b) const
+    {
+        return std::tie(m_costs[at(a)], a) < std::tie(m_costs[at(b)], b);
     }
 
     // Which collapse of a vertex would do least, of those that are allowed. What was found before holds as
     // long as the triangles around it are the same, but for what its neighbours' triangles have to say.
-    void choose(Scratch & scratch, std::int32_t vertex)
+    void judge(Scratch & scratch, std::int32_t vertex)
     {
-        std::int32_t const leaving = m_leaving[at(vertex)];
         std::int32_t & choice = m_choices[at(vertex)];
-        if (leaving < 0 || (!m_isDirty[at(vertex)] && choice < 0))
+        m_editor.starOf(m_leaving[at(vertex)], scratch.star);
+        if (m_states[at(vertex)] == State::judged && isAllowed(scratch, choice))
             return;
-        m_editor.starOf(leaving, scratch.star);
-        if (!m_isDirty[at(vertex)] && isAllowed(scratch, choice))
-            return;
-        m_isDirty[at(vertex)] = 0;
+        m_states[at(vertex)] = State::judged;
         choice = -1;
         rankEnds(scratch, vertex);
         for (std::size_t n = 0; n < std::min(mostTries, scratch.ends.size()); ++n) {
@@ -252,18 +296,12 @@ private:
     }
 
     // The vertices to go in this round: from the cheapest on, each with all around it left to itself.
-    std::vector<std::int32_t> chosenOf(int round)
+    std::vector<std::int32_t> chosenOf(std::vector<std::int32_t> & candidates, int round)
     {
-        std::vector<std::int32_t> candidates;
-        for (std::size_t v = 0; v < m_choices.size(); ++v) {
-            if (m_choices[v] >= 0)
-                candidates.push_back(static_cast<std::int32_t>(v));
-        }
-        std::sort(candidates.begin(), candidates.end(), [&](std::int32_t a, std::int32_t b) {
-            return std::tie(m_costs[at(a)], a) < std::tie(m_costs[at(b)], b);
-        });
-        candidates.resize(
-            static_cast<std::size_t>(std::ceil(chosenShare * static_cast<double>(candidates.size()))));
+        auto const isStuck = [&](std::int32_t vertex) { return m_choices[at(vertex)] < 0; };
+        candidates.erase(std::remove_if(candidates.begin(), candidates.end(), isStuck), candidates.end());
+        std::sort(candidates.begin(), candidates.end(),
+                  [&](std::int32_t a, std::int32_t b) { return isCheaper(a, b); });
         std::vector<std::int32_t> chosen;
         MeshEditor::Star star;
         for (std::int32_t const vertex : candidates) {
@@ -296,8 +334,8 @@ private:
             for (std::int32_t point = m_firstPoint[at(h) / 3]; point >= 0; point = m_nextPoint[at(point)])
                 scratch.points.push_back(point);
             m_firstPoint[at(h) / 3] = -1;
-            m_isDirty[at(m_editor.target(h))] = 1;
-            m_isDirty[at(m_editor.origin(previousInTriangle(h)))] = 1;
+            m_states[at(m_editor.target(h))] = State::stale;
+            m_states[at(m_editor.origin(previousInTriangle(h)))] = State::stale;
         }
         // The corners across the edge need a half-edge that stays: beyond the side behind the edge one leaves
         // the corner, beyond the side before it one runs to it.
@@ -341,8 +379,8 @@ private:
     std::vector<std::int32_t> m_leaving; // one half-edge of each vertex; -1 for those that are gone
     std::vector<std::int32_t> m_choices; // the half-edge along which a vertex would go; -1 for none
     std::vector<double> m_costs;
-    std::vector<std::uint8_t> m_isDirty; // something around the vertex has changed
-    std::vector<std::int32_t> m_marks;   // the round in which something around a vertex was taken
+    std::vector<State> m_states;
+    std::vector<std::int32_t> m_marks; // the round in which something around a vertex was taken
     std::vector<std::int32_t> m_firstPoint, m_nextPoint; // lists of the triangles: what is watched
     std::vector<float> m_onEdges;                        // points behind those that are vertices
     std::vector<Scratch> m_scratch;
