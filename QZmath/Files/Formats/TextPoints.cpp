@@ -44,11 +44,11 @@ public:
         if (!m_source.readLine(line))
             return false;
         m_comment = std::string_view();
-        std::size_t start = line.find_first_of("#/");
-        while (start != std::string_view::npos && line[start] == '/' &&
-               (start + 1 == line.size() || line[start + 1] != '/'))
-            start = line.find_first_of("#/", start + 1);
-        if (start != std::string_view::npos) {
+        std::size_t start = 0;
+        while (start < line.size() && line[start] != '#' &&
+               (line[start] != '/' || start + 1 == line.size() || line[start + 1] != '/'))
+            ++start;
+        if (start < line.size()) {
             m_comment = line.substr(std::min(line.find_first_not_of("#/ \t", start), line.size()));
             line = line.substr(0, start);
         }

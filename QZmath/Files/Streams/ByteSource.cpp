@@ -16,6 +16,20 @@
 namespace QZmath
 {
 
+namespace
+{
+
+// Up to the end of the line, or of the bytes.
+std::size_t lineLength(std::string_view bytes)
+{
+    std::size_t length = 0;
+    while (length < bytes.size() && bytes[length] != '\n' && bytes[length] != '\r')
+        ++length;
+    return length;
+}
+
+} // namespace
+
 ByteSource::ByteSource(std::string const & path)
 {
     bool const isStandardInput = path == "-";
@@ -127,14 +141,13 @@ bool ByteSource::readLine(std::string_view & line)
     // The common case looks at what is in the window already, so that short lines move no memory.
     std::size_t const longest = st_window - 2;
     std::string_view ahead(m_data, std::min(m_available, longest));
-    std::size_t length = ahead.find_first_of("\n\r");
-    if (length == std::string_view::npos || length + 2 > m_available) {
+    std::size_t length = lineLength(ahead);
+    if (length == ahead.size() || length + 2 > m_available) {
         ahead = peek(st_window);
-        length = ahead.find_first_of("\n\r");
+        length = lineLength(ahead);
         if (ahead.empty())
             return false;
-        if (length == std::string_view::npos) {
-            length = ahead.size();
+        if (length == ahead.size()) {
             if (length > longest)
                 throw InputError("line " + std::to_string(m_lines + 1) + " is longer than " +
                                  std::to_string(longest) + " bytes");

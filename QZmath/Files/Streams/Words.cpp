@@ -51,7 +51,11 @@ bool isFloatEnough(std::string_view word, double value)
     std::size_t const point = digits.find('.');
     if (point != std::string_view::npos)
         exponent -= static_cast<long long>(digits.size() - point - 1);
-    return difference <= 0.5000001 * std::pow(10.0, static_cast<double>(exponent));
+    static constexpr double powers[] = {1e0,  1e-1, 1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,
+                                        1e-8, 1e-9, 1e-10, 1e-11, 1e-12, 1e-13, 1e-14, 1e-15};
+    double const unit =
+        exponent <= 0 && exponent > -16 ? powers[-exponent] : std::pow(10.0, static_cast<double>(exponent));
+    return difference <= 0.5000001 * unit;
 }
 
 } // namespace QZmath
