@@ -16,9 +16,8 @@ namespace QZmath
 QZMATH_FILES_API bool isPointFileToWrite(std::string const & path);
 
 /// Writes a cloud with all that it has. The ending decides:
-/// - .ply: binary little-endian; `float` or `double` positions, normals, colours as bytes, marks as
-/// `boundary`;
-///   also "-", which writes to standard output;
+/// - .ply: binary little-endian; `float` or `double` positions, normals, colours as bytes, and marks as
+///   `boundary`; also "-", which writes to standard output;
 /// - .obj: `v`, with the colour behind, and `vn`; there is no place for marks;
 /// - .xyz, .txt, .asc: a point per line, with a comment that names the columns unless they are 3 or 6;
 /// - .csv: the same with commas and a line of names.

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -196,6 +197,17 @@ TEST_F(MeshWriter, nothingIsLeftOfAFailure)
     EXPECT_EQ(files().size(), 1u);
     EXPECT_THROW(pending.commit(), OutputError);
     EXPECT_THROW(meshFormatOf("x.off"), InputError);
+    rlimit before;
+    getrlimit(RLIMIT_NOFILE, &before);
+    rlimit const few{0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    try {
+        writeMesh(mesh, path("x.gltf"));
+        ADD_FAILURE() << "written without a descriptor";
+    } catch (OutputError const & error) {
+        EXPECT_THAT(error.what(), HasSubstr("Too many open files"));
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
 
     TriangleMesh bad = mesh;
     bad.triangles[5] = static_cast<std::int32_t>(mesh.vertexCount());

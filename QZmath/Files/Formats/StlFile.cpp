@@ -157,7 +157,9 @@ void writeStl(TriangleMesh const & mesh, ByteSink & sink)
         }
         double const normal[3] = {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2],
                                   a[0] * b[1] - a[1] * b[0]};
-        double const length = std::hypot(normal[0], normal[1], normal[2]);
+        // In range for all floats: products of four of them stay below 1e154.
+        double const length =
+            std::sqrt(normal[0] * normal[0] + normal[1] * normal[1] + normal[2] * normal[2]);
         for (int axis = 0; axis < 3; ++axis)
             values[axis] = length > 0 ? static_cast<float>(normal[axis] / length) : 0.0f;
         char * const place = sink.claim(sizeof(values) + 2);
