@@ -133,8 +133,10 @@ public:
     /// then followed over its supported parts first. What lies between and around them, its patches, is
     /// followed from all sides at the same time, each as far as `largestGap` allows; a patch that is larger
     /// is abandoned: what was followed of it stays in the mesh, with a border at least `reach` + 1 leaf cells
-    /// away from every sample. So an open cloud is not surrounded by a large sheet. Nothing is followed
-    /// beyond the nodes of the octree. Values that are not above 0, and infinity, set no limit. Default 0.
+    /// away from every sample. So an open cloud is not surrounded by a large sheet. Without `allComponents`,
+    /// supported parts that only abandoned patches connect with the first one are not found. Nothing is
+    /// followed beyond the nodes of the octree. Values that are not above 0, and infinity, set no limit.
+    /// Default 0.
     double getReach() const { return m_reach; }
     double & reach() { return m_reach; }
     void setReach(double value) { m_reach = value; }

@@ -269,16 +269,17 @@ TEST(Reach, BoundsTheWorkOnHostileClouds)
 TEST(ReconstructionReport, SaysWhyThereIsNoSurface)
 {
     PointCloudSamples const sphere = spiralSphere(300);
-    CVolTriangulationParams coarse = paramsOf(4);
-    coarse.setReconstructFactor(1e-6f);
     for (bool const accelerated : {true, false}) {
-        coarse.setAccelerated(accelerated);
-        CVolTriangulationParams const params = paramsOf(4, accelerated);
-        EXPECT_THAT(reconstruct(PointCloudSamples(), params).report.failure,
-                    testing::HasSubstr("no samples"));
-        EXPECT_THAT(reconstruct(spiralSphere(300, 0.0f), params).report.failure,
-                    testing::HasSubstr("same everywhere"));
-        EXPECT_THAT(reconstruct(sphere, coarse).report.failure, testing::HasSubstr("no c"));
-        EXPECT_EQ(reconstruct(sphere, params).report.failure, "");
+        CVolTriangulationParams params = paramsOf(4, accelerated);
+        auto const causeOf = [&](PointCloudSamples const & samples) {
+            return reconstruct(samples, params).report.failure;
+        };
+        EXPECT_EQ(causeOf(sphere), "");
+        EXPECT_THAT(causeOf(PointCloudSamples()), testing::HasSubstr("no samples"));
+        EXPECT_THAT(causeOf(spiralSphere(300, 0.0f)), testing::HasSubstr("same everywhere"));
+        params.setReconstructFactor(-1.0f);
+        EXPECT_THAT(causeOf(sphere), testing::HasSubstr("no size"));
+        params.setReconstructFactor(1e-6f);
+        EXPECT_THAT(causeOf(sphere), testing::HasSubstr("no crossing with cubes of edge"));
     }
 }

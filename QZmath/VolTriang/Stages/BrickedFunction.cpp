@@ -67,7 +67,7 @@ bool BrickedFunction::polygonise(LevelSet const & levelSet, StageContext const &
     if (!frame)
         return false;
     if (frame->edge < 0.0) {
-        context.report.failure = "a negative factor makes no lattice of cubes";
+        context.report.failure = "reconstructFactor gives the cubes of the lattice no size";
         return false;
     }
     std::function<bool(double const *)> isRefused;

@@ -167,6 +167,8 @@ std::string reasonOf(ImplicitFunction::Evaluator & evaluator, LevelSet const & l
     int const samplesNumber = context.samples.pointsNumber();
     if (samplesNumber <= 0)
         return "there are no samples";
+    if (!(levelSet.lattice.edge > 0.0 && std::isfinite(levelSet.lattice.edge)))
+        return "reconstructFactor gives the cubes of the lattice no size";
     double low = std::numeric_limits<double>::infinity();
     double high = -low;
     for (int sample = 0; sample < samplesNumber; ++sample) {
@@ -185,14 +187,15 @@ std::string reasonOf(ImplicitFunction::Evaluator & evaluator, LevelSet const & l
     text.imbue(std::locale::classic());
     text.precision(9);
     Point3D_d const & start = levelSet.lattice.start;
-    text << "no crossing near the start point (" << start.x() << ", " << start.y() << ", " << start.z()
-         << "): the implicit function is "
-         << (hasInside    ? "everywhere above"
-             : hasOutside ? "nowhere above"
+    text << "no crossing with cubes of edge " << levelSet.lattice.edge << " near the start point ("
+         << start.x() << ", " << start.y() << ", " << start.z()
+         << "): at all places tried, the implicit function is "
+         << (hasInside    ? "above"
+             : hasOutside ? "not above"
                           : "undefined against")
          << " its mean at the samples";
     if (levelSet.end != nullptr)
-        text << ", as far as the open surface may reach";
+        text << ", or they lie beyond the end of the open surface";
     return text.str();
 }
 
