@@ -40,7 +40,7 @@ std::vector<std::int32_t> oppositeHalfEdges(TriangleMesh const & mesh, VertexSta
         }
         return number;
     };
-    forRanges(team, opposite.size(), 3 * 1024, [&](std::size_t begin, std::size_t end) {
+    forRanges(team, opposite.size(), 3072, [&](std::size_t begin, std::size_t end) {
         for (std::size_t h = begin; h < end; ++h) {
             std::int32_t const a = mesh.triangles[h];
             std::int32_t const b = mesh.triangles[at(nextInTriangle(static_cast<std::int32_t>(h)))];

@@ -105,7 +105,7 @@ private:
     void watchFolds(double error)
     {
         std::vector<std::uint8_t> pointsOn(m_mesh.triangles.size(), 0);
-        forRanges(m_team, pointsOn.size(), 3 * 1024, [&](std::size_t begin, std::size_t end) {
+        forRanges(m_team, pointsOn.size(), 3072, [&](std::size_t begin, std::size_t end) {
             for (std::size_t n = begin; n < end; ++n) {
                 std::int32_t const h = static_cast<std::int32_t>(n);
                 std::int32_t const back = m_editor.opposite(h);
