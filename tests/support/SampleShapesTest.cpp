@@ -50,26 +50,6 @@ TEST_P(SampleShapes, SamplesLieOnTheSurfaceWithItsNormals)
     }
 }
 
-// No part of the surface is without samples, and none is there that has no distance.
-TEST_P(SampleShapes, DistanceIsThatToTheNearestOfManySamples)
-{
-    Random random(5);
-    std::vector<Point3D_d> samples;
-    for (int n = 0; n < 20000; ++n)
-        samples.push_back(m_shape->sample(random).position);
-    Point3D_d const half = m_shape->halfExtent();
-    for (int round = 0; round < 300; ++round) {
-        Point3D_d const point(half.x() * random.uniform(-1, 1), half.y() * random.uniform(-1, 1),
-                              half.z() * random.uniform(-1, 1));
-        double nearest = 1e300;
-        for (Point3D_d const & sample : samples)
-            nearest = std::min(nearest, (sample - point).length());
-        if (nearest < 0.15 && m_shape->distanceToBorder(point) > 0) {
-            EXPECT_NEAR(std::abs(m_shape->signedDistance(point)), nearest, 0.05);
-        }
-    }
-}
-
 TEST_P(SampleShapes, CloudHonoursItsOptions)
 {
     SamplingOptions options;
