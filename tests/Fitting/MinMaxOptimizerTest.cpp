@@ -78,21 +78,6 @@ TEST(MinMaxOptimizer, StepsToTheCrossingOrShortOfTheBox)
     EXPECT_EQ(Problem({rising}, Point3D_d(1, 0.5, 0)).run(4), Point3D_d(1, 0.5, 0));
 }
 
-TEST(MinMaxOptimizer, StaysWhereNothingIsGained)
-{
-    Point3D_d const start(0.1, 0.2, 0.3);
-    EXPECT_EQ(Problem({}, start).run(4), start);
-    // The worst function is flat: the other one decides the direction, but cannot raise the minimum.
-    Formula const rising = [](Point3D_d const & p) { return 9 + p.x(); };
-    for (double value : {5.0, std::nan(""), double(INFINITY)}) {
-        Formula const flat = [=](Point3D_d const &) { return value; };
-        EXPECT_EQ(Problem({flat}, start).run(4), start);
-        EXPECT_TRUE(value != 5 || Problem({flat, rising}, start).run(4) == start);
-    }
-    Problem idle({rising}, start);
-    EXPECT_TRUE(idle.run(0) == start && idle.criteria[0].calls == 1);
-}
-
 TEST(MinMaxOptimizer, KeepsToTheProjector)
 {
     OntoUnitSphere const sphere;

@@ -46,30 +46,16 @@ std::vector<float> inOrder(std::mt19937 & random, int count)
 
 } // namespace
 
-TEST(PointArrangement, LeavesListsInOrderAndRefusesTheOppositeSense)
-{
-    std::mt19937 random(81);
-    for (int count = 3; count < 40; ++count) {
-        SCOPED_TRACE(count);
-        std::vector<float> const upwards = inOrder(random, count);
-        std::vector<float> const downwards(upwards.rbegin(), upwards.rend());
-        for (int direction : {1, -1, 0, 2}) {
-            std::vector<float> up = upwards, down = downwards;
-            EXPECT_EQ(ArrangePointsOnCircle(up, direction, 100), direction == 1);
-            EXPECT_EQ(ArrangePointsOnCircle(down, direction, 100), direction == -1);
-            EXPECT_TRUE(up == upwards && down == downwards);
-        }
-    }
-}
-
 TEST(PointArrangement, IsRightAboutAnyList)
 {
     std::mt19937 random(83);
     std::uniform_real_distribution<float> position(0, 30);
     int arranged = 0;
     for (int trial = 0; trial < 4000; ++trial) {
-        int const count = trial % 12, direction = trial % 3 == 0 ? -1 : 1;
+        int const count = trial % 12, direction = std::vector<int>{1, -1, 1, 1, 0, 2}[std::size_t(trial) % 6];
         std::vector<float> values = count < 3 ? std::vector<float>() : inOrder(random, count);
+        if (direction < 0)
+            std::reverse(values.begin(), values.end());
         values.resize(static_cast<std::size_t>(count), 5.0F);
         for (int change = trial % 4; change > 0 && count > 0; --change)
             values[std::uniform_int_distribution<std::size_t>(0, values.size() - 1)(random)] =
@@ -77,7 +63,10 @@ TEST(PointArrangement, IsRightAboutAnyList)
         std::vector<float> const before = values;
         bool const isRight = isInSense(before, direction);
         bool const isArranged = ArrangePointsOnCircle(values, direction, 100);
-        ASSERT_TRUE(isArranged ? isInSense(values, direction) : !isRight);
+        if (count > 0 && std::abs(direction) != 1) // no sense at all
+            ASSERT_TRUE(!isArranged && values == before);
+        else
+            ASSERT_TRUE(isArranged ? isInSense(values, direction) : !isRight);
         ASSERT_TRUE((isArranged && !isRight) || values == before);
         arranged += isArranged && !isRight;
     }

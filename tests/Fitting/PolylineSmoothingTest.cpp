@@ -118,24 +118,6 @@ TEST(PolylineSmoothing, AgreesWithADenseConstrainedSolve)
     compareWithDense<Point3D>(2e-3);
 }
 
-TEST(PolylineSmoothing, PreservesTheSizeOfACircleWhenAsked)
-{
-    double const step = std::acos(-1.0) / 12;
-    CPolylineSmoothParams params;
-    params.SetClosed(true);
-    params.SetNIter(50);
-    for (bool preserve : {true, false}) {
-        std::vector<Point3D_d> circle;
-        for (int i = 0; i <= 24; ++i)
-            circle.emplace_back(std::cos(i * step), std::sin(i * step), 0);
-        params.SetPreserveShape(preserve);
-        ASSERT_TRUE(smoothPolylineWithFixedPoints(circle, params));
-        double const shrunk = std::pow(1 - 0.4 * (1 - std::cos(step)), 50);
-        for (Point3D_d const & point : circle)
-            EXPECT_NEAR(point.length(), preserve ? 1.0 : shrunk, preserve ? 0.05 : 1e-12);
-    }
-}
-
 TEST(PolylineSmoothing, AnswersWhatCannotBeDone)
 {
     std::mt19937 random(72);
