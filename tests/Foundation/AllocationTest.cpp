@@ -35,5 +35,8 @@ TEST(Allocation, RoutinesOfThreeDimensionsNeedNone)
 
     EXPECT_EQ(rotationOfCaller[0], memory);
     EXPECT_TRUE(rotationOfCaller == rotation);
+    RElinearTransform const map(elements, REmath::Point3D_d(0).asArray());
+    for (int i = 0; i < 3; ++i)
+        EXPECT_LT((map.apply(vectors[i]) - vectors[i] * values[i]).length(), 1e-14);
     EXPECT_FALSE(basis.isOrthoNorm());
 }

@@ -173,26 +173,6 @@ TYPED_TEST(MatrixTest, ThrowsItsWordsAndChangesNothing)
     EXPECT_EQ(matrix, before);
 }
 
-TYPED_TEST(MatrixTest, EmptyMatricesKeepTheirSizesAndTakeEveryOperation)
-{
-    using T = TypeParam;
-    std::pair<int, int> const sizes[] = {{0, 0}, {0, 3}, {3, 0}, {-2, 5}, {5, -2}, {INT_MIN, INT_MIN}};
-    for (auto const & [rows, cols] : sizes) {
-        Matrix<T> const empty(rows, cols), wrapper(nullptr, nullptr, rows, cols);
-        Matrix<T> full(2, 2);
-        ((full = empty) += empty) *= 2;
-        full.reset(T(1));
-        full.diag(T(1));
-        EXPECT_TRUE(full == empty && wrapper == empty && full.trace() == T(0) && full.getDiag().size() == 0);
-        for (Matrix<T> const & same : {full, full + full, full.flop(), full.transpose().transpose()})
-            EXPECT_TRUE(same.rows() == rows && same.cols() == cols);
-        full.resizeKeep(2, 3);
-        EXPECT_EQ(full, Matrix<T>(2, 3));
-    }
-    EXPECT_EQ(Matrix<T>(2, 2).get(2, 2, 0, 0).rows(), 0);
-    EXPECT_EQ(Matrix<T>(), Matrix<T>(1, 1));
-}
-
 template <class T>
 T plainProduct(T const & left, T const & right)
 {

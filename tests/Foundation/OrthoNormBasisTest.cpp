@@ -39,50 +39,40 @@ TEST(OrthoNormBasis, BuildersKeepTheirFirstDirectionAndTheSideOfTheSecond)
     }
 }
 
-TEST(OrthoNormBasis, CoordinatesGoInAndOut)
-{
-    Random random(2);
-    for (int repetition = 0; repetition < 200; ++repetition) {
-        qz_test::Frame const frame = qz_test::randomFrame(random, 10);
-        COrthoNormBasis basis =
-            COrthoNormBasis::buildByOrthsAndOrigin(frame.axes[0], frame.axes[1], frame.axes[2], {7, 7, 7});
-        basis.setOrigin(frame.origin);
-        Point3D_d const local = randomPoint(random, 10);
-        Point3D_d const world = frame.toWorld(local);
-        EXPECT_LT((basis.transformCoordsToBasis(world) - local).length(), 1e-13);
-        EXPECT_LT((basis.transformCoordsFromBasis(local) - world).length(), 1e-13);
-        EXPECT_LT((basis.projectPointToXYPlane(world) - frame.toWorld({local.x(), local.y(), 0})).length(),
-                  1e-13);
-        EXPECT_EQ(basis.getWorldBasisInLocalCoords().transformCoordsToBasis(local),
-                  basis.transformCoordsFromBasis(local));
-        // Moving keeps the axes and takes the origin along.
-        COrthoNormBasis const moved = basis.getMovedTo(world);
-        EXPECT_EQ(moved.getE1(), basis.getE1());
-        EXPECT_LT(moved.transformCoordsToBasis(world).length(), 1e-13);
-        EXPECT_TRUE(moved.isOrthoNorm());
-    }
-}
-
-TEST(OrthoNormBasis, SkewFramesHaveATrueInverse)
+TEST(OrthoNormBasis, CoordinatesGoInAndOutOfAnyFrame)
 {
     Random random(3);
-    for (int repetition = 0; repetition < 100; ++repetition) {
-        Point3D_d const e[3] = {randomPoint(random, 1) + Point3D_d(3, 0, 0),
-                                randomPoint(random, 1) + Point3D_d(0, 3, 0),
-                                randomPoint(random, 1) + Point3D_d(0, 0, 3)};
-        COrthoNormBasis basis =
-            COrthoNormBasis::buildByOrthsAndOrigin(e[0], e[1], e[2], randomPoint(random, 9));
-        Point3D_d const local = randomPoint(random, 9), origin = randomPoint(random, 9);
-        EXPECT_LT((basis.transformCoordsToBasis(basis.transformCoordsFromBasis(local)) - local).length(),
-                  1e-13);
-        basis.setOrigin(origin);
+    for (int repetition = 0; repetition < 200; ++repetition) {
+        qz_test::Frame frame = qz_test::randomFrame(random, 10);
+        bool const isSkew = repetition % 2 == 0;
+        for (Point3D_d & axis : frame.axes)
+            axis = isSkew ? axis * 3 + randomPoint(random, 1) : axis;
+        Point3D_d const * const e = frame.axes.data();
+        COrthoNormBasis basis = COrthoNormBasis::buildByOrthsAndOrigin(
+            e[0], e[1], e[2], isSkew ? frame.origin : Point3D_d(7, 7, 7));
+        if (!isSkew)
+            basis.setOrigin(frame.origin);
+        Point3D_d const local = randomPoint(random, 9), world = basis.transformCoordsFromBasis(local);
+        EXPECT_LT((basis.transformCoordsToBasis(world) - local).length(), 1e-12);
+        if (isSkew)
+            basis.setOrigin(world);
         double const * const shift = basis.getForthCoordTransform().shift;
         for (int i = 0; i < 3; ++i) {
             // The axes that are read are the reciprocal ones.
             EXPECT_NEAR(dot(basis.getE(0), e[i]), i == 0, 1e-14);
-            // The shift comes from the transposed axes, even though that is no inverse here.
-            EXPECT_NEAR(shift[i], -dot(e[i], origin), 1e-12);
+            // A new origin goes by the transposed axes, even though they are no inverse of skew ones.
+            EXPECT_NEAR(shift[i], -dot(e[i], basis.getOrigin()), 1e-11);
         }
+        if (isSkew)
+            continue;
+        EXPECT_LT((frame.toWorld(local) - world).length(), 1e-13);
+        EXPECT_LT((basis.projectPointToXYPlane(world) - frame.toWorld({local.x(), local.y(), 0})).length(),
+                  1e-13);
+        EXPECT_EQ(basis.getWorldBasisInLocalCoords().transformCoordsToBasis(local), world);
+        // Moving keeps the axes and takes the origin along.
+        COrthoNormBasis const moved = basis.getMovedTo(world);
+        EXPECT_TRUE(moved.getE1() == basis.getE1() && moved.isOrthoNorm());
+        EXPECT_LT(moved.transformCoordsToBasis(world).length(), 1e-13);
     }
 }
 

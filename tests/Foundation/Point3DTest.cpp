@@ -76,7 +76,7 @@ TEST(Point3D, HomogeneousOrderIgnoresWAndDirection)
     HPoint3D const left(1, 2, 2, 9);
     HPoint3D const right(3, 0, 0, 0);
     EXPECT_TRUE(!(left < right) && !(right < left) && left <= right && left >= right && left != right);
-    EXPECT_TRUE(HPoint3D_d(0, 0, 4, -100) > HPoint3D_d(2));
+    EXPECT_TRUE(HPoint3D_d(0, 4, 0, -100) > HPoint3D_d(2));
     // Each square overflows nothing and is rounded to float; their sum is not.
     EXPECT_EQ(HPoint3D(4097, 4096, 0, 0).norm2(), static_cast<double>(4097.0F * 4097.0F) + 16777216.0);
 }

@@ -91,21 +91,6 @@ TEST(RotationMatrix, InverseOfMatricesAndTransforms)
     EXPECT_EQ(transformOut.apply({1, 1, 1}), Point3D_d(4, 5, 6));
 }
 
-TEST(RotationMatrix, EigenvectorsAreColumnsOfUnitLength)
-{
-    Random random(2);
-    Point3D_d vectors[3];
-    double values[3];
-    CRotationMatrix const half = randomMatrix(random), matrix = half + half.getTransposed();
-    GetEigenVectorsSA(matrix, vectors, values, true);
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_TRUE(vectors[i].isUnitLength());
-        Point3D_d const image = RElinearTransform(matrix, {0, 0, 0}).apply(vectors[i]);
-        EXPECT_LT((image - vectors[i] * values[i]).length(), 1e-14);
-    }
-    EXPECT_THROW(GetEigenVectorsSA(matrix * notANumber, vectors, values, true), std::runtime_error);
-}
-
 TEST(EulerAngles, AreRotationsAboutZYZ)
 {
     Random random(3);

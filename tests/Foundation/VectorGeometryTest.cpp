@@ -263,21 +263,3 @@ TEST(VectorGeometry, BulgesOfTriangles)
     float const point[3] = {1, 1, 1}, other[3] = {};
     EXPECT_TRUE(std::isnan(GetTriangleBulge(other, point, point)));
 }
-
-TEST(VectorGeometry, FloatFormsComputeInDouble)
-{
-    // The squares of these coordinates leave the range of float.
-    for (float scale : {1e25F, 1e-25F}) {
-        Point3D const a(0, 0, 0), b(scale, 0, 0), c(scale, scale, 0), d(0, scale, scale);
-        float out[3], radius = 0;
-        Vector_Line2Point(a.asArray(), b.asArray(), c.asArray(), out);
-        EXPECT_EQ(Point3D(out), Point3D(0, scale, 0));
-        BuildDefPerpendicular(d.asArray(), out);
-        EXPECT_NEAR(out[0] + out[1] + out[2], scale > 1 ? -1 : 0, 1e-6);
-        EXPECT_FLOAT_EQ(cos_ABC(b, a, c), std::sqrt(0.5F));
-        EXPECT_FLOAT_EQ(SemiPlanarCos2(a, b, c, d), 0.5F);
-        EXPECT_FLOAT_EQ(GetTriangleBulge(c.asArray(), a.asArray(), b.asArray()), 1);
-        ASSERT_TRUE(CircumscribeCircle(a.asArray(), b.asArray(), c.asArray(), out, radius));
-        EXPECT_FLOAT_EQ(out[1], scale / 2);
-    }
-}
