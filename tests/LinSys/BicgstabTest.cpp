@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <random>
 #include <stdexcept>
 #include <vector>
 
@@ -36,33 +35,7 @@ struct Product
     }
 };
 
-template <class T>
-class Bicgstab : public testing::Test
-{};
-using Scalars = testing::Types<float, double>;
-TYPED_TEST_SUITE(Bicgstab, Scalars, );
-
-TYPED_TEST(Bicgstab, ReachesTheResidualAskedForAndCountsItsProducts)
-{
-    using T = TypeParam;
-    T const eps = std::is_same_v<T, float> ? T(1e-4) : T(1e-9);
-    std::mt19937 random(21);
-    for (int round = 0; round < 30; ++round) {
-        int const size = 2 + int(random() % 60);
-        DenseMatrix const matrix = testSupport::randomSparse(size, 4.0, round % 2 == 0, 1.3, random);
-        std::vector<double> const right = testSupport::randomVector(size, random);
-        std::vector<T> const b(right.begin(), right.end());
-        std::vector<T> x(b);
-        Product<T> product(matrix);
-        int const iterations = bicgstab(size, &Product<T>::multiply, &product, b.data(), x.data(), eps, -1);
-        ASSERT_GT(iterations, 0);
-        EXPECT_EQ(product.calls, 1 + 2 * iterations);
-        EXPECT_LT(testSupport::relativeDistance({x.begin(), x.end()}, testSupport::eliminate(matrix, right)),
-                  100 * double(eps));
-    }
-}
-
-TEST(BicgstabEnds, BreakdownsAreToldAndExceptionsPass)
+TEST(Bicgstab, BreakdownsAreToldAndExceptionsPass)
 {
     struct Case
     {
@@ -93,6 +66,7 @@ TEST(BicgstabEnds, BreakdownsAreToldAndExceptionsPass)
         int const result = bicgstab(size, &Product<T>::multiply, &product, b.data(), x.data(), eps, 100);
         if (result == 1) {
             EXPECT_EQ(x, b);
+            EXPECT_EQ(product.calls, 3); // one for the start, two for each iteration
         }
         return result;
     };

@@ -195,20 +195,3 @@ TEST(CsrMatrixTest, SubMatrixIsTheBlockOfTheDenseMatrix)
             }
     }
 }
-
-TEST(CsrMatrixTest, ConversionCopiesEveryElementThatIsNotZero)
-{
-    std::mt19937 random(13);
-    for (int round = 0; round < 60; ++round) {
-        int const size = 1 + round % 12, base = int(random() % 2);
-        bool const upperOnly = random() % 2 == 0;
-        DenseMatrix const dense = randomMatrix(size, 0.3, false, random);
-        CVPLSstorage<T, CStdVectorAsVPLSstorageRow> system;
-        testSupport::stateSystem<T>(system, dense, std::vector<double>(std::size_t(size), -0.0));
-        CCSRSquareMatrix<T> const matrix = LinearSystem2CsrMatrix<T>(system, base, upperOnly);
-        EXPECT_FALSE(matrix.isUpperTriangleOnlyStored()); // not even then
-        ASSERT_EQ(matrix.getMatrixSize(), size);
-        ASSERT_NO_FATAL_FAILURE(expectHolds(matrix, dense, 0, upperOnly));
-        EXPECT_THROW(LinearSystem2CsrMatrix<T>(system, 2, upperOnly), std::logic_error);
-    }
-}

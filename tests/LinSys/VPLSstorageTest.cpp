@@ -173,18 +173,3 @@ TYPED_TEST(LinearSystemStorageTest, LateVerticesHaveNoRow)
     storage.AddEquation(equation);
     EXPECT_TRUE(storage.IsSpoiled());
 }
-
-TYPED_TEST(VPLSstorageTest, RowsAllocatedAheadCloseTheDefinitionsAlsoOfACopy)
-{
-    using Storage = typename TypeParam::Storage;
-    Storage early;
-    early.DefineFreeVertex(1);
-    for (int times = 0; times < 2; ++times)
-        early.AllocateMatrix();
-    std::unique_ptr<Storage> const copy(early.Copy());
-    for (Storage * storage : {&early, copy.get()}) {
-        storage->DefineFixedVertex(2);
-        EXPECT_TRUE(storage->IsSpoiled());
-        EXPECT_EQ(storage->GetFixedVariablesNumber(), 0);
-    }
-}
