@@ -93,10 +93,10 @@ TEST(DirectSolver, GridWithArrowRowsHasSmallResidual)
             matrix.rowIndex[row] += size - removed;
 
         std::mt19937 random(13);
-        std::vector<double> const right = testSupport::randomVector(3 * size, random);
+        std::vector<double> const right = testSupport::randomVector(17 * size, random);
         std::vector<double> const solution = solveDirectly(matrix, Definiteness::positiveDefinite, right);
         ASSERT_EQ(solution.size(), right.size());
-        for (std::ptrdiff_t part = 0; part < 3; ++part) {
+        for (std::ptrdiff_t part = 0; part < 17; part += 8) { // they are solved for by 16
             std::vector<double> const x(solution.begin() + part * size, solution.begin() + (part + 1) * size);
             std::vector<double> const b(right.begin() + part * size, right.begin() + (part + 1) * size);
             EXPECT_LT(testSupport::relativeDistance(matrix.product(x), b), 1e-11);
@@ -105,27 +105,6 @@ TEST(DirectSolver, GridWithArrowRowsHasSmallResidual)
             QzBackend::fillReducingOrder({size, matrix.rowIndex.data(), matrix.columns.data(), 1}, nullptr)
                 .back(),
             0);
-    }
-}
-
-TEST(DirectSolver, SaddlePointsAreSolvedWithStoredAndMissingZeros)
-{
-    std::mt19937 random(14);
-    int const points = 50, conditions = 15;
-    DenseMatrix dense = testSupport::randomSparse(points + conditions, 4.0, true, 2.0, random);
-    for (int row = points; row < points + conditions; ++row) {
-        for (int column = points; column < points + conditions; ++column)
-            dense(row, column) = 0.0;
-        dense(row, row - points) = dense(row - points, row) = 1.0;
-    }
-    std::vector<double> const right = testSupport::randomVector(points + conditions, random);
-    std::vector<double> const expected = testSupport::eliminate(dense, right);
-    for (bool const stored : {true, false}) {
-        CompressedMatrix const matrix = testSupport::compress(dense, true, 1, stored);
-        std::vector<double> const solution = solveDirectly(matrix, Definiteness::indefinite, right);
-        ASSERT_FALSE(solution.empty());
-        EXPECT_LT(testSupport::relativeDistance(solution, expected), 1e-10);
-        EXPECT_TRUE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty());
     }
 }
 
@@ -166,16 +145,15 @@ TEST(DirectSolver, ValuesThatAreNotFiniteOrNotDefiniteFail)
     std::mt19937 random(16);
     double const infinity = std::numeric_limits<double>::infinity();
     for (double const bad : {std::nan(""), infinity, -infinity})
-        for (int round = 0; round < 10; ++round) {
-            CompressedMatrix matrix = good;
-            matrix.values[random() % matrix.values.size()] = bad;
-            EXPECT_TRUE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty());
-            EXPECT_TRUE(solveDirectly(matrix, Definiteness::indefinite, right).empty());
-            std::vector<double> badRight = right;
-            badRight[random() % badRight.size()] = bad;
-            EXPECT_TRUE(solveDirectly(good, Definiteness::positiveDefinite, badRight).empty());
-            EXPECT_TRUE(solveDirectly(good, Definiteness::indefinite, badRight).empty());
-        }
+        for (Definiteness const kind : {Definiteness::positiveDefinite, Definiteness::indefinite})
+            for (int round = 0; round < 10; ++round) {
+                CompressedMatrix matrix = good;
+                matrix.values[random() % matrix.values.size()] = bad;
+                std::vector<double> badRight = right;
+                badRight[random() % badRight.size()] = bad;
+                EXPECT_TRUE(solveDirectly(matrix, kind, right).empty());
+                EXPECT_TRUE(solveDirectly(good, kind, badRight).empty());
+            }
     for (int round = 0; round < 10; ++round) {
         CompressedMatrix matrix = good;
         int const row = int(random() % unsigned(matrix.size));
@@ -330,18 +308,6 @@ TEST(DirectSolver, AnyNumberOfThreadsGivesTheSameBits)
             first = solution;
         EXPECT_EQ(solution, first) << threads;
     }
-}
-
-TEST(DirectSolver, TheProcessKeepsItsRandomNumbers)
-{
-    CompressedMatrix const matrix = testSupport::gridOperator(12, 1, 0.1, 1);
-    std::vector<double> const right(std::size_t(matrix.size), 1.0);
-    std::srand(5);
-    int const first = std::rand(), second = std::rand();
-    std::srand(5);
-    EXPECT_EQ(std::rand(), first);
-    ASSERT_FALSE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty());
-    EXPECT_EQ(std::rand(), second);
 }
 
 } // namespace

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/NestedDissection.h>
+#include <QZmath/Backend/Place.h>
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <numeric>
 #include <random>
-#include <stdexcept>
 #include <vector>
 
 #include "support/SparseSystems.h"
@@ -14,8 +14,6 @@ namespace
 {
 
 using namespace QzBackend;
-
-std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
 Graph graphOf(testSupport::CompressedMatrix const & matrix)
 {
@@ -96,21 +94,6 @@ TEST(NestedDissection, AnyGraphIsSeparatedAndOrderedOnce)
         std::sort(sorted.begin(), sorted.end());
         std::iota(identity.begin(), identity.end(), 0);
         ASSERT_EQ(sorted, identity) << round;
-    }
-}
-
-TEST(NestedDissection, ReportsInterruptIt)
-{
-    Graph const graph = graphOf(testSupport::gridOperator(25, 1, 0.1, 0));
-    for (int const call : {1, 5, 20}) {
-        int calls = 0;
-        EXPECT_THROW(nestedDissection(
-                         graph, [](Graph const & part) { return std::vector<int>(at(part.size()), 0); },
-                         [&](double) {
-                             if (++calls == call)
-                                 throw std::runtime_error("interrupted");
-                         }),
-                     std::runtime_error);
     }
 }
 

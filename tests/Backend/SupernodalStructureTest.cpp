@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <QZmath/Backend/EliminationTree.h>
+#include <QZmath/Backend/Place.h>
 #include <QZmath/Backend/SupernodalStructure.h>
 
 #include <algorithm>
@@ -16,8 +16,6 @@ namespace
 
 using namespace QzBackend;
 using testSupport::CompressedMatrix;
-
-std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
 // The rows of each column of the factor, by elimination of one column after the other.
 std::vector<std::set<int>> eliminateStructure(CompressedMatrix const & matrix, std::vector<int> const & order)
@@ -107,46 +105,6 @@ TEST(SupernodalStructure, HoldsTheEliminatedMatrixAndLittleElse)
         elements += double(fill);
     }
     EXPECT_LT(stored, 1.6 * elements);
-}
-
-TEST(EliminationTree, CountsAndParentsAreThoseOfTheFactor)
-{
-    std::mt19937 random(32);
-    for (int round = 0; round < 200; ++round) {
-        CompressedMatrix const matrix = randomMatrix(round, random);
-        std::vector<std::vector<int>> neighbours(at(matrix.size));
-        for (int row = 0; row < matrix.size; ++row)
-            for (int place = matrix.rowIndex[at(row)]; place < matrix.rowIndex[at(row) + 1]; ++place) {
-                int const other = matrix.columns[at(place)];
-                neighbours[at(row)].push_back(other);
-                neighbours[at(other)].push_back(row);
-            }
-        auto const visit = [&](int row, bool later, auto const & call) {
-            for (int const other : neighbours[at(row)])
-                if (later ? other > row : other < row)
-                    call(other);
-        };
-        std::vector<int> identity(at(matrix.size));
-        std::iota(identity.begin(), identity.end(), 0);
-        std::vector<std::set<int>> const columns = eliminateStructure(matrix, identity);
-        std::vector<int> const parent =
-            eliminationTree(matrix.size, [&](int row, auto const & call) { visit(row, false, call); });
-        std::vector<int> const order = postorder(parent, identity);
-        std::vector<int> const counts =
-            ColumnCounter(parent, order).count([&](int row, auto const & call) { visit(row, true, call); });
-        std::vector<int> seen(at(matrix.size), 0), sorted(order);
-        std::sort(sorted.begin(), sorted.end());
-        ASSERT_EQ(sorted, identity);
-        for (int const row : order) {
-            seen[at(row)] = 1;
-            ASSERT_EQ(counts[at(row)], int(columns[at(row)].size()));
-            ASSERT_EQ(parent[at(row)],
-                      columns[at(row)].size() > 1 ? *std::next(columns[at(row)].begin()) : -1);
-            if (parent[at(row)] >= 0) {
-                ASSERT_FALSE(seen[at(parent[at(row)])]);
-            }
-        }
-    }
 }
 
 } // namespace
