@@ -171,29 +171,6 @@ TEST_F(Components, WrongUseAndWrongLengthsThrow)
     EXPECT_EQ(stream.getPosition(), 138);
 }
 
-TEST_F(Components, HostileHeadersAreSurvived)
-{
-    save(blob("Blob", 1, Bytes(10, 1)));
-    Bytes const whole = contents();
-    std::int64_t const largest = INT64_MAX;
-    for (std::int64_t const size :
-         {std::int64_t(11), largest - 128, largest, -largest - 1, std::int64_t(-1)}) {
-        Bytes changed = whole;
-        std::memcpy(&changed[10], &size, sizeof(size));
-        for (char const * name : {"Blob", "Other"}) {
-            setContents(changed);
-            EXPECT_THROW(load(blob(name, 1, Bytes(10, 1))), CVescaException) << size;
-        }
-    }
-    Bytes endless = whole; // a name that fills its field and what follows
-    std::fill_n(endless.begin() + 22, 35, static_cast<unsigned char>('x'));
-    for (std::size_t length : {29u, 30u, 31u, 35u}) {
-        setContents(endless);
-        EXPECT_EQ(load(blob(std::string(length, 'x'), 1, {})), 138);
-    }
-    EXPECT_EQ(log.lines.size(), 4u);
-}
-
 TEST_F(Components, SizesBeyondTwoGibibytesArePatchedAndSkipped)
 {
     struct Sparse : Blob
@@ -270,15 +247,6 @@ TEST(FileWrapClose, CopiesCloseOnceInEitherOrder)
             moved.release();
         EXPECT_EQ(copy.FilePtr(), nullptr);
     }
-}
-
-TEST(ComponentHelpers, TheTotalSelectorTakesTheActive)
-{
-    std::unique_ptr<IGraphObjectSelector> const total(IGraphObjectSelector::CreateTotal());
-    CGraphObject object;
-    EXPECT_TRUE((*total)(&object));
-    object.setActive(false);
-    EXPECT_FALSE((*total)(&object) || (*total)(nullptr));
 }
 
 } // namespace

