@@ -80,20 +80,6 @@ TEST(Progress, RandomTreesOfSubPhasesFollowTheModelAndNeverFall)
     }
 }
 
-TEST(Progress, EqualPartsFillTheRangeExactlyAndHundredthsAreFractions)
-{
-    CProgressCounter counter;
-    for (int n = 1; n <= 2000; ++n) {
-        for (int i = 0; i < n; ++i)
-            CPrgCntSubPhase part(&counter, static_cast<double>(i) / n, 1.0 / n, 1, true);
-        ASSERT_EQ(1.0, counter.getPosFloat()) << n;
-    }
-    CPrgCntSubPhase main(&counter, 5, 90, 0, true); // of 100
-    CPrgCntSubPhase half(&counter, 50, std::numeric_limits<int>::max(), 0, true);
-    counter.SetPosFloat(0.5);
-    EXPECT_DOUBLE_EQ(0.05 + 0.9 * 0.75, counter.getPosFloat());
-}
-
 TEST(Progress, ACounterServesOneRunAfterAnother)
 {
     CProgressCounter counter;
