@@ -134,22 +134,3 @@ TEST(TriangleDistance, FootIsNearestAndOnTheFeatureTold)
                   std::max({dot(b - a, b - a), dot(c - b, c - b), dot(a - c, a - c)}));
     }
 }
-
-TEST(Distances, HostileInputGivesCodesInRange)
-{
-    Random random(5);
-    for (int repetition = 0; repetition < 20000; ++repetition) {
-        float numbers[12], foot[3], t = 7;
-        std::generate(std::begin(numbers), std::end(numbers), [&] { return hostileNumber(random); });
-        float const *p = numbers, *vertices[3] = {numbers + 3, numbers + 6, numbers + 9};
-        int where = 7, whereInTriangle = 7;
-        DistancePoint2Line(p, vertices[0], vertices[1]);
-        DistancePoint2Segment(p, vertices[0], vertices[1], t);
-        DistancePoint2Segment(p, vertices[0], vertices[1], foot, where);
-        distancePointTriangle2(p, vertices, whereInTriangle, foot);
-        EXPECT_TRUE(t >= 0 && t <= 1 && where >= -1 && where <= 1);
-        EXPECT_TRUE(whereInTriangle >= -1 && whereInTriangle <= 5);
-        EXPECT_FALSE(REmath::CProjectorTriangle(vertices[0], vertices[1], vertices[2]).DistToTriangle2(p) <
-                     0);
-    }
-}

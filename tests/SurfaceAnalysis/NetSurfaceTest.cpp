@@ -69,22 +69,6 @@ TEST(NetSurface, ParallelogramsGoThereAndBack)
     }
 }
 
-TEST(NetSurface, CoordinatesAreTakenBackIntoTheNet)
-{
-    for (int const rows : {1, 2, 4}) {
-        Net const net = makeNet(rows, 3, [](int u, int v) { return Point3D_d(u, v, u * v); });
-        for (float const v : {-1e30F, -0.5F, 0.0F, 0.999F, 1.0F, 2.75F, 1e30F, INFINITY, NAN}) {
-            for (float const u : {-3.0F, 0.5F, 1.25F, 2.0F, 2.5F, -INFINITY, NAN}) {
-                double const x = u > 0 ? std::min(u, 2.0F) : 0;
-                double const y = v > 0 ? std::min<double>(v, rows - 1) : 0;
-                EXPECT_LE((pointOnNet(u, v, net) - Point3D_d(x, y, x * y)).length(), 1e-6);
-            }
-        }
-        EXPECT_EQ(pointOnNet(9e-6, 0, net).x(), 0); // too small a part of a cell
-        EXPECT_NEAR(pointOnNet(2e-5, 0, net).x(), 2e-5, 1e-10);
-    }
-}
-
 TEST(NetSurface, NearestKnotIsFoundOnAnyNet)
 {
     Random random(1);
