@@ -136,7 +136,15 @@ struct ReconstructionReport : VolTr::CReconstructionReport
     double boundaryLength = 0;
     bool isClosed = false;              ///< the mesh has no border
     std::size_t samplesFarFromMesh = 0; ///< farther than two leaf cells
-    std::size_t sliversRemoved = 0;
+    /// How the least angles of the triangles are distributed.
+    struct Angles
+    {
+        double least = 0; ///< degrees
+        double belowOne = 0, belowFive = 0,
+               belowTen = 0; ///< shares of the triangles with a lesser one, 0 to 1
+    };
+    Angles anglesBefore, anglesAfter;              ///< the removal of slivers
+    std::size_t sliversRemoved = 0;                ///< triangles below one degree
     std::size_t trianglesBeforeSimplification = 0; ///< 0 when it was not asked for
 
     /// Sentences about what is doubtful in the cloud or the result, each with the option that helps.

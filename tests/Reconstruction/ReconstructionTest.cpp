@@ -51,9 +51,8 @@ struct Points
         cloud.colors = colors.empty() ? nullptr : colors.data();
         return cloud;
     }
-    void add(PointCloudSamples const & samples, std::array<float, 3> const & shift = {},
-             float size = 1, float side = 1,
-             std::function<bool(std::array<float, 3> const &)> const & isSeen = nullptr)
+    void add(PointCloudSamples const & samples, std::array<float, 3> const & shift = {}, float size = 1,
+             float side = 1, std::function<bool(std::array<float, 3> const &)> const & isSeen = nullptr)
     {
         for (std::size_t n = 0; n < samples.points.size(); ++n) {
             if (isSeen && !isSeen(samples.points[n]))
@@ -123,6 +122,8 @@ TEST(Reconstruction, CellsSuitTheSamples)
             EXPECT_LT(scoreOf(result, shape).rms, 0.05 * result.report.leafCell + 1e-3 * (count < 5000));
             EXPECT_THAT(result.report.warnings, testing::IsEmpty());
             EXPECT_EQ(result.report.samplesFarFromMesh, 0u);
+            EXPECT_GT(result.report.anglesBefore.belowOne, 0.0001);
+            EXPECT_LT(result.report.anglesAfter.belowOne, 0.0001);
         }
     }
     Points const noisy = pointsOn("sphere", 100000, 0.02); // far more than the spacing

@@ -48,6 +48,12 @@ void turn(TriangleMesh & mesh)
         component = -component;
 }
 
+ReconstructionReport::Angles anglesOf(TriangleMesh const & mesh, LoopTeam & team)
+{
+    AngleDistribution const angles = measureAngles(mesh, team);
+    return {angles.least, angles.belowOne, angles.belowFive, angles.belowTen};
+}
+
 class Finisher
 {
 public:
@@ -94,7 +100,9 @@ void Finisher::settlePieces()
 
 void Finisher::cleanTriangles()
 {
+    m_report.anglesBefore = anglesOf(m_mesh, m_team);
     m_report.sliversRemoved = removeSlivers(m_mesh, m_cells.leaf, m_team);
+    m_report.anglesAfter = anglesOf(m_mesh, m_team);
     if (m_options.simplifyError > 0.0) {
         m_report.trianglesBeforeSimplification = m_mesh.triangleCount();
         simplify(m_mesh, m_options.simplifyError * m_cells.leaf, m_team);
