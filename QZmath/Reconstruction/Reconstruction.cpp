@@ -31,6 +31,7 @@ using Kind = ReconstructionError::Kind;
 
 // Single stray points need not worry anybody.
 double const farShareThatWarns = 0.001;
+double const repeatedThatMatter = 0.01;
 
 // Takes the mesh of the core.
 class MeshTarget final : public VolTr::ITriangulationTarget
@@ -74,6 +75,8 @@ private:
     void prepare();
     void refuseWithoutArea() const;
     void removeOutliers();
+    void measure();
+    void removeRepeated();
     void settleDepth();
     VolTr::CVolTriangulationParams coreParameters() const;
     ReconstructionEstimate estimateCore(VolTr::CVolTriangulationParams const & params) const;
@@ -138,15 +141,33 @@ void Call::removeOutliers()
     m_report.outliersRemoved = static_cast<std::size_t>(marked);
 }
 
+void Call::measure()
+{
+    bool const areNormalsJudged = m_options.normals == Normals::automatic;
+    m_measures = MeasureCloud(m_cloud.size(), m_cloud.points(),
+                              areNormalsJudged ? m_cloud.normalVectors() : nullptr, m_progress);
+}
+
+// A point that is left out to see what the others say of it would be found again in its twin.
+void Call::removeRepeated()
+{
+    if (m_measures.repeated < repeatedThatMatter)
+        return;
+    std::vector<std::uint8_t> marks(static_cast<std::size_t>(m_cloud.size()));
+    int const marked = FindRepeatedPoints(m_cloud.size(), m_cloud.points(), marks.data());
+    m_cloud.remove(marks);
+    m_report.repeatedRemoved = static_cast<std::size_t>(marked);
+    measure();
+}
+
 // The points as the core takes them.
 void Call::prepare()
 {
     refuseWithoutArea();
     removeOutliers();
     refuseWithoutArea();
-    bool const areNormalsJudged = m_options.normals == Normals::automatic;
-    m_measures = MeasureCloud(m_cloud.size(), m_cloud.points(),
-                              areNormalsJudged ? m_cloud.normalVectors() : nullptr, m_progress);
+    measure();
+    removeRepeated();
     m_report.spacing = m_cloud.frame().toCloud(m_measures.spacing);
     m_report.cloudNoise = m_cloud.frame().toCloud(m_measures.noise);
 }
@@ -184,7 +205,8 @@ VolTr::CVolTriangulationParams Call::coreParameters() const
 
 ReconstructionEstimate Call::estimateCore(VolTr::CVolTriangulationParams const & params) const
 {
-    VolTr::CReconstructionEstimate const core = VolTr::estimateReconstruction(LocalSamples(m_cloud), params);
+    VolTr::CReconstructionEstimate const core =
+        VolTr::estimateReconstruction(LocalSamples(m_cloud), params, false);
     ReconstructionEstimate estimate;
     estimate.depth = m_depth;
     estimate.nodes = core.nodes;

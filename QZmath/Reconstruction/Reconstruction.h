@@ -117,6 +117,7 @@ struct ReconstructionReport : VolTr::CReconstructionReport
     double cloudNoise = 0; ///< rms distance of samples to the planes of their neighbours
     double leafCell = 0;   ///< edge of a leaf cell
     std::size_t outliersRemoved = 0;
+    std::size_t repeatedRemoved = 0; ///< points in the place of another one, where they are many
 
     bool normalsEstimated = false;       ///< of all points
     std::size_t normalsReplaced = 0;     ///< that were zero and have been estimated

@@ -50,6 +50,8 @@ std::string ReconstructionReport::summary() const
     Sentence sentence;
     if (outliersRemoved > 0)
         sentence.add("removed " + counted(outliersRemoved, "outlier", "outliers"));
+    if (repeatedRemoved > 0)
+        sentence.add("left out " + counted(repeatedRemoved, "repeated point", "repeated points"));
     if (normalsEstimated)
         sentence.add("estimated the normals");
     if (normalsReplaced > 0)

@@ -112,9 +112,11 @@ double distanceOfRank(Gathered const & gathered, int rank)
 struct PointMeasures
 {
     std::vector<float> spacings, noises;
-    std::vector<std::uint8_t> normals; // bits: 1 judged, 2 off the plane, 4 against the others
+    std::vector<std::uint8_t> normals;  // bits: 1 judged, 2 off the plane, 4 against the others
+    std::vector<std::uint8_t> repeated; // 1 where another point is in the same place
 
-    explicit PointMeasures(int n) : spacings(index(n), -1.0F), noises(index(n), -1.0F), normals(index(n), 0)
+    explicit PointMeasures(int n)
+        : spacings(index(n), -1.0F), noises(index(n), -1.0F), normals(index(n), 0), repeated(index(n), 0)
     {}
 };
 
@@ -142,6 +144,10 @@ std::uint8_t judgeNormal(Gathered const & gathered, CPointTree const & tree, Pla
 void measurePoint(std::uint32_t point, Gathered const & gathered, CPointTree const & tree,
                   Point3D const * normals, PointMeasures & measures)
 {
+    auto const isHere = [own = gathered.data()](Point3D const & other) {
+        return other.x() == own->x() && other.y() == own->y() && other.z() == own->z();
+    };
+    measures.repeated[point] = std::any_of(gathered.data() + 1, gathered.data() + gathered.size(), isHere);
     // A disc with that many points around its centre.
     double const radius = distanceOfRank(gathered, spacingNeighbour);
     if (radius > 0)
@@ -206,6 +212,10 @@ CCloudMeasures MeasureCloud(int n, Point3D const * points, Point3D const * norma
             stride);
     };
     found.examined = measureWith(measuredNeighbours);
+    if (found.examined > 0)
+        found.repeated =
+            static_cast<double>(std::count(measures.repeated.begin(), measures.repeated.end(), 1)) /
+            found.examined;
     std::vector<float> spacings = valuesOf(measures.spacings);
     // Where most points repeat one another, places count.
     if (2 * spacings.size() < index(found.examined)) {
@@ -214,6 +224,7 @@ CCloudMeasures MeasureCloud(int n, Point3D const * points, Point3D const * norma
             CCloudMeasures ofPlaces =
                 MeasureCloud(static_cast<int>(places.size()), places.data(), nullptr, nullptr);
             ofPlaces.examined = found.examined;
+            ofPlaces.repeated = found.repeated;
             return ofPlaces;
         }
     }
@@ -236,6 +247,34 @@ CCloudMeasures MeasureCloud(int n, Point3D const * points, Point3D const * norma
     found.spacing = spacing / tree.unit();
     found.noise = noise / tree.unit();
     return found;
+}
+
+int FindRepeatedPoints(int n, Point3D const * points, std::uint8_t * isRepeated)
+{
+    std::fill_n(isRepeated, std::max(n, 0), std::uint8_t(0));
+    auto const isBefore = [points](int a, int b) {
+        float const *left = points[a].asArray(), *right = points[b].asArray();
+        for (int axis = 0; axis < 3; ++axis) {
+            if (left[axis] != right[axis])
+                return left[axis] < right[axis];
+        }
+        return a < b;
+    };
+    std::vector<int> order;
+    for (int i = 0; i < n; ++i) {
+        if (std::isfinite(points[i].x() + points[i].y() + points[i].z()))
+            order.push_back(i);
+    }
+    std::sort(order.begin(), order.end(), isBefore);
+    int marked = 0;
+    for (std::size_t place = 1; place < order.size(); ++place) {
+        float const *here = points[order[place]].asArray(), *before = points[order[place - 1]].asArray();
+        if (std::equal(here, here + 3, before)) {
+            isRepeated[order[place]] = 1;
+            ++marked;
+        }
+    }
+    return marked;
 }
 
 namespace

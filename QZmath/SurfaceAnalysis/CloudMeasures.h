@@ -26,6 +26,7 @@ struct CCloudMeasures
     /// whose sign most neighbours do not share; among points whose neighbourhood is flat.
     double normalsOffPlane = 0;
     double normalsAgainstOthers = 0;
+    double repeated = 0; ///< share of points in whose place there is another
     int examined = 0; ///< points that were looked at: all of a small cloud, some ten thousand of a large one
 };
 
@@ -35,6 +36,10 @@ struct CCloudMeasures
 /// \param normals of the points, of any length, zero for unknown; null when there are none
 QZMATH_API CCloudMeasures MeasureCloud(int n, REmath::Point3D const * points, REmath::Point3D const * normals,
                                        CProgressCounter * progress = nullptr);
+
+/// Marks the points in whose place there is one of a lower index. The return value is the number of marks.
+/// O(n log n), 4 bytes a point.
+QZMATH_API int FindRepeatedPoints(int n, REmath::Point3D const * points, std::uint8_t * isRepeated);
 
 /// Marks the points that do not belong to the surface: those whose neighbours are far away compared with
 /// those of the other points, and those that stand off the plane of their neighbours by much more than these

@@ -232,13 +232,16 @@ double exactBytes(Counts const & counts, CVolTriangulationParams const & params,
 } // namespace
 
 CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
-                                               CVolTriangulationParams const & params)
+                                               CVolTriangulationParams const & params, bool ofBothPaths)
 {
     std::unique_ptr<INodesPositioningPolicy> const policy =
         makeTreePolicy(params.getOctreeDepth(), params.getUseCenter(), params.getDetalizationLevel());
     Places const leafCells = findLeafCells(samples, *policy);
     Kernel const kernel = makeReconstructionKernel(params.getKernelScaleFactor());
     double const reach = kernel.getCommonSupportRef().getMax()[0];
+    CReconstructionEstimate estimate;
+    estimate.path = choosePath(samples, params, kernel, nullptr).path;
+    bool const isExactWanted = ofBothPaths || estimate.path == CReconstructionReport::Path::exact;
     Functions functions;
     functions.spacing = policy->getScaleFactor();
     functions.areWide = reach > 1.5 * (1 + 1e-6);
@@ -253,7 +256,7 @@ CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
         counts.addDepth(static_cast<double>(nodes.size()),
                         static_cast<double>(countBricks(nodes, spacingShift)));
         Solver const solver = solverOf(params.getPrefferedSolver(), static_cast<std::int64_t>(counts.nodes));
-        if (solver != Solver::direct && !functions.areWide) {
+        if (!isExactWanted || (solver != Solver::direct && !functions.areWide)) {
             supports = {};
             continue;
         }
@@ -265,15 +268,13 @@ CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
                  nodeReach});
     }
 
-    CReconstructionEstimate estimate;
     estimate.leafCells = static_cast<std::int64_t>(leafCells.size());
     estimate.nodes = static_cast<std::int64_t>(counts.nodes);
     estimate.unknowns = estimate.nodes;
     estimate.triangles = countTriangles(counts, params);
     estimate.solver = solverOf(params.getPrefferedSolver(), estimate.unknowns);
-    estimate.exactBytes = exactBytes(counts, params, estimate.solver, functions);
+    estimate.exactBytes = isExactWanted ? exactBytes(counts, params, estimate.solver, functions) : 0.0;
     estimate.acceleratedBytes = acceleratedBytes(counts, params);
-    estimate.path = choosePath(samples, params, kernel, nullptr).path;
     return estimate;
 }
 

@@ -46,8 +46,12 @@ struct CReconstructionEstimate
 /// 12 bytes each, beside the leaf cells; all of them, at 16 bytes, where the direct solver is the choice of
 /// the exact path. Can be called from several threads.
 ///
+/// \param ofBothPaths false: without the exact path, which costs most, where the accelerated one will be
+/// taken;
+///                    its bytes are 0 then
 /// \throws what `run` throws for a depth out of range, a coordinate that is not finite and an unknown solver
 QZMATH_API CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
-                                                          CVolTriangulationParams const & params);
+                                                          CVolTriangulationParams const & params,
+                                                          bool ofBothPaths = true);
 
 } // namespace VolTr

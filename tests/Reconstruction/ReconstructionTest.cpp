@@ -112,7 +112,7 @@ qz_test::DistanceScore scoreOf(Result const & result, char const * shape)
 TEST(Reconstruction, CellsSuitTheSamples)
 {
     for (auto const & [shape, eulerNumber] : {std::pair<char const *, int>{"sphere", 2}, {"genus3", -4}}) {
-        for (std::size_t const count : {2000u, 20000u, 100000u}) {
+        for (std::size_t const count : {2000u, 40000u}) {
             Result const result = run(pointsOn(shape, count));
             EXPECT_TRUE(result.topology.isClosed()) << shape << count;
             EXPECT_EQ(result.topology.eulerNumber(), eulerNumber) << shape << count;
@@ -123,16 +123,23 @@ TEST(Reconstruction, CellsSuitTheSamples)
             EXPECT_THAT(result.report.warnings, testing::IsEmpty());
             EXPECT_EQ(result.report.samplesFarFromMesh, 0u);
             EXPECT_GT(result.report.anglesBefore.belowOne, 0.0001);
-            EXPECT_LT(result.report.anglesAfter.belowOne, 0.0001);
+            EXPECT_LT(result.report.anglesAfter.belowOne, 0.15 * result.report.anglesBefore.belowOne);
         }
     }
+    // Twice the same points are the same cloud.
+    Points twice = pointsOn("genus3", 20000);
+    Result const once = run(twice);
+    twice.add(qz_test::sampledShape("genus3", 20000));
+    Result const again = run(twice);
+    EXPECT_EQ(again.report.repeatedRemoved, 20000u);
+    EXPECT_TRUE(qz_test::isSame(again.mesh, once.mesh));
     Points const noisy = pointsOn("sphere", 100000, 0.02); // far more than the spacing
     EXPECT_GT(run(noisy).report.leafCell, 0.7 * 0.04);
 }
 
 TEST(Reconstruction, AllObjectsComeAndSpecksGo)
 {
-    auto const ball = qz_test::sampledShape("sphere", 20000);
+    auto const ball = qz_test::sampledShape("sphere", 6000);
     Points ring;
     for (int n = 0; n < 10; ++n)
         ring.add(ball, {std::cos(0.628f * float(n)) * 5, std::sin(0.628f * float(n)) * 5, 0.0f});
@@ -164,7 +171,7 @@ TEST(Reconstruction, AllObjectsComeAndSpecksGo)
 
 TEST(Reconstruction, GapsAreClosedAndOpenScansStayOpen)
 {
-    auto const ball = qz_test::sampledShape("sphere", 60000);
+    auto const ball = qz_test::sampledShape("sphere", 15000);
     auto const above = [](float z) {
         return [z](std::array<float, 3> const & point) { return point[2] > z; };
     };
@@ -183,19 +190,19 @@ TEST(Reconstruction, GapsAreClosedAndOpenScansStayOpen)
         EXPECT_EQ(result.report.boundariesLeft, one.isClosed ? 0 : 1);
         EXPECT_EQ(result.report.holesClosed, one.isClosed ? 1 : 0);
         double const area = 2 * std::acos(-1.0) * (1 - double(one.lowest));
-        EXPECT_NEAR(result.report.supportedArea, area, 0.03 * area);
+        EXPECT_NEAR(result.report.supportedArea, area, 0.05 * area);
         for (Boundary const boundary : {Boundary::open, Boundary::closed}) {
             ReconstructionOptions options;
             options.boundary = boundary;
             EXPECT_EQ(run(cap, options).topology.isClosed(), boundary == Boundary::closed);
         }
     }
-    Result const sheet = run(pointsOn("sheet", 60000));
+    Result const sheet = run(pointsOn("sheet", 15000));
     EXPECT_EQ(sheet.topology.eulerNumber(), 1);
     EXPECT_EQ(sheet.report.boundariesLeft, 1);
     double const area = qz_sampling::makeShape("sheet")->area();
-    EXPECT_NEAR(area, qz_test::area(toTestMesh(sheet.mesh)), 0.03 * area);
-    EXPECT_LT(sheet.topology.triangles, 600000);
+    EXPECT_NEAR(area, qz_test::area(toTestMesh(sheet.mesh)), 0.05 * area);
+    EXPECT_LT(sheet.topology.triangles, 150000);
 }
 
 TEST(Reconstruction, PlaceAndScaleChangeNoTriangle)
@@ -231,7 +238,7 @@ TEST(Reconstruction, PlaceAndScaleChangeNoTriangle)
 
 TEST(Reconstruction, FlawedNormalsAreMendedOrTold)
 {
-    Points const good = pointsOn("genus3", 30000);
+    Points const good = pointsOn("genus3", 12000);
     double const exact = scoreOf(run(good), "genus3").rms;
     Points points = good;
     for (float & component : points.normals)
@@ -253,7 +260,7 @@ TEST(Reconstruction, FlawedNormalsAreMendedOrTold)
         for (std::size_t axis = 0; axis < 3; ++axis)
             points.normals[n + axis] = 0.0f;
     result = run(points);
-    EXPECT_EQ(result.report.normalsReplaced, 7500u);
+    EXPECT_EQ(result.report.normalsReplaced, 3000u);
     EXPECT_LT(scoreOf(result, "genus3").rms, 1.5 * exact);
 
     points = good;
@@ -305,7 +312,7 @@ TEST(Reconstruction, OutliersLeaveNoTrace)
 
 TEST(Reconstruction, VerticesHaveColoursAndDensities)
 {
-    Points points = pointsOn("sphere", 40000);
+    Points points = pointsOn("sphere", 10000);
     for (std::size_t n = 0; n < points.positions.size(); n += 3) {
         bool const isUpper = points.positions[n + 2] > 0;
         points.colors.insert(points.colors.end(),
@@ -318,12 +325,12 @@ TEST(Reconstruction, VerticesHaveColoursAndDensities)
     ASSERT_EQ(result.mesh.colors.size(), result.mesh.positions.size());
     ASSERT_EQ(result.mesh.density.size(), result.mesh.vertexCount());
     EXPECT_LT(result.mesh.triangleCount(), result.report.trianglesBeforeSimplification / 3);
-    double const expected = 40000 / (4 * std::acos(-1.0));
+    double const expected = 10000 / (4 * std::acos(-1.0));
     double mean = 0;
     for (std::size_t v = 0; v < result.mesh.vertexCount(); ++v) {
         float const z = result.mesh.positions[3 * v + 2];
         mean += double(result.mesh.density[v]) / double(result.mesh.vertexCount());
-        if (std::abs(z) < 0.1f)
+        if (std::abs(z) < 0.25f)
             continue;
         EXPECT_EQ(result.mesh.colors[3 * v], z > 0 ? 250 : 10);
         EXPECT_EQ(result.mesh.colors[3 * v + 1], 100);
@@ -333,8 +340,8 @@ TEST(Reconstruction, VerticesHaveColoursAndDensities)
 
 TEST(Reconstruction, BitsDoNotDependOnThreadsAndInterruptionsEndIt)
 {
-    Points points = pointsOn("sheet", 20000, 0.001);
-    points.add(qz_test::sampledShape("torus", 20000), {0, 0, 4});
+    Points points = pointsOn("sheet", 4000, 0.001);
+    points.add(qz_test::sampledShape("torus", 4000), {0, 0, 4});
     points.colors.assign(points.positions.size(), 77);
     ReconstructionOptions options;
     options.outlierRemoval = 4;

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -72,6 +73,10 @@ TEST(CloudMeasures, RepeatedPointsCountOnce)
         cloud.points.insert(cloud.points.end(), once.begin(), once.end());
     cloud.normals.clear();
     EXPECT_NEAR(cloud.measure().spacing, spacing, 0.05 * spacing);
+    EXPECT_EQ(cloud.measure().repeated, 1.0);
+    std::vector<std::uint8_t> marks(cloud.points.size());
+    EXPECT_EQ(FindRepeatedPoints(cloud.size(), cloud.points.data(), marks.data()), 39 * 3000);
+    EXPECT_EQ(std::count(marks.begin(), marks.begin() + 3000, 1), 0);
     cloud.points.assign(500, Point3D(1, 2, 3));
     EXPECT_EQ(cloud.measure().spacing, 0.0);
     EXPECT_EQ(cloud.measure().noise, 0.0);
