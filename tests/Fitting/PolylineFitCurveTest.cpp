@@ -63,9 +63,9 @@ Segments drawChain(std::vector<Piece> const & pieces, Sampling const & sampling,
             // A chord of the arc, which leaves it under half the angle that it turns by.
             double const s = piece.length * step / steps, half = c * s / 2, angle = heading + 2 * half;
             double const chord = c == 0 ? s : 2 * std::sin(half) / c;
-            end = start + std::polar(chord, heading + half);
+            end = start + chord * std::polar(1.0, heading + half);
             double const aside = sampling.noise * random.normal() + piece.waveHeight * std::sin(6 * s);
-            std::complex<double> const place = end + std::polar(aside, angle) * 1i;
+            std::complex<double> const place = end + aside * 1i * std::polar(1.0, angle);
             points.push_back(frame.toWorld({place.real(), place.imag(), sampling.noise * random.normal()}));
         }
         start = end;

@@ -73,8 +73,8 @@ struct Program
             element = number();
         for (int i = 0; i < n; ++i) {
             for (int j = 0; j < n; ++j)
-                hessian(i, j) =
-                    std::inner_product(&factor[i * rank], &factor[i * rank] + rank, &factor[j * rank], 0.0);
+                hessian(i, j) = std::inner_product(factor.data() + i * rank, factor.data() + (i + 1) * rank,
+                                                   factor.data() + j * rank, 0.0);
         }
     }
 
