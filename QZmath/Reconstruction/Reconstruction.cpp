@@ -207,19 +207,24 @@ ReconstructionEstimate Call::estimateCore(VolTr::CVolTriangulationParams const &
 {
     VolTr::CReconstructionEstimate const core =
         VolTr::estimateReconstruction(LocalSamples(m_cloud), params, false);
+    double const samples = static_cast<double>(m_cloud.size());
+    // Where cells are finer than the samples' spacing, the core counts too few triangles: the surface goes on
+    // between the samples. Cutting cubes makes nine triangles for each of their faces' areas.
+    double const area = samples * m_measures.spacing * m_measures.spacing;
+    double const cube = 2.0 * m_cells.leaf / static_cast<double>(params.getReconstructFactor());
+    double const triangles = std::max(core.triangles, 9.0 * area / (cube * cube));
+    // A triangle: itself and half a vertex with all that it can have, in arrays that grow by doubling; and
+    // what the stages behind the core keep of each.
+    double const mesh = (12.0 + 0.5 * 31.0) * triangles;
+    double const behind = 75.0 * triangles + 40.0 * samples;
+    double const extraction = core.peakBytes() + 32.0 * (triangles - core.triangles) + 1.5 * mesh;
+    double const before = (m_cloud.normals() != nullptr ? 40.0 : 190.0) * samples;
+    double const copies = 24.0 * samples;
     ReconstructionEstimate estimate;
     estimate.depth = m_depth;
     estimate.nodes = core.nodes;
-    estimate.triangles = static_cast<std::int64_t>(core.triangles);
-    double const samples = static_cast<double>(m_cloud.size());
-    // A triangle: itself and half a vertex with all that it can have, in arrays that grow by doubling; then
-    // what the stages behind the core keep of each.
-    double const mesh = core.triangles * (12.0 + 0.5 * 31.0);
-    double const behind = 2.0 * mesh + 60.0 * core.triangles + 40.0 * samples;
-    double const before = m_cloud.normals() != nullptr ? 40.0 * samples : 190.0 * samples;
-    double const copies = 24.0 * samples;
-    estimate.memory =
-        static_cast<std::int64_t>(copies + std::max({before, core.peakBytes() + 2.0 * mesh, behind}));
+    estimate.triangles = static_cast<std::int64_t>(triangles);
+    estimate.memory = static_cast<std::int64_t>(copies + std::max({before, extraction, behind}));
     return estimate;
 }
 

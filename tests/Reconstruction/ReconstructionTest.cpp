@@ -450,15 +450,26 @@ TEST(Reconstruction, OddCloudsGiveASmallMeshOrASentence)
 
 TEST(Reconstruction, TheEstimateIsWhatACallTakes)
 {
-    for (char const * shape : {"sphere", "sheet"}) {
-        Points const points = pointsOn(shape, 100000);
-        ReconstructionEstimate const estimate = estimateReconstruction(points.view());
+    struct Case
+    {
+        char const * shape;
+        std::size_t points;
+        int depth;
+    };
+    for (auto const & [shape, count, depth] :
+         {Case{"sphere", 60000, 0}, {"sheet", 60000, 0}, {"torus", 2000, 9}}) {
+        Points const points = pointsOn(shape, count);
+        ReconstructionOptions options;
+        options.depth = depth;
+        ReconstructionEstimate const estimate = estimateReconstruction(points.view(), options);
         ReconstructionReport report;
         TriangleMesh mesh;
         double const taken =
-            double(qz_test::peakBytesOf([&] { mesh = reconstruct(points.view(), {}, &report); }));
+            double(qz_test::peakBytesOf([&] { mesh = reconstruct(points.view(), options, &report); }));
         EXPECT_EQ(estimate.depth, report.octreeDepth);
         EXPECT_EQ(estimate.nodes, report.nodes);
+        EXPECT_NEAR(double(estimate.triangles), double(mesh.triangleCount()),
+                    0.5 * double(mesh.triangleCount()));
         double const tolerance = qz_test::isMemoryMeasured ? 0.34 * taken : 1e18;
         EXPECT_NEAR(double(estimate.memory), taken, tolerance) << shape;
     }
