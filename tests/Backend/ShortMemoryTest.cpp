@@ -32,6 +32,14 @@ void * allocate(std::size_t size)
 
 void * operator new(std::size_t size) { return allocate(size); }
 void * operator new[](std::size_t size) { return allocate(size); }
+void * operator new(std::size_t size, std::nothrow_t const &) noexcept
+{
+    try {
+        return allocate(size);
+    } catch (std::bad_alloc const &) {
+        return nullptr;
+    }
+}
 void operator delete(void * memory) noexcept { std::free(memory); }
 void operator delete[](void * memory) noexcept { std::free(memory); }
 void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
