@@ -93,10 +93,11 @@ TEST(DirectSolver, GridWithArrowRowsHasSmallResidual)
             matrix.rowIndex[row] += size - removed;
 
         std::mt19937 random(13);
-        std::vector<double> const right = testSupport::randomVector(17 * size, random);
+        int const parts = reach == 1 ? 17 : 2; // solved for by 16
+        std::vector<double> const right = testSupport::randomVector(parts * size, random);
         std::vector<double> const solution = solveDirectly(matrix, Definiteness::positiveDefinite, right);
         ASSERT_EQ(solution.size(), right.size());
-        for (std::ptrdiff_t part = 0; part < 17; part += 8) { // they are solved for by 16
+        for (std::ptrdiff_t part = 0; part < parts; ++part) {
             std::vector<double> const x(solution.begin() + part * size, solution.begin() + (part + 1) * size);
             std::vector<double> const b(right.begin() + part * size, right.begin() + (part + 1) * size);
             EXPECT_LT(testSupport::relativeDistance(matrix.product(x), b), 1e-11);
