@@ -12,6 +12,7 @@
 #include <QZmath/Export.h>
 #include <QZmath/Fitting/Arc2D.h>
 #include <QZmath/Fitting/CircleFitting.h>
+#include <QZmath/Fitting/ConsensusFitting.h>
 #include <QZmath/Fitting/ContourCorners.h>
 #include <QZmath/Fitting/LevenbergMarquardt.h>
 #include <QZmath/Fitting/LineFitting.h>
