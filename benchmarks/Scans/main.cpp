@@ -199,7 +199,7 @@ Outcome runAll(Scan const & scan, QZmath::ReconstructionReport & report)
         secondsOf([&] { outcome.mesh = QZmath::reconstruct(scan.cloud.view(), scan.options, &report); });
     for (VolTr::CReconstructionReport::Phase const & phase : report.phases)
         for (char const * own :
-             {"points", "normals", "index", "boundary", "triangles", "attributes", "check"})
+             {"points", "normals", "index", "boundary", "fairing", "triangles", "attributes", "check"})
             outcome.aboveCore += phase.name == own ? phase.seconds : 0.0;
     return outcome;
 }

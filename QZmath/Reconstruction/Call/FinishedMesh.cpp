@@ -6,6 +6,7 @@
 #include <QZmath/Reconstruction/Mesh/Attributes.h>
 #include <QZmath/Reconstruction/Mesh/BoundaryStage.h>
 #include <QZmath/Reconstruction/Mesh/Components.h>
+#include <QZmath/Reconstruction/Mesh/Fairing.h>
 #include <QZmath/Reconstruction/Mesh/MeshTopology.h>
 #include <QZmath/Reconstruction/Mesh/PointDistances.h>
 #include <QZmath/Reconstruction/Mesh/Ranges.h>
@@ -64,6 +65,7 @@ public:
     {}
 
     void settlePieces();
+    void fairGaps(double from, double until);
     void cleanTriangles();
     void addAttributes();
     void judge();
@@ -96,6 +98,16 @@ void Finisher::settlePieces()
     m_report.componentsFound = components.found;
     m_report.componentsKept = components.kept;
     m_report.specksDropped = components.dropped;
+}
+
+// How what closes the gaps runs.
+void Finisher::fairGaps(double from, double until)
+{
+    if (m_report.holesClosed == 0)
+        return;
+    FairingRule rule;
+    rule.trimDistance = m_cells.trimDistance;
+    fairPatches(m_mesh, m_samples, rule, m_team, from, until);
 }
 
 void Finisher::cleanTriangles()
@@ -150,8 +162,9 @@ void finishMesh(TriangleMesh & mesh, LocalCloud const & cloud, CellSizes const &
         };
         std::optional<Finisher> finisher;
         inPhase("index", 0.15, [&] { finisher.emplace(mesh, cloud, cells, options, report, team); });
-        inPhase("boundary", 0.5, [&] { finisher->settlePieces(); });
-        inPhase("triangles", 0.7, [&] { finisher->cleanTriangles(); });
+        inPhase("boundary", 0.35, [&] { finisher->settlePieces(); });
+        inPhase("fairing", 0.6, [&] { finisher->fairGaps(0.35, 0.6); });
+        inPhase("triangles", 0.75, [&] { finisher->cleanTriangles(); });
         inPhase("attributes", 0.9, [&] { finisher->addAttributes(); });
         inPhase("check", 1.0, [&] { finisher->judge(); });
     };

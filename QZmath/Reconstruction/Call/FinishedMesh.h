@@ -20,8 +20,9 @@ struct CellSizes
     double trimDistance = 0; ///< from the nearest sample, up to which the surface is supported
 };
 
-/// Makes of the mesh that the core has extracted the one that the user gets: boundary, components, slivers,
-/// simplification, attributes, in this order. Lengths are local, those of the report too.
+/// Makes of the mesh that the core has extracted the one that the user gets: boundary, components, fairing of
+/// closed gaps, slivers, simplification, attributes, in this order. Lengths are local, those of the report
+/// too.
 void finishMesh(TriangleMesh & mesh, LocalCloud const & cloud, CellSizes const & cells,
                 ReconstructionOptions const & options, ReconstructionReport & report, CallRecord & record,
                 CProgressCounter * progress);

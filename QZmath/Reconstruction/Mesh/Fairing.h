@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QZmath/Foundation/TriangleMesh.h>
+
+#include <cstddef>
+
+namespace QzBackend
+{
+class LoopTeam;
+}
+
+namespace QZmath::Stages
+{
+
+class SampleIndex;
+
+struct FairingRule
+{
+    double trimDistance = 0;           ///< as that of `BoundaryRule`
+    std::size_t mostVertices = 200000; ///< of a patch; larger ones are left alone
+};
+
+struct FairingFindings
+{
+    int faired = 0;
+    int left = 0; ///< patches that stay as they were
+};
+
+/// Smooths what closes the gaps of a surface. In a large gap the core's function is flat and rough, so that
+/// its level set is crumpled; here it becomes a thin plate that continues the surface around the gap.
+///
+/// A patch consists of the vertices farther than the trim distance from all samples, of which there must be
+/// at least the square of that distance, and of those around them that are farther than half of it: near the
+/// rim of the data the surface already runs astray. All others keep their bits, and all triangles their
+/// corners. Normals of what moves are taken from the faces anew.
+///
+/// A plate that would pass through itself or the rest of the mesh, or fold, gives way to one that bulges half
+/// as much, then to a membrane; when that does so as well the patch stays as it is. So does one with several
+/// rims or with handles that would be strangled.
+///
+/// The same bits for any number of threads. One question to the index per vertex; a patch of n vertices takes
+/// about as long as a sparse solve with 3 n unknowns of a plane grid, and half a kilobyte a vertex while it
+/// lasts.
+///
+/// \param from, until positions of the job that the stage moves between
+FairingFindings fairPatches(TriangleMesh & mesh, SampleIndex const & samples, FairingRule const & rule,
+                            QzBackend::LoopTeam & team, double from = 0, double until = 0);
+
+} // namespace QZmath::Stages
