@@ -51,6 +51,7 @@
 #include <QZmath/LinSys/CsrMatrix.h>
 #include <QZmath/LinSys/CsrStorage.h>
 #include <QZmath/LinSys/IterationReport.h>
+#include <QZmath/LinSys/LinSysFailure.h>
 #include <QZmath/LinSys/LinSysSolverCompose.h>
 #include <QZmath/LinSys/LinSysSolverCore.h>
 #include <QZmath/LinSys/LinSysSolverCoreBicgstab.h>

@@ -55,7 +55,9 @@ bool CLinSysSolverCompose<T, Storage, Core>::OnSolveSystem(int nRightParts,
 {
     Core core = LinSysCoreDefaults<Core>::make();
     ILinSysSolverCore<T> & solver = core;
-    return solver.solveSystem(m_storage, nRightParts, informers, recievers, progress);
+    bool const succeeded = solver.solveSystem(m_storage, nRightParts, informers, recievers, progress);
+    this->setFailure(solver.lastFailure());
+    return succeeded;
 }
 
 template <class T, class Storage, class Core>

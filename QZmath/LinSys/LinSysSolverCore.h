@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Export.h>
+#include <QZmath/LinSys/LinSysFailure.h>
 #include <QZmath/LinSys/LinearSystem.h>
 
 class CProgressCounter;
@@ -12,7 +13,7 @@ namespace REmath
 /// A method that solves a linear system, whatever stores it. Exists for `float` and `double`. A core is used
 /// by one thread at a time; it changes nothing in the system.
 template <class T>
-class QZMATH_API ILinSysSolverCore
+class QZMATH_API ILinSysSolverCore : public LinSysFailureReporter
 {
 private:
     virtual bool onSolveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
@@ -23,13 +24,11 @@ public:
     virtual ~ILinSysSolverCore() = default;
 
     /// Solves for `nRightParts` sets of fixed positions; `informers` and `recievers` are parallel arrays of
-    /// that many pointers. `progress` may be null; what it throws passes through. Gives true on success.
+    /// that many pointers. `progress` may be null; what it throws passes through. Gives true on success;
+    /// `lastFailure` tells why not.
     bool solveSystem(ILinearSystemReadOnly<T> const & system, int nRightParts,
                      IVertexPosInformer<T> const ** informers, IEqSysResultReciever<T> ** recievers,
-                     CProgressCounter * progress)
-    {
-        return onSolveSystem(system, nRightParts, informers, recievers, progress);
-    }
+                     CProgressCounter * progress);
 
 protected:
     ILinSysSolverCore() = default;

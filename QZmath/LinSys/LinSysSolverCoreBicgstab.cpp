@@ -2,6 +2,7 @@
 #include <QZmath/LinSys/LinSysSolverCoreBicgstab.h>
 
 #include <QZmath/LinSys/Bicgstab.h>
+#include <QZmath/LinSys/LinSysFailureDetail.h>
 #include <QZmath/LinSys/LinSysSolverCoreDetail.h>
 #include <QZsys/Progress.h>
 
@@ -37,8 +38,10 @@ bool CLinSysSolverCoreBicgstab<T>::onSolveSystem(ILinearSystemReadOnly<T> const 
                                                  IEqSysResultReciever<T> ** recievers,
                                                  CProgressCounter * progress)
 {
-    if (!system.IsCorrectlyDefinedSystem())
+    if (!system.IsCorrectlyDefinedSystem()) {
+        this->setFailure(Detail::whyUndefined(system));
         return false;
+    }
     int const size = system.GetEquationsNumber();
     if (size == 0)
         return true;
@@ -52,8 +55,13 @@ bool CLinSysSolverCoreBicgstab<T>::onSolveSystem(ILinearSystemReadOnly<T> const 
         ProductContext<T> context{system, size, {progress, expectedProducts}};
         int const iterations =
             bicgstab(size, &multiplyRows<T>, &context, rightPart.data(), solution.data(), T(1e-6), -1);
-        if (iterations < 0)
+        if (iterations < 0) {
+            this->setFailure(LinSysFailure::notConverged);
             return false;
+        }
+        // A residual that is not a number ends the iteration too.
+        if (!Detail::areFinite(solution.data(), solution.size()))
+            this->setFailure(LinSysFailure::notConverged);
         expectedProducts = Detail::expectedAfter(iterations);
         system.SetSingleSolution(solution.data(), *recievers[part]);
     }

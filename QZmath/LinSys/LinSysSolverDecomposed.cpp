@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/LinSys/LinSysSolverDecomposed.h>
 
+#include <QZmath/LinSys/LinSysFailureDetail.h>
 #include <QZmath/LinSys/LinSysSolverCoreDetail.h>
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>
@@ -68,12 +69,14 @@ public:
             } else {
                 CLinSysSolverSparseDss<T> direct;
                 direct.solveForExplicitMatrix(m_solution, *block, m_positiveDefinite, m_rightPart, nullptr);
+                m_directFailure = direct.lastFailure();
             }
         }
     }
     bool isSucceeded() const { return m_succeeded; }
     int iterationsUsed() const { return m_iterationsUsed; }
     bool hasChildren() const { return m_hasChildren; }
+    LinSysFailure directFailure() const { return m_directFailure; }
 
 private:
     ICsrMatrix<T> const * m_matrix;
@@ -86,6 +89,7 @@ private:
     bool m_succeeded = false;
     int m_iterationsUsed = 0;
     bool m_hasChildren;
+    LinSysFailure m_directFailure = LinSysFailure::none;
 };
 
 // The tasks of one right part and how they depend on one another.
@@ -219,11 +223,15 @@ bool CLinSysSolverDecomposed<T>::onSolveSystem(ILinearSystemReadOnly<T> const & 
         m_boundaries.push_back(size);
     this->m_report = {};
     // Ascending from 0 to the size, none can lie outside.
-    if (!std::is_sorted(m_boundaries.begin(), m_boundaries.end()))
+    if (!std::is_sorted(m_boundaries.begin(), m_boundaries.end())) {
+        this->setFailure(Detail::unlessSpoiled(system, LinSysFailure::malformed));
         return false;
+    }
     ICsrMatrix<T> const * const matrix = Detail::asCsr(system);
-    if (matrix && size > 0 && (matrix->getMatrixSize() != size || !Detail::isMatrixUsable(*matrix)))
+    if (matrix && size > 0 && (matrix->getMatrixSize() != size || !Detail::isMatrixUsable(*matrix))) {
+        this->setFailure(Detail::whyUnusable(system, *matrix));
         return false;
+    }
 
     for (int part = 0; part < nRightParts; ++part) {
         CPrgCntSubPhase const phase(progress, static_cast<double>(part) / nRightParts, 1.0 / nRightParts, 1,
@@ -246,8 +254,10 @@ bool CLinSysSolverDecomposed<T>::onSolveSystem(ILinearSystemReadOnly<T> const & 
                 progress, static_cast<double>(finished) / static_cast<double>(levels.size()),
                 1.0 / static_cast<double>(levels.size()), 1, true);
             int const levelIterations = runLevel(levels[levels.size() - 1 - finished], progress);
-            if (levelIterations < 0)
+            if (levelIterations < 0) {
+                this->setFailure(LinSysFailure::notConverged);
                 return false;
+            }
             iterations += levelIterations;
         }
         this->m_report.iterationsUsed += iterations;
@@ -257,6 +267,12 @@ bool CLinSysSolverDecomposed<T>::onSolveSystem(ILinearSystemReadOnly<T> const & 
             this->m_report.noteStopped(
                 Detail::relativeResidual(*matrix, context.solution.data(), context.rightPart.data()),
                 static_cast<T>(m_eps));
+        // What a direct block lacks is made up where it merges; nothing comes after the root.
+        if (auto const * root = context.tasks.root(); root && root->directFailure() != LinSysFailure::none)
+            this->setFailure(root->directFailure());
+        else if (this->m_report.isLimitReached ||
+                 !Detail::areFinite(context.solution.data(), context.solution.size()))
+            this->setFailure(LinSysFailure::notConverged);
         system.SetSingleSolution(context.solution.data(), *recievers[part]);
     }
     return true;
@@ -283,6 +299,7 @@ bool CLinSysSolverSpaceDecomposer<T>::OnSolveSystem(int nRightParts, IVertexPosI
     bool const succeeded =
         core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
     this->m_report = core.getIterationReport();
+    this->setFailure(core.lastFailure());
     return succeeded;
 }
 

@@ -27,7 +27,8 @@ namespace REmath
 /// Fails when `bicgstab` breaks down on a merged block; the right parts in front of that one have been
 /// delivered. An exactly solved start is such a breakdown. Fails also when the boundaries descend or lie
 /// outside the unknowns, and when the matrix is incomplete. A direct block that cannot be solved is left at
-/// zero, and nobody is told.
+/// zero, and nobody is told; only when it is the whole system, `lastFailure` names the reason, though the
+/// solve gives true.
 ///
 /// The report counts the iterations of all merged blocks. Its limit is that of the whole system: limits
 /// reached inside the tree do not count.

@@ -33,7 +33,10 @@ bool CSparseStoreSparseLinSysSolver<T>::OnSolveSystem(int nRightParts,
 {
     CLinSysSolverSparseDss<T> core;
     core.setSemidefiniteLift(m_semidefiniteLift);
-    return core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
+    bool const succeeded =
+        core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
+    this->setFailure(core.lastFailure());
+    return succeeded;
 }
 
 template <class T>
@@ -62,6 +65,7 @@ bool CSparseStoreBicgstabLinSysSolver<T>::OnSolveSystem(int nRightParts,
     bool const succeeded =
         core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
     this->m_report = core.getIterationReport();
+    this->setFailure(core.lastFailure());
     if (!succeeded)
         this->m_report.iterationsUsed = -1;
     return succeeded;

@@ -2,6 +2,7 @@
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 
 #include <QZmath/Backend/DirectSolver.h>
+#include <QZmath/LinSys/LinSysFailureDetail.h>
 #include <QZmath/LinSys/LinSysSolverCoreDetail.h>
 #include <QZsys/IndexDetail.h>
 #include <QZsys/Progress.h>
@@ -20,12 +21,22 @@ namespace
 {
 
 struct TF_MklDssError
-{};
+{
+    LinSysFailure failure;
+};
 
-void check(bool succeeded)
+void check(bool succeeded, LinSysFailure failure)
 {
     if (!succeeded)
-        throw TF_MklDssError();
+        throw TF_MklDssError{failure};
+}
+
+// Numbers that are not finite are why nothing comes of a matrix that need not be singular.
+void checkNumbers(bool succeeded, double const * numbers, std::size_t count)
+{
+    if (!succeeded)
+        throw TF_MklDssError{Detail::areFinite(numbers, count) ? LinSysFailure::singular
+                                                               : LinSysFailure::notFinite};
 }
 
 // What a solution of a lifted matrix may leave of its right part.
@@ -60,7 +71,7 @@ struct ContiguousMatrix
     explicit ContiguousMatrix(ICsrMatrix<T> const & matrix)
         : size(Detail::csrRowCount(matrix)), indexBase(matrix.getIndexBase())
     {
-        check(Detail::isRowIndexComplete(matrix));
+        check(Detail::isRowIndexComplete(matrix), LinSysFailure::incomplete);
         int const * const begin = matrix.getCsrPointerB();
         int const * const end = matrix.getCsrPointerE();
         if (end == begin + 1) {
@@ -139,15 +150,19 @@ bool CLinSysSolverSparseDss<T>::onSolveSystem(ILinearSystemReadOnly<T> const & s
                                               CProgressCounter * progress)
 {
     CPrgCntSubPhase preparation(progress, 0, 10, 0, true);
-    if (!system.IsCorrectlyDefinedSystem())
+    if (!system.IsCorrectlyDefinedSystem()) {
+        this->setFailure(Detail::whyUndefined(system));
         return false;
+    }
     int const size = system.GetEquationsNumber();
     if (size == 0 || nRightParts <= 0)
         return true;
     std::optional<CCSRSquareMatrix<T>> copy;
     ICsrMatrix<T> const & matrix = Detail::asCsrOrCopy(system, st_iDssIndexBase, copy);
-    if (matrix.getMatrixSize() != size)
+    if (matrix.getMatrixSize() != size) {
+        this->setFailure(LinSysFailure::incomplete);
         return false;
+    }
 
     std::size_t const rows = asIndex(size);
     std::vector<T> rightParts(rows * asIndex(nRightParts)), solutions(rightParts.size()), rightPart(rows);
@@ -173,7 +188,9 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrix(T * solution, ICsrMatrix<
                                                        bool positiveDefinite, T const * rightPart,
                                                        CProgressCounter * progress)
 {
-    return solveForExplicitMatrixInternal(1, solution, matrix, positiveDefinite, rightPart, progress);
+    return this->noteFailure([&] {
+        return solveForExplicitMatrixInternal(1, solution, matrix, positiveDefinite, rightPart, progress);
+    });
 }
 
 template <class T>
@@ -193,20 +210,22 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
                              positiveDefinite ? CDirectSolver::Definiteness::positiveDefinite
                                               : CDirectSolver::Definiteness::indefinite);
         check(solver.defineStructure(arrays.size, arrays.rowIndex, arrays.columns, arrays.nonZeros,
-                                     arrays.indexBase));
+                                     arrays.indexBase),
+              LinSysFailure::malformed);
         Widened<T> const values(arrays.values, asIndex(arrays.nonZeros));
 
         CPrgCntSubPhase ordering(progress, 0, 5, 0, true);
-        check(solver.reorder(progress));
+        check(solver.reorder(progress), LinSysFailure::unknown);
         ordering.Finish();
 
         CPrgCntSubPhase factorisation(progress, 5, 80, 0, true);
         bool lifted = false;
         if (!solver.factor(values.data(), progress)) {
-            check(positiveDefinite && m_semidefiniteLift > 0);
+            std::size_t const nonZeros = asIndex(arrays.nonZeros);
+            checkNumbers(positiveDefinite && m_semidefiniteLift > 0, values.data(), nonZeros);
             lifted = true;
-            check(
-                solver.factor(values.data(), progress, m_semidefiniteLift * largestDiagonalElement(arrays)));
+            double const lift = m_semidefiniteLift * largestDiagonalElement(arrays);
+            checkNumbers(solver.factor(values.data(), progress, lift), values.data(), nonZeros);
         }
         factorisation.Finish();
 
@@ -214,14 +233,16 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
         std::vector<double> result(elements);
         CPrgCntSubPhase solution(progress, 85, 15, 0, true);
         Widened<T> const right(rightParts, elements);
-        check(solver.solve(right.data(), nRightParts, result.data()));
+        checkNumbers(solver.solve(right.data(), nRightParts, result.data()), right.data(), elements);
         for (std::size_t begin = 0; lifted && begin < elements; begin += rows)
             check(isResidualBelow(liftedResidualLimit, arrays, upperOnly, result.data() + begin,
-                                  right.data() + begin));
+                                  right.data() + begin),
+                  LinSysFailure::singular);
         std::transform(result.begin(), result.end(), solutions, [](double element) { return T(element); });
         solution.Finish();
         return true;
-    } catch (TF_MklDssError const &) {
+    } catch (TF_MklDssError const & error) {
+        this->setFailure(error.failure);
         return false;
     }
 }

@@ -2,6 +2,7 @@
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>
 
 #include <QZmath/LinSys/Bicgstab.h>
+#include <QZmath/LinSys/LinSysFailureDetail.h>
 #include <QZmath/LinSys/LinSysSolverCoreDetail.h>
 #include <QZsys/Progress.h>
 
@@ -54,8 +55,10 @@ bool CLinSysSolverSparseMKL<T>::onSolveSystem(ILinearSystemReadOnly<T> const & s
     // A system without equations may have a matrix that was not begun.
     ICsrMatrix<T> const & matrix =
         size == 0 ? copy.emplace() : Detail::asCsrOrCopy(system, CSR_INDEX_BASE_0, copy);
-    if (Detail::csrRowCount(matrix) != size || !Detail::isMatrixUsable(matrix))
+    if (Detail::csrRowCount(matrix) != size || !Detail::isMatrixUsable(matrix)) {
+        this->setFailure(Detail::whyUnusable(system, matrix));
         return false;
+    }
 
     int expectedIterations = firstExpectedIterations();
     std::vector<T> rightPart(static_cast<std::size_t>(size)), solution(static_cast<std::size_t>(size));
@@ -71,6 +74,10 @@ bool CLinSysSolverSparseMKL<T>::onSolveSystem(ILinearSystemReadOnly<T> const & s
         if (m_maxIterations > 0 && iterations == m_maxIterations)
             this->m_report.noteStopped(Detail::relativeResidual(matrix, solution.data(), rightPart.data()),
                                        m_eps);
+        // A residual that is not a number ends the iteration too.
+        if (iterations < 0 || this->m_report.isLimitReached ||
+            !Detail::areFinite(solution.data(), solution.size()))
+            this->setFailure(LinSysFailure::notConverged);
         system.SetSingleSolution(solution.data(), *recievers[part]);
     }
     return true;
@@ -80,9 +87,20 @@ template <class T>
 int CLinSysSolverSparseMKL<T>::solveForExplicitMatrix(T * solution, ICsrMatrix<T> const & matrix,
                                                       T const * rightPart, CProgressCounter * progress)
 {
-    if (!Detail::isMatrixUsable(matrix))
-        return -1;
-    return internalSolveForExplicitMatrix(solution, matrix, rightPart, progress, firstExpectedIterations());
+    int iterations = -1;
+    this->noteFailure([&] {
+        if (!Detail::isMatrixUsable(matrix)) {
+            this->setFailure(Detail::isRowIndexComplete(matrix) ? LinSysFailure::malformed
+                                                                : LinSysFailure::incomplete);
+            return false;
+        }
+        iterations =
+            internalSolveForExplicitMatrix(solution, matrix, rightPart, progress, firstExpectedIterations());
+        if (iterations < 0)
+            this->setFailure(LinSysFailure::notConverged);
+        return iterations >= 0;
+    });
+    return iterations;
 }
 
 template <class T>

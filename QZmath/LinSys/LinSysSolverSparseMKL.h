@@ -20,7 +20,7 @@ namespace REmath
 /// limit of iterations is delivered as well as it was approximated, and the solve gives true. It gives false,
 /// and delivers nothing, only when the matrix is incomplete or has not as many rows as there are equations.
 /// Whether the system is correctly defined is not asked. In the report of a solve a right part that broke
-/// down counts as -1 iterations.
+/// down counts as -1 iterations, and `lastFailure` tells of it and of the limit.
 template <class T>
 class QZMATH_API CLinSysSolverSparseMKL : public ILinSysSolverCore<T>, public IterationReporter<T>
 {

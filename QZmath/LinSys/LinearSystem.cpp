@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/LinSys/LinearSystem.h>
 
+#include <QZmath/LinSys/LinSysFailureDetail.h>
+
 namespace REmath
 {
 
@@ -26,6 +28,13 @@ template <class T>
 void IVertexPosLinearSystem<T>::DefineFixedVertex(int vertex)
 {
     OnDefineFixedVertex(vertex);
+}
+
+template <class T>
+bool IVertexPosLinearSystem<T>::SolveSystem(int nRightParts, IVertexPosInformer<T> const ** informers,
+                                            IEqSysResultReciever<T> ** recievers, CProgressCounter * progress)
+{
+    return this->noteFailure([&] { return OnSolveSystem(nRightParts, informers, recievers, progress); });
 }
 
 template class IVertexPosInformer<float>;

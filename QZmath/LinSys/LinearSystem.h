@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Export.h>
+#include <QZmath/LinSys/LinSysFailure.h>
 #include <QZmath/LinSys/VertexLinearCombination.h>
 
 class CProgressCounter;
@@ -151,7 +152,7 @@ protected:
 /// as it leaves the system as it was. A position is a single number, so points in space are solved as three
 /// right parts. Used by one thread at a time.
 template <class T>
-class QZMATH_API IVertexPosLinearSystem
+class QZMATH_API IVertexPosLinearSystem : public LinSysFailureReporter
 {
 public:
     virtual ~IVertexPosLinearSystem() = default;
@@ -178,12 +179,9 @@ private:
 public:
     /// Solves for `nRightParts` sets of fixed positions. `informers` and `recievers` are parallel arrays of
     /// that many pointers; `progress` may be null. Gives true on success; after a failure the receivers may
-    /// have got some of the solutions or none.
+    /// have got some of the solutions or none, and `lastFailure` tells why.
     bool SolveSystem(int nRightParts, IVertexPosInformer<T> const ** informers,
-                     IEqSysResultReciever<T> ** recievers, CProgressCounter * progress)
-    {
-        return OnSolveSystem(nRightParts, informers, recievers, progress);
-    }
+                     IEqSysResultReciever<T> ** recievers, CProgressCounter * progress);
     void AddEquation(CVertexLinearCombination<T> const & equation) { OnAddEquation(equation); }
     bool IsCorrectlyDefinedSystem() const { return OnIsCorrectlyDefinedSystem(); }
     bool IsSpoiled() const { return OnIsSpoiled(); }

@@ -2,6 +2,7 @@
 #include <QZmath/LinSys/SparseLinSysSolver.h>
 
 #include <QZmath/LinSys/CsrMatrix.h>
+#include <QZmath/LinSys/LinSysFailureDetail.h>
 
 #include <cstdint>
 #include <limits>
@@ -84,8 +85,17 @@ bool CSparseLinSysSolver<T>::OnSolveSystem(int nRightParts, IVertexPosInformer<T
 {
     CompressedSystem<T> system(this->getStorageRef());
     CLinSysSolverSparseDss<T> core;
-    return system.IsCorrectlyDefinedSystem() && system.compress() &&
-           core.solveSystem(system, nRightParts, informers, recievers, progress);
+    if (!system.IsCorrectlyDefinedSystem()) {
+        this->setFailure(Detail::whyUndefined<T>(this->getStorageRef()));
+        return false;
+    }
+    if (!system.compress()) {
+        this->setFailure(LinSysFailure::noMemory);
+        return false;
+    }
+    bool const succeeded = core.solveSystem(system, nRightParts, informers, recievers, progress);
+    this->setFailure(core.lastFailure());
+    return succeeded;
 }
 
 template class CLinSysSolverCompose<float, CVPLSstorage<float, CSparseVectorAsVPLSstorageRow>,
