@@ -13,10 +13,6 @@
 #include <limits>
 #include <vector>
 
-#if defined(__x86_64__)
-#include <emmintrin.h>
-#endif
-
 /// The objects of which a consensus is looked for. Each is made through `sampleSize` points or by least
 /// squares from more, measures distances, of one point or of four at a time, also roughly for the trials,
 /// knows up to which distance it has a use
@@ -32,10 +28,11 @@ namespace REmath::Detail
 {
 #if defined(__x86_64__)
     // std::sqrt goes lane by lane, as it could set errno.
-    __m128d halves[2];
+    using HalfLanes [[gnu::vector_size(2 * sizeof(double))]] = double;
+    HalfLanes halves[2];
     std::memcpy(halves, &lanes, sizeof(lanes));
-    halves[0] = _mm_sqrt_pd(halves[0]);
-    halves[1] = _mm_sqrt_pd(halves[1]);
+    halves[0] = __builtin_ia32_sqrtpd(halves[0]);
+    halves[1] = __builtin_ia32_sqrtpd(halves[1]);
     std::memcpy(&lanes, halves, sizeof(lanes));
 #else
     for (int lane = 0; lane < 4; ++lane)
