@@ -200,14 +200,15 @@ TEST_F(MeshWriter, nothingIsLeftOfAFailure)
     rlimit before;
     getrlimit(RLIMIT_NOFILE, &before);
     rlimit const few{0, before.rlim_max};
+    std::string refusal; // judged when there are descriptors again, which the judge may need
     setrlimit(RLIMIT_NOFILE, &few);
     try {
         writeMesh(mesh, path("x.gltf"));
-        ADD_FAILURE() << "written without a descriptor";
     } catch (OutputError const & error) {
-        EXPECT_THAT(error.what(), HasSubstr("Too many open files"));
+        refusal = error.what();
     }
     setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_THAT(refusal, HasSubstr("Too many open files"));
 
     TriangleMesh bad = mesh;
     bad.triangles[5] = static_cast<std::int32_t>(mesh.vertexCount());

@@ -101,7 +101,8 @@ TEST(PointReader, everyFormGivesTheSameCloud)
             for (bool const colors : {false, true}) {
                 // Once more than one window of the source, so that instances and lines straddle its ends.
                 std::size_t const size = normals == colors ? 12000 : 300;
-                PointCloud const cloud = randomCloud(size, {wide, normals, colors, ++seed % 2 == 0}, seed);
+                PointCloud const cloud = randomCloud(size, {wide, normals, colors, seed % 2 == 1}, seed + 1);
+                ++seed;
                 for (std::string const & file : allFiles(cloud, seed)) {
                     SCOPED_TRACE(file.substr(0, file.find("\n0")).substr(0, 300));
                     PointCloud const read = readFrom(file);
@@ -354,7 +355,7 @@ TEST(PointReader, everyTruncationAndManyMutationsEndInASentence)
         }
     }
     // Binary points that are cut anywhere are missed.
-    for (std::size_t file : {1, 2, 4, 5})
+    for (std::size_t const file : {1u, 2u, 4u, 5u})
         for (std::size_t cut = file < 3 ? 2 : 1; cut < 200; ++cut)
             EXPECT_NE(complaintOf(files[file].substr(0, files[file].size() - cut)), "") << file << ' ' << cut;
 }
