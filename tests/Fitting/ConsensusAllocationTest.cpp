@@ -1,19 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/ConsensusFitting.h>
 
+#include <support/CountAllocations.h>
 #include <support/Frames.h>
 
 #include <gtest/gtest.h>
 
 #include <vector>
-
-namespace qz_test
-{
-
-// Of this thread; the counting allocation functions are in another file of the program.
-extern thread_local int allocations;
-
-} // namespace qz_test
 
 namespace
 {
