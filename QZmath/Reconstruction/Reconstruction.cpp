@@ -33,6 +33,9 @@ using Kind = ReconstructionError::Kind;
 double const farShareThatWarns = 0.001;
 double const repeatedThatMatter = 0.01;
 
+// Of what no memory could hold, as much as can be counted.
+std::int64_t counted(double number) { return static_cast<std::int64_t>(std::min(number, 9e18)); }
+
 // Takes the mesh of the core.
 class MeshTarget final : public VolTr::ITriangulationTarget
 {
@@ -176,6 +179,7 @@ void Call::settleDepth()
 {
     m_depth = chooseDepth(m_cloud, m_options, m_measures);
     m_cells.leaf = leafCellOf(m_cloud, m_depth);
+    m_cells.spacing = m_measures.spacing;
     // Samples are no nearer to each other when cells are finer than they are.
     m_cells.trimDistance = m_options.trimDistance * std::max(m_cells.leaf, m_measures.spacing);
     m_report.leafCell = m_cloud.frame().toCloud(m_cells.leaf);
@@ -223,8 +227,8 @@ ReconstructionEstimate Call::estimateCore(VolTr::CVolTriangulationParams const &
     ReconstructionEstimate estimate;
     estimate.depth = m_depth;
     estimate.nodes = core.nodes;
-    estimate.triangles = static_cast<std::int64_t>(triangles);
-    estimate.memory = static_cast<std::int64_t>(copies + std::max({before, extraction, behind}));
+    estimate.triangles = counted(triangles);
+    estimate.memory = counted(copies + std::max({before, extraction, behind}));
     return estimate;
 }
 

@@ -308,7 +308,7 @@ TEST(ConsensusFitting, OrderFarOutliersAndOtherObjectsDoNotMatter)
         else
             points.push_back(qz_test::randomPoint(random, 1e12));
     }
-    for (std::size_t const axis : {0, 1}) {
+    for (std::size_t const axis : {0u, 1u}) {
         LineConsensus const line = findLine(points);
         ASSERT_TRUE(line.found);
         EXPECT_LT(angleBetween(line.direction, frame.axes[axis]), allowedAngle);

@@ -20,6 +20,7 @@
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -123,8 +124,11 @@ void Finisher::cleanTriangles()
 
 void Finisher::addAttributes()
 {
-    // Colours rest on the samples that the place of the vertex rests on.
-    double const width = m_report.refinement.width > 0.0 ? m_report.refinement.width : m_cells.leaf;
+    // Colours rest on the samples that the place of the vertex rests on, but on no more than they need: where
+    // the surface is smooth, the refinement reaches farther than colours may be blurred.
+    double const widest = std::max(m_cells.leaf, m_cells.spacing);
+    double const refined = m_report.refinement.width;
+    double const width = refined > 0.0 ? std::min(refined, widest) : widest;
     if (m_cloud.colors() != nullptr)
         colourVertices(m_mesh, m_samples, m_cloud.colors(), m_cloud.normals(), width, m_team);
     if (m_options.vertexDensity)

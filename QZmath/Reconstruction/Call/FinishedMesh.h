@@ -16,6 +16,7 @@ struct ReconstructionReport;
 /// Lengths that the stages go by.
 struct CellSizes
 {
+    double spacing = 0;      ///< of the samples
     double leaf = 0;         ///< edge of a leaf cell
     double trimDistance = 0; ///< from the nearest sample, up to which the surface is supported
 };
