@@ -22,8 +22,9 @@ double orientation(Vec const & a, Vec const & b, Vec const & c, Vec const & d)
 
 bool goesThrough(Vec const & from, Vec const & to, Triangle const & face)
 {
-    double const start = orientation(face.a, face.b, face.c, from);
-    double const end = orientation(face.a, face.b, face.c, to);
+    Vec const normal = face.areaNormal();
+    double const start = dot(from - face.a, normal);
+    double const end = dot(to - face.a, normal);
     if (!(start > 0 && end < 0) && !(start < 0 && end > 0))
         return false;
     double const ab = orientation(from, to, face.a, face.b);
@@ -73,6 +74,7 @@ std::size_t countCrossings(TriangleMesh const & mesh, std::vector<std::int32_t> 
     }
     std::vector<std::int32_t> others; // that may reach into the box
     std::vector<float> centroids;
+    std::vector<double> radii;
     double reach = 0;
     for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
         Triangle const face = triangleOf(mesh, t);
@@ -85,7 +87,8 @@ std::size_t countCrossings(TriangleMesh const & mesh, std::vector<std::int32_t> 
         others.push_back(static_cast<std::int32_t>(t));
         centroids.resize(centroids.size() + 3);
         face.centroid().store(&centroids[centroids.size() - 3]);
-        reach = std::max(reach, radiusOf(face));
+        radii.push_back(radiusOf(face));
+        reach = std::max(reach, radii.back());
     }
     double const rounding = 1e-6 * std::max(low.length(), high.length());
     SampleIndex const index(centroids.data(), others.size(), team);
@@ -101,7 +104,7 @@ std::size_t countCrossings(TriangleMesh const & mesh, std::vector<std::int32_t> 
                     std::int32_t const other = others[at(slot)];
                     if (isCrossing[n] || other == t)
                         return;
-                    double const together = radius + radiusOf(triangleOf(mesh, at(other)));
+                    double const together = radius + radii[at(slot)];
                     isCrossing[n] =
                         square <= together * together && (pierces(mesh, t, other) || pierces(mesh, other, t));
                 });

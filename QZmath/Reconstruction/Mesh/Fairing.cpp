@@ -20,11 +20,10 @@ namespace
 {
 
 int const ringsAround = 5; // held ones of a patch: the rim's tangents are measured on them
-// Share of the triangles that may fold or shrink. Those at sharp corners of the rim, where edges of the mesh
-// run across the corner, do.
+// Share of the triangles along whose edges the patch may fold: at sharp corners of the rim some edges of the
+// mesh run across the corner.
 double const mostFolds = 0.01;
-double const mostShrunk = 0.1;
-double const leastShrinkage = 0.01; // of the area, from which on a triangle counts as shrunk
+double const leastArea = 0.6; // of what it was, that a patch with several rims keeps
 
 // Hands the positions of a solver on to the job, on whose thread it runs.
 class TeamProgress final : public CProgressCounter
@@ -263,53 +262,80 @@ private:
         Cutout const cutout = cutOut(patch);
         if (cutout.vertices.size() == patch.size())
             return false;
-        ThinPlate const plate(cutout.plate);
-        std::vector<Vec> membrane = cutout.plate.places;
+        ThinPlate plate(cutout.plate);
+        // Over several rims a membrane makes a neck, or closes each of them and leaves nothing between.
+        bool const isDisc = eulerNumberOf(cutout) == 1;
+        std::vector<Vec> stretched = cutout.plate.places;
         {
-            CPrgCntSubPhase const phase(&progress, 0.0, 0.3, 0, true);
-            if (!plate.stretch(membrane, &progress))
+            CPrgCntSubPhase const phase(&progress, 0.0, 0.6, 0, true);
+            if (!(isDisc ? plate.stretch(stretched, &progress) : plate.bend(stretched, 0.0, &progress)))
                 return false;
         }
-        std::vector<Vec> bent = membrane;
+        std::vector<Vec> bent = stretched;
         {
-            CPrgCntSubPhase const phase(&progress, 0.3, 0.6, 0, true);
-            if (!plate.bend(bent, m_rule.trimDistance, &progress))
+            CPrgCntSubPhase const phase(&progress, 0.6, 0.3, 0, true);
+            if (!plate.bend(bent, isDisc ? m_rule.trimDistance : 0.0, &progress))
                 return false;
         }
         progress.SetPosFloat(0.9);
         std::vector<float> before;
         for (std::int32_t const v : patch)
             before.insert(before.end(), &m_mesh.positions[3 * at(v)], &m_mesh.positions[3 * at(v)] + 3);
-        Faults const faultsBefore = countFaults(cutout);
-        bool const isDisc = eulerNumberOf(cutout) == 1;
+        auto const restore = [&] {
+            for (std::size_t n = 0; n < before.size(); ++n)
+                m_mesh.positions[3 * at(patch[n / 3]) + n % 3] = before[n];
+        };
+        std::optional<Faults> accepted;
+        double const areaBefore = areaOf(cutout);
         for (double const share : {1.0, 0.5, 0.0}) {
-            for (std::size_t n = 0; n < patch.size(); ++n)
-                (membrane[n] * (1 - share) + bent[n] * share + cutout.centre)
-                    .store(&m_mesh.positions[3 * at(patch[n])]);
-            if ((isDisc || !isStrangled(cutout)) && isSound(cutout, faultsBefore)) {
-                renewNormals(patch);
-                return true;
+            auto const take = [&] {
+                for (std::size_t n = 0; n < patch.size(); ++n)
+                    (stretched[n] * (1 - share) + bent[n] * share + cutout.centre)
+                        .store(&m_mesh.positions[3 * at(patch[n])]);
+            };
+            take();
+            if (!isDisc && areaOf(cutout) < leastArea * areaBefore)
+                continue;
+            Faults const now = countFaults(cutout);
+            if (!now.isWithin(fewFaults(cutout))) {
+                if (!accepted) {
+                    restore();
+                    accepted = countFaults(cutout);
+                    take();
+                }
+                if (!now.isWithin(*accepted))
+                    continue;
             }
+            renewNormals(patch);
+            return true;
         }
-        for (std::size_t n = 0; n < before.size(); ++n)
-            m_mesh.positions[3 * at(patch[n / 3]) + n % 3] = before[n];
+        restore();
         return false;
     }
 
     struct Faults
     {
         std::size_t crossings = 0, folds = 0;
+        bool isWithin(Faults const & most) const
+        {
+            return crossings <= most.crossings && folds <= most.folds;
+        }
     };
     Faults countFaults(Cutout const & cutout) const
     {
         return {countCrossings(m_mesh, cutout.triangles, m_team), countFolds(cutout)};
     }
-    bool isSound(Cutout const & cutout, Faults const & before) const
+    static Faults fewFaults(Cutout const & cutout)
     {
-        std::size_t const few =
-            static_cast<std::size_t>(mostFolds * static_cast<double>(cutout.triangles.size()));
-        Faults const now = countFaults(cutout);
-        return now.crossings <= before.crossings && now.folds <= std::max(before.folds, few);
+        return {0, static_cast<std::size_t>(mostFolds * static_cast<double>(cutout.triangles.size()))};
+    }
+
+    double areaOf(Cutout const & cutout) const
+    {
+        double area = 0;
+        for (std::int32_t const t : cutout.triangles)
+            area += triangleOf(m_mesh, at(t)).area();
+        return area;
     }
 
     // Edges along which triangles look in opposite directions.
@@ -351,21 +377,6 @@ private:
             return static_cast<int>(std::unique(values.begin(), values.end()) - values.begin());
         };
         return countOf(corners) - countOf(edges) + static_cast<int>(cutout.triangles.size());
-    }
-
-    // Has too much of the patch shrunk to nothing, as the neck of a long tube does?
-    bool isStrangled(Cutout const & cutout) const
-    {
-        std::size_t shrunk = 0;
-        std::size_t n = 0;
-        for (std::array<std::int32_t, 3> const & local : cutout.plate.triangles) {
-            if (std::min({local[0], local[1], local[2]}) >= cutout.plate.free)
-                continue;
-            Triangle const before{cutout.plate.places[at(local[0])], cutout.plate.places[at(local[1])],
-                                  cutout.plate.places[at(local[2])]};
-            shrunk += triangleOf(m_mesh, at(cutout.triangles[n++])).area() < leastShrinkage * before.area();
-        }
-        return static_cast<double>(shrunk) > mostShrunk * static_cast<double>(n);
     }
 
     void renewNormals(std::vector<std::int32_t> const & patch)

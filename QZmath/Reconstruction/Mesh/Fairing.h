@@ -36,8 +36,9 @@ struct FairingFindings
 /// corners. Normals of what moves are taken from the faces anew.
 ///
 /// A plate that would pass through itself or the rest of the mesh, or fold, gives way to one that bulges half
-/// as much, then to a membrane; when that does so as well the patch stays as it is. So does one with several
-/// rims or with handles that would be strangled.
+/// as much, then to a membrane; when that does so as well the patch stays as it is. A patch with several rims
+/// or with handles is bent twice from the shape that it has, since a membrane would tie it off, and
+/// stays as it is when it loses more than two fifths of its area, as a long tube does.
 ///
 /// The same bits for any number of threads. One question to the index per vertex; a patch of n vertices takes
 /// about as long as a sparse solve with 3 n unknowns of a plane grid, and half a kilobyte a vertex while it

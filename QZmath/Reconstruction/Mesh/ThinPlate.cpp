@@ -85,7 +85,7 @@ public:
         m_system.starts.push_back(static_cast<int>(m_system.columns.size()));
         ++m_row;
     }
-    System const & system() const { return m_system; }
+    System takeSystem() { return std::move(m_system); }
 
 private:
     std::size_t const m_size;
@@ -95,6 +95,8 @@ private:
     std::vector<std::uint8_t> m_isTouched;
     std::vector<int> m_touched;
 };
+
+ThinPlate::~ThinPlate() = default;
 
 ThinPlate::ThinPlate(PlatePatch const & patch) : m_patch(patch)
 {
@@ -255,7 +257,7 @@ std::vector<std::uint8_t> ThinPlate::findTense(std::vector<Vec> const & places, 
     return isTense;
 }
 
-bool ThinPlate::stretch(std::vector<Vec> & places, CProgressCounter * progress) const
+bool ThinPlate::stretch(std::vector<Vec> & places, CProgressCounter * progress)
 {
     Assembly assembly(m_patch.free);
     for (std::size_t row = 0; row < at(m_patch.free); ++row) {
@@ -264,18 +266,22 @@ bool ThinPlate::stretch(std::vector<Vec> & places, CProgressCounter * progress) 
             assembly.add(other, -1.0);
             if (other >= at(m_patch.free))
                 assembly.addRight(places[other]);
+            // Zeros, for the structure of the plate: the order of elimination is found only once.
+            if (other < rows())
+                forEachNeighbour(other, [&](std::size_t next, std::size_t) { assembly.add(next, 0.0); });
         });
         assembly.endRow();
     }
-    return solve(assembly.system(), places, progress);
+    return solve(assembly.takeSystem(), places, progress);
 }
 
-bool ThinPlate::bend(std::vector<Vec> & places, double radius, CProgressCounter * progress) const
+bool ThinPlate::bend(std::vector<Vec> & places, double radius, CProgressCounter * progress)
 {
     std::size_t const free = at(m_patch.free);
     Weights const weights = weigh(places);
-    std::vector<std::uint8_t> const isTense = findTense(places, radius);
-    double const tension = 1 / (radius * radius);
+    std::vector<std::uint8_t> const isTense =
+        radius > 0 ? findTense(places, radius) : std::vector<std::uint8_t>(rows(), 0);
+    double const tension = radius > 0 ? 1 / (radius * radius) : 0.0;
     // What the held vertices give to each Laplacian over the area.
     std::vector<Vec> held(rows());
     for (std::size_t v = 0; v < rows(); ++v) {
@@ -312,28 +318,32 @@ bool ThinPlate::bend(std::vector<Vec> & places, double radius, CProgressCounter 
         });
         assembly.endRow();
     }
-    return solve(assembly.system(), places, progress);
+    return solve(assembly.takeSystem(), places, progress);
 }
 
-bool ThinPlate::solve(System const & system, std::vector<Vec> & places, CProgressCounter * progress) const
+bool ThinPlate::solve(System && system, std::vector<Vec> & places, CProgressCounter * progress)
 {
     using Solver = QzBackend::CDirectSolver;
-    Solver solver(Solver::Structure::symmetricUpper, Solver::Definiteness::positiveDefinite);
-    if (!solver.defineStructure(m_patch.free, system.starts.data(), system.columns.data(),
-                                static_cast<int>(system.columns.size()), 0))
-        return false;
-    {
-        CPrgCntSubPhase const phase(progress, 0.0, 0.4, 0, true);
-        if (!solver.reorder(progress))
+    if (m_solver == nullptr) {
+        m_structure = std::make_unique<System>(std::move(system));
+        m_solver = std::make_unique<Solver>(Solver::Structure::symmetricUpper,
+                                            Solver::Definiteness::positiveDefinite);
+        CPrgCntSubPhase const phase(progress, 0.0, 0.6, 0, true);
+        if (!m_solver->defineStructure(m_patch.free, m_structure->starts.data(), m_structure->columns.data(),
+                                       static_cast<int>(m_structure->columns.size()), 0) ||
+            !m_solver->reorder(progress))
             return false;
+    } else {
+        m_structure->values.swap(system.values);
+        m_structure->right.swap(system.right);
     }
     {
-        CPrgCntSubPhase const phase(progress, 0.4, 0.6, 0, true);
-        if (!solver.factor(system.values.data(), progress))
+        CPrgCntSubPhase const phase(progress, 0.6, 0.4, 0, true);
+        if (!m_solver->factor(m_structure->values.data(), progress))
             return false;
     }
-    std::vector<double> solution(system.right.size());
-    if (!solver.solve(system.right.data(), 3, solution.data()))
+    std::vector<double> solution(m_structure->right.size());
+    if (!m_solver->solve(m_structure->right.data(), 3, solution.data()))
         return false;
     std::size_t const free = at(m_patch.free);
     for (std::size_t v = 0; v < free; ++v)

@@ -4,10 +4,17 @@
 #include <QZmath/Reconstruction/Mesh/Vec.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 class CProgressCounter;
+
+namespace QzBackend
+{
+class CDirectSolver;
+}
 
 namespace QZmath::Stages
 {
@@ -27,27 +34,28 @@ struct PlatePatch
 /// spike of the patch survives. The thin plate bends as little as it can and continues the tangents of the
 /// balanced vertices: the squares of the Laplacians of free and balanced vertices, divided by their areas,
 /// have the least sum (Botsch, Kobbelt: An intuitive framework for real-time freeform modeling, 2004). Their
-/// weights are the cotangents of the membrane's angles.
+/// weights are the cotangents of the angles of a shape nearby, such as the membrane.
 ///
 /// Where the surface meets the membrane at more than 75 degrees, the patch ends at a sharp corner of the
 /// object, such as the edge of a missing base, and a plate that went on along the tangents would blow up like
 /// a balloon. Near those parts of the rim it is under tension, so that it turns into the membrane within
 /// about one radius.
 ///
-/// One sparse symmetric system for each shape, with 4 elements a vertex on and above the diagonal for the
-/// membrane, 10 for the plate, and factors of about n log n. The same bits for any number of threads.
+/// Both are sparse symmetric systems of one structure: about 10 elements a vertex on and above the diagonal,
+/// and factors of about n log n. The same bits for any number of threads.
 class ThinPlate
 {
 public:
     /// \param patch kept by reference; every connected part of it has held vertices
     explicit ThinPlate(PlatePatch const & patch);
+    ~ThinPlate();
 
     /// Sets the free vertices of `places` to the membrane. False when the system is singular or the result
     /// not finite. \throws what the progress counter throws; it may be null
-    bool stretch(std::vector<Vec> & places, CProgressCounter * progress) const;
-    /// Sets them from the membrane, as which they come, to the plate.
-    /// \param radius with which it turns at sharp corners, in model units
-    bool bend(std::vector<Vec> & places, double radius, CProgressCounter * progress) const;
+    bool stretch(std::vector<Vec> & places, CProgressCounter * progress);
+    /// Sets them from the shape as which they come, usually the membrane, to the plate.
+    /// \param radius with which it turns at sharp corners, in model units; 0: without tension there
+    bool bend(std::vector<Vec> & places, double radius, CProgressCounter * progress);
 
 private:
     struct Weights;
@@ -57,7 +65,7 @@ private:
     std::vector<std::uint8_t> findSharpRim(std::vector<Vec> const & places) const;
     std::vector<std::uint8_t> findTense(std::vector<Vec> const & places, double radius) const;
     Weights weigh(std::vector<Vec> const & places) const;
-    bool solve(System const & system, std::vector<Vec> & places, CProgressCounter * progress) const;
+    bool solve(System && system, std::vector<Vec> & places, CProgressCounter * progress);
 
     std::size_t rows() const { return m_starts.size() - 1; }
     template <class Visit>
@@ -69,8 +77,10 @@ private:
     }
 
     PlatePatch const & m_patch;
-    std::vector<std::int32_t> m_starts;     // of the neighbours of free and balanced vertices
-    std::vector<std::int32_t> m_neighbours; // of each of them in rising order
+    std::unique_ptr<QzBackend::CDirectSolver> m_solver; // with the first system's order of elimination
+    std::unique_ptr<System> m_structure;                // whose arrays it uses
+    std::vector<std::int32_t> m_starts;                 // of the neighbours of free and balanced vertices
+    std::vector<std::int32_t> m_neighbours;             // of each of them in rising order
 };
 
 } // namespace QZmath::Stages
