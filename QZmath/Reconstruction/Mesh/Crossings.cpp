@@ -7,12 +7,16 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 
 namespace QZmath::Stages
 {
 
 namespace
 {
+
+double const ordinarySize = 1.5; // in mean radii
+std::size_t const mostClasses = 40;
 
 // Six times the volume of a tetrahedron.
 double orientation(Vec const & a, Vec const & b, Vec const & c, Vec const & d)
@@ -57,6 +61,25 @@ double radiusOf(Triangle const & face)
         std::max({(face.a - centre).squared(), (face.b - centre).squared(), (face.c - centre).squared()}));
 }
 
+// Triangles of similar size, by their centroids.
+struct SizeClass
+{
+    std::vector<std::int32_t> triangles;
+    std::vector<float> centroids;
+    std::vector<double> radii;
+    double reach = 0;
+    std::optional<SampleIndex> index;
+
+    void add(std::int32_t triangle, Triangle const & face, double radius)
+    {
+        triangles.push_back(triangle);
+        centroids.resize(centroids.size() + 3);
+        face.centroid().store(&centroids[centroids.size() - 3]);
+        radii.push_back(radius);
+        reach = std::max(reach, radius);
+    }
+};
+
 } // namespace
 
 std::size_t countCrossings(TriangleMesh const & mesh, std::vector<std::int32_t> const & triangles,
@@ -65,17 +88,17 @@ std::size_t countCrossings(TriangleMesh const & mesh, std::vector<std::int32_t> 
     double const infinity = std::numeric_limits<double>::infinity();
     Vec low{{infinity, infinity, infinity}};
     Vec high = low * -1.0;
+    double meanRadius = 0;
     for (std::int32_t const t : triangles) {
         Triangle const face = triangleOf(mesh, at(t));
         for (std::size_t axis = 0; axis < 3; ++axis) {
             low[axis] = std::min({low[axis], face.a[axis], face.b[axis], face.c[axis]});
             high[axis] = std::max({high[axis], face.a[axis], face.b[axis], face.c[axis]});
         }
+        meanRadius += radiusOf(face) / static_cast<double>(triangles.size());
     }
-    std::vector<std::int32_t> others; // that may reach into the box
-    std::vector<float> centroids;
-    std::vector<double> radii;
-    double reach = 0;
+    // What may reach into the box: ordinary ones, then those up to twice as large, and so on.
+    std::vector<SizeClass> classes(1);
     for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
         Triangle const face = triangleOf(mesh, t);
         bool isIn = true;
@@ -84,14 +107,16 @@ std::size_t countCrossings(TriangleMesh const & mesh, std::vector<std::int32_t> 
                    std::max({face.a[axis], face.b[axis], face.c[axis]}) >= low[axis];
         if (!isIn)
             continue;
-        others.push_back(static_cast<std::int32_t>(t));
-        centroids.resize(centroids.size() + 3);
-        face.centroid().store(&centroids[centroids.size() - 3]);
-        radii.push_back(radiusOf(face));
-        reach = std::max(reach, radii.back());
+        double const radius = radiusOf(face);
+        std::size_t sizeClass = 0;
+        for (double limit = ordinarySize * meanRadius; radius > limit && sizeClass < mostClasses; limit *= 2)
+            ++sizeClass;
+        classes.resize(std::max(classes.size(), sizeClass + 1));
+        classes[sizeClass].add(static_cast<std::int32_t>(t), face, radius);
     }
+    for (SizeClass & sizeClass : classes)
+        sizeClass.index.emplace(sizeClass.centroids.data(), sizeClass.triangles.size(), team);
     double const rounding = 1e-6 * std::max(low.length(), high.length());
-    SampleIndex const index(centroids.data(), others.size(), team);
     std::vector<std::uint8_t> isCrossing(triangles.size(), 0);
     forRanges(
         team, triangles.size(), 64,
@@ -100,14 +125,16 @@ std::size_t countCrossings(TriangleMesh const & mesh, std::vector<std::int32_t> 
                 std::int32_t const t = triangles[n];
                 Triangle const face = triangleOf(mesh, at(t));
                 double const radius = radiusOf(face) + rounding;
-                index.forEachWithin(face.centroid(), radius + reach, [&](std::int32_t slot, double square) {
-                    std::int32_t const other = others[at(slot)];
-                    if (isCrossing[n] || other == t)
-                        return;
-                    double const together = radius + radii[at(slot)];
-                    isCrossing[n] =
-                        square <= together * together && (pierces(mesh, t, other) || pierces(mesh, other, t));
-                });
+                for (SizeClass const & others : classes) {
+                    others.index->forEachWithin(
+                        face.centroid(), radius + others.reach, [&](std::int32_t slot, double square) {
+                            std::int32_t const other = others.triangles[at(slot)];
+                            double const together = radius + others.radii[at(slot)];
+                            isCrossing[n] =
+                                isCrossing[n] || (square <= together * together && other != t &&
+                                                  (pierces(mesh, t, other) || pierces(mesh, other, t)));
+                        });
+                }
             }
         },
         until);

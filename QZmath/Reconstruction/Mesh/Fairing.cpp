@@ -23,6 +23,7 @@ int const ringsAround = 5; // held ones of a patch: the rim's tangents are measu
 // Share of the triangles along whose edges the patch may fold: at sharp corners of the rim some edges of the
 // mesh run across the corner.
 double const mostFolds = 0.01;
+double const leastRim = 0.1;  // that counts, as a share of the longest
 double const leastArea = 0.6; // of what it was, that a patch with several rims keeps
 
 // Hands the positions of a solver on to the job, on whose thread it runs.
@@ -264,7 +265,7 @@ private:
             return false;
         ThinPlate plate(cutout.plate);
         // Over several rims a membrane makes a neck, or closes each of them and leaves nothing between.
-        bool const isDisc = eulerNumberOf(cutout) == 1;
+        bool const isDisc = !hasSeveralRims(cutout.plate);
         std::vector<Vec> stretched = cutout.plate.places;
         {
             CPrgCntSubPhase const phase(&progress, 0.0, 0.6, 0, true);
@@ -359,24 +360,30 @@ private:
         return folds;
     }
 
-    // Of the triangles that change.
-    int eulerNumberOf(Cutout const & cutout) const
+    // Has the patch a second rim that counts beside the longest? Around single samples in the gap it has
+    // small ones, which change nothing.
+    static bool hasSeveralRims(PlatePatch const & plate)
     {
-        std::vector<std::int32_t> corners;
-        std::vector<std::pair<std::int32_t, std::int32_t>> edges;
-        for (std::int32_t const t : cutout.triangles) {
-            for (std::int32_t h = 3 * t; h < 3 * t + 3; ++h) {
-                std::int32_t const a = m_mesh.triangles[at(h)];
-                std::int32_t const b = m_mesh.triangles[at(nextInTriangle(h))];
-                corners.push_back(a);
-                edges.push_back(std::minmax(a, b));
+        VertexSets sets(plate.places.size());
+        std::vector<std::uint8_t> isRim(plate.places.size(), 0);
+        for (std::array<std::int32_t, 3> const & corners : plate.triangles) {
+            if (std::min({corners[0], corners[1], corners[2]}) >= plate.free)
+                continue;
+            for (std::size_t k = 0; k < 3; ++k) {
+                std::int32_t const a = corners[k];
+                std::int32_t const b = corners[(k + 1) % 3];
+                isRim[at(a)] = a >= plate.free;
+                if (a >= plate.free && b >= plate.free)
+                    sets.unite(a, b);
             }
         }
-        auto const countOf = [](auto & values) {
-            std::sort(values.begin(), values.end());
-            return static_cast<int>(std::unique(values.begin(), values.end()) - values.begin());
-        };
-        return countOf(corners) - countOf(edges) + static_cast<int>(cutout.triangles.size());
+        std::vector<std::size_t> lengths(plate.places.size(), 0);
+        for (std::size_t v = 0; v < isRim.size(); ++v)
+            lengths[at(sets.find(static_cast<std::int32_t>(v)))] += isRim[v];
+        std::size_t const longest = *std::max_element(lengths.begin(), lengths.end());
+        return std::count_if(lengths.begin(), lengths.end(), [&](std::size_t length) {
+                   return static_cast<double>(length) > leastRim * static_cast<double>(longest);
+               }) > 1;
     }
 
     void renewNormals(std::vector<std::int32_t> const & patch)
