@@ -132,8 +132,6 @@ void Call::refuseWithoutArea() const
 
 void Call::removeOutliers()
 {
-    if (!(m_options.outlierRemoval > 0.0))
-        return;
     std::vector<std::uint8_t> marks(static_cast<std::size_t>(m_cloud.size()));
     int const marked = FindOutliers(m_cloud.size(), m_cloud.points(), m_options.normalNeighbours,
                                     m_options.outlierRemoval, marks.data(), m_progress);
@@ -167,8 +165,10 @@ void Call::removeRepeated()
 void Call::prepare()
 {
     refuseWithoutArea();
-    removeOutliers();
-    refuseWithoutArea();
+    if (m_options.outlierRemoval > 0.0) {
+        removeOutliers();
+        refuseWithoutArea();
+    }
     measure();
     removeRepeated();
     m_report.spacing = m_cloud.frame().toCloud(m_measures.spacing);
@@ -292,6 +292,11 @@ void Call::warnOfResult()
     if (m_report.turnedInsideOut)
         m_report.warnings.push_back("the normals point into the body, so the surface was turned; "
                                     "--input-normals given leaves it as it is");
+    if (m_report.gapsLeftRough > 0)
+        m_report.warnings.push_back(
+            std::to_string(m_report.gapsLeftRough) +
+            " closed gaps are too large or too bent to be smoothed, so the surface there "
+            "is rough; --largest-hole leaves large ones open");
     if (m_options.boundary == Boundary::closed && !m_report.isClosed)
         m_report.warnings.push_back(
             "the surface is not closed: it runs beyond the region around the cloud in "

@@ -132,6 +132,8 @@ struct ReconstructionReport : VolTr::CReconstructionReport
     int specksDropped = 0;
     double supportedArea = 0;
     int holesClosed = 0;
+    int gapsFaired = 0;     ///< patches over closed gaps that were smoothed
+    int gapsLeftRough = 0;  ///< that were not: their plate would fold, or they are too large
     double closedArea = 0;  ///< of those holes, as a share of the supported area
     int boundariesLeft = 0; ///< closed loops along which the surface ends
     double boundaryLength = 0;
@@ -197,7 +199,8 @@ QZMATH_API TriangleMesh reconstruct(PointCloudView const & cloud, Reconstruction
                                     CProgressCounter * progress = nullptr);
 
 /// What `reconstruct` with the same arguments would take: the memory within a third of it for clouds as most
-/// are. Throws as it does for what is refused before the work begins, but for the memory limit.
+/// are, but without what smoothing the surface over large gaps takes, about 1.5 kB a vertex of the largest.
+/// Throws as it does for what is refused before the work begins, but for the memory limit.
 QZMATH_API ReconstructionEstimate estimateReconstruction(PointCloudView const & cloud,
                                                          ReconstructionOptions const & options = {});
 

@@ -189,6 +189,8 @@ TEST(Reconstruction, GapsAreClosedAndOpenScansStayOpen)
         EXPECT_EQ(result.topology.eulerNumber(), one.isClosed ? 2 : 1);
         EXPECT_EQ(result.report.boundariesLeft, one.isClosed ? 0 : 1);
         EXPECT_EQ(result.report.holesClosed, one.isClosed ? 1 : 0);
+        EXPECT_EQ(result.report.gapsFaired, one.isClosed ? 1 : 0);
+        EXPECT_EQ(result.report.gapsLeftRough, 0);
         double const area = 2 * std::acos(-1.0) * (1 - double(one.lowest));
         EXPECT_NEAR(result.report.supportedArea, area, 0.05 * area);
         for (Boundary const boundary : {Boundary::open, Boundary::closed}) {

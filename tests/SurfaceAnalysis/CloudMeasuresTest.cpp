@@ -5,7 +5,7 @@
 
 #include <QZsys/ParallelTasks.h>
 
-#include <apps/sampling/SampleShapes.h>
+#include "TestPoints.h"
 
 #include <gtest/gtest.h>
 
@@ -21,11 +21,8 @@ using REmath::Point3D;
 namespace
 {
 
-struct Cloud
+struct Cloud : qz_test::OrientedPoints
 {
-    std::vector<Point3D> points, normals;
-
-    int size() const { return static_cast<int>(points.size()); }
     CCloudMeasures measure() const
     {
         return MeasureCloud(size(), points.data(), normals.empty() ? nullptr : normals.data());
@@ -34,16 +31,7 @@ struct Cloud
 
 Cloud cloudOn(std::string const & shape, std::size_t count, double noise = 0.0)
 {
-    qz_sampling::SamplingOptions options;
-    options.pointNumber = count;
-    options.noise = noise;
-    qz_sampling::Cloud const cloud = qz_sampling::sampleCloud(*qz_sampling::makeShape(shape), options);
-    Cloud result;
-    for (std::size_t i = 0; i < cloud.positions.size(); i += 3) {
-        result.points.emplace_back(&cloud.positions[i]);
-        result.normals.emplace_back(&cloud.normals[i]);
-    }
-    return result;
+    return {qz_test::samplePoints(shape, count, noise)};
 }
 
 double uniform(Random & random) { return static_cast<double>(random.next() >> 11) * 0x1p-53; }

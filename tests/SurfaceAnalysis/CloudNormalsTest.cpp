@@ -7,7 +7,7 @@
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
-#include <apps/sampling/SampleShapes.h>
+#include "TestPoints.h"
 
 #include <gtest/gtest.h>
 
@@ -29,25 +29,8 @@ struct OnThreads
     ~OnThreads() { CVescaThreadingTasksHelper::setNumOfPhisicalThread(0); }
 };
 
-struct Oriented
-{
-    std::vector<Point3D> points, normals;
-    int size() const { return static_cast<int>(points.size()); }
-};
-
-Oriented sample(std::string const & shape, std::size_t count, double noise = 0)
-{
-    qz_sampling::SamplingOptions options;
-    options.pointNumber = count;
-    options.noise = noise;
-    qz_sampling::Cloud const cloud = qz_sampling::sampleCloud(*qz_sampling::makeShape(shape), options);
-    Oriented result;
-    for (std::size_t i = 0; i < cloud.positions.size(); i += 3) {
-        result.points.emplace_back(&cloud.positions[i]);
-        result.normals.emplace_back(&cloud.normals[i]);
-    }
-    return result;
-}
+using Oriented = qz_test::OrientedPoints;
+using qz_test::samplePoints;
 
 double cosine(Point3D const & a, Point3D const & b)
 {
@@ -89,7 +72,7 @@ TEST(CloudNormals, TurnOutwardsOrTowardsTheViewpoint)
 {
     for (char const * shape : {"sphere", "torus", "genus3", "plate", "bumpy-sphere"}) {
         for (double noise : {0.0, 0.002}) {
-            Oriented const truth = sample(shape, 10000, noise);
+            Oriented const truth = samplePoints(shape, 10000, noise);
             std::vector<Point3D> const normals = estimate(truth.points, NormalOrientation::spanningTree);
             std::vector<Point3D> const towards = estimate(truth.points, NormalOrientation::viewpoint, {8, 0});
             int wrong = 0;
@@ -110,7 +93,7 @@ TEST(CloudNormals, PartsAreOrientedOneByOneAndScanLinesTogether)
 {
     // Two spheres that nearly touch, and a cylinder as a line scanner sees it: steps of 0.01 along lines 0.2
     // apart.
-    Oriented truth = sample("sphere", 3000);
+    Oriented truth = samplePoints("sphere", 3000);
     for (std::size_t i = 0; i < 3000 + 40 * 628; ++i) {
         double const angle = 0.01 * double(i % 628);
         Point3D const radial(std::cos(angle), std::sin(angle), 0);
@@ -131,7 +114,7 @@ TEST(CloudNormals, PartsAreOrientedOneByOneAndScanLinesTogether)
 TEST(CloudNormals, CurvaturesOfATorusMeetTheAnalyticOnes)
 {
     for (double noise : {0.0, 0.0002}) {
-        Oriented const truth = sample("torus", 10000, noise);
+        Oriented const truth = samplePoints("torus", 10000, noise);
         std::vector<CPointCurvatures> curvatures(truth.points.size());
         CNeighbourhoodPrms const prms{noise == 0 ? 25 : 50, 0};
         EXPECT_GE(EstimateCurvatures(truth.size(), truth.points.data(), prms, truth.normals.data(),
@@ -158,7 +141,7 @@ TEST(CloudNormals, CurvaturesOfATorusMeetTheAnalyticOnes)
 
 TEST(CloudNormals, SpheresHaveOneCurvature)
 {
-    Oriented sphere = sample("sphere", 4000);
+    Oriented sphere = samplePoints("sphere", 4000);
     for (Point3D & point : sphere.points)
         point *= 250;
     std::vector<CPointCurvatures> curvatures(4000);
@@ -170,7 +153,7 @@ TEST(CloudNormals, SpheresHaveOneCurvature)
 
 TEST(CloudNormals, BitsDependOnNeitherThreadsNorPowersOfTwo)
 {
-    Oriented const cloud = sample("genus3", 12000, 0.002);
+    Oriented const cloud = samplePoints("genus3", 12000, 0.002);
     std::vector<Point3D> scaled = cloud.points;
     for (Point3D & point : scaled)
         point *= 0x1p70F;
@@ -209,7 +192,7 @@ TEST(CloudNormals, HostileCloudsFailPointByPoint)
             EXPECT_TRUE(isNone(estimate(points, orientation)));
         for (CNeighbourhoodPrms const & senseless :
              {CNeighbourhoodPrms{0, 0}, {-1, 1}, {20, -1}, {20, double(nan)}, {2, 0}})
-            EXPECT_TRUE(isNone(estimate(sample("sphere", 100).points, orientation, senseless)));
+            EXPECT_TRUE(isNone(estimate(samplePoints("sphere", 100).points, orientation, senseless)));
         // Fewer points than asked for are taken all, bad ones among them hurt nobody.
         std::vector<Point3D> few = {{0, 0, 0},   {1, 0, 0}, {0, 1, 0},
                                     {nan, 0, 0}, {1, 1, 0}, {0, -huge * 2, 0}};
@@ -227,7 +210,7 @@ TEST(CloudNormals, HostileCloudsFailPointByPoint)
 
 TEST(CloudNormals, InterruptionEndsTheWork)
 {
-    Oriented const cloud = sample("sphere", 40000);
+    Oriented const cloud = samplePoints("sphere", 40000);
     std::vector<Point3D> normals(cloud.points.size());
     for (int threads : {1, 2}) {
         OnThreads const setting(threads);

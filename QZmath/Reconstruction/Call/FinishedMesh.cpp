@@ -108,7 +108,9 @@ void Finisher::fairGaps(double from, double until)
         return;
     FairingRule rule;
     rule.trimDistance = m_cells.trimDistance;
-    fairPatches(m_mesh, m_samples, rule, m_team, from, until);
+    FairingFindings const found = fairPatches(m_mesh, m_samples, rule, m_team, from, until);
+    m_report.gapsFaired = found.faired;
+    m_report.gapsLeftRough = found.left;
 }
 
 void Finisher::cleanTriangles()

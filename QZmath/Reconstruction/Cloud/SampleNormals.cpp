@@ -34,11 +34,12 @@ std::string percent(double share)
     return text;
 }
 
-int zerosAmong(std::vector<Point3D> const & normals)
+int zerosAmong(LocalCloud const & cloud)
 {
-    return static_cast<int>(std::count_if(normals.begin(), normals.end(), [](Point3D const & normal) {
-        return normal.x() == 0.0f && normal.y() == 0.0f && normal.z() == 0.0f;
-    }));
+    return static_cast<int>(std::count_if(
+        cloud.normalVectors(), cloud.normalVectors() + cloud.size(), [](Point3D const & normal) {
+            return normal.x() == 0.0f && normal.y() == 0.0f && normal.z() == 0.0f;
+        }));
 }
 
 // Turns each normal to the place from which its point was seen.
@@ -135,9 +136,9 @@ void settleNormals(LocalCloud & cloud, ReconstructionOptions const & options, CC
             warnOfGivenNormals(report);
     }
 
-    std::vector<Point3D> normals(cloud.normalVectors(), cloud.normalVectors() + cloud.size());
-    int without = zerosAmong(normals);
+    int without = zerosAmong(cloud);
     if (without > 0 && areGiven && options.normals == Normals::automatic) {
+        std::vector<Point3D> normals(cloud.normalVectors(), cloud.normalVectors() + cloud.size());
         int const made =
             CompleteNormals(cloud.size(), cloud.points(), options.normalNeighbours, normals.data(), progress);
         cloud.setNormals(normals);

@@ -81,6 +81,35 @@ void SampleIndex::build(Range const & range)
     build(right(range));
 }
 
+// Judges the points of all leaves that are not too far, the nearer half of a box first.
+template <class IsTooFar, class Judge>
+void SampleIndex::descend(Vec const & place, IsTooFar const & isTooFar, Judge const & judge) const
+{
+    struct Open
+    {
+        Range range;
+        double gap;
+    };
+    std::array<Open, mostOpen> open;
+    std::size_t count = 0;
+    open[count++] = {{0, 0, m_points.size()}, gap(place, m_boxes[0])};
+    while (count > 0) {
+        Open const top = open[--count];
+        if (isTooFar(top.range.node, top.gap))
+            continue;
+        if (isLeaf(top.range.node)) {
+            for (std::size_t n = top.range.first; n < top.range.last; ++n)
+                judge(m_points[n]);
+            continue;
+        }
+        Open const near = {left(top.range), gap(place, m_boxes[2 * top.range.node + 1])};
+        Open const far = {right(top.range), gap(place, m_boxes[2 * top.range.node + 2])};
+        bool const isSwapped = far.gap < near.gap;
+        open[count++] = isSwapped ? near : far;
+        open[count++] = isSwapped ? far : near;
+    }
+}
+
 SampleIndex::Nearest SampleIndex::nearest(Vec const & place, double radius, std::int32_t hint) const
 {
     Nearest best;
@@ -98,31 +127,11 @@ SampleIndex::Nearest SampleIndex::nearest(Vec const & place, double radius, std:
         return best;
     if (hint != none)
         judge(m_points[m_slots[at(hint)]]);
-    struct Open
-    {
-        Range range;
-        double gap;
+    // Of points as near as the best one, only those with a lesser index matter.
+    auto const isTooFar = [&](std::size_t node, double gap) {
+        return gap > bound || (gap == best.squaredDistance && m_boxes[node].leastSample > best.sample);
     };
-    std::array<Open, mostOpen> open;
-    std::size_t count = 0;
-    open[count++] = {{0, 0, m_points.size()}, gap(place, m_boxes[0])};
-    while (count > 0) {
-        Open const top = open[--count];
-        // Of points as near as the best one, only those with a lesser index matter.
-        if (top.gap > bound ||
-            (top.gap == best.squaredDistance && m_boxes[top.range.node].leastSample > best.sample))
-            continue;
-        if (isLeaf(top.range.node)) {
-            for (std::size_t n = top.range.first; n < top.range.last; ++n)
-                judge(m_points[n]);
-            continue;
-        }
-        Open const near = {left(top.range), gap(place, m_boxes[2 * top.range.node + 1])};
-        Open const far = {right(top.range), gap(place, m_boxes[2 * top.range.node + 2])};
-        bool const isSwapped = far.gap < near.gap;
-        open[count++] = isSwapped ? near : far;
-        open[count++] = isSwapped ? far : near;
-    }
+    descend(place, isTooFar, judge);
     return best;
 }
 
@@ -165,41 +174,24 @@ void SampleIndex::nearestFew(Vec const & place, std::size_t wanted, double radiu
     double const most = radius * radius;
     // A heap with the farthest of the kept on top.
     auto const bound = [&] { return result.size() < wanted ? most : result.front().first; };
-    struct Open
-    {
-        Range range;
-        double gap;
+    auto const isTooFar = [&](std::size_t node, double gap) {
+        return gap > bound() || (result.size() == wanted && gap == result.front().first &&
+                                 m_boxes[node].leastSample > result.front().second);
     };
-    std::array<Open, mostOpen> open;
-    std::size_t count = 0;
-    open[count++] = {{0, 0, m_points.size()}, gap(place, m_boxes[0])};
-    while (count > 0) {
-        Open const top = open[--count];
-        if (top.gap > bound() || (result.size() == wanted && top.gap == result.front().first &&
-                                  m_boxes[top.range.node].leastSample > result.front().second))
-            continue;
-        if (!isLeaf(top.range.node)) {
-            Open const near = {left(top.range), gap(place, m_boxes[2 * top.range.node + 1])};
-            Open const far = {right(top.range), gap(place, m_boxes[2 * top.range.node + 2])};
-            bool const isSwapped = far.gap < near.gap;
-            open[count++] = isSwapped ? near : far;
-            open[count++] = isSwapped ? far : near;
-            continue;
+    auto const judge = [&](Point const & point) {
+        std::pair<double, std::int32_t> const entry = {(Vec::of(point.position.data()) - place).squared(),
+                                                       point.sample};
+        if (entry.first > most || (result.size() == wanted && !(entry < result.front())))
+            return;
+        if (result.size() == wanted) {
+            std::pop_heap(result.begin(), result.end());
+            result.back() = entry;
+        } else {
+            result.push_back(entry);
         }
-        for (std::size_t n = top.range.first; n < top.range.last; ++n) {
-            std::pair<double, std::int32_t> const entry = {
-                (Vec::of(m_points[n].position.data()) - place).squared(), m_points[n].sample};
-            if (entry.first > most || (result.size() == wanted && !(entry < result.front())))
-                continue;
-            if (result.size() == wanted) {
-                std::pop_heap(result.begin(), result.end());
-                result.back() = entry;
-            } else {
-                result.push_back(entry);
-            }
-            std::push_heap(result.begin(), result.end());
-        }
-    }
+        std::push_heap(result.begin(), result.end());
+    };
+    descend(place, isTooFar, judge);
     std::sort_heap(result.begin(), result.end());
 }
 

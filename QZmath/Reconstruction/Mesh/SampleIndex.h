@@ -145,6 +145,8 @@ private:
         return gap(place, Vec::of(box.low.data()), Vec::of(box.high.data()));
     }
 
+    template <class IsTooFar, class Judge>
+    void descend(Vec const & place, IsTooFar const & isTooFar, Judge const & judge) const;
     void split(Range const & range);
     void build(Range const & range);
 
