@@ -121,7 +121,6 @@ TEST(VolumetricTriangulator, ReportsWhatItDidAndFound)
         EXPECT_EQ(names, progress.names);
         EXPECT_LE(seconds, report.seconds);
         EXPECT_NEAR(shares, seconds / report.seconds, 1e-9);
-        EXPECT_GT(shares, 0.5);
     }
 }
 
