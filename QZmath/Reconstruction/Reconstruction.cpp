@@ -299,8 +299,10 @@ void Call::warnOfResult()
             "is rough; --largest-hole leaves large ones open");
     if (m_options.boundary == Boundary::closed && !m_report.isClosed)
         m_report.warnings.push_back(
-            "the surface is not closed: it runs beyond the region around the cloud in "
-            "which it can be followed");
+            m_report.endsAtLimit
+                ? "the surface is not closed: it runs out of the region around the cloud in which it can be "
+                  "followed, because too much of the object was not seen or its normals are wrong"
+                : "the surface is not closed");
 }
 
 // Puts the mesh, and what the report says of lengths, into the place and the units of the cloud.

@@ -35,7 +35,10 @@ public:
     void setReconstructFactor(float value) { m_reconstructFactor = value; }
 
     /// Is the surface closed? If not, it ends where no sample is near and at samples that the cloud marks as
-    /// its border, so that holes stay open. Default true.
+    /// its border, so that holes stay open. If so, it is followed wherever it runs; around a cloud that
+    /// leaves most of its object out, or whose samples are all at one place, that is as far as the lattice of
+    /// cubes goes, where the mesh then has a border: `CReconstructionReport::endsAtLimit` tells. Default
+    /// true.
     bool getClosed() const { return m_closed; }
     bool & closed() { return m_closed; }
     void setClosed(bool value) { m_closed = value; }
@@ -88,6 +91,14 @@ public:
 
     /// Linear solver: 0 by the size of the system, 1 or 2 direct, 3 iterative, 4 decomposing. `run` refuses
     /// others. Default 0.
+    ///
+    /// Cost, with n unknowns (2 to 8 for each leaf cell, most on small clouds) and 150 to 350 elements a row:
+    /// the direct solver takes a time that grows as n^2 at most (1 s for 8000 to 20000). An iteration of the
+    /// other two reads the matrix twice, and both stop after 10000 of them, the decomposing one for each of
+    /// the three blocks that it merges, whether they have converged or not. They have no preconditioner, and
+    /// kernels wider than 1 spoil the condition of the matrix: at a kernel scale of 1.3, 1089 points at depth
+    /// 6 (7901 unknowns) take 20778 iterations and a minute without converging, where the direct solver takes
+    /// a second. The report tells `iterations` and `converged`.
     int getPrefferedSolver() const { return m_prefferedSolver; }
     int & prefferedSolver() { return m_prefferedSolver; }
     void setPrefferedSolver(int value) { m_prefferedSolver = value; }
@@ -124,7 +135,9 @@ public:
 
     /// Extract all pieces of the surface that pass near a sample, through its cube of the lattice or one
     /// beside it, and not only the one that is met near the middle of the cloud: that one first, the others
-    /// by their least sample. All lie on one lattice of cubes. Default false.
+    /// by their least sample. All lie on one lattice of cubes, which then ends where the nodes of the octree
+    /// do; without, it goes on for as many cubes from the start as the octree has along an edge, far beyond
+    /// it. Default false.
     bool getAllComponents() const { return m_allComponents; }
     bool & allComponents() { return m_allComponents; }
     void setAllComponents(bool value) { m_allComponents = value; }

@@ -84,7 +84,7 @@ std::pair<std::size_t, int> faultsOf(TriangleMesh const & mesh)
     std::iota(all.begin(), all.end(), 0);
     std::pair<std::size_t, int> faults;
     onTeam(2, [&](QzBackend::LoopTeam & team) {
-        faults.first = countCrossings(mesh, all, team);
+        faults.first = CrossingSearch(mesh, {}).count(all, team);
         std::vector<std::int32_t> const opposite = oppositeHalfEdges(mesh, VertexStars(mesh), team);
         for (std::size_t h = 0; h < opposite.size(); ++h)
             faults.second += opposite[h] >= 0 && dot(triangleOf(mesh, h / 3).areaNormal(),

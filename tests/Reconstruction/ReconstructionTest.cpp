@@ -205,6 +205,16 @@ TEST(Reconstruction, GapsAreClosedAndOpenScansStayOpen)
     double const area = qz_sampling::makeShape("sheet")->area();
     EXPECT_NEAR(area, qz_test::area(toTestMesh(sheet.mesh)), 0.05 * area);
     EXPECT_LT(sheet.topology.triangles, 150000);
+    // A closed run follows it to where the octree ends, which closes nothing.
+    ReconstructionOptions closed;
+    closed.boundary = Boundary::closed;
+    closed.depth = 6;
+    Result const endless = run(pointsOn("sheet", 15000), closed);
+    EXPECT_TRUE(endless.report.endsAtLimit);
+    EXPECT_EQ(endless.report.holesClosed + endless.report.gapsFaired + endless.report.gapsLeftRough, 0);
+    EXPECT_THAT(endless.report.warnings,
+                testing::ElementsAre(HasSubstr("the surface is not closed: it runs out")));
+    EXPECT_LT(endless.topology.triangles, 50000);
 }
 
 TEST(Reconstruction, PlaceAndScaleChangeNoTriangle)

@@ -210,7 +210,7 @@ private:
             m_isAnyCut = m_isAnyCut || patch.isCut;
             if (patch.isCut) {
                 ++m_findings.patchesCut;
-            } else if (patch.rim > 0) {
+            } else if (patch.rim > 0 && !patch.reachesBorder) {
                 m_findings.holesClosed += patch.area >= least;
                 m_findings.closedArea += patch.area;
             }

@@ -24,6 +24,7 @@ int const ringsAround = 5; // held ones of a patch: the rim's tangents are measu
 // mesh run across the corner.
 double const mostFolds = 0.01;
 double const leastRim = 0.1;  // that counts, as a share of the longest
+int const mostHandles = 2;    // of a patch; among samples that are mere noise it has more
 double const leastArea = 0.6; // of what it was, that a patch with several rims keeps
 
 // Hands the positions of a solver on to the job, on whose thread it runs.
@@ -64,7 +65,9 @@ public:
         if (!findFar(solving))
             return findings;
         m_stars.emplace(m_mesh);
+        leaveOpenOnes();
         addTransition();
+        m_crossings.emplace(m_mesh, m_isFree);
         m_local.assign(m_mesh.vertexCount(), -1);
         std::vector<std::vector<std::int32_t>> const patches = collectPatches();
         std::size_t all = 0;
@@ -151,6 +154,28 @@ private:
             isAny = isAny || m_isFree[v];
         }
         return isAny;
+    }
+
+    // A part at which the mesh ends closes nothing.
+    void leaveOpenOnes()
+    {
+        std::vector<std::int32_t> open;
+        auto const leave = [&](std::int32_t vertex) {
+            m_isFree[at(vertex)] = 0;
+            open.push_back(vertex);
+        };
+        for (std::size_t v = 0; v < m_isFree.size(); ++v) {
+            if (m_isFree[v] && !isInner(static_cast<std::int32_t>(v)))
+                leave(static_cast<std::int32_t>(v));
+        }
+        while (!open.empty()) {
+            std::int32_t const vertex = open.back();
+            open.pop_back();
+            forEachAround(vertex, [&](std::int32_t other) {
+                if (m_isFree[at(other)])
+                    leave(other);
+            });
+        }
     }
 
     // What may move beside the far vertices.
@@ -261,7 +286,7 @@ private:
         if (patch.size() > m_rule.mostVertices)
             return false;
         Cutout const cutout = cutOut(patch);
-        if (cutout.vertices.size() == patch.size())
+        if (cutout.vertices.size() == patch.size() || leastHandles(cutout.plate) > mostHandles)
             return false;
         ThinPlate plate(cutout.plate);
         // Over several rims a membrane makes a neck, or closes each of them and leaves nothing between.
@@ -324,7 +349,7 @@ private:
     };
     Faults countFaults(Cutout const & cutout) const
     {
-        return {countCrossings(m_mesh, cutout.triangles, m_team), countFolds(cutout)};
+        return {m_crossings->count(cutout.triangles, m_team), countFolds(cutout)};
     }
     static Faults fewFaults(Cutout const & cutout)
     {
@@ -358,6 +383,47 @@ private:
             }
         }
         return folds;
+    }
+
+    // By Euler's formula, with as many rims as there can be where they touch each other.
+    static int leastHandles(PlatePatch const & plate)
+    {
+        std::vector<std::uint8_t> isMet(plate.places.size(), 0);
+        std::vector<std::pair<std::int32_t, std::int32_t>> edges;
+        int faces = 0;
+        for (std::array<std::int32_t, 3> const & corners : plate.triangles) {
+            if (std::min({corners[0], corners[1], corners[2]}) >= plate.free)
+                continue;
+            ++faces;
+            for (std::size_t k = 0; k < 3; ++k) {
+                isMet[at(corners[k])] = 1;
+                edges.push_back(std::minmax(corners[k], corners[(k + 1) % 3]));
+            }
+        }
+        std::sort(edges.begin(), edges.end());
+        VertexSets rims(plate.places.size());
+        std::vector<int> rimEdges(plate.places.size(), 0);
+        int different = 0;
+        for (std::size_t n = 0; n < edges.size();) {
+            std::size_t const first = n;
+            while (n < edges.size() && edges[n] == edges[first])
+                ++n;
+            ++different;
+            if (n - first > 1)
+                continue;
+            rims.unite(edges[first].first, edges[first].second);
+            ++rimEdges[at(edges[first].first)];
+            ++rimEdges[at(edges[first].second)];
+        }
+        int vertices = 0;
+        int mostRims = 0;
+        int touches = 0;
+        for (std::size_t v = 0; v < isMet.size(); ++v) {
+            vertices += isMet[v];
+            mostRims += rimEdges[v] > 0 && at(rims.find(static_cast<std::int32_t>(v))) == v;
+            touches += std::max(0, rimEdges[v] / 2 - 1);
+        }
+        return 1 - (vertices + touches - different + faces + mostRims + touches) / 2;
     }
 
     // Has the patch a second rim that counts beside the longest? Around single samples in the gap it has
@@ -405,6 +471,7 @@ private:
     FairingRule const & m_rule;
     QzBackend::LoopTeam & m_team;
     std::optional<VertexStars> m_stars;
+    std::optional<CrossingSearch> m_crossings;
     std::vector<std::uint8_t> m_isFree; // vertices that may move
     std::vector<std::int32_t> m_local;  // names of vertices in the cutout at work; -1 of all others
 };

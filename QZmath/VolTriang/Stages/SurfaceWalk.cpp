@@ -36,6 +36,7 @@ std::optional<SupportedCubes> findSupportedCubes(CubeFrame const & frame, StageC
 
 CubeBox findLimits(CubeFrame const & frame, LevelSet const & levelSet, StageContext const & context)
 {
+    bool const endsAtOctree = context.params.getAllComponents() || reachOf(context) > 0.0;
     double const margin = (reachOf(context) + 1.0) * context.octree.getUnit() + std::fabs(frame.edge);
     CParallelepiped const nodes = context.octree.getNodesBoundaryBox();
     CParallelepiped const cells = context.octree.getCellsBoundaryBox();
@@ -44,7 +45,7 @@ CubeBox findLimits(CubeFrame const & frame, LevelSet const & levelSet, StageCont
         int const bound = levelSet.lattice.bounds[axis];
         box.low[axis] = -bound;
         box.high[axis] = bound;
-        if (reachOf(context) == 0.0)
+        if (!endsAtOctree)
             continue;
         double const low = std::min(nodes.getMin()[axis], cells.getMin()[axis] - margin);
         double const high = std::max(nodes.getMax()[axis], cells.getMax()[axis] + margin);
