@@ -7,7 +7,9 @@
 #include <QZsys/Exceptions.h>
 #include <QZsys/Export.h>
 #include <QZsys/Fragments.h>
+#include <QZsys/Messages.h>
 #include <QZsys/ParallelTasks.h>
+#include <QZsys/PendingFiles.h>
 #include <QZsys/Progress.h>
 #include <QZsys/ProgressBlocks.h>
 #include <QZsys/TemporaryFile.h>

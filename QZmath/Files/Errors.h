@@ -2,10 +2,10 @@
 #pragma once
 
 #include <QZmath/Files/Export.h>
+#include <QZsys/Messages.h>
 
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 namespace QZmath
 {
@@ -27,9 +27,7 @@ public:
     ~OutputError() override;
 };
 
-/// Text from outside, such as a file's name or a word out of it, in a form that may stand in a message:
-/// control characters, those that turn the direction of writing, and bytes that are not UTF-8 become \xNN,
-/// and of more than 80 characters the middle becomes "...".
-QZMATH_FILES_API std::string quotable(std::string_view text);
+/// Text from outside in a form that may stand in a message: escaped, and cut to 80 characters.
+using VsUt::quotable;
 
 } // namespace QZmath

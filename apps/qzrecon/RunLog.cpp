@@ -42,8 +42,8 @@ void RunLog::close()
 {
     if (m_file == nullptr)
         return;
-    bool const isBroken = std::ferror(m_file.get()) != 0;
     errno = 0;
+    bool const isBroken = std::ferror(m_file.get()) != 0 || !VsUt::CPendingFiles::sync(m_file.get());
     if (std::fclose(m_file.release()) != 0 || isBroken)
         throw QZmath::OutputError(refusal(m_path, errno != 0 ? std::strerror(errno) : "it is not complete"));
 }

@@ -2,7 +2,6 @@
 #include <QZmath/Files/Streams/ByteSink.h>
 
 #include <QZmath/Files/Errors.h>
-#include <QZmath/Files/Streams/SystemReason.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -27,7 +26,7 @@ ByteSink::ByteSink(std::string const & path, std::string const & name)
     m_file = path == "-" ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
                          : open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOCTTY);
     if (m_file < 0)
-        throw OutputError("cannot write " + m_name + ": " + systemReason(errno));
+        throw OutputError("cannot write " + m_name + ": " + VsUt::systemReason(errno));
 }
 
 ByteSink::ByteSink(std::ostream & stream) : m_name("to the stream"), m_stream(&stream), m_buffer(st_capacity)
@@ -88,7 +87,8 @@ void ByteSink::handOn(char const * data, std::size_t length)
             if (count < 0 && errno == EINTR)
                 continue;
             if (count <= 0)
-                throw OutputError("cannot write " + m_name + ": " + systemReason(count < 0 ? errno : EIO));
+                throw OutputError("cannot write " + m_name + ": " +
+                                  VsUt::systemReason(count < 0 ? errno : EIO));
             written = static_cast<std::size_t>(count);
         }
         data += written;
@@ -114,7 +114,7 @@ void ByteSink::finish()
         error = errno;
     m_file = -1;
     if (error != 0)
-        throw OutputError("cannot write " + m_name + ": " + systemReason(error));
+        throw OutputError("cannot write " + m_name + ": " + VsUt::systemReason(error));
 }
 
 } // namespace QZmath

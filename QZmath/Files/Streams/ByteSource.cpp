@@ -2,7 +2,6 @@
 #include <QZmath/Files/Streams/ByteSource.h>
 
 #include <QZmath/Files/Errors.h>
-#include <QZmath/Files/Streams/SystemReason.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -37,13 +36,13 @@ ByteSource::ByteSource(std::string const & path)
     m_file = isStandardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                              : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     if (m_file < 0)
-        throw InputError("cannot open " + name + ": " + systemReason(errno));
+        throw InputError("cannot open " + name + ": " + VsUt::systemReason(errno));
     struct stat status;
     int const result = fstat(m_file, &status);
     int const error = errno;
     if (result != 0 || S_ISDIR(status.st_mode)) {
         close(m_file);
-        throw InputError(result != 0 ? "cannot open " + name + ": " + systemReason(error)
+        throw InputError(result != 0 ? "cannot open " + name + ": " + VsUt::systemReason(error)
                                      : name + " is a folder, not a file");
     }
     m_isSizeKnown = S_ISREG(status.st_mode);
@@ -91,7 +90,7 @@ std::size_t ByteSource::fill(char * bytes, std::size_t length)
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            throw InputError("the input could not be read: " + systemReason(errno));
+            throw InputError("the input could not be read: " + VsUt::systemReason(errno));
         if (count == 0)
             break;
         total += static_cast<std::size_t>(count);
