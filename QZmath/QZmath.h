@@ -71,6 +71,7 @@
 #include <QZmath/Persistence/BinaryStream.h>
 #include <QZmath/Persistence/Colors.h>
 #include <QZmath/Persistence/ComponentFilters.h>
+#include <QZmath/Persistence/Documents.h>
 #include <QZmath/Persistence/ExternVector.h>
 #include <QZmath/Persistence/GraphObject.h>
 #include <QZmath/Persistence/Heap.h>

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Persistence/ComponentFilters.h>
 
-#include <algorithm>
-#include <array>
-#include <cstring>
-#include <limits>
+#include <QZmath/Persistence/ComponentHeaderDetail.h>
+
 #include <stdexcept>
 #include <typeinfo>
 #include <utility>
@@ -14,33 +12,6 @@ namespace VsF
 
 namespace
 {
-
-constexpr std::size_t headerSize = 128;
-constexpr std::size_t sizeOffset = 10;
-constexpr std::size_t versionOffset = 18;
-constexpr std::size_t blockMarkOffset = 22;
-constexpr std::size_t blockMarkSize = 30;
-constexpr std::int64_t maxDataSize =
-    std::numeric_limits<std::int64_t>::max() - static_cast<std::int64_t>(headerSize);
-constexpr char mark[] = "VsCmpWrp";
-
-using TF_HeaderBytes = std::array<unsigned char, headerSize>;
-
-template <class Unsigned>
-void storeLittleEndian(Unsigned value, unsigned char * bytes)
-{
-    for (std::size_t k = 0; k < sizeof(Unsigned); ++k)
-        bytes[k] = static_cast<unsigned char>(value >> (8 * k));
-}
-
-template <class Unsigned>
-Unsigned loadLittleEndian(unsigned char const * bytes)
-{
-    Unsigned value = 0;
-    for (std::size_t k = 0; k < sizeof(Unsigned); ++k)
-        value |= Unsigned{bytes[k]} << (8 * k);
-    return value;
-}
 
 void warnOfSkip(ISaveLoadLog * log, std::wstring const & text)
 {
@@ -52,7 +23,10 @@ void warnOfSkip(ISaveLoadLog * log, std::wstring const & text)
 
 CFileReadError::~CFileReadError() = default;
 CFileWriteError::~CFileWriteError() = default;
+
+CUnknownFormatError::CUnknownFormatError(std::string reason) : CVescaException(std::move(reason)) {}
 CUnknownFormatError::~CUnknownFormatError() = default;
+char const * CUnknownFormatError::what() const noexcept { return "Vesca exception"; }
 
 CStringWarning::CStringWarning(std::wstring message) : m_message(std::move(message)) {}
 
@@ -71,24 +45,9 @@ void IDeltaStateLogger::FinalizeLoading()
 
 IComponentFilter::~IComponentFilter() = default;
 
-struct CInnerHeaderWrapper::SWrapData
+struct CInnerHeaderWrapper::SWrapData : ComponentHeader
 {
-    TF_HeaderBytes bytes{};
-
-    std::int64_t size() const
-    {
-        return static_cast<std::int64_t>(loadLittleEndian<std::uint64_t>(bytes.data() + sizeOffset));
-    }
-    std::int32_t version() const
-    {
-        return static_cast<std::int32_t>(loadLittleEndian<std::uint32_t>(bytes.data() + versionOffset));
-    }
-    bool hasBlockMark(std::string const & blockMark) const
-    {
-        auto const begin = bytes.begin() + blockMarkOffset;
-        auto const end = std::find(begin, begin + blockMarkSize, 0);
-        return end != begin + blockMarkSize && std::string(begin, end) == blockMark;
-    }
+    using ComponentHeader::ComponentHeader;
 };
 
 CInnerHeaderWrapper::CInnerHeaderWrapper(IComponentFilter * subFilter, ISaveLoadLog * log,
@@ -107,7 +66,10 @@ CInnerHeaderWrapper::CInnerHeaderWrapper(IVescaBinaryStream & stream, ISaveLoadL
 
 CInnerHeaderWrapper::~CInnerHeaderWrapper() = default;
 
-std::int64_t CInnerHeaderWrapper::getWrapHeaderSize() { return static_cast<std::int64_t>(headerSize); }
+std::int64_t CInnerHeaderWrapper::getWrapHeaderSize()
+{
+    return static_cast<std::int64_t>(ComponentHeader::length);
+}
 
 std::int64_t CInnerHeaderWrapper::OnSave()
 {
@@ -115,7 +77,7 @@ std::int64_t CInnerHeaderWrapper::OnSave()
         throw CVescaTextException("Internal logic error CInnerHeaderWrapper");
     SaveComponentHeader();
     std::int64_t const saved = m_subFilter->Save();
-    if (saved < 0 || saved > maxDataSize)
+    if (saved < 0 || saved > ComponentHeader::maxDataSize)
         throw CFileWriteError();
     FillSavedBytes(saved);
     return saved + getWrapHeaderSize();
@@ -123,38 +85,34 @@ std::int64_t CInnerHeaderWrapper::OnSave()
 
 void CInnerHeaderWrapper::SaveComponentHeader()
 {
-    std::string const blockMark = m_subFilter->GetBlockMark();
-    if (blockMark.size() >= blockMarkSize || blockMark.find('\0') != std::string::npos)
-        throw CVescaException("Block mark does not fit into the header of a component: " + blockMark);
-    SWrapData header;
-    std::memcpy(header.bytes.data(), mark, sizeof mark);
-    storeLittleEndian(~std::uint64_t{0}, header.bytes.data() + sizeOffset);
-    storeLittleEndian(static_cast<std::uint32_t>(m_subFilter->GetVersion()),
-                      header.bytes.data() + versionOffset);
-    std::copy(blockMark.begin(), blockMark.end(), header.bytes.begin() + blockMarkOffset);
-    m_stream->writeData(headerSize, header.bytes.data());
+    SWrapData const header(*m_subFilter);
+    m_stream->writeData(header.bytes.size(), header.bytes.data());
 }
 
 void CInnerHeaderWrapper::FillSavedBytes(std::int64_t saved)
 {
-    std::array<unsigned char, sizeof(std::uint64_t)> size;
-    storeLittleEndian(static_cast<std::uint64_t>(saved), size.data());
-    long const backToSize = static_cast<long>(saved) + static_cast<long>(headerSize - sizeOffset);
+    SWrapData header;
+    header.store(SWrapData::sizeOffset, static_cast<std::uint64_t>(saved));
+    long const sizeOfSize = static_cast<long>(sizeof(std::uint64_t));
+    long const backToSize =
+        static_cast<long>(saved) + static_cast<long>(SWrapData::length - SWrapData::sizeOffset);
     m_stream->skipReadData(-backToSize);
-    m_stream->writeData(size.size(), size.data());
-    m_stream->skipReadData(backToSize - static_cast<long>(size.size()));
+    m_stream->writeData(sizeof(std::uint64_t), header.bytes.data() + SWrapData::sizeOffset);
+    m_stream->skipReadData(backToSize - sizeOfSize);
 }
 
 std::int64_t CInnerHeaderWrapper::OnLoad(IDeltaStateLogger & logger)
 {
     SWrapData header;
-    m_stream->readData(headerSize, header.bytes.data());
+    m_stream->readData(header.bytes.size(), header.bytes.data());
     if (!RecognizeCompHeader(header))
-        throw CUnknownFormatError();
+        throw CUnknownFormatError(header.whyUnknown());
     std::int64_t const size = header.size();
     if (isForSubFilter(header)) {
-        if (m_subFilter->Load(logger) != size)
-            throw CUnknownFormatError();
+        std::int64_t const loaded = m_subFilter->Load(logger);
+        if (loaded != size)
+            throw CUnknownFormatError(header.describe() + " was read as " + std::to_string(loaded) +
+                                      " bytes, its header announces " + std::to_string(size));
     } else {
         SkipData(size);
     }
@@ -163,13 +121,12 @@ std::int64_t CInnerHeaderWrapper::OnLoad(IDeltaStateLogger & logger)
 
 bool CInnerHeaderWrapper::RecognizeCompHeader(SWrapData & header)
 {
-    return std::memcmp(header.bytes.data(), mark, sizeof mark) == 0 && header.size() >= 0 &&
-           header.size() <= maxDataSize;
+    return header.hasMark() && header.hasSize();
 }
 
 bool CInnerHeaderWrapper::isForSubFilter(SWrapData const & header) const
 {
-    return m_subFilter && header.hasBlockMark(m_subFilter->GetBlockMark()) &&
+    return m_subFilter && header.blockMark() == m_subFilter->GetBlockMark() &&
            header.version() == m_subFilter->GetVersion();
 }
 

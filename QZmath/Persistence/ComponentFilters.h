@@ -42,7 +42,13 @@ public:
 class QZMATH_API CUnknownFormatError : public CVescaException
 {
 public:
+    CUnknownFormatError() = default;
+    explicit CUnknownFormatError(std::string reason);
     ~CUnknownFormatError() override;
+    /// "Vesca exception", whatever the reason: programs compare it.
+    char const * what() const noexcept override;
+    /// What is unknown, for people; "Vesca exception" where nobody said.
+    char const * GetReason() const noexcept { return CVescaException::what(); }
 };
 
 /// A warning that is its text.

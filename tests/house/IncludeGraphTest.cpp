@@ -125,7 +125,7 @@ TEST_F(IncludeGraph, EveryArrowIsListed)
         {"BlockProcessor", {"QZsys"}},
         {"Fitting", {"QZsys", "Backend", "Foundation"}},
         {"SurfaceAnalysis", {"QZsys", "Backend", "Foundation"}},
-        {"Persistence", {"QZsys", "Foundation"}},
+        {"Persistence", {"QZsys", "Backend", "Foundation"}},
         {"Reconstruction", {"QZsys", "Backend", "Foundation", "VolTriang", "SurfaceAnalysis"}},
         {"Files", {"QZsys", "Foundation"}},
     };
