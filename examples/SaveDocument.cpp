@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // A document of three components is saved, and then read by an older program that knows only two of them: it
-// skips the third by the size in its header, says so, and goes on.
+// skips the third by the size in its header, says so, and goes on. At last a bit of the file changes, and the
+// document is refused instead of being loaded as something else.
 
-#include <QZmath/Persistence/ComponentFilters.h>
+#include <QZmath/Persistence/Documents.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -126,31 +131,49 @@ private:
     void OnFinalizeLoading() override { finished = true; }
 };
 
-void save(std::FILE * file, Points points, Planes planes, Title title)
+// Until the commit, an older document of this name stays as it is.
+void save(std::string const & path, Points points, Planes planes, Title title)
 {
-    CFileBinaryStream stream(file);
-    auto const saveOne = [](VsF::IComponentFilter * filter) {
+    VsF::CDocumentSaver saver(path);
+    auto const saveOne = [&saver](std::unique_ptr<VsF::IComponentFilter> filter) {
         std::string const name = filter->GetBlockMark();
-        long long const length = VsF::CInnerHeaderWrapper(filter, nullptr, L"").Save();
+        long long const length = saver.Save(std::move(filter));
         std::printf("%s: %lld bytes with the header\n", name.c_str(), length);
     };
-    saveOne(new PointsFilter(stream, points));
-    saveOne(new FixedFilter<Planes>(stream, "Planes", 1, planes));
-    saveOne(new FixedFilter<Title>(stream, "Title", 1, title));
+    saveOne(std::make_unique<PointsFilter>(saver.GetStream(), points));
+    saveOne(std::make_unique<FixedFilter<Planes>>(saver.GetStream(), "Planes", 1, planes));
+    saveOne(std::make_unique<FixedFilter<Title>>(saver.GetStream(), "Title", 1, title));
+    saver.Commit();
 }
 
 // Knows nothing of planes. Where a component of another name or version stands, the filter stays unused.
-void loadAsOldProgram(std::FILE * file, Points & points, Title & title, Log & log, Logger & logger)
+void loadAsOldProgram(std::string const & path, Points & points, Title & title, Log & log, Logger & logger)
 {
-    CFileBinaryStream stream(file);
-    VsF::CInnerHeaderWrapper(new PointsFilter(stream, points), &log, L"the points are in an unknown form")
-        .Load(logger);
-    VsF::CInnerHeaderWrapper(stream, &log, L"a part of the document is of a newer kind and was left out")
-        .Load(logger);
-    VsF::CInnerHeaderWrapper(new FixedFilter<Title>(stream, "Title", 1, title), &log,
-                             L"the title is in an unknown form")
-        .Load(logger);
+    VsF::CDocumentLoader loader(path); // throws when the document is damaged
+    std::printf("the document is %s\n", loader.IsVerified() ? "what was saved" : "without checksums");
+    loader.Load(std::make_unique<PointsFilter>(loader.GetStream(), points), logger, &log,
+                L"the points are in an unknown form");
+    loader.Load(nullptr, logger, &log, L"a part of the document is of a newer kind and was left out");
+    loader.Load(std::make_unique<FixedFilter<Title>>(loader.GetStream(), "Title", 1, title), logger, &log,
+                L"the title is in an unknown form");
     logger.FinalizeLoading();
+}
+
+bool isDamageFound(std::string const & path)
+{
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekg(5000);
+    char const sound = char(file.get());
+    file.seekp(5000);
+    file.put(char(sound ^ 1));
+    file.close();
+    try {
+        VsF::CDocumentLoader loader(path);
+    } catch (VsF::CDocumentError const & error) {
+        std::printf("after a bit has changed: %s\n", error.what());
+        return error.GetComponent() == 1;
+    }
+    return false;
 }
 
 } // namespace
@@ -165,21 +188,22 @@ int main()
     Planes const planes = {0, 0, 1, -0.5, 1, 0, 0, 0.25};
     Title const title = {"A spring of ten thousand points"};
 
-    CFileWrapClose const file(std::tmpfile());
-    if (!file.FilePtr())
-        return 1;
     Points loadedPoints;
     Title loadedTitle{};
     Log log;
     Logger logger;
+    bool isGood = false;
+    std::string const path =
+        std::filesystem::temp_directory_path() / ("spring" + std::to_string(std::random_device()()));
     try {
-        save(file.FilePtr(), points, planes, title);
-        std::rewind(file.FilePtr());
-        loadAsOldProgram(file.FilePtr(), loadedPoints, loadedTitle, log, logger);
+        save(path, points, planes, title);
+        loadAsOldProgram(path, loadedPoints, loadedTitle, log, logger);
+        isGood = loadedPoints == points && loadedTitle == title && log.warnings == 1 && logger.finished &&
+                 isDamageFound(path);
     } catch (CVescaException const & error) {
         std::printf("%s\n", error.what());
-        return 1;
     }
+    std::filesystem::remove(path);
     std::printf("loaded: \"%s\", %zu points\n", loadedTitle.data(), loadedPoints.size());
-    return loadedPoints == points && loadedTitle == title && log.warnings == 1 && logger.finished ? 0 : 1;
+    return isGood ? 0 : 1;
 }

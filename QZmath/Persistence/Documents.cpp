@@ -82,7 +82,7 @@ private:
 class SummingStream : public IVescaBinaryStream
 {
 public:
-    explicit SummingStream(std::FILE * file) : m_file(file) {}
+    SummingStream(std::FILE * file, bool sums) : m_file(file), m_sums(sums) {}
 
     void beginComponent(std::int64_t position)
     {
@@ -112,7 +112,7 @@ public:
         if (!m_isOpen || m_position < m_begin)
             throw CVescaException("only filters write to a document, each its component");
         m_file.writeData(size, buffer);
-        if (m_position == m_end)
+        if (m_position == m_end && m_sums)
             m_sum = QzBackend::crc32(m_sum, buffer, size);
         else
             m_onlyAppended = false;
@@ -123,6 +123,7 @@ public:
 
 private:
     CFileBinaryStream m_file;
+    bool m_sums; // no sum is asked for otherwise
     std::int64_t m_begin = 0;
     std::int64_t m_end = 0; // behind the last byte written
     std::int64_t m_position = 0;
@@ -347,7 +348,7 @@ CDocumentSaver::CDocumentSaver(std::string const & path, DocumentChecksums check
     m_state->file = CFileWrapClose(std::fopen(place.c_str(), "w+be"));
     if (!m_state->file.FilePtr())
         throwCannot("write", path, VsUt::systemReason(errno));
-    m_state->stream = std::make_unique<SummingStream>(m_state->file.FilePtr());
+    m_state->stream = std::make_unique<SummingStream>(m_state->file.FilePtr(), m_state->isSealed);
 }
 
 CDocumentSaver::~CDocumentSaver() = default;

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Saving and loading of a component of 1 GiB beside a loop of plain `write` and `read` calls with blocks of
-// the same size, and a pass over an external vector beside one of plain `fread` over a file of the same
-// content. The files lie in the folder that TMPDIR names (/tmp without one) and stay in the page cache.
+// the same size, the same component in a document with and without checksums, and a pass over an external
+// vector beside one of plain `fread` over a file of the same content. The files lie in the folder that TMPDIR
+// names (/tmp without one) and stay in the page cache.
 
-#include <QZmath/Persistence/ComponentFilters.h>
+#include <QZmath/Persistence/Documents.h>
 #include <QZmath/Persistence/ExternVector.h>
 #include <QZsys/TemporaryFile.h>
 
@@ -14,7 +15,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <unistd.h>
@@ -130,6 +133,45 @@ void loadPlainly(benchmark::State & state)
     state.SetBytesProcessed(state.iterations() * componentBytes);
 }
 
+// The argument is 1 with checksums.
+std::string documentOf(benchmark::State const & state)
+{
+    std::string const name =
+        "QZmathBenchmark" + std::to_string(::getpid()) + "-" + std::to_string(state.range(0));
+    return std::filesystem::temp_directory_path() / name;
+}
+
+void saveOnce(std::string const & path, benchmark::State const & state, std::vector<char> & block)
+{
+    VsF::CDocumentSaver saver(path, VsF::DocumentChecksums(state.range(0)));
+    saver.Save(std::make_unique<Blocks>(saver.GetStream(), block));
+    saver.Commit();
+}
+
+void saveDocument(benchmark::State & state)
+{
+    std::vector<char> block(std::size_t(1) << 20, 'x');
+    std::string const path = documentOf(state);
+    for (auto _ : state)
+        saveOnce(path, state, block);
+    std::filesystem::remove(path);
+    state.SetBytesProcessed(state.iterations() * componentBytes);
+}
+
+void loadDocument(benchmark::State & state)
+{
+    std::vector<char> block(std::size_t(1) << 20, 'x');
+    std::string const path = documentOf(state);
+    saveOnce(path, state, block);
+    Logger logger;
+    for (auto _ : state) {
+        VsF::CDocumentLoader loader(path);
+        loader.Load(std::make_unique<Blocks>(loader.GetStream(), block), logger);
+    }
+    std::filesystem::remove(path);
+    state.SetBytesProcessed(state.iterations() * componentBytes);
+}
+
 // Elements of a vector of 256 MiB, by their size.
 std::size_t elementCount(benchmark::State const & state)
 {
@@ -176,6 +218,8 @@ BENCHMARK(savePlainly)->Arg(4096)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
 BENCHMARK(save)->Arg(4096)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
 BENCHMARK(loadPlainly)->Arg(4096)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
 BENCHMARK(load)->Arg(4096)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK(saveDocument)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(loadDocument)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(freadPass)->Arg(64)->Arg(1024)->Arg(1 << 16)->Unit(benchmark::kMillisecond);
 BENCHMARK(vectorPass)->Arg(64)->Arg(1024)->Arg(1 << 16)->Unit(benchmark::kMillisecond);
 
