@@ -88,8 +88,8 @@ class QZMATH_API CDocumentLoader
 {
 public:
     /// Throws `CVescaException` when the file cannot be read, `CDocumentError` when it is empty or damaged.
-    /// What is changed within 32 neighbouring bits is found, as are bytes and components that were lost, added
-    /// or exchanged; of greater changes one in 2^32 is not.
+    /// What is changed within 32 neighbouring bits is found, as are bytes and components that were lost,
+    /// added or exchanged; of greater changes one in 2^32 is not.
     explicit CDocumentLoader(std::string const & path);
     /// The same for an open file that can go back, from its beginning.
     explicit CDocumentLoader(CFileWrapClose const & file);
