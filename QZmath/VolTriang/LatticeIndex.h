@@ -39,6 +39,7 @@ public:
 
 private:
     friend class CLatticeBoxCursor;
+    friend class LatticeSweep;
 
     struct Point
     {

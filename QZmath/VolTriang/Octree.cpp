@@ -1,128 +1,201 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Octree.h>
 
-#include <QZmath/VolTriang/Tree/LatticeHash.h>
+#include <QZmath/Backend/Parallel.h>
+#include <QZmath/VolTriang/Tree/LatticeSweep.h>
+#include <QZmath/VolTriang/Tree/SortedCells.h>
 #include <QZmath/VolTriang/Tree/TreeRule.h>
 
+#include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
-#include <array>
+#include <atomic>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <new>
+#include <utility>
 
 namespace VolTr
 {
 
-// Numbers cells and nodes in the order in which the samples first touch them. The hash tables live only while
-// the tree is built; afterwards the sorted sets answer all look-ups.
+using QzBackend::LoopTeam;
+
+namespace
+{
+
+// Fewer samples are not worth other threads.
+int const leastForThreads = 20000;
+int const elementsPerChunk = 1 << 15;
+
+int bitsIn(unsigned bits)
+{
+    bits = (bits & 0x55U) + (bits >> 1 & 0x55U);
+    bits = (bits & 0x33U) + (bits >> 2 & 0x33U);
+    return static_cast<int>((bits & 0x0fU) + (bits >> 4));
+}
+
+// Calls body(begin, end) for ranges of indices.
+template <class Body>
+void forChunks(LoopTeam & team, std::size_t count, Body const & body)
+{
+    team.forEach(static_cast<int>((count + elementsPerChunk - 1) / elementsPerChunk), [&](int chunk) {
+        std::size_t const begin = static_cast<std::size_t>(chunk) * elementsPerChunk;
+        body(begin, std::min(count, begin + elementsPerChunk));
+    });
+}
+
+// Replaces counts by the sums of those before them, and returns the sum of all.
+std::int64_t sumUp(LoopTeam & team, std::vector<int> & counts)
+{
+    std::vector<std::int64_t> sums((counts.size() + elementsPerChunk - 1) / elementsPerChunk + 1, 0);
+    forChunks(team, counts.size(), [&](std::size_t begin, std::size_t end) {
+        for (std::size_t n = begin; n < end; ++n)
+            sums[begin / elementsPerChunk + 1] += counts[n];
+    });
+    for (std::size_t chunk = 1; chunk < sums.size(); ++chunk)
+        sums[chunk] += sums[chunk - 1];
+    if (sums.back() > INT_MAX)
+        throw std::bad_alloc(); // more than `int` can number
+    forChunks(team, counts.size(), [&](std::size_t begin, std::size_t end) {
+        std::int64_t sum = sums[begin / elementsPerChunk];
+        for (std::size_t n = begin; n < end; ++n) {
+            int const count = counts[n];
+            counts[n] = static_cast<int>(sum);
+            sum += count;
+        }
+    });
+    return sums.back();
+}
+
+} // namespace
+
+// Cells and nodes are found sorted: the cells by sorting the samples, the nodes of a depth from the cells by
+// merging their lines. Their numbers are to be those of a walk over the samples that numbers what it meets
+// first, each cell with its nodes by depth and corner. So a cell's number is its rank by its least sample,
+// and a node belongs to the cell of the least number around it and follows that cell's other nodes.
 class COctree::Builder
 {
 public:
-    explicit Builder(COctree & octree)
-        : m_octree(octree), m_lastBase(static_cast<std::size_t>(octree.m_nodeDepthEnd), CInt3())
-    {}
+    Builder(COctree & octree, LoopTeam & team) : m_octree(octree), m_team(team), m_sweep(team) {}
 
-    void insertPoint(CInt3 const & cell)
+    void run()
     {
-        std::vector<CInt3> & cells = m_octree.m_cells;
-        std::uint64_t const hash = CLatticeHash::hashOf(cell, 0);
-        int index =
-            m_cellTable.find(hash, [&](int other) { return cells[static_cast<std::size_t>(other)] == cell; });
-        if (index < 0) {
-            index = m_octree.getCellsNumberOnDeepestLevel();
-            cells.push_back(cell);
-            m_cellTable.insert(hash, index, [&](int other) {
-                return CLatticeHash::hashOf(cells[static_cast<std::size_t>(other)], 0);
-            });
-            addNodesAround(cell);
-        }
-        m_octree.m_sampleCells.push_back(index);
+        TreeCube const & cube = *m_octree.m_cube;
+        SortedCells cells = sortIntoCells(*m_octree.m_samples, cube, m_team, 0.6);
+        numberCells(cells);
+        m_octree.m_cellSamples = std::move(cells.samples);
+        m_octree.m_cellSamplesBegin = std::move(cells.samplesBegin);
+        cells = {};
+        m_team.setPosition(0.7);
+        findNodes();
+        m_team.setPosition(0.9);
+        numberNodes();
     }
 
 private:
-    struct HashedNode
+    // The nodes of a depth.
+    struct Level
     {
-        CTreeNode node;
-        std::uint64_t hash = 0;
+        LatticeSweep::Surroundings nodes;             // payloads: cells that they belong to
+        std::vector<std::atomic<std::uint8_t>> owned; // by cell: the corners of its nodes
     };
 
-    // The eight nodes around a cell at a depth follow from the first of them, so a first node that served
-    // another cell before stands for all eight. Nearly every look-up misses the cache where samples come in
-    // no order, so all that can be are begun before any is finished.
-    void addNodesAround(CInt3 const & cell)
+    void numberCells(SortedCells const & cells)
     {
-        std::array<HashedNode, MAX_DEPTH + 1> firstNodes;
-        int const begin = m_octree.m_nodeDepthBegin;
-        int const end = m_octree.m_nodeDepthEnd;
-        for (int depth = begin; depth < end; ++depth)
-            firstNodes[static_cast<std::size_t>(depth)] = hashNode(cell, depth, 0);
-        for (int depth = begin; depth < end; ++depth)
-            prefetchNode(firstNodes[static_cast<std::size_t>(depth)]);
-        for (int depth = begin; depth < end; ++depth) {
-            HashedNode const & firstNode = firstNodes[static_cast<std::size_t>(depth)];
-            CInt3 & lastBase = m_lastBase[static_cast<std::size_t>(depth)];
-            if (firstNode.node.shift() == lastBase && m_octree.m_cells.size() > 1)
-                continue;
-            lastBase = firstNode.node.shift();
-            std::size_t const first = static_cast<std::size_t>(addNode(firstNode));
-            if (m_surrounded[first])
-                continue;
-            m_surrounded[first] = true;
-            std::array<HashedNode, 8> corners;
-            std::size_t const nodesPerCell =
-                std::min(corners.size(), static_cast<std::size_t>(m_octree.m_policy->getNodesPerCell()));
-            for (std::size_t corner = 1; corner < nodesPerCell; ++corner)
-                corners[corner] = hashNode(cell, depth, static_cast<int>(corner));
-            for (std::size_t corner = 1; corner < nodesPerCell; ++corner)
-                prefetchNode(corners[corner]);
-            for (std::size_t corner = 1; corner < nodesPerCell; ++corner)
-                addNode(corners[corner]);
-        }
+        std::vector<int> & sampleCells = m_octree.m_sampleCells;
+        std::size_t const samplesNumber = cells.samples.size();
+        std::size_t const cellsNumber = cells.places.size();
+        auto const leastSample = [&](std::size_t cell) {
+            return static_cast<std::size_t>(
+                cells.samples[static_cast<std::size_t>(cells.samplesBegin[cell])]);
+        };
+        sampleCells.assign(samplesNumber, 0);
+        forChunks(m_team, cellsNumber, [&](std::size_t begin, std::size_t end) {
+            for (std::size_t cell = begin; cell < end; ++cell)
+                sampleCells[leastSample(cell)] = 1;
+        });
+        sumUp(m_team, sampleCells);
+        std::vector<int> numbers(cellsNumber);
+        m_octree.m_cells.resize(cellsNumber);
+        forChunks(m_team, cellsNumber, [&](std::size_t begin, std::size_t end) {
+            for (std::size_t cell = begin; cell < end; ++cell) {
+                numbers[cell] = sampleCells[leastSample(cell)];
+                m_octree.m_cells[static_cast<std::size_t>(numbers[cell])] = cells.places[cell];
+            }
+        });
+        forChunks(m_team, cellsNumber, [&](std::size_t begin, std::size_t end) {
+            for (std::size_t cell = begin; cell < end; ++cell) {
+                for (int n = cells.samplesBegin[cell]; n < cells.samplesBegin[cell + 1]; ++n)
+                    sampleCells[static_cast<std::size_t>(cells.samples[static_cast<std::size_t>(n)])] =
+                        numbers[cell];
+            }
+        });
+        m_octree.m_cellIndex = m_sweep.sorted(cells.places, numbers);
     }
 
-    HashedNode hashNode(CInt3 const & cell, int depth, int corner) const
+    void findNodes()
     {
-        HashedNode result;
-        m_octree.makeCellNode(&result.node, depth, cell, corner);
-        result.hash = CLatticeHash::hashOf(result.node.shift(), depth);
-        m_nodeTable.prefetch(result.hash);
-        return result;
-    }
-
-    void prefetchNode(HashedNode const & hashed) const
-    {
-        int const candidate = m_nodeTable.first(hashed.hash);
-        if (candidate >= 0)
-            __builtin_prefetch(&m_octree.m_nodes[static_cast<std::size_t>(candidate)]);
-    }
-
-    int addNode(HashedNode const & hashed)
-    {
-        std::vector<CTreeNode> & nodes = m_octree.m_nodes;
-        int index = m_nodeTable.find(
-            hashed.hash, [&](int other) { return nodes[static_cast<std::size_t>(other)] == hashed.node; });
-        if (index < 0) {
-            if (nodes.size() >= static_cast<std::size_t>(INT_MAX))
-                throw std::bad_alloc();
-            index = static_cast<int>(nodes.size());
-            nodes.push_back(hashed.node);
-            m_surrounded.push_back(false);
-            m_nodeTable.insert(hashed.hash, index, [&](int other) {
-                CTreeNode const & element = nodes[static_cast<std::size_t>(other)];
-                return CLatticeHash::hashOf(element.shift(), element.depth());
+        int const leaf = m_octree.m_depth;
+        bool const isCentred = m_octree.m_nodeDepthEnd <= leaf;
+        m_levels = std::vector<Level>(static_cast<std::size_t>(m_octree.m_nodeDepthEnd));
+        CLatticeIndex cells; // of the depth
+        CLatticeIndex const * deeper = &m_octree.m_cellIndex;
+        for (int depth = m_octree.m_nodeDepthEnd - 1; depth >= m_octree.m_nodeDepthBegin; --depth) {
+            // Nodes at corners span the cells of their depth. Cubes between nodes at centres hold the second
+            // half of a cell and the first of the next one, on each axis.
+            CLatticeIndex const cubes = isCentred ? m_sweep.halved(*deeper, -1) : CLatticeIndex();
+            Level & level = m_levels[static_cast<std::size_t>(depth)];
+            level.nodes = m_sweep.surrounded(isCentred ? cubes : *deeper);
+            level.owned = std::vector<std::atomic<std::uint8_t>>(m_octree.m_cells.size());
+            m_sweep.forEachPoint(level.nodes.index, [&](int position, CInt3 const &, int & cell) {
+                level.owned[static_cast<std::size_t>(cell)].fetch_or(
+                    static_cast<std::uint8_t>(1U << level.nodes.corners[static_cast<std::size_t>(position)]),
+                    std::memory_order_relaxed);
             });
+            if (depth > m_octree.m_nodeDepthBegin) {
+                cells = m_sweep.halved(*deeper, 0);
+                deeper = &cells;
+            }
         }
-        return index;
+    }
+
+    void numberNodes()
+    {
+        std::vector<int> next(m_octree.m_cells.size(), 0); // of each cell's nodes
+        auto const addOwned = [&](Level const & level) {
+            forChunks(m_team, level.owned.size(), [&](std::size_t begin, std::size_t end) {
+                for (std::size_t cell = begin; cell < end; ++cell)
+                    next[cell] += bitsIn(level.owned[cell].load(std::memory_order_relaxed));
+            });
+        };
+        for (Level const & level : m_levels)
+            addOwned(level);
+        m_octree.m_nodes.resize(static_cast<std::size_t>(sumUp(m_team, next)));
+        m_octree.m_nodeIndex.resize(m_levels.size());
+        for (int depth = m_octree.m_nodeDepthBegin; depth < m_octree.m_nodeDepthEnd; ++depth) {
+            Level & level = m_levels[static_cast<std::size_t>(depth)];
+            CLatticeIndex & index = level.nodes.index;
+            int const shift = m_octree.m_depth - depth;
+            bool const isCentred = m_octree.m_nodeDepthEnd <= m_octree.m_depth;
+            m_sweep.scale(index, shift, isCentred ? 1 << (shift - 1) : 0);
+            m_sweep.forEachPoint(index, [&](int position, CInt3 const & place, int & payload) {
+                std::size_t const cell = static_cast<std::size_t>(payload);
+                unsigned const before = (1U << level.nodes.corners[static_cast<std::size_t>(position)]) - 1;
+                payload = next[cell] + bitsIn(level.owned[cell].load(std::memory_order_relaxed) & before);
+                m_octree.m_nodes[static_cast<std::size_t>(payload)] = CTreeNode(depth, place);
+            });
+            addOwned(level);
+            m_octree.m_nodeIndex[static_cast<std::size_t>(depth)] = std::move(index);
+            level = Level();
+        }
     }
 
     COctree & m_octree;
-    CLatticeHash m_cellTable;
-    CLatticeHash m_nodeTable;
-    std::vector<bool> m_surrounded; // by node: is it the first node of a cell whose eight nodes all exist
-    std::vector<CInt3>
-        m_lastBase; // by depth: first node of the cell before, since neighbours in a scan share it
+    LoopTeam & m_team;
+    LatticeSweep m_sweep;
+    std::vector<Level> m_levels; // by depth
 };
 
 COctree::COctree(IInputSamples const * samples, int depth, CProgressCounter * progress, bool useCenter,
@@ -140,72 +213,21 @@ COctree::~COctree() = default;
 
 void COctree::buildOctree(CProgressCounter * progress)
 {
-    int const samplesNumber = m_samples->pointsNumber();
+    int const threads = m_samples->pointsNumber() < leastForThreads
+                            ? 1
+                            : CVescaThreadingTasksHelper::getNumOfPhisicalThread();
     {
         CPrgCntSubPhase phase(progress, 0, 10, 0, true);
-        m_cube = std::make_unique<TreeCube const>(makeTreeCube(*m_samples, *m_policy));
+        LoopTeam::run(threads, progress, [&](LoopTeam & team) {
+            m_cube = std::make_unique<TreeCube const>(makeTreeCube(*m_samples, *m_policy, team));
+        });
     }
     std::copy_n(m_cube->min, 3, m_boxMin);
     std::copy_n(m_cube->max, 3, m_boxMax);
     m_unit = m_cube->size / m_cube->cellsPerAxis;
 
     CPrgCntSubPhase phase(progress, 10, 90, 0, true);
-    {
-        Builder builder(*this);
-        m_sampleCells.reserve(static_cast<std::size_t>(std::max(samplesNumber, 0)));
-        for (int sample = 0; sample < samplesNumber; ++sample) {
-            if (progress != nullptr)
-                progress->SetPosFloat(static_cast<double>(sample) / samplesNumber);
-            builder.insertPoint(m_cube->cellOf(m_samples->getSampleCoords3(sample)));
-        }
-    }
-    sortNodes();
-    sortCells();
-}
-
-void COctree::sortNodes()
-{
-    m_nodeIndex.resize(static_cast<std::size_t>(m_nodeDepthEnd));
-    std::vector<std::size_t> counts(static_cast<std::size_t>(m_nodeDepthEnd), 0);
-    for (CTreeNode const & node : m_nodes)
-        ++counts[static_cast<std::size_t>(node.depth())];
-    std::vector<CLatticeIndex::Entry> entries;
-    for (int depth = m_nodeDepthBegin; depth < m_nodeDepthEnd; ++depth) {
-        entries.clear();
-        entries.reserve(counts[static_cast<std::size_t>(depth)]);
-        for (std::size_t node = 0; node < m_nodes.size(); ++node) {
-            if (m_nodes[node].depth() == depth)
-                entries.push_back({m_nodes[node].shift(), static_cast<int>(node)});
-        }
-        m_nodeIndex[static_cast<std::size_t>(depth)].build(entries);
-    }
-}
-
-void COctree::sortCells()
-{
-    std::vector<CLatticeIndex::Entry> entries;
-    entries.reserve(m_cells.size());
-    for (std::size_t cell = 0; cell < m_cells.size(); ++cell)
-        entries.push_back({m_cells[cell], static_cast<int>(cell)});
-    m_cellIndex.build(entries);
-
-    std::vector<int> positionOfCell(m_cells.size());
-    for (std::size_t position = 0; position < m_cells.size(); ++position)
-        positionOfCell[static_cast<std::size_t>(m_cellIndex.payload(static_cast<int>(position)))] =
-            static_cast<int>(position);
-
-    m_cellSamplesBegin.assign(m_cells.size() + 1, 0);
-    for (int cell : m_sampleCells)
-        ++m_cellSamplesBegin[static_cast<std::size_t>(positionOfCell[static_cast<std::size_t>(cell)]) + 1];
-    for (std::size_t position = 1; position < m_cellSamplesBegin.size(); ++position)
-        m_cellSamplesBegin[position] += m_cellSamplesBegin[position - 1];
-    m_cellSamples.resize(m_sampleCells.size());
-    std::vector<int> next(m_cellSamplesBegin.begin(), m_cellSamplesBegin.end() - 1);
-    for (std::size_t sample = 0; sample < m_sampleCells.size(); ++sample) {
-        int const position = positionOfCell[static_cast<std::size_t>(m_sampleCells[sample])];
-        m_cellSamples[static_cast<std::size_t>(next[static_cast<std::size_t>(position)]++)] =
-            static_cast<int>(sample);
-    }
+    LoopTeam::run(threads, progress, [&](LoopTeam & team) { Builder(*this, team).run(); });
 }
 
 int COctree::realToLattice(double value, int axis, int ifNaN) const

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickPasses.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Stages/FactorEstimate.h>
@@ -37,7 +38,9 @@ void sortUnique(Places & places)
 // some thousands.
 Places findLeafCells(IInputSamples const & samples, INodesPositioningPolicy const & policy)
 {
-    TreeCube const cube = makeTreeCube(samples, policy);
+    TreeCube cube;
+    QzBackend::LoopTeam::run(CVescaThreadingTasksHelper::getNumOfPhisicalThread(), nullptr,
+                             [&](QzBackend::LoopTeam & team) { cube = makeTreeCube(samples, policy, team); });
     Places cells;
     cells.reserve(1 << 14);
     for (int sample = 0; sample < samples.pointsNumber(); ++sample) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Tree/TreeRule.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/Tree/NodeDepths.h>
@@ -12,6 +13,7 @@
 #include <cfloat>
 #include <cmath>
 #include <string>
+#include <vector>
 
 namespace VolTr
 {
@@ -21,6 +23,7 @@ namespace
 
 // Saturation bound of lattice coordinates: beyond any node of the deepest tree, with room for a step more.
 double const latticeBound = 1.5 * (1 << 30);
+int const samplesPerChunk = 1 << 15;
 
 } // namespace
 
@@ -54,30 +57,49 @@ CInt3 TreeCube::cellOf(float const * point) const
     return cell;
 }
 
-TreeCube makeTreeCube(IInputSamples const & samples, INodesPositioningPolicy const & policy)
+TreeCube makeTreeCube(IInputSamples const & samples, INodesPositioningPolicy const & policy,
+                      QzBackend::LoopTeam & team)
 {
+    struct Bounds
+    {
+        float low[3] = {FLT_MAX, FLT_MAX, FLT_MAX};
+        float high[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
+    };
     int const samplesNumber = samples.pointsNumber();
-    float low[3] = {FLT_MAX, FLT_MAX, FLT_MAX};
-    float high[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
-    for (int sample = 0; sample < samplesNumber; ++sample) {
-        float const * point = samples.getSampleCoords3(sample);
+    std::vector<Bounds> bounds(static_cast<std::size_t>(samplesNumber / samplesPerChunk + 1));
+    team.forEach(static_cast<int>(bounds.size()), [&](int chunk) {
+        Bounds & own = bounds[static_cast<std::size_t>(chunk)];
+        int const first = chunk * samplesPerChunk;
+        for (int sample = first; sample < first + std::min(samplesPerChunk, samplesNumber - first);
+             ++sample) {
+            float const * point = samples.getSampleCoords3(sample);
+            for (int axis = 0; axis < 3; ++axis) {
+                // The team rethrows what is thrown for the least index, which is that of the first bad
+                // sample.
+                if (!std::isfinite(point[axis]))
+                    throw CVescaTextException("Sample " + std::to_string(sample) +
+                                              " has a coordinate that is not finite");
+                own.low[axis] = std::min(own.low[axis], point[axis]);
+                own.high[axis] = std::max(own.high[axis], point[axis]);
+            }
+        }
+    });
+    Bounds all;
+    for (Bounds const & own : bounds) {
         for (int axis = 0; axis < 3; ++axis) {
-            if (!std::isfinite(point[axis]))
-                throw CVescaTextException("Sample " + std::to_string(sample) +
-                                          " has a coordinate that is not finite");
-            low[axis] = std::min(low[axis], point[axis]);
-            high[axis] = std::max(high[axis], point[axis]);
+            all.low[axis] = std::min(all.low[axis], own.low[axis]);
+            all.high[axis] = std::max(all.high[axis], own.high[axis]);
         }
     }
     // The floor makes a single sample, and samples that all coincide, legal.
     double extent = 1e-10;
     for (int axis = 0; axis < 3; ++axis)
-        extent = std::max(extent, static_cast<double>(high[axis]) - low[axis]);
+        extent = std::max(extent, static_cast<double>(all.high[axis]) - all.low[axis]);
     TreeCube cube;
     cube.cellsPerAxis = policy.getCellsPerAxis();
     cube.size = (policy.getBoxMargin() + 1.0) * extent;
     for (int axis = 0; axis < 3; ++axis) {
-        double const center = (static_cast<double>(low[axis]) + high[axis]) * 0.5;
+        double const center = (static_cast<double>(all.low[axis]) + all.high[axis]) * 0.5;
         cube.min[axis] = center - cube.size * 0.5;
         cube.max[axis] = center + cube.size * 0.5;
     }

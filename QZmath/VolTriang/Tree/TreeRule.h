@@ -6,6 +6,11 @@
 
 #include <memory>
 
+namespace QzBackend
+{
+class LoopTeam;
+}
+
 namespace VolTr
 {
 
@@ -35,6 +40,7 @@ struct TreeCube
 
 /// The cube around all samples.
 /// \throws std::exception that names the first sample with a coordinate that is not finite
-TreeCube makeTreeCube(IInputSamples const & samples, INodesPositioningPolicy const & policy);
+TreeCube makeTreeCube(IInputSamples const & samples, INodesPositioningPolicy const & policy,
+                      QzBackend::LoopTeam & team);
 
 } // namespace VolTr
