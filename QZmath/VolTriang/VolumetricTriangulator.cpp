@@ -111,7 +111,7 @@ void CVolumetricTriangulatorImpl::run(CReconstructionReport & report)
     if (m_params.getVariableDensity()) {
         inPhase("density weights", [&] {
             m_density = estimateSampleDensity(*m_samples, *m_octree, *m_basis, m_densityEstimationLevel,
-                                              m_progress, m_log);
+                                              threads, m_progress, m_log);
         });
         context.density = &m_density;
     }

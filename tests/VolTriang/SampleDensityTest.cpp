@@ -59,7 +59,7 @@ TEST(SampleDensity, SameBitsAsByItsDefinition)
                                      << cloud.points.size() << " samples, depth " << depth << " of "
                                      << estimation << ", factor " << factor << ", centred " << centred);
                         SampleDensity const density =
-                            estimateSampleDensity(cloud, octree, basis, estimation, nullptr, nullptr);
+                            estimateSampleDensity(cloud, octree, basis, estimation, 3, nullptr, nullptr);
                         std::vector<float> expected(cloud.points.size(), 0.0f);
                         addDensityByNodes(cloud, octree, basis, estimation, expected);
                         normalizeByLast(expected);

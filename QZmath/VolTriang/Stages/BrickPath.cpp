@@ -17,6 +17,8 @@
 #include <QZsys/Progress.h>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <utility>
@@ -31,11 +33,11 @@ namespace
 
 int const maxIterations = 200;
 
-// Finds the compact index of a node from its place.
+// Finds the compact indices of nodes from their places.
 class NodeFinder
 {
 public:
-    explicit NodeFinder(BrickLevel const & level) : m_level(&level)
+    explicit NodeFinder(BrickLevel const & level) : m_level(level)
     {
         m_rowStarts.reserve(level.rows.size());
         for (int brick = 0; brick < level.bricksNumber(); ++brick) {
@@ -47,22 +49,122 @@ public:
         }
     }
 
-    // The node must exist.
-    std::size_t indexOf(int x, int y, int z)
+    // The node must exist. `brick` is that of a node looked up before, or `noBrick`, and becomes its own.
+    std::size_t indexOf(int x, int y, int z, int & brick) const
     {
         std::array<int, 3> const place = {x >> 3, y >> 3, z >> 3};
-        if (m_brick < 0 || m_level->bricks[static_cast<std::size_t>(m_brick)] != place)
-            m_brick = m_level->find(place[0], place[1], place[2]);
-        std::size_t const row = static_cast<std::size_t>(m_brick * brickRows + (x & 7) * brickEdge + (y & 7));
-        unsigned const before = m_level->rows[row] & ((1U << (z & 7)) - 1);
-        return m_level->firstNode[static_cast<std::size_t>(m_brick)] + m_rowStarts[row] +
-               rowCounts.of[before];
+        if (brick < 0 || m_level.bricks[static_cast<std::size_t>(brick)] != place)
+            brick = m_level.find(place[0], place[1], place[2]);
+        std::size_t const row = static_cast<std::size_t>(brick * brickRows + (x & 7) * brickEdge + (y & 7));
+        unsigned const before = m_level.rows[row] & ((1U << (z & 7)) - 1);
+        return m_level.firstNode[static_cast<std::size_t>(brick)] + m_rowStarts[row] + rowCounts.of[before];
     }
 
 private:
-    BrickLevel const * m_level;
+    BrickLevel const & m_level;
     std::vector<std::uint16_t> m_rowStarts;
-    int m_brick = BrickLevel::noBrick; // of the last node
+};
+
+// The normals of the samples on the nodes of one depth. A thread takes a column of bricks along z with all
+// cells whose samples reach into it, so every node adds up in the order of the cells, and in them of the
+// samples, on whatever thread.
+class DepthSplat
+{
+public:
+    using Field = std::vector<std::array<double, 3>>;
+
+    // \param depths  of the nodes that each sample goes to; null when it is this one for all
+    DepthSplat(StageContext const & context, BrickLevel const & level,
+               std::vector<std::uint8_t> const * depths, int first, int deepest, Field & field)
+        : m_context(context), m_level(level), m_depths(depths), m_first(first), m_deepest(deepest),
+          m_finder(level), m_field(field), m_shift(context.octree.getLeafCellDepth() - level.depth),
+          m_edge(context.octree.getCellSize(level.depth))
+    {
+        for (std::array<int, 3> const & brick : level.bricks) {
+            if (m_columns.empty() || m_columns.back()[0] != brick[0] || m_columns.back()[1] != brick[1])
+                m_columns.push_back({brick[0], brick[1]});
+        }
+    }
+
+    void run(LoopTeam & team, double until)
+    {
+        team.forEach(
+            static_cast<int>(m_columns.size()),
+            [&](int column) { fillColumn(m_columns[static_cast<std::size_t>(column)]); }, until);
+    }
+
+private:
+    void fillColumn(std::array<int, 2> const & column)
+    {
+        COctree const & octree = m_context.octree;
+        CTreeNode first; // of the cell at the origin, to know where cubes between nodes begin
+        octree.makeCellNode(&first, m_level.depth, CInt3(0, 0, 0), 0);
+        // From the cubes below the first nodes of the column to those above the last ones.
+        int const low[2] = {brickEdge * column[0] - 1, brickEdge * column[1] - 1};
+        int const offset = first.shift().x() & ((1 << m_shift) - 1);
+        auto const cellAt = [&](int cube) { return cube * (1 << m_shift) + offset; };
+        CLatticeIndex const & cells = octree.getCellIndex();
+        int brick = BrickLevel::noBrick;
+        for (CLatticeBoxCursor it(
+                 &cells, CInt3(cellAt(low[0]), cellAt(low[1]), INT_MIN),
+                 CInt3(cellAt(low[0] + brickEdge + 1) - 1, cellAt(low[1] + brickEdge + 1) - 1, INT_MAX));
+             !it.isFinished(); it.next())
+            addCell(it.position(), it.place(), low, brick);
+    }
+
+    void addCell(int position, CInt3 const & cell, int const (&low)[2], int & brick)
+    {
+        COctree const & octree = m_context.octree;
+        CTreeNode node;
+        octree.makeCellNode(&node, m_level.depth, cell, 0);
+        double corner[3];
+        octree.cellCoordsToReal(corner, node.shift());
+        std::array<std::array<double, 3>, 8> sums = {};
+        bool isAny = false;
+        for (int const * it = octree.getSamplesBegin(position); it != octree.getSamplesEnd(position); ++it) {
+            if (m_depths != nullptr &&
+                (*m_depths)[static_cast<std::size_t>(*it)] != static_cast<std::uint8_t>(m_level.depth))
+                continue;
+            isAny = true;
+            float const weight = splatShareOf(m_context.density, *it, m_first, m_deepest).weight;
+            float const * const point = m_context.samples.getSampleCoords3(*it);
+            float const * const normal = m_context.samples.getSampleNormal3(*it);
+            double share[3][2];
+            for (int axis = 0; axis < 3; ++axis) {
+                share[axis][0] = trilinearShare(point[axis], corner[axis], m_edge);
+                share[axis][1] = trilinearShare(point[axis], corner[axis] + m_edge, m_edge);
+            }
+            for (std::size_t n = 0; n < 8; ++n) {
+                double const factor = share[0][n >> 2] * share[1][n >> 1 & 1] * weight * share[2][n & 1];
+                for (std::size_t axis = 0; axis < 3; ++axis)
+                    sums[n][axis] += normal[axis] * factor;
+            }
+        }
+        if (!isAny)
+            return;
+        int const place[3] = {node.shift().x() >> m_shift, node.shift().y() >> m_shift,
+                              node.shift().z() >> m_shift};
+        for (int n = 0; n < 8; ++n) {
+            int const x = place[0] + (n >> 2);
+            int const y = place[1] + (n >> 1 & 1);
+            if (x <= low[0] || x > low[0] + brickEdge || y <= low[1] || y > low[1] + brickEdge)
+                continue; // another column's
+            std::array<double, 3> & value = m_field[m_finder.indexOf(x, y, place[2] + (n & 1), brick)];
+            for (std::size_t axis = 0; axis < 3; ++axis)
+                value[axis] += sums[static_cast<std::size_t>(n)][axis];
+        }
+    }
+
+    StageContext const & m_context;
+    BrickLevel const & m_level;
+    std::vector<std::uint8_t> const * const m_depths;
+    int const m_first;
+    int const m_deepest;
+    NodeFinder const m_finder;
+    Field & m_field; // by compact index
+    int const m_shift;
+    double const m_edge;
+    std::vector<std::array<int, 2>> m_columns;
 };
 
 // The one-variable factor of the kernel, the same on each axis.
@@ -93,49 +195,41 @@ void BrickPath::prepare(StageContext const & context)
 
 void BrickPath::splat(StageContext const & context)
 {
-    IInputSamples const & samples = context.samples;
-    COctree const & octree = context.octree;
-    int const samplesNumber = samples.pointsNumber();
-    int const samplesPerStep = 1024;
+    int const samplesPerChunk = 1 << 15;
+    int const samplesNumber = context.samples.pointsNumber();
     int const deepest = m_lattice->endDepth() - 1;
     int const first = m_lattice->firstDepth();
     m_field.assign(m_lattice->nodes().size(), {0.0, 0.0, 0.0});
-    std::vector<std::optional<NodeFinder>> finders(static_cast<std::size_t>(m_lattice->endDepth()));
-    for (int sample = 0; sample < samplesNumber; ++sample) {
-        if (context.progress != nullptr && sample % samplesPerStep == 0)
-            context.progress->SetPosFloat(static_cast<double>(sample) / samplesNumber);
-        SplatShare const splat = splatShareOf(context.density, sample, first, deepest);
-        std::optional<NodeFinder> & finder = finders[static_cast<std::size_t>(splat.depth)];
-        if (!finder)
-            finder.emplace(m_lattice->level(splat.depth));
-
-        float const * const point = samples.getSampleCoords3(sample);
-        float const * const normal = samples.getSampleNormal3(sample);
-        CTreeNode node;
-        octree.makeCellNode(&node, splat.depth, octree.getCellOffset(octree.getCellByCoordinates(sample)), 0);
-        double low[3];
-        octree.cellCoordsToReal(low, node.shift());
-        double const edge = octree.getCellSize(splat.depth);
-        int place[3];
-        double share[3][2];
-        for (int axis = 0; axis < 3; ++axis) {
-            place[axis] = node.shift().coord(axis) >> (octree.getLeafCellDepth() - splat.depth);
-            share[axis][0] = trilinearShare(point[axis], low[axis], edge);
-            share[axis][1] = trilinearShare(point[axis], low[axis] + edge, edge);
+    LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
+        // Which sample goes to which depth, and which depths there are.
+        std::vector<std::uint8_t> depths;
+        std::vector<std::uint32_t> found(1, 1U << deepest);
+        if (context.density != nullptr) {
+            depths.resize(static_cast<std::size_t>(samplesNumber));
+            found.assign(depths.size() / samplesPerChunk + 1, 0);
+            team.forEach(
+                static_cast<int>(found.size()),
+                [&](int chunk) {
+                    int const begin = chunk * samplesPerChunk;
+                    int const end = begin + std::min(samplesPerChunk, samplesNumber - begin);
+                    for (int sample = begin; sample < end; ++sample) {
+                        int const depth = splatShareOf(context.density, sample, first, deepest).depth;
+                        depths[static_cast<std::size_t>(sample)] = static_cast<std::uint8_t>(depth);
+                        found[static_cast<std::size_t>(chunk)] |= 1U << depth;
+                    }
+                },
+                0.1);
         }
-        for (int x = 0; x < 2; ++x) {
-            for (int y = 0; y < 2; ++y) {
-                double const shareXY = share[0][x] * share[1][y] * splat.weight;
-                for (int z = 0; z < 2; ++z) {
-                    std::array<double, 3> & value =
-                        m_field[finder->indexOf(place[0] + x, place[1] + y, place[2] + z)];
-                    double const factor = shareXY * share[2][z];
-                    for (std::size_t axis = 0; axis < 3; ++axis)
-                        value[axis] += normal[axis] * factor;
-                }
-            }
+        std::uint32_t all = 0;
+        for (std::uint32_t const some : found)
+            all |= some;
+        for (int depth = first; depth <= deepest; ++depth) {
+            if ((all >> depth & 1U) != 0)
+                DepthSplat(context, m_lattice->level(depth), depths.empty() ? nullptr : &depths, first,
+                           deepest, m_field)
+                    .run(team, 0.1 + 0.9 * (depth - first + 1) / (deepest - first + 1));
         }
-    }
+    });
 }
 
 void BrickPath::assemble(StageContext const & context, RunPhases & phases)

@@ -1,24 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Basis/KernelEvaluator.h>
 #include <QZmath/VolTriang/Kernels.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/NormalizeByLast.h>
-#include <QZmath/VolTriang/Tree/LatticeHash.h>
 #include <QZmath/VolTriang/Tree/TrilinearShare.h>
-
-#include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cfloat>
 #include <cmath>
 #include <limits>
 
 namespace VolTr
 {
+
+using QzBackend::LoopTeam;
 
 namespace
 {
@@ -75,90 +76,114 @@ public:
         int end;
     };
 
-    NodeCubes(COctree const & octree, int depth)
+    NodeCubes(COctree const & octree, int depth, LoopTeam & team)
+        : cells(static_cast<std::size_t>(octree.getCellsNumberOnDeepestLevel()))
     {
+        // Cells of one plane of cubes follow each other.
+        std::vector<int> planes(1, 0); // positions at which they begin
         int const cellsNumber = octree.getCellsNumberOnDeepestLevel();
-        std::vector<int> cubeOfCell(static_cast<std::size_t>(cellsNumber));
-        CLatticeHash table;
-        int last = -1;
-        // Cells follow each other along z.
-        for (int position = 0; position < cellsNumber; ++position) {
+        auto const placeOf = [&](int position) {
             CTreeNode node;
             octree.makeCellNode(&node, depth, octree.getCellOffset(octree.getCellIndex().payload(position)),
                                 0);
-            CInt3 const place = node.shift();
-            if (last < 0 || !(cubes[static_cast<std::size_t>(last)].place == place)) {
-                std::uint64_t const hash = CLatticeHash::hashOf(place, 0);
-                last = table.find(
-                    hash, [&](int cube) { return cubes[static_cast<std::size_t>(cube)].place == place; });
-                if (last < 0) {
-                    last = static_cast<int>(cubes.size());
-                    cubes.push_back({place, 0, 0});
-                    table.insert(hash, last, [&](int cube) {
-                        return CLatticeHash::hashOf(cubes[static_cast<std::size_t>(cube)].place, 0);
-                    });
-                }
-            }
-            cubeOfCell[static_cast<std::size_t>(position)] = last;
-            ++cubes[static_cast<std::size_t>(last)].end;
+            return node.shift();
+        };
+        while (planes.back() < cellsNumber) {
+            // Doubled steps, then halved ones, to the last cell of the plane.
+            int const x = placeOf(planes.back()).x();
+            int last = planes.back();
+            int step = 1;
+            for (; last + step < cellsNumber && placeOf(last + step).x() == x; step *= 2)
+                last += step;
+            for (; step > 0; step /= 2)
+                last += last + step < cellsNumber && placeOf(last + step).x() == x ? step : 0;
+            planes.push_back(last + 1);
         }
-        int total = 0;
-        for (Cube & cube : cubes) {
-            cube.begin = total;
-            total += cube.end;
-            cube.end = cube.begin;
+        m_planes.resize(planes.size() - 1);
+        team.forEach(static_cast<int>(m_planes.size()), [&](int number) {
+            std::size_t const plane = static_cast<std::size_t>(number);
+            fillPlane(m_planes[plane], planes[plane], planes[plane + 1], placeOf);
+        });
+    }
+
+    // The cubes of one x, by z and y from above; planes ascend in x.
+    using Plane = std::vector<Cube>;
+    std::vector<Plane> const & planes() const { return m_planes; }
+
+    std::vector<int> cells; // positions in the octree's cell index, cube after cube
+
+private:
+    template <class PlaceOf>
+    void fillPlane(Plane & plane, int first, int end, PlaceOf const & placeOf)
+    {
+        struct Cell
+        {
+            int z;
+            int y;
+            int position;
+        };
+        std::vector<Cell> sorted;
+        sorted.reserve(static_cast<std::size_t>(end - first));
+        for (int position = first; position < end; ++position) {
+            CInt3 const place = placeOf(position);
+            sorted.push_back({place.z(), place.y(), position});
         }
-        cells.resize(cubeOfCell.size());
-        for (int position = 0; position < cellsNumber; ++position) {
-            Cube & cube = cubes[static_cast<std::size_t>(cubeOfCell[static_cast<std::size_t>(position)])];
-            cells[static_cast<std::size_t>(cube.end++)] = position;
+        std::sort(sorted.begin(), sorted.end(), [](Cell const & a, Cell const & b) {
+            if (a.z != b.z)
+                return a.z > b.z;
+            return a.y != b.y ? a.y > b.y : a.position < b.position;
+        });
+        int const x = placeOf(first).x();
+        for (std::size_t n = 0; n < sorted.size(); ++n) {
+            int const slot = first + static_cast<int>(n);
+            if (n == 0 || sorted[n].z != sorted[n - 1].z || sorted[n].y != sorted[n - 1].y)
+                plane.push_back({CInt3(x, sorted[n].y, sorted[n].z), slot, slot});
+            plane.back().end = slot + 1;
+            cells[static_cast<std::size_t>(slot)] = sorted[n].position;
         }
     }
 
-    std::vector<Cube> cubes;
-    std::vector<int> cells; // positions in the octree's cell index, cube after cube
+    std::vector<Plane> m_planes;
 };
 
-// Gives the bits of `addDensityByNodes`, cube by cube in the orders in which its walk over the nodes adds.
+// Gives the bits of `addDensityByNodes`: counts node by node in the order in which its walk adds, in tiles of
+// nodes whose columns along z no other thread touches, and spreads cube by cube.
 class DensityEstimator
 {
 public:
-    DensityEstimator(IInputSamples const & samples, COctree const & octree, Basis const & basis, int depth)
+    DensityEstimator(IInputSamples const & samples, COctree const & octree, Basis const & basis, int depth,
+                     LoopTeam & team)
         : m_samples(samples), m_octree(octree), m_basis(basis), m_depth(depth),
-          m_nodes(octree.getNodeIndex(depth)), m_cubes(octree, depth), m_edge(octree.getCellSize(depth)),
-          m_step(1 << (octree.getLeafCellDepth() - depth)), m_doubt(roundingOf(octree)),
-          m_counts(static_cast<std::size_t>(m_nodes.size()), 0.0),
-          m_isDoubtful(static_cast<std::size_t>(m_nodes.size()), 0)
+          m_nodes(octree.getNodeIndex(depth)), m_cubes(octree, depth, team), m_team(team),
+          m_edge(octree.getCellSize(depth)), m_step(1 << (octree.getLeafCellDepth() - depth)),
+          m_doubt(roundingOf(octree)), m_counts(static_cast<std::size_t>(m_nodes.size()), 0.0),
+          m_isDoubtful(static_cast<std::size_t>(m_nodes.size()))
     {}
 
-    void count(CProgressCounter * progress)
+    void count(double until)
     {
-        // A node adds up the cubes around it by z, y and x, from above.
-        std::vector<int> order(m_cubes.cubes.size());
-        for (std::size_t cube = 0; cube < order.size(); ++cube)
-            order[cube] = static_cast<int>(cube);
-        std::sort(order.begin(), order.end(), [&](int a, int b) {
-            CInt3 const & left = m_cubes.cubes[static_cast<std::size_t>(a)].place;
-            CInt3 const & right = m_cubes.cubes[static_cast<std::size_t>(b)].place;
-            if (left.z() != right.z())
-                return left.z() > right.z();
-            return left.y() != right.y() ? left.y() > right.y() : left.x() > right.x();
-        });
-        for (std::size_t n = 0; n < order.size(); ++n) {
-            if (progress != nullptr)
-                progress->SetPosFloat(0.5 * static_cast<double>(n) / static_cast<double>(order.size()));
-            countCube(m_cubes.cubes[static_cast<std::size_t>(order[n])]);
-        }
+        std::vector<Tile> const tiles = makeTiles();
+        std::vector<std::vector<Point>> points(static_cast<std::size_t>(m_team.threads()));
+        m_team.forEachOnSlot(
+            static_cast<int>(tiles.size()),
+            [&](int slot, int tile) {
+                countTile(tiles[static_cast<std::size_t>(tile)], points[static_cast<std::size_t>(slot)]);
+            },
+            until);
+        std::vector<int> doubtful;
         for (int position = 0; position < m_nodes.size(); ++position) {
-            if (m_isDoubtful[static_cast<std::size_t>(position)] == 0)
-                continue;
+            if (m_isDoubtful[static_cast<std::size_t>(position)].load(std::memory_order_relaxed) != 0)
+                doubtful.push_back(position);
+        }
+        m_team.forEach(static_cast<int>(doubtful.size()), [&](int n) {
+            int const position = doubtful[static_cast<std::size_t>(n)];
             double node[3];
             m_octree.getNodePosition(m_nodes.payload(position), node);
             m_counts[static_cast<std::size_t>(position)] = countAroundNode(m_samples, m_octree, node, m_edge);
-        }
+        });
     }
 
-    void spread(std::vector<float> & values, CProgressCounter * progress)
+    void spread(std::vector<float> & values)
     {
         CParallelepiped const & support = m_basis.getSamplePtr()->getCommonSupportRef();
         double reach = 0.0;
@@ -168,22 +193,63 @@ public:
         // the cube of the octree has.
         int const most = (1 << m_depth) + 2;
         m_reach = reach < most ? static_cast<int>(reach + 1e-6) + 1 : most;
-        m_reaches.resize(static_cast<std::size_t>(2 * m_reach));
-        for (std::vector<double> & factors : m_factors)
-            factors.resize(static_cast<std::size_t>(2 * m_reach));
-        for (std::size_t n = 0; n < m_cubes.cubes.size(); ++n) {
-            if (progress != nullptr)
-                progress->SetPosFloat(0.5 + 0.5 * static_cast<double>(n) /
-                                                static_cast<double>(m_cubes.cubes.size()));
-            spreadOverCube(m_cubes.cubes[n], values);
+        std::vector<SpreadScratch> scratch(static_cast<std::size_t>(m_team.threads()));
+        for (SpreadScratch & own : scratch) {
+            own.reaches.resize(static_cast<std::size_t>(2 * m_reach));
+            for (std::vector<double> & factors : own.factors)
+                factors.resize(static_cast<std::size_t>(2 * m_reach));
         }
+        std::vector<NodeCubes::Cube const *> cubes;
+        for (NodeCubes::Plane const & plane : m_cubes.planes()) {
+            for (NodeCubes::Cube const & cube : plane)
+                cubes.push_back(&cube);
+        }
+        m_team.forEachOnSlot(
+            static_cast<int>(cubes.size()),
+            [&](int slot, int n) {
+                spreadOverCube(*cubes[static_cast<std::size_t>(n)], values,
+                               scratch[static_cast<std::size_t>(slot)]);
+            },
+            1.0);
     }
 
 private:
     using Point = std::array<double, 3>;
 
+    // Nodes in columns along z.
+    struct Tile
+    {
+        int lowX, lowY; // up to lowX + tileEdge, lowY + tileEdge steps
+    };
+    static int const tileEdge = 8;
+
     // A number of nodes along each axis.
     CInt3 steps(int number) const { return CInt3(number * m_step, number * m_step, number * m_step); }
+
+    std::vector<Tile> makeTiles() const
+    {
+        int const edge = tileEdge * m_step;
+        auto const tileOf = [&](int coord) { return coord & ~(edge - 1); };
+        std::vector<Tile> tiles;
+        auto const order = [](Tile const & a, Tile const & b) {
+            return a.lowX != b.lowX ? a.lowX < b.lowX : a.lowY < b.lowY;
+        };
+        for (NodeCubes::Plane const & plane : m_cubes.planes()) {
+            for (NodeCubes::Cube const & cube : plane) {
+                for (int corner = 0; corner < 4; ++corner) {
+                    Tile const tile = {tileOf(cube.place.x() + (corner & 1) * m_step),
+                                       tileOf(cube.place.y() + (corner >> 1) * m_step)};
+                    if (tiles.empty() || order(tiles.back(), tile) || order(tile, tiles.back()))
+                        tiles.push_back(tile);
+                }
+            }
+        }
+        std::sort(tiles.begin(), tiles.end(), order);
+        tiles.erase(std::unique(tiles.begin(), tiles.end(),
+                                [&](Tile const & a, Tile const & b) { return !order(a, b); }),
+                    tiles.end());
+        return tiles;
+    }
 
     // Calls visit(sample, point) for the samples of a cube.
     template <class Visitor>
@@ -198,32 +264,60 @@ private:
         }
     }
 
-    void countCube(NodeCubes::Cube const & cube)
+    // The nodes of a tile add up the cubes around them by z, y and x, from above.
+    void countTile(Tile const & tile, std::vector<Point> & points)
+    {
+        int const edge = tileEdge * m_step;
+        auto const isInRange = [&](int coord, int low) {
+            return coord >= low - m_step && coord < low + edge;
+        };
+        std::vector<NodeCubes::Cube const *> cubes;
+        auto plane = std::lower_bound(
+            m_cubes.planes().begin(), m_cubes.planes().end(), tile.lowX - m_step,
+            [](NodeCubes::Plane const & cubesOfX, int x) { return cubesOfX.front().place.x() < x; });
+        for (; plane != m_cubes.planes().end() && isInRange(plane->front().place.x(), tile.lowX); ++plane) {
+            for (NodeCubes::Cube const & cube : *plane) {
+                if (isInRange(cube.place.y(), tile.lowY))
+                    cubes.push_back(&cube);
+            }
+        }
+        std::sort(cubes.begin(), cubes.end(), [](NodeCubes::Cube const * a, NodeCubes::Cube const * b) {
+            if (a->place.z() != b->place.z())
+                return a->place.z() > b->place.z();
+            return a->place.y() != b->place.y() ? a->place.y() > b->place.y() : a->place.x() > b->place.x();
+        });
+        for (NodeCubes::Cube const * cube : cubes)
+            countCube(*cube, tile, points);
+    }
+
+    void countCube(NodeCubes::Cube const & cube, Tile const & tile, std::vector<Point> & points)
     {
         Point low;
         Point high;
         m_octree.cellCoordsToReal(low.data(), cube.place);
         m_octree.cellCoordsToReal(high.data(), cube.place + steps(1));
         bool isDoubtful = false;
-        m_points.clear();
+        points.clear();
         visitSamples(cube, [&](int, Point const & point) {
             for (std::size_t axis = 0; axis < 3; ++axis)
                 isDoubtful =
                     isDoubtful || !(point[axis] > low[axis] + m_doubt && point[axis] < high[axis] - m_doubt);
-            m_points.push_back(point);
+            points.push_back(point);
         });
         if (isDoubtful) {
             // Rounding decides in which cubes a sample on a face counts.
             for (CLatticeBoxCursor it(&m_nodes, cube.place + steps(-1), cube.place + steps(2));
                  !it.isFinished(); it.next())
-                m_isDoubtful[static_cast<std::size_t>(it.position())] = 1;
+                m_isDoubtful[static_cast<std::size_t>(it.position())].store(1, std::memory_order_relaxed);
         }
+        int const edge = tileEdge * m_step;
         for (int corner = 0; corner < 8; ++corner) {
             CInt3 const place = cube.place + CInt3((corner & 1) * m_step, (corner >> 1 & 1) * m_step,
                                                    (corner >> 2 & 1) * m_step);
-            int const position = m_nodes.find(place);
-            if (m_isDoubtful[static_cast<std::size_t>(position)] != 0)
+            if (place.x() < tile.lowX || place.x() >= tile.lowX + edge || place.y() < tile.lowY ||
+                place.y() >= tile.lowY + edge)
                 continue;
+            std::size_t const position = static_cast<std::size_t>(m_nodes.find(place));
             Point node;
             Point width;
             m_octree.cellCoordsToReal(node.data(), place);
@@ -231,15 +325,15 @@ private:
                 bool const isBelow = (corner >> axis & 1) != 0;
                 width[axis] = isBelow ? node[axis] - (node[axis] - m_edge) : node[axis] + m_edge - node[axis];
             }
-            m_counts[static_cast<std::size_t>(position)] =
-                addWeights(node, width, m_counts[static_cast<std::size_t>(position)]);
+            m_counts[position] = addWeights(points, node, width, m_counts[position]);
         }
     }
 
     // Adds `calcTrilinearWeight` of the points.
-    double addWeights(Point const & node, Point const & width, double sum) const
+    static double addWeights(std::vector<Point> const & points, Point const & node, Point const & width,
+                             double sum)
     {
-        for (Point const & point : m_points) {
+        for (Point const & point : points) {
             double weight = 1.0;
             for (std::size_t axis = 0; axis < 3; ++axis)
                 weight *= trilinearShare(point[axis], node[axis], width[axis]);
@@ -261,20 +355,29 @@ private:
         double count;
     };
 
-    void spreadOverCube(NodeCubes::Cube const & cube, std::vector<float> & values)
+    struct SpreadScratch
+    {
+        std::vector<Reaching> reaching;
+        std::vector<NodeReach> reaches;
+        std::vector<double> factors[3];
+    };
+
+    void spreadOverCube(NodeCubes::Cube const & cube, std::vector<float> & values,
+                        SpreadScratch & scratch) const
     {
         CInt3 const first = cube.place + steps(1 - m_reach);
-        m_reaching.clear();
+        scratch.reaching.clear();
         for (CLatticeBoxCursor it(&m_nodes, first, cube.place + steps(m_reach)); !it.isFinished();
              it.next()) {
             double const count = m_counts[static_cast<std::size_t>(it.position())];
             CInt3 const place = it.place();
             if (count != 0.0)
-                m_reaching.push_back({{(place.x() - first.x()) / m_step, (place.y() - first.y()) / m_step,
-                                       (place.z() - first.z()) / m_step},
-                                      count});
+                scratch.reaching.push_back(
+                    {{(place.x() - first.x()) / m_step, (place.y() - first.y()) / m_step,
+                      (place.z() - first.z()) / m_step},
+                     count});
         }
-        if (m_reaching.empty())
+        if (scratch.reaching.empty())
             return;
         CCSFunc3Tmpl<Kernel> const function = m_basis.makeFunctionByIndex(m_nodes.payload(0));
         double const scale = 0.0 - function.getArgumentScale();
@@ -282,7 +385,7 @@ private:
         double const normalization = function.getNormalizationScale();
         CParallelepiped const & support = m_basis.getSamplePtr()->getCommonSupportRef();
         for (int n = 0; n < 2 * m_reach; ++n) {
-            NodeReach & reach = m_reaches[static_cast<std::size_t>(n)];
+            NodeReach & reach = scratch.reaches[static_cast<std::size_t>(n)];
             m_octree.cellCoordsToReal(reach.center.data(), first + steps(n));
             for (std::size_t axis = 0; axis < 3; ++axis) {
                 reach.low[axis] = support.getMin()[axis] * cellSize + reach.center[axis];
@@ -290,21 +393,21 @@ private:
             }
         }
         visitSamples(cube, [&](int sample, Point const & point) {
-            for (std::size_t n = 0; n < m_reaches.size(); ++n) {
-                NodeReach const & reach = m_reaches[n];
+            for (std::size_t n = 0; n < scratch.reaches.size(); ++n) {
+                NodeReach const & reach = scratch.reaches[n];
                 for (std::size_t axis = 0; axis < 3; ++axis) {
                     bool const isReached = point[axis] >= reach.low[axis] && point[axis] <= reach.high[axis];
-                    m_factors[axis][n] =
+                    scratch.factors[axis][n] =
                         isReached
                             ? m_evaluator.evalFactor(0, axis, (reach.center[axis] - point[axis]) * scale)
                             : 0.0;
                 }
             }
             float value = values[static_cast<std::size_t>(sample)];
-            for (Reaching const & node : m_reaching) {
-                double const kernel = m_factors[0][static_cast<std::size_t>(node.offset[0])] *
-                                      m_factors[1][static_cast<std::size_t>(node.offset[1])] *
-                                      m_factors[2][static_cast<std::size_t>(node.offset[2])];
+            for (Reaching const & node : scratch.reaching) {
+                double const kernel = scratch.factors[0][static_cast<std::size_t>(node.offset[0])] *
+                                      scratch.factors[1][static_cast<std::size_t>(node.offset[1])] *
+                                      scratch.factors[2][static_cast<std::size_t>(node.offset[2])];
                 if (kernel != 0.0)
                     value += static_cast<float>(kernel * normalization * node.count);
             }
@@ -318,17 +421,14 @@ private:
     int const m_depth;
     CLatticeIndex const & m_nodes;
     NodeCubes const m_cubes;
+    LoopTeam & m_team;
     double const m_edge;
     int const m_step;
     double const m_doubt;
-    std::vector<double> m_counts;           // by position in `m_nodes`
-    std::vector<std::uint8_t> m_isDoubtful; // near samples that rounding may move across a face
+    std::vector<double> m_counts;                        // by position in `m_nodes`
+    std::vector<std::atomic<std::uint8_t>> m_isDoubtful; // near samples that rounding may move across a face
     CKernelEvaluator<Kernel> const m_evaluator{*m_basis.getSamplePtr()};
     int m_reach = 0;
-    std::vector<Point> m_points;
-    std::vector<Reaching> m_reaching;
-    std::vector<NodeReach> m_reaches;
-    std::vector<double> m_factors[3];
 };
 
 } // namespace
@@ -356,17 +456,19 @@ void addDensityByNodes(IInputSamples const & samples, COctree const & octree, Ba
 }
 
 SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
-                                    Basis const & basis, int estimationDepth, CProgressCounter * progress,
-                                    VsUt::IDebugLog * log)
+                                    Basis const & basis, int estimationDepth, int threads,
+                                    CProgressCounter * progress, VsUt::IDebugLog * log)
 {
     SampleDensity density;
     std::vector<float> & values = density.weights;
     values.assign(static_cast<std::size_t>(samples.pointsNumber()), 0.0f);
 
     if (octree.getUnit() > 10.0 * roundingOf(octree)) {
-        DensityEstimator estimator(samples, octree, basis, estimationDepth);
-        estimator.count(progress);
-        estimator.spread(values, progress);
+        LoopTeam::run(threads, progress, [&](LoopTeam & team) {
+            DensityEstimator estimator(samples, octree, basis, estimationDepth, team);
+            estimator.count(0.5);
+            estimator.spread(values);
+        });
     } else {
         // All samples coincide, so far from the origin that rounding moves them out of their cells.
         addDensityByNodes(samples, octree, basis, estimationDepth, values);

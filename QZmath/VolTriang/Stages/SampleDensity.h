@@ -32,9 +32,10 @@ void addDensityByNodes(IInputSamples const & samples, COctree const & octree, Ba
                        std::vector<float> & values);
 
 /// Counts the samples around each node of a depth with trilinear weights, and spreads the counts back to the
-/// samples with the node's basis function; the kernel is a single product. Linear in the samples.
+/// samples with the node's basis function; the kernel is a single product. Linear in the samples. The same
+/// bits for any number of threads.
 SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
-                                    Basis const & basis, int estimationDepth, CProgressCounter * progress,
-                                    VsUt::IDebugLog * log);
+                                    Basis const & basis, int estimationDepth, int threads,
+                                    CProgressCounter * progress, VsUt::IDebugLog * log);
 
 } // namespace VolTr
