@@ -11,6 +11,8 @@ namespace QZmath
 namespace
 {
 
+std::size_t const st_mostPhasesOfCore = 32; // it has about a dozen
+
 double secondsSince(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -18,14 +20,24 @@ double secondsSince(std::chrono::steady_clock::time_point start)
 
 } // namespace
 
-void CallRecord::add(char const * name, Clock::time_point start)
+CallRecord::Phase::Phase(CallRecord & record, char const * name)
+    : m_record(record), m_index(record.m_phases.size())
 {
-    m_phases.push_back({name, secondsSince(start), 0.0});
+    m_record.m_phases.push_back({name, 0.0, 0.0});
 }
 
-void CallRecord::addCore()
+CallRecord::Phase::~Phase() { m_record.m_phases[m_index].seconds = secondsSince(m_start); }
+
+CallRecord::Core::Core(CallRecord & record) : m_record(record)
 {
-    m_phases.insert(m_phases.end(), m_report.phases.begin(), m_report.phases.end());
+    m_record.m_phases.reserve(m_record.m_phases.size() + st_mostPhasesOfCore);
+}
+
+CallRecord::Core::~Core()
+{
+    for (VolTr::CReconstructionReport::Phase & phase : m_record.m_report.phases)
+        if (m_record.m_phases.size() < m_record.m_phases.capacity())
+            m_record.m_phases.push_back(std::move(phase));
 }
 
 CallRecord::~CallRecord()

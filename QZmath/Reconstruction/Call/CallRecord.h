@@ -4,6 +4,7 @@
 #include <QZmath/VolTriang/ReconstructionReport.h>
 
 #include <chrono>
+#include <cstddef>
 #include <vector>
 
 namespace QZmath
@@ -12,7 +13,8 @@ namespace QZmath
 struct ReconstructionReport;
 
 /// Keeps the times of a call, and writes them into its report when it ends, however it ends: the core resets
-/// its part of the report when it begins, and knows its own phases only.
+/// its part of the report when it begins, and knows its own phases only. What begins has its room in the list
+/// already, so that no end takes memory.
 class CallRecord
 {
     using Clock = std::chrono::steady_clock;
@@ -22,14 +24,14 @@ public:
     class Phase
     {
     public:
-        Phase(CallRecord & record, char const * name) : m_record(record), m_name(name) {}
-        ~Phase() { m_record.add(m_name, m_start); }
+        Phase(CallRecord & record, char const * name);
+        ~Phase();
         Phase(Phase const &) = delete;
         Phase & operator=(Phase const &) = delete;
 
     private:
         CallRecord & m_record;
-        char const * m_name;
+        std::size_t const m_index;
         Clock::time_point const m_start = Clock::now();
     };
 
@@ -37,8 +39,8 @@ public:
     class Core
     {
     public:
-        explicit Core(CallRecord & record) : m_record(record) {}
-        ~Core() { m_record.addCore(); }
+        explicit Core(CallRecord & record);
+        ~Core();
         Core(Core const &) = delete;
         Core & operator=(Core const &) = delete;
 
@@ -52,9 +54,6 @@ public:
     CallRecord & operator=(CallRecord const &) = delete;
 
 private:
-    void add(char const * name, Clock::time_point start);
-    void addCore();
-
     ReconstructionReport & m_report;
     Clock::time_point const m_start = Clock::now();
     std::vector<VolTr::CReconstructionReport::Phase> m_phases;
