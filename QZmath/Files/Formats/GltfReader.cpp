@@ -22,6 +22,90 @@ namespace
 
 using Json = nlohmann::json;
 
+// A text that was parsed, as a tree. The package's tree takes memory to come apart, and would end the process
+// where there is none; emptied from its leaves on it takes none. So it is built here, where no part of it is
+// out of reach when a step fails.
+class JsonText
+{
+public:
+    JsonText() = default;
+    ~JsonText() { empty(m_tree); }
+    JsonText(JsonText const &) = delete;
+    JsonText & operator=(JsonText const &) = delete;
+
+    /// False when the text is no JSON, or nested deeper than any scene.
+    bool parse(std::vector<char> const & text)
+    {
+        return Json::sax_parse(text.begin(), text.end(), this) && m_open.empty();
+    }
+    Json const & tree() const { return m_tree; }
+
+    // What the parser calls.
+    bool null() { return put(nullptr); }
+    bool boolean(bool value) { return put(value); }
+    bool number_integer(Json::number_integer_t value) { return put(value); }
+    bool number_unsigned(Json::number_unsigned_t value) { return put(value); }
+    bool number_float(Json::number_float_t value, Json::string_t const &) { return put(value); }
+    bool string(Json::string_t & value) { return put(std::move(value)); }
+    bool binary(Json::binary_t &) { return false; }
+    bool start_object(std::size_t) { return begin(Json::value_t::object); }
+    bool end_object() { return end(); }
+    bool start_array(std::size_t) { return begin(Json::value_t::array); }
+    bool end_array() { return end(); }
+    bool key(Json::string_t & name)
+    {
+        m_key = std::move(name);
+        return true;
+    }
+    bool parse_error(std::size_t, std::string const &, Json::exception const &) { return false; }
+
+private:
+    static constexpr std::size_t st_deepest = 500;
+
+    static void empty(Json & value) noexcept
+    {
+        if (!value.is_structured())
+            return;
+        for (Json & child : value)
+            empty(child);
+        value.clear();
+    }
+    Json & place()
+    {
+        if (m_open.empty())
+            return m_tree;
+        Json & parent = *m_open.back();
+        return parent.is_array() ? parent.emplace_back() : parent[m_key];
+    }
+    template <class Value>
+    bool put(Value && value)
+    {
+        Json & to = place();
+        empty(to); // a key that comes again
+        to = std::forward<Value>(value);
+        return true;
+    }
+    bool begin(Json::value_t type)
+    {
+        if (m_open.size() == st_deepest)
+            return false;
+        Json & opened = place();
+        empty(opened);
+        opened = type;
+        m_open.push_back(&opened);
+        return true;
+    }
+    bool end()
+    {
+        m_open.pop_back();
+        return true;
+    }
+
+    Json m_tree;
+    std::vector<Json *> m_open; // the parents of what comes next, which no growth moves
+    std::string m_key;
+};
+
 // Members of the description, with what is not as it should be as an error. Indices and lengths are whole
 // numbers of at most 2^53.
 
@@ -204,23 +288,21 @@ public:
         else
             readAll(source, text);
         m_bytes += text.size();
-        bool const throwing = false;
-        m_json = Json::parse(text.begin(), text.end(), nullptr, throwing);
-        if (m_json.is_discarded() || !m_json.is_object())
+        if (!m_json.parse(text) || !json().is_object())
             throw InputError("the input is not a glTF file: it has no description in JSON");
         checkExtensions();
         readBuffers();
     }
 
-    Json const & json() const { return m_json; }
+    Json const & json() const { return m_json.tree(); }
     std::uint64_t bytes() const { return m_bytes; }
 
     Accessor accessor(std::uint64_t index) const
     {
-        Json const & description = element(m_json, "accessors", index);
+        Json const & description = element(json(), "accessors", index);
         if (find(description, "sparse") != nullptr || find(description, "bufferView") == nullptr)
             throw InputError("the description of the scene has sparse numbers, which are not read");
-        Json const & view = element(m_json, "bufferViews", wholeNumber(description, "bufferView", 0));
+        Json const & view = element(json(), "bufferViews", wholeNumber(description, "bufferView", 0));
         Accessor accessor;
         accessor.count = wholeNumber(description, "count", 0);
         accessor.type = wholeNumber(description, "componentType", 0);
@@ -290,7 +372,7 @@ private:
 
     void checkExtensions() const
     {
-        Json const * const required = find(m_json, "extensionsRequired");
+        Json const * const required = find(json(), "extensionsRequired");
         if (required == nullptr || !required->is_array())
             return;
         for (Json const & name : *required) {
@@ -304,7 +386,7 @@ private:
 
     void readBuffers()
     {
-        Json const * const list = find(m_json, "buffers");
+        Json const * const list = find(json(), "buffers");
         if (list == nullptr || !list->is_array())
             return;
         std::size_t const most = 100;
@@ -382,7 +464,7 @@ private:
 
     std::string m_folder;
     std::vector<char> m_binary;
-    Json m_json;
+    JsonText m_json;
     std::vector<std::vector<char>> m_buffers;
     std::uint64_t m_bytes = 0;
 };
