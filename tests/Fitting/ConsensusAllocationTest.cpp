@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Fitting/ConsensusFitting.h>
 
-#include <support/CountAllocations.h>
+#include <support/Allocations.h>
 #include <support/Frames.h>
 
 #include <gtest/gtest.h>

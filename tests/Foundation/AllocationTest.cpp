@@ -5,7 +5,7 @@
 #include <QZmath/Foundation/RotationMatrix.h>
 #include <QZmath/Foundation/VectorRotation.h>
 
-#include <support/CountAllocations.h>
+#include <support/Allocations.h>
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <LinSys/EverySolver.h>
 #include <QZmath/LinSys/LinSysFailure.h>
-#include <QZmath/LinSys/LinSysSolverCoreBicgstab.h>
-#include <QZmath/LinSys/LinSysSolverDecomposed.h>
-#include <QZmath/LinSys/LinSysSolverMKL.h>
-#include <QZmath/LinSys/LinSysSolverSparse.h>
-#include <QZmath/LinSys/SparseLinSysSolver.h>
 #include <QZsys/Exceptions.h>
 
 #include <gtest/gtest.h>
@@ -18,7 +14,6 @@
 #include <vector>
 
 #include <support/Recorders.h>
-#include <support/SolverSystems.h>
 
 // Every solver names the reason of every failure.
 
@@ -27,44 +22,15 @@ namespace
 
 using namespace REmath;
 using testSupport::DenseMatrix;
-
-enum class Method
-{
-    direct,
-    dense,
-    iterative,    // gives false on a breakdown
-    bestApproach, // delivers what it has
-    decomposed
-};
-
-template <class T>
-struct Solver
-{
-    Method method;
-    std::unique_ptr<IVertexPosLinearSystem<T>> system;
-};
+using testSupport::Method;
+using testSupport::Solver;
 
 constexpr int size = 12;
 
 template <class T>
 std::vector<Solver<T>> everySolver(int maxIterations = 1000)
 {
-    using Csr = CCSRSstorage<T>;
-    std::vector<Solver<T>> result;
-    result.push_back({Method::dense, std::make_unique<CLinSysSolverMKL<T>>()});
-    result.push_back(
-        {Method::dense, std::make_unique<CLinSysSolverCompose<T, Csr, CLinSysSolverCoreMkl<T>>>()});
-    result.push_back({Method::direct, std::make_unique<CSparseLinSysSolver<T>>()});
-    result.push_back({Method::direct, std::make_unique<CSparseStoreSparseLinSysSolver<T>>()});
-    result.push_back(
-        {Method::direct, std::make_unique<CLinSysSolverCompose<T, Csr, CLinSysSolverSparseDss<T>>>()});
-    result.push_back(
-        {Method::iterative, std::make_unique<CLinSysSolverCompose<T, Csr, CLinSysSolverCoreBicgstab<T>>>()});
-    result.push_back({Method::bestApproach,
-                      std::make_unique<CSparseStoreBicgstabLinSysSolver<T>>(3, T(1e-6), maxIterations)});
-    result.push_back({Method::decomposed, std::make_unique<CLinSysSolverSpaceDecomposer<T>>(
-                                              std::vector<int>{size / 2}, 1e-6, maxIterations)});
-    return result;
+    return testSupport::everySolver<T>(size, maxIterations);
 }
 
 template <class T>

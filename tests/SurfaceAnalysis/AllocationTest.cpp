@@ -3,7 +3,7 @@
 
 #include <SurfaceAnalysis/Patches.h>
 
-#include <support/CountAllocations.h>
+#include <support/Allocations.h>
 
 #include <gtest/gtest.h>
 
