@@ -41,16 +41,23 @@ void CFileBinaryStream::skipReadData(long offset)
 {
     if (offset == 0)
         return;
+    // A step has to write out what was written before, and may find that this fails.
+    bool const wasBroken = std::ferror(m_file) != 0;
+    auto const throwError = [&] {
+        if (!wasBroken && std::ferror(m_file) != 0)
+            throwWriteError();
+        throwReadError();
+    };
     if (offset < 0) {
         if (::fseeko(m_file, offset, SEEK_CUR) != 0)
-            throwReadError();
+            throwError();
         return;
     }
     // Seeking over the end succeeds; only the last byte of the skipped ones tells whether they are there. A
     // file that is open for writing only has none to show, and is moved in trust.
     off_t const start = ::ftello(m_file);
     if (start < 0 || ::fseeko(m_file, offset - 1, SEEK_CUR) != 0)
-        throwReadError();
+        throwError();
     errno = 0;
     bool const hasLastByte = std::fgetc(m_file) != EOF;
     bool const cannotTell = !hasLastByte && errno == EBADF;

@@ -27,8 +27,9 @@ public:
 ///
 /// Reading and skipping throw `CVescaException` with "Unexpected end of file. Probably corrupted data." when
 /// the bytes are not there, writing with "Impossible write to file. Probably not enough free disk space or
-/// unexpected internal error.". A size or offset of 0 does nothing, also at the end or for a broken file. The
-/// file buffers: whether the last bytes have reached the disk is known only once it was flushed or closed.
+/// unexpected internal error.", and so does skipping when bytes that were written before do not get to the
+/// file. A size or offset of 0 does nothing, also at the end or for a broken file. The file buffers: whether
+/// the last bytes have reached the disk is known only once it was flushed or closed.
 class QZMATH_API CFileBinaryStream : public IVescaBinaryStream
 {
 public:
