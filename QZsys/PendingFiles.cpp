@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <set>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -96,10 +97,11 @@ bool isSynced(int file)
 void syncFolder(std::string const & folder)
 {
     int const file = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (file < 0)
+    if (file < 0 && errno == EACCES)
         return; // a folder that may be written but not read
-    int const error = isSynced(file) ? 0 : errno;
-    close(file);
+    int const error = file >= 0 && isSynced(file) ? 0 : errno;
+    if (file >= 0)
+        close(file);
     if (error != 0)
         throw CVescaException("cannot write into " + quotable(folder) + ": " + systemReason(error));
 }
@@ -132,13 +134,15 @@ std::string CPendingFiles::create(std::string const & requestedPath)
     }
     std::string const temporaryPath = finalPath + "." + std::to_string(getpid()) + "-" +
                                       std::to_string(g_filesCreated.fetch_add(1)) + ".part";
-    int const slot = occupySlot(temporaryPath); // before the file exists, so that no signal can miss it
+    // All memory is taken before the file exists; and the slot, so that no signal can miss it.
+    Entry entry{requestedPath, finalPath, temporaryPath, -1};
+    entry.slot = occupySlot(temporaryPath);
     // A file that others may not read is closed to them from its first moment.
     int const file = open(temporaryPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
                           isPresent ? 0600 : 0666);
     if (file < 0) {
         int const error = errno;
-        releaseSlot(slot);
+        releaseSlot(entry.slot);
         throw CVescaException("cannot write beside " + quotable(requestedPath) + ": " + systemReason(error));
     }
     // Unless the owner is the same, marks of "run as the owner" would give away more than they did.
@@ -150,20 +154,23 @@ std::string CPendingFiles::create(std::string const & requestedPath)
         }
     }
     close(file);
-    m_entries.push_back({requestedPath, finalPath, temporaryPath, slot});
+    m_entries.push_back(std::move(entry));
     return temporaryPath;
 }
 
 void CPendingFiles::commit()
 {
     std::set<std::string> folders;
+    for (Entry const & entry : m_entries)
+        if (entry.temporaryPath != entry.finalPath)
+            folders.insert(folderOf(entry.finalPath));
     while (!m_entries.empty()) {
         Entry const & entry = m_entries.back();
-        if (entry.temporaryPath != entry.finalPath) {
-            if (std::rename(entry.temporaryPath.c_str(), entry.finalPath.c_str()) != 0)
-                throw CVescaException("cannot write " + quotable(entry.requestedPath) + ": " +
-                                      systemReason(errno));
-            folders.insert(folderOf(entry.finalPath));
+        if (entry.temporaryPath != entry.finalPath &&
+            std::rename(entry.temporaryPath.c_str(), entry.finalPath.c_str()) != 0) {
+            int const error = errno; // making the message takes memory, and other errors
+            throw CVescaException("cannot write " + quotable(entry.requestedPath) + ": " +
+                                  systemReason(error));
         }
         releaseSlot(entry.slot);
         m_entries.pop_back();
