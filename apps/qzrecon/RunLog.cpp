@@ -6,6 +6,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace qz_recon
 {
 
@@ -23,29 +26,73 @@ RunLog::RunLog(std::string const & path, QZmath::PendingFiles & files) : m_path(
 {
     if (path.empty())
         return;
+    m_buffer.resize(std::size_t(1) << 16);
     try {
-        m_file.reset(std::fopen(files.create(path).c_str(), "w"));
+        m_file = open(files.create(path).c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOCTTY);
     } catch (QZmath::OutputError const & error) {
         throw QZmath::OutputError(refusal(path, error.what()));
     }
-    if (!m_file)
+    if (m_file < 0)
         throw QZmath::OutputError(refusal(path, std::strerror(errno)));
+}
+
+RunLog::~RunLog()
+{
+    if (m_file >= 0)
+        ::close(m_file);
 }
 
 void RunLog::getMessage(char const * line)
 {
     std::lock_guard<std::mutex> const lock(m_mutex);
-    std::fprintf(m_file.get(), "%s\n", line);
+    add(line, std::strlen(line));
+    add("\n", 1);
+}
+
+void RunLog::add(char const * bytes, std::size_t size)
+{
+    if (m_used + size > m_buffer.size())
+        flush();
+    if (size > m_buffer.size())
+        return handOn(bytes, size);
+    std::memcpy(m_buffer.data() + m_used, bytes, size);
+    m_used += size;
+}
+
+void RunLog::flush()
+{
+    handOn(m_buffer.data(), m_used);
+    m_used = 0;
+}
+
+void RunLog::handOn(char const * bytes, std::size_t size)
+{
+    while (size > 0 && m_error == 0) {
+        ssize_t const written = write(m_file, bytes, size);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0) {
+            m_error = written < 0 ? errno : EIO;
+            return;
+        }
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+    }
 }
 
 void RunLog::close()
 {
-    if (m_file == nullptr)
+    if (m_file < 0)
         return;
-    errno = 0;
-    bool const isBroken = std::ferror(m_file.get()) != 0 || !VsUt::CPendingFiles::sync(m_file.get());
-    if (std::fclose(m_file.release()) != 0 || isBroken)
-        throw QZmath::OutputError(refusal(m_path, errno != 0 ? std::strerror(errno) : "it is not complete"));
+    flush();
+    // Pipes and some systems have no disk to wait for.
+    if (m_error == 0 && fsync(m_file) != 0 && errno != EINVAL && errno != EROFS && errno != ENOTSUP)
+        m_error = errno;
+    if (::close(m_file) != 0 && m_error == 0 && errno != EINTR)
+        m_error = errno;
+    m_file = -1;
+    if (m_error != 0)
+        throw QZmath::OutputError(refusal(m_path, std::strerror(m_error)));
 }
 
 } // namespace qz_recon

@@ -5,10 +5,10 @@
 
 #include <QZmath/Files/PendingFiles.h>
 
-#include <cstdio>
-#include <memory>
+#include <cstddef>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace qz_recon
 {
@@ -20,20 +20,24 @@ class RunLog : public VsUt::IDebugLog
 public:
     /// \param path empty for none. Throws `OutputError`.
     RunLog(std::string const & path, QZmath::PendingFiles & files);
+    ~RunLog() override;
 
+    /// Never throws: what cannot be written is told by `close`.
     void getMessage(char const * line) override;
-    bool isWanted() const { return m_file != nullptr; }
-    /// Throws `OutputError` when not all of it could be written.
+    bool isWanted() const { return m_file >= 0; }
+    /// Waits until the disk has all of it. Throws `OutputError` with the first thing that went wrong.
     void close();
 
 private:
-    struct FileCloser
-    {
-        void operator()(std::FILE * file) const { std::fclose(file); }
-    };
+    void add(char const * bytes, std::size_t size);
+    void flush();
+    void handOn(char const * bytes, std::size_t size);
 
     std::string m_path;
-    std::unique_ptr<std::FILE, FileCloser> m_file;
+    int m_file = -1;
+    int m_error = 0; // the first one
+    std::vector<char> m_buffer;
+    std::size_t m_used = 0;
     std::mutex m_mutex;
 };
 

@@ -17,8 +17,10 @@
 #include <QZsys/Progress.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <new>
 #include <string>
 #include <utility>
@@ -108,7 +110,7 @@ QZmath::PointCloud readClouds(Options & options, ConsoleProgress & progress)
 void tell(std::string const & line, std::FILE * stream)
 {
     if (std::fprintf(stream, "%s\n", line.c_str()) < 0 || std::fflush(stream) != 0)
-        throw QZmath::OutputError("cannot write to standard output");
+        throw QZmath::OutputError(std::string("cannot write to standard output: ") + std::strerror(errno));
 }
 
 void reconstruct(Options & options, ConsoleProgress & progress)
@@ -172,7 +174,8 @@ int runProgram(int argc, char const * const * argv)
     std::optional<Options> options = parseOptions(argc, argv);
     if (!options) {
         if (std::fflush(stdout) != 0)
-            throw QZmath::OutputError("cannot write to standard output");
+            throw QZmath::OutputError(std::string("cannot write to standard output: ") +
+                                      std::strerror(errno));
         return st_exitSuccess;
     }
     ConsoleProgress progress(options->quiet ? ConsoleProgress::Display::none
