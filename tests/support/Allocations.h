@@ -102,6 +102,7 @@ void * allocateUnlessShort(Allocate allocate) noexcept
 
 } // namespace qz_test
 
+#pragma GCC visibility push(default) // the libraries are to find them
 extern "C" {
 void * malloc(std::size_t size) noexcept
 {
@@ -148,5 +149,6 @@ void * mmap(void * place, std::size_t size, int protection, int flags, int file,
     return reinterpret_cast<void *>(syscall(SYS_mmap, place, size, protection, flags, file, offset));
 }
 }
+#pragma GCC visibility pop
 
 #endif

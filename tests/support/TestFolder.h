@@ -13,6 +13,13 @@
 namespace qz_test
 {
 
+/// Test folders, and temporary files of the library, need no disk from here on where the system has memory
+/// for them: for tests that synchronise thousands of files.
+inline bool keepTestFoldersInMemory()
+{
+    return std::filesystem::is_directory("/dev/shm") && setenv("TMPDIR", "/dev/shm", 1) == 0;
+}
+
 /// An empty folder with a name of its own, removed with all that is in it.
 class TestFolder
 {
