@@ -98,15 +98,24 @@ bool CombinationFunction::polygonise(LevelSet const & levelSet, StageContext con
 
 VectorField const & CombinationFunction::gradient() const
 {
-    std::call_once(m_gradientMade, [this] {
+    if (m_isGradientMade.load(std::memory_order_acquire))
+        return m_gradient;
+    // Not by std::call_once: an exception on its way through the C library makes that load what it unwinds
+    // with, and the library ends the process when there is no memory for it.
+    std::lock_guard<std::mutex> const lock(m_gradientMutex);
+    if (!m_isGradientMade.load(std::memory_order_relaxed)) {
         Basis const & basis = m_function->getRelatedBasisRef();
-        m_gradBasis = makeGradientBasis(basis);
+        GradientBasis gradBasis = makeGradientBasis(basis);
+        VectorField gradient;
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            m_gradient[axis] = std::make_unique<Combination>(m_gradBasis[axis].get());
+            gradient[axis] = std::make_unique<Combination>(gradBasis[axis].get());
             for (int node = 0; node < basis.getFunctionsNumber(); ++node)
-                m_gradient[axis]->setBasisCoefficient(node, m_function->getBasisCoefficient(node));
+                gradient[axis]->setBasisCoefficient(node, m_function->getBasisCoefficient(node));
         }
-    });
+        m_gradBasis = std::move(gradBasis);
+        m_gradient = std::move(gradient);
+        m_isGradientMade.store(true, std::memory_order_release);
+    }
     return m_gradient;
 }
 

@@ -4,6 +4,7 @@
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
 #include <QZmath/VolTriang/Stages/PipelineTypes.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -33,7 +34,8 @@ private:
     VectorField const & gradient() const;
 
     std::unique_ptr<Combination> m_function;
-    mutable std::once_flag m_gradientMade;
+    mutable std::atomic<bool> m_isGradientMade{false};
+    mutable std::mutex m_gradientMutex;
     mutable GradientBasis m_gradBasis;
     mutable VectorField m_gradient;
 };
