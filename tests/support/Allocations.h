@@ -63,19 +63,20 @@ private:
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
-void * operator new(std::size_t size)
+// Not inlined: the compiler would complain of what is allocated one way and freed another.
+__attribute__((noinline)) void * operator new(std::size_t size)
 {
     if (!qz_test::ShortMemory::takes())
         if (void * const memory = std::malloc(size > 0 ? size : 1))
             return memory;
     throw std::bad_alloc();
 }
-void * operator new(std::size_t size, std::nothrow_t const &) noexcept
+__attribute__((noinline)) void * operator new(std::size_t size, std::nothrow_t const &) noexcept
 {
     return qz_test::ShortMemory::takes() ? nullptr : std::malloc(size > 0 ? size : 1);
 }
-void operator delete(void * memory) noexcept { std::free(memory); }
-void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void * memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 #else
 
