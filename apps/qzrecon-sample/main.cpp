@@ -8,11 +8,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <new>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 namespace
@@ -94,6 +97,10 @@ int main(int argc, char ** argv)
         if (!isQuiet && outputName != "-")
             std::cout << "Wrote " << cloud.size() << " points of " << shapeName << " to " << outputName
                       << "\n";
+        errno = 0;
+        if (!std::cout.flush())
+            throw std::runtime_error(std::string("cannot write to standard output: ") +
+                                     (errno != 0 ? std::strerror(errno) : "the stream failed"));
     } catch (std::bad_alloc const &) {
         std::cerr << "qzrecon-sample: not enough memory for " << options.pointNumber << " points\n";
         return exitFailure;
