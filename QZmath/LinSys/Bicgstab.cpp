@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace REmath
@@ -26,6 +27,8 @@ constexpr float smallProduct<float> = 1e-15f;
 template <>
 constexpr double smallProduct<double> = 1e-40;
 constexpr double smallStabilisingProduct = 1e-40;
+// Iterations in which a residual has to halve where nothing else limits them, and so many for each unknown.
+constexpr std::int64_t patience = 1000, patienceOfUnknown = 10;
 
 template <class T>
 int iterate(int n, void (*multiply)(void *, T const *, T *), void * context, T const * b, T * x, T eps,
@@ -54,6 +57,8 @@ int iterate(int n, void (*multiply)(void *, T const *, T *), void * context, T c
 
     int iteration = 0;
     T residual = dot(size, r, r);
+    T halvedResidual = residual;
+    std::int64_t halvedAt = 0;
     while (residual > limit) {
         multiply(context, p, v);
         T const d = dot(size, h, v);
@@ -81,8 +86,15 @@ int iterate(int n, void (*multiply)(void *, T const *, T *), void * context, T c
         axpy(size, -(omega * beta), v, p);
         residual = dot(size, r, r);
         ++iteration;
-        if (maxIterations > 0 && iteration >= maxIterations)
-            break;
+        if (maxIterations > 0) {
+            if (iteration >= maxIterations)
+                break;
+        } else if (residual < halvedResidual / 2) {
+            halvedResidual = residual;
+            halvedAt = iteration;
+        } else if (iteration - halvedAt > patience + patienceOfUnknown * std::int64_t{n}) {
+            return -1;
+        }
     }
     return iteration;
 }

@@ -14,7 +14,8 @@ namespace REmath
 /// released.
 /// - `solution`: the initial guess, replaced by the result.
 /// - `eps`: iterations end when the norm of the residual is at most `eps` times the norm of b.
-/// - `maxIterations`: at most so many iterations; no limit when 0 or less.
+/// - `maxIterations`: at most so many iterations. When 0 or less, they end where the squared residual has not
+/// halved in 1000 + 10 `n` of them, as on a system without a solution; that counts as a breakdown.
 ///
 /// Gives the number of iterations, whether they converged or were stopped by the limit: a caller who must
 /// know has to look at the residual. Gives -1 on breakdown, and `solution` then holds the last approximation.

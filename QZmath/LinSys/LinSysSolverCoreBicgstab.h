@@ -10,8 +10,8 @@ namespace REmath
 {
 
 /// `bicgstab` on any system, without a matrix: products are formed row by row through the system's own
-/// interface. Relative residual 1e-6, no limit of iterations, the initial guess is 0. Exists for `float` and
-/// `double`.
+/// interface. Relative residual 1e-6, no limit of iterations but the one of `bicgstab` without any, the
+/// initial guess is 0. Exists for `float` and `double`.
 ///
 /// Right parts are solved and delivered one after the other. Fails on a system that is not correctly defined,
 /// and on the first right part that `bicgstab` breaks down on; a right part of zeros is one of these. A

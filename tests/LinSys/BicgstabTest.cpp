@@ -54,7 +54,7 @@ TEST(Bicgstab, BreakdownsAreToldAndExceptionsPass)
         {{1}, {1.1e-20}, {0}, 1},
         {{}, {}, {}, -1},
     };
-    auto const run = [](auto eps, Case const & one, int throwAt) {
+    auto const run = [](auto eps, Case const & one, int throwAt, int limit = 100) {
         using T = decltype(eps);
         int const size = int(one.right.size());
         DenseMatrix matrix(size);
@@ -63,7 +63,7 @@ TEST(Bicgstab, BreakdownsAreToldAndExceptionsPass)
         product.throwAt = throwAt;
         std::vector<T> const b(one.right.begin(), one.right.end());
         std::vector<T> x(one.start.begin(), one.start.end());
-        int const result = bicgstab(size, &Product<T>::multiply, &product, b.data(), x.data(), eps, 100);
+        int const result = bicgstab(size, &Product<T>::multiply, &product, b.data(), x.data(), eps, limit);
         if (result == 1) {
             EXPECT_EQ(x, b);
             EXPECT_EQ(product.calls, 3); // one for the start, two for each iteration
@@ -74,6 +74,8 @@ TEST(Bicgstab, BreakdownsAreToldAndExceptionsPass)
         EXPECT_EQ(run(1e-6, one, -1), one.result) << testing::PrintToString(one.right);
     EXPECT_EQ(run(1e-3f, {{1}, {3e-8}, {0}, -1}, -1), -1); // 9e-16
     EXPECT_EQ(run(1e-3f, {{1}, {4e-8}, {0}, 1}, -1), 1);   // 1.6e-15
+    // Singular without a solution, and never broken down: without a limit the iteration would go on for ever.
+    EXPECT_EQ(run(1e-6, {{0, 3, 0, 3}, {0, 1}, {0, 0}, 0}, -1, 0), -1);
     for (int const call : {0, 1, 2})
         EXPECT_THROW(run(1e-6, {{2, 0, 0, 1}, {1, 1}, {0, 0}, 0}, call), std::runtime_error);
 }
