@@ -38,10 +38,10 @@ QZMATH_API bool GetContourCornerMarks(std::vector<REmath::Point3D_d> const & con
 /// Cuts the contour at its marks and appends the pieces to `segments`; neighbouring pieces share the corner
 /// point. `cornerCount`, which can be null, gets the number of marks.
 ///
-/// An open contour gives one piece less than it has marks. Points behind the last mark are in no piece, which
-/// occurs where a corner has taken the mark of the last point. A closed contour with two marks or more gives
-/// as many pieces as marks, the first of them from the first mark on; with one mark or none it is appended as
-/// it stands, not turned to start at the corner.
+/// An open contour gives one piece less than it has marks, an empty one an empty piece. Points behind the
+/// last mark are in no piece, which occurs where a corner has taken the mark of the last point. A closed
+/// contour with two marks or more gives as many pieces as marks, the first of them from the first mark on;
+/// with one mark or none it is appended as it stands, not turned to start at the corner.
 ///
 /// False, with all outputs as they were, for a null `segments` and where `GetContourCornerMarks` fails.
 /// `contour` can be an element of `segments`.
