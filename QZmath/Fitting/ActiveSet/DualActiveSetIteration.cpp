@@ -411,5 +411,7 @@ int CDualActiveSet::describe(double * rowMultipliers, double * lowerMultipliers,
         activeSet[m_rows + j] = isAtUpper ? 1 : -1;
         (isAtUpper ? upperMultipliers : lowerMultipliers)[j] = std::abs(multiplier);
     }
-    return static_cast<int>(m_active);
+    // Both bounds of a variable, which an unfinished search may hold, make one flag.
+    return static_cast<int>(m_rows + m_size) -
+           static_cast<int>(std::count(activeSet, activeSet + m_rows + m_size, 0));
 }
