@@ -171,6 +171,12 @@ double shareOf(std::vector<std::uint8_t> const & verdicts, std::uint8_t bit)
     return judged > 0 ? static_cast<double>(set) / static_cast<double>(judged) : 0.0;
 }
 
+// Of the coordinates, as their sum may overflow.
+bool isFinite(Point3D const & point)
+{
+    return std::isfinite(point.x()) && std::isfinite(point.y()) && std::isfinite(point.z());
+}
+
 // One point of each place.
 std::vector<Point3D> placesOf(int n, Point3D const * points)
 {
@@ -178,10 +184,9 @@ std::vector<Point3D> placesOf(int n, Point3D const * points)
     auto const isBefore = [](Point3D const & a, Point3D const & b) {
         return std::lexicographical_compare(a.asArray(), a.asArray() + 3, b.asArray(), b.asArray() + 3);
     };
-    places.erase(std::remove_if(
-                     places.begin(), places.end(),
-                     [](Point3D const & point) { return !std::isfinite(point.x() + point.y() + point.z()); }),
-                 places.end());
+    places.erase(
+        std::remove_if(places.begin(), places.end(), [](Point3D const & point) { return !isFinite(point); }),
+        places.end());
     std::sort(places.begin(), places.end(), isBefore);
     places.erase(
         std::unique(places.begin(), places.end(),
@@ -262,7 +267,7 @@ int FindRepeatedPoints(int n, Point3D const * points, std::uint8_t * isRepeated)
     };
     std::vector<int> order;
     for (int i = 0; i < n; ++i) {
-        if (std::isfinite(points[i].x() + points[i].y() + points[i].z()))
+        if (isFinite(points[i]))
             order.push_back(i);
     }
     std::sort(order.begin(), order.end(), isBefore);

@@ -65,7 +65,9 @@ TEST(CloudMeasures, RepeatedPointsCountOnce)
     std::vector<std::uint8_t> marks(cloud.points.size());
     EXPECT_EQ(FindRepeatedPoints(cloud.size(), cloud.points.data(), marks.data()), 39 * 3000);
     EXPECT_EQ(std::count(marks.begin(), marks.begin() + 3000, 1), 0);
-    cloud.points.assign(500, Point3D(1, 2, 3));
+    cloud.points.assign(500, Point3D(3e38, 2e38, 1e38)); // whose sum no float holds
+    EXPECT_EQ(FindRepeatedPoints(cloud.size(), cloud.points.data(), marks.data()), 499);
+    EXPECT_EQ(cloud.measure().repeated, 1.0);
     EXPECT_EQ(cloud.measure().spacing, 0.0);
     EXPECT_EQ(cloud.measure().noise, 0.0);
 }
