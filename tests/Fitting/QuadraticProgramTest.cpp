@@ -395,6 +395,17 @@ TEST(QuadraticProgram, TellsWhyThereIsNoSolution)
     p.xl[0] = -1;
     p.xl[4] = -2;
     EXPECT_EQ(p.solve(), Unbounded);
+    // Two rows that are nearly parallel leave (0, 1), which the third misses by a fifth.
+    for (double const tolerance : {0.0, 1e-6, 1e-4}) {
+        Program flat(2, 3, 3);
+        for (int i = 0; i < 3; ++i) {
+            flat.row(i, 0) = i == 0 ? 4 : i == 1 ? 3.875 : 1;
+            flat.row(i, 1) = 1;
+            flat.b[i] = i == 2 ? 1.2 : 1;
+        }
+        flat.tol = tolerance;
+        EXPECT_EQ(flat.solve(), Infeasible);
+    }
 }
 
 TEST(QuadraticProgram, AnswersBadArgumentsAndHugeNumbers)

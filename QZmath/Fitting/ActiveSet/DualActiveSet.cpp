@@ -31,7 +31,7 @@ CDualActiveSet::CDualActiveSet(QuadraticProgramView const & program, double tole
                                double * numbers, int * integers)
     : m_program(program), m_size(static_cast<Index>(program.variables)),
       m_rows(static_cast<Index>(program.rows)), m_tolerance(tolerance),
-      m_looseTolerance(std::min(roundingUnits * tolerance, 0.01)), m_epsilon(epsilon)
+      m_looseTolerance(std::min(roundingUnits * tolerance, std::max(tolerance, 1e-8))), m_epsilon(epsilon)
 {
     auto const take = [&numbers](Index count) { return (numbers += count) - count; };
     m_j = take(m_size * m_size);
