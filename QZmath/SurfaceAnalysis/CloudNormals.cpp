@@ -269,12 +269,15 @@ int EstimateCurvatures(int n, Point3D const * points, CNeighbourhoodPrms const &
         return 0;
     CPrgCntSubPhase const estimating(progress, 0.1, 0.9, 0, true);
     auto const unit = static_cast<float>(tree.unit());
-    return forAllNeighbourhoods(tree, prms.count, *radius, progress,
-                                [&](std::uint32_t index, Gathered const & gathered) {
-                                    CPointCurvatures & found = curvatures[index];
-                                    found = estimateCurvatures(gathered, normals ? normals + index : nullptr);
-                                    found.minCurvature *= unit;
-                                    found.maxCurvature *= unit;
-                                    return found.method != CPointCurvatures::failed;
-                                });
+    return forAllNeighbourhoods(
+        tree, prms.count, *radius, progress, [&](std::uint32_t index, Gathered const & gathered) {
+            CPointCurvatures & found = curvatures[index];
+            found = estimateCurvatures(gathered, normals ? normals + index : nullptr);
+            found.minCurvature *= unit;
+            found.maxCurvature *= unit;
+            // Of neighbours so near that no float holds their curvature.
+            if (!std::isfinite(found.minCurvature) || !std::isfinite(found.maxCurvature))
+                found = {};
+            return found.method != CPointCurvatures::failed;
+        });
 }

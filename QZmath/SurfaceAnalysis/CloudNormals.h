@@ -92,7 +92,7 @@ struct CPointCurvatures
     /// How it was found.
     enum Method
     {
-        failed,  ///< not at all: everything is 0
+        failed,  ///< not at all, or beyond the range of `float`: everything is 0
         quadric, ///< by `EstimateCurvature`
         sphere   ///< by `EstimateUmbilicCurvature`, where a sphere fits better than any acceptable quadric
     };

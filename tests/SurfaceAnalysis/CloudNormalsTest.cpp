@@ -206,6 +206,10 @@ TEST(CloudNormals, HostileCloudsFailPointByPoint)
     line.resize(3000, line.back());
     std::vector<CPointCurvatures> curvatures(3000);
     EXPECT_EQ(EstimateCurvatures(3000, line.data(), {}, nullptr, curvatures.data()), 0);
+    Oriented sphere = samplePoints("sphere", 3000);
+    for (Point3D & point : sphere.points)
+        point *= 1e-39F; // the radius, whose inverse no float holds
+    EXPECT_EQ(EstimateCurvatures(3000, sphere.points.data(), {}, nullptr, curvatures.data()), 0);
 }
 
 TEST(CloudNormals, InterruptionEndsTheWork)
