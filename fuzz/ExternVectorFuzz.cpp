@@ -172,7 +172,7 @@ private:
         }
         Element & element = m_inMemory[index];
         if (element.holds++ == 0)
-            element.bytes.assign(fileBytes(index), fileBytes(index) + m_elementSize);
+            element.bytes.assign(fileBytes(index), fileBytes(index) + std::ptrdiff_t(m_elementSize));
         for (Lock const & other : m_locks)
             if (other.holds > 0 && !other.isDead && other.index == index && other.memory != lock.memory)
                 failed("two places for one element");
