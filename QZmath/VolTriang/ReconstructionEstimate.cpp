@@ -141,13 +141,9 @@ struct Counts
         ++depths;
     }
 
-    // The octree: cells and nodes grow one by one, each has its place in a sorted index, and some 3 bytes of
-    // the index's lines go with one; a sample has its cell and its place in the list of the cell.
-    double tree() const
-    {
-        return 8 * samples + 12 * grown(leafCells) + (4 + 8) * leafCells + 16 * grown(nodes) + 8 * nodes +
-               3 * (leafCells + nodes);
-    }
+    // The octree: cells and nodes have places in a sorted index, and some 3 bytes of the index's lines go
+    // with one; a sample has its cell and its place in the list of the cell.
+    double tree() const { return 8 * samples + (12 + 4 + 8 + 3) * leafCells + (16 + 8 + 3) * nodes; }
 };
 
 // A closed surface in this many triangles, which are four for each cube of the polygoniser. Where samples are

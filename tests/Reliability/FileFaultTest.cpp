@@ -5,6 +5,7 @@
 #include <QZmath/Files/Files.h>
 #include <QZmath/LinSys/SparseVector.h>
 #include <QZmath/Persistence/ComponentFilters.h>
+#include <QZmath/Persistence/Documents.h>
 #include <QZmath/Persistence/ExternVector.h>
 #include <QZsys/Exceptions.h>
 
@@ -61,6 +62,7 @@ struct Saver
     char const * name;
     std::vector<std::string> files; // in the order in which they get their places
     std::function<void(Saver const &, std::string const & folder, int state)> save;
+    bool writesItself = true; // the C library's own calls, below `fwrite`, cannot be failed here
 };
 
 QZmath::TriangleMesh meshOf(int state)
@@ -101,6 +103,40 @@ void saveRun(Saver const &, std::string const & folder, int state)
     files.commit();
 }
 #endif
+
+class Bytes : public VsF::IComponentFilter
+{
+public:
+    explicit Bytes(IVescaBinaryStream & stream, char byte = 'x') : m_stream(stream), m_byte(byte) {}
+
+private:
+    std::int64_t OnSave() override
+    {
+        for (int piece = 0; piece < 40; ++piece)
+            m_stream.writeData(100, std::string(100, m_byte).data());
+        return 4000;
+    }
+    std::int64_t OnLoad(VsF::IDeltaStateLogger &) override { return 0; }
+    std::wstring OnGetComponentName() const override { return L"bytes"; }
+    std::string OnGetBlockMark() const override { return "Bytes"; }
+    int OnGetVersion() const override { return 1; }
+    IVescaBinaryStream & OnGetStream() override { return m_stream; }
+
+    IVescaBinaryStream & m_stream;
+    char const m_byte;
+};
+
+void saveDocument(Saver const & saver, std::string const & folder, int state)
+{
+    try {
+        VsF::CDocumentSaver document(folder + "/" + saver.files.back());
+        for (char const byte : {'a', 'b'})
+            document.Save(std::make_unique<Bytes>(document.GetStream(), char(byte + 2 * state)));
+        document.Commit();
+    } catch (CVescaException const & error) {
+        throw QZmath::OutputError(error.what());
+    }
+}
 
 class FileFault : public testing::TestWithParam<Saver>
 {
@@ -157,7 +193,7 @@ TEST_P(FileFault, LeavesTheOldOrTheNewFile)
                 told = error.what();
             }
             isHit = Faulty::end();
-            ASSERT_TRUE(isHit || number > 1) << when;
+            ASSERT_TRUE(isHit || number > 1 || !GetParam().writesItself) << when;
             std::size_t isNew = 0;
             expectWhole(present(), when, &isNew);
             ASSERT_EQ(present().size(), GetParam().files.size()) << when; // nothing is left beside
@@ -213,6 +249,7 @@ std::vector<Saver> const st_savers = {
     {"gltf", {"mesh.bin", "mesh.gltf"}, saveMesh},
     {"points_ply", {"cloud.ply"}, savePoints},
     {"points_csv", {"cloud.csv"}, savePoints},
+    {"document", {"document"}, saveDocument, false},
 #ifdef QZ_WITH_PROGRAM
     {"run", {"mesh.ply", "run.log"}, saveRun},
 #endif
@@ -227,27 +264,6 @@ struct CallersFile
 {
     char const * name;
     std::function<bool(std::FILE *)> save; // gives false or throws CVescaException
-};
-
-class Bytes : public VsF::IComponentFilter
-{
-public:
-    explicit Bytes(IVescaBinaryStream & stream) : m_stream(stream) {}
-
-private:
-    std::int64_t OnSave() override
-    {
-        for (int piece = 0; piece < 40; ++piece)
-            m_stream.writeData(100, std::string(100, 'x').data());
-        return 4000;
-    }
-    std::int64_t OnLoad(VsF::IDeltaStateLogger &) override { return 0; }
-    std::wstring OnGetComponentName() const override { return L"bytes"; }
-    std::string OnGetBlockMark() const override { return "Bytes"; }
-    int OnGetVersion() const override { return 1; }
-    IVescaBinaryStream & OnGetStream() override { return m_stream; }
-
-    IVescaBinaryStream & m_stream;
 };
 
 CallersFile const st_callersFiles[] = {
