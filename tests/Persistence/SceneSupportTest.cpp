@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Persistence/ComponentFilters.h>
 #include <QZmath/Persistence/GraphObject.h>
 #include <QZmath/Persistence/ModelSizer.h>
+#include <QZmath/Persistence/OutputHooks.h>
 #include <QZmath/Persistence/SortRecords.h>
 
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <memory>
 #include <string>
 
 namespace
@@ -35,6 +38,63 @@ TEST(GraphObject, TellsOfEachChangeAndKeepsColorsApart)
     object.deleteTempColor();
     EXPECT_TRUE(object.getOwnColor(own) && !object.getTempColor(temporary) && object.getGroupColor(group));
     EXPECT_TRUE(own == 1 && temporary == 9 && group == 3);
+}
+
+TEST(GraphObject, IsSelectedByItsActivityAlone)
+{
+    std::unique_ptr<VsF::IGraphObjectSelector> const total(VsF::IGraphObjectSelector::CreateTotal());
+    std::unique_ptr<VsF::IGraphObjectSelector> const copy(total->Copy());
+    CGraphObject object;
+    for (bool active : {true, false}) {
+        object.setActive(active);
+        object.setSelected(!active);
+        EXPECT_TRUE((*total)(&object) == active && (*copy)(&object) == active);
+    }
+    EXPECT_FALSE((*copy)(nullptr));
+    unsigned long color = 0;
+    object.setOwnColor(5);
+    object.deleteOwnColor();
+    EXPECT_FALSE(object.getOwnColor(color));
+}
+
+// Knows better than the default along z.
+struct Sizer : IModelSizer
+{
+    int resets = 0;
+    double told = 0;
+
+private:
+    void OnGetLimits(double *) override {}
+    void OnGetLinearLimits(double const * transform, double * limits) override { *limits = *transform; }
+    void OnUpdateLimits() override { ++resets; }
+    void OnGetModelSize(double &, double &, double & z) const override { z *= 10; }
+    void OnSetModelSize(double x, double, double) override { told = x; }
+};
+
+TEST(ModelSizer, GivesTheDefaultUnlessTheSubclassKnowsBetter)
+{
+    Sizer sizer;
+    double x = 0, y = 0, z = 0, limits = 0, transform = 7;
+    sizer.setModelSize(2, 3, 4);
+    sizer.getModelSize(x, y, z);
+    EXPECT_TRUE(x == 2 && y == 3 && z == 40 && sizer.told == 2);
+    sizer.resetModelSize();
+    sizer.getModelSize(x, y, z);
+    EXPECT_TRUE(x == 1 && y == 1 && z == 10);
+    sizer.updateLimits();
+    sizer.GetLinearLimits(&transform, &limits);
+    EXPECT_TRUE(sizer.resets == 1 && limits == 7);
+}
+
+TEST(OutputHooks, AreThoseThatWereSetLast)
+{
+    auto const write = [](char const *) {};
+    QZmath_setCB_WriteLog(write);
+    QZmath_setCB_WriteOutput(write);
+    EXPECT_TRUE(QZmath_CB_WriteLog == write && QZmath_CB_WriteOutput == write);
+    QZmath_setCB_WriteLog(nullptr);
+    QZmath_setCB_WriteOutput(nullptr);
+    EXPECT_TRUE(!QZmath_CB_WriteLog && !QZmath_CB_WriteOutput);
 }
 
 // The order looks at the key, equality at all.

@@ -61,6 +61,7 @@ inline void uncount(void * memory) noexcept
 } // namespace qz_test
 
 #ifdef QZ_COUNTS_MEMORY
+#pragma GCC visibility push(default) // or clang would hide them from the libraries
 extern "C" {
 void * __libc_malloc(std::size_t);
 void * __libc_calloc(std::size_t, std::size_t);
@@ -97,4 +98,5 @@ void free(void * memory)
     __libc_free(memory);
 }
 }
+#pragma GCC visibility pop
 #endif
