@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# One interface target carries the language level, the warnings and the sanitizers of every target of the tree.
+# One interface target carries the language level, the warnings, the sanitizers and the counters of every target of
+# the tree.
 add_library(qz_options INTERFACE)
 target_compile_features(qz_options INTERFACE cxx_std_17)
 # Our own definitions are never replaced from outside, so calls inside a library may be inlined.
@@ -13,6 +14,10 @@ if(QZMATH_SANITIZE)
     target_compile_options(qz_options INTERFACE
         -fsanitize=${QZMATH_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_link_options(qz_options INTERFACE -fsanitize=${QZMATH_SANITIZE})
+endif()
+if(QZMATH_COVERAGE)
+    target_compile_options(qz_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+    target_link_options(qz_options INTERFACE -fprofile-instr-generate)
 endif()
 if(QZMATH_BUILD_FUZZERS)
     target_compile_options(qz_options INTERFACE -fsanitize=fuzzer-no-link) # shows the fuzzers what they reach
