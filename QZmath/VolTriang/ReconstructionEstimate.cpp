@@ -17,6 +17,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 namespace VolTr
@@ -34,27 +36,42 @@ void sortUnique(Places & places)
     places.erase(std::unique(places.begin(), places.end()), places.end());
 }
 
-// The leaf cells that hold samples. Never keeps more than twice as many entries as there are such cells, or
-// some thousands.
+// The leaf cells that hold samples. A thread never keeps more than twice as many entries as there are such
+// cells, or some thousands.
 Places findLeafCells(IInputSamples const & samples, INodesPositioningPolicy const & policy)
 {
-    TreeCube cube;
-    QzBackend::LoopTeam::run(CVescaThreadingTasksHelper::getNumOfPhisicalThread(), nullptr,
-                             [&](QzBackend::LoopTeam & team) { cube = makeTreeCube(samples, policy, team); });
-    Places cells;
-    cells.reserve(1 << 14);
-    for (int sample = 0; sample < samples.pointsNumber(); ++sample) {
-        CInt3 const cell = cube.cellOf(samples.getSampleCoords3(sample));
-        if (!cells.empty() && cells.back() == cell)
-            continue;
-        if (cells.size() == cells.capacity()) {
-            sortUnique(cells);
-            cells.reserve(std::max(cells.capacity(), 2 * cells.size()));
+    int const samplesPerChunk = 1 << 14;
+    int const count = samples.pointsNumber();
+    Places all;
+    auto const find = [&](QzBackend::LoopTeam & team) {
+        TreeCube const cube = makeTreeCube(samples, policy, team);
+        std::vector<Places> parts(static_cast<std::size_t>(team.threads()));
+        team.forEachOnSlot(count / samplesPerChunk + 1, [&](int slot, int chunk) {
+            Places & cells = parts[static_cast<std::size_t>(slot)];
+            cells.reserve(1 << 14);
+            int const begin = chunk * samplesPerChunk;
+            for (int sample = begin; sample < begin + std::min(samplesPerChunk, count - begin); ++sample) {
+                CInt3 const cell = cube.cellOf(samples.getSampleCoords3(sample));
+                if (!cells.empty() && cells.back() == cell)
+                    continue;
+                if (cells.size() == cells.capacity()) {
+                    sortUnique(cells);
+                    cells.reserve(std::max(cells.capacity(), 2 * cells.size()));
+                }
+                cells.push_back(cell);
+            }
+        });
+        team.forEach(team.threads(), [&](int part) { sortUnique(parts[static_cast<std::size_t>(part)]); });
+        for (Places & part : parts) {
+            Places merged;
+            merged.reserve(all.size() + part.size());
+            std::set_union(all.begin(), all.end(), part.begin(), part.end(), std::back_inserter(merged));
+            all = std::move(merged);
+            part = {};
         }
-        cells.push_back(cell);
-    }
-    sortUnique(cells);
-    return cells;
+    };
+    QzBackend::LoopTeam::run(CVescaThreadingTasksHelper::getNumOfPhisicalThread(), nullptr, find);
+    return all;
 }
 
 // Adds to each place the one at an offset. The shifted places keep their order, so it is a merge.

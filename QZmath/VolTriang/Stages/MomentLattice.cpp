@@ -19,6 +19,8 @@ int const places = edge * edge * edge;
 
 // Bricks that a thread fills at a time; their nodes lie together.
 int const bricksPerChunk = 16;
+int const pointsPerChunk = 1 << 14;
+std::size_t const bricksPerLookChunk = 256;
 
 std::uint64_t hashOf(std::array<int, 3> const & place)
 {
@@ -116,46 +118,74 @@ void MomentLattice::build(
     QzBackend::LoopTeam & team)
 {
     m_payload = payload;
-    // The points by bricks, in each in their own order.
-    std::vector<Entry> unsorted;
-    std::vector<int> brickOf;
-    unsorted.reserve(static_cast<std::size_t>(count));
-    brickOf.reserve(static_cast<std::size_t>(count));
-    std::array<int, 3> lastPlace{};
-    int last = -1;
-    for (int point = 0; point < count; ++point) {
-        double place[3];
-        if (!placeOf(point, place))
-            continue;
-        std::array<int, 3> brick;
-        Entry entry;
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            brick[axis] = static_cast<int>(std::floor(place[axis])) >> 3;
-            entry.local[axis] = static_cast<float>(place[axis] - static_cast<double>(brick[axis]) * edge);
+    // The points by bricks, in each in their own order. Points in a row mostly share their brick, so bricks
+    // are looked up and numbered for runs of them.
+    struct Run
+    {
+        std::array<int, 3> place;
+        std::uint32_t length;
+        std::size_t target; // its brick, then where it goes
+    };
+    struct Chunk
+    {
+        std::vector<Entry> entries;
+        std::vector<Run> runs;
+    };
+    std::vector<Chunk> chunks(static_cast<std::size_t>((count + pointsPerChunk - 1) / pointsPerChunk));
+    team.forEach(static_cast<int>(chunks.size()), [&](int number) {
+        Chunk & chunk = chunks[static_cast<std::size_t>(number)];
+        int const begin = number * pointsPerChunk;
+        int const end = begin + std::min(pointsPerChunk, count - begin);
+        chunk.entries.reserve(static_cast<std::size_t>(end - begin));
+        for (int point = begin; point < end; ++point) {
+            double place[3];
+            if (!placeOf(point, place))
+                continue;
+            std::array<int, 3> brick;
+            Entry entry;
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                brick[axis] = static_cast<int>(std::floor(place[axis])) >> 3;
+                entry.local[axis] = static_cast<float>(place[axis] - static_cast<double>(brick[axis]) * edge);
+            }
+            entry.point = point;
+            if (chunk.runs.empty() || chunk.runs.back().place != brick)
+                chunk.runs.push_back({brick, 0, 0});
+            ++chunk.runs.back().length;
+            chunk.entries.push_back(entry);
         }
-        entry.point = point;
-        if (last < 0 || brick != lastPlace) {
-            last = findOrAdd(brick);
-            lastPlace = brick;
+    });
+    std::vector<std::uint32_t> firstEntry(1, 0);
+    for (Chunk & chunk : chunks) {
+        for (Run & run : chunk.runs) {
+            run.target = static_cast<std::size_t>(findOrAdd(run.place));
+            firstEntry.resize(m_places.size() + 1, 0);
+            firstEntry[run.target + 1] += run.length;
         }
-        unsorted.push_back(entry);
-        brickOf.push_back(last);
     }
-    std::vector<std::uint32_t> firstEntry(m_places.size() + 1, 0);
-    for (int const brick : brickOf)
-        ++firstEntry[static_cast<std::size_t>(brick) + 1];
     for (std::size_t brick = 1; brick < firstEntry.size(); ++brick)
         firstEntry[brick] += firstEntry[brick - 1];
-    std::vector<Entry> entries(unsorted.size());
     {
         std::vector<std::uint32_t> next(firstEntry.begin(), firstEntry.end() - 1);
-        for (std::size_t n = 0; n < unsorted.size(); ++n)
-            entries[next[static_cast<std::size_t>(brickOf[n])]++] = unsorted[n];
+        for (Chunk & chunk : chunks) {
+            for (Run & run : chunk.runs) {
+                std::uint32_t & place = next[run.target];
+                run.target = place;
+                place += run.length;
+            }
+        }
     }
-    unsorted = {};
-    brickOf = {};
+    std::vector<Entry> entries(firstEntry.back());
+    team.forEach(static_cast<int>(chunks.size()), [&](int number) {
+        Chunk & chunk = chunks[static_cast<std::size_t>(number)];
+        auto from = chunk.entries.begin();
+        for (Run const & run : chunk.runs) {
+            std::copy_n(from, run.length, entries.begin() + static_cast<std::ptrdiff_t>(run.target));
+            from += static_cast<std::ptrdiff_t>(run.length);
+        }
+        chunk = Chunk();
+    });
     int const ownBricks = static_cast<int>(m_places.size());
-    addReachedBricks(entries, firstEntry);
+    addReachedBricks(entries, firstEntry, team);
 
     fillBricks(
         [&](int brick, Dense & dense) {
@@ -222,26 +252,33 @@ void MomentLattice::addEntry(Window const & window, std::array<int, 3> const & o
 }
 
 void MomentLattice::addReachedBricks(std::vector<Entry> const & entries,
-                                     std::vector<std::uint32_t> const & firstEntry)
+                                     std::vector<std::uint32_t> const & firstEntry,
+                                     QzBackend::LoopTeam & team)
 {
     std::size_t const ownBricks = m_places.size();
-    for (std::size_t brick = 0; brick < ownBricks; ++brick) {
-        bool isReached[3][3] = {};      // by axis: does a point reach -1, 0, 1 there?
-        std::uint32_t combinations = 0; // bit n: the neighbour n = 9 x + 3 y + z
-        for (std::size_t at = firstEntry[brick]; at < firstEntry[brick + 1]; ++at) {
-            for (int axis = 0; axis < 3; ++axis) {
-                int const cell = std::min(static_cast<int>(entries[at].local[axis]), edge - 1);
-                for (int offset = -1; offset <= 1; ++offset)
-                    isReached[axis][offset + 1] = reaches(cell, offset);
-            }
-            for (int n = 0; n < 27; ++n) {
-                if (isReached[0][n / 9] && isReached[1][n / 3 % 3] && isReached[2][n % 3])
-                    combinations |= 1U << n;
+    std::vector<std::uint32_t> reached(ownBricks, 0); // bit n: the neighbour n = 9 x + 3 y + z
+    int const chunks = static_cast<int>((ownBricks + bricksPerLookChunk - 1) / bricksPerLookChunk);
+    team.forEach(chunks, [&](int chunk) {
+        std::size_t const begin = static_cast<std::size_t>(chunk) * bricksPerLookChunk;
+        for (std::size_t brick = begin; brick < std::min(ownBricks, begin + bricksPerLookChunk); ++brick) {
+            for (std::size_t at = firstEntry[brick]; at < firstEntry[brick + 1]; ++at) {
+                bool isReached[3][3] = {}; // by axis: does the point reach -1, 0, 1 there?
+                for (int axis = 0; axis < 3; ++axis) {
+                    int const cell = std::min(static_cast<int>(entries[at].local[axis]), edge - 1);
+                    for (int offset = -1; offset <= 1; ++offset)
+                        isReached[axis][offset + 1] = reaches(cell, offset);
+                }
+                for (int n = 0; n < 27; ++n) {
+                    if (isReached[0][n / 9] && isReached[1][n / 3 % 3] && isReached[2][n % 3])
+                        reached[brick] |= 1U << n;
+                }
             }
         }
+    });
+    for (std::size_t brick = 0; brick < ownBricks; ++brick) {
         for (int n = 0; n < 27; ++n) {
             std::array<int, 3> const place = m_places[brick];
-            if ((combinations >> n & 1) != 0)
+            if ((reached[brick] >> n & 1) != 0)
                 findOrAdd({place[0] + n / 9 - 1, place[1] + n / 3 % 3 - 1, place[2] + n % 3 - 1});
         }
     }

@@ -99,7 +99,7 @@ public:
 
     /// Sums over `count` points.
     /// \param placeOf   place(point, double * place3), false for a point to leave out; called once a point,
-    ///                  from one thread
+    ///                  from many threads
     /// \param momentsOf moments(entry, brick, Moments &) in the frame of a brick; from many threads
     void build(int count, Payload payload, std::function<bool(int, double *)> const & placeOf,
                std::function<void(Entry const &, std::array<int, 3> const &, Moments &)> const & momentsOf,
@@ -190,7 +190,8 @@ private:
 
     int find(std::array<int, 3> const & place) const;
     int findOrAdd(std::array<int, 3> const & place);
-    void addReachedBricks(std::vector<Entry> const & entries, std::vector<std::uint32_t> const & firstEntry);
+    void addReachedBricks(std::vector<Entry> const & entries, std::vector<std::uint32_t> const & firstEntry,
+                          QzBackend::LoopTeam & team);
     void keep(Dense const & dense, std::size_t brick, std::uint32_t chunk);
     void fillBricks(std::function<void(int, Dense &)> const & fillBrick, QzBackend::LoopTeam & team);
     static void addEntry(Window const & window, std::array<int, 3> const & offset, Moments const & moments,

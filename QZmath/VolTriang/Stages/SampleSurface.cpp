@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 namespace VolTr
@@ -23,8 +24,29 @@ double const sharpness = 0.02;     // of the choice between nearly equal errors
 double const globalWeight = 100.0; // samples that the error of the whole cloud counts for
 double const leastShare = 1e-3;    // of a level in the height of a point
 int const testsPerTask = 256;
+int const indicesPerTask = 1 << 13;
 double const creaseCoherence = 0.98; // below which the normals around a point are those of a crease
 int const leastCreaseTests = 30;
+
+// The indices up to `count` of which isWanted(index, cursor) is true, ascending.
+template <class IsWanted>
+std::vector<int> select(int count, QzBackend::LoopTeam & team, IsWanted const & isWanted)
+{
+    std::vector<std::vector<int>> parts(
+        static_cast<std::size_t>((count + indicesPerTask - 1) / indicesPerTask));
+    team.forEach(static_cast<int>(parts.size()), [&](int part) {
+        MomentLattice::Cursor cursor;
+        int const begin = part * indicesPerTask;
+        for (int index = begin; index < begin + std::min(indicesPerTask, count - begin); ++index) {
+            if (isWanted(index, cursor))
+                parts[static_cast<std::size_t>(part)].push_back(index);
+        }
+    });
+    std::vector<int> all;
+    for (std::vector<int> const & part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
 
 // Squared length of the normal of a sample: 0 for one that says nothing.
 double squaredNormal(float const * normal)
@@ -115,14 +137,12 @@ void SampleSurface::refineCreases(Input const & input, int depth, QzBackend::Loo
     }
     if (static_cast<int>(tests.size()) < leastCreaseTests)
         return;
-    std::vector<int> around;
-    MomentLattice::Cursor wider;
-    for (int index = 0; index < input.samples->pointsNumber(); ++index) {
-        double foot[3];
-        footOf(input, index, foot);
-        if (coherenceAt(*m_levels[1], foot, wider) < creaseCoherence)
-            around.push_back(index);
-    }
+    std::vector<int> const around =
+        select(input.samples->pointsNumber(), team, [&](int index, MomentLattice::Cursor & wider) {
+            double foot[3];
+            footOf(input, index, foot);
+            return coherenceAt(*m_levels[1], foot, wider) < creaseCoherence;
+        });
     std::vector<std::unique_ptr<Level>> pair(2);
     pair[0] = makeLevel(input, depth, &around, team);
     pair[1] = std::move(m_levels[0]);
@@ -167,23 +187,23 @@ int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzB
                        static_cast<int>(std::floor(place[2])));
         return static_cast<double>(CLatticeHash::hashOf(at, depth) >> 40) < share * 0x1p24;
     };
-    std::vector<int> probed;
-    std::vector<int> tests;
-    for (int index = 0; index < samplesNumber; ++index) {
+    std::vector<int> const probed = select(samplesNumber, team, [&](int index, MomentLattice::Cursor &) {
         double foot[3];
         footOf(input, index, foot);
-        if (!isProbed(foot))
-            continue;
-        probed.push_back(index);
+        return isProbed(foot);
+    });
+    std::vector<int> tests;
+    std::copy_if(probed.begin(), probed.end(), std::back_inserter(tests), [&](int index) {
+        double foot[3];
+        footOf(input, index, foot);
         double place[3];
         bool isInside = blocks.placeOf(foot, place);
         for (double const coord : place) {
             double const inBlock = (coord - std::floor(coord)) * block;
             isInside = isInside && inBlock >= margin && inBlock < block - margin;
         }
-        if (isInside)
-            tests.push_back(index);
-    }
+        return isInside;
+    });
     if (tests.empty())
         return depth;
     std::vector<std::unique_ptr<Level>> pair(2);

@@ -51,16 +51,20 @@ SupportedCubes::Brick & SupportedCubes::brickAt(CInt3 const & place)
 
 // Marks the blocks that touch the box around a point.
 template <std::uint64_t (SupportedCubes::Brick::*Planes)[8]>
-void SupportedCubes::mark(float const * point, double distance)
+void SupportedCubes::mark(float const * point, double distance, BlockBox & last)
 {
-    int low[3];
-    int high[3];
+    BlockBox box;
+    std::array<int, 3> & low = box.low;
+    std::array<int, 3> & high = box.high;
     for (std::size_t axis = 0; axis < 3; ++axis) {
         int const ends[2] = {m_frame.indexOf(point[axis] - distance, axis) >> m_shift,
                              m_frame.indexOf(point[axis] + distance, axis) >> m_shift};
         low[axis] = std::min(ends[0], ends[1]);
         high[axis] = std::max(ends[0], ends[1]);
     }
+    if (low == last.low && high == last.high)
+        return;
+    last = box;
     for (int x = low[0] >> 3; x <= high[0] >> 3; ++x) {
         for (int y = low[1] >> 3; y <= high[1] >> 3; ++y) {
             for (int z = low[2] >> 3; z <= high[2] >> 3; ++z) {
@@ -80,8 +84,8 @@ void SupportedCubes::mark(float const * point, double distance)
 
 void SupportedCubes::add(float const * point)
 {
-    mark<&Brick::supported>(point, m_distance);
-    mark<&Brick::skirt>(point, m_farDistance);
+    mark<&Brick::supported>(point, m_distance, m_lastSupported);
+    mark<&Brick::skirt>(point, m_farDistance, m_lastSkirt);
 }
 
 SupportedCubes::Level SupportedCubes::levelOf(CubeIndex const & cube) const

@@ -4,6 +4,7 @@
 #include <QZmath/VolTriang/Stages/CubeFrame.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -42,10 +43,16 @@ private:
         std::uint64_t skirt[8];
     };
 
+    struct BlockBox
+    {
+        std::array<int, 3> low = {1, 1, 1};
+        std::array<int, 3> high = {0, 0, 0};
+    };
+
     int findBrick(CInt3 const & place) const;
     Brick & brickAt(CInt3 const & place);
     template <std::uint64_t (Brick::*Planes)[8]>
-    void mark(float const * point, double distance);
+    void mark(float const * point, double distance, BlockBox & last);
 
     CubeFrame m_frame;
     double m_distance;
@@ -54,6 +61,8 @@ private:
     std::vector<Brick> m_bricks;
     CLatticeHash m_table;
     mutable int m_last = -1;
+    BlockBox m_lastSupported; // that were marked
+    BlockBox m_lastSkirt;
 };
 
 } // namespace VolTr

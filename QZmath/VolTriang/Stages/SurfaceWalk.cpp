@@ -28,9 +28,12 @@ std::optional<SupportedCubes> findSupportedCubes(CubeFrame const & frame, StageC
     double const leafCell = context.octree.getUnit();
     std::optional<SupportedCubes> cubes;
     cubes.emplace(frame, reach * leafCell, (reach + 1.0) * leafCell);
-    int const samplesNumber = context.samples.pointsNumber();
-    for (int sample = 0; sample < samplesNumber; ++sample)
-        cubes->add(context.samples.getSampleCoords3(sample));
+    // Samples of one cell mostly mark the same blocks.
+    COctree const & octree = context.octree;
+    for (int cell = 0; cell < octree.getCellsNumberOnDeepestLevel(); ++cell) {
+        for (int const * it = octree.getSamplesBegin(cell); it != octree.getSamplesEnd(cell); ++it)
+            cubes->add(context.samples.getSampleCoords3(*it));
+    }
     return cubes;
 }
 
