@@ -178,7 +178,7 @@ TEST_F(IncludeGraph, InnerFoldersServeTheirOwnFolder)
         }
     }
     fs::path const root(QZ_SOURCE_DIR);
-    for (char const * folder : {"apps", "examples"}) {
+    for (char const * folder : {"apps", "examples", "python"}) {
         for (auto const & entry : fs::recursive_directory_iterator(root / folder)) {
             std::string const path = fs::relative(entry.path(), root).string();
             if (!isHeader(path) && !endsWith(path, ".cpp"))
