@@ -48,6 +48,7 @@
 #include <QZmath/Foundation/VectorGeometry.h>
 #include <QZmath/Foundation/VectorRotation.h>
 #include <QZmath/LinSys/Bicgstab.h>
+#include <QZmath/LinSys/BulkSystem.h>
 #include <QZmath/LinSys/CsrMatrix.h>
 #include <QZmath/LinSys/CsrStorage.h>
 #include <QZmath/LinSys/IterationReport.h>
