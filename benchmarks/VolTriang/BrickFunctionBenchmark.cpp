@@ -206,8 +206,8 @@ void estimateDensity(benchmark::State & state)
     Model & model = modelOfDepth(static_cast<int>(state.range(0)));
     std::int64_t estimated = 0;
     for (auto _ : state) {
-        estimateSampleDensity(model.samples, model.octree, *model.basis, model.octree.getNodeDepthEnd() - 3, 1,
-                              nullptr, nullptr);
+        estimateSampleDensity(model.samples, model.octree, *model.basis, model.octree.getNodeDepthEnd() - 3,
+                              1, nullptr, nullptr);
         estimated += model.samples.pointsNumber();
     }
     countEach(state, estimated);
