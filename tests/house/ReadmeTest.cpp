@@ -6,6 +6,7 @@
 #include <iterator>
 #include <regex>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -35,10 +36,14 @@ TEST(Pages, NameTestsThatExist)
     EXPECT_GT(count, 30);
 }
 
-TEST(Readme, ShowsTheExampleThatIsCompiledAndRun)
+TEST(Readme, ShowsTheExamplesThatAreRun)
 {
-    std::string const example = contents("examples/Reconstruct.cpp");
-    ASSERT_FALSE(example.empty());
-    std::string const code = example.substr(example.find('\n') + 1); // without the licence line
-    EXPECT_NE(contents("README.md").find("```cpp\n" + code + "```\n"), std::string::npos);
+    for (auto const & [file, language] :
+         {std::pair("examples/Reconstruct.cpp", "cpp"), {"examples/reconstruct.py", "python"}}) {
+        std::string const example = contents(file);
+        ASSERT_FALSE(example.empty());
+        std::string const code = example.substr(example.find('\n') + 1); // without the licence line
+        EXPECT_NE(contents("README.md").find(std::string("```") + language + "\n" + code + "```\n"),
+                  std::string::npos);
+    }
 }
