@@ -163,7 +163,7 @@ def colors(value: object, name: str, rows: int) -> npt.NDArray[np.uint8] | None:
     if array.dtype.kind == "f":
         array = reals(array, name, (rows, 3))
         if array.size > 0 and (array.min() < 0.0 or array.max() > 1.0):
-            raise ValueError(f"{name} must be from 0 to 1 where they are of a floating-point dtype, or bytes from 0 to 255")
+            raise ValueError(f"{name} must be from 0 to 1 where they are of a floating-point dtype, or bytes")
         array = np.rint(array * 255.0).astype(np.uint8)
     return integers(array, name, (rows, 3), "u1")
 

@@ -203,8 +203,8 @@ class LinearSystem:
         if found is None or reason is not None:
             if no_memory:
                 raise MemoryError(str(reason))
-            error = SolveError(f"the system was not solved: {reason}"
-                               + (f" (relative residual {residual:.3g} after {iterations} iterations)" if residual else ""))
+            reached = f" (relative residual {residual:.3g} after {iterations} iterations)" if residual else ""
+            error = SolveError(f"the system was not solved: {reason}{reached}")
             error.solution, error.residual = found, residual
             raise error
         return np.asarray(found.reshape(count) if flat else found)

@@ -159,7 +159,8 @@ def test_one_system_serves_several_threads():
 
     def work():
         for number in range(200):
-            answers.append(float(whole.solve([1.0], [float(number), 0.0], progress=lambda *_: False)[0]) * 2 + 1 - number)
+            first = whole.solve([1.0], [float(number), 0.0], progress=lambda *_: False)[0]
+            answers.append(float(2 * first + 1 - number))
             whole.matrices()
             with pytest.raises(ValueError):
                 whole.add_equations([0, 1], [0], [1.0])
