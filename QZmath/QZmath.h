@@ -86,6 +86,7 @@
 #include <QZmath/SurfaceAnalysis/Contours.h>
 #include <QZmath/SurfaceAnalysis/Distances.h>
 #include <QZmath/SurfaceAnalysis/Intersections.h>
+#include <QZmath/SurfaceAnalysis/MeshProjection.h>
 #include <QZmath/SurfaceAnalysis/NetSurface.h>
 #include <QZmath/SurfaceAnalysis/NormalEstimation.h>
 #include <QZmath/SurfaceAnalysis/ProjectorTriangle.h>

@@ -12,9 +12,10 @@ from ._errors import Cancelled, ReconstructionError
 from ._files import read_mesh, read_points, write_points
 from ._fitting import (Circle, Consensus, Curve, FitError, Joint, Line, Plane, PolylineFit, QuadraticProgramError,
                        QuadraticProgramResult, fit_circle, fit_line, fit_plane, fit_polyline, optimize_min_max,
-                       project_points, quadratic_program)
+                       quadratic_program)
 from ._linear import LinearSystem, Matrix, SolveError
 from ._mesh import Mesh, PointCloud
+from ._projection import project_points
 from ._qzmath import version as __version__
 from ._reconstruction import ReconstructionEstimate, estimate_reconstruction, reconstruct, sample
 from ._report import Angles, Phase, Refinement, Report, Width

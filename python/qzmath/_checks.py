@@ -82,6 +82,11 @@ def _plain(value: object, name: str, shape: str) -> npt.NDArray[Any]:
     return array
 
 
+def any_reals(value: object, name: str) -> npt.NDArray[Any]:
+    """Real numbers of any shape and dtype."""
+    return _plain(value, name, "(n, 3)")
+
+
 def _checked_shape(array: npt.NDArray[Any], name: str, shape: Sequence[int | None], text: str) -> None:
     if array.ndim != len(shape) or any(want is not None and want != have for want, have in zip(shape, array.shape)):
         wrong_value(name, f"an array of shape {text}", array)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Lines, planes, circles and chains of them through points; small optimisation; projections."""
+"""Lines, planes, circles and chains of them through points; small optimisation."""
 from __future__ import annotations
 
 from dataclasses import dataclass
@@ -529,51 +529,3 @@ def _checked(function: Callable[[Array], float], number: int) -> Callable[[Array
         except (TypeError, ValueError):
             _checks.wrong_type(f"the answer of functions[{number}]", "a number", value)
     return call
-
-
-def project_points(points: npt.ArrayLike, onto: npt.ArrayLike) -> tuple[npt.NDArray[Any], Array]:
-    """
-    The nearest points on a polyline, or the projections on a surface that is given as a net of nodes.
-
-    Parameters
-    ----------
-    points : (n, 3) real
-    onto : (k, 3) real for a polyline, (rows, columns, 3) real for a net
-        Between its nodes a net is bilinear; points are projected along the normal at the nearest node, which is exact
-        where cells are parallelograms in one plane. Nets are computed in float32.
-
-    Returns
-    -------
-    feet : (n, 3)
-        float64 on a polyline, float32 on a net.
-    parameters : (n,) or (n, 2) float64
-        On a polyline the number of the segment plus the part of it; on a net u along the columns and v along the rows,
-        beyond 0 and the last index where a point lies beside the net.
-
-    Raises
-    ------
-    TypeError, ValueError
-        For arguments that cannot be used.
-
-    Notes
-    -----
-    Every point is compared with all nodes.
-
-    Examples
-    --------
-    >>> import qzmath
-    >>> feet, parameters = qzmath.project_points([[0.5, 0.2, 0], [9, 9, 9]], [[0, 0, 0], [1, 0, 0], [1, 2, 0]])
-    >>> feet.tolist(), parameters.tolist()
-    ([[0.5, 0.0, 0.0], [1.0, 2.0, 0.0]], [0.5, 2.0])
-    """
-    shape = np.shape(onto) if isinstance(onto, np.ndarray) else np.asarray(onto, dtype=float).shape
-    if len(shape) == 3:
-        if shape[2] != 3 or shape[0] < 2 or shape[1] < 2 or shape[0] * shape[1] > 2**31 - 1:
-            raise ValueError(f"onto must be of shape (rows, columns, 3) with at least 2 rows and columns, not {shape}")
-        nodes = _checks.reals(onto, "onto", (None, None, 3), "f4")
-        feet, params = _qzmath.project_on_net(_checks.reals(points, "points", (None, 3), "f4"), nodes.reshape(-1, 3),
-                                              shape[0], shape[1])
-    else:
-        feet, params = _qzmath.project_on_polyline(_checks.reals(points, "points", (None, 3), "f8"),
-                                                   _checks.points(onto, "onto", "f8"))
-    return feet, params

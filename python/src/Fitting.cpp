@@ -10,8 +10,6 @@
 #include <QZmath/Fitting/PlaneFitting.h>
 #include <QZmath/Fitting/PolylineFitCurve.h>
 #include <QZmath/Fitting/QuadraticProgram.h>
-#include <QZmath/SurfaceAnalysis/NetSurface.h>
-#include <QZmath/SurfaceAnalysis/Projectors.h>
 
 #include <pybind11/stl.h>
 
@@ -273,46 +271,6 @@ py::array_t<double> optimizeMinMax(py::list const & functions, py::array const &
     return arrayOf(result);
 }
 
-// The nearest points on a polyline, and their parameters.
-py::tuple projectOnPolyline(py::array const & points, py::array const & polyline)
-{
-    Points const cloud = pointsOf(points, "points");
-    CProjectorToPolyline projector(pointsOf(polyline, "onto"));
-    std::vector<double> feet(3 * cloud.size()), params(cloud.size());
-    {
-        py::gil_scoped_release const released;
-        for (std::size_t i = 0; i < cloud.size(); ++i) {
-            Point3D_d foot;
-            projector.projectPoint(cloud[i], foot, params[i]);
-            std::copy_n(foot.asArray(), 3, feet.begin() + static_cast<std::ptrdiff_t>(3 * i));
-        }
-    }
-    return py::make_tuple(handOver(std::move(feet), 3), handOver(std::move(params), 0));
-}
-
-// The points on a net of (rows, columns, 3), and their coordinates u and v.
-py::tuple projectOnNet(py::array const & points, py::array const & nodes, int rows, int columns)
-{
-    float const * const cloud = numbersOf<float>(points, "points", -1, 3);
-    float const * const coords = numbersOf<float>(nodes, "onto", py::ssize_t{rows} * columns, 3);
-    auto const count = static_cast<std::size_t>(points.shape(0));
-    std::vector<float> feet(3 * count);
-    std::vector<double> params(2 * count);
-    {
-        py::gil_scoped_release const released;
-        REmath::Matrix<REmath::Point3D> net(rows, columns);
-        for (int row = 0; row < rows; ++row)
-            for (int column = 0; column < columns; ++column)
-                net.elem(row, column) = asPoints(coords)[std::ptrdiff_t{row} * columns + column];
-        for (std::size_t i = 0; i < count; ++i) {
-            ProjectPointToNet(cloud + 3 * i, net, params[2 * i], params[2 * i + 1]);
-            getPointOnNet(static_cast<float>(params[2 * i]), static_cast<float>(params[2 * i + 1]), net,
-                          feet.data() + 3 * i);
-        }
-    }
-    return py::make_tuple(handOver(std::move(feet), 3), handOver(std::move(params), 2));
-}
-
 } // namespace
 
 void bindFitting(py::module_ & module)
@@ -332,9 +290,6 @@ void bindFitting(py::module_ & module)
     module.def("optimize_min_max", &optimizeMinMax, py::arg("functions"), py::arg("start"), py::arg("lower"),
                py::arg("upper"), py::arg("projector"), py::arg("tolerance"), py::arg("most_steps"),
                py::arg("attempts"));
-    module.def("project_on_polyline", &projectOnPolyline, py::arg("points"), py::arg("onto"));
-    module.def("project_on_net", &projectOnNet, py::arg("points"), py::arg("onto"), py::arg("rows"),
-               py::arg("columns"));
 }
 
 } // namespace qz_python

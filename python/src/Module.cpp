@@ -13,6 +13,7 @@ PYBIND11_MODULE(_qzmath, module)
     qz_python::bindFiles(module);
     qz_python::bindSurfaceAnalysis(module);
     qz_python::bindFitting(module);
+    qz_python::bindProjections(module);
     qz_python::bindLinearSystems(module);
     qz_python::bindSamples(module);
 }

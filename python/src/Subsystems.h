@@ -11,6 +11,7 @@ void bindReconstruction(pybind11::module_ & module);
 void bindFiles(pybind11::module_ & module);
 void bindSurfaceAnalysis(pybind11::module_ & module);
 void bindFitting(pybind11::module_ & module);
+void bindProjections(pybind11::module_ & module);
 void bindLinearSystems(pybind11::module_ & module);
 void bindSamples(pybind11::module_ & module);
 

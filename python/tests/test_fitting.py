@@ -104,7 +104,7 @@ def test_the_worst_function_is_raised():
         qzmath.optimize_min_max([lambda p: 1 / 0], [0, 0, 0], [-1] * 3, [1] * 3)
 
 
-def test_points_are_projected_on_polylines_and_nets(rng):
+def test_points_are_projected_on_polylines_meshes_and_nets(rng):
     polyline, points = rng.normal(size=(12, 3)), rng.normal(size=(50, 3))
     feet, where = qzmath.project_points(points, polyline)
     along = np.linspace(0, 11, 20001)
@@ -112,6 +112,18 @@ def test_points_are_projected_on_polylines_and_nets(rng):
     assert np.allclose(feet, np.stack([np.interp(where, np.arange(12), polyline[:, k]) for k in range(3)], 1))
     nearest = np.linalg.norm(points[:, None] - dense, axis=2).min(1)
     assert np.allclose(np.linalg.norm(points - feet, axis=1), nearest, atol=1e-3)
+    brick = qzmath.reconstruct(qzmath.sample("block", 4000), depth=4)
+    shifted = qzmath.Mesh(brick.vertices + [1e6, 0, 0], brick.triangles)
+    far = points * 2 + [1e6, 0, 0]
+    feet, triangles = qzmath.project_points(far, shifted)
+    corners = shifted.vertices[shifted.triangles[triangles]]
+    normals = np.cross(corners[:, 1] - corners[:, 0], corners[:, 2] - corners[:, 0])
+    off_plane = np.einsum("ij,ij->i", feet - corners[:, 0], normals) / np.linalg.norm(normals, axis=1)
+    assert np.abs(off_plane).max() < 1e-6
+    to_vertices = np.linalg.norm(far[:, None] - shifted.vertices, axis=2).min(1)
+    apart = np.linalg.norm(far - feet, axis=1)
+    assert (apart < to_vertices + 1e-6).all() and (apart > to_vertices - 0.2).all()
+    assert np.isnan(qzmath.project_points([[0, 0, 0]], qzmath.Mesh([[0, 0, 0]], np.zeros((0, 3), int)))[0]).all()
     u, v = np.meshgrid(np.arange(5.0), np.arange(4.0))
     net = place(np.stack([u, v, 0 * u], 2))
     feet, where = qzmath.project_points(place([[1.25, 2.5, 3.0], [3.5, 0.5, -1.0]]), net)

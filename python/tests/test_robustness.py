@@ -79,6 +79,7 @@ def cases(folder):
         (qzmath.optimize_min_max, dict(functions=[lambda p: p[0]], start=(0, 0, 0), lower=(-1,) * 3, upper=(1,) * 3,
                                        projector=lambda p: p, tolerance=1e-5, max_steps=2, attempts=2)),
         (qzmath.project_points, dict(points=SMALL, onto=SMALL)),
+        (qzmath.project_points, dict(points=SMALL, onto=qzmath.Mesh(SMALL, [[0, 1, 2]]), threads=1, progress=None)),
         (qzmath.read_points, dict(path=file, columns="", progress=None)),
         (qzmath.read_mesh, dict(path=file)),
         (qzmath.write_points, dict(path=file + ".csv", points=SMALL, normals=SMALL, colors=SMALL / 2, border=[0] * 4)),
