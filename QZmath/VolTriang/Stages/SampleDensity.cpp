@@ -349,15 +349,22 @@ private:
         Point low;
         Point high;
     };
+    // Places are steps from the first node that may reach into the cube.
     struct Reaching
     {
-        std::array<int, 3> offset; // steps from the first node that may reach into the cube
+        std::size_t z;
         double count;
+    };
+    struct ReachingRow
+    {
+        std::size_t x, y;
+        std::size_t end; // in the nodes
     };
 
     struct SpreadScratch
     {
         std::vector<Reaching> reaching;
+        std::vector<ReachingRow> rows;
         std::vector<NodeReach> reaches;
         std::vector<double> factors[3];
     };
@@ -367,15 +374,22 @@ private:
     {
         CInt3 const first = cube.place + steps(1 - m_reach);
         scratch.reaching.clear();
+        scratch.rows.clear();
+        auto const stepsFrom = [&](int coord, int from) {
+            return static_cast<std::size_t>((coord - from) / m_step);
+        };
         for (CLatticeBoxCursor it(&m_nodes, first, cube.place + steps(m_reach)); !it.isFinished();
              it.next()) {
             double const count = m_counts[static_cast<std::size_t>(it.position())];
             CInt3 const place = it.place();
-            if (count != 0.0)
-                scratch.reaching.push_back(
-                    {{(place.x() - first.x()) / m_step, (place.y() - first.y()) / m_step,
-                      (place.z() - first.z()) / m_step},
-                     count});
+            if (count == 0.0)
+                continue;
+            std::size_t const x = stepsFrom(place.x(), first.x());
+            std::size_t const y = stepsFrom(place.y(), first.y());
+            if (scratch.rows.empty() || scratch.rows.back().x != x || scratch.rows.back().y != y)
+                scratch.rows.push_back({x, y, 0});
+            scratch.reaching.push_back({stepsFrom(place.z(), first.z()), count});
+            scratch.rows.back().end = scratch.reaching.size();
         }
         if (scratch.reaching.empty())
             return;
@@ -404,12 +418,16 @@ private:
                 }
             }
             float value = values[static_cast<std::size_t>(sample)];
-            for (Reaching const & node : scratch.reaching) {
-                double const kernel = scratch.factors[0][static_cast<std::size_t>(node.offset[0])] *
-                                      scratch.factors[1][static_cast<std::size_t>(node.offset[1])] *
-                                      scratch.factors[2][static_cast<std::size_t>(node.offset[2])];
-                if (kernel != 0.0)
-                    value += static_cast<float>(kernel * normalization * node.count);
+            Reaching const * node = scratch.reaching.data();
+            for (ReachingRow const & row : scratch.rows) {
+                Reaching const * const end = scratch.reaching.data() + row.end;
+                double const ofRow = scratch.factors[0][row.x] * scratch.factors[1][row.y];
+                for (; ofRow != 0.0 && node != end; ++node) {
+                    double const kernel = ofRow * scratch.factors[2][node->z];
+                    if (kernel != 0.0)
+                        value += static_cast<float>(kernel * normalization * node->count);
+                }
+                node = end;
             }
             values[static_cast<std::size_t>(sample)] = value;
         });
