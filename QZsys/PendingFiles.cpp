@@ -84,22 +84,12 @@ std::string behindLinks(std::string const & path)
     return place;
 }
 
-// Pipes and devices have no disk, and some file systems know no sync.
-bool isSynced(int file)
-{
-    int result = 0;
-    do
-        result = fsync(file);
-    while (result != 0 && errno == EINTR);
-    return result == 0 || errno == EINVAL || errno == EROFS || errno == ENOTSUP;
-}
-
 void syncFolder(std::string const & folder)
 {
     int const file = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (file < 0 && errno == EACCES)
         return; // a folder that may be written but not read
-    int const error = file >= 0 && isSynced(file) ? 0 : errno;
+    int const error = file >= 0 && CPendingFiles::sync(file) ? 0 : errno;
     if (file >= 0)
         close(file);
     if (error != 0)
@@ -148,10 +138,8 @@ std::string CPendingFiles::create(std::string const & requestedPath)
     // Unless the owner is the same, marks of "run as the owner" would give away more than they did.
     if (isPresent) {
         bool const isSameOwner = fchown(file, present.st_uid, present.st_gid) == 0;
-        mode_t const kept = isSameOwner ? 07777 : 0777;
-        if (fchmod(file, present.st_mode & kept) != 0) {
-            // the file is written with the permissions of a new one
-        }
+        // With its place, since it may be one that nobody can open to write.
+        entry.mode = static_cast<int>(present.st_mode & mode_t(isSameOwner ? 07777 : 0777));
     }
     close(file);
     m_entries.push_back(std::move(entry));
@@ -166,6 +154,9 @@ void CPendingFiles::commit()
             folders.insert(folderOf(entry.finalPath));
     while (!m_entries.empty()) {
         Entry const & entry = m_entries.back();
+        if (entry.mode >= 0 && chmod(entry.temporaryPath.c_str(), static_cast<mode_t>(entry.mode)) != 0) {
+            // only the owner may read it, then
+        }
         if (entry.temporaryPath != entry.finalPath &&
             std::rename(entry.temporaryPath.c_str(), entry.finalPath.c_str()) != 0) {
             int const error = errno; // making the message takes memory, and other errors
@@ -179,9 +170,19 @@ void CPendingFiles::commit()
         syncFolder(folder);
 }
 
+bool CPendingFiles::sync(int file)
+{
+    int result = 0;
+    do
+        result = fsync(file);
+    while (result != 0 && errno == EINTR);
+    // Pipes and devices have no disk, and some file systems know no sync.
+    return result == 0 || errno == EINVAL || errno == EROFS || errno == ENOTSUP;
+}
+
 bool CPendingFiles::sync(std::FILE * file)
 {
-    return std::fflush(file) == 0 && std::ferror(file) == 0 && isSynced(fileno(file));
+    return std::fflush(file) == 0 && std::ferror(file) == 0 && sync(fileno(file));
 }
 
 void CPendingFiles::removeAllFromSignalHandler() noexcept

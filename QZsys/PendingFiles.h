@@ -39,6 +39,8 @@ public:
     /// Writes what a file has in its buffer, and waits until the disk has all of it. False on failure, also
     /// of a write before. A file that has no disk, as a pipe, only gets its buffer written.
     static bool sync(std::FILE * file);
+    /// The same for a descriptor; `errno` tells why it failed.
+    static bool sync(int file);
 
     /// Removes the pending files of all objects of the process, of which at most 8 at a time. Safe in a
     /// signal handler that ends the process.
@@ -51,6 +53,7 @@ private:
         std::string finalPath;     ///< behind the symbolic links
         std::string temporaryPath; ///< equal to `finalPath` when that is written directly
         int slot;                  ///< place in the list for the signal handler, -1 when that is full
+        int mode = -1;             ///< permissions that it gets with its place, -1 for those that it has
     };
 
     std::vector<Entry> m_entries;

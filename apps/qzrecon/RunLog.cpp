@@ -3,6 +3,8 @@
 
 #include <QZmath/Files/Errors.h>
 
+#include <QZsys/PendingFiles.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -85,8 +87,7 @@ void RunLog::close()
     if (m_file < 0)
         return;
     flush();
-    // Pipes and some systems have no disk to wait for.
-    if (m_error == 0 && fsync(m_file) != 0 && errno != EINVAL && errno != EROFS && errno != ENOTSUP)
+    if (m_error == 0 && !VsUt::CPendingFiles::sync(m_file))
         m_error = errno;
     if (::close(m_file) != 0 && m_error == 0 && errno != EINTR)
         m_error = errno;

@@ -2,6 +2,7 @@
 #include <QZmath/Files/Streams/ByteSink.h>
 
 #include <QZmath/Files/Errors.h>
+#include <QZsys/PendingFiles.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -108,7 +109,7 @@ void ByteSink::finish()
         return;
     }
     int error = 0;
-    if (fsync(m_file) != 0 && errno != EINVAL && errno != EROFS && errno != ENOTSUP) // pipes have no disk
+    if (!VsUt::CPendingFiles::sync(m_file))
         error = errno;
     if (close(m_file) != 0 && error == 0 && errno != EINTR)
         error = errno;
