@@ -47,6 +47,10 @@ void CallProgress::raise()
 {
     if (m_error)
         throw std::move(*m_error);
+    if (Released::isEnding()) {
+        PyErr_SetNone(PyExc_SystemExit);
+        throw py::error_already_set();
+    }
     PyErr_SetString(py::module_::import("qzmath").attr("Cancelled").ptr(), "cancelled by progress");
     throw py::error_already_set();
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <python/src/Released.h>
+
 #include <QZsys/Exceptions.h>
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
@@ -30,7 +32,7 @@ public:
     void run(int threads, Work const & work)
     {
         try {
-            py::gil_scoped_release const released;
+            Released const released(this);
             CThreadNumberScope const scope(threads);
             work(*this);
         } catch (CUserIntrException const &) {

@@ -32,7 +32,7 @@ py::object fitLine(py::array const & points, bool isRobust, py::array const & th
     Point3D_d origin, direction;
     bool found = false;
     {
-        py::gil_scoped_release const released;
+        Released const released;
         if (!fixed.empty()) {
             origin = fixed[0];
             found = FitLineToPointSetThroughPointRobust(cloud, origin, direction);
@@ -51,7 +51,7 @@ py::object fitPlane(py::array const & points)
     double coefficients[4], center[3];
     bool found = false;
     {
-        py::gil_scoped_release const released;
+        Released const released;
         found = FitPlaneToPointSet(cloud, coefficients, center);
     }
     if (!found)
@@ -70,7 +70,7 @@ py::object fitCircle(py::array const & points, bool isRobust, py::array const & 
     double radius = 0;
     bool found = false;
     {
-        py::gil_scoped_release const released;
+        Released const released;
         if (!directions.empty())
             found = FitCircleByPointsWithDirs(cloud, fixed, directions, center, normal, radius);
         else if (!fixed.empty())
@@ -96,7 +96,7 @@ py::object consensus(py::array const & points, double inlierDistance, double con
     options.seed = seed;
     Found found;
     {
-        py::gil_scoped_release const released;
+        Released const released;
         found = find(cloud, options);
     }
     if (!found.found)
@@ -148,7 +148,7 @@ py::tuple fitPolyline(py::list const & segments, double tolerance)
     double const none = std::numeric_limits<double>::quiet_NaN();
     std::vector<double> curves(7 * cut.size(), none), boundaries(6 * (cut.size() + 1), none);
     {
-        py::gil_scoped_release const released;
+        Released const released;
         fit.fitPolyline(cut, curves, boundaries);
     }
     std::vector<int> types, conditions;
@@ -199,7 +199,7 @@ py::tuple quadraticProgram(py::array const & h, py::array const & c, py::array c
                     &status, &badIndex, &print, work, &workSize, indices, &indexSize, &reserved, &reserved);
     };
     {
-        py::gil_scoped_release const released;
+        Released const released;
         call(&workNeeded, &indexNeeded);
         if (status == 0) {
             std::vector<double> work(static_cast<std::size_t>(workNeeded));

@@ -36,7 +36,7 @@ bool define(System & system, py::array const & vertices, bool isFree)
 {
     int const * const numbers = numbersOf<int>(vertices, "vertices", -1, 0);
     std::int64_t const count = vertices.shape(0);
-    py::gil_scoped_release const released;
+    Released const released;
     std::lock_guard<std::mutex> const held(system.mutex);
     return isFree ? system.system.defineFree(count, numbers) : system.system.defineFixed(count, numbers);
 }
@@ -75,7 +75,7 @@ py::object addEquations(System & system, py::array const & begins, py::array con
     BulkFault fault = BulkFault::none;
     std::int64_t equation = 0;
     {
-        py::gil_scoped_release const released;
+        Released const released;
         std::lock_guard<std::mutex> const held(system.mutex);
         fault = system.system.addEquations(count, rows, terms, values, &equation);
     }
@@ -140,7 +140,7 @@ py::tuple solve(System & system, std::string const & solver, py::array const & f
 template <class Work>
 auto locked(System & system, Work const & work)
 {
-    py::gil_scoped_release const released;
+    Released const released;
     std::lock_guard<std::mutex> const held(system.mutex);
     return work(system.system);
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <python/src/Released.h>
 #include <python/src/Subsystems.h>
 
 #include <QZmath/Version.h>
@@ -9,6 +10,7 @@ PYBIND11_MODULE(_qzmath, module)
         "The library behind the package qzmath. Arguments are checked for type and shape only as far as "
         "memory is concerned; the functions of qzmath check the rest and say what is wrong.";
     module.attr("version") = QZmath::versionString();
+    qz_python::Released::watchEnd();
     qz_python::bindReconstruction(module);
     qz_python::bindFiles(module);
     qz_python::bindSurfaceAnalysis(module);

@@ -26,7 +26,7 @@ py::tuple projectOnPolyline(py::array const & points, py::array const & polyline
     CProjectorToPolyline projector(pointsOf(polyline, "onto"));
     std::vector<double> feet(3 * cloud.size()), params(cloud.size());
     {
-        py::gil_scoped_release const released;
+        Released const released;
         for (std::size_t i = 0; i < cloud.size(); ++i) {
             Point3D_d foot;
             projector.projectPoint(cloud[i], foot, params[i]);
@@ -45,7 +45,7 @@ py::tuple projectOnNet(py::array const & points, py::array const & nodes, int ro
     std::vector<float> feet(3 * count);
     std::vector<double> params(2 * count);
     {
-        py::gil_scoped_release const released;
+        Released const released;
         REmath::Matrix<REmath::Point3D> net(rows, columns);
         for (int row = 0; row < rows; ++row)
             for (int column = 0; column < columns; ++column)

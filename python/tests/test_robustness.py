@@ -3,6 +3,7 @@ import gc
 import os
 import random
 import resource
+import subprocess
 import sys
 import threading
 
@@ -172,3 +173,22 @@ def test_one_system_serves_several_threads():
     for thread in threads:
         thread.join()
     assert len(answers) == 800 and max(map(abs, answers)) < 1e-12
+
+
+ENDING = """
+import threading, qzmath
+cloud, begun = qzmath.sample("torus", 30000), threading.Semaphore(0)
+def work(progress):
+    while True:
+        begun.release()
+        qzmath.reconstruct(cloud, depth=8, progress=progress)
+for progress in (None, lambda fraction, phase: None):
+    threading.Thread(target=work, args=(progress,), daemon=True).start()
+begun.acquire(), begun.acquire()
+"""
+
+
+def test_the_interpreter_ends_while_threads_work():
+    for last in ("", "", "import os\nchild = os.fork()\nif child: assert os.waitpid(child, 0)[1] == 0\n"):
+        ended = subprocess.run([sys.executable, "-c", ENDING + last], capture_output=True, text=True, timeout=120)
+        assert (ended.returncode, ended.stderr) == (0, "")
