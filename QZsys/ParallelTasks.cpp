@@ -173,3 +173,30 @@ CThreadNumberScope::CThreadNumberScope(int threads) noexcept : m_before(numOfThr
 }
 
 CThreadNumberScope::~CThreadNumberScope() { numOfThreadsHere = m_before; }
+
+namespace VsUt
+{
+
+void callTogether(int threads, std::function<void(bool isCaller)> const & work)
+{
+    struct Call : IVescaInvokeProc
+    {
+        std::function<void(bool)> const * work = nullptr;
+        bool isCaller = false;
+
+        void Invoke() override { (*work)(isCaller); }
+    };
+    if (threads <= 1)
+        return work(true);
+    std::vector<Call> calls(asIndex(threads));
+    std::vector<IVescaInvokeProc *> tasks;
+    tasks.reserve(calls.size());
+    for (Call & call : calls) {
+        call.work = &work;
+        tasks.push_back(&call);
+    }
+    calls.back().isCaller = true; // the last task stays on this thread
+    CVescaThreadingTasksHelper::performInParallel(tasks.data(), threads, nullptr);
+}
+
+} // namespace VsUt

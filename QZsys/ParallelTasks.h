@@ -4,6 +4,8 @@
 #include <QZsys/Export.h>
 #include <QZsys/Threads.h>
 
+#include <functional>
+
 /// Runs a handful of independent tasks at the same time. All operations are thread-safe; a task may run tasks
 /// of its own.
 class QZSYS_API CVescaThreadingTasksHelper
@@ -53,3 +55,15 @@ public:
 private:
     int m_before;
 };
+
+namespace VsUt
+{
+
+/// Calls `work` on so many threads at the same time, the calling one among them, and waits for all: with
+/// `true` on the calling thread, with `false` on the others. Where the machine gives fewer threads, the
+/// calling one makes their calls before its own: so the calls are to share out what there is to do, and not
+/// to wait for one another. Exceptions and costs are those of
+/// `CVescaThreadingTasksHelper::performInParallel`; with 1 thread or less no other one is begun.
+QZSYS_API void callTogether(int threads, std::function<void(bool isCaller)> const & work);
+
+} // namespace VsUt

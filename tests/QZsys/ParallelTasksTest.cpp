@@ -10,6 +10,7 @@
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -195,6 +196,21 @@ TEST(ParallelTasks, TasksWithoutAThreadRunOnTheCallingThread)
         EXPECT_EQ(available, elsewhere);
         EXPECT_EQ(4 - available, here);
         EXPECT_EQ(1, observer.events);
+    }
+    for (int const available : {0, 2, 9}) {
+        threadsLeft = available;
+        std::vector<bool> order;
+        std::mutex mutex;
+        auto const caller = std::this_thread::get_id();
+        VsUt::callTogether(4, [&](bool isCaller) {
+            std::lock_guard<std::mutex> const lock(mutex);
+            order.push_back(isCaller);
+            EXPECT_TRUE(!isCaller || std::this_thread::get_id() == caller);
+        });
+        threadsLeft = std::numeric_limits<int>::max();
+        EXPECT_EQ(4u, order.size());
+        EXPECT_EQ(1, std::count(order.begin(), order.end(), true));
+        EXPECT_TRUE(available > 0 || order.back()) << "a share that waits for its thread comes first";
     }
     std::unique_ptr<IVescaThread> const thread(
         CVescaSingletonT<IVescaThreadingFactory>::Instance().makeThread());
