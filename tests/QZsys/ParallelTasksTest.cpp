@@ -201,11 +201,11 @@ TEST(ParallelTasks, TasksWithoutAThreadRunOnTheCallingThread)
         threadsLeft = available;
         std::vector<bool> order;
         std::mutex mutex;
-        auto const caller = std::this_thread::get_id();
+        auto const callerId = std::this_thread::get_id();
         VsUt::callTogether(4, [&](bool isCaller) {
             std::lock_guard<std::mutex> const lock(mutex);
             order.push_back(isCaller);
-            EXPECT_TRUE(!isCaller || std::this_thread::get_id() == caller);
+            EXPECT_TRUE(!isCaller || std::this_thread::get_id() == callerId);
         });
         threadsLeft = std::numeric_limits<int>::max();
         EXPECT_EQ(4u, order.size());
