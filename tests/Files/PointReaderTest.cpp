@@ -2,6 +2,7 @@
 #include <Files/CloudFiles.h>
 #include <QZmath/Files/PointReader.h>
 #include <QZsys/Exceptions.h>
+#include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
 #include <gmock/gmock.h>
@@ -113,6 +114,64 @@ TEST(PointReader, everyFormGivesTheSameCloud)
                     expectSame(readPoints(stream), cloud);
                 }
             }
+}
+
+TEST(PointReader, blocksOnThreadsGiveWhatOneThreadGives)
+{
+    std::vector<std::string> files;
+    std::size_t const size = 30000; // a megabyte or two, of which each block is a quarter of one
+    for (bool const wide : {false, true}) {
+        PointCloud const cloud = randomCloud(size, {wide, true, wide, true}, wide ? 3 : 4);
+        for (std::string & file : allFiles(cloud, 5))
+            files.push_back(std::move(file));
+    }
+    files.push_back(lasFile(randomCloud(size, {true, false, true, false}, 6), 3));
+    std::string pts = "15000\n", vertices, normals, faces = "f 1//2 2//1\nf 3 4 5\n", returns;
+    for (std::size_t i = 0; i < size; ++i) {
+        std::string const number = std::to_string(i);
+        pts += (i == size / 2 ? "15000\n" : "") + number + " 0.5 7 " + (i > 25000 ? "1 2 300\n" : "1 2 30\n");
+        vertices += "v " + number + " 1 2" + (i == 20000 ? "" : " .5 .5 1") + (i % 7 == 0 ? "\r\n" : "\n");
+        normals += "vn 1 0 " + number + "\n";
+        returns += number + " 1 2 # no line feed\r";
+    }
+    files.insert(files.end(), {pts, vertices + normals, vertices + normals + faces,
+                               vertices + faces + normals, returns + "3 4 5\r\n" + returns});
+    for (std::string const & file : files) {
+        SCOPED_TRACE(file.substr(0, 60));
+        auto const readOn = [](int threads, std::string const & bytes, std::string & complaint) {
+            CThreadNumberScope const scope(threads);
+            complaint.clear();
+            try {
+                return readFrom(bytes);
+            } catch (InputError const & error) {
+                complaint = error.what();
+                return PointCloud();
+            }
+        };
+        std::string expectedComplaint, complaint;
+        PointCloud const expected = readOn(1, file, expectedComplaint);
+        for (int const threads : {2, 5}) {
+            PointCloud const cloud = readOn(threads, file, complaint);
+            expectSame(cloud, expected);
+            EXPECT_EQ(cloud.notes, expected.notes);
+            EXPECT_EQ(complaint, expectedComplaint);
+            CThreadNumberScope const scope(threads);
+            std::istringstream stream(file);
+            if (complaint.empty())
+                expectSame(readPoints(stream), expected);
+        }
+        // Faults in the middle of a block and in the last line, and an end too early.
+        for (std::size_t const place : {file.size() * 2 / 3, file.size() - 4}) {
+            std::string broken = file;
+            broken[place] = 'x';
+            readOn(1, broken, expectedComplaint);
+            readOn(3, broken, complaint);
+            EXPECT_EQ(complaint, expectedComplaint);
+            readOn(1, file.substr(0, place), expectedComplaint);
+            readOn(3, file.substr(0, place), complaint);
+            EXPECT_EQ(complaint, expectedComplaint);
+        }
+    }
 }
 
 TEST(PointReader, lasOfEveryFormatComesInDouble)

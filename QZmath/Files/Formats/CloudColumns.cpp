@@ -28,13 +28,44 @@ void PositionColumn::add(double const * position, bool isFloatEnough)
             m_floats.insert(m_floats.end(), narrow, narrow + 3);
             return;
         }
-        m_isWide = true;
-        m_doubles.reserve(m_floats.capacity());
-        m_doubles.assign(m_floats.begin(), m_floats.end());
-        std::vector<float>().swap(m_floats);
+        widen();
     }
     m_isWide = m_isWide || !isFloatEnough;
     m_doubles.insert(m_doubles.end(), position, position + 3);
+}
+
+float * PositionColumn::addFloats(std::size_t points)
+{
+    m_floats.resize(m_floats.size() + 3 * points);
+    return m_floats.data() + (m_floats.size() - 3 * points);
+}
+
+void PositionColumn::append(PositionColumn const & other)
+{
+    if (m_origin == Origin::numbers && other.m_isWide && !m_isWide)
+        widen();
+    m_isWide = m_isWide || other.m_isWide;
+    if (m_origin == Origin::numbers && !m_isWide)
+        m_floats.insert(m_floats.end(), other.m_floats.begin(), other.m_floats.end());
+    else if (other.m_floats.empty())
+        m_doubles.insert(m_doubles.end(), other.m_doubles.begin(), other.m_doubles.end());
+    else
+        m_doubles.insert(m_doubles.end(), other.m_floats.begin(), other.m_floats.end());
+}
+
+void PositionColumn::clear()
+{
+    m_floats.clear();
+    m_doubles.clear();
+    m_isWide = m_origin == Origin::wide;
+}
+
+void PositionColumn::widen()
+{
+    m_isWide = true;
+    m_doubles.reserve(m_floats.capacity());
+    m_doubles.assign(m_floats.begin(), m_floats.end());
+    std::vector<float>().swap(m_floats);
 }
 
 void PositionColumn::moveTo(PointCloud & cloud)
@@ -70,6 +101,30 @@ void ColorColumn::add(double const * color)
         m_greatest = std::max(m_greatest, m_numbers.back());
         m_isBroken = m_isBroken || value != std::floor(value);
     }
+}
+
+std::uint8_t * ColorColumn::addBytes(std::size_t points)
+{
+    m_bytes.resize(m_bytes.size() + 3 * points);
+    return m_bytes.data() + (m_bytes.size() - 3 * points);
+}
+
+void ColorColumn::append(ColorColumn const & other)
+{
+    m_isBroken = m_isBroken || other.m_isBroken;
+    m_greatest = std::max(m_greatest, other.m_greatest);
+    m_greatestByte = std::max(m_greatestByte, other.m_greatestByte);
+    m_bytes.insert(m_bytes.end(), other.m_bytes.begin(), other.m_bytes.end());
+    m_numbers.insert(m_numbers.end(), other.m_numbers.begin(), other.m_numbers.end());
+}
+
+void ColorColumn::clear()
+{
+    m_isBroken = false;
+    m_greatest = 0;
+    m_greatestByte = 0;
+    m_bytes.clear();
+    m_numbers.clear();
 }
 
 std::vector<std::uint8_t> ColorColumn::finish()

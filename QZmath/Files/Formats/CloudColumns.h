@@ -27,10 +27,17 @@ public:
     void reserve(std::size_t points);
     /// `isFloatEnough` counts for text only.
     void add(double const * position, bool isFloatEnough);
+    /// Room for positions that are floats, of which all have to be filled in; for `numbers` only.
+    float * addFloats(std::size_t points);
+    /// Adds those of another column of the same origin behind its own.
+    void append(PositionColumn const & other);
+    void clear();
     std::size_t size() const { return (m_floats.empty() ? m_doubles.size() : m_floats.size()) / 3; }
     void moveTo(PointCloud & cloud);
 
 private:
+    void widen();
+
     Origin m_origin;
     bool m_isWide;
     std::vector<float> m_floats; ///< Exactly one of the two has something.
@@ -54,6 +61,11 @@ public:
 
     void reserve(std::size_t points);
     void add(double const * color);
+    /// Room for colours of bytes, of which all have to be filled in; for `Range::bytes` only. They count as
+    /// black for `isAny`.
+    std::uint8_t * addBytes(std::size_t points);
+    void append(ColorColumn const & other);
+    void clear();
     /// True when some colour is not black.
     bool isAny() const { return m_range == Range::bytes ? m_greatestByte > 0 : m_greatest > 0; }
     std::vector<std::uint8_t> finish();

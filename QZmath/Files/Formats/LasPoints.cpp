@@ -2,6 +2,7 @@
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Files/Formats/CloudColumns.h>
 #include <QZmath/Files/Formats/PointFormats.h>
+#include <QZmath/Files/Streams/SourceBlocks.h>
 
 #include <cmath>
 #include <cstring>
@@ -96,6 +97,26 @@ Header readHeader(ByteSource & source)
                      " points, the file ends after " + std::to_string(found));
 }
 
+struct LasColumns
+{
+    PositionColumn positions{PositionColumn::Origin::wide};
+    ColorColumn colors{ColorColumn::Range::whole};
+    std::size_t withheld = 0;
+
+    void append(LasColumns const & other)
+    {
+        positions.append(other.positions);
+        colors.append(other.colors);
+        withheld += other.withheld;
+    }
+    void clear()
+    {
+        positions.clear();
+        colors.clear();
+        withheld = 0;
+    }
+};
+
 // The mark of a point that is to count as deleted.
 bool isWithheld(std::string_view bytes, unsigned format)
 {
@@ -113,35 +134,36 @@ PointCloud readLas(ByteSource & source, ReadingProgress & reading)
         throwTruncated(header, source.remaining() / header.length);
     std::size_t const colorPlace = st_records[header.format].color;
     std::size_t const room = source.worthReserving(header.points);
-    PositionColumn positions(PositionColumn::Origin::wide);
-    ColorColumn colors(ColorColumn::Range::whole);
-    positions.reserve(room);
+    LasColumns columns;
+    columns.positions.reserve(room);
     if (colorPlace != 0)
-        colors.reserve(room);
-    std::size_t withheld = 0;
-    for (std::uint64_t i = 0; i < header.points; ++i) {
-        std::string_view const bytes = source.peek(header.length);
-        if (bytes.size() < header.length)
-            throwTruncated(header, i);
-        if (isWithheld(bytes, header.format)) {
-            ++withheld;
-        } else {
+        columns.colors.reserve(room);
+    auto const readBlock = [&](std::string_view block, LasColumns & part) {
+        for (std::size_t begin = 0; begin < block.size(); begin += header.length) {
+            std::string_view const bytes = block.substr(begin, header.length);
+            if (isWithheld(bytes, header.format)) {
+                ++part.withheld;
+                continue;
+            }
             double position[3], color[3];
             for (std::size_t axis = 0; axis < 3; ++axis) {
                 position[axis] = at<std::int32_t>(bytes, 4 * axis) * header.scale[axis] + header.offset[axis];
                 color[axis] = colorPlace != 0 ? at<std::uint16_t>(bytes, colorPlace + 2 * axis) : 0;
             }
-            positions.add(position, false);
+            part.positions.add(position, false);
             if (colorPlace != 0)
-                colors.add(color);
+                part.colors.add(color);
         }
-        source.skip(header.length);
-        reading.update();
-    }
+    };
+    std::uint64_t const found = SourceBlocks(source).readEqual(
+        header.points, header.length, columns, LasColumns(), readBlock, [&] { reading.update(); });
+    if (found < header.points)
+        throwTruncated(header, found);
     PointCloud cloud;
-    positions.moveTo(cloud);
-    if (colors.isAny()) // where nobody has measured any, they are 0
-        cloud.colors = colors.finish();
+    columns.positions.moveTo(cloud);
+    if (columns.colors.isAny()) // where nobody has measured any, they are 0
+        cloud.colors = columns.colors.finish();
+    std::size_t const withheld = columns.withheld;
     if (withheld > 0)
         cloud.notes.push_back(std::to_string(withheld) + (withheld == 1 ? " point" : " points") +
                               " with the mark \"withheld\" " + (withheld == 1 ? "is" : "are") + " left out");

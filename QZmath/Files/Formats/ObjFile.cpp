@@ -2,6 +2,7 @@
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Files/Formats/CloudColumns.h>
 #include <QZmath/Files/Formats/PointFormats.h>
+#include <QZmath/Files/Streams/SourceBlocks.h>
 #include <QZmath/Files/Streams/Words.h>
 
 #include <limits>
@@ -102,6 +103,58 @@ void readFace(std::string_view line, std::size_t vertices, std::size_t normals, 
     }
 }
 
+// Whether a face says which normal is whose.
+bool namesNormals(std::string_view line)
+{
+    for (std::string_view corner = takeWord(line); !corner.empty() && corner.front() != '#';
+         corner = takeWord(line))
+        if (corner.find('/') != corner.rfind('/'))
+            return true;
+    return false;
+}
+
+struct ObjColumns
+{
+    PositionColumn positions{PositionColumn::Origin::text};
+    ColorColumn colors{ColorColumn::Range::share};
+    std::size_t colored = 0;
+    std::vector<float> normals;
+
+    // False when the line is neither a vertex nor a normal.
+    bool add(std::string_view keyword, std::string_view line, ByteSource const & source)
+    {
+        if (keyword == "v") {
+            Numbers const numbers(line, source);
+            positions.add(numbers.values, numbers.isFloatEnough);
+            if (numbers.count >= 6) { // a seventh number is an opacity
+                ++colored;
+                colors.add(numbers.values + 3);
+            }
+            return true;
+        }
+        if (keyword != "vn")
+            return false;
+        Numbers const numbers(line, source);
+        for (int axis = 0; axis < 3; ++axis)
+            normals.push_back(static_cast<float>(numbers.values[axis]));
+        return true;
+    }
+    void append(ObjColumns const & other)
+    {
+        positions.append(other.positions);
+        colors.append(other.colors);
+        colored += other.colored;
+        normals.insert(normals.end(), other.normals.begin(), other.normals.end());
+    }
+    void clear()
+    {
+        positions.clear();
+        colors.clear();
+        colored = 0;
+        normals.clear();
+    }
+};
+
 // Gives the vertices their normals; of a mesh, none to any if one has none.
 void assignNormals(PointCloud & cloud, std::vector<float> normals, NormalsOfVertices const & assigned,
                    Wanted wanted)
@@ -137,49 +190,57 @@ void assignNormals(PointCloud & cloud, std::vector<float> normals, NormalsOfVert
 
 VertexData readObj(ByteSource & source, ReadingProgress & reading, Wanted wanted)
 {
+    auto const most = static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
     VertexData data;
-    PositionColumn positions(PositionColumn::Origin::text);
-    ColorColumn colors(ColorColumn::Range::share);
-    std::size_t colored = 0;
-    std::vector<float> normals;
+    ObjColumns columns;
+    PositionColumn & positions = columns.positions;
     NormalsOfVertices assigned;
     std::vector<std::size_t> corners;
     std::string_view line;
-    while (source.readLine(line)) {
-        reading.update();
-        std::string_view const keyword = takeWord(line);
-        if (keyword == "v") {
-            Numbers const numbers(line, source);
-            positions.add(numbers.values, numbers.isFloatEnough);
-            if (numbers.count >= 6) { // a seventh number is an opacity
-                ++colored;
-                colors.add(numbers.values + 3);
+    auto const readBy = [&](std::uint64_t end) {
+        while (source.position() < end && source.readLine(line)) {
+            reading.update();
+            std::string_view const keyword = takeWord(line);
+            if (!columns.add(keyword, line, source) && keyword == "f") {
+                corners.clear();
+                readFace(line, positions.size(), columns.normals.size() / 3, assigned,
+                         wanted == Wanted::mesh ? &corners : nullptr, source);
+                for (std::size_t corner = 2; corner < corners.size(); ++corner)
+                    for (std::size_t const used : {std::size_t(0), corner - 1, corner})
+                        data.triangles.push_back(static_cast<std::int32_t>(corners[used]));
             }
-        } else if (keyword == "vn") {
-            Numbers const numbers(line, source);
-            for (int axis = 0; axis < 3; ++axis)
-                normals.push_back(static_cast<float>(numbers.values[axis]));
-        } else if (keyword == "f") {
-            corners.clear();
-            readFace(line, positions.size(), normals.size() / 3, assigned,
-                     wanted == Wanted::mesh ? &corners : nullptr, source);
-            for (std::size_t corner = 2; corner < corners.size(); ++corner)
-                for (std::size_t const used : {std::size_t(0), corner - 1, corner})
-                    data.triangles.push_back(static_cast<std::int32_t>(corners[used]));
+            if (positions.size() > most)
+                throw InputError("the input has more than 2147483647 points");
         }
-        if (positions.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
-            throw InputError("the input has more than 2147483647 points");
-    }
+        return true;
+    };
+    auto const readBlock = [&](ByteSource & block, ObjColumns & part) {
+        for (std::string_view blockLine; block.readLine(blockLine);) {
+            std::string_view const keyword = takeWord(blockLine);
+            bool const isPart = part.add(keyword, blockLine, block);
+            if (!isPart && keyword == "f" && (wanted == Wanted::mesh || namesNormals(blockLine)))
+                throw InputError("a face counts from the vertices before it");
+        }
+    };
+    auto const append = [&](ObjColumns const & part) {
+        if (positions.size() + part.positions.size() > most)
+            return false;
+        columns.append(part);
+        reading.update();
+        return true;
+    };
+    SourceBlocks(source).readLines(ObjColumns(), readBlock, append, readBy);
+    readBy(std::numeric_limits<std::uint64_t>::max());
     std::size_t const size = positions.size();
     if (size == 0)
         throw InputError("the input has no points");
     positions.moveTo(data.points);
-    if (colored == size)
-        data.points.colors = colors.finish();
-    else if (colored > 0)
-        data.points.notes.push_back("only " + std::to_string(colored) + " of " + std::to_string(size) +
-                                    " points have a colour, so no colours are taken");
-    assignNormals(data.points, std::move(normals), assigned, wanted);
+    if (columns.colored == size)
+        data.points.colors = columns.colors.finish();
+    else if (columns.colored > 0)
+        data.points.notes.push_back("only " + std::to_string(columns.colored) + " of " +
+                                    std::to_string(size) + " points have a colour, so no colours are taken");
+    assignNormals(data.points, std::move(columns.normals), assigned, wanted);
     return data;
 }
 

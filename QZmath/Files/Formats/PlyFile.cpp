@@ -2,6 +2,7 @@
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Files/Formats/CloudColumns.h>
 #include <QZmath/Files/Formats/PointFormats.h>
+#include <QZmath/Files/Streams/SourceBlocks.h>
 #include <QZmath/Files/Streams/Words.h>
 
 #include <algorithm>
@@ -274,49 +275,65 @@ ColorColumn::Range colorRangeOf(Element const & vertices)
                      std::to_string(found));
 }
 
+// What a property of instances of equal size is to us.
+struct Field
+{
+    std::size_t offset;
+    Scalar type;
+    int role;
+};
+
+// Where the properties of the instances lie that have no lists and are not text.
+struct Layout
+{
+    std::vector<Field> fields;
+    std::size_t stride = 0;
+    bool isFixed = false; // or they are not of this kind
+    bool isReversed = false;
+
+    Layout(Element const & element, Encoding encoding)
+        : isReversed(encoding == Encoding::bigEndian) // the host is little-endian
+    {
+        for (Property const & property : element.properties) {
+            if (property.role >= 0)
+                fields.push_back({stride, property.type, property.role});
+            stride += sizeOf(property.type);
+        }
+        isFixed = encoding != Encoding::ascii && !element.hasLists() && stride <= ByteSource::st_window;
+    }
+
+    void readInto(Row & row, char const * bytes) const
+    {
+        for (Field const & field : fields)
+            row.values[static_cast<std::size_t>(field.role)] =
+                decode(bytes + field.offset, field.type, isReversed);
+    }
+};
+
 // Reads the instances of one element, one after the other.
 class ElementReader
 {
 public:
     ElementReader(ByteSource & source, Element const & element, Encoding encoding)
-        : m_source(source), m_element(element), m_encoding(encoding),
-          m_reversed(encoding == Encoding::bigEndian) // the host is little-endian
-    {
-        std::size_t offset = 0;
-        for (Property const & property : element.properties) {
-            if (property.role >= 0)
-                m_fields.push_back({offset, property.type, property.role});
-            offset += sizeOf(property.type);
-        }
-        m_stride = offset;
-        m_fixed = encoding != Encoding::ascii && !element.hasLists() && m_stride <= ByteSource::st_window;
-    }
+        : m_source(source), m_element(element), m_encoding(encoding), m_layout(element, encoding)
+    {}
 
     // False when the source ends first.
     bool readInto(Row & row)
     {
-        if (m_fixed)
+        if (m_layout.isFixed)
             return readFixed(row);
         return m_encoding == Encoding::ascii ? readLine(row) : readWithLists(row);
     }
 
 private:
-    struct Field
-    {
-        std::size_t offset;
-        Scalar type;
-        int role;
-    };
-
     bool readFixed(Row & row)
     {
-        std::string_view const bytes = m_source.peek(m_stride);
-        if (bytes.size() < m_stride)
+        std::string_view const bytes = m_source.peek(m_layout.stride);
+        if (bytes.size() < m_layout.stride)
             return false;
-        for (Field const & field : m_fields)
-            row.values[static_cast<std::size_t>(field.role)] =
-                decode(bytes.data() + field.offset, field.type, m_reversed);
-        m_source.skip(m_stride);
+        m_layout.readInto(row, bytes.data());
+        m_source.skip(m_layout.stride);
         return true;
     }
 
@@ -325,7 +342,7 @@ private:
         std::string_view const bytes = m_source.peek(sizeOf(type));
         if (bytes.size() < sizeOf(type))
             return false;
-        value = decode(bytes.data(), type, m_reversed);
+        value = decode(bytes.data(), type, m_layout.isReversed);
         m_source.skip(bytes.size());
         return true;
     }
@@ -416,10 +433,168 @@ private:
     ByteSource & m_source;
     Element const & m_element;
     Encoding m_encoding;
-    bool m_reversed;
-    bool m_fixed;
-    std::size_t m_stride;
-    std::vector<Field> m_fields;
+    Layout m_layout;
+};
+
+// The numbers of one property of many instances, as numbers of another type.
+template <class T, class Target, class Convert>
+void decodeColumnAs(std::string_view bytes, Field const & field, Layout const & layout, Target * target,
+                    std::size_t step, Convert const & convert)
+{
+    for (std::size_t place = field.offset; place < bytes.size(); place += layout.stride, target += step)
+        *target = convert(decodeAs<T>(bytes.data() + place, layout.isReversed));
+}
+
+template <class Target, class Convert>
+void decodeColumn(std::string_view bytes, Field const & field, Layout const & layout, Target * target,
+                  std::size_t step, Convert const & convert)
+{
+    switch (field.type) {
+    case Scalar::int8:
+        return decodeColumnAs<std::int8_t>(bytes, field, layout, target, step, convert);
+    case Scalar::uint8:
+        return decodeColumnAs<std::uint8_t>(bytes, field, layout, target, step, convert);
+    case Scalar::int16:
+        return decodeColumnAs<std::int16_t>(bytes, field, layout, target, step, convert);
+    case Scalar::uint16:
+        return decodeColumnAs<std::uint16_t>(bytes, field, layout, target, step, convert);
+    case Scalar::int32:
+        return decodeColumnAs<std::int32_t>(bytes, field, layout, target, step, convert);
+    case Scalar::uint32:
+        return decodeColumnAs<std::uint32_t>(bytes, field, layout, target, step, convert);
+    case Scalar::float32:
+        return decodeColumnAs<float>(bytes, field, layout, target, step, convert);
+    case Scalar::float64:
+        return decodeColumnAs<double>(bytes, field, layout, target, step, convert);
+    }
+}
+
+// What is wanted of the vertices.
+class VertexColumns
+{
+public:
+    VertexColumns(Element const & element, Encoding encoding)
+        : m_hasNormals(element.hasThree(normal)), m_hasColors(element.hasThree(color)),
+          m_hasMarks(element.has(boundary)), m_hasDensity(element.has(density)),
+          m_isPlain(areNumbersPlain(element)),
+          m_positions(encoding == Encoding::ascii ? PositionColumn::Origin::text
+                                                  : PositionColumn::Origin::numbers),
+          m_colors(colorRangeOf(element))
+    {}
+
+    void reserve(std::size_t room)
+    {
+        m_positions.reserve(room);
+        if (m_hasColors)
+            m_colors.reserve(room);
+        if (m_hasNormals)
+            m_normals.reserve(3 * room);
+        if (m_hasMarks)
+            m_marks.reserve(room);
+    }
+    std::size_t size() const { return m_positions.size(); }
+
+    void add(Row const & row)
+    {
+        m_positions.add(row.values.data(), row.isFloatEnough);
+        if (m_hasNormals)
+            for (std::size_t axis = 0; axis < 3; ++axis)
+                m_normals.push_back(static_cast<float>(row.values[normal + axis]));
+        if (m_hasColors)
+            m_colors.add(row.values.data() + color);
+        if (m_hasMarks)
+            m_marks.push_back(row.values[boundary] != 0.0);
+        if (m_hasDensity)
+            m_density.push_back(static_cast<float>(row.values[density]));
+    }
+
+    // Instances of equal size.
+    void add(std::string_view bytes, Layout const & layout)
+    {
+        if (m_isPlain)
+            return addColumns(bytes, layout);
+        Row row;
+        for (std::size_t place = 0; place < bytes.size(); place += layout.stride) {
+            layout.readInto(row, bytes.data() + place);
+            add(row);
+        }
+    }
+
+    void append(VertexColumns const & other)
+    {
+        auto const appendTo = [](auto & all, auto const & part) {
+            all.insert(all.end(), part.begin(), part.end());
+        };
+        m_positions.append(other.m_positions);
+        m_colors.append(other.m_colors);
+        appendTo(m_normals, other.m_normals);
+        appendTo(m_marks, other.m_marks);
+        appendTo(m_density, other.m_density);
+    }
+    void clear()
+    {
+        m_positions.clear();
+        m_colors.clear();
+        m_normals.clear();
+        m_marks.clear();
+        m_density.clear();
+    }
+
+    void moveTo(VertexData & data)
+    {
+        m_positions.moveTo(data.points);
+        if (m_hasColors)
+            data.points.colors = m_colors.finish();
+        data.points.normals = std::move(m_normals);
+        data.points.boundary = std::move(m_marks);
+        data.density = std::move(m_density);
+    }
+
+private:
+    // Positions that floats hold as they are, and colours of bytes: then a column is read after the other.
+    static bool areNumbersPlain(Element const & element)
+    {
+        return std::all_of(
+            element.properties.begin(), element.properties.end(), [](Property const & property) {
+                bool const isFloat = property.type != Scalar::int32 && property.type != Scalar::uint32 &&
+                                     property.type != Scalar::float64;
+                bool const isPosition = property.role >= position && property.role < normal;
+                bool const isColor = property.role >= color && property.role < boundary;
+                return isPosition ? isFloat : !isColor || property.type == Scalar::uint8;
+            });
+    }
+
+    void addColumns(std::string_view bytes, Layout const & layout)
+    {
+        auto const asFloat = [](double value) { return static_cast<float>(value); };
+        auto const asByte = [](double value) { return static_cast<std::uint8_t>(value); };
+        auto const asMark = [](double value) { return static_cast<std::uint8_t>(value != 0.0); };
+        std::size_t const count = bytes.size() / layout.stride;
+        float * const places = m_positions.addFloats(count);
+        m_normals.resize(m_normals.size() + (m_hasNormals ? 3 * count : 0));
+        float * const normals = m_normals.data() + m_normals.size() - (m_hasNormals ? 3 * count : 0);
+        std::uint8_t * const colors = m_hasColors ? m_colors.addBytes(count) : nullptr;
+        m_marks.resize(m_marks.size() + (m_hasMarks ? count : 0));
+        m_density.resize(m_density.size() + (m_hasDensity ? count : 0));
+        for (Field const & field : layout.fields) {
+            if (field.role < normal)
+                decodeColumn(bytes, field, layout, places + field.role, 3, asFloat);
+            else if (field.role < color && m_hasNormals)
+                decodeColumn(bytes, field, layout, normals + (field.role - normal), 3, asFloat);
+            else if (field.role >= color && field.role < boundary && m_hasColors)
+                decodeColumn(bytes, field, layout, colors + (field.role - color), 3, asByte);
+            else if (field.role == boundary)
+                decodeColumn(bytes, field, layout, m_marks.data() + m_marks.size() - count, 1, asMark);
+            else if (field.role == density)
+                decodeColumn(bytes, field, layout, m_density.data() + m_density.size() - count, 1, asFloat);
+        }
+    }
+
+    bool m_hasNormals, m_hasColors, m_hasMarks, m_hasDensity, m_isPlain;
+    PositionColumn m_positions;
+    ColorColumn m_colors;
+    std::vector<float> m_normals, m_density;
+    std::vector<std::uint8_t> m_marks;
 };
 
 void skipElement(ByteSource & source, Element const & element, Encoding encoding, ReadingProgress & reading)
@@ -438,46 +613,54 @@ void readVertices(ByteSource & source, Element const & element, Encoding encodin
 {
     if (!element.hasThree(position))
         throw InputError("the vertices have no properties x, y and z");
-    bool const hasNormals = element.hasThree(normal);
-    bool const hasColors = element.hasThree(color);
-    bool const hasMarks = element.has(boundary);
-    bool const hasDensity = element.has(density);
     if (element.count > static_cast<std::uint64_t>(std::numeric_limits<int>::max()))
         throw InputError("the input has more than 2147483647 points");
 
-    PointCloud & cloud = data.points;
-    std::size_t const room = source.worthReserving(element.count);
-    PositionColumn positions(encoding == Encoding::ascii ? PositionColumn::Origin::text
-                                                         : PositionColumn::Origin::numbers);
-    positions.reserve(room);
-    ColorColumn colors(colorRangeOf(element));
-    if (hasColors)
-        colors.reserve(room);
-    if (hasNormals)
-        cloud.normals.reserve(3 * room);
-    if (hasMarks)
-        cloud.boundary.reserve(room);
+    VertexColumns const none(element, encoding);
+    VertexColumns columns = none;
+    columns.reserve(source.worthReserving(element.count));
+    Layout const layout(element, encoding);
+    SourceBlocks blocks(source);
+    if (layout.isFixed) {
+        auto const readBlock = [&](std::string_view bytes, VertexColumns & part) { part.add(bytes, layout); };
+        std::uint64_t const found = blocks.readEqual(element.count, layout.stride, columns, none, readBlock,
+                                                     [&] { reading.update(); });
+        if (found < element.count)
+            throwTruncated(element, found);
+        return columns.moveTo(data);
+    }
+
     ElementReader reader(source, element, encoding);
     Row row;
-    for (std::uint64_t i = 0; i < element.count; ++i) {
-        row.isFloatEnough = true;
-        if (!reader.readInto(row))
-            throwTruncated(element, i);
-        positions.add(row.values.data(), row.isFloatEnough);
-        if (hasNormals)
-            for (std::size_t axis = 0; axis < 3; ++axis)
-                cloud.normals.push_back(static_cast<float>(row.values[normal + axis]));
-        if (hasColors)
-            colors.add(row.values.data() + color);
-        if (hasMarks)
-            cloud.boundary.push_back(row.values[boundary] != 0.0);
-        if (hasDensity)
-            data.density.push_back(static_cast<float>(row.values[density]));
+    auto const readBy = [&](std::uint64_t end) {
+        while (columns.size() < element.count && source.position() < end) {
+            row.isFloatEnough = true;
+            if (!reader.readInto(row))
+                throwTruncated(element, columns.size());
+            columns.add(row);
+            reading.update();
+        }
+        return columns.size() < element.count;
+    };
+    auto const readBlock = [&](ByteSource & block, VertexColumns & part) {
+        ElementReader blockReader(block, element, encoding);
+        Row blockRow;
+        while (blockReader.readInto(blockRow)) {
+            part.add(blockRow);
+            blockRow.isFloatEnough = true;
+        }
+    };
+    auto const append = [&](VertexColumns const & part) {
+        // A block that goes beyond the vertices is read up to them.
+        if (columns.size() + part.size() >= element.count)
+            return false;
+        columns.append(part);
         reading.update();
-    }
-    positions.moveTo(cloud);
-    if (hasColors)
-        cloud.colors = colors.finish();
+        return true;
+    };
+    if (encoding != Encoding::ascii || blocks.readLines(none, readBlock, append, readBy))
+        readBy(std::numeric_limits<std::uint64_t>::max());
+    columns.moveTo(data);
 }
 
 void readFaces(ByteSource & source, Element const & element, Encoding encoding, ReadingProgress & reading,

@@ -3,6 +3,7 @@
 #include <QZmath/Files/Formats/CloudColumns.h>
 #include <QZmath/Files/Formats/PointFormats.h>
 #include <QZmath/Files/Formats/TextColumns.h>
+#include <QZmath/Files/Streams/SourceBlocks.h>
 #include <QZmath/Files/Streams/Words.h>
 
 #include <algorithm>
@@ -36,6 +37,11 @@ public:
         if (source.peek(mark.size()) == mark)
             source.skip(mark.size());
     }
+
+    // Of a block from the middle of a file.
+    TextLines(ByteSource & block, TextLines const & file)
+        : m_source(block), m_isSeparatorKept(true), m_separator(file.m_separator)
+    {}
 
     // False at the end. Lines without anything but a comment have no columns.
     bool next()
@@ -136,6 +142,21 @@ struct Triple
         }
         ofUnitLength += std::fabs(square - 1) < 0.02;
     }
+    void append(Triple const & other)
+    {
+        values.insert(values.end(), other.values.begin(), other.values.end());
+        isWhole = isWhole && other.isWhole;
+        isAboveOne = isAboveOne || other.isAboveOne;
+        isShare = isShare && other.isShare;
+        ofUnitLength += other.ofUnitLength;
+    }
+    void clear()
+    {
+        values.clear();
+        isWhole = isShare = true;
+        isAboveOne = false;
+        ofUnitLength = 0;
+    }
     bool isColor() const { return isWhole && isAboveOne; }
     // Normals may have any length, but most have 1.
     bool isMostlyOfUnitLength() const { return 2 * ofUnitLength >= values.size() / 3; }
@@ -184,6 +205,28 @@ public:
     }
 
     std::size_t size() const { return m_positions.size(); }
+
+    void reserve(std::size_t points)
+    {
+        m_positions.reserve(points);
+        m_cloud.normals.reserve(m_cloud.normals.empty() ? 0 : 3 * points);
+    }
+    // Those of the same columns, behind its own.
+    void append(NamedPoints const & other)
+    {
+        PointCloud const & cloud = other.m_cloud;
+        m_positions.append(other.m_positions);
+        m_colors.append(other.m_colors);
+        m_cloud.normals.insert(m_cloud.normals.end(), cloud.normals.begin(), cloud.normals.end());
+        m_cloud.boundary.insert(m_cloud.boundary.end(), cloud.boundary.begin(), cloud.boundary.end());
+    }
+    void clear()
+    {
+        m_positions.clear();
+        m_colors.clear();
+        m_cloud.normals.clear();
+        m_cloud.boundary.clear();
+    }
 
     PointCloud finish()
     {
@@ -243,6 +286,25 @@ public:
     }
 
     std::size_t size() const { return m_positions.size(); }
+
+    void reserve(std::size_t points)
+    {
+        m_positions.reserve(points);
+        m_second.values.reserve(m_columns >= 6 ? 3 * points : 0);
+    }
+    // Those of as many columns, behind its own.
+    void append(GuessedPoints const & other)
+    {
+        m_positions.append(other.m_positions);
+        m_second.append(other.m_second);
+        m_shifted.append(other.m_shifted);
+    }
+    void clear()
+    {
+        m_positions.clear();
+        m_second.clear();
+        m_shifted.clear();
+    }
 
     PointCloud finish()
     {
@@ -329,26 +391,52 @@ bool isPoint(std::vector<std::string_view> const & words, TextColumns const & co
     return parseNumber(words[x < words.size() ? x : 0], ignored);
 }
 
-// Reads the lines behind the first point, which `lines` holds.
+// Reads the lines from the first point on, which `lines` holds. `points` is still empty.
 template <class TPoints>
-PointCloud readLines(TextLines & lines, TPoints & points, long long promised, ReadingProgress & reading)
+PointCloud readLines(ByteSource & source, TextLines & lines, TPoints & points, long long promised,
+                     ReadingProgress & reading)
 {
     bool const isCounted = promised >= 0;
+    auto const most = static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
+    TPoints const none = points;
+    std::size_t room = 0;
     lines.keepSeparator();
     auto const isComplete = [&] { return points.size() == static_cast<std::size_t>(promised); };
-    do {
+    auto const addLine = [&] {
         reading.update();
         if (lines.words.empty())
-            continue;
+            return;
         long long more = 0;
         if (isCounted && isComplete() && isCount(lines.words, more)) {
             promised = more < std::numeric_limits<long long>::max() - promised ? promised + more : promised;
-            continue; // another block
+            return; // another block
         }
         points.add(lines);
-        if (points.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
+        if (points.size() > most)
             throw InputError("the input has more than 2147483647 points");
-    } while (lines.next());
+    };
+    auto const readBy = [&](std::uint64_t end) {
+        while (source.position() < end && lines.next())
+            addLine();
+        return true;
+    };
+    auto const readBlock = [&](ByteSource & block, TPoints & part) {
+        for (TextLines blockLines(block, lines); blockLines.next();)
+            if (!blockLines.words.empty())
+                part.add(blockLines); // refuses the line of a count too
+    };
+    auto const append = [&](TPoints const & part) {
+        if (points.size() + part.size() > most)
+            return false;
+        points.append(part);
+        if (points.size() > room) // a guess, with something to spare
+            points.reserve(room = std::min(source.expected(points.size() + points.size() / 32), most));
+        reading.update();
+        return true;
+    };
+    addLine();
+    SourceBlocks(source).readLines(none, readBlock, append, readBy);
+    readBy(std::numeric_limits<std::uint64_t>::max());
     if (isCounted && points.size() < static_cast<std::size_t>(promised))
         throw InputError("the input is truncated: " + std::to_string(promised) + " points are promised and " +
                          std::to_string(points.size()) +
@@ -382,11 +470,11 @@ PointCloud readText(ByteSource & source, ReadingProgress & reading, std::string 
             TextColumns const columns = columnNames.empty() ? header : TextColumns::fromNames(columnNames);
             if (isPoint(words, columns)) {
                 NamedPoints points(columns);
-                return readLines(lines, points, promised, reading);
+                return readLines(source, lines, points, promised, reading);
             }
         } else if (double ignored = 0; parseNumber(words[0], ignored)) {
             GuessedPoints points(lines, intensityFirst);
-            return readLines(lines, points, promised, reading);
+            return readLines(source, lines, points, promised, reading);
         }
         if (refused == 0)
             firstRefused = lines.notNumber(0);

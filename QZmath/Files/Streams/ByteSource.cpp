@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <istream>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -113,8 +114,21 @@ std::string_view ByteSource::peek(std::size_t length)
     return std::string_view(m_data, std::min(length, m_available));
 }
 
-void ByteSource::skip(std::uint64_t length)
+std::string_view ByteSource::ahead(std::size_t length)
 {
+    if (m_available < length && m_buffer.size() < length && !isMemory()) {
+        std::vector<char> wider(length);
+        if (m_available > 0)
+            std::memcpy(wider.data(), m_data, m_available);
+        m_buffer = std::move(wider);
+        m_data = m_buffer.data();
+    }
+    return peek(length);
+}
+
+void ByteSource::skip(std::uint64_t length, std::uint64_t lines)
+{
+    m_lines += lines;
     while (length > 0 && !peek(1).empty()) {
         std::size_t const step = static_cast<std::size_t>(std::min<std::uint64_t>(length, m_available));
         m_data += step;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -16,7 +17,7 @@ namespace QZmath
 class ByteSource
 {
 public:
-    /// No line and no block may be longer than this.
+    /// No line may be longer than this.
     static constexpr std::size_t st_window = std::size_t(1) << 18;
 
     /// Opens a file or a pipe; "-" is standard input.
@@ -45,14 +46,23 @@ public:
         std::uint64_t const unseen = 1 << 14;
         return static_cast<std::size_t>(m_isSizeKnown || count < unseen ? count : unseen);
     }
+    /// How many there may be in all when so many have been read; of an unknown size no more than these.
+    std::size_t expected(std::size_t count) const
+    {
+        double const share =
+            m_isSizeKnown ? static_cast<double>(m_position) / static_cast<double>(m_size) : 1;
+        return static_cast<std::size_t>(static_cast<double>(count) / std::clamp(share, 0.001, 1.0));
+    }
     /// Share of the input that has been read; of an unknown size a number that rises to 1.
     double progress() const;
 
     /// The next `length` bytes (at most `st_window`), fewer at the end of the source. Valid until the next
     /// call.
     std::string_view peek(std::size_t length);
-    /// Takes away bytes, at most as many as remain.
-    void skip(std::uint64_t length);
+    /// The same for any length; the window grows to it.
+    std::string_view ahead(std::size_t length);
+    /// Takes away bytes, at most as many as remain, which end so many lines.
+    void skip(std::uint64_t length, std::uint64_t lines = 0);
     /// Appends the next `length` bytes, fewer at the end of the source.
     void read(std::uint64_t length, std::vector<char> & bytes);
     /// Takes a line without its end, which is a line feed, a carriage return or both in this order. False at
