@@ -21,11 +21,10 @@ void check(TriangleMesh const & mesh)
         !fits(mesh.normals.size(), 3 * vertices) || !fits(mesh.colors.size(), 3 * vertices) ||
         !fits(mesh.density.size(), vertices))
         throw OutputError("the arrays of the mesh do not fit together");
-    bool const isInRange =
-        std::all_of(mesh.triangles.begin(), mesh.triangles.end(), [&](std::int32_t corner) {
-            return corner >= 0 && static_cast<std::size_t>(corner) < vertices;
-        });
-    if (!isInRange)
+    std::uint32_t most = 0; // negative ones are the greatest
+    for (std::int32_t const corner : mesh.triangles)
+        most = std::max(most, static_cast<std::uint32_t>(corner));
+    if (!mesh.triangles.empty() && (most > std::uint32_t(INT32_MAX) || most >= vertices))
         throw OutputError("the mesh has a triangle with a vertex that there is not");
 }
 

@@ -61,7 +61,8 @@ QZMATH_FILES_API void checkColumns(std::string const & columns);
 /// with what has been read. So memory stays within a small multiple of the input's size, of a compressed
 /// cloud within a hundred times. Values are not judged: they may be infinite, or no numbers. O(n).
 ///
-/// Several threads may read at the same time. The same bytes give the same cloud, whatever the locale.
+/// Large inputs are read on all threads. Several threads may read at the same time. The same bytes give the
+/// same cloud, whatever the locale and the number of threads.
 ///
 /// \param progress from 0 to 1; may be null, may interrupt
 /// \throws InputError, CUserIntrException, std::bad_alloc

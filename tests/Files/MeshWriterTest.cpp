@@ -2,6 +2,7 @@
 #include <Files/CloudFiles.h>
 #include <QZmath/Files/Files.h>
 #include <QZsys/Exceptions.h>
+#include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
 #include <assimp/Importer.hpp>
@@ -74,6 +75,46 @@ class MeshWriter : public testing::Test, protected qz_test::TestFolder
 {};
 
 } // namespace
+
+TEST_F(MeshWriter, threadsWriteTheBytesOfOneThread)
+{
+    for (unsigned has = 0; has < 4; ++has) {
+        TriangleMesh mesh = torus(300, 200); // many blocks
+        if (has & 1)
+            mesh.normals.clear();
+        if (has & 2)
+            mesh.colors.clear();
+        if (has == 3)
+            mesh.density.clear();
+        if (has & 2)
+            mesh.origin = {500000.3, 5400000.7, 300.1};
+        PointCloudView cloud;
+        cloud.size = mesh.vertexCount();
+        cloud.positions = mesh.positions.data();
+        cloud.normals = mesh.normals.empty() ? nullptr : mesh.normals.data();
+        cloud.colors = mesh.colors.empty() ? nullptr : mesh.colors.data();
+        std::string expected[8];
+        for (int const threads : {1, 2, 5}) {
+            CThreadNumberScope const scope(threads);
+            std::string * bytes = expected;
+            auto const compare = [&](std::string const & name) {
+                if (threads == 1)
+                    *bytes = contents(name);
+                else
+                    EXPECT_TRUE(*bytes == contents(name)) << name << ' ' << has << ' ' << threads;
+                ++bytes;
+            };
+            for (std::string const ending : st_endings) {
+                writeMesh(mesh, path("mesh." + ending));
+                compare(ending == "gltf" ? "mesh.bin" : "mesh." + ending);
+            }
+            for (std::string const name : {"cloud.ply", "cloud.obj", "cloud.csv"}) {
+                writePoints(cloud, path(name));
+                compare(name);
+            }
+        }
+    }
+}
 
 TEST_F(MeshWriter, everyFormatGivesTheMeshBack)
 {

@@ -174,11 +174,11 @@ void writeGltfNumbers(TriangleMesh const & mesh, ByteSink & sink)
     sink.bytes(mesh.positions.data(), 4 * mesh.positions.size());
     sink.bytes(mesh.normals.data(), 4 * mesh.normals.size());
     std::array<std::uint16_t, 256> const light = linearLight();
-    for (std::size_t i = 0; i < mesh.colors.size(); i += 3) {
-        std::uint16_t const color[4] = {light[mesh.colors[i]], light[mesh.colors[i + 1]],
-                                        light[mesh.colors[i + 2]], 65535};
-        sink.bytes(color, sizeof(color));
-    }
+    sink.forEach(mesh.colors.size() / 3, 8, [&](std::size_t i, ByteBlock & block) {
+        std::uint8_t const * const bytes = mesh.colors.data() + 3 * i;
+        std::uint16_t const color[4] = {light[bytes[0]], light[bytes[1]], light[bytes[2]], 65535};
+        block.bytes(color, sizeof(color));
+    });
     sink.bytes(mesh.density.data(), 4 * mesh.density.size());
     sink.bytes(mesh.triangles.data(), 4 * mesh.triangles.size());
 }

@@ -41,8 +41,10 @@ void writePly(TriangleMesh const & mesh, ByteSink & sink)
               "\nproperty list uchar int vertex_indices\nend_header\n");
     std::size_t const stride = (isWide ? 24 : 12) + (mesh.normals.empty() ? 0 : 12) +
                                (mesh.colors.empty() ? 0 : 3) + (mesh.density.empty() ? 0 : 4);
-    for (std::size_t i = 0; i < vertices; ++i) {
-        char * place = sink.claim(stride);
+    if (stride == 12)
+        sink.bytes(mesh.positions.data(), 12 * vertices); // as they lie in memory
+    sink.forEach(stride == 12 ? 0 : vertices, stride, [&](std::size_t i, ByteBlock & block) {
+        char * place = block.claim(stride);
         float const * const local = mesh.positions.data() + 3 * i;
         if (isWide) {
             double const position[3] = {mesh.origin[0] + static_cast<double>(local[0]),
@@ -58,12 +60,13 @@ void writePly(TriangleMesh const & mesh, ByteSink & sink)
             place = copied(place, mesh.colors.data() + 3 * i, 3);
         if (!mesh.density.empty())
             copied(place, mesh.density.data() + i, 1);
-    }
-    for (std::size_t i = 0; i < mesh.triangleCount(); ++i) {
-        char * const place = sink.claim(13);
+    });
+    std::size_t const faceLength = 13;
+    sink.forEach(mesh.triangleCount(), faceLength, [&](std::size_t i, ByteBlock & block) {
+        char * const place = block.claim(faceLength);
         *place = 3;
         copied(place + 1, mesh.triangles.data() + 3 * i, 3);
-    }
+    });
 }
 
 void writePly(PointCloudView const & cloud, ByteSink & sink)
@@ -72,18 +75,19 @@ void writePly(PointCloudView const & cloud, ByteSink & sink)
     writeHeader(sink, cloud.size, isWide, cloud.normals != nullptr, cloud.colors != nullptr,
                 cloud.boundary != nullptr ? "property uchar boundary\n" : "");
     sink.text("end_header\n");
-    for (std::size_t i = 0; i < cloud.size; ++i) {
-        if (isWide)
-            sink.bytes(cloud.positions64 + 3 * i, 3 * sizeof(double));
-        else
-            sink.bytes(cloud.positions + 3 * i, 3 * sizeof(float));
+    std::size_t const stride = (isWide ? 24 : 12) + (cloud.normals != nullptr ? 12 : 0) +
+                               (cloud.colors != nullptr ? 3 : 0) + (cloud.boundary != nullptr ? 1 : 0);
+    sink.forEach(cloud.size, stride, [&](std::size_t i, ByteBlock & block) {
+        char * place = block.claim(stride);
+        place =
+            isWide ? copied(place, cloud.positions64 + 3 * i, 3) : copied(place, cloud.positions + 3 * i, 3);
         if (cloud.normals != nullptr)
-            sink.bytes(cloud.normals + 3 * i, 3 * sizeof(float));
+            place = copied(place, cloud.normals + 3 * i, 3);
         if (cloud.colors != nullptr)
-            sink.bytes(cloud.colors + 3 * i, 3);
+            place = copied(place, cloud.colors + 3 * i, 3);
         if (cloud.boundary != nullptr)
-            sink.put(static_cast<std::uint8_t>(cloud.boundary[i] != 0));
-    }
+            *place = cloud.boundary[i] != 0 ? 1 : 0;
+    });
 }
 
 } // namespace QZmath

@@ -145,7 +145,8 @@ void writeStl(TriangleMesh const & mesh, ByteSink & sink)
                       mesh.origin[1], mesh.origin[2]);
     sink.bytes(header, sizeof(header));
     sink.put(static_cast<std::uint32_t>(mesh.triangleCount()));
-    for (std::size_t i = 0; i < mesh.triangleCount(); ++i) {
+    std::size_t const length = 50;
+    sink.forEach(mesh.triangleCount(), length, [&](std::size_t i, ByteBlock & block) {
         float values[12]; // the normal, then the corners
         for (std::size_t corner = 0; corner < 3; ++corner)
             std::copy_n(mesh.positions.data() + 3 * static_cast<std::size_t>(mesh.triangles[3 * i + corner]),
@@ -158,14 +159,13 @@ void writeStl(TriangleMesh const & mesh, ByteSink & sink)
         double const normal[3] = {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2],
                                   a[0] * b[1] - a[1] * b[0]};
         // In range for all floats: products of four of them stay below 1e154.
-        double const length =
-            std::sqrt(normal[0] * normal[0] + normal[1] * normal[1] + normal[2] * normal[2]);
+        double const size = std::sqrt(normal[0] * normal[0] + normal[1] * normal[1] + normal[2] * normal[2]);
         for (int axis = 0; axis < 3; ++axis)
-            values[axis] = length > 0 ? static_cast<float>(normal[axis] / length) : 0.0f;
-        char * const place = sink.claim(sizeof(values) + 2);
+            values[axis] = size > 0 ? static_cast<float>(normal[axis] / size) : 0.0f;
+        char * const place = block.claim(length);
         std::memcpy(place, values, sizeof(values));
-        std::memset(place + sizeof(values), 0, 2);
-    }
+        std::memset(place + sizeof(values), 0, length - sizeof(values));
+    });
 }
 
 } // namespace QZmath

@@ -2,13 +2,16 @@
 #include <QZmath/Files/Streams/ByteSink.h>
 
 #include <QZmath/Files/Errors.h>
+#include <QZsys/ParallelTasks.h>
 #include <QZsys/PendingFiles.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <ostream>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -20,6 +23,19 @@ namespace QZmath
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
               "numbers are read and written as they lie in memory");
 #endif
+
+template <class T>
+void ByteBlock::numberAsText(T value)
+{
+    std::size_t const longest = 32;
+    char * const place = claim(longest);
+    char * const end = std::to_chars(place, place + longest, value).ptr;
+    m_used -= static_cast<std::size_t>(place + longest - end);
+}
+
+void ByteBlock::number(float value) { numberAsText(value); }
+void ByteBlock::number(double value) { numberAsText(value); }
+void ByteBlock::number(std::int64_t value) { numberAsText(value); }
 
 ByteSink::ByteSink(std::string const & path, std::string const & name)
     : m_name(path == "-" ? "to standard output" : quotable(name)), m_buffer(st_capacity)
@@ -51,22 +67,39 @@ void ByteSink::bytes(void const * data, std::size_t length)
         flush();
         handOn(static_cast<char const *>(data), length);
     } else if (length > 0) {
-        std::memcpy(claim(length), data, length);
+        if (m_used + length > st_capacity)
+            flush();
+        std::memcpy(m_buffer.data() + m_used, data, length);
+        m_used += length;
     }
 }
 
-template <class T>
-void ByteSink::numberAsText(T value)
+void ByteSink::inBlocks(std::size_t count, std::function<void(std::size_t, ByteBlock &)> const & make)
 {
-    std::size_t const longest = 32;
-    char * const place = claim(longest);
-    char * const end = std::to_chars(place, place + longest, value).ptr;
-    m_used -= static_cast<std::size_t>(place + longest - end);
+    int const mostThreads = 8; // more make text faster than a disk takes it
+    auto const threads =
+        static_cast<std::size_t>(std::min(CVescaThreadingTasksHelper::getNumOfPhisicalThread(), mostThreads));
+    std::size_t const perRound = threads == 1 ? 1 : 4 * threads;
+    std::vector<ByteBlock> made, ready; // of this round, and of the one before
+    for (std::size_t begin = 0; begin < count || !ready.empty();) {
+        std::size_t const number = std::min(perRound, count - begin);
+        made.resize(number);
+        std::atomic<std::size_t> next{0};
+        VsUt::callTogether(static_cast<int>(std::clamp<std::size_t>(number, 1, threads)), [&](bool isCaller) {
+            if (isCaller)
+                for (ByteBlock const & block : ready)
+                    bytes(block.data(), block.size());
+            for (std::size_t i = next++; i < number; i = next++) {
+                made[i].clear(st_block + st_block / 4);
+                make(begin + i, made[i]);
+            }
+        });
+        begin += number;
+        std::swap(made, ready);
+        if (number == 0)
+            ready.clear();
+    }
 }
-
-void ByteSink::number(float value) { numberAsText(value); }
-void ByteSink::number(double value) { numberAsText(value); }
-void ByteSink::number(std::int64_t value) { numberAsText(value); }
 
 void ByteSink::flush()
 {
