@@ -113,12 +113,18 @@ TEST(CsrStorageTest, CopyHasNoOpenMatrix)
     CVertexLinearCombination<T> equation;
     equation.AddVertex(0, 4);
     storage.AddEquation(equation);
-    std::unique_ptr<CCSRSstorage<T>> const copy(storage.Copy());
-    EXPECT_EQ(copy->GetFreeVertCoeff(0, 0), T(4));
-    copy->AddEquation(equation);
-    EXPECT_FALSE(copy->IsSpoiled());
-    EXPECT_EQ(copy->GetFreeVertCoeff(0, 0), T(0));
-    EXPECT_EQ(copy->GetFreeVertCoeff(1, 0), T(4));
+    std::unique_ptr<CCSRSstorage<T>> const made(storage.Copy());
+    CCSRSstorage<T> assigned;
+    assigned.DefineFreeVertex(5);
+    assigned.reserveMatrixMemory(3);
+    assigned = storage;
+    for (CCSRSstorage<T> * const copy : {made.get(), &assigned}) {
+        EXPECT_EQ(copy->GetFreeVertCoeff(0, 0), T(4));
+        copy->AddEquation(equation);
+        EXPECT_FALSE(copy->IsSpoiled());
+        EXPECT_EQ(copy->GetFreeVertCoeff(0, 0), T(0));
+        EXPECT_EQ(copy->GetFreeVertCoeff(1, 0), T(4));
+    }
 
     // The last stored element, not the largest, becomes 1 by its magnitude.
     CVertexLinearCombination<T> others;

@@ -16,6 +16,71 @@ namespace
 using namespace REmath;
 using testSupport::DenseMatrix;
 
+// Compressed rows with a hole behind each, as somebody keeps them whose rows may grow.
+class RowsWithHoles : public CCSRSquareMatrix<double>
+{
+public:
+    RowsWithHoles(DenseMatrix const & dense, int base, bool upperOnly)
+    {
+        initMemory(dense.size, 0, eCSRindexBase(base), upperOnly);
+        for (int row = 0; row < dense.size; ++row) {
+            getCsrPointerBMod()[row] = getCsrColumnsSize() + base;
+            for (int column = upperOnly ? row : 0; column < dense.size; ++column)
+                if (dense(row, column) != 0)
+                    append(column + base, dense(row, column));
+            m_ends.push_back(getCsrValuesSize() + base);
+            append(-77, std::nan(""));
+        }
+        getCsrPointerEMod()[dense.size - 1] = getCsrValuesSize() + base;
+    }
+
+private:
+    void append(int column, double value)
+    {
+        pushBackCsrColumn(column);
+        pushBackCsrValue(value);
+    }
+    int const * doGetCsrPointerE() const override { return m_ends.data(); }
+
+    std::vector<int> m_ends;
+};
+
+TEST(ExplicitMatrices, MayHaveHolesBetweenTheirRows)
+{
+    std::mt19937 random(37);
+    DenseMatrix const matrix = testSupport::randomSparse(50, 5.0, true, 1.1, random);
+    std::vector<double> const right = testSupport::randomVector(50, random);
+    std::vector<double> const expected = testSupport::eliminate(matrix, right);
+    for (int base : {0, 1})
+        for (bool upperOnly : {false, true}) {
+            RowsWithHoles const rows(matrix, base, upperOnly);
+            std::vector<double> solution(50);
+            CLinSysSolverSparseDss<double> direct;
+            ASSERT_TRUE(direct.solveForExplicitMatrix(solution.data(), rows, true, right.data(), nullptr));
+            EXPECT_LT(testSupport::relativeDistance(solution, expected), 1e-12);
+            auto const iterate = [&](double eps, int maxIterations) {
+                CLinSysSolverSparseMKL<double> iterative(0.5, 10);
+                iterative.setBicgstabEps(eps);
+                iterative.setMaxIterationsAllowed(maxIterations);
+                solution.assign(50, 0.0);
+                return iterative.solveForExplicitMatrix(solution.data(), rows, right.data(), nullptr);
+            };
+            EXPECT_EQ(iterate(1e-12, 3), 3);
+            EXPECT_GT(iterate(1e-12, -1), iterate(1e-3, -1));
+            iterate(1e-12, -1);
+            EXPECT_LT(testSupport::relativeDistance(solution, expected), 1e-10);
+        }
+    CCSRSquareMatrix<double> unfinished;
+    unfinished.initMemory(1, 0, CSR_INDEX_BASE_0, false);
+    double element = 7;
+    CLinSysSolverSparseDss<double> direct;
+    CLinSysSolverSparseMKL<double> iterative(1e-6, 10);
+    EXPECT_FALSE(direct.solveForExplicitMatrix(&element, unfinished, true, right.data(), nullptr));
+    EXPECT_EQ(iterative.solveForExplicitMatrix(&element, unfinished, right.data(), nullptr), -1);
+    EXPECT_EQ(direct.lastFailure(), LinSysFailure::incomplete);
+    EXPECT_TRUE(iterative.lastFailure() == LinSysFailure::incomplete && element == 7);
+}
+
 TEST(IterativeSolver, DeliversWhatItHasAndTellsTheLimit)
 {
     std::mt19937 random(33);
@@ -29,6 +94,7 @@ TEST(IterativeSolver, DeliversWhatItHasAndTellsTheLimit)
     EXPECT_TRUE(succeeded);
     EXPECT_EQ(solver.getIterationsUsed(), 4);
     ASSERT_TRUE(solver.isIterationLimitReached());
+    EXPECT_EQ(solver.lastFailure(), LinSysFailure::notConverged);
     double expectedResidual = 0.0;
     for (int part = 0; part < 2; ++part) {
         auto const product =
@@ -44,6 +110,7 @@ TEST(IterativeSolver, DeliversWhatItHasAndTellsTheLimit)
     testSupport::solveWhole<double>(solver, 2, succeeded);
     EXPECT_FALSE(solver.isIterationLimitReached());
     EXPECT_EQ(solver.getRelativeResidual(), 0.0);
+    EXPECT_EQ(solver.lastFailure(), LinSysFailure::none);
 
     // A right part of zeros: breakdown, counted as -1, and delivered all the same.
     CSparseStoreBicgstabLinSysSolver<double> zeros(0, 1e-6, 10);

@@ -172,4 +172,27 @@ TYPED_TEST(LinearSystemStorageTest, LateVerticesHaveNoRow)
     equation.AddVertex(3, 1);
     storage.AddEquation(equation);
     EXPECT_TRUE(storage.IsSpoiled());
+
+    // Without fixed vertices it counts the equations too.
+    typename TypeParam::Storage full;
+    full.DefineFreeVertex(1);
+    full.DefineFreeVertex(3);
+    for (int number : {0, 1, 2}) {
+        full.AddEquation(equation);
+        EXPECT_EQ(full.IsSpoiled(), number == 2);
+    }
+}
+
+TYPED_TEST(VPLSstorageTest, RowsThatWereMadeByACallTakeNoVertex)
+{
+    using Storage = typename TypeParam::Storage;
+    for (auto const define : {&Storage::DefineFreeVertex, &Storage::DefineFixedVertex}) {
+        Storage storage;
+        storage.DefineFreeVertex(1);
+        EXPECT_EQ(storage.getRow(0), nullptr);
+        storage.AllocateMatrix();
+        EXPECT_TRUE(storage.getRow(0) && !storage.getRow(1) && !storage.IsSpoiled());
+        (storage.*define)(2);
+        EXPECT_TRUE(storage.IsSpoiled());
+    }
 }

@@ -8,11 +8,11 @@
 #include <QZmath/QZmath.h>
 
 #include <BlockProcessor/BlockClients.h>
-#include <LinSys/EverySolver.h>
 #include <QZsys/TaskSupport.h>
 #include <support/Allocations.h>
 #include <support/Mesh.h>
 #include <support/SampledClouds.h>
+#include <support/SolverSystems.h>
 #include <support/TestFolder.h>
 
 #include <gtest/gtest.h>
@@ -286,6 +286,25 @@ std::uint64_t reconstructWhole()
     return Digest::of(mesh, report.holesClosed, report.gapsFaired, report.outliersRemoved, report.summary());
 }
 
+// Each solver that there is, once, for a system of `size` vertices.
+template <class T>
+std::vector<std::unique_ptr<REmath::IVertexPosLinearSystem<T>>> everySolver(int size)
+{
+    using namespace REmath;
+    using Csr = CCSRSstorage<T>;
+    std::vector<std::unique_ptr<IVertexPosLinearSystem<T>>> result;
+    result.push_back(std::make_unique<CLinSysSolverMKL<T>>());
+    result.push_back(std::make_unique<CLinSysSolverCompose<T, Csr, CLinSysSolverCoreMkl<T>>>());
+    result.push_back(std::make_unique<CSparseLinSysSolver<T>>());
+    result.push_back(std::make_unique<CSparseStoreSparseLinSysSolver<T>>());
+    result.push_back(std::make_unique<CLinSysSolverCompose<T, Csr, CLinSysSolverSparseDss<T>>>());
+    result.push_back(std::make_unique<CLinSysSolverCompose<T, Csr, CLinSysSolverCoreBicgstab<T>>>());
+    result.push_back(std::make_unique<CSparseStoreBicgstabLinSysSolver<T>>(3, T(1e-6), 1000));
+    result.push_back(
+        std::make_unique<CLinSysSolverSpaceDecomposer<T>>(std::vector<int>{size / 2}, T(1e-6), 1000));
+    return result;
+}
+
 template <class T>
 std::uint64_t solveWithAll()
 {
@@ -294,13 +313,13 @@ std::uint64_t solveWithAll()
     static std::vector<double> const right = testSupport::randomVector(24, random);
     Digest digest;
     for (bool const isDefinite : {false, true})
-        for (testSupport::Solver<T> & solver : testSupport::everySolver<T>(24)) {
-            solver.system->setSymmetric(isDefinite);
-            solver.system->setPositiveDefinite(isDefinite);
-            testSupport::stateSystem<T>(*solver.system, matrix, right);
+        for (auto const & solver : everySolver<T>(24)) {
+            solver->setSymmetric(isDefinite);
+            solver->setPositiveDefinite(isDefinite);
+            testSupport::stateSystem<T>(*solver, matrix, right);
             bool succeeded = false;
-            auto const solution = testSupport::solveWhole<T>(*solver.system, 2, succeeded);
-            if (!succeeded && solver.system->lastFailure() == REmath::LinSysFailure::noMemory)
+            auto const solution = testSupport::solveWhole<T>(*solver, 2, succeeded);
+            if (!succeeded && solver->lastFailure() == REmath::LinSysFailure::noMemory)
                 throw std::bad_alloc();
             digest.add(Digest::of(succeeded, solution[0].values, solution[1].values));
         }
