@@ -15,16 +15,6 @@ using REmath::Point3D_d;
 namespace
 {
 
-constexpr CRotationMatrix makeZero()
-{
-    CRotationMatrix zero;
-    for (auto & row : zero.m) {
-        for (double & element : row)
-            element = 0;
-    }
-    return zero;
-}
-
 // Whether all pairs of mirrored elements pass `isClose(upper, lower)`.
 template <class IsClose>
 bool isSymmetric(CRotationMatrix const & matrix, IsClose isClose)
@@ -60,7 +50,7 @@ CRotationMatrix const & CRotationMatrix::Identity()
 
 CRotationMatrix const & CRotationMatrix::Zero()
 {
-    static CRotationMatrix const zero = makeZero();
+    static CRotationMatrix const zero = Identity() * 0;
     return zero;
 }
 

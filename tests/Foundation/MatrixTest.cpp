@@ -100,10 +100,14 @@ TYPED_TEST(MatrixTest, OperationsActOnTheElementsTheyName)
         matrix -= value;
         matrix *= 2;
         matrix += a - b;
+        matrix += value;
         expectElements(matrix, rows, cols, [&](int row, int col) {
             T const doubled = T(T(T(a(row, col) + b(row, col)) - value) * 2);
-            return T(doubled + T(a(row, col) - b(row, col)));
+            return T(T(doubled + T(a(row, col) - b(row, col))) + value);
         });
+        (matrix = a) *= 4;
+        matrix /= 2;
+        ASSERT_EQ(matrix, a + a);
         ASSERT_EQ(matrix = value, value);
         expectElements(matrix, rows, cols, [&](int, int) { return value; });
 

@@ -78,7 +78,8 @@ TEST(OrthoNormBasis, CoordinatesGoInAndOutOfAnyFrame)
 
 TEST(OrthoNormBasis, JudgesUnitLengthMoreStrictlyThanTheInverse)
 {
-    Point3D_d const zero(0), x(1, 0, 0), y(0, 1, 0), z(0, 0, 1), far(1e12, -3e12, 7e12);
+    Point3D_d const zero(0), far(1e12, -3e12, 7e12), x = COrthoNormBasis::IdentityE0();
+    Point3D_d const y = COrthoNormBasis::IdentityE1(), z = COrthoNormBasis::IdentityE2();
     auto const build = [&](Point3D_d const & e0, Point3D_d const & e1) {
         return COrthoNormBasis::buildByOrthsAndOrigin(e0, e1, z, far);
     };
@@ -87,6 +88,8 @@ TEST(OrthoNormBasis, JudgesUnitLengthMoreStrictlyThanTheInverse)
     EXPECT_TRUE(build(x, y).isOrthoNorm() && build(turned(1e-8), y).isOrthoNorm());
     EXPECT_FALSE(build(x * (1 + 1e-15), y).isOrthoNorm() || build(turned(3e-7), y).isOrthoNorm());
     EXPECT_TRUE(build(y, x).isOrthoNorm() && !build(y, x).isOrthoNormRightHand());
+    EXPECT_TRUE(COrthoNormBasis::Identity().isOrthoNormRightHand());
+    EXPECT_EQ(COrthoNormBasis::Identity().transformCoordsToBasis({1, 2, 3}), x + y * 2 + z * 3);
     // Degenerate directions give no frame.
     for (COrthoNormBasis const & basis : {COrthoNormBasis::buildAnyRightHandByV2AndOrigin(zero, far),
                                           COrthoNormBasis::buildRightHandByV0V1AndOrigin(x, x * 2, far),

@@ -73,10 +73,20 @@ TEST(Point3D, NormalizedVectorsHaveUnitLengthAndDirection)
 
 TEST(Point3D, HomogeneousOrderIgnoresWAndDirection)
 {
-    HPoint3D const left(1, 2, 2, 9);
-    HPoint3D const right(3, 0, 0, 0);
-    EXPECT_TRUE(!(left < right) && !(right < left) && left <= right && left >= right && left != right);
-    EXPECT_TRUE(HPoint3D_d(0, 4, 0, -100) > HPoint3D_d(2));
+    auto const check = [](auto const & left, auto const & right, auto const & farther) {
+        EXPECT_TRUE(!(left < right) && !(right < left) && left <= right && left >= right && left != right);
+        EXPECT_TRUE(farther > left && farther >= left && left < farther && !(farther <= left));
+        EXPECT_TRUE(left.norm() == 3 && farther.norm2() == 16);
+    };
+    check(HPoint3D(1, 2, 2, 9), HPoint3D(3, 0, 0, 0), HPoint3D(0, 4, 0, -100));
+    check(HPoint3D_d(1, 2, 2, 9), HPoint3D_d(3, 0, 0, 0), HPoint3D_d(0, 4, 0, -100));
+    // A point comes back from its homogeneous form, which no w scales.
+    HPoint3D single(Point3D(1, 2, 3));
+    HPoint3D_d wide(Point3D_d(1, 2, 3));
+    single.w() = 7;
+    wide /= 0.5;
+    EXPECT_TRUE(single.projectW() == Point3D(1, 2, 3) && wide == HPoint3D_d(2, 4, 6, 2));
+    EXPECT_EQ((wide -= HPoint3D_d(1)).projectW(), Point3D_d(1, 3, 5));
     // Each square overflows nothing and is rounded to float; their sum is not.
     EXPECT_EQ(HPoint3D(4097, 4096, 0, 0).norm2(), static_cast<double>(4097.0F * 4097.0F) + 16777216.0);
 }

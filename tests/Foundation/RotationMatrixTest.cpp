@@ -72,6 +72,7 @@ TEST(RotationMatrix, InverseOfMatricesAndTransforms)
         double const condition =
             distance(matrix, CRotationMatrix::Zero()) * distance(inverse, CRotationMatrix::Zero());
         EXPECT_LT(distance(product(matrix, inverse), CRotationMatrix::Identity()), 1e-14 * condition);
+        EXPECT_EQ(((matrix + matrix) / 49).m[1][2], 2 * matrix.m[1][2] / 49); // no product with 1 / 49
 
         RElinearTransform const transform(matrix, randomPoint(random, 5));
         RElinearTransform back;

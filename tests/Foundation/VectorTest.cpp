@@ -69,14 +69,16 @@ TYPED_TEST(VectorTest, OperationsActOnTheElementsInUse)
         ASSERT_EQ(contents(tested), wanted);
 
         T const value = randomElement<T>(random);
-        tested = first;
+        tested = Vector<T>(first);
         tested += second;
         tested *= 3;
+        tested += b[0];
         tested -= value;
         tested = tested - (first + second);
         for (std::size_t k = 0; k < wanted.size(); ++k)
-            wanted[k] = T(T(T(T(a[k] + b[k]) * 3) - value) - T(a[k] + b[k]));
+            wanted[k] = T(T(T(T(T(a[k] + b[k]) * 3) + b[0]) - value) - T(a[k] + b[k]));
         ASSERT_EQ(contents(tested), wanted);
+        ASSERT_EQ(tested != first, wanted != a);
         tested = first;
         tested.as(at, second.get(0, part));
         std::copy_n(b.begin(), part, std::copy_n(a.begin(), at, wanted.begin()));
