@@ -129,14 +129,14 @@ protected:
             m_client.hook("BlockInit", n);
             m_client.read();
             m_value = fragment ? static_cast<Fragment &>(*fragment).value : m_client.values[std::size_t(n)];
-            return !m_client.isSkipped(n);
+            return n % 2 == 0 || !m_client.isSkipped(n); // of the others it is known only after the next step
         }
         bool BlockInitUnshared(IVescaFragmentDescriptor_Old & block, IVescaFragment_Old *) override
         {
             m_client.hook("BlockInitUnshared", numberOf(block));
             if (m_client.needsUnsharedInit)
                 ++m_client.unsharedInits;
-            return true;
+            return !m_client.isSkipped(numberOf(block));
         }
         int ProcessFragment(IVescaFragmentDescriptor_Old & block, IVescaFragment_Old *) override
         {

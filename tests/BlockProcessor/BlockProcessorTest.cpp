@@ -98,8 +98,10 @@ TEST(BlockProcessor, ScheduleTakesTheFirstIndependentBlock)
         EXPECT_TRUE(!client.HasCurrentJob() && lock() == client.BlockEnd());
         client.UnLockBlock(third, nullptr); // the first one is still in work
         EXPECT_TRUE(client.IsBlockProcessed(*third) && !client.IsBlockProcessed(*first));
-        EXPECT_FALSE(client.HasCurrentJob());
+        Block const & between = *client.blocks.at(1);
+        EXPECT_FALSE(client.HasCurrentJob() || client.IsBlockReadyForProcess(between));
         client.UnLockBlock(first, nullptr);
+        EXPECT_TRUE(client.IsBlockReadyForProcess(between));
         Block_iter const second = lock();
         client.UnLockBlock(fifth, nullptr);
         Block_iter const fourth = lock();
@@ -263,4 +265,48 @@ TEST(BlockProcessor, ConfigurationDecidesWhatIsCalled)
     client.SetUseParallelThreads(true); // one thread is left
     EXPECT_EQ(0, client.Run());
     EXPECT_EQ(0, client.parallelWorkers);
+}
+
+// A client that replaces nothing but the work takes the locks itself where it has to be alone.
+TEST(BlockProcessor, WhatAClientLeavesOutDoesNothing)
+{
+    struct Plain : CBlockProcessor
+    {
+        struct Worker : CBlockWorker
+        {
+            Worker(Plain & client, bool parallel) : CBlockWorker(&client, parallel), m_client(client) {}
+            int ProcessFragment(IVescaFragmentDescriptor_Old &, IVescaFragment_Old *) override
+            {
+                m_client.LockAllMutexes(GetID());
+                int const former = m_client.processed;
+                std::this_thread::yield();
+                m_client.processed = former + 1;
+                m_client.UnlockAllMutexes(GetID());
+                return 0;
+            }
+            void BlockFinalize(IVescaFragmentDescriptor_Old &, IVescaFragment_Old *) override {}
+            Plain & m_client;
+        };
+        ~Plain() override = default;
+        CBlockWorker * CreateBlockWorker(bool parallel) override
+        {
+            return hasWorkers ? new Worker(*this, parallel) : nullptr;
+        }
+        bool hasWorkers = true;
+        int processed = 0; // guarded by the locks only
+    };
+    Blocks blocks(200);
+    for (int threads : {1, 4}) {
+        for (auto const & [modify, extract] : {std::pair(false, false), {true, false}, {true, true}}) {
+            Plain client;
+            client.SetBlockStructure(&blocks);
+            client.SetNParralelThreads(threads);
+            client.SetImmediateBlockModify(modify);
+            client.SetExtractBlock(extract);
+            EXPECT_EQ(0, client.Run());
+            EXPECT_EQ(extract ? 0 : 200, client.processed); // all blocks are empty where none is extracted
+            client.hasWorkers = false;
+            EXPECT_EQ(-1, client.Run());
+        }
+    }
 }
