@@ -11,6 +11,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace
@@ -197,6 +198,27 @@ TEST_F(Components, RestIsSkippedByteByByteOrAtOnce)
     CFileWrapClose zeros(std::fopen("/dev/zero", "rb"));
     CFileBinaryStream endless(zeros.FilePtr());
     EXPECT_THROW(CSkipTillTheEnd(endless, &log, L"", L"skipped").Load(logger), CFileReadError);
+}
+
+TEST_F(Components, FiltersWithoutDataAreTheirHeader)
+{
+    using Case = std::tuple<IComponentFilter *, std::string, int, std::int64_t>;
+    auto const stub = [this] { return new CComponentFilterStub(L"nothing", stream); };
+    for (auto const & [filter, mark, version, length] :
+         {Case(new CSkipTillTheEnd(stream, &log, L"nothing", L""), "SkipTillEnd", 0, 128),
+          Case(stub(), "STUB", 0, 128), Case(new CInnerHeaderWrapper(stub(), &log, L""), "Wrap", 1, 256)}) {
+        setContents({});
+        CInnerHeaderWrapper wrapper(filter, &log, L"skip");
+        EXPECT_EQ(wrapper.GetComponentName(), L"nothing");
+        EXPECT_EQ(wrapper.Save(), length);
+        Bytes const saved = contents();
+        EXPECT_STREQ(reinterpret_cast<char const *>(&saved[22]), mark.c_str());
+        EXPECT_EQ(saved[18], version);
+        rewind();
+        EXPECT_EQ(wrapper.Load(logger), length);
+        logger.FinalizeLoading();
+    }
+    EXPECT_TRUE(log.lines.empty() && logger.ends == 1); // only the first end counts
 }
 
 TEST(FileWrapClose, CopiesCloseOnceInEitherOrder)

@@ -43,10 +43,13 @@ TEST(Heap, RandomOperationsKeepTheOrderThePlacesAndTheElements)
                 inside.erase(element);
                 break;
             case 6:
-                if (CfpHeapMem * const greatest = heap.extract()) {
+                if (CfpHeapMem * const greatest = heap.empty() ? nullptr : heap.front()) {
+                    ASSERT_EQ(heap.extract(), greatest);
                     for (CfpHeapMem * const other : inside)
                         ASSERT_LE(other->getHeapKey(), greatest->getHeapKey());
                     inside.erase(greatest);
+                } else {
+                    ASSERT_EQ(heap.extract(), nullptr);
                 }
                 break;
             default:

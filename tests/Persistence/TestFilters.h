@@ -27,13 +27,16 @@ private:
     }
 };
 
-class Logger : public VsF::IDeltaStateLogger
+struct Logger : VsF::IDeltaStateLogger
 {
+    int ends = 0;
+
+private:
     VsF::DocumentNewObjectProcessStatus OnProcessNewObject(VsF::INewObjEvent &) override
     {
         return VsF::newObjectAccepted;
     }
-    void OnFinalizeLoading() override {}
+    void OnFinalizeLoading() override { ++ends; }
 };
 
 // Data of a known length; its saving can break off, its loading can take less.
