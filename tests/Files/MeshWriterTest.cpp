@@ -79,7 +79,7 @@ class MeshWriter : public testing::Test, protected qz_test::TestFolder
 TEST_F(MeshWriter, threadsWriteTheBytesOfOneThread)
 {
     for (unsigned has = 0; has < 4; ++has) {
-        TriangleMesh mesh = torus(300, 200); // many blocks
+        TriangleMesh mesh = torus(200, 120); // many blocks
         if (has & 1)
             mesh.normals.clear();
         if (has & 2)
