@@ -32,6 +32,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <sys/wait.h>
@@ -554,7 +555,8 @@ std::uint64_t persist()
         std::rewind(file.get());
         for (int copy = 0; copy < 2; ++copy) {
             std::vector<char> & data = isSaving ? saved : loaded;
-            VsF::CInnerHeaderWrapper wrapper(new Blob(stream, data), nullptr, L"a warning that takes memory");
+            std::wstring warning = L"a warning that takes memory"; // before the filter, which it could strand
+            VsF::CInnerHeaderWrapper wrapper(new Blob(stream, data), nullptr, std::move(warning));
             digest.add(isSaving ? wrapper.Save() : wrapper.Load(logger));
         }
     }
