@@ -22,6 +22,8 @@ TEST(Colors, EveryPackedColorSurvivesAllForms)
         colorI2RGB(asDouble, packed);
         colorI2F(packed, asFloat);
         ASSERT_EQ(colorRGB2I(asDouble), packed);
+        QZ_rgb_color const ofBytes(int(packed & 255), int(packed >> 8 & 255), int(packed >> 16));
+        ASSERT_EQ(colorRGB2I({ofBytes.red(), ofBytes.green(), ofBytes.blue()}), packed);
         ASSERT_EQ(colorF2I(asFloat), packed);
         RGBtoHSV(asFloat, h, s, v);
         ASSERT_TRUE(h >= -1 && h <= 360 && s >= 0 && s <= 1 && v >= 0 && v <= 1) << std::hex << packed;
