@@ -86,7 +86,7 @@ TEST(Point3D, HomogeneousOrderIgnoresWAndDirection)
     single.w() = 7;
     wide /= 0.5;
     EXPECT_TRUE(single.projectW() == Point3D(1, 2, 3) && wide == HPoint3D_d(2, 4, 6, 2));
-    EXPECT_EQ((wide -= HPoint3D_d(1)).projectW(), Point3D_d(1, 3, 5));
+    EXPECT_EQ((wide -= HPoint3D_d(1, 1, 1, 0)).projectW(), Point3D_d(1, 3, 5));
     // Each square overflows nothing and is rounded to float; their sum is not.
     EXPECT_EQ(HPoint3D(4097, 4096, 0, 0).norm2(), static_cast<double>(4097.0F * 4097.0F) + 16777216.0);
 }

@@ -118,12 +118,14 @@ TEST(CsrStorageTest, CopyHasNoOpenMatrix)
     assigned.DefineFreeVertex(5);
     assigned.reserveMatrixMemory(3);
     assigned = storage;
+    CVertexLinearCombination<T> next;
+    next.AddVertex(0, 6);
     for (CCSRSstorage<T> * const copy : {made.get(), &assigned}) {
         EXPECT_EQ(copy->GetFreeVertCoeff(0, 0), T(4));
-        copy->AddEquation(equation);
+        copy->AddEquation(next);
         EXPECT_FALSE(copy->IsSpoiled());
         EXPECT_EQ(copy->GetFreeVertCoeff(0, 0), T(0));
-        EXPECT_EQ(copy->GetFreeVertCoeff(1, 0), T(4));
+        EXPECT_EQ(copy->GetFreeVertCoeff(1, 0), T(6));
     }
 
     // The last stored element, not the largest, becomes 1 by its magnitude.
