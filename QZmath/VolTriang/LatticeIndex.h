@@ -18,17 +18,8 @@ namespace VolTr
 class QZMATH_API CLatticeIndex
 {
 public:
-    struct Entry
-    {
-        CInt3 place;
-        int payload;
-    };
-
+    /// An empty set; an octree makes the others.
     CLatticeIndex();
-
-    /// Replaces the contents by `entries`, whose places must be distinct; reorders them. Linear in their
-    /// number plus the extent of the coordinates, or n log n where they are sparse.
-    void build(std::vector<Entry> & entries);
 
     int size() const { return static_cast<int>(m_points.size()); }
 
