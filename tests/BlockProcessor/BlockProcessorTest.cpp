@@ -295,7 +295,7 @@ TEST(BlockProcessor, WhatAClientLeavesOutDoesNothing)
         bool hasWorkers = true;
         int processed = 0; // guarded by the locks only
     };
-    // Without threads each block has a worker, and so a lock, of its own; the thread sanitizer follows 64 of them.
+    // Without threads each block has a worker, and so a lock, of its own; the thread sanitizer follows 64.
     constexpr int count = 60;
     Blocks blocks(count);
     for (int threads : {1, 4}) {
