@@ -10,7 +10,7 @@ namespace VsUt
 {
 
 /// A text in a form that a terminal shows and does not obey: control characters, those that turn the
-/// direction of writing, and bytes that are not UTF-8 become \xNN.
+/// direction of writing, and bytes that are not UTF-8 become `\\xNN`.
 QZSYS_API std::string escaped(std::string_view text);
 
 /// Text from outside, such as a file's name or a word out of it, in a form that may stand in a message:

@@ -25,7 +25,9 @@ namespace QZmath
 /// Memory is bounded by the size of the file as with `readPoints`; of glTF, which may repeat a mesh, by 50
 /// vertices for each byte. O(n), STL O(n log n).
 ///
-/// \throws InputError, CUserIntrException, std::bad_alloc
+/// \throws InputError of what cannot be read
+/// \throws CUserIntrException when the progress counter was interrupted
+/// \throws std::bad_alloc
 QZMATH_FILES_API TriangleMesh readMesh(std::string const & path, CProgressCounter * progress = nullptr);
 
 /// The same from memory; a `gltf` has to hold its numbers itself.

@@ -65,7 +65,9 @@ QZMATH_FILES_API void checkColumns(std::string const & columns);
 /// same cloud, whatever the locale and the number of threads.
 ///
 /// \param progress from 0 to 1; may be null, may interrupt
-/// \throws InputError, CUserIntrException, std::bad_alloc
+/// \throws InputError of what cannot be read
+/// \throws CUserIntrException when the progress counter was interrupted
+/// \throws std::bad_alloc
 QZMATH_FILES_API PointCloud readPoints(std::string const & path, ReadOptions const & options = {},
                                        CProgressCounter * progress = nullptr);
 

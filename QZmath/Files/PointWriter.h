@@ -26,7 +26,8 @@ QZMATH_FILES_API bool isPointFileToWrite(std::string const & path);
 /// place and then moved there, see `PendingFiles`. Made on all threads; takes less than a megabyte for each
 /// of at most 8 beside the cloud. O(n).
 ///
-/// \throws OutputError, CUserIntrException
+/// \throws OutputError of what cannot be written
+/// \throws CUserIntrException when the progress counter was interrupted
 QZMATH_FILES_API void writePoints(PointCloudView const & cloud, std::string const & path,
                                   CProgressCounter * progress = nullptr);
 

@@ -198,7 +198,9 @@ struct ReconstructionEstimate
 ///
 /// \param report   filled as far as the call comes, also when it throws; may be null
 /// \param progress from 0 to 1 over the whole call; may be null
-/// \throws ReconstructionError, CUserIntrException when the progress counter was interrupted, std::bad_alloc
+/// \throws ReconstructionError of what kept it from a mesh
+/// \throws CUserIntrException when the progress counter was interrupted
+/// \throws std::bad_alloc
 QZMATH_API TriangleMesh reconstruct(PointCloudView const & cloud, ReconstructionOptions const & options = {},
                                     ReconstructionReport * report = nullptr,
                                     CProgressCounter * progress = nullptr);
