@@ -2,15 +2,15 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS QZsys QZmath QZmathFiles EXPORT QZmathTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(EXPORT QZmathTargets NAMESPACE QZmath:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(EXPORT QZmathTargets NAMESPACE QZmath:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath COMPONENT development)
 
 configure_package_config_file(cmake/QZmathConfig.cmake.in QZmathConfig.cmake
     INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)
 write_basic_package_version_file(QZmathConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmathConfig.cmake" "${CMAKE_CURRENT_BINARY_DIR}/QZmathConfigVersion.cmake"
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath COMPONENT development)
 
 # Relative to the file itself, so that the installed tree may be moved.
 file(RELATIVE_PATH QZMATH_PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
@@ -19,7 +19,7 @@ foreach(package QZmath QZmathFiles)
     configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
 endforeach()
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmath.pc" "${CMAKE_CURRENT_BINARY_DIR}/QZmathFiles.pc"
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # The notices of what is linked, from the packages that the table names: most licences ask for them.

@@ -107,7 +107,7 @@ public:
     /// `CDocumentError` when there is no component, or the filter takes more or less than there is; what the
     /// filter and the stream throw passes through. Gives the number of bytes with the header.
     std::int64_t Load(std::unique_ptr<IComponentFilter> filter, IDeltaStateLogger & logger,
-                      ISaveLoadLog * log = nullptr, std::wstring const & skipWarning = L"");
+                      ISaveLoadLog * log = nullptr, std::wstring const & skipWarning = {});
 
 private:
     struct SState;

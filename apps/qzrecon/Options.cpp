@@ -128,9 +128,9 @@ void addSurfaceOptions(CLI::App & app, Options & options)
             {"auto", Boundary::automatic}, {"closed", Boundary::closed}, {"open", Boundary::open}}))
         ->option_text("auto|closed|open");
     app.add_flag_callback(
-        "--closed", [&wanted] { wanted.boundary = Boundary::closed; }, "--boundary closed");
+        "--closed", [&wanted] { wanted.boundary = Boundary::closed; }, "The same as --boundary closed");
     app.add_flag_callback(
-        "--open", [&wanted] { wanted.boundary = Boundary::open; }, "--boundary open");
+        "--open", [&wanted] { wanted.boundary = Boundary::open; }, "The same as --boundary open");
     app.add_option("--trim", wanted.trimDistance,
                    "Leaf cells from the nearest sample at which an open surface ends")
         ->type_name("D")

@@ -19,7 +19,6 @@ myst_enable_extensions = ["dollarmath"]
 myst_heading_anchors = 3
 breathe_projects = {"qzmath": os.environ["DOXYGEN_XML"]}
 breathe_default_project = "qzmath"
-primary_domain = "cpp"
 highlight_language = "none"
 cpp_id_attributes = ["QZMATH_API", "QZMATH_FILES_API", "QZSYS_API"]
 html_theme = "furo"
