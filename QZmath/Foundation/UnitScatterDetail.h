@@ -3,6 +3,8 @@
 
 #include <QZmath/Foundation/Point3D.h>
 
+#include <cmath>
+
 namespace REmath::Detail
 {
 
@@ -68,7 +70,12 @@ public:
         if (!(length > leastGap))
             return false;
         vector = vector / length;
-        return true;
+        // Where two eigenvalues are nearly the same, as the least ones of points on a line are, Newton's
+        // method may have ended anywhere.
+        double const vx = vector.x(), vy = vector.y(), vz = vector.z();
+        return std::fabs(p * vx + d * vy + e * vz) + std::fabs(d * vx + q * vy + f * vz) +
+                   std::fabs(e * vx + f * vy + r * vz) <
+               1e-9;
     }
 
 private:

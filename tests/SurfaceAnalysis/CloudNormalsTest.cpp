@@ -190,6 +190,15 @@ TEST(CloudNormals, HostileCloudsFailPointByPoint)
                                                     std::vector<Point3D>(50, Point3D(1, nan, 3)),
                                                     line})
             EXPECT_TRUE(isNone(estimate(points, orientation)));
+        // Two places lie on a line, whatever rounding makes of their scatter.
+        Random random(9);
+        auto const anywhere = [&random] {
+            return Point3D(random.uniform(-4, 4), random.uniform(-4, 4), random.uniform(-4, 4));
+        };
+        for (int trial = 0; trial < 300; ++trial) {
+            Point3D const place = anywhere();
+            EXPECT_TRUE(isNone(estimate({place, place, anywhere()}, orientation)));
+        }
         for (CNeighbourhoodPrms const & senseless :
              {CNeighbourhoodPrms{0, 0}, {-1, 1}, {20, -1}, {20, double(nan)}, {2, 0}})
             EXPECT_TRUE(isNone(estimate(samplePoints("sphere", 100).points, orientation, senseless)));
