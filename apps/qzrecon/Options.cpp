@@ -64,6 +64,8 @@ void check(Options const & options, bool isDepthGiven)
         throw UsageError("there are " + std::to_string(viewpoints) + " viewpoints for " +
                          std::to_string(options.inputs.size()) +
                          " files: --viewpoint comes once, or once a file");
+    if (options.output.empty() || std::count(options.inputs.begin(), options.inputs.end(), "") > 0)
+        throw UsageError("the name of a file is empty");
     if (std::count(options.inputs.begin(), options.inputs.end(), "-") > 1)
         throw UsageError("standard input can be read only once");
     try {
