@@ -98,8 +98,8 @@ void checkMesh(Input & input)
         written = stream.str();
     } catch (QZmath::OutputError const & error) {
         require(*error.what() != '\0', "a refusal has a sentence");
-        bool const isOutOfRange =
-            std::any_of(mesh.origin.begin(), mesh.origin.end(), [](double x) { return std::fabs(x) > 1e38; });
+        bool const isOutOfRange = std::any_of(mesh.origin.begin(), mesh.origin.end(),
+                                              [](double x) { return !(std::fabs(x) < 1e30); });
         bool const isBeyondGlb = format == MeshFormat::glb && (mesh.triangles.empty() || isOutOfRange);
         require(format == MeshFormat::gltf || isBeyondGlb || !fits(mesh) || !isFinite(mesh), error.what());
         return;
