@@ -88,6 +88,17 @@ void SupportedCubes::add(float const * point)
     mark<&Brick::skirt>(point, m_farDistance, m_lastSkirt);
 }
 
+void SupportedCubes::add(SupportedCubes const & other)
+{
+    for (Brick const & marks : other.m_bricks) {
+        Brick & own = brickAt(marks.place);
+        for (int plane = 0; plane < 8; ++plane) {
+            own.supported[plane] |= marks.supported[plane];
+            own.skirt[plane] |= marks.skirt[plane];
+        }
+    }
+}
+
 SupportedCubes::Level SupportedCubes::levelOf(CubeIndex const & cube) const
 {
     int const block[3] = {cube[0] >> m_shift, cube[1] >> m_shift, cube[2] >> m_shift};

@@ -33,6 +33,8 @@ public:
     SupportedCubes(CubeFrame const & frame, double distance, double farDistance);
 
     void add(float const * point);
+    /// All marks of another object with the same frame and distances.
+    void add(SupportedCubes const & other);
     Level levelOf(CubeIndex const & cube) const;
 
 private:

@@ -5,12 +5,17 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <utility>
+#include <vector>
 
 namespace VolTr
 {
 
 namespace
 {
+
+int const partsPerThread = 4;
 
 double reachOf(StageContext const & context)
 {
@@ -26,14 +31,28 @@ std::optional<SupportedCubes> findSupportedCubes(CubeFrame const & frame, StageC
     if (reach == 0.0)
         return std::nullopt;
     double const leafCell = context.octree.getUnit();
-    std::optional<SupportedCubes> cubes;
-    cubes.emplace(frame, reach * leafCell, (reach + 1.0) * leafCell);
-    // Samples of one cell mostly mark the same blocks.
+    // Samples of one cell mostly mark the same blocks, and cells in a row many of the same bricks.
     COctree const & octree = context.octree;
-    for (int cell = 0; cell < octree.getCellsNumberOnDeepestLevel(); ++cell) {
-        for (int const * it = octree.getSamplesBegin(cell); it != octree.getSamplesEnd(cell); ++it)
-            cubes->add(context.samples.getSampleCoords3(*it));
-    }
+    SupportedCubes const none(frame, reach * leafCell, (reach + 1.0) * leafCell);
+    std::optional<SupportedCubes> cubes;
+    QzBackend::LoopTeam::run(context.threads, context.progress, [&](QzBackend::LoopTeam & team) {
+        int const cells = octree.getCellsNumberOnDeepestLevel();
+        int const parts = team.threads() == 1 ? 1 : partsPerThread * team.threads();
+        std::vector<std::optional<SupportedCubes>> marked(static_cast<std::size_t>(parts));
+        team.forEach(parts, [&](int part) {
+            SupportedCubes & own = marked[static_cast<std::size_t>(part)].emplace(none);
+            auto const bound = [&](int n) { return static_cast<int>(std::int64_t{cells} * n / parts); };
+            for (int cell = bound(part); cell < bound(part + 1); ++cell) {
+                for (int const * it = octree.getSamplesBegin(cell); it != octree.getSamplesEnd(cell); ++it)
+                    own.add(context.samples.getSampleCoords3(*it));
+            }
+        });
+        cubes = std::move(marked[0]);
+        for (std::size_t part = 1; part < marked.size(); ++part) {
+            cubes->add(*marked[part]);
+            marked[part].reset();
+        }
+    });
     return cubes;
 }
 
