@@ -9,6 +9,7 @@
 
 #include <QZmath/SurfaceAnalysis/CloudMeasures.h>
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
+#include <QZmath/VolTriang/Stages/MeshStore.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
@@ -36,13 +37,24 @@ double const repeatedThatMatter = 0.01;
 // Of what no memory could hold, as much as can be counted.
 std::int64_t counted(double number) { return static_cast<std::int64_t>(std::min(number, 9e18)); }
 
-// Takes the mesh of the core.
-class MeshTarget final : public VolTr::ITriangulationTarget
+// Takes the mesh of the core, one by one or, where the core can, in its own arrays.
+class MeshTarget final : public VolTr::ITriangulationTarget, public VolTr::MeshStore
 {
 public:
     MeshTarget(TriangleMesh & mesh, bool withNormals) : m_mesh(mesh), m_withNormals(withNormals) {}
 
+    void expect(std::size_t triangles) override { m_mesh.triangles.reserve(3 * triangles); }
+    std::int32_t * triangles(std::size_t count) override { return roomIn(m_mesh.triangles, count); }
+    float * positions(std::size_t count) override { return roomIn(m_mesh.positions, count); }
+    float * normals(std::size_t count) override { return roomIn(m_mesh.normals, count); }
+
 private:
+    template <class Number>
+    static Number * roomIn(std::vector<Number> & triples, std::size_t count)
+    {
+        triples.resize(3 * count);
+        return triples.data();
+    }
     template <class Number>
     void add(Number const * coords, Number const * normal)
     {

@@ -22,7 +22,8 @@
 // neighbours, then the first edges by adding up, then the places of the vertices, for which the values of
 // the neighbours along the edge give the guess. Every loop writes to its own brick only, so threads take
 // bricks as they come. The walk, on one thread, alone gives vertices their indices, in the order in which it
-// asks for them.
+// asks for them. What it visited waits in a list; when that is long, the walk stands still, and threads make
+// the positions of the new vertices and look up the corners of the triangles, each for a part of the list.
 
 namespace VolTr
 {
@@ -45,12 +46,24 @@ double const edgeParts = 1 << 30;
 
 std::uint64_t const allPlaces = ~UINT64_C(0);
 
+// Cubes that wait, and those of them whose triangles are made together.
+std::size_t const mostVisited = 1 << 14;
+int const cubesPerPart = 64;
+static_assert(cubesPerPart * 12 <= TriangleRun::mostInPart); // two triangles in each of six tetrahedra
+
 int popCount(std::uint64_t bits)
 {
     bits -= bits >> 1 & UINT64_C(0x5555555555555555);
     bits = (bits & UINT64_C(0x3333333333333333)) + (bits >> 2 & UINT64_C(0x3333333333333333));
     bits = (bits + (bits >> 4)) & UINT64_C(0x0f0f0f0f0f0f0f0f);
     return static_cast<int>(bits * UINT64_C(0x0101010101010101) >> 56);
+}
+
+// Are all corners of a cube in its own brick?
+bool isInside(int local)
+{
+    int const last = brickEdge - 1;
+    return local >> 6 != last && (local >> 3 & 7) != last && (local & 7) != last;
 }
 
 int neighbourIndex(int dx, int dy, int dz) { return 9 * (dx + 1) + 3 * (dy + 1) + dz + 1; }
@@ -536,6 +549,8 @@ BrickSurface::Cube BrickSurface::across(Cube cube, Face const & face)
 
 bool BrickSurface::complete(Cube cube)
 {
+    if (!m_isRefused && isKnown(cube))
+        return true;
     bool isUsable = true;
     for (int n = 0; n < 8; ++n) {
         Place const corner = enter(cube, n >> 2 & 1, n >> 1 & 1, n & 1);
@@ -552,6 +567,16 @@ std::array<int, 3> BrickSurface::indexOf(Cube cube) const
 
 int BrickSurface::signsOf(Cube cube) const
 {
+    if (isInside(cube.local)) {
+        std::uint64_t const * const planes =
+            m_bricks[static_cast<std::size_t>(cube.brick)].signs + (cube.local >> 6);
+        int const bit = cube.local & (brickRows - 1);
+        auto const fourOf = [bit](std::uint64_t plane) {
+            unsigned const near = static_cast<unsigned>(plane >> bit) & 0x303U;
+            return static_cast<int>((near & 3U) | near >> 6);
+        };
+        return fourOf(planes[0]) | fourOf(planes[1]) << 4;
+    }
     int signs = 0;
     for (int n = 0; n < 8; ++n)
         signs |= (isPositive(step(cube, n >> 2 & 1, n >> 1 & 1, n & 1)) ? 1 : 0) << n;
@@ -567,39 +592,188 @@ bool BrickSurface::markSeen(Cube cube)
     return isNew;
 }
 
-int BrickSurface::vertexOf(Cube cube, CubePlan::Edge const & plan, TriangleSink & sink)
+bool BrickSurface::isSeen(Cube cube) const
 {
-    Place const first = step(cube, plan.first >> 2 & 1, plan.first >> 1 & 1, plan.first & 1);
-    int const direction = plan.direction;
+    return (m_bricks[static_cast<std::size_t>(cube.brick)].isSeen[cube.local >> 6] >>
+                (cube.local & (brickRows - 1)) &
+            1) != 0;
+}
+
+bool BrickSurface::isSeenAcross(Cube cube, Face const & face) const
+{
+    Place const next = step(cube, face.step[0], face.step[1], face.step[2]);
+    return next.brick >= 0 && isSeen(next);
+}
+
+// Are the bricks of all corners of a cube there?
+bool BrickSurface::isKnown(Place cube) const
+{
+    if (cube.brick < 0)
+        return false;
+    for (int n = 1; n < 8 && !isInside(cube.local); ++n) {
+        if (step(cube, n >> 2 & 1, n >> 1 & 1, n & 1).brick < 0)
+            return false;
+    }
+    return true;
+}
+
+bool BrickSurface::isSettled(std::array<int, 3> const & index) const
+{
+    std::array<int, 3> first;
+    Cube cube = {0, 0};
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        first[axis] = index[axis] - ((index[axis] - m_align[axis]) & (brickEdge - 1));
+        cube.local = brickEdge * cube.local + index[axis] - first[axis];
+    }
+    cube.brick = findBrick(first);
+    if (cube.brick < 0)
+        return false;
+    if (isSeen(cube))
+        return true;
+    auto const isCrossed = [this](Cube which) {
+        int const signs = signsOf(which);
+        return signs != 0 && signs != 255;
+    };
+    if (!isKnown(cube) || isCrossed(cube))
+        return false;
+    for (Face const & face : faces) {
+        Cube const beside = step(cube, face.step[0], face.step[1], face.step[2]);
+        if (!isKnown(beside) || (isCrossed(beside) && !isSeen(beside)))
+            return false;
+    }
+    return true;
+}
+
+// The place of an edge in `m_edges`; false where it is in `m_otherEdges`.
+bool BrickSurface::findRank(Place first, int direction, std::size_t & rank) const
+{
     Brick const & brick = m_bricks[static_cast<std::size_t>(first.brick)];
     std::uint64_t const plane = brick.isCrossed[direction][first.local >> 6];
     int const bit = first.local & (brickRows - 1);
-    std::int32_t * edge;
-    if ((plane >> bit & 1) != 0) {
-        int const rank =
-            brick.rank[direction][first.local >> 6] + popCount(plane & ((UINT64_C(1) << bit) - 1));
-        edge = &m_edges[brick.firstEdge + static_cast<std::size_t>(rank)];
-    } else {
-        std::uint64_t const key = static_cast<std::uint64_t>(first.brick) << 12 |
-                                  static_cast<std::uint64_t>(first.local) << 3 |
-                                  static_cast<std::uint64_t>(direction);
-        edge = &m_otherEdges.emplace(key, unsolved).first->second;
+    if ((plane >> bit & 1) == 0)
+        return false;
+    rank = brick.firstEdge + std::size_t{brick.rank[direction][first.local >> 6]} +
+           static_cast<std::size_t>(popCount(plane & ((UINT64_C(1) << bit) - 1)));
+    return true;
+}
+
+std::uint64_t BrickSurface::keyOf(Place first, int direction)
+{
+    return static_cast<std::uint64_t>(first.brick) << 12 | static_cast<std::uint64_t>(first.local) << 3 |
+           static_cast<std::uint64_t>(direction);
+}
+
+std::int32_t & BrickSurface::edgeAt(Place first, int direction)
+{
+    std::size_t rank;
+    if (findRank(first, direction, rank))
+        return m_edges[rank];
+    return m_otherEdges.emplace(keyOf(first, direction), unsolved).first->second;
+}
+
+// The place of the smaller end of an edge of a cube.
+BrickSurface::Place BrickSurface::firstOf(Cube cube, CubePlan::Edge const & edge) const
+{
+    int const x = edge.first >> 2 & 1;
+    int const y = edge.first >> 1 & 1;
+    int const z = edge.first & 1;
+    return isInside(cube.local) ? Place{cube.brick, cube.local + x * brickRows + y * brickEdge + z}
+                                : step(cube, x, y, z);
+}
+
+int BrickSurface::vertexOf(Cube cube, CubePlan::Edge const & edge) const
+{
+    Place const first = firstOf(cube, edge);
+    std::size_t rank;
+    if (findRank(first, edge.direction, rank))
+        return m_edges[rank];
+    return m_otherEdges.find(keyOf(first, edge.direction))->second;
+}
+
+void BrickSurface::addTriangles(Cube cube, CubePlan const & plan, TriangleSink & sink)
+{
+    m_visited.push_back({cube, &plan, m_vertices, m_newTriangles});
+    m_newTriangles += static_cast<int>(plan.operations.size() - plan.edges.size());
+    for (CubePlan::Edge const & edge : plan.edges) {
+        Place const first = firstOf(cube, edge);
+        std::int32_t & entry = edgeAt(first, edge.direction);
+        if (entry >= 0)
+            continue;
+        m_newVertices.push_back({first, edge.direction, entry});
+        entry = m_vertices++;
     }
-    if (*edge >= 0)
-        return *edge;
-    Evaluator const evaluator(*this, m_hint, first, direction);
-    double place;
-    if (*edge == unsolved) {
-        double const nan = std::nan("");
-        place = findCrossing({nan, evaluator(0.0), evaluator(1.0), nan}, evaluator);
-    } else {
-        place = (-2 - *edge) / edgeParts;
+    if (m_visited.size() == mostVisited)
+        passOn(sink);
+}
+
+// What waits to be passed on.
+class BrickSurface::Run final : public TriangleRun
+{
+public:
+    explicit Run(BrickSurface const & surface) : m_surface(surface) {}
+
+    int vertices() const override { return static_cast<int>(m_surface.m_newVertices.size()); }
+    int triangles() const override { return m_surface.m_newTriangles; }
+    int parts() const override { return (cubes() + cubesPerPart - 1) / cubesPerPart; }
+    int firstOf(int part) const override
+    {
+        return part == parts() ? triangles() : cubeAt(part).firstTriangle;
     }
-    *edge = m_vertices++;
-    double position[3];
-    evaluator.positionAt(place, position);
-    sink.addVertex(position);
-    return *edge;
+
+    void makeVertices(int first, int end, double * positions) const override
+    {
+        BrickFunction::Hint hint;
+        for (int vertex = first; vertex < end; ++vertex, positions += 3) {
+            NewVertex const & made = m_surface.m_newVertices[static_cast<std::size_t>(vertex)];
+            Evaluator const evaluator(m_surface, hint, made.first, made.direction);
+            double place;
+            if (made.place == unsolved) {
+                double const nan = std::nan("");
+                place = findCrossing({nan, evaluator(0.0), evaluator(1.0), nan}, evaluator);
+            } else {
+                place = (-2 - made.place) / edgeParts;
+            }
+            evaluator.positionAt(place, positions);
+        }
+    }
+
+    void makeTriangles(int part, Triangle * out) const override
+    {
+        int const end = std::min(cubes(), (part + 1) * cubesPerPart);
+        for (int n = part * cubesPerPart; n < end; ++n) {
+            VisitedCube const & cube = m_surface.m_visited[static_cast<std::size_t>(n)];
+            int corners[CubePlan::greatestEdges];
+            int before = cube.firstVertex;
+            for (CubePlan::Operation const & operation : cube.plan->operations) {
+                std::int8_t const(&edges)[3] = operation.edges;
+                if (edges[1] >= 0) {
+                    *out++ = {{corners[edges[0]], corners[edges[1]], corners[edges[2]]}, before};
+                    continue;
+                }
+                int const vertex =
+                    m_surface.vertexOf(cube.place, cube.plan->edges[static_cast<std::size_t>(edges[0])]);
+                corners[edges[0]] = vertex;
+                before = std::max(before, vertex + 1);
+            }
+        }
+    }
+
+private:
+    int cubes() const { return static_cast<int>(m_surface.m_visited.size()); }
+    VisitedCube const & cubeAt(int part) const
+    {
+        return m_surface.m_visited[static_cast<std::size_t>(part * cubesPerPart)];
+    }
+
+    BrickSurface const & m_surface;
+};
+
+void BrickSurface::passOn(TriangleSink & sink)
+{
+    sink.addRun(Run(*this));
+    m_visited.clear();
+    m_newVertices.clear();
+    m_newTriangles = 0;
 }
 
 } // namespace VolTr

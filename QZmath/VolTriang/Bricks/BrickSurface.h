@@ -29,11 +29,14 @@ namespace VolTr
 /// The lattice is cut into bricks of 8 x 8 x 8 corners. `prepare` evaluates the bricks around the deepest
 /// nodes, keeps the signs of their corners, and finds the vertices of all crossed edges, on many threads; so
 /// the walk looks nearly everything up, on one thread. Bricks that it enters beyond those are evaluated when
-/// it gets there. What a corner, an edge or a vertex is does not depend on the number of threads.
+/// it gets there. The walk only numbers the vertices of the cubes that it visits; positions and triangles are
+/// made of many cubes at a time, by the sink and on its threads. What a corner, an edge or a vertex is does
+/// not depend on the number of threads.
 ///
 /// A vertex lies on its edge within 1/2048 of the edge's length of a crossing of the function.
 ///
-/// Memory: about 900 bytes a brick and 4 bytes a crossed edge, 2 KB a brick more inside `prepare`.
+/// Memory: about 900 bytes a brick and 4 bytes a crossed edge, 2 KB a brick more inside `prepare`, and 2 MB
+/// for what waits to be passed on.
 class BrickSurface
 {
     // A corner, or the cube on its upper side.
@@ -53,6 +56,8 @@ public:
 
     /// Optional. The position of the team goes from 0 to 1.
     void prepare(QzBackend::LoopTeam & team);
+    /// How many edges that the surface crosses are known so far.
+    std::size_t solvedEdges() const { return m_edges.size(); }
 
     /// A cube, by its corner of least index.
     using Cube = Place;
@@ -66,11 +71,34 @@ public:
     int signsOf(Cube cube) const;
     /// True when the cube was not seen before.
     bool markSeen(Cube cube);
-    /// The index of the vertex on an edge of a cube, passed to the sink at its first use.
-    int vertexOf(Cube cube, CubePlan::Edge const & edge, TriangleSink & sink);
+    /// Was the cube across a face seen? False where its brick is not known.
+    bool isSeenAcross(Cube cube, CubeCut::Face const & face) const;
+    /// Was the cube seen, or is it not crossed and are all those around it that are? False where not all of
+    /// that is known. From any threads, while nothing changes.
+    bool isSettled(std::array<int, 3> const & index) const;
+    /// Numbers the vertices of a cube that are new, and keeps the cube for `passOn`; passes on by itself when
+    /// there are many.
+    void addTriangles(Cube cube, CubePlan const & plan, TriangleSink & sink);
+    void passOn(TriangleSink & sink);
 
 private:
     static constexpr int unsolved = -1;
+
+    // Cubes that were visited and their new vertices, not passed on yet.
+    struct VisitedCube
+    {
+        Place place;
+        CubePlan const * plan;
+        int firstVertex;   // that the mesh had when it was visited
+        int firstTriangle; // of those that wait
+    };
+    struct NewVertex
+    {
+        Place first;
+        std::int32_t direction;
+        std::int32_t place; // as in `m_edges` before it had a number
+    };
+    class Run;
 
     // Crossed edges belong to the brick of their lexicographically smaller corner.
     struct Brick
@@ -102,6 +130,13 @@ private:
     int enterBrick(std::array<int, 3> const & first);
     Place step(Place place, int dx, int dy, int dz) const;
     Place enter(Place place, int dx, int dy, int dz);
+    bool isKnown(Place cube) const;
+    bool isSeen(Cube cube) const;
+    bool findRank(Place first, int direction, std::size_t & rank) const;
+    static std::uint64_t keyOf(Place first, int direction);
+    std::int32_t & edgeAt(Place first, int direction);
+    Place firstOf(Cube cube, CubePlan::Edge const & edge) const;
+    int vertexOf(Cube cube, CubePlan::Edge const & edge) const;
     bool isPositive(Place corner) const;
     bool isRefused(Place corner);
     double coordAt(int index, int axis) const { return m_start[axis] - (index - 0.5) * m_edge; }
@@ -122,7 +157,9 @@ private:
     std::vector<std::int32_t> m_edges;
     std::unordered_map<std::uint64_t, std::int32_t> m_otherEdges; // between bricks that met late
     int m_vertices = 0;
-    BrickFunction::Hint m_hint;
+    std::vector<VisitedCube> m_visited;
+    std::vector<NewVertex> m_newVertices;
+    int m_newTriangles = 0;
     BrickFunction::GridScratch m_scratch;
 };
 

@@ -4,6 +4,7 @@
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickSurface.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/Polygoniser/TriangleSink.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/Stages/LevelSet.h>
@@ -80,6 +81,7 @@ bool BrickedFunction::polygonise(LevelSet const & levelSet, StageContext const &
         LoopTeam::run(context.threads, context.progress,
                       [&surface](LoopTeam & team) { surface.prepare(team); });
     }
+    sink.expectVertices(surface.solvedEdges());
     CPrgCntSubPhase phase(context.progress, 0.3, 0.7, 0, true);
     walkSurface(surface, *frame, levelSet, context, sink);
     return true;

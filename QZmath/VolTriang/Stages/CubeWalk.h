@@ -32,7 +32,14 @@ namespace VolTr
 ///     - `bool complete(Cube &)`: makes the corners known, before `signsOf`; may all of them be used?
 ///     - `CubeIndex indexOf(Cube)`, `int signsOf(Cube)` with bit n set when corner n is positive;
 ///     - `bool markSeen(Cube &)`: true when it was not seen before;
-///     - `int vertexOf(Cube, CubePlan::Edge, TriangleSink &)`, made and passed to the sink at its first use.
+///     - `bool isSeenAcross(Cube, CubeCut::Face)`: was the neighbour seen? May be false without a look;
+///     - `bool isSettled(CubeIndex)`: are the cube, or all around it that the surface crosses, seen?
+///     Likewise,
+///       and may be asked from many threads;
+///     - `void addTriangles(Cube, CubePlan, TriangleSink &)`: passes the triangles of a cube to the sink,
+///     with
+///       the vertices that come with it, at once or with those of the next cubes;
+///     - `void passOn(TriangleSink &)`: passes on what still waits.
 ///
 /// Each cube is visited once. Memory: a cube for each that waits, and some 24 bytes for each unsupported one.
 template <class Lattice>
@@ -125,6 +132,9 @@ public:
         }
     }
 
+    /// Would `walkNear` do nothing? May be false without a look. Between walks, from any threads.
+    bool isSettled(CubeIndex const & index) const { return m_lattice.isSettled(index); }
+
     Counts const & counts() const { return m_counts; }
 
 private:
@@ -187,15 +197,7 @@ private:
     {
         int const signs = m_lattice.signsOf(cube);
         CubePlan const & plan = cubePlanOf(signs);
-        int vertices[CubePlan::greatestEdges];
-        for (CubePlan::Operation const & operation : plan.operations) {
-            if (operation.edges[1] < 0)
-                vertices[operation.edges[0]] = m_lattice.vertexOf(
-                    cube, plan.edges[static_cast<std::size_t>(operation.edges[0])], m_sink);
-            else
-                m_sink.addTriangle(vertices[operation.edges[0]], vertices[operation.edges[1]],
-                                   vertices[operation.edges[2]]);
-        }
+        m_lattice.addTriangles(cube, plan, m_sink);
         CubeIndex const index = m_lattice.indexOf(cube);
         for (int face = 0; face < 6; ++face) {
             int const sharedSigns = CubeCut::signsAt(signs, CubeCut::faces[face].corners);
@@ -214,6 +216,8 @@ private:
                 m_patches[static_cast<std::size_t>(rootOf(patch))].isOpen = true;
             return;
         }
+        if (m_lattice.isSeenAcross(cube, CubeCut::faces[face])) // so it is a supported one
+            return;
         Level const level = levelOf(next);
         if (level != Level::supported) {
             addUnsupported({cube, face, 0}, next, level, patch);

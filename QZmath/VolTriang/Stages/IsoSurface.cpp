@@ -142,10 +142,7 @@ void extractIsoSurface(StageContext const & context, ImplicitFunction const & fu
         sink.complete();
         tellMoves(sink.moves(), context);
     } else {
-        std::unique_ptr<ImplicitFunction::Evaluator> normals;
-        if (context.params.getEstimateResultNormals())
-            normals = function.makeEvaluator(lattice.edge * 4.0);
-        MeshSink sink(target, normals.get(), context.progress, expectedFaces);
+        MeshSink sink(target, function, lattice.edge * 4.0, context, expectedFaces);
         polygonise(sink);
     }
     logValues(log, "Added vertexes", report.vertices);

@@ -143,6 +143,24 @@ public:
         return m_tables.setcenter(cube.i, cube.j, cube.k) == 0;
     }
 
+    static bool isSeenAcross(Cube const &, CubeCut::Face const &) { return false; }
+    static bool isSettled(CubeIndex const &) { return false; }
+
+    void addTriangles(Cube const & cube, CubePlan const & plan, TriangleSink & sink)
+    {
+        int vertices[CubePlan::greatestEdges];
+        for (CubePlan::Operation const & operation : plan.operations) {
+            if (operation.edges[1] < 0)
+                vertices[operation.edges[0]] =
+                    vertexOf(cube, plan.edges[static_cast<std::size_t>(operation.edges[0])], sink);
+            else
+                sink.addTriangle(vertices[operation.edges[0]], vertices[operation.edges[1]],
+                                 vertices[operation.edges[2]]);
+        }
+    }
+    static void passOn(TriangleSink &) {}
+
+private:
     int vertexOf(Cube const & cube, CubePlan::Edge const & edge, TriangleSink & sink)
     {
         int const vertex = m_tables.vertid(cube.corners[edge.from], cube.corners[edge.to]);
@@ -155,7 +173,6 @@ public:
         return vertex;
     }
 
-private:
     jbProcess m_tables;
     int m_passed = 0;
 };

@@ -4,14 +4,14 @@
 #include <QZmath/VolTriang/Polygoniser/TriangleSink.h>
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
 
+#include <memory>
 #include <vector>
-
-class CProgressCounter;
 
 namespace VolTr
 {
 
 class ITriangulationTarget;
+struct StageContext;
 
 /// The one way of the mesh to the caller's target.
 ///
@@ -21,13 +21,15 @@ class ITriangulationTarget;
 class MeshSink final : public TriangleSink
 {
 public:
-    /// \param normals evaluates the gradient that gives the vertices their normals; null for zero normals
+    /// \param function its gradient gives the vertices their normals where the parameters want them
+    /// \param extent of the region in which an evaluator serves at a time
     /// \param expectedTriangles only for the progress
-    MeshSink(ITriangulationTarget & target, ImplicitFunction::Evaluator * normals,
-             CProgressCounter * progress, int expectedTriangles);
+    MeshSink(ITriangulationTarget & target, ImplicitFunction const & function, double extent,
+             StageContext const & context, int expectedTriangles);
 
     void addVertex(double const * position) override;
     void addTriangle(int a, int b, int c) override;
+    void addRun(TriangleRun const & run) override;
     void finish() override { handOver(); }
 
     /// What the target has got so far.
@@ -35,28 +37,29 @@ public:
     int triangleCount() const { return m_triangleCount; }
 
 private:
-    struct Triangle
-    {
-        int corners[3];
-        std::size_t verticesBefore; // of the batch
-    };
+    using Triangle = TriangleRun::Triangle;
 
     std::size_t batchVertices() const { return m_positions.size() / 3; }
     void handOver();
-    void findNormals();
-    void passVertices(std::size_t end);
+    void passOn();
+    void findNormals(std::size_t begin, std::size_t end, int slot);
+    void passVertices(int end);
+    double position() const;
 
     ITriangulationTarget & m_target;
-    ImplicitFunction::Evaluator * m_normalsOf;
-    CProgressCounter * m_progress;
-    int m_expectedTriangles;
+    ImplicitFunction const & m_function;
+    double const m_extent;
+    StageContext const & m_context;
+    int const m_expectedTriangles;
+    bool const m_withNormals;
+    std::vector<std::unique_ptr<ImplicitFunction::Evaluator>> m_evaluators; // by slot of the team
     int m_vertexCount = 0;
     int m_triangleCount = 0;
+    int m_batchBegin = 0; // first vertex of the batch
     // The batch, three coordinates a vertex.
     std::vector<double> m_positions;
     std::vector<double> m_normals;
     std::vector<Triangle> m_triangles;
-    std::size_t m_passed = 0; // vertices of the batch that the target has got
 };
 
 } // namespace VolTr

@@ -3,6 +3,7 @@
 
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
+#include <QZmath/VolTriang/Stages/MeshStore.h>
 #include <QZmath/VolTriang/Stages/SampleSurface.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
@@ -65,20 +66,83 @@ struct Tools
 RefiningSink::RefiningSink(SampleSurface const & surface, ImplicitFunction const & function, double edge,
                            StageContext const & context, ITriangulationTarget & target, int expectedTriangles)
     : m_surface(surface), m_function(function), m_edge(edge), m_context(context), m_target(target),
-      m_expectedTriangles(expectedTriangles)
+      m_expectedTriangles(expectedTriangles), m_store(dynamic_cast<MeshStore *>(&target))
 {}
+
+std::int32_t * RefiningSink::cornersOf(std::size_t triangle)
+{
+    return m_store != nullptr ? m_stored + 3 * triangle : m_triangles[triangle].data();
+}
+
+void RefiningSink::growTo(std::size_t vertices, std::size_t triangles)
+{
+    m_vertices.resize(vertices);
+    m_triangleCount = triangles;
+    if (m_store != nullptr)
+        m_stored = m_store->triangles(triangles);
+    else
+        m_triangles.resize(triangles);
+}
+
+double RefiningSink::walkPosition() const
+{
+    return VsPCnt::prgCntLongJobPosition(triangleCount(), m_expectedTriangles, 0.3);
+}
+
+void RefiningSink::expectVertices(std::size_t number)
+{
+    if (m_store != nullptr)
+        m_store->expect(2 * number);
+}
 
 void RefiningSink::addVertex(double const * position)
 {
-    m_vertices.add({position[0], position[1], position[2]});
+    std::size_t const vertex = m_vertices.size();
+    m_vertices.resize(vertex + 1);
+    std::copy(position, position + 3, m_vertices[vertex].begin());
 }
 
 void RefiningSink::addTriangle(int a, int b, int c)
 {
-    m_triangles.add({a, b, c});
-    if (m_context.progress != nullptr && m_triangles.size() % itemsPerReport == 0)
-        m_context.progress->SetPosFloat(
-            VsPCnt::prgCntLongJobPosition(triangleCount(), m_expectedTriangles, 0.3));
+    std::size_t const triangle = m_triangleCount;
+    growTo(m_vertices.size(), triangle + 1);
+    std::int32_t * const corners = cornersOf(triangle);
+    corners[0] = a;
+    corners[1] = b;
+    corners[2] = c;
+    if (m_context.progress != nullptr && m_triangleCount % itemsPerReport == 0)
+        m_context.progress->SetPosFloat(walkPosition());
+}
+
+void RefiningSink::addRun(TriangleRun const & run)
+{
+    std::size_t const firstVertex = m_vertices.size();
+    std::size_t const firstTriangle = m_triangleCount;
+    growTo(firstVertex + static_cast<std::size_t>(run.vertices()),
+           firstTriangle + static_cast<std::size_t>(run.triangles()));
+    int const vertexTasks = tasksFor(static_cast<std::size_t>(run.vertices()));
+    QzBackend::LoopTeam::run(m_context.threads, m_context.progress, [&](QzBackend::LoopTeam & team) {
+        team.setPosition(walkPosition());
+        team.forEach(vertexTasks + run.parts(), [&](int task) {
+            if (task < vertexTasks) {
+                double positions[3 * itemsPerTask];
+                int const begin = task * itemsPerTask;
+                int const end = std::min(run.vertices(), begin + itemsPerTask);
+                run.makeVertices(begin, end, positions);
+                for (int n = begin; n < end; ++n)
+                    std::copy_n(positions + 3 * (n - begin), 3,
+                                m_vertices[firstVertex + static_cast<std::size_t>(n)].begin());
+                return;
+            }
+            TriangleRun::Triangle triangles[TriangleRun::mostInPart];
+            int const part = task - vertexTasks;
+            run.makeTriangles(part, triangles);
+            int const begin = run.firstOf(part);
+            for (int n = begin; n < run.firstOf(part + 1); ++n)
+                std::copy_n(triangles[n - begin].corners, 3,
+                            cornersOf(firstTriangle + static_cast<std::size_t>(n)));
+        });
+    });
 }
 
 void RefiningSink::complete()
@@ -106,7 +170,10 @@ void RefiningSink::move()
 {
     bool const withNormals = m_context.params.getEstimateResultNormals();
     m_offsets.resize(m_vertices.size());
-    m_normals.resize(withNormals ? m_vertices.size() : 0);
+    if (withNormals && m_store != nullptr)
+        m_storedNormals = m_store->normals(m_vertices.size());
+    else if (withNormals)
+        m_normals.resize(m_vertices.size());
     QzBackend::LoopTeam::run(m_context.threads, m_context.progress, [&](QzBackend::LoopTeam & team) {
         std::vector<Tools> tools(static_cast<std::size_t>(team.threads()));
         auto const normalOf = [&](Tools & mine, Vector3 const & position, Vector3 const & fromSamples) {
@@ -137,8 +204,10 @@ void RefiningSink::move()
                     if (!withNormals)
                         return;
                     Vector3 const normal = normalOf(mine, position, height.normal);
+                    float * const out =
+                        m_storedNormals != nullptr ? m_storedNormals + 3 * vertex : m_normals[vertex].data();
                     for (std::size_t axis = 0; axis < 3; ++axis)
-                        m_normals[vertex][axis] = static_cast<float>(normal[axis]);
+                        out[axis] = static_cast<float>(normal[axis]);
                 });
             },
             1.0);
@@ -147,16 +216,16 @@ void RefiningSink::move()
 
 void RefiningSink::unfold()
 {
-    std::vector<std::vector<int>> folded(static_cast<std::size_t>(tasksFor(m_triangles.size())));
+    std::vector<std::vector<int>> folded(static_cast<std::size_t>(tasksFor(m_triangleCount)));
     std::vector<char> isHalved; // in the round at hand
     for (int round = 0; round < greatestRounds; ++round) {
         QzBackend::LoopTeam::run(m_context.threads, nullptr, [&](QzBackend::LoopTeam & team) {
             std::vector<Tools> tools(static_cast<std::size_t>(team.threads()));
-            team.forEachOnSlot(tasksFor(m_triangles.size()), [&](int slot, int task) {
+            team.forEachOnSlot(tasksFor(m_triangleCount), [&](int slot, int task) {
                 std::vector<int> & mine = folded[static_cast<std::size_t>(task)];
                 mine.clear();
-                forItems(task, m_triangles.size(), [&](std::size_t triangle) {
-                    std::array<int, 3> const & corners = m_triangles[triangle];
+                forItems(task, m_triangleCount, [&](std::size_t triangle) {
+                    std::int32_t const * const corners = cornersOf(triangle);
                     auto const at = [&](std::size_t n) -> Vector3 const & {
                         return m_vertices[static_cast<std::size_t>(corners[n])];
                     };
@@ -175,7 +244,7 @@ void RefiningSink::unfold()
                             around[axis] += normal[axis];
                     }
                     if (product(around, before) > 0.0 && !(product(around, after) > 0.0))
-                        mine.insert(mine.end(), corners.begin(), corners.end());
+                        mine.insert(mine.end(), corners, corners + 3);
                 });
             });
         });
@@ -203,46 +272,87 @@ void RefiningSink::unfold()
 
 void RefiningSink::summarise()
 {
-    double sum = 0.0;
-    double greatest = 0.0;
-    std::size_t movedNumber = 0;
-    for (Offset const & offset : m_offsets) {
-        double const length2 =
-            double(offset[0]) * offset[0] + double(offset[1]) * offset[1] + double(offset[2]) * offset[2];
-        movedNumber += length2 > 0.0 ? 1 : 0;
-        sum += length2;
-        greatest = std::max(greatest, length2);
+    struct Part
+    {
+        double sum = 0.0;
+        double greatest = 0.0;
+        std::size_t moved = 0;
+    };
+    std::vector<Part> parts(static_cast<std::size_t>(tasksFor(m_offsets.size())));
+    QzBackend::LoopTeam::run(m_context.threads, nullptr, [&](QzBackend::LoopTeam & team) {
+        team.forEach(static_cast<int>(parts.size()), [&](int task) {
+            Part & part = parts[static_cast<std::size_t>(task)];
+            forItems(task, m_offsets.size(), [&](std::size_t vertex) {
+                Offset const & offset = m_offsets[vertex];
+                double const length2 = double(offset[0]) * offset[0] + double(offset[1]) * offset[1] +
+                                       double(offset[2]) * offset[2];
+                part.moved += length2 > 0.0 ? 1 : 0;
+                part.sum += length2;
+                part.greatest = std::max(part.greatest, length2);
+            });
+        });
+    });
+    Part all;
+    for (Part const & part : parts) {
+        all.sum += part.sum;
+        all.greatest = std::max(all.greatest, part.greatest);
+        all.moved += part.moved;
     }
     double const number = std::max(1.0, static_cast<double>(m_offsets.size()));
-    m_moves.movedShare = static_cast<double>(movedNumber) / number;
-    m_moves.rms = std::sqrt(sum / number);
-    m_moves.greatest = std::sqrt(greatest);
+    m_moves.movedShare = static_cast<double>(all.moved) / number;
+    m_moves.rms = std::sqrt(all.sum / number);
+    m_moves.greatest = std::sqrt(all.greatest);
 }
 
 void RefiningSink::handOver()
 {
+    if (m_store != nullptr)
+        return handOverToStore();
     int passed = 0;
     double const none[3] = {0.0, 0.0, 0.0};
     auto const passUpTo = [&](int end) {
         for (; passed < end; ++passed) {
+            std::size_t const vertex = static_cast<std::size_t>(passed);
             Vector3 const position = moved(passed);
             if (m_normals.empty()) {
                 m_target.addNewVertex(passed, position.data(), none);
-                continue;
+            } else {
+                Offset const & normal = m_normals[vertex];
+                double const normal3[3] = {normal[0], normal[1], normal[2]};
+                m_target.addNewVertex(passed, position.data(), normal3);
+                m_normals.release(vertex);
             }
-            Offset const & normal = m_normals[static_cast<std::size_t>(passed)];
-            double const normal3[3] = {normal[0], normal[1], normal[2]};
-            m_target.addNewVertex(passed, position.data(), normal3);
+            m_vertices.release(vertex);
+            m_offsets.release(vertex);
         }
     };
-    for (std::size_t n = 0; n < m_triangles.size(); ++n) {
-        std::array<int, 3> const & corners = m_triangles[n];
+    for (std::size_t n = 0; n < m_triangleCount; ++n) {
+        Corners const corners = m_triangles[n];
         passUpTo(std::max({corners[0], corners[1], corners[2]}) + 1);
         m_target.addNewTriangle(corners[0], corners[1], corners[2]);
+        m_triangles.release(n);
         if (m_context.progress != nullptr && n % itemsPerReport == 0)
-            m_context.progress->SetPosFloat(static_cast<double>(n) / static_cast<double>(m_triangles.size()));
+            m_context.progress->SetPosFloat(static_cast<double>(n) / static_cast<double>(m_triangleCount));
     }
     passUpTo(vertexCount());
+}
+
+// The triangles and the normals are there.
+void RefiningSink::handOverToStore()
+{
+    float * const positions = m_store->positions(m_vertices.size());
+    QzBackend::LoopTeam::run(m_context.threads, m_context.progress, [&](QzBackend::LoopTeam & team) {
+        team.forEach(
+            tasksFor(m_vertices.size()),
+            [&](int task) {
+                forItems(task, m_vertices.size(), [&](std::size_t vertex) {
+                    Vector3 const position = moved(static_cast<int>(vertex));
+                    for (std::size_t axis = 0; axis < 3; ++axis)
+                        positions[3 * vertex + axis] = static_cast<float>(position[axis]);
+                });
+            },
+            1.0);
+    });
 }
 
 } // namespace VolTr

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/CubeWalk.h>
@@ -8,7 +9,10 @@
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace VolTr
 {
@@ -29,17 +33,39 @@ void walkSurface(Cubes & cubes, CubeFrame const & frame, LevelSet const & levelS
     CVolTriangulationParams const & params = context.params;
     std::optional<SupportedCubes> const support = findSupportedCubes(frame, context);
     CubeWalk<Cubes> walk(cubes, findLimits(frame, levelSet, context), support ? &*support : nullptr, sink);
-    CubeIndex const first = {0, 0, 0};
-    if (walk.isSupported(first))
-        walk.walkFrom(first);
+    CubeIndex const middle = {0, 0, 0};
+    if (walk.isSupported(middle))
+        walk.walkFrom(middle);
+    auto const cubeOf = [&](int sample) -> CubeIndex {
+        float const * const point = context.samples.getSampleCoords3(sample);
+        return {frame.indexOf(point[0], 0), frame.indexOf(point[1], 1), frame.indexOf(point[2], 2)};
+    };
+    // Mostly the walks before have been near a sample. Which these are is found out for many at a time, so
+    // that few are left to be asked one after the other.
     int const samplesNumber = params.getAllComponents() || support ? context.samples.pointsNumber() : 0;
-    for (int sample = 0; sample < samplesNumber; ++sample) {
+    int const samplesPerTask = 1024;
+    std::vector<std::uint8_t> isLeft;
+    int length = 4 * samplesPerTask;
+    for (int first = 0; first < samplesNumber; first += length) {
+        length = std::min(samplesNumber - first, std::min(2 * length, 1 << 20));
+        isLeft.assign(static_cast<std::size_t>(length), 0);
+        QzBackend::LoopTeam::run(context.threads, nullptr, [&](QzBackend::LoopTeam & team) {
+            team.forEach((length + samplesPerTask - 1) / samplesPerTask, [&](int task) {
+                for (int n = task * samplesPerTask; n < std::min(length, (task + 1) * samplesPerTask); ++n)
+                    isLeft[static_cast<std::size_t>(n)] = !walk.isSettled(cubeOf(first + n));
+            });
+        });
+        for (int n = 0; n < length; ++n) {
+            if (!params.getAllComponents() && walk.counts().pieces > 0)
+                break;
+            if (isLeft[static_cast<std::size_t>(n)] != 0)
+                walk.walkNear(cubeOf(first + n));
+        }
         if (!params.getAllComponents() && walk.counts().pieces > 0)
             break;
-        float const * const point = context.samples.getSampleCoords3(sample);
-        walk.walkNear({frame.indexOf(point[0], 0), frame.indexOf(point[1], 1), frame.indexOf(point[2], 2)});
     }
     walk.followPatches(params.getLargestGap());
+    cubes.passOn(sink);
 
     typename CubeWalk<Cubes>::Counts const & counts = walk.counts();
     context.report.pieces = counts.pieces;
