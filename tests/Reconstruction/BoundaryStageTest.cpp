@@ -45,7 +45,7 @@ Settled settle(TriangleMesh const & mesh, std::vector<float> const & samples, Bo
     onTeam(threads, [&](QzBackend::LoopTeam & team) {
         SampleIndex const index(samples.data(), samples.size() / 3, team);
         result.findings = settleBoundary(result.mesh, index, rule, team);
-        result.loops = measureBorders(result.mesh);
+        result.loops = measureBorders(result.mesh, team);
     });
     result.topology = examine(qz_test::toTestMesh(result.mesh));
     EXPECT_TRUE(result.topology.isManifold());
@@ -62,7 +62,7 @@ double rimDeviation(TriangleMesh const & mesh, Deviation const & deviationOf)
     double sum = 0;
     int count = 0;
     onTeam(1, [&](QzBackend::LoopTeam & team) {
-        std::vector<std::int32_t> const opposite = oppositeHalfEdges(mesh, VertexStars(mesh), team);
+        auto const opposite = oppositeHalfEdges(mesh, VertexStars(mesh, team), team);
         for (std::size_t h = 0; h < opposite.size(); ++h) {
             if (opposite[h] >= 0)
                 continue;

@@ -85,7 +85,7 @@ std::pair<std::size_t, int> faultsOf(TriangleMesh const & mesh)
     std::pair<std::size_t, int> faults;
     onTeam(2, [&](QzBackend::LoopTeam & team) {
         faults.first = CrossingSearch(mesh, {}).count(all, team);
-        std::vector<std::int32_t> const opposite = oppositeHalfEdges(mesh, VertexStars(mesh), team);
+        auto const opposite = oppositeHalfEdges(mesh, VertexStars(mesh, team), team);
         for (std::size_t h = 0; h < opposite.size(); ++h)
             faults.second += opposite[h] >= 0 && dot(triangleOf(mesh, h / 3).areaNormal(),
                                                      triangleOf(mesh, at(opposite[h]) / 3).areaNormal()) < 0;

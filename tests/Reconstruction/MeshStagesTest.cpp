@@ -60,16 +60,24 @@ double deviation(TriangleMesh const & from, TriangleMesh const & to)
     return greatest;
 }
 
-// The same bits for one, two and three threads.
+BorderLoops bordersOf(TriangleMesh const & mesh)
+{
+    BorderLoops loops;
+    onTeam(2, [&](QzBackend::LoopTeam & team) { loops = measureBorders(mesh, team); });
+    return loops;
+}
+
+// The same bits for any number of threads.
 template <class Stage>
 TriangleMesh onAnyThreads(TriangleMesh const & mesh, Stage const & stage)
 {
     std::vector<TriangleMesh> results;
-    for (int const threads : {1, 2, 3}) {
+    for (int const threads : {1, 2, 3, 8, 16}) {
         results.push_back(mesh);
         onTeam(threads, [&](QzBackend::LoopTeam & team) { stage(results.back(), team); });
     }
-    EXPECT_TRUE(isSame(results[0], results[1]) && isSame(results[0], results[2]));
+    for (TriangleMesh const & result : results)
+        EXPECT_TRUE(isSame(results[0], result));
     return results[0];
 }
 
@@ -249,7 +257,7 @@ TEST(Slivers, goFromRimsOnlyAlongThem)
     EXPECT_TRUE(examine(toTestMesh(result)).isManifold());
     EXPECT_EQ(examine(toTestMesh(result)).eulerNumber(), 1);
     EXPECT_NEAR(area(toTestMesh(result)), area(toTestMesh(mesh)), 1e-3);
-    EXPECT_NEAR(measureBorders(result).length, measureBorders(mesh).length, 1e-3);
+    EXPECT_NEAR(bordersOf(result).length, bordersOf(mesh).length, 1e-3);
 }
 
 TEST(Simplification, keepsWithinTheError)
@@ -291,8 +299,8 @@ TEST(Simplification, shortensStraightRimsAndKeepsOthers)
     TriangleMesh const result = onAnyThreads(
         mesh, [&](TriangleMesh & part, QzBackend::LoopTeam & team) { simplify(part, 0.05, team); });
     EXPECT_TRUE(examine(toTestMesh(result)).isManifold());
-    EXPECT_EQ(measureBorders(result).count, 1);
-    EXPECT_NEAR(measureBorders(result).length, measureBorders(mesh).length, 0.05);
+    EXPECT_EQ(bordersOf(result).count, 1);
+    EXPECT_NEAR(bordersOf(result).length, bordersOf(mesh).length, 0.05);
     EXPECT_NEAR(area(toTestMesh(result)), area(toTestMesh(mesh)), 0.05);
     int waves = 0;
     for (std::size_t v = 0; v < result.vertexCount(); ++v)

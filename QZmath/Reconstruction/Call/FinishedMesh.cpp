@@ -140,7 +140,7 @@ void Finisher::addAttributes()
 // What the result is like as a whole.
 void Finisher::judge()
 {
-    BorderLoops const borders = measureBorders(m_mesh);
+    BorderLoops const borders = measureBorders(m_mesh, m_team);
     m_report.boundariesLeft = borders.count;
     m_report.boundaryLength = borders.length;
     m_report.isClosed = borders.count == 0;

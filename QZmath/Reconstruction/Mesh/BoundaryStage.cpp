@@ -47,12 +47,13 @@ struct Support
             },
             until);
         std::vector<std::uint8_t> isAsked;
-        for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
+        farTriangles = indicesWhere<std::size_t>(team, mesh.triangleCount(), [&](std::size_t t) {
             std::int32_t const * corners = &mesh.triangles[3 * t];
-            if (!isFar[at(corners[0])] && !isFar[at(corners[1])] && !isFar[at(corners[2])])
-                continue;
-            farTriangles.push_back(t);
-            isAsked.resize(isFar.size());
+            return isFar[at(corners[0])] || isFar[at(corners[1])] || isFar[at(corners[2])];
+        });
+        isAsked.resize(farTriangles.empty() ? 0 : isFar.size());
+        for (std::size_t const t : farTriangles) {
+            std::int32_t const * corners = &mesh.triangles[3 * t];
             for (std::size_t k = 0; k < 3; ++k)
                 isAsked[at(corners[k])] = 1;
         }
@@ -100,7 +101,7 @@ public:
         if (m_support.farTriangles.empty())
             return m_findings;
         findPatches();
-        m_stars.emplace(m_mesh);
+        m_stars.emplace(m_mesh, m_team);
         measurePatches();
         judgePatches();
         if (m_isAnyCut) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 
 namespace QZmath::Stages
 {
@@ -34,29 +35,62 @@ struct Component
 };
 
 // The component of each vertex; -1 for those without triangles. They are numbered by their least vertices.
-std::vector<std::int32_t> findComponents(TriangleMesh const & mesh, std::vector<Component> & components)
+std::vector<std::int32_t> findComponents(TriangleMesh const & mesh, std::vector<Component> & components,
+                                         QzBackend::LoopTeam & team)
 {
+    std::size_t const perPiece = 8192;
     VertexSets sets(mesh.vertexCount());
-    for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
-        sets.unite(mesh.triangles[3 * t], mesh.triangles[3 * t + 1]);
-        sets.unite(mesh.triangles[3 * t], mesh.triangles[3 * t + 2]);
-    }
-    std::vector<std::int32_t> componentOf(mesh.vertexCount(), -1);
-    for (std::int32_t const vertex : mesh.triangles)
-        componentOf[at(vertex)] = 0;
-    for (std::size_t v = 0; v < componentOf.size(); ++v) {
-        if (componentOf[v] < 0)
-            continue;
-        std::size_t const root = at(sets.find(static_cast<std::int32_t>(v)));
-        if (root == v) {
-            componentOf[v] = static_cast<std::int32_t>(components.size());
-            components.emplace_back();
-        } else {
-            componentOf[v] = componentOf[root];
+    RawArray<std::atomic<std::uint8_t>> isUsed(mesh.vertexCount());
+    forRanges(team, isUsed.size(), perPiece, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t v = begin; v < end; ++v)
+            isUsed[v].store(0, std::memory_order_relaxed);
+    });
+    forRanges(team, mesh.triangleCount(), perPiece, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t t = begin; t < end; ++t) {
+            std::int32_t const * corners = &mesh.triangles[3 * t];
+            sets.unite(corners[0], corners[1]);
+            sets.unite(corners[0], corners[2]);
+            for (std::size_t k = 0; k < 3; ++k)
+                isUsed[at(corners[k])].store(1, std::memory_order_relaxed);
         }
-    }
-    for (std::size_t t = 0; t < mesh.triangleCount(); ++t)
-        ++components[at(componentOf[at(mesh.triangles[3 * t])])].triangles;
+    });
+    std::vector<std::int32_t> componentOf(mesh.vertexCount());
+    forRanges(team, componentOf.size(), perPiece, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t v = begin; v < end; ++v)
+            componentOf[v] =
+                isUsed[v].load(std::memory_order_relaxed) != 0 ? sets.find(static_cast<std::int32_t>(v)) : -1;
+    });
+    std::vector<std::int32_t> const roots =
+        indicesWhere<std::int32_t>(team, componentOf.size(), [&](std::size_t v) {
+            return componentOf[v] == static_cast<std::int32_t>(v);
+        });
+    components.resize(roots.size());
+    forRanges(team, componentOf.size(), perPiece, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t v = begin; v < end; ++v) {
+            if (componentOf[v] >= 0)
+                componentOf[v] = static_cast<std::int32_t>(
+                    std::lower_bound(roots.begin(), roots.end(), componentOf[v]) - roots.begin());
+        }
+    });
+    // Triangles in a row mostly belong to one component.
+    struct Run
+    {
+        std::int32_t component;
+        std::size_t triangles;
+    };
+    std::vector<std::vector<Run>> runs((mesh.triangleCount() + perPiece - 1) / perPiece);
+    forRanges(team, mesh.triangleCount(), perPiece, [&](std::size_t begin, std::size_t end) {
+        std::vector<Run> & mine = runs[begin / perPiece];
+        for (std::size_t t = begin; t < end; ++t) {
+            std::int32_t const component = componentOf[at(mesh.triangles[3 * t])];
+            if (mine.empty() || mine.back().component != component)
+                mine.push_back({component, 0});
+            ++mine.back().triangles;
+        }
+    });
+    for (std::vector<Run> const & some : runs)
+        for (Run const & run : some)
+            components[at(run.component)].triangles += run.triangles;
     return componentOf;
 }
 
@@ -66,7 +100,7 @@ ComponentFindings keepComponents(TriangleMesh & mesh, SampleIndex const & sample
                                  QzBackend::LoopTeam & team, double until)
 {
     std::vector<Component> components;
-    std::vector<std::int32_t> const componentOf = findComponents(mesh, components);
+    std::vector<std::int32_t> const componentOf = findComponents(mesh, components, team);
     for (std::size_t v = 0; v < componentOf.size(); ++v) {
         if (componentOf[v] < 0)
             continue;

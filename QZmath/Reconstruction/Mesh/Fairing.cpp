@@ -64,7 +64,7 @@ public:
         double const solving = from + 0.2 * (until - from);
         if (!findFar(solving))
             return findings;
-        m_stars.emplace(m_mesh);
+        m_stars.emplace(m_mesh, m_team);
         leaveOpenOnes();
         addTransition();
         m_crossings.emplace(m_mesh, m_isFree);

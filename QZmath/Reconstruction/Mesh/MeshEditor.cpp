@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Reconstruction/Mesh/MeshEditor.h>
 
+#include <QZmath/Reconstruction/Mesh/Ranges.h>
+
 #include <algorithm>
 
 namespace QZmath::Stages
 {
 
 MeshEditor::MeshEditor(TriangleMesh & mesh, QzBackend::LoopTeam & team)
-    : m_mesh(mesh), m_opposite(oppositeHalfEdges(mesh, VertexStars(mesh), team))
+    : m_mesh(mesh), m_opposite(oppositeHalfEdges(mesh, VertexStars(mesh, team), team))
 {}
 
 void MeshEditor::starOf(std::int32_t halfEdge, Star & star) const
@@ -129,9 +131,12 @@ void MeshEditor::flip(std::int32_t halfEdge)
 
 void MeshEditor::finish(QzBackend::LoopTeam & team)
 {
+    m_opposite = {};
     std::vector<std::uint8_t> keep(m_mesh.triangleCount());
-    for (std::size_t t = 0; t < keep.size(); ++t)
-        keep[t] = isAlive(t);
+    forRanges(team, keep.size(), 8192, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t t = begin; t < end; ++t)
+            keep[t] = isAlive(t);
+    });
     compact(m_mesh, keep, team);
 }
 

@@ -54,7 +54,7 @@ private:
     void remove(std::int32_t halfEdge);
 
     TriangleMesh & m_mesh;
-    std::vector<std::int32_t> m_opposite;
+    RawArray<std::int32_t> m_opposite;
 };
 
 } // namespace QZmath::Stages

@@ -2,16 +2,13 @@
 #pragma once
 
 #include <QZmath/Foundation/TriangleMesh.h>
+#include <QZmath/Reconstruction/Mesh/Ranges.h>
 #include <QZmath/Reconstruction/Mesh/Vec.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
-
-namespace QzBackend
-{
-class LoopTeam;
-}
 
 namespace QZmath::Stages
 {
@@ -39,11 +36,12 @@ inline std::int32_t previousInTriangle(std::int32_t halfEdge)
     return halfEdge % 3 == 0 ? halfEdge + 2 : halfEdge - 1;
 }
 
-/// The half-edges that leave each vertex. 4 bytes a half-edge and a vertex.
+/// The half-edges that leave each vertex, ascending. 4 bytes a half-edge and a vertex, twice as much while
+/// they are found.
 class VertexStars
 {
 public:
-    explicit VertexStars(TriangleMesh const & mesh);
+    VertexStars(TriangleMesh const & mesh, QzBackend::LoopTeam & team);
 
     std::int32_t const * begin(std::int32_t vertex) const
     {
@@ -56,13 +54,13 @@ public:
 
 private:
     std::vector<std::uint32_t> m_starts;
-    std::vector<std::int32_t> m_halfEdges;
+    RawArray<std::int32_t> m_halfEdges;
 };
 
 /// For each half-edge the one that runs the other way along the same edge; -1 at a border. Half-edges of
 /// edges with more than two triangles, or with two that run the same way, count as border.
-std::vector<std::int32_t> oppositeHalfEdges(TriangleMesh const & mesh, VertexStars const & stars,
-                                            QzBackend::LoopTeam & team);
+RawArray<std::int32_t> oppositeHalfEdges(TriangleMesh const & mesh, VertexStars const & stars,
+                                         QzBackend::LoopTeam & team);
 
 /// The closed loops along which a manifold mesh ends.
 struct BorderLoops
@@ -70,13 +68,14 @@ struct BorderLoops
     int count = 0;
     double length = 0;
 };
-BorderLoops measureBorders(TriangleMesh const & mesh); ///< 8 bytes a vertex
+BorderLoops measureBorders(TriangleMesh const & mesh, QzBackend::LoopTeam & team); ///< 8 bytes a vertex
 
 /// Drops the triangles that are not kept, `keep` empty: none, then all vertices that no triangle has. What is
 /// left keeps its order; normals, colours and densities go with their vertices.
 void compact(TriangleMesh & mesh, std::vector<std::uint8_t> const & keep, QzBackend::LoopTeam & team);
 
-/// Which vertices are one: a union-find with the least vertex of each set as its representative.
+/// Which vertices are one: a union-find with the least vertex of each set as its representative. May be used
+/// from many threads at the same time; the sets that come out do not depend on who came first.
 class VertexSets
 {
 public:
@@ -85,7 +84,8 @@ public:
     void unite(std::int32_t a, std::int32_t b);
 
 private:
-    std::vector<std::int32_t> m_parents;
+    // No vertex is its own parent's lesser: so chains end, whatever others do to them meanwhile.
+    RawArray<std::atomic<std::int32_t>> m_parents;
 };
 
 } // namespace QZmath::Stages

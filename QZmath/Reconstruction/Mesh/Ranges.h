@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Backend/Parallel.h>
+#include <QZmath/Backend/RawArray.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -9,6 +10,8 @@
 
 namespace QZmath::Stages
 {
+
+using QzBackend::RawArray;
 
 /// Calls body(begin, end) for pieces of 0 .. count - 1, which are the same for any number of threads.
 template <class Body>
@@ -41,6 +44,32 @@ double sumOver(QzBackend::LoopTeam & team, std::size_t count, Term const & term)
     for (double const sum : sums)
         total += sum;
     return total;
+}
+
+/// The indices up to `count` of which isWanted(index) is true, ascending. Called once for each.
+template <class Index, class IsWanted>
+std::vector<Index> indicesWhere(QzBackend::LoopTeam & team, std::size_t count, IsWanted const & isWanted,
+                                double until = 0)
+{
+    std::size_t const perPiece = 4096;
+    std::vector<std::vector<Index>> found((count + perPiece - 1) / perPiece);
+    forRanges(
+        team, count, perPiece,
+        [&](std::size_t begin, std::size_t end) {
+            for (std::size_t index = begin; index < end; ++index) {
+                if (isWanted(index))
+                    found[begin / perPiece].push_back(static_cast<Index>(index));
+            }
+        },
+        until);
+    std::size_t total = 0;
+    for (std::vector<Index> const & some : found)
+        total += some.size();
+    std::vector<Index> all;
+    all.reserve(total);
+    for (std::vector<Index> const & some : found)
+        all.insert(all.end(), some.begin(), some.end());
+    return all;
 }
 
 } // namespace QZmath::Stages

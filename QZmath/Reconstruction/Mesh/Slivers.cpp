@@ -36,60 +36,19 @@ struct Edit
     std::int32_t halfEdge = -1;
     bool isBackward = false; // the target goes, and not the origin
     double sine = 0;         // worst of the triangles that it makes
+    bool isFromAfar = false; // was it looked for on the edges around the sliver's corners, too?
 };
 
-class SliverRemoval
+// Looks for edits, and changes nothing.
+class EditSearch
 {
 public:
-    SliverRemoval(TriangleMesh & mesh, double leafCell, QzBackend::LoopTeam & team)
-        : m_mesh(mesh), m_team(team), m_editor(mesh, team),
-          m_bound(greatestMove * leafCell * greatestMove * leafCell)
+    EditSearch(TriangleMesh const & mesh, MeshEditor const & editor, double squaredBound)
+        : m_mesh(mesh), m_editor(editor), m_bound(squaredBound)
     {}
 
-    /// \return the slivers left
-    std::size_t run(std::vector<std::int32_t> slivers)
-    {
-        for (int round = 0; round < mostRounds && !slivers.empty(); ++round) {
-            std::vector<std::int32_t> left;
-            for (std::int32_t const t : slivers) {
-                if (!m_editor.isAlive(at(t)) || faceOf(t).leastSine() >= sliverSine)
-                    continue;
-                Edit const edit = bestEdit(t);
-                if (edit.kind == Edit::Kind::none) {
-                    left.push_back(t);
-                    continue;
-                }
-                apply(edit);
-                if (m_editor.isAlive(at(t)))
-                    left.push_back(t);
-                // What an edit leaves behind may itself be a sliver.
-                for (std::int32_t const touched : m_touched) {
-                    if (touched != t && m_editor.isAlive(at(touched)) &&
-                        faceOf(touched).leastSine() < sliverSine)
-                        left.push_back(touched);
-                }
-            }
-            bool const isDone = left.size() == slivers.size() && left == slivers;
-            slivers.swap(left);
-            if (isDone)
-                break;
-        }
-        std::sort(slivers.begin(), slivers.end());
-        slivers.erase(std::unique(slivers.begin(), slivers.end()), slivers.end());
-        auto const isLeft = [&](std::int32_t t) {
-            return m_editor.isAlive(at(t)) && faceOf(t).leastSine() < sliverSine;
-        };
-        auto const left = std::count_if(slivers.begin(), slivers.end(), isLeft);
-        m_editor.finish(m_team);
-        return static_cast<std::size_t>(left);
-    }
-
-private:
-    using Star = MeshEditor::Star;
-
-    Vec placeOf(std::int32_t vertex) const { return vertexOf(m_mesh, vertex); }
-    Triangle faceOf(std::int32_t triangle) const { return triangleOf(m_mesh, at(triangle)); }
-
+    /// The best edit of a sliver. It follows from the stars of its corners and of those across its edges,
+    /// and, where it was looked for from afar, from those of all neighbours of the corners.
     Edit bestEdit(std::int32_t triangle)
     {
         Edit best;
@@ -99,10 +58,17 @@ private:
             for (bool const isBackward : {false, true})
                 tryCollapse(halfEdge, isBackward, -1, best);
         }
-        if (best.kind == Edit::Kind::none)
+        bool const isFromAfar = best.kind == Edit::Kind::none;
+        if (isFromAfar)
             thinOut(triangle, best);
+        best.isFromAfar = isFromAfar;
         return best;
     }
+
+private:
+    using Star = MeshEditor::Star;
+
+    Vec placeOf(std::int32_t vertex) const { return vertexOf(m_mesh, vertex); }
 
     // Where vertices stand so close together that any edit would turn a triangle, another of the short edges
     // around may go first.
@@ -246,46 +212,147 @@ private:
         return dot(a, b) >= leastCosine * a.length() * b.length();
     }
 
+    TriangleMesh const & m_mesh;
+    MeshEditor const & m_editor;
+    double const m_bound;
+    Star m_going, m_staying, m_around;
+    std::vector<Triangle> m_before, m_after, m_gone; // around a vertex: replaced, new, without successor
+};
+
+class SliverRemoval
+{
+public:
+    SliverRemoval(TriangleMesh & mesh, double leafCell, QzBackend::LoopTeam & team)
+        : m_mesh(mesh), m_team(team), m_editor(mesh, team),
+          m_bound(greatestMove * leafCell * greatestMove * leafCell), m_isChanged(mesh.vertexCount(), 0)
+    {}
+
+    /// \return the slivers left
+    std::size_t run(std::vector<std::int32_t> slivers)
+    {
+        EditSearch search(m_mesh, m_editor, m_bound);
+        for (int round = 0; round < mostRounds && !slivers.empty(); ++round) {
+            // Edits are looked for on all threads, and made one after the other. Where one was made nearby
+            // meanwhile, the search is done again.
+            std::vector<Edit> const edits = searchAll(slivers);
+            std::vector<std::int32_t> left;
+            for (std::size_t n = 0; n < slivers.size(); ++n) {
+                std::int32_t const t = slivers[n];
+                if (!isSliver(t))
+                    continue;
+                Edit const edit = isValid(edits[n], t) ? edits[n] : search.bestEdit(t);
+                if (edit.kind == Edit::Kind::none) {
+                    left.push_back(t);
+                    continue;
+                }
+                apply(edit);
+                if (m_editor.isAlive(at(t)))
+                    left.push_back(t);
+                // What an edit leaves behind may itself be a sliver.
+                for (std::int32_t const touched : m_touched) {
+                    if (touched != t && isSliver(touched))
+                        left.push_back(touched);
+                }
+            }
+            bool const isDone = left.size() == slivers.size() && left == slivers;
+            slivers.swap(left);
+            for (std::int32_t const vertex : m_changed)
+                m_isChanged[at(vertex)] = 0;
+            m_changed.clear();
+            if (isDone)
+                break;
+        }
+        std::sort(slivers.begin(), slivers.end());
+        slivers.erase(std::unique(slivers.begin(), slivers.end()), slivers.end());
+        auto const left =
+            std::count_if(slivers.begin(), slivers.end(), [&](std::int32_t t) { return isSliver(t); });
+        m_editor.finish(m_team);
+        return static_cast<std::size_t>(left);
+    }
+
+private:
+    using Star = MeshEditor::Star;
+
+    bool isSliver(std::int32_t triangle) const
+    {
+        return m_editor.isAlive(at(triangle)) && triangleOf(m_mesh, at(triangle)).leastSine() < sliverSine;
+    }
+
+    std::vector<Edit> searchAll(std::vector<std::int32_t> const & slivers) const
+    {
+        std::vector<Edit> edits(slivers.size());
+        forRanges(m_team, slivers.size(), 64, [&](std::size_t begin, std::size_t end) {
+            EditSearch search(m_mesh, m_editor, m_bound);
+            for (std::size_t n = begin; n < end; ++n) {
+                if (isSliver(slivers[n]))
+                    edits[n] = search.bestEdit(slivers[n]);
+            }
+        });
+        return edits;
+    }
+
+    // Is what an edit follows from as it was at the begin of the round?
+    bool isValid(Edit const & edit, std::int32_t triangle)
+    {
+        auto const isChanged = [&](std::int32_t vertex) { return m_isChanged[at(vertex)] != 0; };
+        for (std::int32_t h = 3 * triangle; h < 3 * triangle + 3; ++h) {
+            std::int32_t const back = m_editor.opposite(h);
+            if (isChanged(m_editor.origin(h)) ||
+                (back >= 0 && isChanged(m_editor.origin(previousInTriangle(back)))))
+                return false;
+        }
+        for (std::int32_t h = 3 * triangle; edit.isFromAfar && h < 3 * triangle + 3; ++h) {
+            m_editor.starOf(h, m_around);
+            for (std::int32_t const leaving : m_around.leaving) {
+                if (isChanged(m_editor.target(leaving)) ||
+                    isChanged(m_editor.origin(previousInTriangle(leaving))))
+                    return false;
+            }
+        }
+        return true;
+    }
+
     void apply(Edit const & edit)
     {
         m_touched.clear();
+        std::int32_t const end = nextInTriangle(edit.halfEdge);
         if (edit.kind == Edit::Kind::flip) {
             m_touched = {edit.halfEdge / 3, m_editor.opposite(edit.halfEdge) / 3};
-            m_editor.flip(edit.halfEdge);
         } else {
-            std::int32_t const end = nextInTriangle(edit.halfEdge);
-            m_editor.starOf(edit.isBackward ? end : edit.halfEdge, m_going);
-            for (std::int32_t const h : m_going.leaving)
+            m_editor.starOf(edit.isBackward ? end : edit.halfEdge, m_around);
+            for (std::int32_t const h : m_around.leaving)
                 m_touched.push_back(h / 3);
-            m_editor.collapse(edit.halfEdge, m_going, m_editor.origin(edit.isBackward ? edit.halfEdge : end));
         }
+        for (std::int32_t const triangle : m_touched) {
+            for (std::int32_t k = 0; k < 3; ++k) {
+                std::int32_t const vertex = m_editor.origin(3 * triangle + k);
+                if (m_isChanged[at(vertex)] == 0)
+                    m_changed.push_back(vertex);
+                m_isChanged[at(vertex)] = 1;
+            }
+        }
+        if (edit.kind == Edit::Kind::flip)
+            m_editor.flip(edit.halfEdge);
+        else
+            m_editor.collapse(edit.halfEdge, m_around,
+                              m_editor.origin(edit.isBackward ? edit.halfEdge : end));
     }
 
     TriangleMesh & m_mesh;
     QzBackend::LoopTeam & m_team;
     MeshEditor m_editor;
     double const m_bound;
-    Star m_going, m_staying, m_around;
-    std::vector<Triangle> m_before, m_after, m_gone; // around a vertex: replaced, new, without successor
+    std::vector<std::uint8_t> m_isChanged; // vertices whose stars are no longer those of the begin of a round
+    std::vector<std::int32_t> m_changed;   // which these are
+    Star m_around;
     std::vector<std::int32_t> m_touched;
 };
 
 std::vector<std::int32_t> findSlivers(TriangleMesh const & mesh, QzBackend::LoopTeam & team, double until)
 {
-    std::vector<std::uint8_t> isSliver(mesh.triangleCount());
-    forRanges(
-        team, isSliver.size(), 4096,
-        [&](std::size_t begin, std::size_t end) {
-            for (std::size_t t = begin; t < end; ++t)
-                isSliver[t] = triangleOf(mesh, t).leastSine() < sliverSine;
-        },
-        until);
-    std::vector<std::int32_t> slivers;
-    for (std::size_t t = 0; t < isSliver.size(); ++t) {
-        if (isSliver[t])
-            slivers.push_back(static_cast<std::int32_t>(t));
-    }
-    return slivers;
+    return indicesWhere<std::int32_t>(
+        team, mesh.triangleCount(),
+        [&](std::size_t t) { return triangleOf(mesh, t).leastSine() < sliverSine; }, until);
 }
 
 } // namespace
@@ -296,20 +363,37 @@ AngleDistribution measureAngles(TriangleMesh const & mesh, QzBackend::LoopTeam &
     std::size_t const count = mesh.triangleCount();
     if (count == 0)
         return result;
-    std::vector<double> angles(count);
-    forRanges(team, count, 4096, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t t = begin; t < end; ++t)
-            angles[t] = std::asin(std::min(1.0, triangleOf(mesh, t).leastSine())) / degree;
-    });
-    auto const shareBelow = [&](double limit) {
-        return static_cast<double>(
-                   std::count_if(angles.begin(), angles.end(), [&](double angle) { return angle < limit; })) /
-               static_cast<double>(count);
+    struct Part
+    {
+        double least = 90;
+        std::size_t belowOne = 0, belowFive = 0, belowTen = 0;
     };
-    result.least = *std::min_element(angles.begin(), angles.end());
-    result.belowOne = shareBelow(1);
-    result.belowFive = shareBelow(5);
-    result.belowTen = shareBelow(10);
+    std::size_t const perPart = 4096;
+    std::vector<Part> parts((count + perPart - 1) / perPart);
+    forRanges(team, count, perPart, [&](std::size_t begin, std::size_t end) {
+        Part & part = parts[begin / perPart];
+        for (std::size_t t = begin; t < end; ++t) {
+            double const angle = std::asin(std::min(1.0, triangleOf(mesh, t).leastSine())) / degree;
+            part.least = std::min(part.least, angle);
+            part.belowOne += angle < 1;
+            part.belowFive += angle < 5;
+            part.belowTen += angle < 10;
+        }
+    });
+    Part all;
+    for (Part const & part : parts) {
+        all.least = std::min(all.least, part.least);
+        all.belowOne += part.belowOne;
+        all.belowFive += part.belowFive;
+        all.belowTen += part.belowTen;
+    }
+    auto const shareOf = [count](std::size_t number) {
+        return static_cast<double>(number) / static_cast<double>(count);
+    };
+    result.least = all.least;
+    result.belowOne = shareOf(all.belowOne);
+    result.belowFive = shareOf(all.belowFive);
+    result.belowTen = shareOf(all.belowTen);
     return result;
 }
 
