@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 namespace VolTr
 {
@@ -31,43 +33,147 @@ std::uint64_t spread(std::uint64_t bits)
 }
 
 // Leaf cells in the order of a Morton curve, in which neighbours stand close to each other.
-struct CellCurve
+class CellCurve
 {
-    struct Cell
+public:
+    CellCurve(COctree const & octree, QzBackend::LoopTeam & team)
+        : m_octree(octree), m_team(team), m_droppedBits(std::max(0, octree.getLeafCellDepth() - 21)),
+          m_cells(static_cast<std::size_t>(octree.getCellsNumberOnDeepestLevel()))
     {
-        std::uint64_t key;
-        int position; // in the octree's cell index
-    };
-    std::vector<Cell> cells;
-    int droppedBits; // of each coordinate: the key holds 21
-
-    explicit CellCurve(COctree const & octree) : droppedBits(std::max(0, octree.getLeafCellDepth() - 21))
-    {
-        int const count = octree.getCellsNumberOnDeepestLevel();
-        cells.reserve(static_cast<std::size_t>(count));
-        for (int position = 0; position < count; ++position) {
-            CInt3 const place = octree.getCellOffset(octree.getCellIndex().payload(position));
-            auto const bits = [&](int coord) {
-                return spread(static_cast<std::uint64_t>(coord >> droppedBits));
-            };
-            cells.push_back({bits(place.x()) << 2 | bits(place.y()) << 1 | bits(place.z()), position});
-        }
-        std::sort(cells.begin(), cells.end(), [](Cell const & a, Cell const & b) {
-            return a.key != b.key ? a.key < b.key : a.position < b.position;
-        });
+        sort();
     }
 
     // How many cells `up` depths above the leaves hold samples.
     double occupied(int up) const
     {
-        int const shift = 3 * std::max(0, up - droppedBits);
-        double number = 0.0;
-        for (std::size_t n = 0; n < cells.size(); ++n) {
-            if (n == 0 || cells[n].key >> shift != cells[n - 1].key >> shift)
-                ++number;
-        }
-        return number;
+        int const shift = 3 * std::max(0, up - m_droppedBits);
+        std::vector<int> numbers(static_cast<std::size_t>(pieces()), 0);
+        forPieces([&](int piece, std::size_t begin, std::size_t end) {
+            int number = 0;
+            for (std::size_t n = begin; n < end; ++n)
+                number += n == 0 || m_cells[n].key >> shift != m_cells[n - 1].key >> shift;
+            numbers[static_cast<std::size_t>(piece)] = number;
+        });
+        double sum = 0.0;
+        for (int const number : numbers)
+            sum += number;
+        return sum;
     }
+
+    // The samples of the cells.
+    void writeSamples(int * order) const
+    {
+        std::vector<std::size_t> places(static_cast<std::size_t>(pieces()) + 1, 0);
+        forPieces([&](int piece, std::size_t begin, std::size_t end) {
+            std::size_t number = 0;
+            for (std::size_t n = begin; n < end; ++n)
+                number += static_cast<std::size_t>(m_octree.getSamplesEnd(m_cells[n].position) -
+                                                   m_octree.getSamplesBegin(m_cells[n].position));
+            places[static_cast<std::size_t>(piece) + 1] = number;
+        });
+        for (std::size_t piece = 1; piece < places.size(); ++piece)
+            places[piece] += places[piece - 1];
+        forPieces([&](int piece, std::size_t begin, std::size_t end) {
+            int * next = order + places[static_cast<std::size_t>(piece)];
+            for (std::size_t n = begin; n < end; ++n)
+                next = std::copy(m_octree.getSamplesBegin(m_cells[n].position),
+                                 m_octree.getSamplesEnd(m_cells[n].position), next);
+        });
+    }
+
+private:
+    struct Cell
+    {
+        std::uint64_t key;
+        int position; // in the octree's cell index
+
+        bool operator<(Cell const & other) const
+        {
+            return key != other.key ? key < other.key : position < other.position;
+        }
+    };
+
+    static constexpr std::size_t mostPieces = 256;
+    static constexpr std::size_t mostBuckets = 256;
+    static constexpr std::size_t testsPerBucket = 16;
+
+    std::size_t perPiece() const { return std::max<std::size_t>(4096, m_cells.size() / mostPieces + 1); }
+    int pieces() const { return static_cast<int>((m_cells.size() + perPiece() - 1) / perPiece()); }
+
+    template <class Body>
+    void forPieces(Body const & body) const
+    {
+        m_team.forEach(pieces(), [&](int piece) {
+            std::size_t const begin = static_cast<std::size_t>(piece) * perPiece();
+            body(piece, begin, std::min(m_cells.size(), begin + perPiece()));
+        });
+    }
+
+    Cell cellAt(std::size_t position) const
+    {
+        CInt3 const place =
+            m_octree.getCellOffset(m_octree.getCellIndex().payload(static_cast<int>(position)));
+        auto const bits = [&](int coord) {
+            return spread(static_cast<std::uint64_t>(coord >> m_droppedBits));
+        };
+        return {bits(place.x()) << 2 | bits(place.y()) << 1 | bits(place.z()), static_cast<int>(position)};
+    }
+
+    // Into buckets, between whose bounds lie about as many cells each, then each bucket for itself. The order
+    // is total, so it does not depend on how it is found.
+    void sort()
+    {
+        std::size_t const tests = std::min(m_cells.size(), mostBuckets * testsPerBucket);
+        std::vector<Cell> bounds(tests);
+        for (std::size_t n = 0; n < tests; ++n)
+            bounds[n] = cellAt(n * m_cells.size() / tests);
+        std::sort(bounds.begin(), bounds.end());
+        for (std::size_t n = 0; n < tests / testsPerBucket; ++n)
+            bounds[n] = bounds[n * testsPerBucket];
+        bounds.resize(tests / testsPerBucket);
+        std::size_t const buckets = bounds.size() + 1;
+        auto const bucketOf = [&](Cell const & cell) {
+            return static_cast<std::size_t>(std::upper_bound(bounds.begin(), bounds.end(), cell) -
+                                            bounds.begin());
+        };
+        // Of a piece and a bucket: how many, then where they go.
+        std::vector<std::size_t> places(buckets * static_cast<std::size_t>(pieces()) + 1, 0);
+        auto const placeOf = [&](std::size_t bucket, int piece) -> std::size_t & {
+            return places[bucket * static_cast<std::size_t>(pieces()) + static_cast<std::size_t>(piece)];
+        };
+        forPieces([&](int piece, std::size_t begin, std::size_t end) {
+            std::vector<std::size_t> numbers(buckets, 0);
+            for (std::size_t n = begin; n < end; ++n)
+                ++numbers[bucketOf(cellAt(n))];
+            for (std::size_t bucket = 0; bucket < buckets; ++bucket)
+                placeOf(bucket, piece) = numbers[bucket];
+        });
+        std::size_t sum = 0;
+        std::vector<std::size_t> firstOf(1, 0);
+        for (std::size_t bucket = 0; bucket < buckets; ++bucket) {
+            for (int piece = 0; piece < pieces(); ++piece)
+                sum += std::exchange(placeOf(bucket, piece), sum);
+            firstOf.push_back(sum);
+        }
+        forPieces([&](int piece, std::size_t begin, std::size_t end) {
+            std::vector<std::size_t> next(buckets);
+            for (std::size_t bucket = 0; bucket < buckets; ++bucket)
+                next[bucket] = placeOf(bucket, piece);
+            for (std::size_t n = begin; n < end; ++n) {
+                Cell const cell = cellAt(n);
+                m_cells[next[bucketOf(cell)]++] = cell;
+            }
+        });
+        m_team.forEach(static_cast<int>(buckets), [&](int bucket) {
+            std::sort(m_cells.data() + firstOf[static_cast<std::size_t>(bucket)],
+                      m_cells.data() + firstOf[static_cast<std::size_t>(bucket) + 1]);
+        });
+    }
+
+    COctree const & m_octree;
+    QzBackend::LoopTeam & m_team;
+    int const m_droppedBits; // of each coordinate: the key holds 21
+    QzBackend::RawArray<Cell> m_cells;
 };
 
 // Samples per leaf cell of the surface, occupied or not: of random points with a mean of rho a cell, the
@@ -109,15 +215,16 @@ std::array<float, 3> footOffset(ImplicitFunction::Evaluator & evaluator, float c
 
 SampleFeet::SampleFeet(StageContext const & context, ImplicitFunction const & function, double isoValue,
                        QzBackend::LoopTeam & team, double until)
-    : order(static_cast<std::size_t>(context.samples.pointsNumber())), offsets(order.size())
+    : order(static_cast<std::size_t>(context.samples.pointsNumber()))
 {
     COctree const & octree = context.octree;
-    CellCurve const curve(octree);
-    samplesPerLeafCell =
-        samplesPerSurfaceCell(curve, octree.getLeafCellDepth(), static_cast<double>(order.size()));
-    int * next = order.data();
-    for (CellCurve::Cell const & cell : curve.cells)
-        next = std::copy(octree.getSamplesBegin(cell.position), octree.getSamplesEnd(cell.position), next);
+    {
+        CellCurve const curve(octree, team);
+        samplesPerLeafCell =
+            samplesPerSurfaceCell(curve, octree.getLeafCellDepth(), static_cast<double>(order.size()));
+        curve.writeSamples(order.data());
+    }
+    offsets = QzBackend::RawArray<std::array<float, 3>>(order.size());
     double const limit = octree.getCellSize(octree.getNodeDepthEnd() - 1);
     std::vector<std::unique_ptr<ImplicitFunction::Evaluator>> evaluators(
         static_cast<std::size_t>(team.threads()));

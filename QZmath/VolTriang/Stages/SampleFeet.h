@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Backend/RawArray.h>
+
 #include <array>
-#include <vector>
 
 namespace QzBackend
 {
@@ -17,16 +18,16 @@ struct StageContext;
 
 /// The samples in an order in which neighbours stand close to each other, each with its foot: the point of
 /// the level set above or below it, along the gradient and at most one cell of the deepest nodes away. 16
-/// bytes a sample.
+/// bytes a sample, and up to 20 before the feet are found.
 struct SampleFeet
 {
     /// Serves the progress up to `until`.
     SampleFeet(StageContext const & context, ImplicitFunction const & function, double isoValue,
                QzBackend::LoopTeam & team, double until);
 
-    std::vector<int> order;
-    std::vector<std::array<float, 3>> offsets; ///< foot minus sample, in the order of `order`
-    double samplesPerLeafCell = 0.0;           ///< of the surface, whether a cell holds samples or not
+    QzBackend::RawArray<int> order;
+    QzBackend::RawArray<std::array<float, 3>> offsets; ///< foot minus sample, in the order of `order`
+    double samplesPerLeafCell = 0.0; ///< of the surface, whether a cell holds samples or not
 };
 
 } // namespace VolTr
