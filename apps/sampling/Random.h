@@ -7,7 +7,8 @@ namespace qz_sampling
 {
 
 /// Random numbers that are the same for a seed on every platform, unlike the standard distributions. The
-/// generator is SplitMix64 (Steele, Lea, Flood: Fast splittable pseudorandom number generators, 2014).
+/// generator is SplitMix64 (Steele, Lea, Flood: Fast splittable pseudorandom number generators, 2014). Its
+/// state is a counter, so that any place of the sequence is as near as the next one.
 class Random
 {
 public:
@@ -15,7 +16,7 @@ public:
 
     std::uint64_t next()
     {
-        m_state += 0x9E3779B97F4A7C15U;
+        m_state += st_step;
         std::uint64_t mixed = m_state;
         mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9U;
         mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EBU;
@@ -36,7 +37,19 @@ public:
         return sum;
     }
 
+    /// The generator as it is when so many numbers more have been drawn.
+    Random ahead(std::uint64_t draws) const { return Random(m_state + draws * st_step); }
+    /// How many numbers have been drawn since the generator was as `earlier` is.
+    std::uint64_t drawsSince(Random const & earlier) const
+    {
+        return (m_state - earlier.m_state) * st_inverseStep;
+    }
+
 private:
+    static constexpr std::uint64_t st_step = 0x9E3779B97F4A7C15U;
+    static constexpr std::uint64_t st_inverseStep = 0xF1DE83E19937733DU; // modulo 2^64
+    static_assert(st_step * st_inverseStep == 1);
+
     std::uint64_t m_state;
 };
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/sampling/SampleShapes.h>
 
+#include <apps/sampling/Genus3Level.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -48,7 +50,7 @@ Point3D_d randomDirection(Random & random)
 // The direction of a vector, or z for the zero vector: a point at the centre of a ball has no better answer.
 Point3D_d directionOf(Point3D_d const & vector)
 {
-    double const ownLength = vector.length();
+    double const ownLength = std::sqrt(dot(vector, vector));
     return ownLength > 0 ? vector / ownLength : Point3D_d(0, 0, 1);
 }
 
@@ -230,9 +232,6 @@ protected:
     }
 };
 
-// Double sheet z² = thickness * h(x, y) over a disk with three holes, where h falls to 0 at all four circles.
-// Each circle contributes a factor that rises from 0 at the circle to 1 far from it, so that the thickness is
-// about even.
 class Genus3 : public ImplicitShape
 {
 public:
@@ -240,124 +239,244 @@ public:
 
     // By the Cauchy-Crofton formula, the crossings of uniformly distributed random lines with a surface are
     // uniformly distributed by area. A step along the line is at most what the bound of the slope allows, and
-    // at least minStep: shorter chords are missed, which concerns about a thousandth of the area.
+    // at least the least one: shorter chords are missed, which concerns about a thousandth of the area.
     SurfacePoint sample(Random & random) const override
     {
         for (;;) {
-            // At most one crossing of a line is taken, each with the same odds: the one of a number drawn
-            // before.
-            auto wanted = static_cast<int>(random.uniform() * maxCrossings);
-            Point3D_d const along = randomDirection(random);
-            Point3D_d const origin = randomOffset(random, along);
-            // The part of the line that is both in the ball and in the slab which the surface lies in.
-            double const reach = std::sqrt(ballRadius * ballRadius - dot(origin, origin));
-            double position = -reach;
-            double end = reach;
-            if (along.z() != 0) {
-                double const bottom = (-slabHalfWidth - origin.z()) / along.z();
-                double const top = (slabHalfWidth - origin.z()) / along.z();
-                position = std::max(position, std::min(bottom, top));
-                end = std::min(end, std::max(bottom, top));
-            } else if (std::abs(origin.z()) > slabHalfWidth)
-                continue;
-            double level = value(origin + along * position);
-            while (position < end) {
-                double const next = position + std::max(std::abs(level) / slopeBound, minStep);
-                double const nextLevel = value(origin + along * next);
-                if ((level < 0) != (nextLevel < 0) && wanted-- == 0) {
-                    Point3D_d const point = origin + along * bisect(origin, along, position, next, level < 0);
-                    return {point, directionOf(gradient(point))};
-                }
-                position = next;
+            Line line = randomLine(random);
+            double level = genus3::levelAt(line.at(line.position));
+            while (line.position < line.end) {
+                double const next = genus3::nextPosition(line.position, level);
+                double const nextLevel = genus3::levelAt(line.at(next));
+                if ((level < 0) != (nextLevel < 0) && line.wanted-- == 0)
+                    return pointAt(line, bisect(line, next, level < 0));
+                line.position = next;
                 level = nextLevel;
             }
         }
     }
+
+    // Walks along one line of each generator at a time: the roots of the lanes are taken side by side.
+    void sampleEach(Random * randoms, int count, PointTaker & taker) const override
+    {
+        for (int first = 0; first < count; first += lanes)
+            sampleSome(randoms + first, std::min(lanes, count - first), first, taker);
+    }
     int eulerNumber() const override { return -4; }
     double area() const override { return 11.075; }
-    Point3D_d halfExtent() const override { return {discRadius, discRadius, slabHalfWidth}; }
+    Point3D_d halfExtent() const override
+    {
+        return {genus3::discRadius, genus3::discRadius, genus3::slabHalfWidth};
+    }
 
 protected:
-    double value(Point3D_d const & point) const override
-    {
-        double product = thickness;
-        for (int circle = 0; circle < 4; ++circle)
-            product *= factor(circle, point.x(), point.y()).value;
-        return point.z() * point.z() - product;
-    }
-    Point3D_d gradient(Point3D_d const & point) const override
-    {
-        Factor factors[4];
-        for (int circle = 0; circle < 4; ++circle)
-            factors[circle] = factor(circle, point.x(), point.y());
-        double dx = 0;
-        double dy = 0;
-        for (int circle = 0; circle < 4; ++circle) {
-            double others = thickness;
-            for (int other = 0; other < 4; ++other)
-                others *= other != circle ? factors[other].value : 1;
-            dx += others * factors[circle].dx;
-            dy += others * factors[circle].dy;
-        }
-        return {-dx, -dy, 2 * point.z()};
-    }
+    double value(Point3D_d const & point) const override { return genus3::levelAt(point); }
+    Point3D_d gradient(Point3D_d const & point) const override { return genus3::gradientAt(point); }
 
 private:
-    struct Factor
+    static constexpr int lanes = static_cast<int>(genus3::st_lanes);
+    static constexpr double ballRadius = 1.25;
+    static constexpr int maxCrossings = 6;
+
+    static constexpr int bisections = 50;
+
+    // A line and the part of it that is left.
+    struct Line
     {
-        double value;
-        double dx;
-        double dy;
+        // At most one crossing is taken, each with the same odds: the one of a number drawn before.
+        int wanted;
+        Point3D_d along, origin;
+        double position, end;
+
+        Point3D_d at(double place) const { return origin + along * place; }
     };
-    // t / sqrt(1 + t²) of a t that vanishes at the circle and is positive on the side of the disk's body.
-    static Factor factor(int circle, double x, double y)
+
+    static double bisect(Line const & line, double high, bool isLowInside)
     {
-        double const offsetX = x - centres[circle][0];
-        double const offsetY = y - centres[circle][1];
-        double const radius = circle == 0 ? discRadius : holeRadius;
-        double const scale = (circle == 0 ? -steepness : steepness) / (2 * radius);
-        double const t = scale * (offsetX * offsetX + offsetY * offsetY - radius * radius);
-        double const root = std::sqrt(1 + t * t);
-        double const slope = 2 * scale / (root * root * root);
-        return {t / root, slope * offsetX, slope * offsetY};
-    }
-    // Uniform in the disk of the bounding ball that is perpendicular to a direction.
-    static Point3D_d randomOffset(Random & random, Point3D_d const & along)
-    {
-        Point3D_d const aside = std::abs(along.x()) < 0.6 ? Point3D_d(1, 0, 0) : Point3D_d(0, 1, 0);
-        Point3D_d const first = directionOf(aside - along * dot(along, aside));
-        Point3D_d const second(along.y() * first.z() - along.z() * first.y(),
-                               along.z() * first.x() - along.x() * first.z(),
-                               along.x() * first.y() - along.y() * first.x());
-        double u = 0;
-        double v = 0;
-        do {
-            u = random.uniform(-1, 1);
-            v = random.uniform(-1, 1);
-        } while (u * u + v * v > 1);
-        return first * (u * ballRadius) + second * (v * ballRadius);
-    }
-    double bisect(Point3D_d const & origin, Point3D_d const & along, double low, double high,
-                  bool isLowInside) const
-    {
-        for (int step = 0; step < 50; ++step) {
+        double low = line.position;
+        for (int step = 0; step < bisections; ++step) {
             double const middle = 0.5 * (low + high);
-            ((value(origin + along * middle) < 0) == isLowInside ? low : high) = middle;
+            ((genus3::levelAt(line.at(middle)) < 0) == isLowInside ? low : high) = middle;
         }
         return 0.5 * (low + high);
     }
 
-    static constexpr double discRadius = 1.2;
-    static constexpr double holeRadius = 0.25;
-    static constexpr double centres[4][2] = {
-        {0, 0}, {0.6, 0}, {-0.3, 0.5196152422706632}, {-0.3, -0.5196152422706632}};
-    static constexpr double steepness = 5;
-    static constexpr double thickness = 0.08;
-    static constexpr double ballRadius = 1.25;
-    static constexpr double slabHalfWidth = 0.285;
-    static constexpr double slopeBound = 1.05;
-    static constexpr double minStep = 0.004;
-    static constexpr int maxCrossings = 6;
+    // The same bisection with fewer levels. Where the line is steep and not too curved, some steps of the
+    // secant method lead to the crossing and show how far away from it the side is sure; there bisection goes
+    // on without a level.
+    class Crossing
+    {
+    public:
+        Crossing() = default;
+        Crossing(double low, double high, double lowLevel, double highLevel)
+            : m_low(low), m_high(high), m_sureLow(low), m_sureHigh(high), m_isInside(lowLevel < 0),
+              m_left(bisections)
+        {
+            double const chord = (highLevel - lowLevel) / (high - low);
+            m_leastSlope = std::abs(chord) - genus3::curvatureBound * (high - low);
+            m_guesses = m_leastSlope > 0.02 ? 4 : 0;
+            m_lastPosition = low;
+            m_lastLevel = lowLevel;
+            m_guess = low - lowLevel / chord;
+            skipSureOnes();
+        }
+
+        bool isKnown() const { return m_left == 0; }
+        double position() const { return 0.5 * (m_low + m_high); }
+        // Where the level is wanted next.
+        double probe() const { return m_guesses > 0 ? m_guess : position(); }
+        void take(double level)
+        {
+            if (m_guesses > 0)
+                narrow(level);
+            else
+                halve((level < 0) == m_isInside);
+            skipSureOnes();
+        }
+
+    private:
+        void narrow(double level)
+        {
+            double const noise = 1e-15; // some times what rounding makes of a level
+            double const away = (std::abs(level) + noise) / m_leastSlope;
+            double const unsure = 2 * noise / m_leastSlope;
+            bool const isBefore = (level < 0) == m_isInside;
+            m_sureLow = std::max(m_sureLow, m_guess - unsure - (isBefore ? 0 : away));
+            m_sureHigh = std::min(m_sureHigh, m_guess + unsure + (isBefore ? away : 0));
+            double const better = m_guess - level * (m_guess - m_lastPosition) / (level - m_lastLevel);
+            m_lastPosition = m_guess;
+            m_lastLevel = level;
+            m_guess = better;
+            m_guesses = better > m_sureLow && better < m_sureHigh ? m_guesses - 1 : 0;
+        }
+        void halve(bool isLow)
+        {
+            (isLow ? m_low : m_high) = position();
+            --m_left;
+        }
+        void skipSureOnes()
+        {
+            if (m_guesses > 0)
+                return;
+            double low = m_low, high = m_high, middle = position();
+            int left = m_left;
+            for (; left > 0 && (middle < m_sureLow || middle > m_sureHigh); --left) {
+                (middle < m_sureLow ? low : high) = middle;
+                middle = 0.5 * (low + high);
+            }
+            // Once the middle is an end, nothing changes any more.
+            m_left = middle == low || middle == high ? 0 : left;
+            m_low = low;
+            m_high = high;
+        }
+
+        double m_low, m_high, m_sureLow, m_sureHigh;
+        bool m_isInside; // at the low end
+        int m_left = 0;
+        double m_leastSlope, m_lastPosition, m_lastLevel, m_guess;
+        int m_guesses;
+    };
+
+    // A line with the part of it that is both in the ball and in the slab which the surface lies in.
+    static Line randomLine(Random & random)
+    {
+        for (;;) {
+            Line line;
+            line.wanted = static_cast<int>(random.uniform() * maxCrossings);
+            line.along = randomDirection(random);
+            // Uniform in the disk of the bounding ball that is perpendicular to the line.
+            double u = 0;
+            double v = 0;
+            do {
+                u = random.uniform(-1, 1);
+                v = random.uniform(-1, 1);
+            } while (u * u + v * v > 1);
+            Point3D_d const & along = line.along;
+            // The level of a steep line has a positive second derivative, and so at most two zeros.
+            double const squaredSlant = along.z() * along.z();
+            if (line.wanted >= 2 && 2 * squaredSlant + genus3::leastCurvatureAcross * (1 - squaredSlant) > 0)
+                continue;
+            Point3D_d const aside = std::abs(along.x()) < 0.6 ? Point3D_d(1, 0, 0) : Point3D_d(0, 1, 0);
+            Point3D_d const first = directionOf(aside - along * dot(along, aside));
+            Point3D_d const second(along.y() * first.z() - along.z() * first.y(),
+                                   along.z() * first.x() - along.x() * first.z(),
+                                   along.x() * first.y() - along.y() * first.x());
+            line.origin = first * (u * ballRadius) + second * (v * ballRadius);
+            double const reach = std::sqrt(ballRadius * ballRadius - dot(line.origin, line.origin));
+            line.position = -reach;
+            line.end = reach;
+            if (along.z() != 0) {
+                double const bottom = (-genus3::slabHalfWidth - line.origin.z()) / along.z();
+                double const top = (genus3::slabHalfWidth - line.origin.z()) / along.z();
+                line.position = std::max(line.position, std::min(bottom, top));
+                line.end = std::min(line.end, std::max(bottom, top));
+            } else if (std::abs(line.origin.z()) > genus3::slabHalfWidth)
+                continue;
+            if (line.position < line.end)
+                return line;
+        }
+    }
+    SurfacePoint pointAt(Line const & line, double position) const
+    {
+        Point3D_d const point = line.at(position);
+        return {point, directionOf(gradient(point))};
+    }
+
+    void sampleSome(Random * randoms, int count, int firstSequence, PointTaker & taker) const
+    {
+        double const nowhere = -std::numeric_limits<double>::infinity();
+        genus3::Walks walks = {};
+        struct Lane
+        {
+            Line line;
+            Crossing crossing; // known, before it is found
+            bool hasBegun;
+        } all[lanes] = {};
+        auto const beginLine = [&](int i) {
+            Line & line = all[i].line;
+            line = randomLine(randoms[i]);
+            for (int axis = 0; axis < 3; ++axis) {
+                walks.origin[axis][i] = line.origin.asArray()[axis];
+                walks.along[axis][i] = line.along.asArray()[axis];
+            }
+            walks.position[i] = line.position;
+            walks.end[i] = nowhere;
+            all[i].hasBegun = false;
+        };
+        for (int i = 0; i < count; ++i)
+            beginLine(i);
+        for (unsigned used = (1u << count) - 1; used != 0;) {
+            for (unsigned stopped = genus3::walk(walks) & used; stopped != 0; stopped &= stopped - 1) {
+                int const i = __builtin_ctz(stopped);
+                Lane & lane = all[i];
+                double & position = walks.position[i];
+                double const level = walks.level[i];
+                double const before = walks.before[i];
+                if (!lane.crossing.isKnown()) {
+                    lane.crossing.take(level);
+                } else if (lane.hasBegun && (before < 0) != (level < 0) && lane.line.wanted-- == 0) {
+                    lane.crossing = Crossing(walks.passed[i], position, before, level);
+                    walks.end[i] = nowhere;
+                } else {
+                    lane.hasBegun = true;
+                    walks.before[i] = level;
+                    walks.passed[i] = position;
+                    walks.end[i] = lane.line.end;
+                    if (position < lane.line.end)
+                        position = genus3::nextPosition(position, level);
+                    else
+                        beginLine(i);
+                    continue;
+                }
+                position = lane.crossing.probe();
+                if (lane.crossing.isKnown()) {
+                    if (!taker.take(firstSequence + i, pointAt(lane.line, position)))
+                        used &= ~(1u << i);
+                    beginLine(i);
+                }
+            }
+        }
+    }
 };
 
 // Chebyshev polynomials of the first kind make bumps without a transcendental function.
@@ -475,7 +594,16 @@ private:
 
 } // namespace
 
+PointTaker::~PointTaker() = default;
+
 Shape::~Shape() = default;
+
+void Shape::sampleEach(Random * randoms, int count, PointTaker & taker) const
+{
+    for (int sequence = 0; sequence < count; ++sequence)
+        while (taker.take(sequence, sample(randoms[sequence]))) {
+        }
+}
 
 double Shape::distanceToBorder(Point3D_d const &) const { return std::numeric_limits<double>::infinity(); }
 
@@ -507,40 +635,6 @@ std::unique_ptr<Shape> makeShape(std::string const & name)
     if (name == "sheet")
         return std::make_unique<Sheet>();
     return nullptr;
-}
-
-Cloud sampleCloud(Shape const & shape, SamplingOptions const & options)
-{
-    Random random(options.seed);
-    Point3D_d const half = shape.halfExtent();
-    double const sigma = options.noise * 2 * std::max({half.x(), half.y(), half.z()});
-    double const meanSpacing =
-        std::sqrt(shape.area() / static_cast<double>(std::max<std::size_t>(1, options.pointNumber)));
-    double const largestDensity = std::max(1.0, options.densityRatio);
-
-    Cloud cloud;
-    cloud.positions.reserve(3 * options.pointNumber);
-    cloud.normals.reserve(3 * options.pointNumber);
-    while (cloud.size() < options.pointNumber) {
-        SurfacePoint point = shape.sample(random);
-        double const alongX = (point.position.x() + half.x()) / (2 * half.x());
-        double const density = 1 + (options.densityRatio - 1) * alongX;
-        if (options.densityRatio != 1 && random.uniform() * largestDensity > density)
-            continue;
-        if (!shape.isClosed())
-            cloud.boundaryMarks.push_back(shape.distanceToBorder(point.position) < 1.5 * meanSpacing ? 1 : 0);
-        if (sigma > 0) {
-            double const x = random.normal();
-            double const y = random.normal();
-            double const z = random.normal();
-            point.position += Point3D_d(x, y, z) * sigma;
-        }
-        for (int axis = 0; axis < 3; ++axis) {
-            cloud.positions.push_back(static_cast<float>(point.position.asArray()[axis]));
-            cloud.normals.push_back(static_cast<float>(point.normal.asArray()[axis]));
-        }
-    }
-    return cloud;
 }
 
 } // namespace qz_sampling

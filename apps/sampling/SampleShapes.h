@@ -23,6 +23,15 @@ struct SurfacePoint
     REmath::Point3D_d normal;
 };
 
+/// Receives the points of several sequences of random numbers.
+class PointTaker
+{
+public:
+    virtual ~PointTaker();
+    /// The next point of a sequence, whose generator may be drawn from here. False when it was the last one.
+    virtual bool take(int sequence, SurfacePoint const & point) = 0;
+};
+
 /// Analytic surface around the origin, a few units wide. The normals of a closed one point outward. All
 /// operations are `const` and may be called from several threads; they use only arithmetic and square roots,
 /// so that the results have the same bits on every platform with IEEE numbers.
@@ -34,6 +43,9 @@ public:
     virtual std::string name() const = 0;
     /// Random point, uniformly distributed by area.
     virtual SurfacePoint sample(Random & random) const = 0;
+    /// Hands over the points that `sample` gives with each of so many generators, until the taker has enough
+    /// of each; the generators take turns in any way. Faster than one after the other where it is overridden.
+    virtual void sampleEach(Random * randoms, int count, PointTaker & taker) const;
     /// Distance to the surface, positive on the side to which the normals point. Exact for sphere, torus and
     /// plate; for the others the distance to a Newton projection: exact up to terms of second order in the
     /// distance.
@@ -90,8 +102,9 @@ struct Cloud
     std::size_t size() const { return positions.size() / 3; }
 };
 
-/// Exactly `pointNumber` points. The same options give the same cloud on every platform. About 0.1 to 10
-/// microseconds per point, depending on the shape.
+/// Exactly `pointNumber` points, made on all threads of `CVescaThreadingTasksHelper::getNumOfPhisicalThread`.
+/// The same options give the same cloud on every platform and for any number of threads. Up to 2 microseconds
+/// of processor time a point, depending on the shape, and some megabytes a thread beside the cloud.
 Cloud sampleCloud(Shape const & shape, SamplingOptions const & options);
 
 } // namespace qz_sampling

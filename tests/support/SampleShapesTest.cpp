@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/sampling/SampleShapes.h>
 
+#include <QZsys/ParallelTasks.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 using qz_sampling::Cloud;
 using qz_sampling::Random;
@@ -84,6 +88,41 @@ TEST_P(SampleShapes, CloudHonoursItsOptions)
     // The halves of an even body would have 1 + 9 / 4 against 1 + 27 / 4 or less extreme shares.
     EXPECT_GT(high, 1.6 * low);
     EXPECT_LT(high, 3.2 * low);
+}
+
+// The cloud is what one generator gives point after point, in whatever pieces threads make it.
+TEST_P(SampleShapes, ThreadsMakeTheCloudOfOneGenerator)
+{
+    SamplingOptions options;
+    options.pointNumber = 40000;
+    for (auto const & [noise, densityRatio] : {std::pair(0.0, 1.0), {0.01, 1.0}, {0.0, 0.2}, {0.001, 5.0}}) {
+        options.noise = noise;
+        options.densityRatio = densityRatio;
+        options.seed += 5;
+        Random random(options.seed);
+        Point3D_d const half = m_shape->halfExtent();
+        std::vector<float> positions, normals;
+        while (positions.size() < 3 * options.pointNumber) {
+            qz_sampling::SurfacePoint point = m_shape->sample(random);
+            double const density = 1 + (densityRatio - 1) * (point.position.x() + half.x()) / (2 * half.x());
+            if (densityRatio != 1 && random.uniform() * std::max(1.0, densityRatio) > density)
+                continue;
+            double const x = noise > 0 ? random.normal() : 0;
+            double const y = noise > 0 ? random.normal() : 0;
+            double const z = noise > 0 ? random.normal() : 0;
+            point.position += Point3D_d(x, y, z) * (noise * 2 * std::max({half.x(), half.y(), half.z()}));
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                positions.push_back(static_cast<float>(point.position.asArray()[axis]));
+                normals.push_back(static_cast<float>(point.normal.asArray()[axis]));
+            }
+        }
+        for (int const threads : {1, 2, 5}) {
+            CThreadNumberScope const scope(threads);
+            Cloud const cloud = sampleCloud(*m_shape, options);
+            EXPECT_TRUE(cloud.positions == positions) << noise << ' ' << densityRatio << ' ' << threads;
+            EXPECT_TRUE(cloud.normals == normals) << noise << ' ' << densityRatio << ' ' << threads;
+        }
+    }
 }
 
 // The first outputs of SplitMix64 for the seed 1234567: clouds must be the same everywhere.
