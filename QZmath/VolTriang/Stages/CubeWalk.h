@@ -33,12 +33,10 @@ namespace VolTr
 ///     - `CubeIndex indexOf(Cube)`, `int signsOf(Cube)` with bit n set when corner n is positive;
 ///     - `bool markSeen(Cube &)`: true when it was not seen before;
 ///     - `bool isSeenAcross(Cube, CubeCut::Face)`: was the neighbour seen? May be false without a look;
-///     - `bool isSettled(CubeIndex)`: are the cube, or all around it that the surface crosses, seen?
-///     Likewise,
-///       and may be asked from many threads;
-///     - `void addTriangles(Cube, CubePlan, TriangleSink &)`: passes the triangles of a cube to the sink,
-///     with
-///       the vertices that come with it, at once or with those of the next cubes;
+///     - `bool isSettled(CubeIndex)`: are the cube, or all around it that the surface crosses, seen? May be
+///       false without a look, and may be asked from many threads;
+///     - `void addTriangles(Cube, CubePlan, TriangleSink &)`: passes the triangles of a cube to the
+///       sink, with the vertices that come with it, at once or with those of the next cubes;
 ///     - `void passOn(TriangleSink &)`: passes on what still waits.
 ///
 /// Each cube is visited once. Memory: a cube for each that waits, and some 24 bytes for each unsupported one.
