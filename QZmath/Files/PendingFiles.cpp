@@ -2,6 +2,7 @@
 #include <QZmath/Files/PendingFiles.h>
 
 #include <QZmath/Files/Errors.h>
+#include <QZmath/Files/Streams/ByteSink.h>
 #include <QZsys/Exceptions.h>
 
 namespace QZmath
@@ -14,6 +15,13 @@ std::string PendingFiles::create(std::string const & finalPath)
     } catch (CVescaException const & error) {
         throw OutputError(error.what());
     }
+}
+
+void PendingFiles::write(std::string const & finalPath, std::string_view bytes)
+{
+    ByteSink sink(finalPath == "-" ? finalPath : create(finalPath), finalPath);
+    sink.text(bytes);
+    sink.finish();
 }
 
 void PendingFiles::commit()

@@ -5,6 +5,7 @@
 #include <QZsys/PendingFiles.h>
 
 #include <string>
+#include <string_view>
 
 namespace QZmath
 {
@@ -16,6 +17,9 @@ class QZMATH_FILES_API PendingFiles
 public:
     /// See `VsUt::CPendingFiles::create`.
     std::string create(std::string const & finalPath);
+
+    /// Creates a file with these bytes, which the disk has when it returns; "-" is standard output, at once.
+    void write(std::string const & finalPath, std::string_view bytes);
 
     /// See `VsUt::CPendingFiles::commit`.
     void commit();

@@ -97,7 +97,7 @@ class Page {
             return;
         legend.dataset.kind = name;
         byId('legend-title').textContent =
-            name === 'density' ? 'Samples per unit of area' : 'Distance to the nearest sample';
+            name === 'density' ? 'Samples per unit of area' : 'Distance to the samples';
         byId('legend-ramp').style.background = cssGradient(name === 'density' ? densityStops : distanceStops);
         const digits = (range.high - range.low) / 200 || 1;
         byId('legend-low').textContent = (range.lowIsLess ? '\u2264 ' : '') + lengthText(range.low, digits);

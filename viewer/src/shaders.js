@@ -46,7 +46,7 @@ uniform vec3 cutColor;
 uniform vec3 upInView;
 uniform vec3 skyLight;
 uniform vec3 groundLight;
-uniform float occlusion;
+uniform bool hasSky; // the third value tells how much of the sky is open
 uniform vec4 clipPlane; // of the numbers that places are given in
 uniform bool isCut;
 uniform sampler2D ramp;
@@ -67,8 +67,9 @@ void main() {
     vec3 n = normalize(viewNormal);
     vec3 toViewer = normalize(-viewPlace);
     vec3 facet = cross(dFdx(viewPlace), dFdy(viewPlace));
-    bool isInside = !gl_FrontFacing;
-    // Interpolated normals of a silhouette may point away by a little; those of the inside are turned.
+    // At a silhouette, triangles that turn away show by parts of a pixel; their normals hardly do. Normals that
+    // point away by a little are bent back; those of the inside, which a cut lays open, are turned.
+    bool isInside = !gl_FrontFacing && (isCut || dot(n, toViewer) < -0.15);
     if (isInside)
         n = -n;
     float facing = dot(n, toViewer);
@@ -87,14 +88,14 @@ void main() {
     if (isInside)
         base = mix(base, toLinear(insideColor), shading == 0 ? 1.0 : 0.55);
 
-    float open = mix(1.0, isInside ? 1.0 : values.z, occlusion);
+    float open = isInside || !hasSky ? 1.0 : values.z * (0.35 + 0.65 * values.z);
     vec3 sky = mix(groundLight, skyLight, 0.5 + 0.5 * dot(n, upInView)) * open;
     vec3 keyFrom = normalize(vec3(-0.55, 0.65, 0.65));
     vec3 fillFrom = normalize(vec3(0.8, 0.05, 0.45));
     float key = max(dot(n, keyFrom), 0.0);
     float fill = max(dot(n, fillFrom), 0.0);
     float shadowed = mix(0.55, 1.0, open);
-    vec3 light = sky + shadowed * (1.02 * key * vec3(1.0, 0.975, 0.94) + 0.26 * fill * vec3(0.82, 0.9, 1.0));
+    vec3 light = sky + shadowed * (0.9 * key * vec3(1.0, 0.975, 0.94) + 0.26 * fill * vec3(0.82, 0.9, 1.0));
     // Where colours are data they are not to drown in light or shadow.
     bool isData = shading >= 2;
     if (isData)
@@ -134,12 +135,13 @@ void main() {
 export const pointVertexShader = /* glsl */ `
 attribute vec4 vertexColor;
 uniform float size;
+uniform vec4 grid; // from the numbers of the samples to those of the mesh: offset and factor
 varying vec3 ownPlace;
 varying vec3 ownColor;
 void main() {
-    ownPlace = position;
+    ownPlace = grid.xyz + grid.w * position;
     ownColor = vertexColor.rgb;
-    gl_Position = projectionMatrix * viewMatrix * modelMatrix * vec4(position, 1.0);
+    gl_Position = projectionMatrix * viewMatrix * modelMatrix * vec4(ownPlace, 1.0);
     gl_Position.z -= 4e-5 * gl_Position.w; // those on the surface are not to flicker through it
     gl_PointSize = size;
 }`;

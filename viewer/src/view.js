@@ -17,8 +17,8 @@ import * as shaders from './shaders.js';
 
 const looks = {
     light: {
-        clay: [0.80, 0.785, 0.76], inside: [0.79, 0.47, 0.37], cut: [0.04, 0.42, 0.46], line: [0.08, 0.1, 0.13],
-        sample: [0.75, 0.16, 0.12], sky: [0.42, 0.44, 0.47], ground: [0.2, 0.185, 0.17],
+        clay: [0.80, 0.77, 0.725], inside: [0.79, 0.47, 0.37], cut: [0.04, 0.42, 0.46], line: [0.08, 0.1, 0.13],
+        sample: [0.75, 0.16, 0.12], sky: [0.36, 0.385, 0.42], ground: [0.2, 0.185, 0.17],
     },
     dark: {
         clay: [0.74, 0.745, 0.75], inside: [0.78, 0.45, 0.35], cut: [0.4, 0.79, 0.81], line: [0.03, 0.04, 0.05],
@@ -108,7 +108,7 @@ export class View {
     }
 
     makeModel() {
-        const { places, triangles, colors, values, vertexCount, samples } = this.data;
+        const { places, triangles, colors, values, vertexCount, samples, low, step } = this.data;
         const geometry = new BufferGeometry();
         const buffer = new InterleavedBuffer(places, 4);
         geometry.setAttribute('position', new InterleavedBufferAttribute(buffer, 3, 0));
@@ -129,7 +129,7 @@ export class View {
                 ...clip, shading: { value: 0 }, clay: { value: new Color() }, insideColor: { value: new Color() },
                 cutColor: { value: new Color() }, upInView: { value: new Vector3(0, 1, 0) },
                 skyLight: { value: new Color() }, groundLight: { value: new Color() },
-                occlusion: { value: this.data.hasLight ? 0.85 : 0 }, ramp: { value: this.ramps.density },
+                hasSky: { value: this.data.hasLight }, ramp: { value: this.ramps.density },
             },
         });
         this.lineMaterial = new ShaderMaterial({
@@ -151,6 +151,8 @@ export class View {
             this.pointMaterial = new ShaderMaterial({
                 vertexShader: shaders.pointVertexShader, fragmentShader: shaders.pointFragmentShader,
                 uniforms: { ...clip, color: { value: new Color() }, size: { value: 3 },
+                    grid: { value: new Vector4(...samples.low.map((value, k) => (value - low[k]) / step),
+                        samples.step / step) },
                     hasColors: { value: samples.colors !== null } },
             });
             this.points = new Points(points, this.pointMaterial);
@@ -175,22 +177,39 @@ export class View {
         this.resetView();
     }
 
-    /** From the front, a little from the right and above, as near as the box around the mesh allows. */
+    /** From the front, a little from the right and above, as near as the mesh allows. */
     resetView() {
-        this.controls.target.set(0, 0, 0);
         this.camera.up.set(0, 1, 0);
         this.camera.position.setFromSphericalCoords(1, 1.2, 0.55);
         this.camera.lookAt(0, 0, 0);
         const across = Math.tan((this.camera.fov * Math.PI) / 360);
-        const turned = this.camera.quaternion.clone().invert();
-        let away = 0;
-        for (let corner = 0; corner < 8; ++corner) {
-            const place = new Vector3(...[0, 1, 2].map((k) => (corner >> k & 1 ? this.high : this.low)[k]))
-                .applyMatrix4(this.model).applyQuaternion(turned);
-            away = Math.max(away, place.z + Math.abs(place.y) / across,
-                place.z + Math.abs(place.x) / (across * this.camera.aspect));
+        const toView = new Matrix4().makeRotationFromQuaternion(this.camera.quaternion.clone().invert())
+            .multiply(this.model);
+        const { places, vertexCount } = this.data;
+        const stride = 4 * Math.ceil(vertexCount / 20000);
+        const seen = [];
+        for (let i = 0; i < places.length; i += stride)
+            seen.push(new Vector3(places[i], places[i + 1], places[i + 2]).applyMatrix4(toView));
+        // Moved to the middle of the view, the mesh needs less room; each round is nearer to the end.
+        const middle = new Vector3();
+        let away = 1;
+        for (let round = 0; round < 4; ++round) {
+            away = 0;
+            for (const { x, y, z } of seen)
+                away = Math.max(away, z + Math.abs(y - middle.y) / across,
+                    z + Math.abs(x - middle.x) / (across * this.camera.aspect));
+            away = Math.max(1.1 * away, this.controls.minDistance);
+            let left = Infinity, right = -Infinity, low = Infinity, high = -Infinity;
+            for (const { x, y, z } of seen) {
+                const u = (x - middle.x) / (away - z), v = (y - middle.y) / (away - z);
+                left = Math.min(left, u), right = Math.max(right, u);
+                low = Math.min(low, v), high = Math.max(high, v);
+            }
+            if (round < 3 && seen.length > 0)
+                middle.add(new Vector3(left + right, low + high, 0).multiplyScalar(0.5 * away));
         }
-        this.camera.position.setLength(1.06 * away);
+        this.controls.target.copy(middle.applyQuaternion(this.camera.quaternion));
+        this.camera.position.setLength(away).add(this.controls.target);
         this.isHome = true;
         this.controls.update();
         this.draw();
@@ -323,7 +342,7 @@ export class View {
         this.camera.aspect = width / height;
         this.camera.updateProjectionMatrix();
         if (this.points)
-            this.pointMaterial.uniforms.size.value = 2.6 * pixelRatio;
+            this.pointMaterial.uniforms.size.value = 2.3 * pixelRatio;
         if (this.isHome)
             this.resetView();
         this.draw();
@@ -351,7 +370,7 @@ export class View {
             .transformDirection(this.camera.matrixWorldInverse);
         if (this.lines.visible) // lines closer together than a few pixels would hide what they lie on
             this.lineMaterial.uniforms.opacity.value =
-                Math.min(Math.max(0.055 * this.edgeLength / this.pixelLength(), 0.05), 0.6);
+                Math.min(Math.max(0.045 * this.edgeLength / this.pixelLength(), 0.05), 0.6);
         this.renderer.render(this.scene, this.camera);
         this.onDraw();
     }

@@ -61,7 +61,8 @@ export async function pageOf({ positions, normals, triangles, values, colors, sa
         hasColors: Boolean(colors), hasLight: Boolean(values),
         density: values ? { low: 10, high: 250, lowIsLess: true, highIsMore: true } : null,
         distance: values ? { low: 0, high: 0.02, lowIsLess: false, highIsMore: true } : null,
-        samples: samples ? { count: samples.length / 3, of: samples.length / 3, hasColors: false } : null,
+        samples: samples ? { count: samples.length / 3, of: samples.length / 3, hasColors: false,
+            low, step } : null,
         ...more,
     };
     const json = JSON.stringify(scene).replaceAll('<', '\\u003c');
