@@ -81,6 +81,7 @@
 #include <QZmath/Persistence/RunFunctor.h>
 #include <QZmath/Persistence/SortRecords.h>
 #include <QZmath/Reconstruction/Reconstruction.h>
+#include <QZmath/Reconstruction/SampleDistances.h>
 #include <QZmath/SurfaceAnalysis/CloudMeasures.h>
 #include <QZmath/SurfaceAnalysis/CloudNormals.h>
 #include <QZmath/SurfaceAnalysis/Contours.h>

@@ -2,9 +2,9 @@
 #include <apps/qzrecon/FileArguments.h>
 
 #include <apps/qzrecon/Options.h>
+#include <apps/qzrecon/Outputs.h>
 
 #include <QZmath/Files/Errors.h>
-#include <QZmath/Files/MeshWriter.h>
 
 #include <cerrno>
 #include <cstring>
@@ -65,11 +65,15 @@ void openStandardStreams()
 void checkFileArguments(Options const & options)
 {
     std::vector<std::string> outputs;
-    if (options.output != "-") {
-        checkPlace(options.output, "");
-        outputs.push_back(options.output);
-        if (QZmath::meshFormatOf(options.output) == QZmath::MeshFormat::gltf)
-            outputs.push_back(fs::path(options.output).replace_extension(".bin").string());
+    for (std::string const & output : options.outputs) {
+        if (output != "-")
+            checkPlace(output, "");
+        for (std::string const & file : filesOf(output)) {
+            for (std::string const & other : outputs)
+                if (areSame(file, other))
+                    throw UsageError("two outputs would be the same file " + QZmath::quotable(file));
+            outputs.push_back(file);
+        }
     }
     if (!options.logFile.empty()) {
         checkPlace(options.logFile, "the log ");

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/qzrecon/Options.h>
 
+#include <apps/qzrecon/Outputs.h>
+
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Version.h>
 
@@ -25,10 +27,12 @@ using QZmath::Normals;
 char const st_footer[] = R"(
 Input:  .ply, .obj, .pcd, .las, .xyz .xyzn .asc .txt .csv .pts, or - for standard input; several files are one
         cloud. Normals and colours are taken where there are any.
-Output: .ply (binary), .obj, .stl (binary), .gltf (with a .bin beside it), .glb, or - for PLY on standard output
+Output: .ply (binary), .obj, .stl (binary), .gltf (with a .bin beside it), .glb, or - for PLY on standard output;
+        .html, a page that shows the mesh in any browser; .png, a picture of it
 
 Examples:
   qzrecon scan.ply -o mesh.ply
+  qzrecon scan.ply -o mesh.ply -o mesh.html -o mesh.png
   qzrecon left.las right.las -o mesh.glb --cell-size 0.01 --outliers 3 --simplify 0.1
 
 Exit codes:
@@ -52,6 +56,8 @@ class PlainFormatter : public CLI::Formatter
     }
 };
 
+bool isPage(std::string const & output) { return outputKindOf(output) == OutputKind::page; }
+
 void check(Options const & options, bool isDepthGiven)
 {
     if (isDepthGiven && options.reconstruction.depth == 0)
@@ -64,8 +70,14 @@ void check(Options const & options, bool isDepthGiven)
         throw UsageError("there are " + std::to_string(viewpoints) + " viewpoints for " +
                          std::to_string(options.inputs.size()) +
                          " files: --viewpoint comes once, or once a file");
-    if (options.output.empty() || std::count(options.inputs.begin(), options.inputs.end(), "") > 0)
-        throw UsageError("the name of a file is empty");
+    for (std::vector<std::string> const * names : {&options.inputs, &options.outputs}) {
+        if (std::count(names->begin(), names->end(), "") > 0)
+            throw UsageError("the name of a file is empty");
+    }
+    if (std::count(options.outputs.begin(), options.outputs.end(), "-") > 1)
+        throw UsageError("standard output can be written only once");
+    if (options.opensViewer && std::none_of(options.outputs.begin(), options.outputs.end(), isPage))
+        throw UsageError("--open-viewer needs an output that ends in .html");
     if (std::count(options.inputs.begin(), options.inputs.end(), "-") > 1)
         throw UsageError("standard input can be read only once");
     try {
@@ -159,6 +171,34 @@ void addSurfaceOptions(CLI::App & app, Options & options)
                  "Move the surface onto the samples, over a width that suits their noise (default)");
 }
 
+void addPictureOptions(CLI::App & app, Options & options)
+{
+    using Shading = QZmath::StillOptions::Shading;
+    app.add_option("--picture-size", "Pixels of a .png, 1600 1200 without")
+        ->expected(2)
+        ->option_text("W H")
+        ->each([&options, isWidth = true](std::string const & text) mutable {
+            int & side = isWidth ? options.picture.width : options.picture.height;
+            isWidth = false;
+            int const least = 16, most = 16384;
+            if (!CLI::detail::lexical_cast(text, side) || side < least || side > most)
+                throw UsageError("the value of --picture-size is out of range: two numbers from 16 to 16384");
+        });
+    app.add_option("--picture-shading", options.picture.shading,
+                   "What a .png is coloured by: auto (colours where there are any), plain, color, normal,\n"
+                   "density, distance (to the samples)")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Shading>{{"auto", Shading::automatic},
+                                                                           {"plain", Shading::plain},
+                                                                           {"color", Shading::color},
+                                                                           {"normal", Shading::normal},
+                                                                           {"density", Shading::density},
+                                                                           {"distance", Shading::distance}}))
+        ->option_text("NAME");
+    app.add_flag("--picture-dark,!--picture-light", options.picture.dark,
+                 "Dark or light (default) ground of a .png");
+    app.add_flag("--open-viewer", options.opensViewer, "Open the .html that is written, with xdg-open");
+}
+
 void addCoreOptions(CLI::App & app, VolTr::CVolTriangulationParams & params)
 {
     app.add_option("--subdivision", params.reconstructFactor(),
@@ -214,10 +254,17 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
     app.add_option("INPUT", options.inputs, "Point clouds, which are taken as one")
         ->required()
         ->option_text("FILES");
-    app.add_option("-o,--output", options.output, "Mesh to write; the ending decides its format")->required();
+    app.add_option("-o,--output", options.outputs,
+                   "What to write: a mesh, a page to look at it, or a picture, by the ending; may come\n"
+                   "several times")
+        ->required()
+        ->expected(1, 100)
+        ->allow_extra_args(false)
+        ->option_text("FILE");
     addCloudOptions(app, options, viewpoints);
     addSurfaceOptions(app, options);
     addCoreOptions(app, wanted.core);
+    addPictureOptions(app, options);
     app.add_option("--log", options.logFile, "File for the log of the reconstruction");
     app.add_option("--threads", wanted.threads, "Threads to use; 0 for all that the process may use")
         ->capture_default_str();
@@ -238,6 +285,8 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
     options.mayEstimateNormals = wanted.normalNeighbours != 0;
     if (!options.mayEstimateNormals)
         wanted.normalNeighbours = QZmath::ReconstructionOptions().normalNeighbours;
+    options.writesNormals = wanted.vertexNormals;
+    options.writesDensity = wanted.vertexDensity;
     for (std::size_t i = 0; i + 2 < viewpoints.size(); i += 3)
         wanted.viewpoints.push_back({viewpoints[i], viewpoints[i + 1], viewpoints[i + 2]});
     wanted.viewpointEnds.assign(wanted.viewpoints.size(), 0); // until the files are read

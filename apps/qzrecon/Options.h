@@ -3,6 +3,7 @@
 
 #include <QZmath/Files/PointReader.h>
 #include <QZmath/Reconstruction/Reconstruction.h>
+#include <QZmath/Viewer/MeshStill.h>
 
 #include <optional>
 #include <stdexcept>
@@ -27,13 +28,17 @@ public:
 
 struct Options
 {
-    std::vector<std::string> inputs; ///< "-" is standard input
-    std::string output;              ///< "-" is standard output
+    std::vector<std::string> inputs;  ///< "-" is standard input
+    std::vector<std::string> outputs; ///< "-" is standard output; at least one
     QZmath::ReadOptions reading;
     QZmath::ReconstructionOptions reconstruction; ///< without log, viewpoint ends and memory limit
     bool mayEstimateNormals = true;               ///< of an input that has none
     bool withColors = true;
-    std::string logFile; ///< empty: no log
+    bool writesNormals = false; ///< to meshes; `reconstruction` also has what pages and pictures show
+    bool writesDensity = false;
+    QZmath::StillOptions picture;
+    bool opensViewer = false; ///< shows the first page when it is written
+    std::string logFile;      ///< empty: no log
     bool quiet = false;
     double memoryLimit = 0.0; ///< bytes; 0: what is available
 };

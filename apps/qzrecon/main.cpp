@@ -4,12 +4,12 @@
 #include <apps/qzrecon/FileArguments.h>
 #include <apps/qzrecon/Interruption.h>
 #include <apps/qzrecon/Options.h>
+#include <apps/qzrecon/Outputs.h>
 #include <apps/qzrecon/PhaseNames.h>
 #include <apps/qzrecon/ProgramMemory.h>
 #include <apps/qzrecon/RunLog.h>
 
 #include <QZmath/Files/Errors.h>
-#include <QZmath/Files/MeshWriter.h>
 #include <QZmath/Files/PendingFiles.h>
 #include <QZmath/Files/PointReader.h>
 #include <QZmath/Reconstruction/Reconstruction.h>
@@ -27,6 +27,9 @@
 #include <vector>
 
 #include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
@@ -69,11 +72,13 @@ void warn(std::string const & sentence) { std::fprintf(stderr, "qzrecon: warning
 std::string describe(QZmath::TriangleMesh const & mesh, Options const & options,
                      QZmath::ReconstructionReport const & report, Phases const & phases)
 {
-    std::string line = QZmath::quotable(options.output) + ": " + std::to_string(mesh.vertexCount()) +
-                       " vertices, " + std::to_string(mesh.triangleCount()) + " triangles, " +
-                       (report.isClosed ? "closed" : "open") + "; " + report.summary() + "; depth " +
-                       std::to_string(report.octreeDepth) + ", cells of " +
-                       formatted("%.3g", report.leafCell) + "; seconds:";
+    std::string line;
+    for (std::string const & output : options.outputs)
+        line += (line.empty() ? "" : ", ") + QZmath::quotable(output);
+    line += ": " + std::to_string(mesh.vertexCount()) + " vertices, " + std::to_string(mesh.triangleCount()) +
+            " triangles, " + (report.isClosed ? "closed" : "open") + "; " + report.summary() + "; depth " +
+            std::to_string(report.octreeDepth) + ", cells of " + formatted("%.3g", report.leafCell) +
+            "; seconds:";
     double total = 0.0;
     for (auto const & [name, seconds] : phases) {
         line += " " + name + " " + formatted("%.2f", seconds) + ",";
@@ -113,10 +118,37 @@ void tell(std::string const & line, std::FILE * stream)
         throw QZmath::OutputError(std::string("cannot write to standard output: ") + std::strerror(errno));
 }
 
+bool writesToOutput(Options const & options)
+{
+    return std::find(options.outputs.begin(), options.outputs.end(), "-") != options.outputs.end();
+}
+
+// Hands the first page to the desktop, which opens it in a process of its own. The page is there, so a
+// desktop that is missing is worth a warning only.
+void openPage(Options const & options)
+{
+    auto const page =
+        std::find_if(options.outputs.begin(), options.outputs.end(),
+                     [](std::string const & output) { return outputKindOf(output) == OutputKind::page; });
+    std::string program = "xdg-open";
+    std::string path = page->front() == '-' ? "./" + *page : *page; // no option of the other program
+    char * arguments[] = {program.data(), path.data(), nullptr};
+    pid_t child = -1;
+    int error = posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ);
+    int status = 0;
+    while (error == 0 && waitpid(child, &status, 0) < 0)
+        error = errno == EINTR ? 0 : errno;
+    if (error != 0)
+        warn("the page could not be opened with xdg-open: " + std::string(std::strerror(error)));
+    else if (status != 0)
+        warn("the page could not be opened: xdg-open failed");
+}
+
 void reconstruct(Options & options, ConsoleProgress & progress)
 {
-    QZmath::MeshFormat const format = QZmath::meshFormatOf(options.output);
     checkFileArguments(options);
+    if (showsMesh(options))
+        options.reconstruction.vertexNormals = options.reconstruction.vertexDensity = true;
     QZmath::PendingFiles files;
     RunLog log(options.logFile, files);
     options.reconstruction.core.setDebugLog(log.isWanted() ? &log : nullptr);
@@ -142,11 +174,12 @@ void reconstruct(Options & options, ConsoleProgress & progress)
     }
     for (VolTr::CReconstructionReport::Phase const & phase : report.phases)
         phases.emplace_back(plainPhaseName(phase.name), phase.seconds);
-    cloud = QZmath::PointCloud();
+    if (!showsMesh(options))
+        cloud = QZmath::PointCloud();
     {
         OwnPhase const phase(progress, phases, "write");
         CPrgCntSubPhase const writing(&progress, 90, 10, 0, true);
-        QZmath::writeMesh(mesh, options.output, format, files, &progress);
+        writeOutputs(options, mesh, cloud, report, files, &progress);
         log.close();
     }
     Interruption::ignoreFromNowOn();
@@ -155,7 +188,9 @@ void reconstruct(Options & options, ConsoleProgress & progress)
     for (std::string const & warning : report.warnings)
         warn(warning);
     if (!options.quiet)
-        tell(describe(mesh, options, report, phases), options.output == "-" ? stderr : stdout);
+        tell(describe(mesh, options, report, phases), writesToOutput(options) ? stderr : stdout);
+    if (options.opensViewer)
+        openPage(options);
 }
 
 int complain(int exitCode, std::string const & sentence)
