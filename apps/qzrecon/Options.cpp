@@ -258,8 +258,9 @@ std::optional<Options> parseOptions(int argc, char const * const * argv)
                    "What to write: a mesh, a page to look at it, or a picture, by the ending; may come\n"
                    "several times")
         ->required()
-        ->expected(1, 100)
+        ->expected(1)
         ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->option_text("FILE");
     addCloudOptions(app, options, viewpoints);
     addSurfaceOptions(app, options);

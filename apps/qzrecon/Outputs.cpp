@@ -131,6 +131,14 @@ std::vector<std::string> filesOf(std::string const & path)
     return {path};
 }
 
+void checkPictures(Options const & options, QZmath::PointCloud const & cloud)
+{
+    if (options.picture.shading == QZmath::StillOptions::Shading::color && cloud.colors.empty() &&
+        std::any_of(options.outputs.begin(), options.outputs.end(),
+                    [](std::string const & output) { return outputKindOf(output) == OutputKind::picture; }))
+        throw QZmath::InputError("there are no colours that the picture could be coloured by");
+}
+
 bool showsMesh(Options const & options)
 {
     return std::any_of(options.outputs.begin(), options.outputs.end(),

@@ -29,6 +29,10 @@ OutputKind outputKindOf(std::string const & path);
 /// The files that come of an output, beginning with the one of its name; none for "-".
 std::vector<std::string> filesOf(std::string const & path);
 
+/// Refuses a picture that is to show colours of a cloud that has none, before the work. Throws
+/// `QZmath::InputError`.
+void checkPictures(Options const & options, QZmath::PointCloud const & cloud);
+
 bool showsMesh(Options const & options); ///< is there a page or a picture among the outputs
 
 /// Writes all outputs to new files of `files`. A mesh holds what the options ask for, whatever pages and

@@ -159,6 +159,7 @@ void reconstruct(Options & options, ConsoleProgress & progress)
         OwnPhase const phase(progress, phases, "read");
         CPrgCntSubPhase const reading(&progress, 0, 10, 0, true);
         cloud = readClouds(options, progress);
+        checkPictures(options, cloud);
     }
     double const limit =
         options.memoryLimit > 0.0 ? options.memoryLimit - occupiedMemory() : availableMemory();

@@ -54,7 +54,8 @@ TEST(Options, defaultsAreThoseOfTheLibraryAndEveryFieldCanBeSet)
         "--largest-hole 0.5 --components largest --smallest-component 0.01 --no-refine --density --outliers "
         "4 "
         "--simplify 0.1 --input-normals reorient --estimate-normals 12 --columns x,y,z,_,r,g,b --no-colors "
-        "--viewpoint 1 2 -3 --viewpoint 4 5 6e5");
+        "--viewpoint 1 2 -3 --viewpoint 4 5 6e5 -o page.html --picture-size 320 200 --picture-dark "
+        "--picture-shading normal --open-viewer");
     std::vector<std::string> const words{std::istream_iterator<std::string>(line), {}};
     std::vector<char const *> arguments;
     for (std::string const & word : words)
@@ -65,6 +66,10 @@ TEST(Options, defaultsAreThoseOfTheLibraryAndEveryFieldCanBeSet)
                               int(QZmath::Boundary::open), 3.0, 0.5, false, 0.01, false, true, 4.0, 0.1,
                               int(QZmath::Normals::reorient), 12, 2));
     EXPECT_EQ(set.inputs, (std::vector<std::string>{"in.ply", "b.las"}));
+    EXPECT_EQ(set.outputs, (std::vector<std::string>{"out.ply", "page.html"}));
+    EXPECT_EQ(std::make_tuple(set.picture.width, set.picture.height, set.picture.dark, set.opensViewer,
+                              int(set.picture.shading), set.writesNormals, set.writesDensity),
+              std::make_tuple(320, 200, true, true, int(QZmath::StillOptions::Shading::normal), true, true));
     EXPECT_EQ(set.reconstruction.viewpoints,
               (std::vector<std::array<double, 3>>{{1.0, 2.0, -3.0}, {4.0, 5.0, 6e5}}));
     EXPECT_FALSE(set.reconstruction.core.getPhaseNameShown() || set.withColors);
@@ -82,7 +87,8 @@ TEST(Options, senselessOnesAreRefused)
     std::istringstream pairs(
         "--depth 1 --depth 30 --depth -1 --depth eight --depth 99999999999 --solver 7 --subdivision 0 "
         "--subdivision nan --kernel-scale inf --tolerance 0 --threads -1 --max-memory nan --unknown --open "
-        "--boundary wide --columns x,y --estimate-normals 1001 --largest-hole 1.5 --outliers -1");
+        "--picture-shading red --boundary wide --columns x,y --estimate-normals 1001 --largest-hole 1.5 "
+        "--outliers -1");
     for (std::string name, value; pairs >> name >> value;)
         EXPECT_THROW(parse({"in.ply", "-o", "out.ply", name.c_str(), value.c_str()}), UsageError)
             << name << ' ' << value;

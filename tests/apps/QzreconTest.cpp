@@ -174,6 +174,63 @@ TEST_F(Qzrecon, progressOnAFileIsALinePerPhase)
     EXPECT_THAT(errors, AllOf(HasSubstr("reconstruct"), testing::Not(HasSubstr("octree"))));
 }
 
+TEST_F(Qzrecon, writesPagesAndPicturesBesideTheSameMesh)
+{
+    std::string const hostile = path("<img src=x onerror=alert(1)>.ply");
+    fs::copy_file(cloud(), hostile);
+    ASSERT_EQ(run({hostile, "-o", path("alone.ply"), "-d", "5", "--density"}), 0) << errors;
+    ASSERT_EQ(run({hostile, "-o", path("mesh.html"), "-o", path("mesh.ply"), "--output", path("mesh.png"),
+                   "-d", "5", "--density", "--picture-size", "320", "240", "--picture-shading", "distance"}),
+              0)
+        << errors;
+    EXPECT_THAT(output, AllOf(HasSubstr(path("mesh.html") + ", "), HasSubstr(path("mesh.png") + ": ")));
+    EXPECT_EQ(contents("mesh.ply"), contents("alone.ply"));
+    std::string const page = contents("mesh.html");
+    EXPECT_THAT(page, AllOf(StartsWith("<!doctype html>"),
+                            HasSubstr("\"title\":\"\\u003cimg src=x onerror=alert(1)>.ply\""),
+                            HasSubstr("\"Points\",\"20\\u202f000\""), HasSubstr("\"distance\":{")));
+    // Nothing of the machine: no folder, and nothing that changes from run to run.
+    std::string const folder = fs::path(cloud()).parent_path().filename().string();
+    EXPECT_EQ(page.find(folder), std::string::npos);
+    EXPECT_EQ(page.find("<img"), std::string::npos);
+    ASSERT_EQ(run({hostile, "-o", path("again.html"), "-d", "5", "--threads", "1"}), 0);
+    EXPECT_EQ(contents("again.html"), page);
+    EXPECT_EQ(contents("mesh.png").substr(16, 8), std::string("\0\0\1\x40\0\0\0\xf0", 8));
+}
+
+TEST_F(Qzrecon, outputsThatCannotBeAreRefusedBeforeTheWork)
+{
+    expectComplaint(2, {cloud(), "-o", path("a.html"), "-o", path("./a.html")}, "the same file");
+    expectComplaint(2, {cloud(), "-o", path("a.gltf"), "-o", path("a.bin.html"), "-o", path("a.jpg")},
+                    ".html for a page and .png for a picture");
+    expectComplaint(2, {cloud(), "-o", "-", "-o", "-"}, "only once");
+    expectComplaint(2, {cloud(), "-o", path("a.ply"), "--open-viewer"}, "--open-viewer");
+    expectComplaint(2, {cloud(), "-o", path("a.png"), "--picture-size", "0", "100"}, "--picture-size");
+    expectComplaint(2, {cloud(), "-o", path("a.png"), "--picture-size", "1e9", "100"}, "--picture-size");
+    expectComplaint(2, {cloud(), "-o", path("a.png"), "--picture-shading", "color", "-d", "4"},
+                    "coloured by");
+}
+
+TEST_F(Qzrecon, opensThePageWithTheDesktopsProgram)
+{
+    fs::create_directory(path("bin"));
+    write("bin/xdg-open", "#!/bin/sh\nprintf '%s' \"$1\" >\"$OPENED\"\n");
+    fs::permissions(path("bin/xdg-open"), fs::perms::owner_all);
+    auto const withDesktop = [&] {
+        setenv("PATH", (path("bin") + ":/bin:/usr/bin").c_str(), 1);
+        setenv("OPENED", path("opened").c_str(), 1);
+    };
+    ASSERT_EQ(
+        run({cloud(), "-o", path("a.png"), "-o", path("a.html"), "-d", "4", "--open-viewer"}, withDesktop),
+        0);
+    EXPECT_EQ(contents("opened"), path("a.html"));
+    ASSERT_EQ(run({cloud(), "-o", path("b.html"), "-d", "4", "--open-viewer"},
+                  [&] { setenv("PATH", path("nothing").c_str(), 1); }),
+              0);
+    EXPECT_THAT(errors, HasSubstr("could not be opened"));
+    EXPECT_TRUE(files().count("b.html"));
+}
+
 TEST_F(Qzrecon, progressOnATerminalIsABar)
 {
     int const terminal = posix_openpt(O_RDWR | O_NOCTTY);
