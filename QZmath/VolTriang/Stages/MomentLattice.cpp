@@ -2,6 +2,7 @@
 #include <QZmath/VolTriang/Stages/MomentLattice.h>
 
 #include <QZmath/Backend/Parallel.h>
+#include <QZmath/Backend/RawArray.h>
 
 #include <algorithm>
 #include <cmath>
@@ -126,37 +127,34 @@ void MomentLattice::build(
         std::uint32_t length;
         std::size_t target; // its brick, then where it goes
     };
-    struct Chunk
-    {
-        std::vector<Entry> entries;
-        std::vector<Run> runs;
-    };
-    std::vector<Chunk> chunks(static_cast<std::size_t>((count + pointsPerChunk - 1) / pointsPerChunk));
-    team.forEach(static_cast<int>(chunks.size()), [&](int number) {
-        Chunk & chunk = chunks[static_cast<std::size_t>(number)];
+    std::vector<std::vector<Run>> chunks(
+        static_cast<std::size_t>((count + pointsPerChunk - 1) / pointsPerChunk));
+    // Calls visit(point, place, brick) for the points of a chunk. Done twice, which takes less than to keep
+    // what comes out.
+    auto const forPoints = [&](int number, auto const & visit) {
         int const begin = number * pointsPerChunk;
         int const end = begin + std::min(pointsPerChunk, count - begin);
-        chunk.entries.reserve(static_cast<std::size_t>(end - begin));
         for (int point = begin; point < end; ++point) {
             double place[3];
             if (!placeOf(point, place))
                 continue;
-            std::array<int, 3> brick;
-            Entry entry;
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                brick[axis] = static_cast<int>(std::floor(place[axis])) >> 3;
-                entry.local[axis] = static_cast<float>(place[axis] - static_cast<double>(brick[axis]) * edge);
-            }
-            entry.point = point;
-            if (chunk.runs.empty() || chunk.runs.back().place != brick)
-                chunk.runs.push_back({brick, 0, 0});
-            ++chunk.runs.back().length;
-            chunk.entries.push_back(entry);
+            visit(point, place,
+                  std::array<int, 3>{static_cast<int>(std::floor(place[0])) >> 3,
+                                     static_cast<int>(std::floor(place[1])) >> 3,
+                                     static_cast<int>(std::floor(place[2])) >> 3});
         }
+    };
+    team.forEach(static_cast<int>(chunks.size()), [&](int number) {
+        std::vector<Run> & runs = chunks[static_cast<std::size_t>(number)];
+        forPoints(number, [&](int, double const *, std::array<int, 3> const & brick) {
+            if (runs.empty() || runs.back().place != brick)
+                runs.push_back({brick, 0, 0});
+            ++runs.back().length;
+        });
     });
     std::vector<std::uint32_t> firstEntry(1, 0);
-    for (Chunk & chunk : chunks) {
-        for (Run & run : chunk.runs) {
+    for (std::vector<Run> & runs : chunks) {
+        for (Run & run : runs) {
             run.target = static_cast<std::size_t>(findOrAdd(run.place));
             firstEntry.resize(m_places.size() + 1, 0);
             firstEntry[run.target + 1] += run.length;
@@ -166,23 +164,28 @@ void MomentLattice::build(
         firstEntry[brick] += firstEntry[brick - 1];
     {
         std::vector<std::uint32_t> next(firstEntry.begin(), firstEntry.end() - 1);
-        for (Chunk & chunk : chunks) {
-            for (Run & run : chunk.runs) {
+        for (std::vector<Run> & runs : chunks) {
+            for (Run & run : runs) {
                 std::uint32_t & place = next[run.target];
                 run.target = place;
                 place += run.length;
             }
         }
     }
-    std::vector<Entry> entries(firstEntry.back());
+    QzBackend::RawArray<Entry> entries(firstEntry.back());
     team.forEach(static_cast<int>(chunks.size()), [&](int number) {
-        Chunk & chunk = chunks[static_cast<std::size_t>(number)];
-        auto from = chunk.entries.begin();
-        for (Run const & run : chunk.runs) {
-            std::copy_n(from, run.length, entries.begin() + static_cast<std::ptrdiff_t>(run.target));
-            from += static_cast<std::ptrdiff_t>(run.length);
-        }
-        chunk = Chunk();
+        std::vector<Run> & runs = chunks[static_cast<std::size_t>(number)];
+        std::size_t run = 0;
+        forPoints(number, [&](int point, double const * place, std::array<int, 3> const & brick) {
+            if (runs[run].length == 0)
+                ++run;
+            --runs[run].length;
+            Entry & entry = entries[runs[run].target++];
+            for (std::size_t axis = 0; axis < 3; ++axis)
+                entry.local[axis] = static_cast<float>(place[axis] - static_cast<double>(brick[axis]) * edge);
+            entry.point = point;
+        });
+        runs = {};
     });
     int const ownBricks = static_cast<int>(m_places.size());
     addReachedBricks(entries, firstEntry, team);
@@ -251,7 +254,7 @@ void MomentLattice::addEntry(Window const & window, std::array<int, 3> const & o
     }
 }
 
-void MomentLattice::addReachedBricks(std::vector<Entry> const & entries,
+void MomentLattice::addReachedBricks(QzBackend::RawArray<Entry> const & entries,
                                      std::vector<std::uint32_t> const & firstEntry,
                                      QzBackend::LoopTeam & team)
 {

@@ -13,7 +13,9 @@
 namespace QzBackend
 {
 class LoopTeam;
-}
+template <class Value>
+class RawArray;
+} // namespace QzBackend
 
 namespace VolTr
 {
@@ -98,7 +100,7 @@ public:
     };
 
     /// Sums over `count` points.
-    /// \param placeOf   place(point, double * place3), false for a point to leave out; called once a point,
+    /// \param placeOf   place(point, double * place3), false for a point to leave out; called twice a point,
     ///                  from many threads
     /// \param momentsOf moments(entry, brick, Moments &) in the frame of a brick; from many threads
     void build(int count, Payload payload, std::function<bool(int, double *)> const & placeOf,
@@ -190,8 +192,8 @@ private:
 
     int find(std::array<int, 3> const & place) const;
     int findOrAdd(std::array<int, 3> const & place);
-    void addReachedBricks(std::vector<Entry> const & entries, std::vector<std::uint32_t> const & firstEntry,
-                          QzBackend::LoopTeam & team);
+    void addReachedBricks(QzBackend::RawArray<Entry> const & entries,
+                          std::vector<std::uint32_t> const & firstEntry, QzBackend::LoopTeam & team);
     void keep(Dense const & dense, std::size_t brick, std::uint32_t chunk);
     void fillBricks(std::function<void(int, Dense &)> const & fillBrick, QzBackend::LoopTeam & team);
     static void addEntry(Window const & window, std::array<int, 3> const & offset, Moments const & moments,
