@@ -15,9 +15,12 @@ std::vector<int> postorder(std::vector<int> const & parent, std::vector<int> con
 {
     int const size = static_cast<int>(parent.size());
     std::vector<int> byWeight(parent.size());
-    std::iota(byWeight.begin(), byWeight.end(), 0);
-    std::stable_sort(byWeight.begin(), byWeight.end(),
-                     [&](int left, int right) { return weights[at(left)] < weights[at(right)]; });
+    std::vector<int> place(parent.size() + 2, 0);
+    for (int const weight : weights)
+        ++place[at(weight) + 1];
+    std::partial_sum(place.begin(), place.end(), place.begin());
+    for (int row = 0; row < size; ++row)
+        byWeight[at(place[at(weights[at(row)])]++)] = row;
     std::vector<int> firstChild(parent.size(), -1), nextSibling(parent.size(), -1);
     for (std::size_t number = parent.size(); number-- > 0;) {
         int const row = byWeight[number];
@@ -52,15 +55,17 @@ std::vector<int> postorder(std::vector<int> const & parent, std::vector<int> con
     return order;
 }
 
-ColumnCounter::ColumnCounter(std::vector<int> const & parent, std::vector<int> const & order)
-    : m_parent(parent), m_order(order), m_firstDescendant(parent.size(), -1), m_change(parent.size(), 0),
-      m_ancestor(parent.size()), m_latestFirst(parent.size(), -1), m_latestLeaf(parent.size(), -1)
+ColumnCounter::ColumnCounter(std::vector<int> const & parent, std::vector<int> const & order,
+                             std::vector<int> const * weights)
+    : m_parent(parent), m_order(order), m_weights(weights), m_firstDescendant(parent.size(), -1),
+      m_change(parent.size(), 0), m_ancestor(parent.size()), m_latestFirst(parent.size(), -1),
+      m_latestLeaf(parent.size(), -1)
 {
     std::iota(m_ancestor.begin(), m_ancestor.end(), 0);
     for (std::size_t number = 0; number < order.size(); ++number) {
         int row = order[number];
         if (m_firstDescendant[at(row)] < 0)
-            m_change[at(row)] = 1;
+            m_change[at(row)] = weight(row);
         for (; row >= 0 && m_firstDescendant[at(row)] < 0; row = parent[at(row)])
             m_firstDescendant[at(row)] = static_cast<int>(number);
     }
@@ -73,7 +78,7 @@ void ColumnCounter::addLeaf(int row, int subtreeOf)
         return;
     m_latestFirst[at(subtreeOf)] = m_firstDescendant[at(row)];
     int const previous = std::exchange(m_latestLeaf[at(subtreeOf)], row);
-    ++m_change[at(row)];
+    m_change[at(row)] += weight(subtreeOf);
     if (previous < 0)
         return;
     int meeting = previous;
@@ -81,7 +86,7 @@ void ColumnCounter::addLeaf(int row, int subtreeOf)
         meeting = m_ancestor[at(meeting)];
     for (int below = previous; below != meeting;)
         below = std::exchange(m_ancestor[at(below)], meeting);
-    --m_change[at(meeting)];
+    m_change[at(meeting)] -= weight(subtreeOf);
 }
 
 std::vector<int> ColumnCounter::sums()

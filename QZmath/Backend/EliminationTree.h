@@ -32,8 +32,8 @@ std::vector<int> eliminationTree(int size, VisitEarlier const & visitEarlier)
     return parent;
 }
 
-/// The rows so that each subtree stands together and before its root; children with the lesser `weights` come
-/// first, those of equal weight by number.
+/// The rows so that each subtree stands together and before its root; children with the lesser `weights`, of
+/// 0 to the number of rows, come first, those of equal weight by number.
 std::vector<int> postorder(std::vector<int> const & parent, std::vector<int> const & weights);
 
 /// Finds how many elements each column of the factor has, the diagonal included. After Gilbert, Ng and Peyton
@@ -42,8 +42,10 @@ std::vector<int> postorder(std::vector<int> const & parent, std::vector<int> con
 class ColumnCounter
 {
 public:
-    /// \param order a postorder of the tree
-    ColumnCounter(std::vector<int> const & parent, std::vector<int> const & order);
+    /// \param order   a postorder of the tree
+    /// \param weights what each row counts for; null for 1
+    ColumnCounter(std::vector<int> const & parent, std::vector<int> const & order,
+                  std::vector<int> const * weights = nullptr);
 
     template <class VisitLater>
     std::vector<int> count(VisitLater const & visitLater)
@@ -51,7 +53,7 @@ public:
         for (int const row : m_order) {
             int const above = m_parent[static_cast<std::size_t>(row)];
             if (above >= 0)
-                --m_change[static_cast<std::size_t>(above)];
+                m_change[static_cast<std::size_t>(above)] -= weight(row);
             visitLater(row, [&](int other) { addLeaf(row, other); });
             if (above >= 0)
                 m_ancestor[static_cast<std::size_t>(row)] = above;
@@ -60,11 +62,13 @@ public:
     }
 
 private:
+    int weight(int row) const { return m_weights ? (*m_weights)[static_cast<std::size_t>(row)] : 1; }
     void addLeaf(int row, int subtreeOf);
     std::vector<int> sums();
 
     std::vector<int> const & m_parent;
     std::vector<int> const & m_order;
+    std::vector<int> const * const m_weights;
     std::vector<int> m_firstDescendant; ///< in the numbers of the postorder
     std::vector<int> m_change;          ///< of the count from the children to the row itself
     std::vector<int> m_ancestor;        ///< of finished subtrees, by compressed paths

@@ -2,15 +2,15 @@
 #include <QZmath/Backend/FillOrdering.h>
 
 #include <QZmath/Backend/EliminationTree.h>
+#include <QZmath/Backend/MinimumDegree.h>
 #include <QZmath/Backend/NestedDissection.h>
+#include <QZmath/Backend/UninitializedArray.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
-#include <amd.h>
-#include <array>
+#include <cmath>
 #include <cstdint>
 #include <limits>
-#include <new>
 #include <numeric>
 #include <utility>
 
@@ -22,12 +22,39 @@ namespace
 constexpr double denseDegreeFactor = 10.0;
 constexpr double mergeTriplesAboveNeighbours = 2e6;
 constexpr double mergeFoursAboveNeighbours = 6e7;
+// Nanoseconds that parts of the work take, by neighbours of rows, and by neighbours and nodes of the graph
+// that is dissected, for each cut between it and its parts.
+constexpr double adjacencyTime = 22;
+constexpr double groupingTime = 26;
+constexpr double graphTime = 4;
+constexpr double cutTimeOfNeighbour = 60;
+constexpr double cutTimeOfNode = 1000;
+// The comparison with minimum degree, in terms of the dissection.
+constexpr double comparisonShare = 0.15;
+
+int groupSizeFor(double neighbours)
+{
+    return neighbours > mergeFoursAboveNeighbours ? 4 : neighbours > mergeTriplesAboveNeighbours ? 3 : 1;
+}
+
+double dissectionTime(double rows, double neighbours)
+{
+    double const groupSize = groupSizeFor(neighbours);
+    double const cuts = 1 + std::max(0.0, std::log2(rows / groupSize / 400));
+    return cuts *
+           (cutTimeOfNode * rows / groupSize + cutTimeOfNeighbour * neighbours / std::pow(groupSize, 1.8));
+}
+
+double preparationTime(double neighbours)
+{
+    return neighbours * (adjacencyTime + graphTime + (groupSizeFor(neighbours) > 1 ? groupingTime : 0.0));
+}
 
 // Neighbours of each row, without the row itself, in both directions.
 struct Adjacency
 {
     std::vector<std::int64_t> begin;
-    std::vector<int> neighbours;
+    UninitializedArray<int> neighbours;
 
     int size() const { return int(begin.size()) - 1; }
     std::int64_t degree(int row) const { return begin[std::size_t(row) + 1] - begin[std::size_t(row)]; }
@@ -41,15 +68,15 @@ void report(CProgressCounter * progress, double position)
         progress->SetPosFloat(position);
 }
 
-Adjacency adjacencyOf(SparsePattern const & pattern, CProgressCounter * progress, double end)
+Adjacency adjacencyOf(SparsePattern const & pattern, CProgressCounter * progress)
 {
     Adjacency result;
     std::size_t const size = std::size_t(pattern.size);
     result.begin.assign(size + 1, 0);
     std::vector<std::int64_t> & begin = result.begin;
     for (int row = 0; row < pattern.size; ++row) {
-        if (row % 4096 == 0)
-            report(progress, end * 0.4 * row / pattern.size);
+        if (row % 16 == 0)
+            report(progress, 0.0);
         pattern.visitUpper(row, [&](int upper, int other, int) {
             if (upper != other) {
                 ++begin[std::size_t(upper) + 1];
@@ -58,11 +85,14 @@ Adjacency adjacencyOf(SparsePattern const & pattern, CProgressCounter * progress
         });
     }
     std::partial_sum(begin.begin(), begin.end(), begin.begin());
-    result.neighbours.resize(std::size_t(begin[size]));
+    double const neighbours = double(begin[size]);
+    double const end =
+        neighbours * adjacencyTime / std::max(1.0, expectedOrderingTime(pattern.size, neighbours));
+    result.neighbours.allocate(begin[size], [&] { report(progress, 0.0); });
     std::vector<std::int64_t> place(begin.begin(), begin.end() - 1);
     for (int row = 0; row < pattern.size; ++row) {
-        if (row % 4096 == 0)
-            report(progress, end * (0.4 + 0.6 * row / pattern.size));
+        if (row % 16 == 0)
+            report(progress, end * row / pattern.size);
         pattern.visitUpper(row, [&](int upper, int other, int) {
             if (upper != other) {
                 result.neighbours[std::size_t(place[std::size_t(upper)]++)] = other;
@@ -140,7 +170,7 @@ bool makeGroupGraph(Adjacency const & adjacency, std::vector<std::vector<int>> c
             groupOf[std::size_t(row)] = int(group);
     std::vector<int> seenBy(groups.size(), -1);
     for (std::size_t group = 0; group < groups.size(); ++group) {
-        if (group % 1024 == 0)
+        if (group % 256 == 0)
             report(progress, begin + (end - begin) * double(group) / double(groups.size()));
         seenBy[group] = int(group);
         for (int const row : groups[group])
@@ -159,25 +189,18 @@ bool makeGroupGraph(Adjacency const & adjacency, std::vector<std::vector<int>> c
     return true;
 }
 
-std::vector<int> minimumDegree(Graph const & graph)
-{
-    std::vector<int> order(std::size_t(graph.size()));
-    std::array<double, AMD_CONTROL> control{};
-    amd_defaults(control.data());
-    int const status = amd_order(graph.size(), graph.begin.data(), graph.neighbours.data(), order.data(),
-                                 control.data(), nullptr);
-    if (status != AMD_OK && status != AMD_OK_BUT_JUMBLED)
-        throw std::bad_alloc();
-    return order;
-}
-
 // Number of elements of the Cholesky factor of the graph in this order.
-double factorElements(Graph const & graph, std::vector<int> const & order)
+double factorElements(Graph const & graph, std::vector<int> const & order, PositionReport const & report)
 {
-    std::vector<int> position(order.size());
-    for (std::size_t k = 0; k < order.size(); ++k)
+    std::vector<int> position(order.size()), weights(order.size());
+    for (std::size_t k = 0; k < order.size(); ++k) {
         position[std::size_t(order[k])] = int(k);
+        weights[k] = graph.weights[std::size_t(order[k])];
+    }
+    int visited = 0;
     auto const visit = [&](int k, auto const & call) {
+        if (visited++ % 4096 == 0)
+            report(0.5 * visited / graph.size());
         std::size_t const node = std::size_t(order[std::size_t(k)]);
         for (int place = graph.begin[node]; place < graph.begin[node + 1]; ++place)
             call(position[std::size_t(graph.neighbours[std::size_t(place)])]);
@@ -185,21 +208,30 @@ double factorElements(Graph const & graph, std::vector<int> const & order)
     std::vector<int> const parent =
         eliminationTree(graph.size(), [&](int k, auto const & call) { visit(k, call); });
     std::vector<int> const treeOrder = postorder(parent, std::vector<int>(parent.size(), 0));
-    std::vector<int> const counts = ColumnCounter(parent, treeOrder).count([&](int k, auto const & call) {
-        visit(k, [&](int other) {
-            if (other > k)
-                call(other);
+    std::vector<int> const counts =
+        ColumnCounter(parent, treeOrder, &weights).count([&](int k, auto const & call) {
+            visit(k, [&](int other) {
+                if (other > k)
+                    call(other);
+            });
         });
-    });
-    return std::accumulate(counts.begin(), counts.end(), 0.0);
+    double elements = 0;
+    for (std::size_t k = 0; k < order.size(); ++k)
+        elements += weights[k] * (counts[k] - (weights[k] - 1) / 2.0);
+    return elements;
 }
 
 } // namespace
 
+double expectedOrderingTime(int rows, double neighbours)
+{
+    return preparationTime(neighbours) + (1 + comparisonShare) * dissectionTime(rows, neighbours);
+}
+
 std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCounter * progress)
 {
     int const size = pattern.size;
-    Adjacency const adjacency = adjacencyOf(pattern, progress, 0.2);
+    Adjacency const adjacency = adjacencyOf(pattern, progress);
     double const neighbours = double(adjacency.neighbours.size());
     double const denseDegree = denseDegreeFactor * neighbours / std::max(size, 1);
     std::vector<char> selected(std::size_t(size), 1);
@@ -212,24 +244,33 @@ std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCount
     std::stable_sort(dense.begin(), dense.end(),
                      [&](int left, int right) { return adjacency.degree(left) < adjacency.degree(right); });
 
-    int const groupSize = neighbours > mergeFoursAboveNeighbours     ? 4
-                          : neighbours > mergeTriplesAboveNeighbours ? 3
-                                                                     : 1;
+    int const groupSize = groupSizeFor(neighbours);
+    double const allTime = std::max(1.0, expectedOrderingTime(size, neighbours));
+    double const grouping = neighbours * adjacencyTime / allTime;
+    double const dissection = preparationTime(neighbours) / allTime;
+    double const making = dissection - neighbours * graphTime / allTime;
+    double const comparison = dissection + dissectionTime(size, neighbours) / allTime;
     std::vector<std::vector<int>> const groups =
-        groupRows(adjacency, selected, groupSize, progress, 0.2, 0.55);
+        groupRows(adjacency, selected, groupSize, progress, grouping, making);
     std::vector<int> groupOrder;
     Graph graph;
-    if (!makeGroupGraph(adjacency, groups, graph, progress, 0.55, 0.6) || graph.neighbours.empty()) {
+    if (!makeGroupGraph(adjacency, groups, graph, progress, making, dissection) || graph.neighbours.empty()) {
         groupOrder.resize(groups.size());
         std::iota(groupOrder.begin(), groupOrder.end(), 0);
     } else {
-        report(progress, 0.6);
-        groupOrder = nestedDissection(graph, minimumDegree,
-                                      [&](double position) { report(progress, 0.6 + 0.3 * position); });
-        report(progress, 0.9);
-        std::vector<int> degreeOrder = minimumDegree(graph);
-        report(progress, 0.95);
-        if (factorElements(graph, degreeOrder) < factorElements(graph, groupOrder))
+        auto const within = [&](double begin, double end) {
+            return [=](double position) { report(progress, begin + (end - begin) * position); };
+        };
+        auto const orderPart = [](Graph const & part, PositionReport const & reportPart) {
+            return minimumDegree(part, reportPart);
+        };
+        groupOrder = nestedDissection(graph, orderPart, within(dissection, comparison));
+        double const elements =
+            factorElements(graph, groupOrder, within(comparison, comparison + 0.3 * (1.0 - comparison)));
+        // Gives up when it makes more fill.
+        std::vector<int> degreeOrder =
+            minimumDegree(graph, within(comparison + 0.3 * (1.0 - comparison), 1.0), elements);
+        if (!degreeOrder.empty())
             groupOrder = std::move(degreeOrder);
     }
     std::vector<int> order;

@@ -15,13 +15,18 @@ namespace QzBackend
 ///
 /// Rows with more than ten times the average number of neighbours go last, by rising degree: every order
 /// would fill them, and they only hide the structure of the others. These are ordered by nested dissection or
-/// minimum degree (AMD), whichever gives the sparser factor. Large graphs are first shrunk by merging three
+/// minimum degree, whichever gives the sparser factor. Large graphs are first shrunk by merging three
 /// or four rows whose neighbourhoods agree most, which takes most of the time off the dissection for a few
 /// per cent of fill.
 ///
 /// The same pattern gives the same order each time. `progress` (may be null) is told positions of 0 to 1,
-/// every few milliseconds except while AMD runs, about a microsecond for each row, and may throw. Throws
-/// `std::bad_alloc` when memory is short.
+/// every few milliseconds, and may throw. Throws `std::bad_alloc` when memory is short.
+///
+/// The position moves with the time that each part usually takes.
 std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCounter * progress);
+
+/// About how many nanoseconds it takes to find the order of so many rows with so many neighbours in all, on a
+/// processor of 2020. For positions of progress.
+double expectedOrderingTime(int rows, double neighbours);
 
 } // namespace QzBackend

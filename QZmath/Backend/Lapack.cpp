@@ -3,6 +3,7 @@
 
 #include <QZmath/Backend/Blas.h>
 
+#include <cstddef>
 #include <lapack.h>
 #include <optional>
 #include <vector>
@@ -78,6 +79,22 @@ bool invertLu(int size, double * factors, int const * pivots)
     int status = 0;
     LAPACK_dgetri(&size, factors, &size, pivots, work.data(), &workSize, &status);
     return status == 0;
+}
+
+double estimateNorm(int size, std::function<void(double *)> const & multiply,
+                    std::function<void(double *)> const & multiplyTransposed)
+{
+    std::vector<double> extreme(static_cast<std::size_t>(size)), vector(extreme.size());
+    std::vector<int> signs(extreme.size());
+    double estimate = 0.0;
+    int state[3] = {0, 0, 0};
+    CBlasSingleThread const serial;
+    for (int wanted = 0;;) {
+        LAPACK_dlacn2(&size, extreme.data(), vector.data(), signs.data(), &estimate, &wanted, state);
+        if (wanted == 0)
+            return estimate;
+        (wanted == 1 ? multiply : multiplyTransposed)(vector.data());
+    }
 }
 
 bool generalizedLeftEigen(int size, double * a, double * b, double * alphaReal, double * alphaImaginary,

@@ -752,10 +752,9 @@ Graph partOf(Graph const & graph, std::vector<signed char> const & side, int wan
 class Dissection
 {
 public:
-    Dissection(Graph const & graph, std::function<std::vector<int>(Graph const &)> const & orderPart,
-               PositionReport const & report)
-        : m_orderPart(orderPart), m_watch(report), m_totalWork(std::max(1.0, workOf(graph))),
-          m_workLeft(m_totalWork)
+    Dissection(Graph const & graph, GraphOrdering const & orderPart, PositionReport const & report)
+        : m_orderPart(orderPart), m_report(report), m_watch(report),
+          m_totalWork(std::max(1.0, workOf(graph))), m_workLeft(m_totalWork)
     {
         m_order.reserve(at(graph.size()));
     }
@@ -804,15 +803,19 @@ private:
     }
     void orderWhole(Graph const & graph, std::vector<int> const & names)
     {
-        double const edges = double(graph.neighbours.size());
-        enter(workOf(graph), 4.0 * edges);
-        m_watch.add(4.0 * edges);
-        for (int const node : m_orderPart(graph))
-            m_order.push_back(names[at(node)]);
+        double const before = m_workLeft;
         m_workLeft -= workOf(graph);
+        for (int const node : m_orderPart(graph, [&](double position) {
+                 m_report(1.0 - (before + (m_workLeft - before) * position) / m_totalWork);
+             }))
+            m_order.push_back(names[at(node)]);
+        // Parts too small for a report of their own.
+        enter(0.0, 1.0);
+        m_watch.add(4.0 * double(graph.neighbours.size()));
     }
 
-    std::function<std::vector<int>(Graph const &)> const & m_orderPart;
+    GraphOrdering const & m_orderPart;
+    PositionReport const & m_report;
     Watch m_watch;
     double const m_totalWork;
     double m_workLeft;
@@ -828,8 +831,7 @@ std::vector<signed char> separate(Graph const & graph, PositionReport const & re
     return separateWatched(copy, watch);
 }
 
-std::vector<int> nestedDissection(Graph const & graph,
-                                  std::function<std::vector<int>(Graph const & part)> const & orderPart,
+std::vector<int> nestedDissection(Graph const & graph, GraphOrdering const & orderPart,
                                   PositionReport const & report)
 {
     std::vector<int> names(at(graph.size()));

@@ -35,10 +35,12 @@ using PositionReport = std::function<void(double position)>;
 /// edges.
 std::vector<signed char> separate(Graph const & graph, PositionReport const & report);
 
+/// Gives the nodes of a graph in an order.
+using GraphOrdering = std::function<std::vector<int>(Graph const & graph, PositionReport const & report)>;
+
 /// The nodes in the order of a nested dissection (George 1973), with separators last. Parts that are small
-/// enough are ordered by `orderPart`, which gets a part and gives its nodes in their order.
-std::vector<int> nestedDissection(Graph const & graph,
-                                  std::function<std::vector<int>(Graph const & part)> const & orderPart,
+/// enough, or that no small separator divides, are ordered by `orderPart`.
+std::vector<int> nestedDissection(Graph const & graph, GraphOrdering const & orderPart,
                                   PositionReport const & report);
 
 } // namespace QzBackend

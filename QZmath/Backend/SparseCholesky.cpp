@@ -7,12 +7,14 @@
 #include <QZmath/Backend/Place.h>
 #include <QZmath/Backend/SupernodalStructure.h>
 #include <QZmath/Backend/TreeTasks.h>
+#include <QZmath/Backend/UninitializedArray.h>
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <numeric>
 #include <vector>
@@ -39,11 +41,19 @@ constexpr double smallestDividedWork = 1e7;
 constexpr double workPerMove = 20;
 // A pivot below this share of its diagonal element consists of rounding errors.
 constexpr double smallestPivotShare = 128 * std::numeric_limits<double>::epsilon();
-// Shares of the analysis in its progress.
-constexpr double orderingShare = 0.7;
-constexpr double structureShare = 0.2;
+// A pivot below this share asks for a closer look: in large singular matrices what rounding errors leave of a
+// pivot grows with the number of rows.
+constexpr double suspectPivotShare = 1e-8;
+// A matrix of this condition is singular but for rounding errors.
+constexpr double largestCondition = 0.2 / std::numeric_limits<double>::epsilon();
+// Nanoseconds that the analysis takes for each element, and the part of it that finds the structure.
+constexpr double analysisTimeOfElement = 65;
+constexpr double analysisTimeOfRow = 250;
+constexpr double structureShare = 0.7;
 // Right parts that are solved for at the same time.
 constexpr int solvedTogether = 16;
+// Elements of the factor between two reports of a solve: a few milliseconds.
+constexpr double elementsBetweenReports = 2e6;
 
 // A pivot is not positive, or not beyond rounding errors.
 struct NotDefinite
@@ -60,13 +70,16 @@ struct CSparseCholesky::Body
     // The elements of each row's column whose row is eliminated later than the column's own: they stand in
     // other rows of the upper triangle.
     std::vector<std::int64_t> columnBegin;
-    std::vector<int> columnPosition, columnRow;
+    UninitializedArray<int> columnPosition, columnRow;
     std::unique_ptr<double[]> elements; // of the factor; not initialised before they are computed
     bool isFactored = false;
 
     void transposeReversed(CProgressCounter * progress, double begin, double end);
     double * block(int supernode) const { return elements.get() + structure.blockBegin[at(supernode)]; }
-    void solveTogether(int count, double * columns, std::vector<double> & below) const;
+    int highest() const;
+    void solveTogether(int count, double * columns, std::vector<double> & below,
+                       std::function<void(double position)> const & report) const;
+    double condition(double const * values, double shift, CProgressCounter * progress) const;
 };
 
 // One numeric factorisation: left-looking over the supernodes, each one changed by its sources in rising
@@ -76,6 +89,8 @@ class CSparseCholesky::Factorisation
 public:
     Factorisation(Body const & body, double const * values, double shift, CProgressCounter * progress);
     void run(int threads);
+    // The least share that a pivot is of its diagonal element.
+    double leastPivotShare() const;
 
 private:
     struct Scratch
@@ -84,6 +99,7 @@ private:
         std::vector<double> update;   // what a source takes off
         std::vector<int> relative;    // its rows in the block of the supernode
         std::vector<double> diagonal; // the matrix's own, of the supernode's columns
+        double leastPivotShare = 1.0;
     };
     static std::vector<int> subtreeRoots(SupernodalStructure const & structure, double work);
     static std::vector<int> taskTree(SupernodalStructure const & structure, std::vector<int> const & lasts);
@@ -157,6 +173,14 @@ void CSparseCholesky::Factorisation::run(int threads)
         for (int supernode = begin; supernode <= m_lastOfTask[at(task)]; ++supernode)
             factorSupernode(slot, supernode);
     });
+}
+
+double CSparseCholesky::Factorisation::leastPivotShare() const
+{
+    double least = 1.0;
+    for (Scratch const & scratch : m_scratch)
+        least = std::min(least, scratch.leastPivotShare);
+    return least;
 }
 
 void CSparseCholesky::Factorisation::factorSupernode(int slot, int supernode)
@@ -256,6 +280,7 @@ void CSparseCholesky::Factorisation::gather(int supernode, int firstColumn, int 
 void CSparseCholesky::Factorisation::factorBlock(int slot, int height, int columns, double * block,
                                                  double const * diagonal)
 {
+    double & leastShare = m_scratch[at(slot)].leastPivotShare;
     for (int begin = 0; begin < columns; begin += blockColumns) {
         int const width = std::min(blockColumns, columns - begin);
         double * const panel = block + begin + std::ptrdiff_t(begin) * height;
@@ -284,8 +309,10 @@ void CSparseCholesky::Factorisation::factorBlock(int slot, int height, int colum
             throw NotDefinite();
         for (int k = 0; k < width; ++k) {
             double const pivot = panel[k + std::ptrdiff_t(k) * height];
-            if (!(pivot * pivot > smallestPivotShare * diagonal[begin + k]) || !std::isfinite(pivot))
+            double const share = pivot * pivot / diagonal[begin + k];
+            if (!(share > smallestPivotShare) || !std::isfinite(pivot))
                 throw NotDefinite();
+            leastShare = std::min(leastShare, share);
         }
         if (rows > width)
             forRows(width, double(width) * width, [&](int top, int part) {
@@ -300,7 +327,7 @@ void CSparseCholesky::Body::transposeReversed(CProgressCounter * progress, doubl
     columnBegin.assign(at(pattern.size) + 1, 0);
     auto const visitReversed = [&](double from, double to, auto && visit) {
         for (int row = 0; row < pattern.size; ++row) {
-            if (progress && row % 4096 == 0)
+            if (progress && row % 16 == 0)
                 progress->SetPosFloat(begin + (end - begin) * (from + (to - from) * row / pattern.size));
             pattern.visitUpper(row, [&](int upper, int other, int place) {
                 if (position[at(other)] < position[at(upper)])
@@ -310,8 +337,12 @@ void CSparseCholesky::Body::transposeReversed(CProgressCounter * progress, doubl
     };
     visitReversed(0.0, 0.4, [&](int, int other, int) { ++columnBegin[at(other) + 1]; });
     std::partial_sum(columnBegin.begin(), columnBegin.end(), columnBegin.begin());
-    columnPosition.resize(at(columnBegin.back()));
-    columnRow.resize(at(columnBegin.back()));
+    auto const report = [&] {
+        if (progress)
+            progress->SetPosFloat(begin + (end - begin) * 0.4);
+    };
+    columnPosition.allocate(columnBegin.back(), report);
+    columnRow.allocate(columnBegin.back(), report);
     std::vector<std::int64_t> next(columnBegin.begin(), columnBegin.end() - 1);
     visitReversed(0.4, 1.0, [&](int upper, int other, int place) {
         std::size_t const slot = at(next[at(other)]++);
@@ -321,9 +352,19 @@ void CSparseCholesky::Body::transposeReversed(CProgressCounter * progress, doubl
 }
 
 // Solves for some right parts, one behind the other in the order of elimination, in their place.
-void CSparseCholesky::Body::solveTogether(int count, double * columns, std::vector<double> & below) const
+void CSparseCholesky::Body::solveTogether(int count, double * columns, std::vector<double> & below,
+                                          std::function<void(double)> const & report) const
 {
     int const size = pattern.size;
+    double const allElements = 2.0 * double(structure.blockBegin.back());
+    double seen = 0, reported = 0;
+    auto const countElements = [&](int supernode) {
+        seen += double(structure.blockBegin[at(supernode) + 1] - structure.blockBegin[at(supernode)]);
+        if (seen > reported + elementsBetweenReports / count) {
+            reported = seen;
+            report(seen / allElements);
+        }
+    };
     auto const visitBelow = [&](int supernode, auto const & visit) {
         int const own = structure.columnsOf(supernode), height = structure.heightOf(supernode);
         int const * const rows = structure.rowsOf(supernode) + own;
@@ -340,6 +381,7 @@ void CSparseCholesky::Body::solveTogether(int count, double * columns, std::vect
         subtractProduct(false, height - own, count, own, block(supernode) + own, height, first, size,
                         below.data(), height - own);
         visitBelow(supernode, [](double change, double & element) { element += change; });
+        countElements(supernode);
     }
     for (int supernode = structure.supernodes(); supernode-- > 0;) {
         int const own = structure.columnsOf(supernode), height = structure.heightOf(supernode);
@@ -348,7 +390,49 @@ void CSparseCholesky::Body::solveTogether(int count, double * columns, std::vect
         subtractProduct(true, own, count, height - own, block(supernode) + own, height, below.data(),
                         height - own, first, size);
         solveLower(true, own, count, block(supernode), height, first, size);
+        countElements(supernode);
     }
+}
+
+int CSparseCholesky::Body::highest() const
+{
+    int result = 0;
+    for (int supernode = 0; supernode < structure.supernodes(); ++supernode)
+        result = std::max(result, structure.heightOf(supernode));
+    return result;
+}
+
+// Estimate for the factored matrix, scaled to a diagonal of ones.
+double CSparseCholesky::Body::condition(double const * values, double shift,
+                                        CProgressCounter * progress) const
+{
+    int const size = pattern.size;
+    std::vector<double> root(at(size), 0.0), sums(at(size), 0.0), columns(at(size));
+    std::vector<double> below(at(highest()));
+    for (int row = 0; row < size; ++row)
+        pattern.visitUpper(row, [&](int, int column, int place) {
+            if (column == row)
+                root[at(row)] = std::sqrt(values[place] + shift);
+        });
+    for (int row = 0; row < size; ++row)
+        pattern.visitUpper(row, [&](int, int column, int place) {
+            if (column != row) {
+                double const scaled = std::fabs(values[place]) / (root[at(row)] * root[at(column)]);
+                sums[at(row)] += scaled;
+                sums[at(column)] += scaled;
+            }
+        });
+    auto const solveScaled = [&](double * vector) {
+        for (std::size_t k = 0; k < columns.size(); ++k)
+            columns[k] = vector[order[k]] * root[at(order[k])];
+        solveTogether(1, columns.data(), below, [&](double) {
+            if (progress)
+                progress->SetPosFloat(1.0); // not far from there, whatever it finds
+        });
+        for (std::size_t k = 0; k < columns.size(); ++k)
+            vector[order[k]] = columns[k] * root[at(order[k])];
+    };
+    return (1.0 + *std::max_element(sums.begin(), sums.end())) * estimateNorm(size, solveScaled, solveScaled);
 }
 
 CSparseCholesky::CSparseCholesky() = default;
@@ -359,18 +443,24 @@ void CSparseCholesky::analyze(SparsePattern const & pattern, CProgressCounter * 
     m_body.reset();
     auto body = std::make_unique<Body>();
     body->pattern = pattern;
+    double const elements = pattern.elements(), neighbours = 2 * std::max(0.0, elements - pattern.size);
+    double const orderingTime = expectedOrderingTime(pattern.size, neighbours);
+    double const orderingShare =
+        orderingTime /
+        std::max(1.0, orderingTime + elements * analysisTimeOfElement + pattern.size * analysisTimeOfRow);
+    double const analysisShare = 1.0 - orderingShare;
     {
         CPrgCntSubPhase const ordering(progress, 0.0, orderingShare, 0, true);
         body->order = fillReducingOrder(pattern, progress);
     }
     {
-        CPrgCntSubPhase const analysis(progress, orderingShare, structureShare, 0, true);
+        CPrgCntSubPhase const analysis(progress, orderingShare, structureShare * analysisShare, 0, true);
         body->structure = analyzeSupernodes(pattern, body->order, progress);
     }
     body->position.resize(body->order.size());
     for (std::size_t k = 0; k < body->order.size(); ++k)
         body->position[at(body->order[k])] = int(k);
-    body->transposeReversed(progress, orderingShare + structureShare, 1.0);
+    body->transposeReversed(progress, orderingShare + structureShare * analysisShare, 1.0);
     m_body = std::move(body);
     if (progress)
         progress->SetPosFloat(1.0);
@@ -384,28 +474,42 @@ bool CSparseCholesky::factor(double const * values, double diagonalShift, CProgr
     if (!m_body->elements)
         m_body->elements.reset(new double[at(m_body->structure.blockBegin.back())]);
     CBlasSingleThread const singleThread;
+    double leastShare = 0.0;
     try {
         int const threads = m_body->structure.work < smallestParallelWork
                                 ? 1
                                 : CVescaThreadingTasksHelper::getNumOfPhisicalThread();
-        Factorisation(*m_body, values, diagonalShift, progress).run(CBlasMemory::threadsProvidedFor(threads));
+        Factorisation factorisation(*m_body, values, diagonalShift, progress);
+        factorisation.run(CBlasMemory::threadsProvidedFor(threads));
+        leastShare = factorisation.leastPivotShare();
     } catch (NotDefinite const &) {
         return false;
     }
+    // A shifted matrix may be as close to a singular one as the shift leaves it.
+    if (diagonalShift == 0.0 && leastShare < suspectPivotShare &&
+        !(m_body->condition(values, diagonalShift, progress) < largestCondition))
+        return false;
     m_body->isFactored = true;
     return true;
 }
 
-bool CSparseCholesky::solve(double const * rightParts, int count, double * solutions)
+double CSparseCholesky::conditionEstimate(double const * values, double diagonalShift,
+                                          CProgressCounter * progress) const
+{
+    if (!m_body || !m_body->isFactored)
+        return 0.0;
+    CBlasSingleThread const singleThread;
+    return m_body->condition(values, diagonalShift, progress);
+}
+
+bool CSparseCholesky::solve(double const * rightParts, int count, double * solutions,
+                            CProgressCounter * progress)
 {
     if (!m_body || !m_body->isFactored)
         return false;
     std::size_t const size = at(m_body->pattern.size);
-    int highest = 0;
-    for (int supernode = 0; supernode < m_body->structure.supernodes(); ++supernode)
-        highest = std::max(highest, m_body->structure.heightOf(supernode));
     std::size_t const together = at(std::clamp(count, 0, solvedTogether));
-    std::vector<double> columns(size * together), below(at(highest) * together);
+    std::vector<double> columns(size * together), below(at(m_body->highest()) * together);
     CBlasSingleThread const singleThread;
     for (int begin = 0; begin < count; begin += solvedTogether) {
         int const parts = std::min(solvedTogether, count - begin);
@@ -413,7 +517,10 @@ bool CSparseCholesky::solve(double const * rightParts, int count, double * solut
         for (std::size_t part = 0; part < at(parts); ++part)
             for (std::size_t k = 0; k < size; ++k)
                 columns[k + part * size] = right[at(m_body->order[k]) + part * size];
-        m_body->solveTogether(parts, columns.data(), below);
+        m_body->solveTogether(parts, columns.data(), below, [&](double position) {
+            if (progress)
+                progress->SetPosFloat((begin + position * parts) / count);
+        });
         if (!std::all_of(columns.begin(), columns.begin() + std::ptrdiff_t(size * at(parts)),
                          [](double value) { return std::isfinite(value); }))
             return false;
