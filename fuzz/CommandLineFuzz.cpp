@@ -66,7 +66,7 @@ void checkReconstruction(std::vector<char const *> const & arguments)
     QZmath::ReconstructionOptions const & wanted = parsed->reconstruction;
     wanted.check();
     VolTr::CVolTriangulationParams const & core = wanted.core;
-    require(!parsed->inputs.empty() && !parsed->output.empty(), "there are inputs and an output");
+    require(!parsed->inputs.empty() && !parsed->outputs.empty(), "there are inputs and an output");
     require(wanted.depth >= 0 && wanted.depth <= 29 && wanted.cellSize >= 0 && wanted.trimDistance > 0 &&
                 wanted.largestHole >= 0 && wanted.smallestComponent >= 0 && wanted.outlierRemoval >= 0 &&
                 wanted.simplifyError >= 0 && wanted.normalNeighbours >= 3 && wanted.threads >= 0 &&

@@ -250,20 +250,22 @@ void solveLower(bool transposed, int size, int columns, double const * lower, in
                     leadingL, b, leadingB);
 }
 
-void solveUnitLower(int size, double const * matrix, int leading, double * x)
+void solveUnitLower(bool transposed, int size, double const * matrix, int leading, double * x)
 {
     if (size <= 0)
         return;
     CBlasMemory const memory;
-    cblas_dtrsv(CblasColMajor, CblasLower, CblasNoTrans, CblasUnit, size, matrix, leading, x, 1);
+    cblas_dtrsv(CblasColMajor, CblasLower, transposed ? CblasTrans : CblasNoTrans, CblasUnit, size, matrix,
+                leading, x, 1);
 }
 
-void solveUpper(int size, double const * matrix, int leading, double * x)
+void solveUpper(bool transposed, int size, double const * matrix, int leading, double * x)
 {
     if (size <= 0)
         return;
     CBlasMemory const memory;
-    cblas_dtrsv(CblasColMajor, CblasUpper, CblasNoTrans, CblasNonUnit, size, matrix, leading, x, 1);
+    cblas_dtrsv(CblasColMajor, CblasUpper, transposed ? CblasTrans : CblasNoTrans, CblasNonUnit, size, matrix,
+                leading, x, 1);
 }
 
 void solveLowerTransposedFromRight(int rows, int size, double const * lower, int leadingL, double * b,

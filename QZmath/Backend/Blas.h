@@ -48,10 +48,10 @@ void subtractProduct(bool transposed, int rows, int columns, int inner, double c
 void solveLower(bool transposed, int size, int columns, double const * lower, int leadingL, double * b,
                 int leadingB);
 
-/// x = L^-1 * x and x = U^-1 * x for the unit lower and the upper triangle of a matrix (size by size), as LU
-/// factors leave them.
-void solveUnitLower(int size, double const * matrix, int leading, double * x);
-void solveUpper(int size, double const * matrix, int leading, double * x);
+/// x = L^-1 * x and x = U^-1 * x, or L^-T * x and U^-T * x, for the unit lower and the upper triangle of a
+/// matrix (size by size), as LU factors leave them.
+void solveUnitLower(bool transposed, int size, double const * matrix, int leading, double * x);
+void solveUpper(bool transposed, int size, double const * matrix, int leading, double * x);
 
 /// B = B * L^-T for the lower triangular L (size by size) and column-major B (rows by size).
 void solveLowerTransposedFromRight(int rows, int size, double const * lower, int leadingL, double * b,

@@ -72,12 +72,22 @@ bool CDirectSolver::factor(double const * values, CProgressCounter * progress, d
     return succeeded;
 }
 
-bool CDirectSolver::solve(double const * rightParts, int count, double * solutions)
+double CDirectSolver::conditionEstimate(double const * values, double diagonalShift,
+                                        CProgressCounter * progress) const
+{
+    if (m_stage < Stage::factored)
+        return 0.0;
+    return m_factoredByCholesky ? m_cholesky.conditionEstimate(values, diagonalShift, progress)
+                                : m_lu.conditionEstimate(progress);
+}
+
+bool CDirectSolver::solve(double const * rightParts, int count, double * solutions,
+                          CProgressCounter * progress)
 {
     if (m_stage < Stage::factored)
         return false;
-    return m_factoredByCholesky ? m_cholesky.solve(rightParts, count, solutions)
-                                : m_lu.solve(rightParts, count, solutions);
+    return m_factoredByCholesky ? m_cholesky.solve(rightParts, count, solutions, progress)
+                                : m_lu.solve(rightParts, count, solutions, progress);
 }
 
 } // namespace QzBackend

@@ -65,7 +65,15 @@ public:
     /// Solves for `count` right parts that lie one behind the other, in the order of the matrix. `solutions`
     /// must not overlap them. Fails when a solution is not finite; what stands in `solutions` is then
     /// worthless.
-    bool solve(double const * rightParts, int count, double * solutions);
+    bool solve(double const * rightParts, int count, double * solutions,
+               CProgressCounter * progress = nullptr);
+
+    /// Estimate of the condition of the factored matrix in the 1-norm, from below and seldom by more than a
+    /// factor of 3, after scaling: to a diagonal of ones for Cholesky, else of rows and columns to elements
+    /// of about 1. What scaling can mend does not show in it. Takes what the last `factor` got; 0 before
+    /// that. Costs about five solves, through which `progress` (may be null) stands at 1.
+    double conditionEstimate(double const * values, double diagonalShift = 0.0,
+                             CProgressCounter * progress = nullptr) const;
 
 private:
     enum class Stage

@@ -4,7 +4,9 @@
 #include <QZmath/Backend/Blas.h>
 #include <QZmath/Backend/EliminationTree.h>
 #include <QZmath/Backend/FillOrdering.h>
+#include <QZmath/Backend/Lapack.h>
 #include <QZmath/Backend/Place.h>
+#include <QZmath/Backend/UninitializedArray.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -29,6 +31,7 @@ namespace
 constexpr double largestGrowth = 0.005 / std::numeric_limits<double>::epsilon();
 // A pivot on the diagonal is kept from this share of the largest candidate on.
 constexpr double diagonalThreshold = 0.1;
+constexpr double symmetricThreshold = 0.001;
 // Structures of which this share of the elements has a mirror image count as nearly symmetric.
 constexpr double symmetricShare = 0.5;
 // For the order on A^T A, so many pairs per element are looked at; the longest rows are left out.
@@ -90,6 +93,7 @@ struct CSparseLu::Body
     std::vector<double> values;
     std::vector<double> rowScale, columnScale;
     bool isSymmetric = false;
+    bool isNearlySymmetric = false;
 
     std::vector<int> columnAt; // column eliminated k-th
     std::vector<int> rowPlace; // step in which each row is the pivot
@@ -102,10 +106,14 @@ struct CSparseLu::Body
 
     void takeColumns(SparsePattern const & pattern, bool upperOnly, double const * givenValues);
     void equilibrate();
-    bool isNearlySymmetric() const;
+    bool hasMirrorImages() const;
+    template <class Call>
+    void visitPairs(Call const & call) const;
     std::vector<int> columnOrder(CProgressCounter * progress) const;
     void postorderColumns(std::vector<int> & columnTree);
     void solveScaled(double * right, std::vector<double> & work) const;
+    void solveScaledTransposed(double * right, std::vector<double> & work) const;
+    double condition(CProgressCounter * progress) const;
     double residual(double const * solution, double const * right, double * result) const;
     bool isSingularToWorkingPrecision() const;
 };
@@ -156,7 +164,7 @@ void CSparseLu::Body::equilibrate()
     }
 }
 
-bool CSparseLu::Body::isNearlySymmetric() const
+bool CSparseLu::Body::hasMirrorImages() const
 {
     if (isSymmetric)
         return true;
@@ -173,48 +181,82 @@ bool CSparseLu::Body::isNearlySymmetric() const
     return double(mirrored) >= symmetricShare * double(outside);
 }
 
-// The columns in an order that keeps the factors sparse.
-std::vector<int> CSparseLu::Body::columnOrder(CProgressCounter * progress) const
+// Calls call(left, right) for the pairs of columns that are to stand apart in the order, some more than once.
+template <class Call>
+void CSparseLu::Body::visitPairs(Call const & call) const
 {
-    // The upper triangle of the graph to be ordered.
-    std::vector<std::vector<int>> graph(at(size));
-    std::int64_t pairs = 0;
-    auto const add = [&](int left, int right) {
-        graph[at(std::min(left, right))].push_back(std::max(left, right));
-    };
-    if (isNearlySymmetric()) {
+    if (isNearlySymmetric) {
         for (int column = 0; column < size; ++column)
             for (std::int64_t place = begin[at(column)]; place < begin[at(column) + 1]; ++place)
                 if (int const row = rows[at(place)]; row != column)
-                    add(row, column);
-    } else {
-        std::vector<std::vector<int>> columnsOfRow(at(size));
-        for (int column = 0; column < size; ++column)
-            for (std::int64_t place = begin[at(column)]; place < begin[at(column) + 1]; ++place)
-                columnsOfRow[at(rows[at(place)])].push_back(column);
-        std::sort(columnsOfRow.begin(), columnsOfRow.end(),
-                  [](auto const & left, auto const & right) { return left.size() < right.size(); });
-        for (std::vector<int> const & columns : columnsOfRow) {
-            pairs += std::int64_t(columns.size()) * std::int64_t(columns.size());
-            if (double(pairs) > pairsPerElement * double(rows.size()))
-                break;
-            for (std::size_t left = 0; left < columns.size(); ++left)
-                for (std::size_t right = left + 1; right < columns.size(); ++right)
-                    add(columns[left], columns[right]);
-        }
+                    call(std::min(row, column), std::max(row, column));
+        return;
     }
-    std::vector<int> rowIndex{0}, columns;
-    for (std::vector<int> & others : graph) {
-        std::sort(others.begin(), others.end());
-        others.erase(std::unique(others.begin(), others.end()), others.end());
-        if (columns.size() + others.size() > at(std::numeric_limits<int>::max()))
+    // By rows, the shortest first.
+    std::vector<std::int64_t> rowBegin(at(size) + 1, 0);
+    for (int const row : rows)
+        ++rowBegin[at(row) + 1];
+    std::partial_sum(rowBegin.begin(), rowBegin.end(), rowBegin.begin());
+    std::vector<int> columns(rows.size()), byLength(at(size));
+    std::vector<std::int64_t> next(rowBegin.begin(), rowBegin.end() - 1);
+    for (int column = 0; column < size; ++column)
+        for (std::int64_t place = begin[at(column)]; place < begin[at(column) + 1]; ++place)
+            columns[at(next[at(rows[at(place)])]++)] = column;
+    std::iota(byLength.begin(), byLength.end(), 0);
+    auto const length = [&](int row) { return rowBegin[at(row) + 1] - rowBegin[at(row)]; };
+    std::stable_sort(byLength.begin(), byLength.end(),
+                     [&](int left, int right) { return length(left) < length(right); });
+    double pairs = 0;
+    for (int const row : byLength) {
+        pairs += double(length(row)) * double(length(row));
+        if (pairs > pairsPerElement * double(rows.size()))
+            return;
+        for (std::int64_t left = rowBegin[at(row)]; left < rowBegin[at(row) + 1]; ++left)
+            for (std::int64_t right = left + 1; right < rowBegin[at(row) + 1]; ++right)
+                call(columns[at(left)], columns[at(right)]);
+    }
+}
+
+// The columns in an order that keeps the factors sparse.
+std::vector<int> CSparseLu::Body::columnOrder(CProgressCounter * progress) const
+{
+    std::int64_t seen = 0;
+    auto const report = [&](double position) {
+        if (progress && ++seen % 65536 == 0)
+            progress->SetPosFloat(position);
+    };
+    // The upper triangle of the graph to be ordered: at first with all pairs, then with each one once.
+    std::vector<std::int64_t> pairsBegin(at(size) + 1, 0);
+    visitPairs([&](int left, int) {
+        report(0.05);
+        ++pairsBegin[at(left) + 1];
+    });
+    std::partial_sum(pairsBegin.begin(), pairsBegin.end(), pairsBegin.begin());
+    UninitializedArray<int> others;
+    others.allocate(pairsBegin.back(), [&] {
+        if (progress)
+            progress->SetPosFloat(0.06);
+    });
+    std::vector<std::int64_t> next(pairsBegin.begin(), pairsBegin.end() - 1);
+    visitPairs([&](int left, int right) {
+        report(0.06);
+        others[at(next[at(left)]++)] = right;
+    });
+    std::vector<int> rowIndex{0};
+    rowIndex.reserve(at(size) + 1);
+    std::int64_t end = 0;
+    for (int column = 0; column < size; ++column) {
+        int * const first = others.data() + pairsBegin[at(column)];
+        int * const last = others.data() + pairsBegin[at(column) + 1];
+        std::sort(first, last);
+        end = std::copy(first, std::unique(first, last), others.data() + end) - others.data();
+        if (end > std::numeric_limits<int>::max())
             throw std::bad_alloc();
-        columns.insert(columns.end(), others.begin(), others.end());
-        rowIndex.push_back(int(columns.size()));
-        std::vector<int>().swap(others);
+        rowIndex.push_back(int(end));
+        report(0.07);
     }
-    CPrgCntSubPhase const ordering(progress, 0.05, orderingShare - 0.05, 0, true);
-    return fillReducingOrder({size, rowIndex.data(), columns.data(), 0}, progress);
+    CPrgCntSubPhase const ordering(progress, 0.07, orderingShare - 0.07, 0, true);
+    return fillReducingOrder({size, rowIndex.data(), others.data(), 0}, progress);
 }
 
 // Rearranges the order so that subtrees of the columns' elimination tree, that of A^T A, stand together, and
@@ -413,8 +455,9 @@ bool CSparseLu::Elimination::pivot(int column, int & row)
 {
     int useGiven = 0;
     return hasCandidates(column) &&
-           dpivotL(column, diagonalThreshold, &useGiven, m_body.rowPlace.data(), nullptr,
-                   m_body.columnAt.data(), &row, &m_factors, &m_statistics) == 0;
+           dpivotL(column, m_body.isNearlySymmetric ? symmetricThreshold : diagonalThreshold, &useGiven,
+                   m_body.rowPlace.data(), nullptr, m_body.columnAt.data(), &row, &m_factors,
+                   &m_statistics) == 0;
 }
 
 bool CSparseLu::Elimination::eliminateRelaxed(int & column)
@@ -512,7 +555,7 @@ void CSparseLu::Body::solveScaled(double * right, std::vector<double> & work) co
         int const * const blockRows = lowerRows.data() + rowsBegin[at(first)];
         int const height = rowsBegin[at(first) + 1] - rowsBegin[at(first)];
         double const * const block = blocks.data() + blockBegin[at(first)];
-        solveUnitLower(columns, block, height, x + first);
+        solveUnitLower(false, columns, block, height, x + first);
         std::fill_n(below, height - columns, 0.0);
         subtractProduct(false, height - columns, 1, columns, block + columns, height, x + first, columns,
                         below, height - columns);
@@ -523,13 +566,67 @@ void CSparseLu::Body::solveScaled(double * right, std::vector<double> & work) co
         int const first = supernodeBegin[at(supernode)];
         int const columns = supernodeBegin[at(supernode) + 1] - first;
         int const height = rowsBegin[at(first) + 1] - rowsBegin[at(first)];
-        solveUpper(columns, blocks.data() + blockBegin[at(first)], height, x + first);
+        solveUpper(false, columns, blocks.data() + blockBegin[at(first)], height, x + first);
         for (int column = first; column < first + columns; ++column)
             for (int place = upperBegin[at(column)]; place < upperBegin[at(column) + 1]; ++place)
                 x[upperRows.data()[place]] -= x[column] * upper.data()[place];
     }
     for (int k = 0; k < size; ++k)
         right[columnAt[at(k)]] = x[k];
+}
+
+// The same for the transposed matrix.
+void CSparseLu::Body::solveScaledTransposed(double * right, std::vector<double> & work) const
+{
+    work.resize(at(size) * 2);
+    double * const x = work.data();
+    double * const below = x + size;
+    for (int k = 0; k < size; ++k)
+        x[k] = right[columnAt[at(k)]];
+    int const supernodes = int(supernodeBegin.size()) - 1;
+    for (int supernode = 0; supernode < supernodes; ++supernode) {
+        int const first = supernodeBegin[at(supernode)];
+        int const columns = supernodeBegin[at(supernode) + 1] - first;
+        int const height = rowsBegin[at(first) + 1] - rowsBegin[at(first)];
+        for (int column = first; column < first + columns; ++column)
+            for (int place = upperBegin[at(column)]; place < upperBegin[at(column) + 1]; ++place)
+                x[column] -= x[upperRows.data()[place]] * upper.data()[place];
+        solveUpper(true, columns, blocks.data() + blockBegin[at(first)], height, x + first);
+    }
+    for (int supernode = supernodes; supernode-- > 0;) {
+        int const first = supernodeBegin[at(supernode)];
+        int const columns = supernodeBegin[at(supernode) + 1] - first;
+        int const * const blockRows = lowerRows.data() + rowsBegin[at(first)];
+        int const height = rowsBegin[at(first) + 1] - rowsBegin[at(first)];
+        double const * const block = blocks.data() + blockBegin[at(first)];
+        for (int row = columns; row < height; ++row)
+            below[row - columns] = x[blockRows[row]];
+        subtractProduct(true, columns, 1, height - columns, block + columns, height, below, height - columns,
+                        x + first, columns);
+        solveUnitLower(true, columns, block, height, x + first);
+    }
+    for (int row = 0; row < size; ++row)
+        right[row] = x[rowPlace[at(row)]];
+}
+
+double CSparseLu::Body::condition(CProgressCounter * progress) const
+{
+    double norm = 0.0;
+    for (int column = 0; column < size; ++column) {
+        double sum = 0.0;
+        for (std::int64_t place = begin[at(column)]; place < begin[at(column) + 1]; ++place)
+            sum += std::fabs(values[at(place)]);
+        norm = std::max(norm, sum);
+    }
+    std::vector<double> work;
+    auto const reported = [&](auto solve) {
+        return [this, solve, progress, &work](double * vector) {
+            if (progress)
+                progress->SetPosFloat(1.0);
+            (this->*solve)(vector, work);
+        };
+    };
+    return norm * estimateNorm(size, reported(&Body::solveScaled), reported(&Body::solveScaledTransposed));
 }
 
 // Residual of the scaled system, and the greatest ratio of its elements to the sums of magnitudes that they
@@ -592,6 +689,7 @@ bool CSparseLu::factor(SparsePattern const & pattern, bool upperOnly, double con
     body->equilibrate();
     if (progress)
         progress->SetPosFloat(0.05);
+    body->isNearlySymmetric = body->hasMirrorImages();
     body->columnAt = body->columnOrder(progress);
     CBlasSingleThread const singleThread;
     CBlasMemory const kernelMemory; // the kernels call BLAS
@@ -603,7 +701,15 @@ bool CSparseLu::factor(SparsePattern const & pattern, bool upperOnly, double con
     return true;
 }
 
-bool CSparseLu::solve(double const * rightParts, int count, double * solutions)
+double CSparseLu::conditionEstimate(CProgressCounter * progress) const
+{
+    if (!m_body)
+        return 0.0;
+    CBlasSingleThread const singleThread;
+    return m_body->condition(progress);
+}
+
+bool CSparseLu::solve(double const * rightParts, int count, double * solutions, CProgressCounter * progress)
 {
     if (!m_body)
         return false;
@@ -618,6 +724,8 @@ bool CSparseLu::solve(double const * rightParts, int count, double * solutions)
         body.solveScaled(solution.data(), work);
         // Refined while that halves the error at least.
         double error = body.residual(solution.data(), right.data(), change.data());
+        if (progress)
+            progress->SetPosFloat((part + 0.5) / count);
         for (int step = 0; step < mostRefinements && error > std::numeric_limits<double>::epsilon(); ++step) {
             body.solveScaled(change.data(), work);
             std::transform(solution.begin(), solution.end(), change.begin(), improved.begin(),

@@ -33,9 +33,12 @@ bool CSparseStoreSparseLinSysSolver<T>::OnSolveSystem(int nRightParts,
 {
     CLinSysSolverSparseDss<T> core;
     core.setSemidefiniteLift(m_semidefiniteLift);
+    core.setConditionEstimated(m_isConditionEstimated);
+    m_conditionEstimate = 0;
     bool const succeeded =
         core.solveSystem(this->getStorageRef(), nRightParts, informers, recievers, progress);
     this->setFailure(core.lastFailure());
+    m_conditionEstimate = core.getConditionEstimate();
     return succeeded;
 }
 

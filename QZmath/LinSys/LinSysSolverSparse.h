@@ -31,11 +31,18 @@ public:
     void setSemidefiniteLift(T relative) { m_semidefiniteLift = relative; }
     T getSemidefiniteLift() const { return m_semidefiniteLift; }
 
+    /// See `CLinSysSolverSparseDss::setConditionEstimated` and `getConditionEstimate`.
+    void setConditionEstimated(bool estimated) { m_isConditionEstimated = estimated; }
+    bool isConditionEstimated() const { return m_isConditionEstimated; }
+    double getConditionEstimate() const { return m_conditionEstimate; }
+
 private:
     bool OnSolveSystem(int nRightParts, IVertexPosInformer<T> const ** informers,
                        IEqSysResultReciever<T> ** recievers, CProgressCounter * progress) override;
 
     T m_semidefiniteLift = 0;
+    bool m_isConditionEstimated = false;
+    double m_conditionEstimate = 0;
 };
 
 /// Iterative solver by `bicgstab`, started from the right parts. A solve gives true also when a right part

@@ -200,6 +200,7 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
                                                                CProgressCounter * progress)
 {
     using QzBackend::CDirectSolver;
+    m_conditionEstimate = 0;
     if (Detail::csrRowCount(matrix) == 0)
         return true;
     try {
@@ -219,12 +220,11 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
         ordering.Finish();
 
         CPrgCntSubPhase factorisation(progress, 5, 80, 0, true);
-        bool lifted = false;
+        double lift = 0;
         if (!solver.factor(values.data(), progress)) {
             std::size_t const nonZeros = asIndex(arrays.nonZeros);
             checkNumbers(positiveDefinite && m_semidefiniteLift > 0, values.data(), nonZeros);
-            lifted = true;
-            double const lift = m_semidefiniteLift * largestDiagonalElement(arrays);
+            lift = m_semidefiniteLift * largestDiagonalElement(arrays);
             checkNumbers(solver.factor(values.data(), progress, lift), values.data(), nonZeros);
         }
         factorisation.Finish();
@@ -233,11 +233,14 @@ bool CLinSysSolverSparseDss<T>::solveForExplicitMatrixInternal(int nRightParts, 
         std::vector<double> result(elements);
         CPrgCntSubPhase solution(progress, 85, 15, 0, true);
         Widened<T> const right(rightParts, elements);
-        checkNumbers(solver.solve(right.data(), nRightParts, result.data()), right.data(), elements);
-        for (std::size_t begin = 0; lifted && begin < elements; begin += rows)
+        checkNumbers(solver.solve(right.data(), nRightParts, result.data(), progress), right.data(),
+                     elements);
+        for (std::size_t begin = 0; lift > 0 && begin < elements; begin += rows)
             check(isResidualBelow(liftedResidualLimit, arrays, upperOnly, result.data() + begin,
                                   right.data() + begin),
                   LinSysFailure::singular);
+        if (m_isConditionEstimated)
+            m_conditionEstimate = solver.conditionEstimate(values.data(), lift, progress);
         std::transform(result.begin(), result.end(), solutions, [](double element) { return T(element); });
         solution.Finish();
         return true;

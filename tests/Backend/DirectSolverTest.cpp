@@ -12,8 +12,10 @@
 #include <numeric>
 #include <random>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "support/Recorders.h"
 #include "support/SparseSystems.h"
 
 namespace
@@ -137,6 +139,82 @@ TEST(DirectSolver, SingularMatricesFail)
             emptyRow.upperOnly = upper;
             EXPECT_TRUE(solveDirectly(emptyRow, kind, {1.0, 1.0, 1.0}).empty());
         }
+}
+
+// Rounding errors leave more of the last pivot the larger the matrix is.
+TEST(DirectSolver, LargerSingularMatricesFailToo)
+{
+    for (int const side : {4, 12, 20}) {
+        CompressedMatrix matrix = testSupport::gridOperator(side, 1, 0.0, 1);
+        std::vector<double> const right(std::size_t(matrix.size), 1.0);
+        EXPECT_TRUE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty()) << side;
+        // Neither scales nor a condition far from singular are taken for that.
+        for (int row = 0; row < matrix.size; ++row) {
+            auto const scale = [](int number) { return std::ldexp(1.0, number % 7 * 20); };
+            for (int place = matrix.rowIndex[std::size_t(row)] - 1;
+                 place < matrix.rowIndex[std::size_t(row) + 1] - 1; ++place) {
+                int const column = matrix.columns[std::size_t(place)] - 1;
+                double & value = matrix.values[std::size_t(place)];
+                value = (column == row ? value * (1 + 1e-9) : value) * scale(row) * scale(column);
+            }
+        }
+        EXPECT_FALSE(solveDirectly(matrix, Definiteness::positiveDefinite, right).empty()) << side;
+    }
+}
+
+TEST(DirectSolver, ConditionEstimatesAreThoseOfTheScaledMatrix)
+{
+    std::mt19937 random(21);
+    for (int round = 0; round < 24; ++round) {
+        int const size = 5 + int(random() % 40);
+        bool const definite = round % 2 == 0;
+        DenseMatrix dense = testSupport::randomSparse(size, 4.0, definite, definite ? 1.001 : 0.0, random);
+        std::vector<double> scale(std::size_t(size), 1.0);
+        if (definite) // to a diagonal of ones, from any other
+            for (int row = 0; row < size; ++row)
+                scale[std::size_t(row)] = 1 / std::sqrt(dense(row, row));
+        // The norms of the matrix and of its inverse, column by column.
+        double norm = 0, inverseNorm = 0;
+        for (int column = 0; column < size; ++column) {
+            std::vector<double> unit(std::size_t(size), 0.0);
+            double sum = 0;
+            for (int row = 0; row < size; ++row)
+                sum += std::fabs(dense(row, column)) * scale[std::size_t(row)] * scale[std::size_t(column)];
+            norm = std::max(norm, sum);
+            unit[std::size_t(column)] = 1 / scale[std::size_t(column)];
+            std::vector<double> const inverse = testSupport::eliminate(dense, unit);
+            sum = 0;
+            for (int row = 0; row < size; ++row)
+                sum += std::fabs(inverse[std::size_t(row)]) / scale[std::size_t(row)];
+            inverseNorm = std::max(inverseNorm, sum);
+        }
+        CompressedMatrix const matrix = testSupport::compress(dense, definite, 0);
+        CDirectSolver solver(definite ? Structure::symmetricUpper : Structure::general,
+                             definite ? Definiteness::positiveDefinite : Definiteness::indefinite);
+        ASSERT_TRUE(define(solver, matrix) && solver.reorder(nullptr));
+        EXPECT_EQ(solver.conditionEstimate(matrix.values.data()), 0.0);
+        ASSERT_TRUE(solver.factor(matrix.values.data(), nullptr));
+        double const ratio = solver.conditionEstimate(matrix.values.data()) / (norm * inverseNorm);
+        // Rows and columns of general matrices are scaled in another way, which changes something.
+        EXPECT_GT(ratio, definite ? 1.0 / 3 : 0.005) << round << ' ' << definite;
+        EXPECT_LT(ratio, definite ? 1 + 1e-9 : 10.0) << round << ' ' << definite;
+    }
+}
+
+TEST(DirectSolver, PositionsRiseInSmallStepsWhileAnOrderIsChosen)
+{
+    for (int const side : {30, 45}) { // with and without rows that are merged
+        CompressedMatrix const matrix = testSupport::gridOperator(side, 1, 0.01, 1);
+        CDirectSolver solver(Structure::symmetricUpper, Definiteness::positiveDefinite);
+        ASSERT_TRUE(define(solver, matrix));
+        qz_test::ProgressRecorder counter;
+        ASSERT_TRUE(solver.reorder(&counter));
+        EXPECT_TRUE(counter.isMonotone());
+        double last = 0, longest = 0;
+        for (double const position : counter.positions)
+            longest = std::max(longest, position - std::exchange(last, position));
+        EXPECT_LT(longest, 0.12) << side;
+    }
 }
 
 TEST(DirectSolver, ValuesThatAreNotFiniteOrNotDefiniteFail)

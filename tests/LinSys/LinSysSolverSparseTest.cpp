@@ -145,8 +145,14 @@ TEST(DirectSolvers, LiftSolvesSemidefiniteSystemsThatHaveSolutionsOnly)
             bool succeeded = false;
             auto const solutions = testSupport::solveWhole<double>(*copy, 1, succeeded);
             EXPECT_EQ(succeeded, hasSolution && lift > 0) << hasSolution << lift;
+            EXPECT_EQ(copy->getConditionEstimate(), 0.0);
             if (!succeeded)
                 continue;
+            // The lift is all that the least eigenvalue has of the diagonal; the norm is 2 diagonal elements.
+            copy->setConditionEstimated(true);
+            testSupport::solveWhole<double>(*copy, 1, succeeded);
+            EXPECT_GT(copy->getConditionEstimate(), 0.5 / lift);
+            EXPECT_LT(copy->getConditionEstimate(), 4.0 / lift);
             auto const product = testSupport::compress(matrix, false, 0).product(solutions[0].values);
             EXPECT_LT(testSupport::relativeDistance(product, solvable), 1e-9);
         }
