@@ -228,7 +228,8 @@ double expectedOrderingTime(int rows, double neighbours)
     return preparationTime(neighbours) + (1 + comparisonShare) * dissectionTime(rows, neighbours);
 }
 
-std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCounter * progress)
+std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCounter * progress,
+                                   double dissectionSaves)
 {
     int const size = pattern.size;
     Adjacency const adjacency = adjacencyOf(pattern, progress);
@@ -264,14 +265,26 @@ std::vector<int> fillReducingOrder(SparsePattern const & pattern, CProgressCount
         auto const orderPart = [](Graph const & part, PositionReport const & reportPart) {
             return minimumDegree(part, reportPart);
         };
-        groupOrder = nestedDissection(graph, orderPart, within(dissection, comparison));
-        double const elements =
-            factorElements(graph, groupOrder, within(comparison, comparison + 0.3 * (1.0 - comparison)));
-        // Gives up when it makes more fill.
-        std::vector<int> degreeOrder =
-            minimumDegree(graph, within(comparison + 0.3 * (1.0 - comparison), 1.0), elements);
-        if (!degreeOrder.empty())
+        // The comparison takes a tenth of the time or so, the dissection the rest.
+        double const middle = dissection + (1.0 - dissection) * comparisonShare / (1.0 + comparisonShare);
+        double limit = std::numeric_limits<double>::infinity(), degreeWork = 0;
+        std::vector<int> degreeOrder;
+        bool const isSoon = std::isfinite(dissectionSaves);
+        if (isSoon)
+            degreeOrder = minimumDegree(graph, within(dissection, middle), limit, &degreeWork);
+        if (isSoon && dissectionSaves * degreeWork < dissectionTime(size, neighbours)) {
             groupOrder = std::move(degreeOrder);
+        } else {
+            double const begin = isSoon ? middle : dissection, end = isSoon ? 1.0 : comparison;
+            groupOrder = nestedDissection(graph, orderPart, within(begin, begin + 0.98 * (end - begin)));
+            limit = factorElements(graph, groupOrder, within(begin + 0.98 * (end - begin), end));
+            if (!isSoon) // gives up when it makes more fill
+                degreeOrder = minimumDegree(graph, within(end, 1.0), limit);
+            else if (factorElements(graph, degreeOrder, within(1.0, 1.0)) >= limit)
+                degreeOrder.clear();
+            if (!degreeOrder.empty())
+                groupOrder = std::move(degreeOrder);
+        }
     }
     std::vector<int> order;
     order.reserve(std::size_t(size));

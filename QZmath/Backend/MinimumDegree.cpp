@@ -26,7 +26,7 @@ class Elimination
 {
 public:
     Elimination(Graph const & graph, PositionReport const & report, double mostElements);
-    std::vector<int> run();
+    std::vector<int> run(double * work);
 
 private:
     struct Node
@@ -313,9 +313,9 @@ void Elimination::finish(int pivot)
     element.mark = element.length > 0 ? 1 : 0;
 }
 
-std::vector<int> Elimination::run()
+std::vector<int> Elimination::run(double * work)
 {
-    double elements = 0, reported = 0;
+    double elements = 0, multiplications = 0, reported = 0;
     for (int step = 0; m_weightLeft > 0; ++step) {
         while (m_ofDegree[at(m_lowestDegree)] < 0)
             ++m_lowestDegree;
@@ -328,6 +328,8 @@ std::vector<int> Elimination::run()
         mergeAlike();
         finish(pivot);
         elements += double(m_pivotWeight) * (m_listWeight + (m_pivotWeight + 1) / 2.0);
+        double const meanHeight = m_listWeight + m_pivotWeight / 2.0;
+        multiplications += m_pivotWeight * meanHeight * meanHeight;
         if (elements > m_mostElements)
             return {};
         m_seen += 10;
@@ -336,6 +338,8 @@ std::vector<int> Elimination::run()
             m_report(1.0 - double(m_weightLeft) / m_totalWeight);
         }
     }
+    if (work)
+        *work = multiplications;
     return order();
 }
 
@@ -363,9 +367,10 @@ std::vector<int> Elimination::order()
 
 } // namespace
 
-std::vector<int> minimumDegree(Graph const & graph, PositionReport const & report, double mostElements)
+std::vector<int> minimumDegree(Graph const & graph, PositionReport const & report, double mostElements,
+                               double * work)
 {
-    return Elimination(graph, report, mostElements).run();
+    return Elimination(graph, report, mostElements).run(work);
 }
 
 } // namespace QzBackend

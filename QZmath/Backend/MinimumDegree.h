@@ -16,8 +16,10 @@ namespace QzBackend
 /// Appl. 17, 1996). Nodes count by their weights. The same graph gives the same order each time.
 ///
 /// Gives nothing as soon as the Cholesky factor in this order is known to have more than `mostElements`
-/// elements. Memory: about twice the graph. Throws what `report` throws, and `std::bad_alloc`.
+/// elements. `work`, if given, gets about as many multiplications as that factor takes. Memory: about twice
+/// the graph. Throws what `report` throws, and `std::bad_alloc`.
 std::vector<int> minimumDegree(Graph const & graph, PositionReport const & report,
-                               double mostElements = std::numeric_limits<double>::infinity());
+                               double mostElements = std::numeric_limits<double>::infinity(),
+                               double * work = nullptr);
 
 } // namespace QzBackend
