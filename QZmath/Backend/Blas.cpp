@@ -5,6 +5,9 @@
 #include <atomic>
 #include <cblas.h>
 #include <cstdint>
+#include <cstring>
+#include <dlfcn.h>
+#include <link.h>
 #include <mutex>
 #include <new>
 #include <sched.h>
@@ -13,10 +16,9 @@
 
 // Present in OpenBLAS only; null at run time with any other BLAS.
 extern "C" {
-void * blas_memory_alloc(int purpose);
-void blas_memory_free(void * memory);
 __attribute__((weak)) void openblas_set_num_threads(int count);
 __attribute__((weak)) int openblas_get_num_threads(void);
+__attribute__((weak)) char * openblas_get_config(void);
 }
 
 namespace QzBackend
@@ -56,8 +58,6 @@ int savedThreads = 0;
 
 // What a kernel of OpenBLAS works in, at most.
 constexpr std::size_t kernelMemory = std::size_t(128) << 20;
-// An argument of `blas_memory_alloc` that no kernel gives: it may fail.
-constexpr int mayFail = -4711;
 std::mutex kernelMemoryMutex;
 std::atomic<int> threadsInKernels{0};
 std::atomic<int> threadsProvided{0};
@@ -74,6 +74,30 @@ struct FreePieces
     void * first = nullptr; ///< each piece begins with the address of the next one
 };
 
+/// A piece for one thread; null when the system refuses it.
+void * takePiece()
+{
+    FreePieces & pieces = FreePieces::instance();
+    {
+        std::lock_guard<std::mutex> const lock(pieces.mutex);
+        if (void * const piece = pieces.first) {
+            pieces.first = *static_cast<void **>(piece);
+            return piece;
+        }
+    }
+    void * const piece =
+        mmap(nullptr, kernelMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return piece == MAP_FAILED ? nullptr : piece;
+}
+
+void givePieceBack(void * piece)
+{
+    FreePieces & pieces = FreePieces::instance();
+    std::lock_guard<std::mutex> const lock(pieces.mutex);
+    *static_cast<void **>(piece) = pieces.first;
+    pieces.first = piece;
+}
+
 /// Maps memory for so many threads.
 void provideFor(int threads)
 {
@@ -85,7 +109,7 @@ void provideFor(int threads)
         ~Held()
         {
             for (void * const piece : pieces)
-                blas_memory_free(piece);
+                givePieceBack(piece);
         }
         std::vector<void *> pieces;
     } held;
@@ -94,7 +118,7 @@ void provideFor(int threads)
     while (known.size() < std::size_t(threads)) {
         if (held.pieces.size() == held.pieces.capacity())
             held.pieces.reserve(2 * held.pieces.size());
-        void * const piece = blas_memory_alloc(mayFail);
+        void * const piece = takePiece();
         if (!piece)
             throw std::bad_alloc();
         held.pieces.push_back(piece);
@@ -104,41 +128,175 @@ void provideFor(int threads)
     threadsProvided = std::max(threadsProvided.load(), threads);
 }
 
+/// A library whose kernels ask for memory here, and the functions of its own that they mean.
+struct Asking
+{
+    std::uintptr_t begin, end; ///< where its code stands
+    void * (*allocate)(int);   ///< null for the BLAS that this library is made for
+    void (*release)(void *);
+};
+
+/// The libraries that have asked so far, and what others than ours have been given.
+class AskingLibraries
+{
+public:
+    static AskingLibraries & instance()
+    {
+        static AskingLibraries * const libraries = new AskingLibraries;
+        return *libraries;
+    }
+    /// \param caller  an address in the library's code. Null for the one that we serve.
+    Asking const * other(void const * caller)
+    {
+        std::uintptr_t const address = reinterpret_cast<std::uintptr_t>(caller);
+        int const known = m_count.load(std::memory_order_acquire);
+        for (int number = 0; number < known; ++number)
+            if (address >= m_libraries[number].begin && address < m_libraries[number].end)
+                return m_libraries[number].allocate ? &m_libraries[number] : nullptr;
+        return add(address);
+    }
+    void noteGiven(void * memory, Asking const & library)
+    {
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        for (Given & given : m_given)
+            if (given.memory == memory || !given.memory) {
+                given = {memory, &library};
+                m_othersServed.store(true, std::memory_order_release);
+                return;
+            }
+    }
+    /// Null for memory of ours.
+    Asking const * giverOf(void const * memory)
+    {
+        if (!m_othersServed.load(std::memory_order_acquire))
+            return nullptr;
+        std::lock_guard<std::mutex> const lock(m_mutex);
+        for (Given const & given : m_given)
+            if (given.memory == memory)
+                return given.library;
+        return nullptr;
+    }
+
+private:
+    struct Given
+    {
+        void * memory;
+        Asking const * library;
+    };
+    // OpenBLAS has room for some hundred buffers, which it gives out again and again.
+    static constexpr int mostLibraries = 32, mostGiven = 8192;
+
+    Asking const * add(std::uintptr_t address);
+
+    std::mutex m_mutex;
+    std::atomic<int> m_count{0};
+    std::atomic<bool> m_othersServed{false};
+    Asking m_libraries[mostLibraries] = {};
+    Given m_given[mostGiven] = {};
+};
+
 } // namespace
 
 } // namespace QzBackend
 
-// These two stand in for functions of OpenBLAS, whose interfaces call them by name. Its own, in the variant
-// without threads, give the same memory to two threads that ask at the same time.
 extern "C" {
-__attribute__((visibility("default"))) void * blas_memory_alloc(int purpose)
+__attribute__((visibility("default"))) void * blas_memory_alloc(int purpose);
+__attribute__((visibility("default"))) void blas_memory_free(void * memory);
+}
+
+namespace QzBackend
 {
-    using namespace QzBackend;
-    FreePieces & pieces = FreePieces::instance();
-    for (;;) {
-        {
-            std::lock_guard<std::mutex> const lock(pieces.mutex);
-            if (void * const piece = pieces.first) {
-                pieces.first = *static_cast<void **>(piece);
-                return piece;
+namespace
+{
+
+Asking const * AskingLibraries::add(std::uintptr_t address)
+{
+    struct Search
+    {
+        std::uintptr_t address;
+        Asking found;
+        char const * name;
+    } search{address, {}, nullptr};
+    auto const visit = [](dl_phdr_info * image, std::size_t, void * data) {
+        Search & wanted = *static_cast<Search *>(data);
+        for (int number = 0; number < image->dlpi_phnum; ++number) {
+            ElfW(Phdr) const & segment = image->dlpi_phdr[number];
+            std::uintptr_t const begin = image->dlpi_addr + segment.p_vaddr;
+            if (segment.p_type == PT_LOAD && wanted.address >= begin &&
+                wanted.address < begin + segment.p_memsz) {
+                wanted.found.begin = begin;
+                wanted.found.end = begin + segment.p_memsz;
+                wanted.name = image->dlpi_name;
+                return 1;
             }
         }
-        void * const piece =
-            mmap(nullptr, kernelMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (piece != MAP_FAILED)
+        return 0;
+    };
+    dl_iterate_phdr(visit, &search);
+    Asking & library = search.found;
+    if (search.name && search.name[0]) {
+        void * const handle = dlopen(search.name, RTLD_LAZY | RTLD_NOLOAD); // keeps it loaded, too
+        if (!handle)
+            return nullptr; // short of memory: asked again next time
+        auto const find = [&](char const * name, auto & function) {
+            void * const found = dlsym(handle, name);
+            std::memcpy(&function, &found, sizeof found);
+            return found != nullptr;
+        };
+        int (*isParallel)() = nullptr;
+        char * (*configuration)() = nullptr;
+        bool const isLikeOurs = find("openblas_get_parallel", isParallel) &&
+                                find("openblas_get_config", configuration) && openblas_get_config &&
+                                isParallel() == 0 && std::strcmp(configuration(), openblas_get_config()) == 0;
+        if (!isLikeOurs &&
+            !(find("blas_memory_alloc", library.allocate) && find("blas_memory_free", library.release) &&
+              library.allocate != &blas_memory_alloc))
+            library.allocate = nullptr;
+    }
+    std::lock_guard<std::mutex> const lock(m_mutex);
+    int const count = m_count.load(std::memory_order_relaxed);
+    for (int number = 0; number < count; ++number)
+        if (m_libraries[number].begin == library.begin)
+            return m_libraries[number].allocate ? &m_libraries[number] : nullptr;
+    if (count == mostLibraries || library.begin == library.end)
+        return nullptr;
+    m_libraries[count] = library;
+    m_count.store(count + 1, std::memory_order_release);
+    return library.allocate ? &m_libraries[count] : nullptr;
+}
+
+} // namespace
+} // namespace QzBackend
+
+// These two stand in for functions of OpenBLAS, whose interfaces call them by name. Its own, in the variant
+// without threads, give the same memory to two threads that ask at the same time. The names are visible to
+// everything in the process: another OpenBLAS that a host brings, with buffers of other sizes perhaps, is
+// handed on to its own functions.
+extern "C" {
+void * blas_memory_alloc(int purpose)
+{
+    using namespace QzBackend;
+    AskingLibraries & libraries = AskingLibraries::instance();
+    if (Asking const * const other = libraries.other(__builtin_return_address(0))) {
+        void * const memory = other->allocate(purpose);
+        libraries.noteGiven(memory, *other);
+        return memory;
+    }
+    for (;;) {
+        if (void * const piece = takePiece())
             return piece;
-        if (purpose == mayFail)
-            return nullptr;
         sched_yield(); // a kernel cannot do without; another thread may give its memory back
     }
 }
 
-__attribute__((visibility("default"))) void blas_memory_free(void * memory)
+// The last call of a kernel, perhaps by a jump: the caller's address says nothing here.
+void blas_memory_free(void * memory)
 {
-    QzBackend::FreePieces & pieces = QzBackend::FreePieces::instance();
-    std::lock_guard<std::mutex> const lock(pieces.mutex);
-    *static_cast<void **>(memory) = pieces.first;
-    pieces.first = memory;
+    using namespace QzBackend;
+    if (Asking const * const other = AskingLibraries::instance().giverOf(memory))
+        other->release(memory);
+    else
+        givePieceBack(memory);
 }
 }
 

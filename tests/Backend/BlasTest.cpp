@@ -2,6 +2,7 @@
 #include <QZmath/Backend/Blas.h>
 
 #include <cmath>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <random>
 #include <thread>
@@ -58,6 +59,24 @@ TEST(Blas, SumsDoNotDependOnThreadsAtWork)
         thread.join();
     for (double const result : results)
         EXPECT_EQ(result, alone);
+}
+
+// It finds the names of this process first, where they are those of the library.
+TEST(Blas, AnotherBlasKeepsItsOwnMemory)
+{
+    void * const library = dlopen(OTHER_BLAS, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    auto const kernel = reinterpret_cast<int (*)()>(dlsym(library, "otherBlasKernel"));
+    ASSERT_NE(kernel, nullptr);
+    ASSERT_NE(dlsym(RTLD_DEFAULT, "blas_memory_alloc"), dlsym(library, "blas_memory_alloc"));
+    std::vector<double> const a(64 * 64, 1.0);
+    std::vector<double> c(a.size());
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(kernel(), 1);
+        multiply(64, 64, 64, a.data(), a.data(), c.data());
+        EXPECT_EQ(c[5], 64.0);
+    }
+    dlclose(library);
 }
 
 } // namespace
