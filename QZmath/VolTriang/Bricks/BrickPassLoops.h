@@ -2,8 +2,8 @@
 #pragma once
 
 // The passes, written once over a vector of eight floats `V` that the including source file defines before,
-// in an unnamed namespace: load, store, arithmetic, and the ways
-// between a row and its compact values.
+// in an unnamed namespace: load, store, arithmetic, and the ways between a row and its compact values. They
+// use no inline function of a header, which would be shared with source files for other processors.
 
 #include <QZmath/VolTriang/Bricks/BrickPasses.h>
 
@@ -12,6 +12,12 @@ namespace VolTr
 
 namespace
 {
+
+// The lines of a block's rows with that x.
+inline unsigned linesAt(std::uint64_t rows, int x)
+{
+    return static_cast<unsigned>(rows >> x * coarseWidth) & ((1U << coarseWidth) - 1);
+}
 
 // z pass over a row of the halo: two one-variable factors at once.
 inline void convolveRow(float const * row, float const * first, float const * second, V & a, V & b)
@@ -109,27 +115,52 @@ void addOwnTerm(BrickHalo const & halo, OwnTerm const & term, float scale, Brick
     }
 }
 
-template <int Taps>
+// What a row of a block gives to the places of a brick along z, with two factors at once. `Count` is how many
+// coarse places each of them meets, at most; narrow tables have them in common.
+template <int Count>
+inline void spreadRow(float const * row, CoarseTable const & table, V const * mass, V const * stiffness,
+                      V & m, V & s)
+{
+    m = s = zero();
+    V const values = loadUnaligned(row);
+    for (int tap = 0; tap < Count; ++tap) {
+        V const value = Count == narrowWidth ? broadcast(row[tap]) : permute(values, table.tapPlaces[tap]);
+        m = fma(value, mass[tap], m);
+        s = fma(value, stiffness[tap], s);
+    }
+}
+
+template <int Count>
 void addCoarseTaps(CoarseBlock const & block, CoarseTable const * const * tables, float scale,
                    BrickRows const & used, float * out)
 {
+    constexpr bool isNarrow = Count == narrowWidth;
     CoarseTable const & tableX = *tables[0];
     CoarseTable const & tableY = *tables[1];
     CoarseTable const & tableZ = *tables[2];
-    V massZ[coarseWidth];
-    V stiffnessZ[coarseWidth];
-    for (int c = 0; c < tableZ.width; ++c) {
-        massZ[c] = mul(load(tableZ.mass.byCoarse[c]), broadcast(scale));
-        stiffnessZ[c] = mul(load(tableZ.stiffness.byCoarse[c]), broadcast(scale));
+    auto const firstOf = [](CoarseTable const & table, int place) {
+        return isNarrow ? 0 : table.firstTap[place];
+    };
+    auto const weightsOf = [](AxisFactor const & factor, int place) {
+        return isNarrow ? factor.byPlace[place] : factor.taps[place];
+    };
+    V massZ[Count];
+    V stiffnessZ[Count];
+    for (int tap = 0; tap < Count; ++tap) {
+        AxisFactor const & m = tableZ.mass;
+        AxisFactor const & s = tableZ.stiffness;
+        massZ[tap] = mul(load(isNarrow ? m.byCoarse[tap] : m.byTap[tap]), broadcast(scale));
+        stiffnessZ[tap] = mul(load(isNarrow ? s.byCoarse[tap] : s.byTap[tap]), broadcast(scale));
     }
     V plain[coarseWidth][brickEdge];
     V mixed[coarseWidth][brickEdge];
-    int const xBegin = tableX.firstTap[used.xBegin];
-    int const xEnd = tableX.firstTap[used.xEnd - 1] + Taps;
-    int const yBegin = tableY.firstTap[used.yBegin];
-    int const yEnd = tableY.firstTap[used.yEnd - 1] + Taps;
+    int const xBegin = firstOf(tableX, used.xBegin);
+    int const xEnd = firstOf(tableX, used.xEnd - 1) + Count;
+    int const yBegin = firstOf(tableY, used.yBegin);
+    int const yEnd = firstOf(tableY, used.yEnd - 1) + Count;
     for (int x = xBegin; x < xEnd; ++x) {
-        if (block.used[x] == 0) {
+        unsigned const lines = linesAt(block.used, x);
+        if (lines == 0) {
             for (int y = used.yBegin; y < used.yEnd; ++y)
                 plain[x][y] = mixed[x][y] = zero();
             continue;
@@ -137,37 +168,35 @@ void addCoarseTaps(CoarseBlock const & block, CoarseTable const * const * tables
         V m[coarseWidth];
         V s[coarseWidth];
         for (int y = yBegin; y < yEnd; ++y) {
-            m[y] = s[y] = zero();
-            if ((block.used[x] >> y & 1) == 0)
-                continue;
-            float const * const row = block.values + (x * coarseWidth + y) * paddedRow + block.offset;
-            for (int c = 0; c < tableZ.width; ++c) {
-                V const value = broadcast(row[c]);
-                m[y] = fma(value, massZ[c], m[y]);
-                s[y] = fma(value, stiffnessZ[c], s[y]);
-            }
+            if ((lines >> y & 1) != 0)
+                spreadRow<Count>(block.values + (x * coarseWidth + y) * paddedRow + block.offset, tableZ,
+                                 massZ, stiffnessZ, m[y], s[y]);
+            else
+                m[y] = s[y] = zero();
         }
         for (int y = used.yBegin; y < used.yEnd; ++y) {
-            int const first = tableY.firstTap[y];
+            int const first = firstOf(tableY, y);
+            float const * const masses = weightsOf(tableY.mass, y);
+            float const * const stiffnesses = weightsOf(tableY.stiffness, y);
             V a = zero();
             V b = zero();
-            for (int tap = 0; tap < Taps; ++tap) {
-                V const mass = broadcast(tableY.mass.taps[y][tap]);
+            for (int tap = 0; tap < Count; ++tap) {
+                V const mass = broadcast(masses[tap]);
                 a = fma(m[first + tap], mass, a);
                 b = fma(s[first + tap], mass, b);
-                b = fma(m[first + tap], broadcast(tableY.stiffness.taps[y][tap]), b);
+                b = fma(m[first + tap], broadcast(stiffnesses[tap]), b);
             }
             plain[x][y] = a;
             mixed[x][y] = b;
         }
     }
     for (int x = used.xBegin; x < used.xEnd; ++x) {
-        int const first = tableX.firstTap[x];
-        V mass[Taps];
-        V stiffness[Taps];
-        for (int tap = 0; tap < Taps; ++tap) {
-            mass[tap] = broadcast(tableX.mass.taps[x][tap]);
-            stiffness[tap] = broadcast(tableX.stiffness.taps[x][tap]);
+        int const first = firstOf(tableX, x);
+        V mass[Count];
+        V stiffness[Count];
+        for (int tap = 0; tap < Count; ++tap) {
+            mass[tap] = broadcast(weightsOf(tableX.mass, x)[tap]);
+            stiffness[tap] = broadcast(weightsOf(tableX.stiffness, x)[tap]);
         }
         for (int y = used.yBegin; y < used.yEnd; ++y) {
             if ((used.lines[x] >> y & 1) == 0)
@@ -175,7 +204,7 @@ void addCoarseTaps(CoarseBlock const & block, CoarseTable const * const * tables
             float * const target = out + (x * brickEdge + y) * brickEdge;
             V sum = load(target);
             V other = zero();
-            for (int tap = 0; tap < Taps; ++tap) {
+            for (int tap = 0; tap < Count; ++tap) {
                 sum = fma(plain[first + tap][y], stiffness[tap], sum);
                 other = fma(mixed[first + tap][y], mass[tap], other);
             }
@@ -184,11 +213,25 @@ void addCoarseTaps(CoarseBlock const & block, CoarseTable const * const * tables
     }
 }
 
+// How many coarse places a place of the brick meets along each axis.
+inline int tapsOf(CoarseTable const * const * tables)
+{
+    if (tables[0]->width <= narrowWidth && tables[1]->width <= narrowWidth && tables[2]->width <= narrowWidth)
+        return narrowWidth;
+    for (int axis = 0; axis < 3; ++axis) {
+        if (tables[axis]->taps == coarseTaps)
+            return coarseTaps;
+    }
+    return coarseTaps - 1;
+}
+
 void addCoarse(CoarseBlock const & block, CoarseTable const * const * tables, float scale,
                BrickRows const & used, float * out)
 {
-    bool const isWide = tables[0]->taps == coarseTaps || tables[1]->taps == coarseTaps;
-    if (isWide)
+    int const taps = tapsOf(tables);
+    if (taps == narrowWidth)
+        addCoarseTaps<narrowWidth>(block, tables, scale, used, out);
+    else if (taps == coarseTaps)
         addCoarseTaps<coarseTaps>(block, tables, scale, used, out);
     else
         addCoarseTaps<coarseTaps - 1>(block, tables, scale, used, out);
@@ -204,7 +247,7 @@ void addCoarseTerm(CoarseBlock const & block, CoarseTerm const & term, float sca
         V values[coarseWidth];
         for (int y = 0; y < coarseWidth; ++y) {
             values[y] = zero();
-            if ((block.used[x] >> y & 1) == 0)
+            if ((linesAt(block.used, x) >> y & 1) == 0)
                 continue;
             float const * const row = block.values + (x * coarseWidth + y) * paddedRow + block.offset;
             for (int c = 0; c < term.tables[2]->width; ++c)
@@ -231,20 +274,17 @@ void addCoarseTerm(CoarseBlock const & block, CoarseTerm const & term, float sca
     }
 }
 
+inline void storeRow(CoarseBlock & block, int x, int y, V values)
+{
+    storeShifted(block.values + (x * coarseWidth + y) * paddedRow, values, block.offset);
+}
+
 // The last of the transposed passes: from the places of a row to the coarse ones.
 inline V gatherAlongZ(float const * first, AxisFactor const & firstFactor, V sum)
 {
     for (int z = 0; z < brickEdge; ++z)
         sum = fma(broadcast(first[z]), load(firstFactor.byPlace[z]), sum);
     return sum;
-}
-
-inline void storeRow(CoarseBlock & block, int x, int y, V values)
-{
-    float * const row = block.values + (x * coarseWidth + y) * paddedRow;
-    store(row, zero());
-    store(row + brickEdge, zero());
-    storeUnaligned(row + block.offset, values);
 }
 
 template <int Taps>
@@ -280,9 +320,10 @@ void restrictTaps(float const * brick, CoarseTable const * const * tables, float
             }
         }
     }
-    for (int x = 0; x < coarseWidth; ++x) {
-        block.used[x] = 0;
-        if (touched[x] == 0 || x >= tableX.width)
+    std::uint64_t const wanted = block.used;
+    block.used = 0;
+    for (int x = 0; x < tableX.width; ++x) {
+        if (touched[x] == 0 || linesAt(wanted, x) == 0)
             continue;
         V byMass[coarseWidth];
         V byStiffness[coarseWidth];
@@ -302,8 +343,8 @@ void restrictTaps(float const * brick, CoarseTable const * const * tables, float
                 usedLines |= 1U << (first + tap);
             }
         }
-        usedLines &= (1U << tableY.width) - 1;
-        block.used[x] = static_cast<std::uint8_t>(usedLines);
+        usedLines &= linesAt(wanted, x);
+        block.used |= static_cast<std::uint64_t>(usedLines) << x * coarseWidth;
         for (int y = 0; y < tableY.width; ++y) {
             if ((usedLines >> y & 1) == 0)
                 continue;
@@ -311,17 +352,91 @@ void restrictTaps(float const * brick, CoarseTable const * const * tables, float
             alignas(32) float s[brickEdge];
             store(m, byMass[y]);
             store(s, byStiffness[y]);
-            V sum = gatherAlongZ(m, tableZ.mass, zero());
-            sum = gatherAlongZ(s, tableZ.stiffness, sum);
-            storeRow(block, x, y, sum);
+            storeRow(block, x, y, gatherAlongZ(s, tableZ.stiffness, gatherAlongZ(m, tableZ.mass, zero())));
         }
+    }
+}
+
+// Where all places of the brick meet the same coarse places, their sums stay in registers.
+void restrictNarrow(float const * brick, CoarseTable const * const * tables, float scale,
+                    BrickRows const & used, CoarseBlock & block)
+{
+    CoarseTable const & tableX = *tables[0];
+    CoarseTable const & tableY = *tables[1];
+    CoarseTable const & tableZ = *tables[2];
+    alignas(32) float massX[narrowWidth][brickEdge];
+    alignas(32) float stiffnessX[narrowWidth][brickEdge];
+    for (int c = 0; c < narrowWidth; ++c) {
+        store(massX[c], mul(load(tableX.mass.byCoarse[c]), broadcast(scale)));
+        store(stiffnessX[c], mul(load(tableX.stiffness.byCoarse[c]), broadcast(scale)));
+    }
+    V stiff[narrowWidth][brickEdge]; // s along x
+    V plain[narrowWidth][brickEdge]; // m along x
+    for (int y = used.yBegin; y < used.yEnd; ++y) {
+        V s[narrowWidth];
+        V m[narrowWidth];
+        for (int c = 0; c < narrowWidth; ++c)
+            s[c] = m[c] = zero();
+        for (unsigned left = used.columns[y]; left != 0; left &= left - 1) {
+            int const x = __builtin_ctz(left);
+            V const value = load(brick + (x * brickEdge + y) * brickEdge);
+            for (int c = 0; c < narrowWidth; ++c) {
+                s[c] = fma(value, broadcast(stiffnessX[c][x]), s[c]);
+                m[c] = fma(value, broadcast(massX[c][x]), m[c]);
+            }
+        }
+        for (int c = 0; c < narrowWidth; ++c) {
+            stiff[c][y] = s[c];
+            plain[c][y] = m[c];
+        }
+    }
+    for (int x = 0; x < tableX.width; ++x) {
+        if (linesAt(block.used, x) == 0)
+            continue;
+        V byMass[narrowWidth];
+        V byStiffness[narrowWidth];
+        for (int c = 0; c < narrowWidth; ++c)
+            byMass[c] = byStiffness[c] = zero();
+        for (int y = used.yBegin; y < used.yEnd; ++y) {
+            V const s = stiff[x][y];
+            V const m = plain[x][y];
+            for (int c = 0; c < narrowWidth; ++c) {
+                V const mass = broadcast(tableY.mass.byCoarse[c][y]);
+                byMass[c] = fma(s, mass, byMass[c]);
+                byMass[c] = fma(m, broadcast(tableY.stiffness.byCoarse[c][y]), byMass[c]);
+                byStiffness[c] = fma(m, mass, byStiffness[c]);
+            }
+        }
+        alignas(32) float masses[narrowWidth][brickEdge];
+        alignas(32) float stiffnesses[narrowWidth][brickEdge];
+        V sums[narrowWidth];
+        for (int c = 0; c < narrowWidth; ++c) {
+            store(masses[c], byMass[c]);
+            store(stiffnesses[c], byStiffness[c]);
+            sums[c] = zero();
+        }
+        for (int z = 0; z < brickEdge; ++z) {
+            V const weights = load(tableZ.mass.byPlace[z]);
+            for (int c = 0; c < narrowWidth; ++c)
+                sums[c] = fma(broadcast(masses[c][z]), weights, sums[c]);
+        }
+        for (int z = 0; z < brickEdge; ++z) {
+            V const weights = load(tableZ.stiffness.byPlace[z]);
+            for (int c = 0; c < narrowWidth; ++c)
+                sums[c] = fma(broadcast(stiffnesses[c][z]), weights, sums[c]);
+        }
+        for (int y = 0; y < tableY.width; ++y)
+            storeRow(block, x, y, sums[y]);
     }
 }
 
 void restrictToCoarse(float const * brick, CoarseTable const * const * tables, float scale,
                       BrickRows const & used, CoarseBlock & block)
 {
-    if (tables[0]->taps == coarseTaps || tables[1]->taps == coarseTaps)
+    int const taps = tapsOf(tables);
+    if (taps == narrowWidth)
+        restrictNarrow(brick, tables, scale, used, block);
+    else if (taps == coarseTaps)
         restrictTaps<coarseTaps>(brick, tables, scale, used, block);
     else
         restrictTaps<coarseTaps - 1>(brick, tables, scale, used, block);
@@ -348,10 +463,7 @@ void restrictTerm(float const * brick, CoarseTerm const & term, float scale, Bri
                     fma(value, broadcast(term.x->taps[x][tap] * scale), lines[first + tap][y]);
         }
     }
-    for (int x = 0; x < coarseWidth; ++x) {
-        block.used[x] = 0;
-        if (x >= tableX.width)
-            continue;
+    for (int x = 0; x < tableX.width; ++x) {
         V values[coarseWidth];
         for (int c = 0; c < coarseWidth; ++c)
             values[c] = zero();
@@ -360,8 +472,9 @@ void restrictTerm(float const * brick, CoarseTerm const & term, float scale, Bri
             for (int tap = 0; tap < tableY.taps; ++tap)
                 values[first + tap] = fma(lines[x][y], broadcast(term.y->taps[y][tap]), values[first + tap]);
         }
-        block.used[x] = static_cast<std::uint8_t>((1U << tableY.width) - 1);
         for (int y = 0; y < tableY.width; ++y) {
+            if ((linesAt(block.used, x) >> y & 1) == 0)
+                continue;
             alignas(32) float row[brickEdge];
             store(row, values[y]);
             storeRow(block, x, y, gatherAlongZ(row, *term.z, zero()));

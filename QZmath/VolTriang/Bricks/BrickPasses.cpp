@@ -51,7 +51,21 @@ inline V load(float const * from)
 }
 inline V loadUnaligned(float const * from) { return load(from); }
 inline void store(float * to, V const & value) { std::memcpy(to, value.of, sizeof(value.of)); }
-inline void storeUnaligned(float * to, V const & value) { store(to, value); }
+
+// Writes sixteen floats: the value from `offset` on, at most 8, between zeros.
+inline void storeShifted(float * to, V const & value, int offset)
+{
+    std::memset(to, 0, 2 * sizeof(value.of));
+    std::memcpy(to + offset, value.of, sizeof(value.of));
+}
+
+inline V permute(V const & value, int const * order)
+{
+    V result;
+    for (int n = 0; n < 8; ++n)
+        result.of[n] = value.of[order[n]];
+    return result;
+}
 
 inline V broadcast(float value)
 {

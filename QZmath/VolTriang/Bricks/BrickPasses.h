@@ -17,14 +17,18 @@ constexpr int ownTaps = 2 * ownReach + 1;
 /// Most places of a coarser depth that the places of a brick can meet along an axis, and that one can.
 constexpr int coarseWidth = 8;
 constexpr int coarseTaps = 5;
+/// Up to so many places of the coarser depth, all places of the brick meet the same ones: from four depths
+/// apart on, where the nodes stand at centres.
+constexpr int narrowWidth = 3;
 
 /// One factor of the coupling along an axis between the eight places of a brick and the places of a coarser
 /// depth, in the forms that the passes want.
 struct alignas(32) AxisFactor
 {
-    float byCoarse[coarseWidth][brickEdge]; ///< [coarse place][place]
-    float byPlace[brickEdge][coarseWidth];  ///< the same transposed
-    float taps[brickEdge][coarseTaps];      ///< of each place, from `CoarseTable::firstTap` on
+    alignas(32) float byCoarse[coarseWidth][brickEdge]; ///< [coarse place][place]
+    alignas(32) float byPlace[brickEdge][coarseWidth];  ///< the same transposed
+    float taps[brickEdge][coarseTaps];                  ///< of each place, from `CoarseTable::firstTap` on
+    alignas(32) float byTap[coarseTaps][brickEdge];     ///< the same transposed
 };
 
 /// What couples the places of a brick to those of a coarser depth, on one axis and for one position of the
@@ -35,6 +39,8 @@ struct CoarseTable
     int width = 0;      ///< coarse places in reach, at most `coarseWidth`
     int taps = 0;       ///< `coarseTaps` or one less, the same for all tables of a difference of depth
     int firstTap[brickEdge] = {};
+    /// Coarse place of each tap, by place; below `coarseWidth`.
+    alignas(32) int tapPlaces[coarseTaps][brickEdge] = {};
     AxisFactor mass;
     AxisFactor stiffness;
     AxisFactor gradient; ///< product of the finer function's derivative with the coarser function
@@ -45,14 +51,17 @@ constexpr int haloEdge = brickEdge + 2 * ownReach;
 /// Numbers in a row of a halo or of a coarse block, the unused ones at its end included.
 constexpr int paddedRow = 16;
 
-/// The rows of a brick that have nodes: bit y of `lines[x]`, and their bounding box.
+/// The rows of a brick that have nodes: bit `brickEdge * x + y` of `mask`, bit y of `lines[x]`, bit x of
+/// `columns[y]`, and their bounding box.
 struct BrickRows
 {
+    std::uint64_t mask;
     std::uint8_t lines[brickEdge];
     std::uint8_t xBegin;
     std::uint8_t xEnd;
     std::uint8_t yBegin;
     std::uint8_t yEnd;
+    std::uint8_t columns[brickEdge];
 };
 
 /// A brick with its surroundings: row (x, y) starts at `(x * haloEdge + y) * paddedRow` and has its place z -
@@ -65,11 +74,12 @@ struct alignas(32) BrickHalo
 };
 
 /// The places of a coarser depth around a brick: row (x, y) starts at `(x * coarseWidth + y) * paddedRow`,
-/// with its first place at `offset` from there. Bit y of `used[x]` tells that the row is not all zeros.
+/// with its first place at `offset` from there. Bit `coarseWidth * x + y` of `used` tells that the row is not
+/// all zeros.
 struct alignas(32) CoarseBlock
 {
     float values[coarseWidth * coarseWidth * paddedRow];
-    std::uint8_t used[coarseWidth];
+    std::uint64_t used;
     int offset;
 };
 
@@ -103,8 +113,8 @@ struct BrickPasses
     void (*addCoarse)(CoarseBlock const & block, CoarseTable const * const * tables, float scale,
                       BrickRows const & used, float * out);
     /// What `addCoarse` does with a block, transposed: block = sum over the places of the brick, where places
-    /// without a node have to hold 0. Rows of the block that are not all zeros are written in full, and
-    /// `used` tells which they are.
+    /// without a node have to hold 0. `block.used` tells which rows within the tables' widths are wanted, and
+    /// afterwards which of them are not all zeros; these are written in full.
     void (*restrictToCoarse)(float const * brick, CoarseTable const * const * tables, float scale,
                              BrickRows const & used, CoarseBlock & block);
     /// Passes for one product of three factors instead of a sum of three products.

@@ -19,7 +19,6 @@ using V = __m256;
 inline V load(float const * from) { return _mm256_load_ps(from); }
 inline V loadUnaligned(float const * from) { return _mm256_loadu_ps(from); }
 inline void store(float * to, V value) { _mm256_store_ps(to, value); }
-inline void storeUnaligned(float * to, V value) { _mm256_storeu_ps(to, value); }
 inline V broadcast(float value) { return _mm256_set1_ps(value); }
 inline V zero() { return _mm256_setzero_ps(); }
 inline V mul(V a, V b) { return _mm256_mul_ps(a, b); }
@@ -56,6 +55,36 @@ constexpr RowOrders rowOrders;
 inline __m256i loadOrder(int const * order)
 {
     return _mm256_load_si256(reinterpret_cast<__m256i const *>(order));
+}
+
+inline V permute(V value, int const * order) { return _mm256_permutevar8x32_ps(value, loadOrder(order)); }
+
+// How a row turns by some places, and which of the places then belong to the next row.
+struct RowShifts
+{
+    constexpr RowShifts()
+    {
+        for (int offset = 0; offset < 8; ++offset) {
+            for (int n = 0; n < 8; ++n) {
+                order[offset][n] = (n - offset) & 7;
+                isNext[offset][n] = n < offset ? -1 : 0;
+            }
+        }
+    }
+
+    alignas(32) int order[8][8] = {};
+    alignas(32) int isNext[8][8] = {};
+};
+constexpr RowShifts rowShifts;
+
+// Writes sixteen floats: the value from `offset` on, below 8, between zeros. In two whole stores, which the
+// loads after them need not wait for.
+inline void storeShifted(float * to, V value, int offset)
+{
+    V const turned = permute(value, rowShifts.order[offset]);
+    V const isNext = _mm256_castsi256_ps(loadOrder(rowShifts.isNext[offset]));
+    store(to, _mm256_andnot_ps(isNext, turned));
+    store(to + 8, _mm256_and_ps(isNext, turned));
 }
 
 inline V keepNodes(V value, std::uint8_t row)

@@ -85,15 +85,38 @@ double dot(std::vector<float> const & a, std::vector<float> const & b, std::size
                           [&](std::size_t index) { return static_cast<double>(a[index]) * b[index]; });
 }
 
+// Index of the lowest bit of a number that is not 0.
+int lowestBit(std::uint64_t bits) { return __builtin_ctzll(bits); }
+
+// The rows (x, y) of a block with x and y in a range.
+std::uint64_t rowsWithin(int xBegin, int xEnd, int yBegin, int yEnd)
+{
+    std::uint64_t const line = (1U << yEnd) - (1U << yBegin);
+    std::uint64_t const firsts = ~std::uint64_t{0} / 255; // bit 0 of each line
+    return (line * firsts) << xBegin * coarseWidth & ~std::uint64_t{0} >> (coarseWidth - xEnd) * coarseWidth;
+}
+
+// The rows of a brick as rows of a block whose first place is at (x, y) of the brick, each from -8 to 7.
+std::uint64_t shiftedRows(std::uint64_t rows, int x, int y)
+{
+    if (x <= -brickEdge || y <= -brickEdge)
+        return 0;
+    rows = x < 0 ? rows << -x * brickEdge : rows >> x * brickEdge;
+    return y < 0 ? rows << -y & rowsWithin(0, brickEdge, -y, brickEdge)
+                 : rows >> y & rowsWithin(0, brickEdge, 0, brickEdge - y);
+}
+
 BrickRows usedRowsOf(std::uint8_t const * rows)
 {
-    BrickRows used = {{}, brickEdge, 0, brickEdge, 0};
+    BrickRows used = {0, {}, brickEdge, 0, brickEdge, 0, {}};
     for (int row = 0; row < brickRows; ++row) {
         if (rows[row] == 0)
             continue;
         std::uint8_t const x = static_cast<std::uint8_t>(row / brickEdge);
         std::uint8_t const y = static_cast<std::uint8_t>(row % brickEdge);
+        used.mask |= std::uint64_t{1} << row;
         used.lines[x] = static_cast<std::uint8_t>(used.lines[x] | 1U << y);
+        used.columns[y] = static_cast<std::uint8_t>(used.columns[y] | 1U << x);
         used.xBegin = std::min(used.xBegin, x);
         used.xEnd = std::max(used.xEnd, static_cast<std::uint8_t>(x + 1));
         used.yBegin = std::min(used.yBegin, y);
@@ -171,94 +194,85 @@ BrickSystem::CoarseFrame BrickSystem::coarseFrame(int level, int brick, int delt
     return frame;
 }
 
-// A brick of a level as the gathering loops want it; where there is none, one without nodes.
-struct BrickSystem::Source
+BrickSystem::Row const BrickSystem::st_zeros[brickRows] = {};
+
+// The rows of a block of coarse places that have nodes, in the lower (0) or the upper (1) bricks along z.
+std::uint64_t BrickSystem::rowsOf(CoarseFrame const & frame, Level const & coarse, int half) const
 {
-    Source(Level const & level, Dense const & dense, int brick)
-        : rows(brick >= 0 ? level.bricks->rowsOf(brick) : noRows),
-          values(brick >= 0 ? &dense[static_cast<std::size_t>(brick) * brickRows] : zeros)
-    {}
+    if (half > 0 && frame.offset[2] + frame.tables[2]->width <= brickEdge)
+        return 0;
+    std::uint64_t rows = 0;
+    for (int side = 0; side < 4; ++side) {
+        int const brick = frame.bricks[2 * side + half];
+        if (brick >= 0)
+            rows |= shiftedRows(coarse.usedRows[static_cast<std::size_t>(brick)].mask,
+                                frame.offset[0] - (side >> 1) * brickEdge,
+                                frame.offset[1] - (side & 1) * brickEdge);
+    }
+    return rows & rowsWithin(0, frame.tables[0]->width, 0, frame.tables[1]->width);
+}
 
-    std::uint8_t const * rows;
-    Row const * values;
+// The place in its brick, and in which of the four, of a row of a block.
+struct BrickSystem::RowPlace
+{
+    RowPlace(CoarseFrame const & frame, int row)
+    {
+        int const x = frame.offset[0] + row / coarseWidth;
+        int const y = frame.offset[1] + row % coarseWidth;
+        side = static_cast<std::size_t>(2 * (x >> 3) + (y >> 3));
+        ownRow = static_cast<std::size_t>((x & 7) * brickEdge + (y & 7));
+    }
 
-    static std::uint8_t const noRows[brickRows];
-    static Row const zeros[brickRows];
+    std::size_t side;
+    std::size_t ownRow;
 };
-std::uint8_t const BrickSystem::Source::noRows[brickRows] = {};
-BrickSystem::Row const BrickSystem::Source::zeros[brickRows] = {};
 
 void BrickSystem::gather(CoarseFrame const & frame, BrickRows const & used, Level const & coarse,
                          Dense const & values, CoarseBlock & block) const
 {
     block.offset = frame.offset[2];
-    std::fill(std::begin(block.used), std::end(block.used), std::uint8_t{0});
-    bool const needsUpper = frame.offset[2] + frame.tables[2]->width > brickEdge;
     int const xBegin = frame.tables[0]->firstTap[used.xBegin];
     int const xEnd =
         std::min(frame.tables[0]->firstTap[used.xEnd - 1] + frame.tables[0]->taps, frame.tables[0]->width);
     int const yBegin = frame.tables[1]->firstTap[used.yBegin];
     int const yEnd =
         std::min(frame.tables[1]->firstTap[used.yEnd - 1] + frame.tables[1]->taps, frame.tables[1]->width);
-    // By x and y of the brick.
-    Source const lower[4] = {
-        {coarse, values, frame.bricks[0]},
-        {coarse, values, frame.bricks[2]},
-        {coarse, values, frame.bricks[4]},
-        {coarse, values, frame.bricks[6]},
-    };
-    Source const upper[4] = {
-        {coarse, values, needsUpper ? frame.bricks[1] : BrickLevel::noBrick},
-        {coarse, values, needsUpper ? frame.bricks[3] : BrickLevel::noBrick},
-        {coarse, values, needsUpper ? frame.bricks[5] : BrickLevel::noBrick},
-        {coarse, values, needsUpper ? frame.bricks[7] : BrickLevel::noBrick},
-    };
-    for (int x = xBegin; x < xEnd; ++x) {
-        int const placeX = frame.offset[0] + x;
-        unsigned usedLines = 0;
-        for (int y = yBegin; y < yEnd; ++y) {
-            int const placeY = frame.offset[1] + y;
-            int const column = 2 * (placeX >> 3) + (placeY >> 3);
-            int const row = (placeX & 7) * brickEdge + (placeY & 7);
-            Source const & low = lower[column];
-            Source const & high = upper[column];
-            if ((low.rows[row] | high.rows[row]) == 0)
-                continue;
-            usedLines |= 1U << y;
-            float * const target = block.values + (x * coarseWidth + y) * paddedRow;
-            std::memcpy(target, low.values[row].of, sizeof(Row));
-            std::memcpy(target + brickEdge, high.values[row].of, sizeof(Row));
-        }
-        block.used[x] = static_cast<std::uint8_t>(usedLines);
+    block.used =
+        (rowsOf(frame, coarse, 0) | rowsOf(frame, coarse, 1)) & rowsWithin(xBegin, xEnd, yBegin, yEnd);
+    bool const needsUpper = frame.offset[2] + frame.tables[2]->width > brickEdge;
+    Row const * lower[4];
+    Row const * upper[4];
+    for (int side = 0; side < 4; ++side) {
+        int const low = frame.bricks[2 * side];
+        int const high = needsUpper ? frame.bricks[2 * side + 1] : BrickLevel::noBrick;
+        lower[side] = low >= 0 ? &values[static_cast<std::size_t>(low) * brickRows] : st_zeros;
+        upper[side] = high >= 0 ? &values[static_cast<std::size_t>(high) * brickRows] : st_zeros;
+    }
+    for (std::uint64_t left = block.used; left != 0; left &= left - 1) {
+        int const row = lowestBit(left);
+        RowPlace const place(frame, row);
+        float * const target = block.values + row * paddedRow;
+        std::memcpy(target, lower[place.side][place.ownRow].of, sizeof(Row));
+        std::memcpy(target + brickEdge, upper[place.side][place.ownRow].of, sizeof(Row));
     }
 }
 
 void BrickSystem::scatter(CoarseFrame const & frame, CoarseBlock const & block, Level & coarse) const
 {
-    int const halves = frame.offset[2] + frame.tables[2]->width > brickEdge ? 2 : 1;
-    std::uint8_t const * rows[8];
-    Row * sums[8];
-    for (int corner = 0; corner < 8; ++corner) {
-        int const brick = frame.bricks[corner];
-        rows[corner] = brick >= 0 ? coarse.bricks->rowsOf(brick) : Source::noRows;
-        sums[corner] = brick >= 0 ? &coarse.sums[static_cast<std::size_t>(brick) * brickRows] : nullptr;
-    }
-    for (int x = 0; x < frame.tables[0]->width; ++x) {
-        int const placeX = frame.offset[0] + x;
-        for (int y = 0; y < frame.tables[1]->width; ++y) {
-            if ((block.used[x] >> y & 1) == 0)
-                continue;
-            int const placeY = frame.offset[1] + y;
-            int const corner = 4 * (placeX >> 3) + 2 * (placeY >> 3);
-            int const row = (placeX & 7) * brickEdge + (placeY & 7);
-            float const * const source = block.values + (x * coarseWidth + y) * paddedRow;
-            for (int half = 0; half < halves; ++half) {
-                if (rows[corner + half][row] == 0)
-                    continue;
-                Row & target = sums[corner + half][row];
-                for (int z = 0; z < brickEdge; ++z)
-                    target.of[z] += source[half * brickEdge + z];
-            }
+    for (int half = 0; half < 2; ++half) {
+        Row * sums[4];
+        for (int side = 0; side < 4; ++side) {
+            int const brick = frame.bricks[2 * side + half];
+            sums[side] = brick >= 0 ? &coarse.sums[static_cast<std::size_t>(brick) * brickRows] : nullptr;
+        }
+        for (std::uint64_t left = block.used & rowsOf(frame, coarse, half); left != 0; left &= left - 1) {
+            int const row = lowestBit(left);
+            RowPlace const place(frame, row);
+            float const * const source = block.values + row * paddedRow + half * brickEdge;
+            Row sum = sums[place.side][place.ownRow]; // apart from the block, as vectors want it
+            for (int z = 0; z < brickEdge; ++z)
+                sum.of[z] += source[z];
+            sums[place.side][place.ownRow] = sum;
         }
     }
 }
@@ -268,40 +282,44 @@ void BrickSystem::gatherHalo(Level const & level, int brick, BrickHalo & halo) c
     int const * const neighbours = level.bricks->neighboursOf(brick);
     BrickRows const & box = level.usedRows[static_cast<std::size_t>(brick)];
     std::fill(std::begin(halo.used), std::end(halo.used), std::uint16_t{0});
+    unsigned const wanted = (1U << (box.yEnd + 2 * ownReach)) - (1U << box.yBegin);
     for (int x = box.xBegin; x < box.xEnd + 2 * ownReach; ++x) {
         int const placeX = x - ownReach;
-        unsigned used = 0;
-        for (int y = box.yBegin; y < box.yEnd + 2 * ownReach;) {
-            // The rows up to the next border between bricks.
-            int const placeY = y - ownReach;
-            int const * const line = neighbours + 9 * ((placeX >> 3) + 1) + 3 * ((placeY >> 3) + 1);
-            Source const low(level, level.values, line[0]);
-            Source const middle(level, level.values, line[1]);
-            Source const high(level, level.values, line[2]);
-            int const end = std::min(((placeY >> 3) + 1) * brickEdge + ownReach, box.yEnd + 2 * ownReach);
-            int row = (placeX & 7) * brickEdge + (placeY & 7);
-            for (; y < end; ++y, ++row) {
-                if ((low.rows[row] | middle.rows[row] | high.rows[row]) == 0)
-                    continue;
-                used |= 1U << y;
-                float * const target = halo.values + (x * haloEdge + y) * paddedRow;
-                std::memcpy(target, low.values[row].of + brickEdge - ownReach, ownReach * sizeof(float));
-                std::memcpy(target + ownReach, middle.values[row].of, sizeof(Row));
-                std::memcpy(target + ownReach + brickEdge, high.values[row].of, ownReach * sizeof(float));
-            }
+        int const ownX = placeX & 7;
+        int const * const bricks = neighbours + 9 * ((placeX >> 3) + 1);
+        Row const * rows[9]; // of the bricks around, by y and z
+        unsigned lines = 0;  // from the place y = -8 on
+        for (int side = 0; side < 9; ++side) {
+            int const neighbour = bricks[side];
+            std::size_t const firstRow =
+                static_cast<std::size_t>(neighbour) * brickRows + static_cast<std::size_t>(ownX) * brickEdge;
+            rows[side] = neighbour >= 0 ? &level.values[firstRow] : st_zeros;
+            if (neighbour >= 0)
+                lines |=
+                    static_cast<unsigned>(level.usedRows[static_cast<std::size_t>(neighbour)].lines[ownX])
+                    << side / 3 * brickEdge;
         }
+        unsigned const used = lines >> (brickEdge - ownReach) & wanted;
         halo.used[x] = static_cast<std::uint16_t>(used);
+        for (unsigned left = used; left != 0; left &= left - 1) {
+            int const y = lowestBit(left);
+            int const placeY = y + brickEdge - ownReach;
+            Row const * const * const line = rows + 3 * (placeY >> 3);
+            int const ownY = placeY & 7;
+            float * const target = halo.values + (x * haloEdge + y) * paddedRow;
+            std::memcpy(target, line[0][ownY].of + brickEdge - ownReach, ownReach * sizeof(float));
+            std::memcpy(target + ownReach, line[1][ownY].of, sizeof(Row));
+            std::memcpy(target + ownReach + brickEdge, line[2][ownY].of, ownReach * sizeof(float));
+        }
     }
 }
 
-void BrickSystem::expandLevel(int index, Vector const & vector, LoopTeam & team)
+void BrickSystem::expandBrick(int index, int brick, Vector const & vector)
 {
     Level & level = m_levels[static_cast<std::size_t>(index)];
-    team.forEach(level.bricks->bricksNumber(), [&](int brick) {
-        m_passes.expand(vector.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)],
-                        level.bricks->rowsOf(brick),
-                        level.values[static_cast<std::size_t>(brick) * brickRows].of);
-    });
+    m_passes.expand(vector.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)],
+                    level.bricks->rowsOf(brick),
+                    level.values[static_cast<std::size_t>(brick) * brickRows].of);
 }
 
 void BrickSystem::clearSums()
@@ -310,10 +328,11 @@ void BrickSystem::clearSums()
         std::fill(level.sums.begin(), level.sums.end(), Row{});
 }
 
-// Calls restrictBrick(brick, frame, delta, block) for all bricks of a level and all coarser depths, and adds
-// the blocks to the sums there in the order of the bricks.
-template <class Restrict>
-void BrickSystem::restrictBricks(int level, LoopTeam & team, Restrict const & restrictBrick)
+// Calls makeValues(brick) and then restrictBrick(brick, frame, delta, block) for all coarser depths, for all
+// bricks of a level, and adds the blocks to the sums there in the order of the bricks.
+template <class Make, class Restrict>
+void BrickSystem::restrictBricks(int level, LoopTeam & team, Make const & makeValues,
+                                 Restrict const & restrictBrick)
 {
     Level const & fine = m_levels[static_cast<std::size_t>(level)];
     int const bricks = fine.bricks->bricksNumber();
@@ -321,6 +340,8 @@ void BrickSystem::restrictBricks(int level, LoopTeam & team, Restrict const & re
     auto const makeBlock = [&](int brick, int delta, CoarseBlock & block) {
         CoarseFrame const frame = coarseFrame(level, brick, delta);
         block.offset = frame.offset[2];
+        Level const & coarse = m_levels[static_cast<std::size_t>(level - delta)];
+        block.used = rowsOf(frame, coarse, 0) | rowsOf(frame, coarse, 1);
         restrictBrick(brick, frame, delta, block);
     };
     auto const addBlock = [&](int brick, int delta, CoarseBlock const & block) {
@@ -328,6 +349,7 @@ void BrickSystem::restrictBricks(int level, LoopTeam & team, Restrict const & re
     };
     if (team.threads() == 1 || bricks < 4) {
         for (int brick = 0; brick < bricks; ++brick) {
+            makeValues(brick);
             for (int delta = 1; delta <= deltas; ++delta) {
                 makeBlock(brick, delta, m_blocks[0]);
                 addBlock(brick, delta, m_blocks[0]);
@@ -342,6 +364,7 @@ void BrickSystem::restrictBricks(int level, LoopTeam & team, Restrict const & re
     for (int first = 0; first < bricks; first += bricksPerRound) {
         int const end = std::min(first + bricksPerRound, bricks);
         team.forEach(end - first, [&](int index) {
+            makeValues(first + index);
             for (int delta = 1; delta <= deltas; ++delta)
                 makeBlock(first + index, delta, blockOf(first + index, delta));
         });
@@ -352,15 +375,17 @@ void BrickSystem::restrictBricks(int level, LoopTeam & team, Restrict const & re
     }
 }
 
-// Adds the couplings of a level's values to the sums of all coarser depths.
-void BrickSystem::restrictValues(int index, LoopTeam & team)
+// Makes the values of a level, brick by brick, and adds their couplings to the sums of all coarser depths.
+template <class Make>
+void BrickSystem::restrictValues(int index, LoopTeam & team, Make const & makeValues)
 {
     Level const & level = m_levels[static_cast<std::size_t>(index)];
-    restrictBricks(index, team, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
-        m_passes.restrictToCoarse(level.values[static_cast<std::size_t>(brick) * brickRows].of, frame.tables,
-                                  m_couplingScales[static_cast<std::size_t>(delta)],
-                                  level.usedRows[static_cast<std::size_t>(brick)], block);
-    });
+    restrictBricks(
+        index, team, makeValues, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
+            m_passes.restrictToCoarse(level.values[static_cast<std::size_t>(brick) * brickRows].of,
+                                      frame.tables, m_couplingScales[static_cast<std::size_t>(delta)],
+                                      level.usedRows[static_cast<std::size_t>(brick)], block);
+        });
 }
 
 // values = (w + U)^-1 vector
@@ -369,13 +394,12 @@ void BrickSystem::sweepUp(Vector const & vector, LoopTeam & team)
     clearSums();
     for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index) {
         Level & level = m_levels[static_cast<std::size_t>(index)];
-        team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+        restrictValues(index, team, [&](int brick) {
             std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
             m_passes.solveUp(vector.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)],
                              level.sums.empty() ? nullptr : level.sums[firstRow].of, 1.0f / sweepDiagonal,
                              level.bricks->rowsOf(brick), level.values[firstRow].of);
         });
-        restrictValues(index, team);
     }
 }
 
@@ -421,10 +445,8 @@ BrickSystem::Vector BrickSystem::product(Vector const & vector, LoopTeam & team)
 {
     clearSums();
     Vector result = emptyVector();
-    for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index) {
-        expandLevel(index, vector, team);
-        restrictValues(index, team);
-    }
+    for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index)
+        restrictValues(index, team, [&](int brick) { expandBrick(index, brick, vector); });
     for (int index = 0; index < static_cast<int>(m_levels.size()); ++index) {
         Level const & level = m_levels[static_cast<std::size_t>(index)];
         team.forEach(level.bricks->bricksNumber(), [&](int brick) {
@@ -491,9 +513,9 @@ BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, 
             Level & level = m_levels[static_cast<std::size_t>(index)];
             if (!hasField[static_cast<std::size_t>(index)])
                 continue;
-            expandLevel(index, component, team);
             restrictBricks(
-                index, team, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
+                index, team, [&](int brick) { expandBrick(index, brick, component); },
+                [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
                     m_passes.restrictTerm(level.values[static_cast<std::size_t>(brick) * brickRows].of,
                                           coarseTerm(frame), scaleOf(index - delta, index - delta),
                                           level.usedRows[static_cast<std::size_t>(brick)], block);

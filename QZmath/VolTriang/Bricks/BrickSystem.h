@@ -6,6 +6,7 @@
 #include <QZmath/VolTriang/Bricks/BrickTables.h>
 
 #include <array>
+#include <cstdint>
 #include <vector>
 
 namespace QzBackend
@@ -70,7 +71,8 @@ private:
         float of[brickEdge];
     };
     using Dense = std::vector<Row>; // rows without nodes stay 0
-    struct Source;
+    struct RowPlace;
+    static Row const st_zeros[brickRows];
 
     // A depth, with the coarse bricks that each brick couples to: eight for each coarser depth.
     struct Level
@@ -100,15 +102,18 @@ private:
 
     Vector emptyVector() const;
     CoarseFrame coarseFrame(int level, int brick, int delta) const;
+    std::uint64_t rowsOf(CoarseFrame const & frame, Level const & coarse, int half) const;
     void gather(CoarseFrame const & frame, BrickRows const & used, Level const & coarse, Dense const & values,
                 CoarseBlock & block) const;
     void scatter(CoarseFrame const & frame, CoarseBlock const & block, Level & coarse) const;
     void gatherHalo(Level const & level, int brick, BrickHalo & halo) const;
-    void expandLevel(int level, Vector const & vector, QzBackend::LoopTeam & team);
+    void expandBrick(int level, int brick, Vector const & vector);
 
-    template <class Restrict>
-    void restrictBricks(int level, QzBackend::LoopTeam & team, Restrict const & restrictBrick);
-    void restrictValues(int level, QzBackend::LoopTeam & team);
+    template <class Make, class Restrict>
+    void restrictBricks(int level, QzBackend::LoopTeam & team, Make const & makeValues,
+                        Restrict const & restrictBrick);
+    template <class Make>
+    void restrictValues(int level, QzBackend::LoopTeam & team, Make const & makeValues);
     void sweepUp(Vector const & vector, QzBackend::LoopTeam & team);
     void sweepDown(Vector const & vector, bool withOwn, Vector & result, QzBackend::LoopTeam & team);
     void downBrick(int level, int brick, Vector const & vector, bool withOwn, Vector & result);

@@ -69,6 +69,7 @@ void fillFactor(AxisFactor & factor, CoarseTable const & table,
             int const coarse = table.firstTap[place] + tap;
             factor.taps[place][tap] =
                 tap < table.taps && coarse < coarseWidth ? factor.byPlace[place][coarse] : 0.0f;
+            factor.byTap[tap][place] = factor.taps[place][tap];
         }
     }
 }
@@ -103,8 +104,11 @@ CoarseTable makeTable(KernelProducts & products, double reach, int delta, double
             gradient[place][coarse] = integrals.gradient;
         }
     }
-    for (int place = 0; place < brickEdge; ++place)
+    for (int place = 0; place < brickEdge; ++place) {
         table.firstTap[place] = std::min(firsts[place], coarseWidth - table.taps);
+        for (int tap = 0; tap < coarseTaps; ++tap)
+            table.tapPlaces[tap][place] = std::min(table.firstTap[place] + tap, coarseWidth - 1);
+    }
     fillFactor(table.mass, table, mass);
     fillFactor(table.stiffness, table, stiffness);
     fillFactor(table.gradient, table, gradient);
