@@ -7,6 +7,7 @@
 #include <QZmath/Reconstruction/Cloud/LocalCloud.h>
 #include <QZmath/Reconstruction/Cloud/SampleNormals.h>
 
+#include <QZmath/Backend/FreeMemory.h>
 #include <QZmath/SurfaceAnalysis/CloudMeasures.h>
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
 #include <QZmath/VolTriang/Stages/MeshStore.h>
@@ -359,6 +360,7 @@ TriangleMesh Call::run()
         CallRecord::Core const core(record);
         return extract(params);
     }();
+    QzBackend::returnFreedMemory();
     {
         CPrgCntSubPhase const part(m_progress, 0.8, 0.2, 0, true);
         finishMesh(mesh, m_cloud, m_cells, m_options, m_report, record, m_progress);

@@ -286,6 +286,14 @@ bool COctree::isInLeafCell(double const * point) const
     return m_cellIndex.find(cell) >= 0;
 }
 
+void COctree::releaseNodes()
+{
+    m_nodes = {};
+    m_sampleCells = {};
+    for (CLatticeIndex & index : m_nodeIndex)
+        index = CLatticeIndex();
+}
+
 CLatticeIndex const & COctree::getNodeIndex(int depth) const
 {
     static CLatticeIndex const none;

@@ -130,6 +130,10 @@ public:
         return m_cellSamples.data() + m_cellSamplesBegin[static_cast<std::size_t>(cellPosition) + 1];
     }
 
+    /// Gives the memory of the nodes and of their indices back, and that of the cells by samples, which is
+    /// more than half of all. What asks for a node, and `getCellByCoordinates`, finds none afterwards.
+    void releaseNodes();
+
     /// Lattice coordinate of `value` on an axis, rounded down, 0 when the cube has no extent there. Saturates
     /// far outside the lattice; NaN gives `ifNaN`.
     int realToLattice(double value, int axis, int ifNaN) const;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
+#include <QZmath/Backend/FreeMemory.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/ExactPath.h>
@@ -117,7 +118,7 @@ void CVolumetricTriangulatorImpl::run(CReconstructionReport & report)
     }
     inPhase("grad_div", [&] { path->splat(context); });
     path->assemble(context, phases);
-    auto const function = inPhase("solve", [&] { return solve(std::move(path), context); });
+    auto function = inPhase("solve", [&] { return solve(std::move(path), context); });
     double isoValue = inPhase("iso-value", [&] { return findIsoValue(context, *function); });
     if (m_params.getCorrectField()) {
         inPhase("field correction", [&] {
@@ -129,13 +130,21 @@ void CVolumetricTriangulatorImpl::run(CReconstructionReport & report)
             isoValue = findIsoValue(context, *function);
         });
     }
+    // The function of the bricks knows its nodes itself.
+    if (report.path == CReconstructionReport::Path::accelerated)
+        m_octree->releaseNodes();
     std::unique_ptr<SampleSurface> surface; // what the samples say of it
     if (m_params.getRefine()) {
         inPhase("refinement",
                 [&] { surface = fitToSamples(context, *function, isoValue, polygoniserEdge(context)); });
     }
-    inPhase("iso-surface",
-            [&] { extractIsoSurface(context, *function, isoValue, surface.get(), *m_target); });
+    m_density = SampleDensity();
+    context.density = nullptr;
+    QzBackend::returnFreedMemory();
+    inPhase("iso-surface", [&] {
+        extractIsoSurface(context, *function, isoValue, surface.get(), *m_target,
+                          [&function] { function.reset(); });
+    });
     logText(m_log, "Volumetric triangulation core completed");
 }
 

@@ -36,7 +36,7 @@ Faired fair(TriangleMesh const & mesh, std::vector<float> const & samples, doubl
     FairingRule rule;
     rule.trimDistance = trimDistance;
     Faired result;
-    for (int const threads : {1, 2, 3}) {
+    for (int const threads : {1, 2, 3, 8, 16}) {
         onTeam(threads, [&](QzBackend::LoopTeam & team) {
             TriangleMesh other = mesh;
             SampleIndex const index(samples.data(), samples.size() / 3, team);

@@ -361,7 +361,7 @@ TEST(Reconstruction, BitsDoNotDependOnThreadsAndInterruptionsEndIt)
     options.vertexDensity = true;
     options.threads = 1;
     Result const first = run(points, options);
-    for (int const threads : {2, 3, 8}) {
+    for (int const threads : {2, 3, 8, 16}) {
         options.threads = threads;
         EXPECT_TRUE(qz_test::isSame(run(points, options).mesh, first.mesh)) << threads;
     }

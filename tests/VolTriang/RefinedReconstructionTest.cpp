@@ -103,7 +103,7 @@ TEST(RefinedReconstruction, hasTheSameBitsForAnyNumberOfThreads)
     Case const c = {"block", 30000, 7, 0.001, 5, true, true, 0, 0};
     PointCloudSamples const samples = cloudOf(c);
     Mesh const single = reconstruct(samples, paramsOf(c, true), 1).mesh;
-    for (int const threads : {2, 3, 8})
+    for (int const threads : {2, 3, 8, 16})
         EXPECT_TRUE(reconstruct(samples, paramsOf(c, true), threads).mesh == single) << threads;
 }
 

@@ -185,7 +185,7 @@ TEST(SampleSurface, hasTheSameBitsForAnyNumberOfThreads)
 {
     NoisySphere const sphere(20000, 0.001);
     std::vector<double> moves;
-    for (int const threads : {1, 2, 3, 8}) {
+    for (int const threads : {1, 2, 3, 8, 16}) {
         SampleSurface const surface = makeSurface(sphere, 3.4, 6, 0.05, threads);
         SampleSurface::Scratch scratch;
         std::vector<double> mine;

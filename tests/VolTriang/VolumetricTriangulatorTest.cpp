@@ -204,7 +204,7 @@ TEST(VolumetricTriangulator, SameBitsForAnyThreadNumberAndInCompany)
         params.setEstimateResultNormals(true);
         Mesh const expected = reconstruct(samples, params, 1).mesh;
         ASSERT_FALSE(expected.triangles.empty());
-        for (int threads : {1, 2, 3, 8})
+        for (int threads : {1, 2, 3, 8, 16})
             EXPECT_TRUE(reconstruct(samples, params, threads).mesh == expected) << threads;
 
         std::vector<MeshTarget> targets(10);

@@ -106,7 +106,8 @@ double polygoniserEdge(StageContext const & context)
 }
 
 void extractIsoSurface(StageContext const & context, ImplicitFunction const & function, double isoValue,
-                       SampleSurface const * surface, ITriangulationTarget & target)
+                       SampleSurface const * surface, ITriangulationTarget & target,
+                       std::function<void()> const & isWalked)
 {
     VsUt::IDebugLog * const log = context.log;
     logText(log, "<Marching cubes>");
@@ -138,6 +139,8 @@ void extractIsoSurface(StageContext const & context, ImplicitFunction const & fu
             CPrgCntSubPhase phase(context.progress, 0.0, 0.7, 0, true);
             polygonise(sink);
         }
+        if (isWalked && !context.params.getEstimateResultNormals())
+            isWalked();
         CPrgCntSubPhase phase(context.progress, 0.7, 0.3, 0, true);
         sink.complete();
         tellMoves(sink.moves(), context);

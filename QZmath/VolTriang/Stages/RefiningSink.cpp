@@ -74,6 +74,16 @@ std::int32_t * RefiningSink::cornersOf(std::size_t triangle)
     return m_store != nullptr ? m_stored + 3 * triangle : m_triangles[triangle].data();
 }
 
+float * RefiningSink::offsetOf(std::size_t vertex)
+{
+    return m_store != nullptr ? m_storedOffsets + 3 * vertex : m_offsets[vertex].data();
+}
+
+float const * RefiningSink::offsetOf(std::size_t vertex) const
+{
+    return m_store != nullptr ? m_storedOffsets + 3 * vertex : m_offsets[vertex].data();
+}
+
 void RefiningSink::growTo(std::size_t vertices, std::size_t triangles)
 {
     m_vertices.resize(vertices);
@@ -91,8 +101,10 @@ double RefiningSink::walkPosition() const
 
 void RefiningSink::expectVertices(std::size_t number)
 {
+    // A closed surface has two triangles a vertex, and four more for each handle. A list that does not
+    // suffice would be copied into one of twice the size.
     if (m_store != nullptr)
-        m_store->expect(2 * number);
+        m_store->expect(2 * number + number / 64 + 1024);
 }
 
 void RefiningSink::addVertex(double const * position)
@@ -160,7 +172,7 @@ void RefiningSink::complete()
 Vector3 RefiningSink::moved(int vertex) const
 {
     Vector3 position = m_vertices[static_cast<std::size_t>(vertex)];
-    Offset const & offset = m_offsets[static_cast<std::size_t>(vertex)];
+    float const * const offset = offsetOf(static_cast<std::size_t>(vertex));
     for (std::size_t axis = 0; axis < 3; ++axis)
         position[axis] += offset[axis];
     return position;
@@ -169,7 +181,10 @@ Vector3 RefiningSink::moved(int vertex) const
 void RefiningSink::move()
 {
     bool const withNormals = m_context.params.getEstimateResultNormals();
-    m_offsets.resize(m_vertices.size());
+    if (m_store != nullptr)
+        m_storedOffsets = m_store->positions(m_vertices.size());
+    else
+        m_offsets.resize(m_vertices.size());
     if (withNormals && m_store != nullptr)
         m_storedNormals = m_store->normals(m_vertices.size());
     else if (withNormals)
@@ -199,8 +214,9 @@ void RefiningSink::move()
                 forItems(task, m_vertices.size(), [&](std::size_t vertex) {
                     Vector3 const & position = m_vertices[vertex];
                     SampleSurface::Height const height = m_surface.heightOf(position.data(), *mine.scratch);
+                    float * const offset = offsetOf(vertex);
                     for (std::size_t axis = 0; axis < 3; ++axis)
-                        m_offsets[vertex][axis] = static_cast<float>(height.move[axis]);
+                        offset[axis] = static_cast<float>(height.move[axis]);
                     if (!withNormals)
                         return;
                     Vector3 const normal = normalOf(mine, position, height.normal);
@@ -259,8 +275,9 @@ void RefiningSink::unfold()
                     continue;
                 mark = 1;
                 m_moves.halved += round == 0 ? 1 : 0;
-                for (float & coord : m_offsets[static_cast<std::size_t>(vertex)])
-                    coord *= 0.5f;
+                float * const offset = offsetOf(static_cast<std::size_t>(vertex));
+                for (int axis = 0; axis < 3; ++axis)
+                    offset[axis] *= 0.5f;
             }
         }
         if (!hasFolds)
@@ -278,12 +295,12 @@ void RefiningSink::summarise()
         double greatest = 0.0;
         std::size_t moved = 0;
     };
-    std::vector<Part> parts(static_cast<std::size_t>(tasksFor(m_offsets.size())));
+    std::vector<Part> parts(static_cast<std::size_t>(tasksFor(m_vertices.size())));
     QzBackend::LoopTeam::run(m_context.threads, nullptr, [&](QzBackend::LoopTeam & team) {
         team.forEach(static_cast<int>(parts.size()), [&](int task) {
             Part & part = parts[static_cast<std::size_t>(task)];
-            forItems(task, m_offsets.size(), [&](std::size_t vertex) {
-                Offset const & offset = m_offsets[vertex];
+            forItems(task, m_vertices.size(), [&](std::size_t vertex) {
+                float const * const offset = offsetOf(vertex);
                 double const length2 = double(offset[0]) * offset[0] + double(offset[1]) * offset[1] +
                                        double(offset[2]) * offset[2];
                 part.moved += length2 > 0.0 ? 1 : 0;
@@ -298,7 +315,7 @@ void RefiningSink::summarise()
         all.greatest = std::max(all.greatest, part.greatest);
         all.moved += part.moved;
     }
-    double const number = std::max(1.0, static_cast<double>(m_offsets.size()));
+    double const number = std::max(1.0, static_cast<double>(m_vertices.size()));
     m_moves.movedShare = static_cast<double>(all.moved) / number;
     m_moves.rms = std::sqrt(all.sum / number);
     m_moves.greatest = std::sqrt(all.greatest);
@@ -337,18 +354,18 @@ void RefiningSink::handOver()
     passUpTo(vertexCount());
 }
 
-// The triangles and the normals are there.
+// The triangles and the normals are there, and each position takes the place of its offset.
 void RefiningSink::handOverToStore()
 {
-    float * const positions = m_store->positions(m_vertices.size());
     QzBackend::LoopTeam::run(m_context.threads, m_context.progress, [&](QzBackend::LoopTeam & team) {
         team.forEach(
             tasksFor(m_vertices.size()),
             [&](int task) {
                 forItems(task, m_vertices.size(), [&](std::size_t vertex) {
                     Vector3 const position = moved(static_cast<int>(vertex));
+                    float * const out = offsetOf(vertex);
                     for (std::size_t axis = 0; axis < 3; ++axis)
-                        positions[3 * vertex + axis] = static_cast<float>(position[axis]);
+                        out[axis] = static_cast<float>(position[axis]);
                 });
             },
             1.0);

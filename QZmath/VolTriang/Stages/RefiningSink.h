@@ -25,9 +25,9 @@ struct StageContext;
 /// other way, the moves of its vertices are halved, and again if need be. All vertices are moved and judged
 /// at the same time, so the result does not depend on threads.
 ///
-/// Memory: 36 bytes a vertex where the target is a `MeshStore`, which keeps triangles and normals from the
-/// begin on and gets the positions at the end. For other targets 12 bytes a triangle and, with normals, 12 a
-/// vertex more; what was handed over is freed as it goes.
+/// Memory: 24 bytes a vertex where the target is a `MeshStore`, which keeps the triangles from the begin on,
+/// and the moves where it will keep the moved positions. For other targets 12 bytes a vertex, with normals
+/// 24, and 12 a triangle more; what was handed over is freed as it goes.
 class RefiningSink final : public TriangleSink
 {
 public:
@@ -48,7 +48,7 @@ public:
     void expectVertices(std::size_t number) override;
     void finish() override {}
     /// Moves, and hands over. Separate from the end of the walk, so that what the walk needed is gone by
-    /// then.
+    /// then. Asks the function only when normals are wanted.
     void complete();
 
     int vertexCount() const { return static_cast<int>(m_vertices.size()); }
@@ -93,6 +93,8 @@ private:
     using Corners = std::array<std::int32_t, 3>;
 
     std::int32_t * cornersOf(std::size_t triangle);
+    float * offsetOf(std::size_t vertex);
+    float const * offsetOf(std::size_t vertex) const;
     void growTo(std::size_t vertices, std::size_t triangles);
     double walkPosition() const;
     void move();
@@ -113,6 +115,7 @@ private:
     std::size_t m_triangleCount = 0;
     std::int32_t * m_stored = nullptr; // the triangles in the store
     Pieces<Corners> m_triangles;       // without one
+    float * m_storedOffsets = nullptr; // where the positions will be
     Pieces<Offset> m_offsets;
     float * m_storedNormals = nullptr;
     Pieces<Offset> m_normals; // empty when none are wanted
