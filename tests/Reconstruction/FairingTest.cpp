@@ -29,7 +29,7 @@ struct Faired
     std::vector<std::uint8_t> isSupported; // vertices at most half the trim distance from a sample
 };
 
-// Fairs on one, two and three threads. The samples' neighbourhood keeps its bits, the triangles their
+// Fairs on several numbers of threads. The samples' neighbourhood keeps its bits, the triangles their
 // corners.
 Faired fair(TriangleMesh const & mesh, std::vector<float> const & samples, double trimDistance)
 {
