@@ -51,6 +51,7 @@ void StageClock::onPhaseName(std::string const & name)
     double const cpu = cpuSeconds();
     double const peak = peakOfProcess();
     m_peak = std::max(m_peak, peak);
+    onPosition(0);
     if (!m_current.empty()) {
         auto stage = std::find_if(m_stages.begin(), m_stages.end(),
                                   [&](Stage const & known) { return known.name == m_current; });
@@ -61,9 +62,19 @@ void StageClock::onPhaseName(std::string const & name)
         stage->wall += wall - m_wall;
         stage->cpu += cpu - m_cpu;
         stage->peakMegabytes = std::max(stage->peakMegabytes, peak);
+        stage->longestGap = std::max(stage->longestGap, m_longestGap);
     }
+    m_longestGap = 0;
     forgetPeak();
     m_current = name;
     m_wall = wall;
     m_cpu = cpu;
+}
+
+void StageClock::onPosition(double)
+{
+    double const now = wallSeconds();
+    if (m_lastPoll > 0)
+        m_longestGap = std::max(m_longestGap, now - m_lastPoll);
+    m_lastPoll = now;
 }

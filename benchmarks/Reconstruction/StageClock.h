@@ -10,7 +10,8 @@ double wallSeconds();
 /// Of the process, all threads together.
 double cpuSeconds();
 
-/// Wall and processor seconds and peak memory between the starts of the phases.
+/// Wall and processor seconds, peak memory and the longest wait for an interruption between the starts of the
+/// phases.
 class StageClock : public CProgressCounter
 {
 public:
@@ -20,6 +21,7 @@ public:
         double wall = 0;
         double cpu = 0;
         double peakMegabytes = 0; ///< resident, of the whole process
+        double longestGap = 0;    ///< wall seconds without a place where the run can be interrupted
     };
 
     /// Ends the current stage, and begins one unless the name is empty.
@@ -31,6 +33,7 @@ public:
 
 protected:
     void onPhaseName(std::string const & name) override;
+    void onPosition(double position) override;
 
 private:
     std::vector<Stage> m_stages;
@@ -38,4 +41,6 @@ private:
     double m_wall = 0;
     double m_cpu = 0;
     double m_peak = 0;
+    double m_lastPoll = 0; // 0: none yet
+    double m_longestGap = 0;
 };

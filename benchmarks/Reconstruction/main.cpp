@@ -206,9 +206,10 @@ Json runCase(Case const & c)
                  static_cast<long long>(report.unknowns), nonZeros, wall, cpu, clock.peakMegabytes(),
                  failure.empty() ? "" : ", ", failure.c_str());
     for (StageClock::Stage const & stage : clock.stages()) {
-        json["stages"][stage.name] = {stage.wall, stage.cpu, stage.peakMegabytes};
-        std::fprintf(stderr, "    %-24s %9.3f s wall %9.3f s cpu %7.0f MB   %.3f us cpu per sample",
-                     stage.name.c_str(), stage.wall, stage.cpu, stage.peakMegabytes,
+        json["stages"][stage.name] = {stage.wall, stage.cpu, stage.peakMegabytes, stage.longestGap};
+        std::fprintf(stderr,
+                     "    %-24s %9.3f s wall %9.3f s cpu %7.0f MB %5.0f ms gap   %.3f us cpu per sample",
+                     stage.name.c_str(), stage.wall, stage.cpu, stage.peakMegabytes, 1e3 * stage.longestGap,
                      1e6 * stage.cpu / static_cast<double>(points));
         if (stage.name.rfind("matrix", 0) == 0)
             std::fprintf(stderr, "   %.1f ns cpu per non-zero", 1e9 * stage.cpu / nonZeros);
