@@ -198,6 +198,27 @@ struct LoopTeam::Loop
     int failedIndex = 0; // under the mutex, as the two that follow
     std::exception_ptr failure{};
     std::exception_ptr interruption{}; // by the progress counter
+    std::atomic<bool> isInterrupted{false};
+};
+
+// How many indices a thread calls before it looks whether the loop is to end: as many as take some
+// milliseconds.
+class LoopTeam::Stride
+{
+public:
+    int of(int left) const { return std::min(m_indices, left); }
+    void adapt()
+    {
+        long const now = coarseMilliseconds();
+        m_indices = now - m_last < 4 ? std::min(2 * m_indices, mostIndices) : std::max(m_indices / 4, 1);
+        m_last = now;
+    }
+
+private:
+    static int const mostIndices = 64;
+
+    int m_indices = 1;
+    long m_last = coarseMilliseconds();
 };
 
 LoopTeam::LoopTeam(int threads, CProgressCounter * progress)
@@ -282,9 +303,10 @@ void LoopTeam::runLoop(int count, BlockCall call, void const * body, double unti
               *this,      std::this_thread::get_id()};
     int const blocks = (count - 1) / loop.grain + 1;
     if (m_threads == 1 || blocks == 1) {
-        for (int index = 0; index < count;) {
+        Stride stride;
+        for (int index = 0; index < count; stride.adapt()) {
             serveProgress(loop, index);
-            call(body, 0, index, index + std::min(loop.grain, count - index));
+            call(body, 0, index, index + stride.of(count - index));
         }
     } else {
         Handover::callOnSeats(std::min(m_threads, blocks), takeBlocks, &loop);
@@ -301,32 +323,37 @@ void LoopTeam::takeBlocks(void * context, int slot)
 {
     Loop & loop = *static_cast<Loop *>(context);
     bool const mayServe = std::this_thread::get_id() == loop.caller;
+    Stride stride;
     for (;;) {
         long const next = loop.next.fetch_add(loop.grain, std::memory_order_relaxed);
         if (next >= loop.count)
             return;
-        int const begin = static_cast<int>(next);
-        if (mayServe) {
+        int index = static_cast<int>(next);
+        int const end = index + std::min(loop.grain, loop.count - index);
+        for (; index < end; stride.adapt()) {
+            if (loop.isInterrupted.load(std::memory_order_relaxed))
+                return;
             try {
-                loop.team.serveProgress(loop, begin);
+                if (mayServe)
+                    loop.team.serveProgress(loop, index);
             } catch (...) {
                 std::lock_guard<std::mutex> const lock(loop.mutex);
                 loop.interruption = std::current_exception();
+                loop.isInterrupted.store(true, std::memory_order_relaxed);
+                return;
+            }
+            try {
+                loop.call(loop.body, slot, index, index + stride.of(end - index));
+            } catch (...) {
+                std::lock_guard<std::mutex> const lock(loop.mutex);
+                if (!loop.failure || index < loop.failedIndex) {
+                    loop.failure = std::current_exception();
+                    loop.failedIndex = index;
+                }
+                // No further index is begun; all smaller ones have been.
                 loop.next.fetch_add(loop.count, std::memory_order_relaxed);
                 return;
             }
-        }
-        int index = begin;
-        try {
-            loop.call(loop.body, slot, index, begin + std::min(loop.grain, loop.count - begin));
-        } catch (...) {
-            std::lock_guard<std::mutex> const lock(loop.mutex);
-            if (!loop.failure || index < loop.failedIndex) {
-                loop.failure = std::current_exception();
-                loop.failedIndex = index;
-            }
-            // No further index is begun; all smaller ones have been.
-            loop.next.fetch_add(loop.count, std::memory_order_relaxed);
         }
     }
 }

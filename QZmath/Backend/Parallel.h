@@ -17,8 +17,8 @@ namespace QzBackend
 /// order.
 ///
 /// The progress counter is touched on the calling thread only: in `setPosition`, and about every 20 ms
-/// between the bodies that this thread calls itself. What the counter throws there ends the loop and is
-/// thrown on from `forEach`, so the job unwinds like any function.
+/// between the bodies that this thread calls itself. What the counter throws there ends the loop after the
+/// bodies at hand and is thrown on from `forEach`, so the job unwinds like any function.
 ///
 /// Workers round as the calling thread does. In a process that was forked off one with a pool, everything
 /// runs on the calling thread.
@@ -79,6 +79,7 @@ private:
     /// Calls the body for `index` up to `end`, and leaves in `index` the one that threw.
     using BlockCall = void (*)(void const * body, int slot, int & index, int end);
     struct Loop;
+    class Stride;
 
     LoopTeam(int threads, CProgressCounter * progress);
     void runLoop(int count, BlockCall call, void const * body, double until);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickLattice.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
 
@@ -45,57 +46,108 @@ int BrickLevel::find(int x, int y, int z) const
     }
 }
 
+// What a slab of bricks of equal x has, in the order of its bricks.
+struct BrickLattice::Slab
+{
+    int begin; // in the index of the depth
+    int end;
+    int x;
+    std::vector<std::array<int, 3>> bricks{};
+    std::vector<std::uint8_t> rows{};
+    std::vector<std::uint32_t> firstNode{}; // from the slab's first one
+    std::vector<int> nodes{};
+
+    void fill(COctree const & octree, CLatticeIndex const & index, int shift)
+    {
+        std::vector<NodeInSlab> entries;
+        entries.reserve(static_cast<std::size_t>(end - begin));
+        for (int position = begin; position < end; ++position) {
+            int const node = index.payload(position);
+            int offset[3];
+            octree.getNodeOffset(node, offset);
+            int const y = offset[1] >> shift;
+            int const z = offset[2] >> shift;
+            int const place = (offset[0] >> shift & 7) * brickRows + (y & 7) * brickEdge + (z & 7);
+            entries.push_back({orderInSlab(y, z, place), node});
+        }
+        std::sort(entries.begin(), entries.end(),
+                  [](NodeInSlab const & a, NodeInSlab const & b) { return a.order < b.order; });
+        nodes.reserve(entries.size());
+        std::uint64_t brick = ~std::uint64_t{0};
+        for (NodeInSlab const & entry : entries) {
+            if (entry.order >> 9 != brick) {
+                brick = entry.order >> 9;
+                bricks.push_back(
+                    {x, static_cast<int>(brick >> 27) - 1, static_cast<int>(brick & ((1U << 27) - 1)) - 1});
+                rows.resize(rows.size() + brickRows, 0);
+                firstNode.push_back(static_cast<std::uint32_t>(nodes.size()));
+            }
+            std::uint8_t & row = rows[rows.size() - brickRows + (entry.order >> 3 & 63)];
+            row = static_cast<std::uint8_t>(row | 1U << (entry.order & 7));
+            nodes.push_back(entry.node);
+        }
+    }
+};
+
 BrickLattice::BrickLattice(COctree const & octree)
     : m_firstDepth(octree.getNodeDepthBegin()),
       m_isCentred(octree.getNodeDepthEnd() <= octree.getLeafCellDepth()),
       m_levels(static_cast<std::size_t>(octree.getNodeDepthEnd() - octree.getNodeDepthBegin()))
 {
+    QzBackend::LoopTeam::run(1, nullptr, [&](QzBackend::LoopTeam & team) { build(octree, team); });
+}
+
+BrickLattice::BrickLattice(COctree const & octree, QzBackend::LoopTeam & team)
+    : m_firstDepth(octree.getNodeDepthBegin()),
+      m_isCentred(octree.getNodeDepthEnd() <= octree.getLeafCellDepth()),
+      m_levels(static_cast<std::size_t>(octree.getNodeDepthEnd() - octree.getNodeDepthBegin()))
+{
+    build(octree, team);
+}
+
+void BrickLattice::build(COctree const & octree, QzBackend::LoopTeam & team)
+{
     m_nodes.reserve(static_cast<std::size_t>(octree.getNodesNumber()));
     for (std::size_t index = 0; index < m_levels.size(); ++index) {
         m_levels[index].depth = m_firstDepth + static_cast<int>(index);
-        buildLevel(octree, m_levels[index]);
+        buildLevel(octree, m_levels[index], team);
     }
 }
 
-void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level)
+void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level, QzBackend::LoopTeam & team)
 {
     // The index holds the nodes of the depth by x, y and z, so the slabs of bricks follow each other.
     CLatticeIndex const & index = octree.getNodeIndex(level.depth);
     int const shift = octree.getLeafCellDepth() - level.depth;
-    std::vector<NodeInSlab> slab;
-    int slabX = 0;
-    auto const finishSlab = [&] {
-        std::sort(slab.begin(), slab.end(),
-                  [](NodeInSlab const & a, NodeInSlab const & b) { return a.order < b.order; });
-        std::uint64_t brick = ~std::uint64_t{0};
-        for (NodeInSlab const & entry : slab) {
-            if (entry.order >> 9 != brick) {
-                brick = entry.order >> 9;
-                level.bricks.push_back({slabX, static_cast<int>(brick >> 27) - 1,
-                                        static_cast<int>(brick & ((1U << 27) - 1)) - 1});
-                level.rows.resize(level.rows.size() + brickRows, 0);
-                level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()));
-            }
-            std::uint8_t & row = level.rows[level.rows.size() - brickRows + (entry.order >> 3 & 63)];
-            row = static_cast<std::uint8_t>(row | 1U << (entry.order & 7));
-            m_nodes.push_back(entry.node);
-        }
-        slab.clear();
-    };
-    for (int position = 0; position < index.size(); ++position) {
-        int const node = index.payload(position);
+    auto const slabOf = [&](int position) {
         int offset[3];
-        octree.getNodeOffset(node, offset);
-        int const x = offset[0] >> shift;
-        int const y = offset[1] >> shift;
-        int const z = offset[2] >> shift;
-        if (x >> 3 != slabX) {
-            finishSlab();
-            slabX = x >> 3;
+        octree.getNodeOffset(index.payload(position), offset);
+        return offset[0] >> shift >> 3;
+    };
+    std::vector<Slab> slabs;
+    for (int begin = 0; begin < index.size();) {
+        int const x = slabOf(begin);
+        int end = index.size();
+        for (int first = begin + 1; first < end;) {
+            int const middle = first + (end - first) / 2;
+            if (slabOf(middle) > x)
+                end = middle;
+            else
+                first = middle + 1;
         }
-        slab.push_back({orderInSlab(y, z, (x & 7) * brickRows + (y & 7) * brickEdge + (z & 7)), node});
+        slabs.push_back({begin, end, x});
+        begin = end;
     }
-    finishSlab();
+    team.forEach(static_cast<int>(slabs.size()),
+                 [&](int n) { slabs[static_cast<std::size_t>(n)].fill(octree, index, shift); });
+    for (Slab & slab : slabs) {
+        for (std::uint32_t const first : slab.firstNode)
+            level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()) + first);
+        level.bricks.insert(level.bricks.end(), slab.bricks.begin(), slab.bricks.end());
+        level.rows.insert(level.rows.end(), slab.rows.begin(), slab.rows.end());
+        m_nodes.insert(m_nodes.end(), slab.nodes.begin(), slab.nodes.end());
+        slab = {};
+    }
     level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()));
 
     std::size_t slots = 4;
@@ -110,15 +162,17 @@ void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level)
         level.slots[slot] = static_cast<int>(brick);
     }
 
-    level.neighbours.reserve(27 * level.bricks.size());
-    for (std::array<int, 3> const & place : level.bricks) {
+    level.neighbours.resize(27 * level.bricks.size());
+    team.forEach(level.bricksNumber(), [&](int brick) {
+        std::array<int, 3> const & place = level.bricks[static_cast<std::size_t>(brick)];
+        int * neighbour = level.neighbours.data() + static_cast<std::size_t>(brick) * 27;
         for (int x = -1; x <= 1; ++x) {
             for (int y = -1; y <= 1; ++y) {
                 for (int z = -1; z <= 1; ++z)
-                    level.neighbours.push_back(level.find(place[0] + x, place[1] + y, place[2] + z));
+                    *neighbour++ = level.find(place[0] + x, place[1] + y, place[2] + z);
             }
         }
-    }
+    });
 }
 
 } // namespace VolTr

@@ -8,6 +8,11 @@
 #include <cstdint>
 #include <vector>
 
+namespace QzBackend
+{
+class LoopTeam;
+}
+
 namespace VolTr
 {
 
@@ -55,6 +60,7 @@ class BrickLattice
 {
 public:
     explicit BrickLattice(COctree const & octree);
+    BrickLattice(COctree const & octree, QzBackend::LoopTeam & team);
 
     int firstDepth() const { return m_firstDepth; }
     int endDepth() const { return m_firstDepth + static_cast<int>(m_levels.size()); }
@@ -69,7 +75,9 @@ public:
     bool isCentred() const { return m_isCentred; }
 
 private:
-    void buildLevel(COctree const & octree, BrickLevel & level);
+    struct Slab;
+    void build(COctree const & octree, QzBackend::LoopTeam & team);
+    void buildLevel(COctree const & octree, BrickLevel & level, QzBackend::LoopTeam & team);
 
     int m_firstDepth;
     bool m_isCentred;

@@ -128,12 +128,26 @@ BrickRows usedRowsOf(std::uint8_t const * rows)
 } // namespace
 
 BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
+                         BrickPasses const & passes, LoopTeam & team)
+    : m_lattice(lattice), m_passes(passes),
+      m_tables(kernel, lattice.isCentred(), lattice.endDepth() - lattice.firstDepth() - 1), m_blocks(1),
+      m_size(lattice.nodes().size())
+{
+    build(team);
+}
+
+BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
                          BrickPasses const & passes)
     : m_lattice(lattice), m_passes(passes),
       m_tables(kernel, lattice.isCentred(), lattice.endDepth() - lattice.firstDepth() - 1), m_blocks(1),
       m_size(lattice.nodes().size())
 {
-    int const depths = lattice.endDepth() - lattice.firstDepth();
+    LoopTeam::run(1, nullptr, [&](LoopTeam & team) { build(team); });
+}
+
+void BrickSystem::build(LoopTeam & team)
+{
+    int const depths = m_lattice.endDepth() - m_lattice.firstDepth();
     m_levels.resize(static_cast<std::size_t>(depths));
     // Both functions carry the square root of their diagonal element, in units of the coarser cell: 1 and
     // 2^(5/2) a depth.
@@ -141,29 +155,34 @@ BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom 
         m_couplingScales.push_back(static_cast<float>(m_tables.ownScale() * std::exp2(-2.5 * delta)));
     for (int index = 0; index < depths; ++index) {
         Level & level = m_levels[static_cast<std::size_t>(index)];
-        level.bricks = &lattice.level(lattice.firstDepth() + index);
+        level.bricks = &m_lattice.level(m_lattice.firstDepth() + index);
         level.coarserDepths = index;
         std::size_t const bricks = static_cast<std::size_t>(level.bricks->bricksNumber());
         level.values.resize(bricks * brickRows);
         if (index + 1 < depths)
             level.sums.resize(bricks * brickRows);
-        level.usedRows.reserve(bricks);
-        for (int brick = 0; brick < level.bricks->bricksNumber(); ++brick)
-            level.usedRows.push_back(usedRowsOf(level.bricks->rowsOf(brick)));
-        level.coarseBricks.reserve(bricks * static_cast<std::size_t>(index) * 8);
-        for (std::array<int, 3> const & place : level.bricks->bricks) {
-            for (int delta = 1; delta <= index; ++delta) {
-                int first[3];
-                for (std::size_t axis = 0; axis < 3; ++axis) {
-                    int const base = (place[axis] * brickEdge) >> delta;
-                    first[axis] = (base + m_tables.coarse(delta, place[axis]).firstPlace) >> 3;
-                }
-                BrickLevel const & coarse = *m_levels[static_cast<std::size_t>(index - delta)].bricks;
-                for (int corner = 0; corner < 8; ++corner)
-                    level.coarseBricks.push_back(coarse.find(
-                        first[0] + (corner >> 2), first[1] + (corner >> 1 & 1), first[2] + (corner & 1)));
-            }
+        level.usedRows.resize(bricks);
+        level.coarseBricks.resize(bricks * static_cast<std::size_t>(index) * 8);
+        team.forEach(static_cast<int>(bricks), [&](int brick) { buildBrick(level, brick); });
+    }
+}
+
+// Looks up what couples to a brick; the coarser levels must be there.
+void BrickSystem::buildBrick(Level & level, int brick) const
+{
+    level.usedRows[static_cast<std::size_t>(brick)] = usedRowsOf(level.bricks->rowsOf(brick));
+    std::array<int, 3> const & place = level.bricks->bricks[static_cast<std::size_t>(brick)];
+    for (int delta = 1; delta <= level.coarserDepths; ++delta) {
+        int first[3];
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            int const base = (place[axis] * brickEdge) >> delta;
+            first[axis] = (base + m_tables.coarse(delta, place[axis]).firstPlace) >> 3;
         }
+        BrickLevel const & coarse = m_lattice.level(level.bricks->depth - delta);
+        int * const found = level.coarseBricks.data() + level.placeOf(brick, delta);
+        for (int corner = 0; corner < 8; ++corner)
+            found[corner] =
+                coarse.find(first[0] + (corner >> 2), first[1] + (corner >> 1 & 1), first[2] + (corner & 1));
     }
 }
 
@@ -322,10 +341,16 @@ void BrickSystem::expandBrick(int index, int brick, Vector const & vector)
                     level.values[static_cast<std::size_t>(brick) * brickRows].of);
 }
 
-void BrickSystem::clearSums()
+void BrickSystem::clearSums(LoopTeam & team)
 {
-    for (Level & level : m_levels)
-        std::fill(level.sums.begin(), level.sums.end(), Row{});
+    for (Level & level : m_levels) {
+        if (level.sums.empty())
+            continue;
+        team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+            std::fill_n(level.sums.begin() + static_cast<std::ptrdiff_t>(brick) * brickRows, brickRows,
+                        Row{});
+        });
+    }
 }
 
 // Calls makeValues(brick) and then restrictBrick(brick, frame, delta, block) for all coarser depths, for all
@@ -347,14 +372,14 @@ void BrickSystem::restrictBricks(int level, LoopTeam & team, Make const & makeVa
     auto const addBlock = [&](int brick, int delta, CoarseBlock const & block) {
         scatter(coarseFrame(level, brick, delta), block, m_levels[static_cast<std::size_t>(level - delta)]);
     };
-    if (team.threads() == 1 || bricks < 4) {
-        for (int brick = 0; brick < bricks; ++brick) {
+    if (team.threads() == 1) {
+        team.forEach(bricks, [&](int brick) {
             makeValues(brick);
             for (int delta = 1; delta <= deltas; ++delta) {
                 makeBlock(brick, delta, m_blocks[0]);
                 addBlock(brick, delta, m_blocks[0]);
             }
-        }
+        });
         return;
     }
     m_blocks.resize(std::max(m_blocks.size(), static_cast<std::size_t>(bricksPerRound * deltas)));
@@ -391,7 +416,7 @@ void BrickSystem::restrictValues(int index, LoopTeam & team, Make const & makeVa
 // values = (w + U)^-1 vector
 void BrickSystem::sweepUp(Vector const & vector, LoopTeam & team)
 {
-    clearSums();
+    clearSums(team);
     for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index) {
         Level & level = m_levels[static_cast<std::size_t>(index)];
         restrictValues(index, team, [&](int brick) {
@@ -443,7 +468,7 @@ void BrickSystem::downBrick(int index, int brick, Vector const & vector, bool wi
 
 BrickSystem::Vector BrickSystem::product(Vector const & vector, LoopTeam & team)
 {
-    clearSums();
+    clearSums(team);
     Vector result = emptyVector();
     for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index)
         restrictValues(index, team, [&](int brick) { expandBrick(index, brick, vector); });
@@ -497,7 +522,7 @@ BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, 
             std::exp2(2.5 * (depths - 1 - testIndex) - 4.0 * (depths - 1 - coarserIndex)));
     };
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        clearSums();
+        clearSums(team);
         Vector const & component = field[axis];
         float const * own[3] = {m_tables.ownMass(), m_tables.ownMass(), m_tables.ownMass()};
         own[axis] = m_tables.ownGradient();

@@ -41,6 +41,8 @@ public:
     /// \param kernel one-variable factor of the basis functions, the same on each axis
     BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
                 BrickPasses const & passes);
+    BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
+                BrickPasses const & passes, QzBackend::LoopTeam & team);
 
     /// Can the passes serve this kernel on nodes of so many depths? It must reach at most 1.5 cells, and the
     /// tables of more than 13 depths would become large.
@@ -86,10 +88,13 @@ private:
 
         int const * coarseBricksOf(int brick, int delta) const
         {
-            return coarseBricks.data() +
-                   (static_cast<std::size_t>(brick) * static_cast<std::size_t>(coarserDepths) +
+            return coarseBricks.data() + placeOf(brick, delta);
+        }
+        std::size_t placeOf(int brick, int delta) const // in `coarseBricks`
+        {
+            return (static_cast<std::size_t>(brick) * static_cast<std::size_t>(coarserDepths) +
                     static_cast<std::size_t>(delta - 1)) *
-                       8;
+                   8;
         }
     };
     // Where the coarse places of a brick lie.
@@ -100,6 +105,8 @@ private:
         int const * bricks; // under 4 x + 2 y + z
     };
 
+    void build(QzBackend::LoopTeam & team);
+    void buildBrick(Level & level, int brick) const;
     Vector emptyVector() const;
     CoarseFrame coarseFrame(int level, int brick, int delta) const;
     std::uint64_t rowsOf(CoarseFrame const & frame, Level const & coarse, int half) const;
@@ -117,7 +124,7 @@ private:
     void sweepUp(Vector const & vector, QzBackend::LoopTeam & team);
     void sweepDown(Vector const & vector, bool withOwn, Vector & result, QzBackend::LoopTeam & team);
     void downBrick(int level, int brick, Vector const & vector, bool withOwn, Vector & result);
-    void clearSums();
+    void clearSums(QzBackend::LoopTeam & team);
 
     BrickLattice const & m_lattice;
     BrickPasses const & m_passes;

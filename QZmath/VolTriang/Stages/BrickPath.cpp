@@ -189,8 +189,10 @@ void BrickPath::registerPhases(RunPhases & phases) const
 
 void BrickPath::prepare(StageContext const & context)
 {
-    m_lattice.emplace(context.octree);
-    m_system.emplace(*m_lattice, kernelFactor(*context.basis.getSamplePtr()), bestBrickPasses());
+    LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
+        m_lattice.emplace(context.octree, team);
+        m_system.emplace(*m_lattice, kernelFactor(*context.basis.getSamplePtr()), bestBrickPasses(), team);
+    });
 }
 
 void BrickPath::splat(StageContext const & context)
