@@ -196,7 +196,7 @@ public:
         std::vector<SpreadScratch> scratch(static_cast<std::size_t>(m_team.threads()));
         for (SpreadScratch & own : scratch) {
             own.reaches.resize(static_cast<std::size_t>(2 * m_reach));
-            for (std::vector<double> & factors : own.factors)
+            for (std::vector<Lanes> & factors : own.factors)
                 factors.resize(static_cast<std::size_t>(2 * m_reach));
         }
         std::vector<NodeCubes::Cube const *> cubes;
@@ -361,12 +361,22 @@ private:
         std::size_t end; // in the nodes
     };
 
+    // Samples that take their sums side by side, each in its own order.
+    static constexpr std::size_t lanes = 8;
+    struct Batch
+    {
+        std::size_t size = 0;
+        int samples[lanes];
+        Point points[lanes] = {};
+    };
+    using Lanes = std::array<double, lanes>;
+
     struct SpreadScratch
     {
         std::vector<Reaching> reaching;
         std::vector<ReachingRow> rows;
         std::vector<NodeReach> reaches;
-        std::vector<double> factors[3];
+        std::vector<Lanes> factors[3]; // by place along the axis
     };
 
     void spreadOverCube(NodeCubes::Cube const & cube, std::vector<float> & values,
@@ -406,31 +416,55 @@ private:
                 reach.high[axis] = support.getMax()[axis] * cellSize + reach.center[axis];
             }
         }
+        Batch batch;
         visitSamples(cube, [&](int sample, Point const & point) {
+            batch.samples[batch.size] = sample;
+            batch.points[batch.size] = point;
+            if (++batch.size == lanes) {
+                spreadOverBatch(batch, scale, normalization, values, scratch);
+                batch.size = 0;
+            }
+        });
+        if (batch.size > 0)
+            spreadOverBatch(batch, scale, normalization, values, scratch);
+    }
+
+    // Nodes that do not reach a sample add 0 to it.
+    void spreadOverBatch(Batch const & batch, double scale, double normalization, std::vector<float> & values,
+                         SpreadScratch & scratch) const
+    {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
             for (std::size_t n = 0; n < scratch.reaches.size(); ++n) {
                 NodeReach const & reach = scratch.reaches[n];
-                for (std::size_t axis = 0; axis < 3; ++axis) {
-                    bool const isReached = point[axis] >= reach.low[axis] && point[axis] <= reach.high[axis];
-                    scratch.factors[axis][n] =
-                        isReached
-                            ? m_evaluator.evalFactor(0, axis, (reach.center[axis] - point[axis]) * scale)
-                            : 0.0;
+                Lanes & factors = scratch.factors[axis][n];
+                for (std::size_t lane = 0; lane < batch.size; ++lane) {
+                    double const coord = batch.points[lane][axis];
+                    bool const isReached = coord >= reach.low[axis] && coord <= reach.high[axis];
+                    factors[lane] =
+                        isReached ? m_evaluator.evalFactor(0, axis, (reach.center[axis] - coord) * scale)
+                                  : 0.0;
                 }
             }
-            float value = values[static_cast<std::size_t>(sample)];
-            Reaching const * node = scratch.reaching.data();
-            for (ReachingRow const & row : scratch.rows) {
-                Reaching const * const end = scratch.reaching.data() + row.end;
-                double const ofRow = scratch.factors[0][row.x] * scratch.factors[1][row.y];
-                for (; ofRow != 0.0 && node != end; ++node) {
-                    double const kernel = ofRow * scratch.factors[2][node->z];
-                    if (kernel != 0.0)
-                        value += static_cast<float>(kernel * normalization * node->count);
-                }
-                node = end;
+        }
+        float sums[lanes];
+        for (std::size_t lane = 0; lane < lanes; ++lane)
+            sums[lane] = lane < batch.size ? values[static_cast<std::size_t>(batch.samples[lane])] : 0.0f;
+        Reaching const * node = scratch.reaching.data();
+        for (ReachingRow const & row : scratch.rows) {
+            Lanes const & alongX = scratch.factors[0][row.x];
+            Lanes const & alongY = scratch.factors[1][row.y];
+            double ofRow[lanes];
+            for (std::size_t lane = 0; lane < lanes; ++lane)
+                ofRow[lane] = alongX[lane] * alongY[lane];
+            for (Reaching const * const end = scratch.reaching.data() + row.end; node != end; ++node) {
+                Lanes const & alongZ = scratch.factors[2][node->z];
+                double const count = node->count;
+                for (std::size_t lane = 0; lane < lanes; ++lane)
+                    sums[lane] += static_cast<float>(ofRow[lane] * alongZ[lane] * normalization * count);
             }
-            values[static_cast<std::size_t>(sample)] = value;
-        });
+        }
+        for (std::size_t lane = 0; lane < batch.size; ++lane)
+            values[static_cast<std::size_t>(batch.samples[lane])] = sums[lane];
     }
 
     IInputSamples const & m_samples;
