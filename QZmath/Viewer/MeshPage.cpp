@@ -142,6 +142,7 @@ nlohmann::json description(MeshScene const & scene, SceneMesh const & mesh)
         {"step", mesh.scale / st_most},
         {"vertexCount", mesh.vertexCount()},
         {"triangleCount", mesh.triangleCount()},
+        {"isClosed", mesh.isClosed},
         {"hasColors", false},
         {"hasLight", true},
         {"density", nullptr},

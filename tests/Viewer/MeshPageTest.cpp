@@ -164,6 +164,11 @@ TEST(MeshPage, holdsTheMeshWithinItsSteps)
             ASSERT_NEAR(told, std::clamp(double(value), low, high), (high - low) / 500);
         }
     }
+    EXPECT_EQ(page.scene["isClosed"], true);
+    TriangleMesh open = mesh;
+    open.triangles.resize(mesh.triangles.size() - 3);
+    scene.mesh = &open;
+    EXPECT_EQ(ReadPage(meshPage(scene)).scene["isClosed"], false);
     EXPECT_EQ(page.scene["distance"]["low"], 0.0);
     EXPECT_EQ(page.scene["density"]["highIsMore"], true);
     for (std::size_t k = 0; k < 3; ++k)

@@ -177,8 +177,8 @@ class Page {
         link.click();
     }
 
-    togglePanel(isShown = document.body.classList.contains('wide')) {
-        document.body.classList.toggle('wide', !isShown);
+    togglePanel(isShown = document.body.classList.contains('no-panel')) {
+        document.body.classList.toggle('no-panel', !isShown);
         byId('toggle-panel').setAttribute('aria-expanded', isShown);
         this.fit();
     }

@@ -43,7 +43,7 @@ function decoded(count, size, id, decode) {
 
 /**
  * {title, subtitle, notes, report, origin, low, step, vertexCount, triangleCount,
- *  places: Uint16Array of 4 a vertex (x, y, z, normal), triangles: Uint32Array,
+ *  isClosed, places: Uint16Array of 4 a vertex (x, y, z, normal), triangles: Uint32Array,
  *  colors: Uint8Array of 4 a vertex or null, values: Uint8Array of 4 a vertex (density, distance, light) or null,
  *  density, distance: {low, high, lowIsLess, highIsMore, unit} or null, hasLight,
  *  samples: {count, of, low, step, places: Uint16Array of 4 each, colors or null} or null}

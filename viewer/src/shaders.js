@@ -46,9 +46,11 @@ uniform vec3 cutColor;
 uniform vec3 upInView;
 uniform vec3 skyLight;
 uniform vec3 groundLight;
+uniform float rim; // outlines brighter on a dark ground, darker on a light one
 uniform bool hasSky; // the third value tells how much of the sky is open
 uniform vec4 clipPlane; // of the numbers that places are given in
 uniform bool isCut;
+uniform bool isClosed;
 uniform sampler2D ramp;
 varying vec3 viewNormal;
 varying vec3 ownNormal;
@@ -68,8 +70,8 @@ void main() {
     vec3 toViewer = normalize(-viewPlace);
     vec3 facet = cross(dFdx(viewPlace), dFdy(viewPlace));
     // At a silhouette, triangles that turn away show by parts of a pixel; their normals hardly do. Normals that
-    // point away by a little are bent back; those of the inside, which a cut lays open, are turned.
-    bool isInside = !gl_FrontFacing && (isCut || dot(n, toViewer) < -0.15);
+    // point away by a little are bent back; those of the inside, which a border or a cut lays open, are turned.
+    bool isInside = !gl_FrontFacing && (isCut || (!isClosed && dot(n, toViewer) < -0.06));
     if (isInside)
         n = -n;
     float facing = dot(n, toViewer);
@@ -103,7 +105,8 @@ void main() {
     vec3 color = base * light;
     float gloss = pow(max(dot(n, normalize(keyFrom + toViewer)), 0.0), 42.0);
     float edge = pow(1.0 - max(dot(n, toViewer), 0.0), 3.5);
-    color += (isData ? 0.3 : 1.0) * open * (0.075 * gloss + 0.16 * edge * skyLight * base);
+    color += (isData ? 0.3 : 1.0) * open * 0.075 * gloss;
+    color *= 1.0 + (isData ? 0.5 : 1.0) * rim * edge;
     color = color / (1.0 + 0.16 * color * color);
 
     // A line of about two pixels along the cut.

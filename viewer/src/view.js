@@ -18,11 +18,13 @@ import * as shaders from './shaders.js';
 const looks = {
     light: {
         clay: [0.80, 0.77, 0.725], inside: [0.79, 0.47, 0.37], cut: [0.04, 0.42, 0.46], line: [0.08, 0.1, 0.13],
-        sample: [0.75, 0.16, 0.12], sky: [0.36, 0.385, 0.42], ground: [0.2, 0.185, 0.17],
+        sample: [0.75, 0.16, 0.12], sky: [0.36, 0.385, 0.42], ground: [0.17, 0.155, 0.14],
+        rim: -0.4,
     },
     dark: {
         clay: [0.74, 0.745, 0.75], inside: [0.78, 0.45, 0.35], cut: [0.4, 0.79, 0.81], line: [0.03, 0.04, 0.05],
         sample: [1.0, 0.52, 0.35], sky: [0.33, 0.36, 0.4], ground: [0.09, 0.085, 0.085],
+        rim: 0.35,
     },
 };
 
@@ -129,6 +131,7 @@ export class View {
                 ...clip, shading: { value: 0 }, clay: { value: new Color() }, insideColor: { value: new Color() },
                 cutColor: { value: new Color() }, upInView: { value: new Vector3(0, 1, 0) },
                 skyLight: { value: new Color() }, groundLight: { value: new Color() },
+                rim: { value: 0 }, isClosed: { value: this.data.isClosed },
                 hasSky: { value: this.data.hasLight }, ramp: { value: this.ramps.density },
             },
         });
@@ -223,6 +226,7 @@ export class View {
         uniforms.cutColor.value.setRGB(...look.cut);
         uniforms.skyLight.value.setRGB(...look.sky);
         uniforms.groundLight.value.setRGB(...look.ground);
+        uniforms.rim.value = look.rim;
         this.lineMaterial.uniforms.color.value.setRGB(...look.line);
         if (this.points)
             this.pointMaterial.uniforms.color.value.setRGB(...look.sample);

@@ -58,7 +58,7 @@ export async function pageOf({ positions, normals, triangles, values, colors, sa
     const scene = {
         title: 'Test', subtitle: `${triangles.length / 3} triangles`, notes: [], report: [], origin: [0, 0, 0],
         low: count > 0 ? low : [0, 0, 0], step, vertexCount: count, triangleCount: triangles.length / 3,
-        hasColors: Boolean(colors), hasLight: Boolean(values),
+        isClosed: false, hasColors: Boolean(colors), hasLight: Boolean(values),
         density: values ? { low: 10, high: 250, lowIsLess: true, highIsMore: true } : null,
         distance: values ? { low: 0, high: 0.02, lowIsLess: false, highIsMore: true } : null,
         samples: samples ? { count: samples.length / 3, of: samples.length / 3, hasColors: false,

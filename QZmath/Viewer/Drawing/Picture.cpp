@@ -267,7 +267,7 @@ private:
                 .unit();
         // Counter-clockwise seen from outside is clockwise with rows that go down. At a silhouette, triangles
         // that turn away show by parts of a pixel; their normals hardly do.
-        bool const isInside = area > 0 && dot(n, toViewer) < -0.15f;
+        bool const isInside = area > 0 && !m_mesh.isClosed && dot(n, toViewer) < -0.06f;
         if (isInside)
             n = -1 * n;
         float const facing = dot(n, toViewer);
@@ -292,8 +292,8 @@ private:
         float const gloss = std::pow(std::max(dot(n, (keyFrom + toViewer).unit()), 0.0f), 42.0f);
         float const edge = std::pow(1 - std::clamp(dot(n, toViewer), 0.0f, 1.0f), 3.5f);
         float const shine = (m_paint.isData ? 0.3f : 1.0f) * open;
-        Vec3 color = light * base + (shine * 0.075f * gloss) * Vec3{1, 1, 1} +
-                     (shine * 0.16f * edge) * (m_look.sky * base);
+        Vec3 color = light * base + (shine * 0.075f * gloss) * Vec3{1, 1, 1};
+        color = (1 + (m_paint.isData ? 0.5f : 1.0f) * m_look.rim * edge) * color;
         color = {color.x / (1 + 0.16f * color.x * color.x), color.y / (1 + 0.16f * color.y * color.y),
                  color.z / (1 + 0.16f * color.z * color.z)};
         return {m_display(color.x), m_display(color.y), m_display(color.z)};
@@ -325,6 +325,7 @@ Look Look::of(bool dark)
         look.text = hex(0xeceef1);
         look.sky = {0.33f, 0.36f, 0.4f};
         look.below = {0.09f, 0.085f, 0.085f};
+        look.rim = 0.35f;
         look.axes[0] = hex(0xf0857c);
         look.axes[1] = hex(0x86cf7f);
         look.axes[2] = hex(0x8db4f5);
@@ -335,7 +336,8 @@ Look Look::of(bool dark)
         look.inside = {0.79f, 0.47f, 0.37f};
         look.text = hex(0x23262b);
         look.sky = {0.36f, 0.385f, 0.42f};
-        look.below = {0.2f, 0.185f, 0.17f};
+        look.below = {0.17f, 0.155f, 0.14f};
+        look.rim = -0.4f;
         look.axes[0] = hex(0xc8453b);
         look.axes[1] = hex(0x3c8a3a);
         look.axes[2] = hex(0x3b6fc8);

@@ -14,6 +14,7 @@ namespace QZmath::Viewing
 struct Look
 {
     Vec3 ground, groundFar, clay, inside, text, sky, below;
+    float rim = 0; ///< how much brighter outlines are, or darker below 0
     Vec3 axes[3];
 
     static Look of(bool dark);

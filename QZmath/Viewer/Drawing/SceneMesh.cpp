@@ -107,6 +107,23 @@ void setNormals(TriangleMesh const & mesh, SceneMesh & result)
     }
 }
 
+// Each edge adds a number that follows from its ends, and takes it off when it runs the other way: so the sum
+// of a closed mesh is 0, and that of another one is so with a chance of 2^-64.
+bool isClosed(std::vector<std::uint32_t> const & triangles)
+{
+    std::uint64_t sum = 0;
+    for (std::size_t i = 0; i < triangles.size(); i += 3)
+        for (std::size_t k = 0; k < 3; ++k) {
+            std::uint32_t const from = triangles[i + k], to = triangles[i + (k + 1) % 3];
+            std::uint64_t number = std::uint64_t(std::min(from, to)) << 32 | std::max(from, to);
+            number = (number ^ number >> 30) * 0xbf58476d1ce4e5b9u; // splitmix64
+            number = (number ^ number >> 27) * 0x94d049bb133111ebu;
+            number ^= number >> 31;
+            sum += from < to ? number : 0 - number;
+        }
+    return sum == 0;
+}
+
 std::vector<std::uint32_t> simplified(std::vector<std::uint32_t> triangles, TriangleMesh const & mesh,
                                       std::size_t mostTriangles)
 {
@@ -155,6 +172,7 @@ SceneMesh sceneMesh(MeshScene const & scene, std::size_t mostTriangles)
     }
     placeInBox(mesh, result);
     setNormals(mesh, result);
+    result.isClosed = isClosed(result.triangles);
     return result;
 }
 

@@ -28,6 +28,8 @@ struct SceneMesh
     std::size_t leftOut = 0;         ///< triangles with places that are no numbers
     std::size_t trianglesBefore = 0; ///< those of the scene's mesh
 
+    bool isClosed = false; ///< each edge has as many triangles on one side as on the other
+
     std::size_t vertexCount() const { return places.size() / 3; }
     std::size_t triangleCount() const { return triangles.size() / 3; }
     bool isSimplified() const { return triangleCount() + leftOut < trianglesBefore; }
