@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 include(CMakePackageConfigHelpers)
 
-install(TARGETS QZsys QZmath QZmathFiles EXPORT QZmathTargets
+install(TARGETS QZsys QZmath QZmathFiles QZmathViewer EXPORT QZmathTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(EXPORT QZmathTargets NAMESPACE QZmath:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath COMPONENT development)
@@ -15,10 +15,11 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmathConfig.cmake" "${CMAKE_CURRENT_
 # Relative to the file itself, so that the installed tree may be moved.
 file(RELATIVE_PATH QZMATH_PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" QZMATH_PC_PREFIX "${QZMATH_PC_PREFIX}")
-foreach(package QZmath QZmathFiles)
+foreach(package QZmath QZmathFiles QZmathViewer)
     configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
 endforeach()
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QZmath.pc" "${CMAKE_CURRENT_BINARY_DIR}/QZmathFiles.pc"
+    "${CMAKE_CURRENT_BINARY_DIR}/QZmathViewer.pc"
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

@@ -14,11 +14,11 @@ run("${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" --config "$
 # Nothing private may have come along, and the files of the package must be where they are looked for.
 file(GLOB_RECURSE headers RELATIVE "${prefix}/include" "${prefix}/include/*")
 foreach(header IN LISTS headers)
-    if(header MATCHES "(Impl|Detail)\\.h$|/Backend/|/Files/.*/|\\.cpp$")
+    if(header MATCHES "(Impl|Detail)\\.h$|/Backend/|/(Files|Viewer)/.*/|\\.cpp$")
         message(FATAL_ERROR "private file installed: ${header}")
     endif()
 endforeach()
-foreach(file include/QZmath/QZmath.h include/QZmath/Files/Files.h include/QZsys/QZsys.h ${LIBDIR}/pkgconfig/QZmath.pc
+foreach(file include/QZmath/QZmath.h include/QZmath/Files/Files.h include/QZmath/Viewer/Viewer.h include/QZsys/QZsys.h ${LIBDIR}/pkgconfig/QZmath.pc
         ${LIBDIR}/cmake/QZmath/QZmathConfig.cmake)
     if(NOT EXISTS "${prefix}/${file}")
         message(FATAL_ERROR "not installed: ${file}")
@@ -36,6 +36,7 @@ run("${CMAKE_COMMAND}" -S "${CLIENT_DIR}" -B "${WORK_DIR}/client" -G "${GENERATO
 run("${CMAKE_COMMAND}" --build "${WORK_DIR}/client" --config "${CONFIGURATION}")
 run("${WORK_DIR}/client/client")
 run("${WORK_DIR}/client/files")
+run("${WORK_DIR}/client/viewer")
 file(RENAME "${moved}" "${prefix}")
 
 # Through pkg-config, and the older dynamic linker path.
@@ -53,4 +54,9 @@ separate_arguments(package_flags UNIX_COMMAND "${output}")
 run("${COMPILER}" -std=c++17 ${sanitizer_flags} "${CLIENT_DIR}/files.cpp" -o "${WORK_DIR}/pc-files" ${package_flags}
     "-Wl,-rpath,${prefix}/${LIBDIR}")
 run("${WORK_DIR}/pc-files")
+run("${PKG_CONFIG}" --cflags --libs QZmathViewer)
+separate_arguments(package_flags UNIX_COMMAND "${output}")
+run("${COMPILER}" -std=c++17 ${sanitizer_flags} "${CLIENT_DIR}/viewer.cpp" -o "${WORK_DIR}/pc-viewer" ${package_flags}
+    "-Wl,-rpath,${prefix}/${LIBDIR}")
+run("${WORK_DIR}/pc-viewer")
 message(STATUS "the installed package works")

@@ -83,6 +83,6 @@ export function lengthText(value, resolution) {
     const size = Math.abs(value);
     if (size === 0 || size < 0.5 * resolution)
         return '0';
-    const digits = Math.min(Math.max(Math.ceil(Math.log10(size / resolution)) + 1, 3), 9);
+    const digits = Math.min(Math.max(Math.ceil(Math.log10(size / resolution)), 3), 9);
     return size >= 1e7 || size < 1e-4 ? value.toExponential(digits - 1) : String(Number(value.toPrecision(digits)));
 }
