@@ -227,12 +227,13 @@ TEST_F(IncludeGraph, ForeignHeadersStayBehindTheBackend)
             if (include.ours || standard)
                 continue;
             // The operating system is the business of QZsys and of Files, which has libraries for formats
-            // too, as Viewer has for pages and pictures, but for the type of large file offsets; Boost.Math is headers of plain numbers; the
-            // processor's instructions belong to the compiler.
+            // too, as Viewer has for pages and pictures, but for the type of large file offsets; Boost.Math
+            // is headers of plain numbers; the processor's instructions belong to the compiler.
             bool const allowed =
-                !isHeader(path) && (room == "Backend" || room == "QZsys" || room == "Files" || room == "Viewer" ||
-                                    (room == "VolTriang" && include.target.rfind("boost/math/", 0) == 0) ||
-                                    include.target == "sys/types.h");
+                !isHeader(path) &&
+                (room == "Backend" || room == "QZsys" || room == "Files" || room == "Viewer" ||
+                 (room == "VolTriang" && include.target.rfind("boost/math/", 0) == 0) ||
+                 include.target == "sys/types.h");
             bool const isInstruction =
                 include.target == "immintrin.h" && (!isHeader(path) || isPrivateHeader(path));
             EXPECT_TRUE(allowed || isInstruction) << path << " includes " << include.target;
@@ -251,7 +252,7 @@ TEST_F(IncludeGraph, PublicHeadersNeedNoPrivateOnesAndStandInTheUmbrella)
         std::string const umbrella = room == "QZsys"    ? "QZsys/QZsys.h"
                                      : room == "Files"  ? "QZmath/Files/Files.h"
                                      : room == "Viewer" ? "QZmath/Viewer/Viewer.h"
-                                                       : "QZmath/QZmath.h";
+                                                        : "QZmath/QZmath.h";
         if (path != umbrella) {
             EXPECT_TRUE(files()[umbrella].includesFile(path)) << path << " is missing in " << umbrella;
         }
