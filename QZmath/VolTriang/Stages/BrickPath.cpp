@@ -8,6 +8,7 @@
 #include <QZmath/VolTriang/Stages/BrickedFunction.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/RunPhases.h>
+#include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/Stages/SampleSplat.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/Tree/NodeDepths.h>
@@ -78,7 +79,8 @@ public:
                std::vector<std::uint8_t> const * depths, int first, int deepest, Field & field)
         : m_context(context), m_level(level), m_depths(depths), m_first(first), m_deepest(deepest),
           m_finder(level), m_field(field), m_shift(context.octree.getLeafCellDepth() - level.depth),
-          m_edge(context.octree.getCellSize(level.depth))
+          m_edge(context.octree.getCellSize(level.depth)),
+          m_samplesEnd(context.octree.getSamplesEnd(context.octree.getCellsNumberOnDeepestLevel() - 1))
     {
         for (std::array<int, 3> const & brick : level.bricks) {
             if (m_columns.empty() || m_columns.back()[0] != brick[0] || m_columns.back()[1] != brick[1])
@@ -122,6 +124,16 @@ private:
         std::array<std::array<double, 3>, 8> sums = {};
         bool isAny = false;
         for (int const * it = octree.getSamplesBegin(position); it != octree.getSamplesEnd(position); ++it) {
+            // Samples of neighbouring cells may lie anywhere in memory.
+            if (m_samplesEnd - it > samplesAhead) {
+                int const later = it[samplesAhead];
+                __builtin_prefetch(m_context.samples.getSampleCoords3(later));
+                __builtin_prefetch(m_context.samples.getSampleNormal3(later));
+                if (m_context.density != nullptr)
+                    __builtin_prefetch(&m_context.density->weights[static_cast<std::size_t>(later)]);
+                if (m_depths != nullptr)
+                    __builtin_prefetch(&(*m_depths)[static_cast<std::size_t>(later)]);
+            }
             if (m_depths != nullptr &&
                 (*m_depths)[static_cast<std::size_t>(*it)] != static_cast<std::uint8_t>(m_level.depth))
                 continue;
@@ -155,6 +167,8 @@ private:
         }
     }
 
+    static int const samplesAhead = 8; // that are fetched while one is at hand
+
     StageContext const & m_context;
     BrickLevel const & m_level;
     std::vector<std::uint8_t> const * const m_depths;
@@ -164,6 +178,7 @@ private:
     Field & m_field; // by compact index
     int const m_shift;
     double const m_edge;
+    int const * const m_samplesEnd; // of the last cell
     std::vector<std::array<int, 2>> m_columns;
 };
 

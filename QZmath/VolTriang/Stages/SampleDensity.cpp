@@ -156,20 +156,18 @@ public:
         : m_samples(samples), m_octree(octree), m_basis(basis), m_depth(depth),
           m_nodes(octree.getNodeIndex(depth)), m_cubes(octree, depth, team), m_team(team),
           m_edge(octree.getCellSize(depth)), m_step(1 << (octree.getLeafCellDepth() - depth)),
-          m_doubt(roundingOf(octree)), m_counts(static_cast<std::size_t>(m_nodes.size()), 0.0),
+          m_doubt(roundingOf(octree)),
+          m_samplesEnd(octree.getSamplesEnd(octree.getCellsNumberOnDeepestLevel() - 1)),
+          m_counts(static_cast<std::size_t>(m_nodes.size()), 0.0),
           m_isDoubtful(static_cast<std::size_t>(m_nodes.size()))
     {}
 
     void count(double until)
     {
         std::vector<Tile> const tiles = makeTiles();
-        std::vector<std::vector<Point>> points(static_cast<std::size_t>(m_team.threads()));
-        m_team.forEachOnSlot(
+        m_team.forEach(
             static_cast<int>(tiles.size()),
-            [&](int slot, int tile) {
-                countTile(tiles[static_cast<std::size_t>(tile)], points[static_cast<std::size_t>(slot)]);
-            },
-            until);
+            [&](int tile) { countTile(tiles[static_cast<std::size_t>(tile)]); }, until);
         std::vector<int> doubtful;
         for (int position = 0; position < m_nodes.size(); ++position) {
             if (m_isDoubtful[static_cast<std::size_t>(position)].load(std::memory_order_relaxed) != 0)
@@ -222,6 +220,7 @@ private:
         int lowX, lowY; // up to lowX + tileEdge, lowY + tileEdge steps
     };
     static int const tileEdge = 8;
+    static int const samplesAhead = 12; // that are fetched while one is at hand
 
     // A number of nodes along each axis.
     CInt3 steps(int number) const { return CInt3(number * m_step, number * m_step, number * m_step); }
@@ -258,6 +257,9 @@ private:
         for (int n = cube.begin; n < cube.end; ++n) {
             int const cell = m_cubes.cells[static_cast<std::size_t>(n)];
             for (int const * it = m_octree.getSamplesBegin(cell); it != m_octree.getSamplesEnd(cell); ++it) {
+                // Samples of neighbouring cells may lie anywhere in memory.
+                if (m_samplesEnd - it > samplesAhead)
+                    __builtin_prefetch(m_samples.getSampleCoords3(it[samplesAhead]));
                 float const * coords = m_samples.getSampleCoords3(*it);
                 visit(*it, Point{coords[0], coords[1], coords[2]});
             }
@@ -265,7 +267,7 @@ private:
     }
 
     // The nodes of a tile add up the cubes around them by z, y and x, from above.
-    void countTile(Tile const & tile, std::vector<Point> & points)
+    void countTile(Tile const & tile)
     {
         int const edge = tileEdge * m_step;
         auto const isInRange = [&](int coord, int low) {
@@ -287,59 +289,56 @@ private:
             return a->place.y() != b->place.y() ? a->place.y() > b->place.y() : a->place.x() > b->place.x();
         });
         for (NodeCubes::Cube const * cube : cubes)
-            countCube(*cube, tile, points);
+            countCube(*cube, tile);
     }
 
-    void countCube(NodeCubes::Cube const & cube, Tile const & tile, std::vector<Point> & points)
+    // Adds `calcTrilinearWeight` of the samples to those corners that are in the tile.
+    void countCube(NodeCubes::Cube const & cube, Tile const & tile)
     {
-        Point low;
-        Point high;
-        m_octree.cellCoordsToReal(low.data(), cube.place);
-        m_octree.cellCoordsToReal(high.data(), cube.place + steps(1));
+        Point ends[2]; // of the cube, from below: as nodes
+        Point widths[2];
+        m_octree.cellCoordsToReal(ends[0].data(), cube.place);
+        m_octree.cellCoordsToReal(ends[1].data(), cube.place + steps(1));
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            widths[0][axis] = ends[0][axis] + m_edge - ends[0][axis];
+            widths[1][axis] = ends[1][axis] - (ends[1][axis] - m_edge);
+        }
+        int const edge = tileEdge * m_step;
+        std::size_t const none = m_counts.size();
+        std::array<std::size_t, 8> positions;
+        std::array<double, 8> sums = {};
+        for (unsigned corner = 0; corner < 8; ++corner) {
+            CInt3 const place = cube.place + CInt3(static_cast<int>(corner & 1) * m_step,
+                                                   static_cast<int>(corner >> 1 & 1) * m_step,
+                                                   static_cast<int>(corner >> 2 & 1) * m_step);
+            bool const isOwn = place.x() >= tile.lowX && place.x() < tile.lowX + edge &&
+                               place.y() >= tile.lowY && place.y() < tile.lowY + edge;
+            positions[corner] = isOwn ? static_cast<std::size_t>(m_nodes.find(place)) : none;
+            if (isOwn)
+                sums[corner] = m_counts[positions[corner]];
+        }
         bool isDoubtful = false;
-        points.clear();
         visitSamples(cube, [&](int, Point const & point) {
-            for (std::size_t axis = 0; axis < 3; ++axis)
-                isDoubtful =
-                    isDoubtful || !(point[axis] > low[axis] + m_doubt && point[axis] < high[axis] - m_doubt);
-            points.push_back(point);
+            double shares[3][2];
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                isDoubtful = isDoubtful || !(point[axis] > ends[0][axis] + m_doubt &&
+                                             point[axis] < ends[1][axis] - m_doubt);
+                for (std::size_t end = 0; end < 2; ++end)
+                    shares[axis][end] = trilinearShare(point[axis], ends[end][axis], widths[end][axis]);
+            }
+            for (std::size_t corner = 0; corner < 8; ++corner)
+                sums[corner] += shares[0][corner & 1] * shares[1][corner >> 1 & 1] * shares[2][corner >> 2];
         });
+        for (std::size_t corner = 0; corner < 8; ++corner) {
+            if (positions[corner] != none)
+                m_counts[positions[corner]] = sums[corner];
+        }
         if (isDoubtful) {
             // Rounding decides in which cubes a sample on a face counts.
             for (CLatticeBoxCursor it(&m_nodes, cube.place + steps(-1), cube.place + steps(2));
                  !it.isFinished(); it.next())
                 m_isDoubtful[static_cast<std::size_t>(it.position())].store(1, std::memory_order_relaxed);
         }
-        int const edge = tileEdge * m_step;
-        for (int corner = 0; corner < 8; ++corner) {
-            CInt3 const place = cube.place + CInt3((corner & 1) * m_step, (corner >> 1 & 1) * m_step,
-                                                   (corner >> 2 & 1) * m_step);
-            if (place.x() < tile.lowX || place.x() >= tile.lowX + edge || place.y() < tile.lowY ||
-                place.y() >= tile.lowY + edge)
-                continue;
-            std::size_t const position = static_cast<std::size_t>(m_nodes.find(place));
-            Point node;
-            Point width;
-            m_octree.cellCoordsToReal(node.data(), place);
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                bool const isBelow = (corner >> axis & 1) != 0;
-                width[axis] = isBelow ? node[axis] - (node[axis] - m_edge) : node[axis] + m_edge - node[axis];
-            }
-            m_counts[position] = addWeights(points, node, width, m_counts[position]);
-        }
-    }
-
-    // Adds `calcTrilinearWeight` of the points.
-    static double addWeights(std::vector<Point> const & points, Point const & node, Point const & width,
-                             double sum)
-    {
-        for (Point const & point : points) {
-            double weight = 1.0;
-            for (std::size_t axis = 0; axis < 3; ++axis)
-                weight *= trilinearShare(point[axis], node[axis], width[axis]);
-            sum += weight;
-        }
-        return sum;
     }
 
     // What a place along each axis reaches.
@@ -418,6 +417,7 @@ private:
         }
         Batch batch;
         visitSamples(cube, [&](int sample, Point const & point) {
+            __builtin_prefetch(&values[static_cast<std::size_t>(sample)], 1);
             batch.samples[batch.size] = sample;
             batch.points[batch.size] = point;
             if (++batch.size == lanes) {
@@ -439,10 +439,11 @@ private:
                 Lanes & factors = scratch.factors[axis][n];
                 for (std::size_t lane = 0; lane < batch.size; ++lane) {
                     double const coord = batch.points[lane][axis];
+                    // Chosen afterwards, since nobody foresees which it is.
+                    double const factor =
+                        m_evaluator.evalFactor(0, axis, (reach.center[axis] - coord) * scale);
                     bool const isReached = coord >= reach.low[axis] && coord <= reach.high[axis];
-                    factors[lane] =
-                        isReached ? m_evaluator.evalFactor(0, axis, (reach.center[axis] - coord) * scale)
-                                  : 0.0;
+                    factors[lane] = isReached ? factor : 0.0;
                 }
             }
         }
@@ -477,6 +478,7 @@ private:
     double const m_edge;
     int const m_step;
     double const m_doubt;
+    int const * const m_samplesEnd;                      // of the last cell
     std::vector<double> m_counts;                        // by position in `m_nodes`
     std::vector<std::atomic<std::uint8_t>> m_isDoubtful; // near samples that rounding may move across a face
     CKernelEvaluator<Kernel> const m_evaluator{*m_basis.getSamplePtr()};
