@@ -21,6 +21,7 @@ int const samplesPerChunk = 1 << 15;
 int const samplesPerPart = 1 << 10;
 int const mostParts = 1 << 12;
 int const candidatesPerPart = 8;
+std::size_t const samplesAhead = 16; // that are fetched while one is at hand
 // Parts are sorted some at a time, so that what they find is kept in few pieces.
 int const samplesPerTask = 1 << 15;
 
@@ -182,8 +183,13 @@ private:
     {
         int * const samples = m_result.samples.data();
         keys.clear();
-        for (std::size_t n = m_partsBegin[part]; n < m_partsBegin[part + 1]; ++n)
+        std::size_t const end = m_partsBegin[part + 1];
+        for (std::size_t n = m_partsBegin[part]; n < end; ++n) {
+            // The samples of a part lie all over memory.
+            if (n + samplesAhead < end)
+                __builtin_prefetch(m_samples.getSampleCoords3(samples[n + samplesAhead]));
             keys.push_back(keyOf(samples[n]));
+        }
         // Samples that coincide, or come cell by cell, are in order.
         if (!std::is_sorted(keys.begin(), keys.end()))
             std::sort(keys.begin(), keys.end());
