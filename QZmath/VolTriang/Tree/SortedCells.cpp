@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace VolTr
 {
@@ -94,19 +95,27 @@ private:
             keys.push_back(keyOf(static_cast<int>(n * m_count / candidates)));
         std::sort(keys.begin(), keys.end());
         for (std::size_t n = candidatesPerPart; n < keys.size(); n += candidatesPerPart) {
-            if (m_splitters.empty() || m_splitters.back().isBefore(keys[n]))
-                m_splitters.push_back(keys[n]);
+            // A cell with very many samples goes to several parts.
+            m_cutsCells = m_cutsCells || (!m_splitters.empty() && m_splitters.back().isAt(keys[n]));
+            m_splitters.push_back(keys[n]);
         }
     }
 
     // The number of splitters that are not behind a place. The halving has no branch to predict wrongly.
     std::size_t partOf(Key const & key) const
     {
+        return m_cutsCells ? partOf(key, [](Key const & a, Key const & b) { return a < b; })
+                           : partOf(key, [](Key const & a, Key const & b) { return a.isBefore(b); });
+    }
+
+    template <class IsBefore>
+    std::size_t partOf(Key const & key, IsBefore const & isBefore) const
+    {
         Key const * first = m_splitters.data();
         std::size_t length = m_splitters.size();
         while (length > 0) {
             std::size_t const half = length / 2;
-            bool const isBehind = key.isBefore(first[half]);
+            bool const isBehind = isBefore(key, first[half]);
             first = isBehind ? first : first + half + 1;
             length = isBehind ? half : length - half - 1;
         }
@@ -196,7 +205,8 @@ private:
         for (std::size_t n = 0; n < keys.size(); ++n) {
             std::size_t const place = m_partsBegin[part] + n;
             samples[place] = keys[n].sample;
-            if (n == 0 || !keys[n].isAt(keys[n - 1])) {
+            if (n == 0 ? task.places.empty() || task.places.back() != keys[n].place()
+                       : !keys[n].isAt(keys[n - 1])) {
                 task.places.push_back(keys[n].place());
                 task.begins.push_back(static_cast<int>(place));
             }
@@ -206,8 +216,16 @@ private:
     SortedCells collect()
     {
         std::vector<std::size_t> begins(1, 0);
-        for (Task const & task : m_tasks)
+        std::optional<CInt3> last;
+        for (Task & task : m_tasks) {
+            // The cell that a task ends with may go on in the next one.
+            if (last && !task.places.empty() && task.places.front() == *last) {
+                task.places.erase(task.places.begin());
+                task.begins.erase(task.begins.begin());
+            }
+            last = task.places.empty() ? last : task.places.back();
             begins.push_back(begins.back() + task.places.size());
+        }
         m_result.places.resize(begins.back());
         m_result.samplesBegin.resize(begins.back() + 1);
         m_result.samplesBegin.back() = m_count;
@@ -226,6 +244,7 @@ private:
     LoopTeam & m_team;
     int const m_count;
     std::vector<Key> m_splitters; // ascending; part n holds what lies from splitter n - 1 up to n
+    bool m_cutsCells = false;     // are there splitters of one place, which samples part
     std::vector<std::size_t> m_partsBegin;
     std::vector<Task> m_tasks;
     std::vector<std::vector<Key>> m_keys; // by slot
