@@ -255,6 +255,26 @@ TEST(Octree, DegenerateClouds)
     EXPECT_EQ(COctree(&huge, 6, nullptr, true, -1).getCellsNumberOnDeepestLevel(), 2);
 }
 
+// Two cells hold more samples than are sorted together.
+TEST(Octree, CrowdedCellsHoldAllTheirSamplesInOrder)
+{
+    PointCloudSamples samples = boxCloud(5, 3000);
+    for (int n = 0; n < 40000; ++n)
+        samples.add({n % 3 == 0 ? 0.3f : 0.6f, 0.4f, 0.5f}, {0.0f, 0.0f, 1.0f});
+    COctree const octree(&samples, 5, nullptr, true, -1);
+    ReferenceTree const reference(samples, octree);
+    ASSERT_EQ(octree.getCellIndex().size(), static_cast<int>(reference.cellIndexes.size()));
+    for (int position = 0; position < octree.getCellIndex().size(); ++position) {
+        std::vector<int> expected;
+        auto const range =
+            reference.cellSamples.equal_range(octree.getCellOffset(octree.getCellIndex().payload(position)));
+        std::for_each(range.first, range.second,
+                      [&](auto const & entry) { expected.push_back(entry.second); });
+        EXPECT_EQ(std::vector<int>(octree.getSamplesBegin(position), octree.getSamplesEnd(position)),
+                  expected);
+    }
+}
+
 TEST(Octree, QueriesOutsideTheTreeAndNaNYieldNothing)
 {
     PointCloudSamples const samples = boxCloud(2, 200);
