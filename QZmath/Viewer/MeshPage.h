@@ -32,7 +32,7 @@ struct PageOptions
 /// O(n log n), memory about 150 bytes a triangle beside the mesh; on all threads of
 /// `CVescaThreadingTasksHelper`. The same scene gives the same bytes for any number of them.
 ///
-/// \throws InputError the mesh is missing, or its arrays do not fit together
+/// \throws InputError the mesh is missing, its arrays do not fit together, or its origin is not finite
 /// \throws CUserIntrException by the progress counter, which may be null
 QZMATH_VIEWER_API std::string meshPage(MeshScene const & scene, PageOptions const & options = {},
                                        CProgressCounter * progress = nullptr);

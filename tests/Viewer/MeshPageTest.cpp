@@ -257,6 +257,7 @@ TEST(MeshPage, arraysThatDoNotFitAreRefused)
         [](TriangleMesh & mesh) { mesh.density.pop_back(); },
         [](TriangleMesh & mesh) { mesh.triangles.pop_back(); },
         [](TriangleMesh & mesh) { mesh.triangles[7] = -1; },
+        [](TriangleMesh & mesh) { mesh.origin[1] = std::numeric_limits<double>::quiet_NaN(); },
         [](TriangleMesh & mesh) { mesh.triangles[7] = static_cast<std::int32_t>(mesh.vertexCount()); },
     };
     for (auto const & spoil : faults) {

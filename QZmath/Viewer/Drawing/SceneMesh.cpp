@@ -30,6 +30,9 @@ void check(MeshScene const & scene)
                             (scene.distances == nullptr || fits(scene.distances->size(), vertices));
     if (!areFitting || vertices > std::size_t(std::numeric_limits<std::int32_t>::max()))
         throw InputError("the arrays of the mesh do not fit together");
+    if (!std::all_of(mesh.origin.begin(), mesh.origin.end(),
+                     [](double value) { return std::isfinite(value); }))
+        throw InputError("the origin of the mesh is no finite place");
     for (std::int32_t const corner : mesh.triangles)
         if (corner < 0 || static_cast<std::size_t>(corner) >= vertices)
             throw InputError("the mesh has a triangle with a vertex that there is not");
