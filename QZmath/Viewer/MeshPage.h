@@ -28,8 +28,8 @@ struct PageOptions
 /// corners that are no finite numbers are left out, with a note. Places so far out that the mesh's origin and
 /// these steps cannot tell them apart in `double` make the page's coordinates as inexact.
 ///
-/// About 7 bytes a triangle before the text encoding, which adds a third, and 0.6 MB for the viewer. Time
-/// O(n log n), memory about 150 bytes a triangle beside the mesh; on all threads of
+/// Some 5 bytes a triangle, 7 with colours, before the text encoding, which adds a third, and 0.6 MB for the
+/// viewer. Time O(n log n), memory a small multiple of the mesh's and 32 MB; on all threads of
 /// `CVescaThreadingTasksHelper`. The same scene gives the same bytes for any number of them.
 ///
 /// \throws InputError the mesh is missing, its arrays do not fit together, or its origin is not finite
