@@ -24,9 +24,9 @@ struct PageOptions
 /// A page that shows the scene in a browser: complete in itself, with nothing loaded from anywhere.
 ///
 /// Places are rounded to 1/65535 of the longest side of the mesh; normals, colours, densities and distances
-/// to 8 bits, the last two between their 1st and 99th percentile, which the page tells. Triangles with
-/// corners that are no finite numbers are left out, with a note. Places so far out that the mesh's origin and
-/// these steps cannot tell them apart in `double` make the page's coordinates as inexact.
+/// to 8 bits, densities from their 1st to their 99th percentile and distances from 0, which the page tells.
+/// Triangles with corners that are no finite numbers are left out, with a note. Places so far out that the
+/// mesh's origin and these steps cannot tell them apart in `double` make the page's coordinates as inexact.
 ///
 /// Some 5 bytes a triangle, 7 with colours, before the text encoding, which adds a third, and 0.6 MB for the
 /// viewer. Time O(n log n), memory a small multiple of the mesh's and 32 MB; on all threads of
