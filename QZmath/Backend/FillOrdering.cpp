@@ -4,7 +4,8 @@
 #include <QZmath/Backend/EliminationTree.h>
 #include <QZmath/Backend/MinimumDegree.h>
 #include <QZmath/Backend/NestedDissection.h>
-#include <QZmath/Backend/UninitializedArray.h>
+#include <QZmath/Backend/Place.h>
+#include <QZmath/Backend/RawArray.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -54,7 +55,7 @@ double preparationTime(double neighbours)
 struct Adjacency
 {
     std::vector<std::int64_t> begin;
-    UninitializedArray<int> neighbours;
+    RawArray<int> neighbours;
 
     int size() const { return int(begin.size()) - 1; }
     std::int64_t degree(int row) const { return begin[std::size_t(row) + 1] - begin[std::size_t(row)]; }
@@ -88,7 +89,7 @@ Adjacency adjacencyOf(SparsePattern const & pattern, CProgressCounter * progress
     double const neighbours = double(begin[size]);
     double const end =
         neighbours * adjacencyTime / std::max(1.0, expectedOrderingTime(pattern.size, neighbours));
-    result.neighbours.allocate(begin[size], [&] { report(progress, 0.0); });
+    result.neighbours = touchedArray<int>(at(begin[size]), [&] { report(progress, 0.0); });
     std::vector<std::int64_t> place(begin.begin(), begin.end() - 1);
     for (int row = 0; row < pattern.size; ++row) {
         if (row % 16 == 0)

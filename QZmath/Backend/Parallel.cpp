@@ -215,7 +215,7 @@ public:
     }
 
 private:
-    static int const mostIndices = 64;
+    static constexpr int mostIndices = 64;
 
     int m_indices = 1;
     long m_last = coarseMilliseconds();

@@ -27,4 +27,20 @@ private:
     std::size_t m_size = 0;
 };
 
+/// An array each page of which has been written to, with `report` called every few milliseconds: for
+/// scattered writing afterwards, where each first touch of a page would take its time without a report in
+/// between. Throws what `report` throws, and `std::bad_alloc`.
+template <class Value, class Report>
+RawArray<Value> touchedArray(std::size_t count, Report const & report)
+{
+    RawArray<Value> array(count);
+    std::size_t const page = 4096 / sizeof(Value), reportedPages = 1024;
+    for (std::size_t place = 0; place < count; place += page) {
+        if (place % (page * reportedPages) == 0)
+            report();
+        array[place] = Value();
+    }
+    return array;
+}
+
 } // namespace QzBackend

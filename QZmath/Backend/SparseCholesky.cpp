@@ -5,9 +5,9 @@
 #include <QZmath/Backend/FillOrdering.h>
 #include <QZmath/Backend/Lapack.h>
 #include <QZmath/Backend/Place.h>
+#include <QZmath/Backend/RawArray.h>
 #include <QZmath/Backend/SupernodalStructure.h>
 #include <QZmath/Backend/TreeTasks.h>
-#include <QZmath/Backend/UninitializedArray.h>
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
@@ -70,7 +70,7 @@ struct CSparseCholesky::Body
     // The elements of each row's column whose row is eliminated later than the column's own: they stand in
     // other rows of the upper triangle.
     std::vector<std::int64_t> columnBegin;
-    UninitializedArray<int> columnPosition, columnRow;
+    RawArray<int> columnPosition, columnRow;
     std::unique_ptr<double[]> elements; // of the factor; not initialised before they are computed
     bool isFactored = false;
 
@@ -341,8 +341,8 @@ void CSparseCholesky::Body::transposeReversed(CProgressCounter * progress, doubl
         if (progress)
             progress->SetPosFloat(begin + (end - begin) * 0.4);
     };
-    columnPosition.allocate(columnBegin.back(), report);
-    columnRow.allocate(columnBegin.back(), report);
+    columnPosition = touchedArray<int>(at(columnBegin.back()), report);
+    columnRow = touchedArray<int>(at(columnBegin.back()), report);
     std::vector<std::int64_t> next(columnBegin.begin(), columnBegin.end() - 1);
     visitReversed(0.4, 1.0, [&](int upper, int other, int place) {
         std::size_t const slot = at(next[at(other)]++);

@@ -6,7 +6,7 @@
 #include <QZmath/Backend/FillOrdering.h>
 #include <QZmath/Backend/Lapack.h>
 #include <QZmath/Backend/Place.h>
-#include <QZmath/Backend/UninitializedArray.h>
+#include <QZmath/Backend/RawArray.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -236,8 +236,7 @@ std::vector<int> CSparseLu::Body::columnOrder(CProgressCounter * progress) const
         ++pairsBegin[at(left) + 1];
     });
     std::partial_sum(pairsBegin.begin(), pairsBegin.end(), pairsBegin.begin());
-    UninitializedArray<int> others;
-    others.allocate(pairsBegin.back(), [&] {
+    RawArray<int> others = touchedArray<int>(at(pairsBegin.back()), [&] {
         if (progress)
             progress->SetPosFloat(0.06);
     });

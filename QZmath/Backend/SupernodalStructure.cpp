@@ -3,7 +3,7 @@
 
 #include <QZmath/Backend/EliminationTree.h>
 #include <QZmath/Backend/Place.h>
-#include <QZmath/Backend/UninitializedArray.h>
+#include <QZmath/Backend/RawArray.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
@@ -29,7 +29,7 @@ constexpr MergeRule mergeRules[] = {{4, 2.0}, {16, 0.8}, {48, 0.1}, {std::numeri
 struct Lists
 {
     std::vector<std::int64_t> begin;
-    UninitializedArray<int> members;
+    RawArray<int> members;
 
     template <class Visit>
     void visit(int list, Visit const & call) const
@@ -87,7 +87,7 @@ Lists Analysis::earlierRows() const
     };
     visit(0.0, 0.1, [&](int, int late) { ++earlier.begin[at(late) + 1]; });
     std::partial_sum(earlier.begin.begin(), earlier.begin.end(), earlier.begin.begin());
-    earlier.members.allocate(earlier.begin.back(), [&] { report(0, 0.1, 0.1); });
+    earlier.members = touchedArray<int>(at(earlier.begin.back()), [&] { report(0, 0.1, 0.1); });
     std::vector<std::int64_t> place(earlier.begin.begin(), earlier.begin.end() - 1);
     visit(0.1, 0.35, [&](int early, int late) { earlier.members[at(place[at(late)]++)] = early; });
     return earlier;
@@ -102,7 +102,7 @@ Lists Analysis::laterRows(Lists const & earlier) const
         earlier.visit(row, [&](int other) { ++later.begin[at(other) + 1]; });
     }
     std::partial_sum(later.begin.begin(), later.begin.end(), later.begin.begin());
-    later.members.allocate(earlier.members.size(), [&] { report(0, 0.55, 0.55); });
+    later.members = touchedArray<int>(earlier.members.size(), [&] { report(0, 0.55, 0.55); });
     std::vector<std::int64_t> place(later.begin.begin(), later.begin.end() - 1);
     for (int row = 0; row < m_size; ++row) {
         report(row, 0.55, 0.7);

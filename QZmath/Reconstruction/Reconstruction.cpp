@@ -9,8 +9,8 @@
 
 #include <QZmath/Backend/FreeMemory.h>
 #include <QZmath/SurfaceAnalysis/CloudMeasures.h>
+#include <QZmath/VolTriang/MeshStoreDetail.h>
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
-#include <QZmath/VolTriang/Stages/MeshStore.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>

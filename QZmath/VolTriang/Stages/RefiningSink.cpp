@@ -2,8 +2,8 @@
 #include <QZmath/VolTriang/Stages/RefiningSink.h>
 
 #include <QZmath/Backend/Parallel.h>
+#include <QZmath/VolTriang/MeshStoreDetail.h>
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
-#include <QZmath/VolTriang/Stages/MeshStore.h>
 #include <QZmath/VolTriang/Stages/SampleSurface.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
