@@ -230,11 +230,13 @@ ReconstructionEstimate Call::estimateCore(VolTr::CVolTriangulationParams const &
     double const area = samples * m_measures.spacing * m_measures.spacing;
     double const cube = 2.0 * m_cells.leaf / static_cast<double>(params.getReconstructFactor());
     double const triangles = std::max(core.triangles, 9.0 * area / (cube * cube));
-    // A triangle: itself and half a vertex with all that it can have, in arrays that grow by doubling; and
-    // what the stages behind the core keep of each.
+    // A triangle: itself and half a vertex with all that it can have, in arrays that grow by doubling unless
+    // the core, which counts it with the refinement, writes there itself; and what the stages behind the core
+    // keep of each.
     double const mesh = (12.0 + 0.5 * 31.0) * triangles;
     double const behind = 75.0 * triangles + 40.0 * samples;
-    double const extraction = core.peakBytes() + 32.0 * (triangles - core.triangles) + 1.5 * mesh;
+    double const extraction =
+        core.peakBytes() + 32.0 * (triangles - core.triangles) + (params.getRefine() ? 0.3 : 1.5) * mesh;
     double const before = (m_cloud.normals() != nullptr ? 40.0 : 190.0) * samples;
     double const copies = 24.0 * samples;
     ReconstructionEstimate estimate;

@@ -197,8 +197,11 @@ double acceleratedBytes(Counts const & counts, CVolTriangulationParams const & p
     double const blocks = isShared ? 64.0 * sizeof(CoarseBlock) * std::max(counts.depths - 1, 0) : 0.0;
     double const solving = counts.brickBytes - 2048 * counts.deepestBricks + (4 + 44) * counts.nodes + blocks;
     // Rows of the function, with those that repeat a neighbour's; then bricks of the surface with their
-    // values, crossed edges and vertices.
-    double const extracting = withRefinement(2850 * counts.bricks + 12.5 * countTriangles(counts, params),
+    // values, crossed edges and vertices; and what is handed over at a time, four triangles for each of the
+    // cubes.
+    double const triangles = countTriangles(counts, params);
+    double const handedOver = params.getRefine() ? 0.0 : 45 * std::min(triangles, 4.0 * 8192);
+    double const extracting = withRefinement(2850 * counts.bricks + 12.5 * triangles + handedOver,
                                              2600 * counts.bricks, counts, params);
     return kept + std::max(solving, extracting);
 }

@@ -47,7 +47,7 @@ double const edgeParts = 1 << 30;
 std::uint64_t const allPlaces = ~UINT64_C(0);
 
 // Cubes that wait, and those of them whose triangles are made together.
-std::size_t const mostVisited = 1 << 14;
+std::size_t const mostVisited = 1 << 13;
 int const cubesPerPart = 64;
 static_assert(cubesPerPart * 12 <= TriangleRun::mostInPart); // two triangles in each of six tetrahedra
 

@@ -66,7 +66,7 @@ void MeshSink::addRun(TriangleRun const & run)
 {
     handOver();
     m_positions.resize(3 * static_cast<std::size_t>(run.vertices()));
-    m_normals.assign(m_positions.size(), 0.0);
+    m_normals.resize(m_withNormals ? m_positions.size() : 0);
     m_triangles.resize(static_cast<std::size_t>(run.triangles()));
     int const vertexTasks = (run.vertices() + verticesPerTask - 1) / verticesPerTask;
     QzBackend::LoopTeam::run(m_context.threads, m_context.progress, [&](QzBackend::LoopTeam & team) {
@@ -89,7 +89,7 @@ void MeshSink::addRun(TriangleRun const & run)
 
 void MeshSink::handOver()
 {
-    m_normals.assign(m_positions.size(), 0.0);
+    m_normals.resize(m_withNormals ? m_positions.size() : 0);
     findNormals(0, batchVertices(), 0);
     passOn();
 }
@@ -126,9 +126,10 @@ void MeshSink::passOn()
 
 void MeshSink::passVertices(int end)
 {
+    double const none[3] = {0, 0, 0};
     for (; m_vertexCount < end; ++m_vertexCount) {
         std::size_t const first = 3 * static_cast<std::size_t>(m_vertexCount - m_batchBegin);
-        m_target.addNewVertex(m_vertexCount, &m_positions[first], &m_normals[first]);
+        m_target.addNewVertex(m_vertexCount, &m_positions[first], m_withNormals ? &m_normals[first] : none);
     }
 }
 
