@@ -37,8 +37,7 @@ struct StillOptions
 /// out; without any triangle the picture is empty ground.
 ///
 /// \throws InputError the mesh is missing, its arrays do not fit together, its origin is not finite, or an
-/// option is out of its range, or
-///         names what the scene does not have
+/// option is out of its range or names what the scene does not have
 /// \throws CUserIntrException by the progress counter, which may be null
 QZMATH_VIEWER_API std::string meshStill(MeshScene const & scene, StillOptions const & options = {},
                                         CProgressCounter * progress = nullptr);
