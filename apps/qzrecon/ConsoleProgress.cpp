@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -27,7 +29,10 @@ std::size_t terminalWidth()
 
 ConsoleProgress::Display ConsoleProgress::fittingDisplay()
 {
-    return isatty(STDERR_FILENO) ? Display::bar : Display::lines;
+    // A bar is drawn over itself, which not every terminal can.
+    char const * const terminal = std::getenv("TERM");
+    bool const canErase = terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+    return canErase && isatty(STDERR_FILENO) ? Display::bar : Display::lines;
 }
 
 ConsoleProgress::ConsoleProgress(Display display) : m_display(display)
