@@ -2,7 +2,7 @@
 """Triangle meshes and point clouds."""
 from __future__ import annotations
 
-import base64
+import html
 import os
 from dataclasses import dataclass
 from typing import Any, Union
@@ -13,6 +13,9 @@ import numpy.typing as npt
 from . import _checks, _picture, _qzmath
 from ._progress import Progress, shown
 from ._report import Report
+
+# A mesh of more is simplified for a notebook, which keeps the page of each output.
+_NOTEBOOK_TRIANGLES = 100000
 
 PathLike = Union[str, "os.PathLike[str]"]
 
@@ -109,7 +112,8 @@ class Mesh:
 
     def save(self, path: PathLike, progress: Progress = None) -> None:
         """
-        Write the mesh to a file, whose ending says how: .ply, .obj, .stl, .gltf or .glb.
+        Write the mesh to a file, whose ending says how: .ply, .obj, .stl, .gltf or .glb; .html for a page that shows it
+        in any browser, .png for a picture.
 
         The file appears under its name when it is complete. Coordinates are rounded to float32, relative to `origin`
         where the format has a place for one; see the page on files.
@@ -130,10 +134,8 @@ class Mesh:
         <qzmath.Mesh: 3 vertices, 1 triangle>
         """
         self._check()
-        local = (self.vertices - self.origin).astype(np.float32)
         with shown(progress) as callback:
-            _qzmath.write_mesh(path_text(path), [float(coord) for coord in self.origin], local, self.triangles,
-                               self.normals, self.colors, self.density, callback)
+            _qzmath.write_mesh(path_text(path), *self._arrays(), callback)
 
     def render(self, size: int = 480, view: tuple[float, float] = (-60.0, 25.0)) -> npt.NDArray[np.uint8]:
         """
@@ -162,6 +164,12 @@ class Mesh:
         return _picture.render(self.vertices, self.triangles, self.colors, (float(angles[0]), float(angles[1])),
                                _checks.integer(size, "size", 16, 4096))
 
+    def _arrays(self) -> tuple[list[float], Any, Any, Any, Any, Any]:
+        """What the extension takes a mesh by."""
+        local = (self.vertices - self.origin).astype(np.float32)
+        return ([float(coord) for coord in self.origin], local, self.triangles, self.normals, self.colors,
+                self.density)
+
     def _what(self) -> str:
         def counted(number: int, singular: str, plural: str) -> str:
             return f"{number} {singular if number == 1 else plural}"
@@ -179,10 +187,9 @@ class Mesh:
 
     def _repr_html_(self) -> str:
         self._check()
-        image = _picture.render(self.vertices, self.triangles, self.colors, size=320, supersampling=1)
-        picture = base64.b64encode(_picture.png(image)).decode("ascii")
-        return (f'<figure style="margin:0"><img width="320" height="320" alt="{self._what()}" '
-                f'src="data:image/png;base64,{picture}"><figcaption>{self._what()}</figcaption></figure>')
+        page = html.escape(_qzmath.mesh_page(self._what(), _NOTEBOOK_TRIANGLES, *self._arrays()))
+        return (f'<iframe srcdoc="{page}" title="{self._what()}" style="border:0;width:100%;height:520px">'
+                f'{self._what()}</iframe>')
 
 
 def _origin_of(vertices: npt.NDArray[np.float64]) -> npt.NDArray[np.float64]:

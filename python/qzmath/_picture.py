@@ -2,8 +2,6 @@
 """Still pictures of meshes, for notebooks and pages. Needs numpy only."""
 from __future__ import annotations
 
-import struct
-import zlib
 from typing import Any
 
 import numpy as np
@@ -77,15 +75,3 @@ def render(
             image[place[front]] = tint[owner[front]]
     shape = (size, supersampling, size, supersampling, 3)
     return np.asarray(image.reshape(shape).mean((1, 3)).astype(np.uint8))
-
-
-def png(image: npt.NDArray[np.uint8]) -> bytes:
-    """The bytes of a PNG file of a picture of (height, width, 3) bytes."""
-    def chunk(kind: bytes, data: bytes) -> bytes:
-        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-
-    height, width, _ = image.shape
-    # Each row begins with the number of its filter, 0 for none.
-    rows = np.concatenate([np.zeros((height, 1), np.uint8), image.reshape(height, 3 * width)], 1)
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows.tobytes(), 9)) + chunk(b"IEND", b""))

@@ -5,10 +5,12 @@
 #include <python/src/Subsystems.h>
 
 #include <QZmath/Files/Files.h>
+#include <QZmath/Viewer/Viewer.h>
 
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace qz_python
 {
@@ -57,9 +59,9 @@ py::dict readMesh(std::string const & path, py::object const & callback)
     return arraysOf(std::move(mesh));
 }
 
-void writeMesh(std::string const & path, std::array<double, 3> const & origin, py::array const & positions,
-               py::array const & triangles, py::object const & normals, py::object const & colors,
-               py::object const & density, py::object const & callback)
+QZmath::TriangleMesh meshOf(std::array<double, 3> const & origin, py::array const & positions,
+                            py::array const & triangles, py::object const & normals,
+                            py::object const & colors, py::object const & density)
 {
     QZmath::TriangleMesh mesh;
     mesh.origin = origin;
@@ -71,8 +73,57 @@ void writeMesh(std::string const & path, std::array<double, 3> const & origin, p
     mesh.normals = valuesOf<float>(normals, "normals", vertices, 3);
     mesh.colors = valuesOf<std::uint8_t>(colors, "colors", vertices, 3);
     mesh.density = valuesOf<float>(density, "density", vertices, 0);
-    CallProgress(callback).run(0,
-                               [&](CProgressCounter & counter) { QZmath::writeMesh(mesh, path, &counter); });
+    return mesh;
+}
+
+bool endsWith(std::string const & text, char const * ending)
+{
+    std::string last = text.substr(text.size() - std::min(text.size(), std::strlen(ending)));
+    std::transform(last.begin(), last.end(), last.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    return last == ending;
+}
+
+QZmath::MeshScene sceneOf(QZmath::TriangleMesh const & mesh, std::string const & title)
+{
+    QZmath::MeshScene scene;
+    scene.mesh = &mesh;
+    scene.title = title;
+    return scene;
+}
+
+void writeMesh(std::string const & path, std::array<double, 3> const & origin, py::array const & positions,
+               py::array const & triangles, py::object const & normals, py::object const & colors,
+               py::object const & density, py::object const & callback)
+{
+    QZmath::TriangleMesh const mesh = meshOf(origin, positions, triangles, normals, colors, density);
+    std::string const name = path.substr(path.rfind('/') + 1);
+    CallProgress(callback).run(0, [&](CProgressCounter & counter) {
+        if (!endsWith(path, ".html") && !endsWith(path, ".png")) {
+            QZmath::writeMesh(mesh, path, &counter);
+            return;
+        }
+        QZmath::PendingFiles files;
+        if (endsWith(path, ".html"))
+            QZmath::writeMeshPage(sceneOf(mesh, name), path, files, {}, &counter);
+        else
+            QZmath::writeMeshStill(sceneOf(mesh, name), path, files, {}, &counter);
+        files.commit();
+    });
+}
+
+py::str meshPage(std::string const & title, std::size_t mostTriangles, std::array<double, 3> const & origin,
+                 py::array const & positions, py::array const & triangles, py::object const & normals,
+                 py::object const & colors, py::object const & density)
+{
+    QZmath::TriangleMesh const mesh = meshOf(origin, positions, triangles, normals, colors, density);
+    QZmath::PageOptions options;
+    options.mostTriangles = mostTriangles;
+    std::string page;
+    CallProgress(py::none()).run(0, [&](CProgressCounter & counter) {
+        page = QZmath::meshPage(sceneOf(mesh, title), options, &counter);
+    });
+    return py::str(page);
 }
 
 } // namespace
@@ -95,6 +146,9 @@ void bindFiles(py::module_ & module)
     module.def("write_mesh", &writeMesh, py::arg("path"), py::arg("origin"), py::arg("positions"),
                py::arg("triangles"), py::arg("normals"), py::arg("colors"), py::arg("density"),
                py::arg("callback"));
+    module.def("mesh_page", &meshPage, py::arg("title"), py::arg("most_triangles"), py::arg("origin"),
+               py::arg("positions"), py::arg("triangles"), py::arg("normals"), py::arg("colors"),
+               py::arg("density"));
 }
 
 } // namespace qz_python

@@ -41,6 +41,15 @@ def test_meshes_come_back(tmp_path, rng, ending, offset):
     assert ending in ("stl", "obj") or back.colors is not None
 
 
+def test_pages_and_pictures_show_the_mesh(tmp_path, rng):
+    mesh = qzmath.Mesh(rng.normal(size=(40, 3)), rng.permutation(39).reshape(13, 3) + 1)
+    for ending in ("html", "PNG"):
+        mesh.save(tmp_path / f"<i>.{ending}")
+    page = (tmp_path / "<i>.html").read_text()
+    assert page.lower().startswith("<!doctype html>") and "13 triangles" in page and "<i>" not in page
+    assert (tmp_path / "<i>.PNG").read_bytes().startswith(b"\x89PNG")
+
+
 @pytest.mark.parametrize("call, error, words", [
     (lambda d: qzmath.read_points(d / "none.ply"), FileNotFoundError, "none.ply"),
     (lambda d: qzmath.read_mesh(d), IsADirectoryError, ""),
@@ -55,7 +64,7 @@ def test_meshes_come_back(tmp_path, rng, ending, offset):
     (lambda d: qzmath.write_points(d / "x.ply", [[0, 0, 0]], normals=[[0, 0]]), ValueError, "normals"),
     (lambda d: qzmath.Mesh([[0, 0, 0]], [[0, 0, 1]]), ValueError, "from 0 to 0, but one is 1"),
     (lambda d: qzmath.Mesh([[0, 0, 0]], [[0, 0, 0.5]]), TypeError, "integers"),
-    (lambda d: qzmath.Mesh([[0, 0, 0]], [[0, 0, 0]]).save(d / "x.png"), ValueError, "png"),
+    (lambda d: qzmath.Mesh([[0, 0, 0]], [[0, 0, 0]]).save(d / "x.tif"), ValueError, "tif"),
     (lambda d: qzmath.Mesh([[0, 0, 0]], [[0, 0, 0]], report=3), TypeError, "report"),
 ])
 def test_what_cannot_be_read_or_written_is_said(tmp_path, call, error, words):

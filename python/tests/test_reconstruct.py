@@ -74,7 +74,7 @@ def test_the_mesh_carries_what_was_asked_for(torus):
     # What lies between the phases is little, unless others use the machine.
     assert 0.4 < sum(phase.share for phase in full.report.phases) < 1.001
     assert full.report.vertices == len(full.vertices)
-    assert "<img" in bare._repr_html_() and "vertices" in repr(bare)
+    assert "<iframe srcdoc" in bare._repr_html_() and "vertices" in repr(bare)
 
 
 def test_the_surface_is_that_of_the_points():
