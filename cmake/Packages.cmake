@@ -5,7 +5,6 @@ set(CPACK_PACKAGE_NAME qzmath)
 set(CPACK_PACKAGE_VENDOR "QZmath developers")
 set(CPACK_PACKAGE_CONTACT "QZmath developers <qzmath@packages.example.org>")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
-set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -38,6 +37,7 @@ function(qz_package component name section summary text)
 endfunction()
 
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND QZMATH_BUILD_APPS AND QZMATH_BUILD_PYTHON)
+    set(CPACK_PACKAGING_INSTALL_PREFIX "/usr")
     set(text "QZmath reconstructs triangle surfaces from point clouds, solves large sparse\n\
 systems, fits curves and shapes, and estimates normals and curvature.")
     qz_package(runtime libqzmath1 libs "processing of 3D scans: shared libraries" "${text}")
