@@ -34,6 +34,7 @@ suppress_warnings = ["misc.highlighting_failure"]
 breathe_show_include = False
 autodoc_typehints = "none"
 napoleon_use_rtype = False
+napoleon_use_ivar = True  # attributes are members that have a line of their own
 toc_object_entries = False
 
 
