@@ -29,5 +29,5 @@ def test_the_installed_module_finds_the_libraries_beside_it(tmp_path):
         shutil.copy(file, package)
     found = subprocess.run([sys.executable, "-c", PROGRAM], check=True, capture_output=True, text=True, cwd="/",
                            env={**os.environ, "PYTHONPATH": str(package.parent)}).stdout.split()
-    assert len({pathlib.Path(path).name.split(".")[0] for path in found}) == 3
+    assert len({pathlib.Path(path).name.split(".")[0] for path in found}) == 4
     assert {str(pathlib.Path(path).parent) for path in found} == {str(package)}
