@@ -10,10 +10,11 @@
 namespace QzBackend
 {
 
-void returnFreedMemory()
+void returnFreedMemory([[maybe_unused]] double things)
 {
 #ifdef __GLIBC__
-    malloc_trim(0);
+    if (things >= 1e6)
+        malloc_trim(0);
 #endif
 }
 

@@ -6,7 +6,8 @@ namespace QzBackend
 
 /// Gives the pages back to the system that the process has freed. Between stages that take much memory: small
 /// blocks that one has freed lie below those that another one keeps, and would count for the process until
-/// those are freed as well. Does nothing where the C library cannot.
-void returnFreedMemory();
+/// those are freed as well. Does nothing where the C library cannot, nor after work on fewer than a million
+/// things: it looks at all memory of the process, which many small calls at the same time would pay for.
+void returnFreedMemory(double things);
 
 } // namespace QzBackend

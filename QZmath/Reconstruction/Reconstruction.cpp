@@ -362,7 +362,8 @@ TriangleMesh Call::run()
         CallRecord::Core const core(record);
         return extract(params);
     }();
-    QzBackend::returnFreedMemory();
+    QzBackend::returnFreedMemory(static_cast<double>(mesh.triangleCount()) +
+                                 static_cast<double>(m_cloud.size()));
     {
         CPrgCntSubPhase const part(m_progress, 0.8, 0.2, 0, true);
         finishMesh(mesh, m_cloud, m_cells, m_options, m_report, record, m_progress);

@@ -140,7 +140,7 @@ void CVolumetricTriangulatorImpl::run(CReconstructionReport & report)
     }
     m_density = SampleDensity();
     context.density = nullptr;
-    QzBackend::returnFreedMemory();
+    QzBackend::returnFreedMemory(static_cast<double>(report.nodes) + m_samples->pointsNumber());
     inPhase("iso-surface", [&] {
         extractIsoSurface(context, *function, isoValue, surface.get(), *m_target,
                           [&function] { function.reset(); });
