@@ -7,3 +7,7 @@
 #else
 #define QZMATH_API
 #endif
+
+/// Marks what the library exports for its sister libraries only: headers with it are not installed, and what
+/// they declare may change with every version.
+#define QZMATH_SISTER_API QZMATH_API

@@ -1,7 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 include(CMakePackageConfigHelpers)
 
-install(TARGETS QZsys QZmath QZmathFiles QZmathViewer EXPORT QZmathTargets
+set(libraries QZsys QZmath QZmathFiles QZmathViewer)
+if(QZMATH_BUILD_MPI)
+    list(APPEND libraries QZmathDistributed)
+endif()
+install(TARGETS ${libraries} EXPORT QZmathTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(EXPORT QZmathTargets NAMESPACE QZmath:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath COMPONENT development)

@@ -1,0 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// All public headers of the library QZmathDistributed.
+
+#include <QZmath/Distributed/Communicator.h>
+#include <QZmath/Distributed/DistributedReconstruction.h>
+#include <QZmath/Distributed/Export.h>

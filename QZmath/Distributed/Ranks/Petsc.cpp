@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Distributed/Ranks/Petsc.h>
+
+#include <mpi.h>
+
+#include <new>
+#include <stdexcept>
+#include <string>
+
+namespace QZmath::Distributed
+{
+
+void ensurePetsc()
+{
+    PetscBool isInitialized = PETSC_FALSE;
+    if (PetscInitialized(&isInitialized) != 0 || isInitialized == PETSC_TRUE)
+        return;
+    if (PetscInitializeNoPointers(0, nullptr, nullptr, nullptr) != 0)
+        throw std::runtime_error("PETSc cannot be initialised");
+    checkPetsc(PetscPopSignalHandler());
+    checkPetsc(PetscPushErrorHandler(PetscReturnErrorHandler, nullptr));
+    // Whoever ends MPI ends PETSc with it: attributes of the process' own communicator are freed first.
+    int key = MPI_KEYVAL_INVALID;
+    MPI_Comm_create_keyval(
+        MPI_COMM_NULL_COPY_FN,
+        [](MPI_Comm, int, void *, void *) {
+            PetscBool isFinalized = PETSC_FALSE;
+            if (PetscFinalized(&isFinalized) == 0 && isFinalized == PETSC_FALSE)
+                PetscFinalize();
+            return MPI_SUCCESS;
+        },
+        &key, nullptr);
+    MPI_Comm_set_attr(MPI_COMM_SELF, key, nullptr);
+}
+
+void checkPetsc(PetscErrorCode code)
+{
+    if (code == 0)
+        return;
+    if (code == PETSC_ERR_MEM)
+        throw std::bad_alloc();
+    char const * text = nullptr;
+    PetscErrorMessage(code, &text, nullptr);
+    throw std::runtime_error(
+        std::string("PETSc: ") +
+        (text != nullptr ? text : ("error " + std::to_string(static_cast<int>(code))).c_str()));
+}
+
+} // namespace QZmath::Distributed
