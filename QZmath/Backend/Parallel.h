@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <functional>
 
 class CProgressCounter;
@@ -22,7 +23,7 @@ namespace QzBackend
 ///
 /// Workers round as the calling thread does. In a process that was forked off one with a pool, everything
 /// runs on the calling thread.
-class LoopTeam
+class QZMATH_SISTER_API LoopTeam
 {
 public:
     /// \param threads  how many threads the job can use, the calling one among them; with 1 or less

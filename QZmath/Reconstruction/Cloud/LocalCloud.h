@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/Foundation/Point3D.h>
 #include <QZmath/Foundation/PointCloudView.h>
 #include <QZmath/VolTriang/InputSamples.h>
@@ -28,7 +29,7 @@ struct LocalFrame
 /// The origin is a multiple of a power of 2 that is at least the extent, and 0 for clouds that are not
 /// farther out than sixteen times their extent. So a cloud and the same one far out have the same local
 /// coordinates as nearly as the input's own rounding allows, when the way between them is such a multiple.
-class LocalCloud
+class QZMATH_SISTER_API LocalCloud
 {
 public:
     /// Checks the cloud. \throws ReconstructionError that names the first point that cannot be used

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 class CProgressCounter;
 struct CCloudMeasures;
 
@@ -14,7 +15,8 @@ struct ReconstructionReport;
 /// Sees to it that the cloud has normals, as the options want them, and says in the report what is doubtful.
 /// \param measures of the cloud with the normals that it has come with
 /// \throws ReconstructionError when there are none, and none can be estimated
-void settleNormals(LocalCloud & cloud, ReconstructionOptions const & options, CCloudMeasures const & measures,
-                   ReconstructionReport & report, CProgressCounter * progress);
+QZMATH_SISTER_API void settleNormals(LocalCloud & cloud, ReconstructionOptions const & options,
+                                     CCloudMeasures const & measures, ReconstructionReport & report,
+                                     CProgressCounter * progress);
 
 } // namespace QZmath

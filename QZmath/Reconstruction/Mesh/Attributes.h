@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/Foundation/TriangleMesh.h>
 
 #include <cstdint>
@@ -23,8 +24,9 @@ class SampleIndex;
 /// \param sampleColors  3 a sample, sRGB
 /// \param sampleNormals 3 a sample, or null
 /// \param width         in model units
-void colourVertices(TriangleMesh & mesh, SampleIndex const & samples, std::uint8_t const * sampleColors,
-                    float const * sampleNormals, double width, QzBackend::LoopTeam & team, double until = 0);
+QZMATH_SISTER_API void colourVertices(TriangleMesh & mesh, SampleIndex const & samples,
+                                      std::uint8_t const * sampleColors, float const * sampleNormals,
+                                      double width, QzBackend::LoopTeam & team, double until = 0);
 
 /// Gives each vertex the number of samples per unit of area around it, from the discs that hold 64 samples.
 /// Within about 10 % where samples are spread at random; half of that at a rim; and falling with the square
@@ -32,7 +34,8 @@ void colourVertices(TriangleMesh & mesh, SampleIndex const & samples, std::uint8
 ///
 /// \param sampleNormals 3 a sample, or null; keeps the sides of a thin wall apart
 /// \param leafCell      samples within a tenth of it count as spread over that
-void measureDensity(TriangleMesh & mesh, SampleIndex const & samples, float const * sampleNormals,
-                    double leafCell, QzBackend::LoopTeam & team, double until = 0);
+QZMATH_SISTER_API void measureDensity(TriangleMesh & mesh, SampleIndex const & samples,
+                                      float const * sampleNormals, double leafCell,
+                                      QzBackend::LoopTeam & team, double until = 0);
 
 } // namespace QZmath::Stages

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/Foundation/TriangleMesh.h>
 #include <QZmath/Reconstruction/Reconstruction.h>
 
@@ -51,7 +52,8 @@ struct BoundaryFindings
 /// data as a wheel of that size would roll along it.
 ///
 /// A manifold mesh stays so. Costs one question to the index per vertex; 60 bytes a vertex.
-BoundaryFindings settleBoundary(TriangleMesh & mesh, SampleIndex const & samples, BoundaryRule const & rule,
-                                QzBackend::LoopTeam & team, double until = 0);
+QZMATH_SISTER_API BoundaryFindings settleBoundary(TriangleMesh & mesh, SampleIndex const & samples,
+                                                  BoundaryRule const & rule, QzBackend::LoopTeam & team,
+                                                  double until = 0);
 
 } // namespace QZmath::Stages

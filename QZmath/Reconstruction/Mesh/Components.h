@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/Foundation/TriangleMesh.h>
 
 namespace QzBackend
@@ -30,7 +31,8 @@ struct ComponentFindings
 /// Drops the pieces of a mesh that are too small or that fewer than four samples support, and with
 /// `keepAll` false all but the one that most samples are nearest to (of several, the one with the least
 /// vertex). What is left keeps its order. 4 bytes a vertex, and 30 more to count samples.
-ComponentFindings keepComponents(TriangleMesh & mesh, SampleIndex const & samples, ComponentRule const & rule,
-                                 QzBackend::LoopTeam & team, double until = 0);
+QZMATH_SISTER_API ComponentFindings keepComponents(TriangleMesh & mesh, SampleIndex const & samples,
+                                                   ComponentRule const & rule, QzBackend::LoopTeam & team,
+                                                   double until = 0);
 
 } // namespace QZmath::Stages

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/Reconstruction/Mesh/Vec.h>
 
 #include <array>
@@ -25,7 +26,7 @@ namespace QZmath::Stages
 /// Answers are exact: distances are those of the coordinates as they are, taken in `double`. Building takes
 /// n log n steps on the threads of the team, and about 27 bytes a point are kept; a question costs about log
 /// n steps. Immutable once built; may be asked from many threads.
-class SampleIndex
+class QZMATH_SISTER_API SampleIndex
 {
 public:
     static constexpr std::int32_t none = -1;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/Foundation/TriangleMesh.h>
 
 #include <cstddef>
@@ -19,7 +20,7 @@ struct AngleDistribution
     double least = 180;                               ///< degrees; 180 for a mesh without triangles
     double belowOne = 0, belowFive = 0, belowTen = 0; ///< shares of the triangles whose least angle is below
 };
-AngleDistribution measureAngles(TriangleMesh const & mesh, QzBackend::LoopTeam & team);
+QZMATH_SISTER_API AngleDistribution measureAngles(TriangleMesh const & mesh, QzBackend::LoopTeam & team);
 
 /// Takes triangles with an angle below one degree out of a manifold mesh: an edge of them is collapsed into
 /// one of its ends, or flipped. Either is done where the surface moves by less than a hundredth of a leaf
@@ -30,6 +31,7 @@ AngleDistribution measureAngles(TriangleMesh const & mesh, QzBackend::LoopTeam &
 /// Without any the mesh is left alone. 60 bytes a vertex.
 ///
 /// \return the triangles below one degree that are gone
-std::size_t removeSlivers(TriangleMesh & mesh, double leafCell, QzBackend::LoopTeam & team, double until = 0);
+QZMATH_SISTER_API std::size_t removeSlivers(TriangleMesh & mesh, double leafCell, QzBackend::LoopTeam & team,
+                                            double until = 0);
 
 } // namespace QZmath::Stages

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/Foundation/TriangleMesh.h>
 #include <QZmath/Reconstruction/Mesh/Vec.h>
 
@@ -30,21 +31,23 @@ struct EdgeCrossing
 
 /// The crossings of all edges with one end of each kind, in rising order of their ends, to a thousandth of
 /// the edge. `isOutside` has one entry a vertex.
-std::vector<EdgeCrossing> findCrossings(TriangleMesh const & mesh,
-                                        std::vector<std::uint8_t> const & isOutside,
-                                        IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team);
+QZMATH_SISTER_API std::vector<EdgeCrossing> findCrossings(TriangleMesh const & mesh,
+                                                          std::vector<std::uint8_t> const & isOutside,
+                                                          IsOutsideAt const & isOutsideAt,
+                                                          QzBackend::LoopTeam & team);
 
 /// The crossing of an edge among those of `findCrossings`, as an index.
-std::size_t crossingOf(std::vector<EdgeCrossing> const & crossings, std::int32_t inside,
-                       std::int32_t outside);
+QZMATH_SISTER_API std::size_t crossingOf(std::vector<EdgeCrossing> const & crossings, std::int32_t inside,
+                                         std::int32_t outside);
 
-Vec placeOf(TriangleMesh const & mesh, EdgeCrossing const & crossing);
+QZMATH_SISTER_API Vec placeOf(TriangleMesh const & mesh, EdgeCrossing const & crossing);
 
 /// Cuts what is outside off a mesh, through its triangles. Vertices near the line move onto it along their
 /// edges, so that no slivers are left there; what the vertices carry is interpolated. A manifold mesh stays
 /// so, since vertices move only where one fan of triangles is left to them and none of it turns over.
 /// Vertices without triangles stay behind: `compact` drops them.
-void cutOff(TriangleMesh & mesh, VertexStars const & stars, std::vector<std::uint8_t> const & isOutside,
-            IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team);
+QZMATH_SISTER_API void cutOff(TriangleMesh & mesh, VertexStars const & stars,
+                              std::vector<std::uint8_t> const & isOutside, IsOutsideAt const & isOutsideAt,
+                              QzBackend::LoopTeam & team);
 
 } // namespace QZmath::Stages

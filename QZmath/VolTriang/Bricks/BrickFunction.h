@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Bricks/BrickLattice.h>
 
 #include <array>
@@ -29,7 +30,7 @@ class CSingleVarLimitedPolynom;
 ///
 /// Immutable; safe to use from many threads, each with a hint of its own. Nothing is allocated in an
 /// evaluation, and all evaluations of a point give the same bits.
-class BrickFunction
+class QZMATH_SISTER_API BrickFunction
 {
     using Float4 = float __attribute__((vector_size(16)));
     using Int4 = std::int32_t __attribute__((vector_size(16)));

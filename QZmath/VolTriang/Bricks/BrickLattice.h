@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Bricks/BrickPasses.h>
 
 #include <array>
@@ -27,7 +28,7 @@ class COctree;
 ///
 ///  - dense: 512 numbers a brick, 0 where no node stands;
 ///  - compact: one number a node, brick after brick, in each brick by ascending index.
-struct BrickLevel
+struct QZMATH_SISTER_API BrickLevel
 {
     static constexpr int noBrick = -1;
 
@@ -56,7 +57,7 @@ struct BrickLevel
 };
 
 /// All nodes of an octree in bricks. Immutable; safe to read from many threads.
-class BrickLattice
+class QZMATH_SISTER_API BrickLattice
 {
 public:
     explicit BrickLattice(COctree const & octree);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <cstdint>
 
 namespace VolTr
@@ -160,6 +161,6 @@ BrickPasses const & plainBrickPasses();
 /// For processors with AVX2 and FMA; null where this processor is none.
 BrickPasses const * vectorBrickPasses();
 /// The fastest ones that this processor can run.
-BrickPasses const & bestBrickPasses();
+QZMATH_SISTER_API BrickPasses const & bestBrickPasses();
 
 } // namespace VolTr

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Polygoniser/CubePlan.h>
 #include <QZmath/VolTriang/Polygoniser/CubeTables.h>
@@ -37,7 +38,7 @@ namespace VolTr
 ///
 /// Memory: about 900 bytes a brick and 4 bytes a crossed edge, 2 KB a brick more inside `prepare`, and 2 MB
 /// for what waits to be passed on.
-class BrickSurface
+class QZMATH_SISTER_API BrickSurface
 {
     // A corner, or the cube on its upper side.
     struct Place

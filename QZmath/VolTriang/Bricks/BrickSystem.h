@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Bricks/BrickLattice.h>
 #include <QZmath/VolTriang/Bricks/BrickPasses.h>
 #include <QZmath/VolTriang/Bricks/BrickTables.h>
@@ -33,7 +34,7 @@ namespace VolTr
 /// Vectors are compact over the lattice's nodes, with room for eight numbers more at the end. Every sum is
 /// taken in an order that does not depend on the number of threads. The lattice must outlive the system; one
 /// solution or product at a time.
-class BrickSystem
+class QZMATH_SISTER_API BrickSystem
 {
 public:
     using Vector = std::vector<float>;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <cstdint>
 #include <vector>
 
@@ -36,6 +37,6 @@ struct CubePlan
 };
 
 /// \param signs bit n is set when corner n is positive
-CubePlan const & cubePlanOf(int signs);
+QZMATH_SISTER_API CubePlan const & cubePlanOf(int signs);
 
 } // namespace VolTr

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <cstddef>
 
 namespace VolTr
@@ -34,7 +35,7 @@ protected:
 };
 
 /// Takes a mesh as a polygoniser makes it.
-class TriangleSink
+class QZMATH_SISTER_API TriangleSink
 {
 public:
     virtual ~TriangleSink() = default;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Bricks/BrickSystem.h>
 #include <QZmath/VolTriang/Stages/PipelineTypes.h>
 #include <QZmath/VolTriang/Stages/ReconstructionPath.h>
@@ -15,7 +16,7 @@ namespace VolTr
 struct NodeDepths;
 
 /// The path without a matrix, over the nodes in bricks.
-class BrickPath final : public ReconstructionPath
+class QZMATH_SISTER_API BrickPath final : public ReconstructionPath
 {
 public:
     /// Can the bricks hold nodes of these depths with this kernel?

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
 
@@ -8,7 +9,7 @@ namespace VolTr
 {
 
 /// The implicit function in bricks, as the accelerated path finds it.
-class BrickedFunction final : public ImplicitFunction
+class QZMATH_SISTER_API BrickedFunction final : public ImplicitFunction
 {
 public:
     explicit BrickedFunction(BrickFunction function);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <functional>
 #include <memory>
 
@@ -17,7 +18,7 @@ struct StageContext;
 ///
 /// Many threads may evaluate it at the same time, each with an evaluator of its own; a point has the same
 /// bits with any evaluator.
-class ImplicitFunction
+class QZMATH_SISTER_API ImplicitFunction
 {
 public:
     /// Evaluates on one thread; remembers where it was, so that points near the last ones cost less. The

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Polygoniser/TriangleSink.h>
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
 
@@ -18,7 +19,7 @@ struct StageContext;
 /// Vertices and triangles wait until there is a batch of them. A batch gets its normals and is then handed
 /// over in the order in which it came, with the progress after each triangle. So what is to be done with
 /// vertices is done with many at a time, and the target does not notice.
-class MeshSink final : public TriangleSink
+class QZMATH_SISTER_API MeshSink final : public TriangleSink
 {
 public:
     /// \param function its gradient gives the vertices their normals where the parameters want them

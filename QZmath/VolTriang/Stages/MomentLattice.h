@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
 
 #include <algorithm>
@@ -65,7 +66,7 @@ struct LatticeFrame
 ///
 /// Every sum is taken in an order that follows from the points alone, not from the number of threads.
 /// Immutable once built; safe to read from many threads, each with a cursor of its own.
-class MomentLattice
+class QZMATH_SISTER_API MomentLattice
 {
 public:
     static constexpr int edge = 8; ///< places of a brick along an axis

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
 
 #include <memory>
@@ -13,7 +14,7 @@ struct StageContext;
 
 /// A way from the samples in their octree to the implicit function. The stages run once, in the order in
 /// which they stand here.
-class ReconstructionPath
+class QZMATH_SISTER_API ReconstructionPath
 {
 public:
     virtual ~ReconstructionPath();

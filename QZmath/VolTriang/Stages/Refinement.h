@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Stages/SampleSurface.h>
 
 #include <memory>
@@ -13,7 +14,7 @@ struct StageContext;
 
 /// The surface as the samples of a run see it, near the level set of its function. Null where there is
 /// nothing to see: no samples, or all of them at one point. \param edge of the polygoniser's cubes
-std::unique_ptr<SampleSurface> fitToSamples(StageContext const & context, ImplicitFunction const & function,
-                                            double isoValue, double edge);
+QZMATH_SISTER_API std::unique_ptr<SampleSurface>
+fitToSamples(StageContext const & context, ImplicitFunction const & function, double isoValue, double edge);
 
 } // namespace VolTr

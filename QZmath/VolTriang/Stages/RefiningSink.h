@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Polygoniser/TriangleSink.h>
 
 #include <array>
@@ -28,7 +29,7 @@ struct StageContext;
 /// Memory: 24 bytes a vertex where the target is a `MeshStore`, which keeps the triangles from the begin on,
 /// and the moves where it will keep the moved positions. For other targets 12 bytes a vertex, with normals
 /// 24, and 12 a triangle more; what was handed over is freed as it goes.
-class RefiningSink final : public TriangleSink
+class QZMATH_SISTER_API RefiningSink final : public TriangleSink
 {
 public:
     struct Moves

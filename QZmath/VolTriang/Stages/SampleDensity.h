@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Stages/PipelineTypes.h>
 
 #include <vector>
@@ -28,14 +29,14 @@ struct SampleDensity
 /// The estimate by its definition: counts the samples around each node of a depth with trilinear weights,
 /// and adds the counts to `values` at the samples in the node's support, times the node's basis function.
 /// Each node visits its samples anew, so this is slow.
-void addDensityByNodes(IInputSamples const & samples, COctree const & octree, Basis const & basis, int depth,
-                       std::vector<float> & values);
+QZMATH_SISTER_API void addDensityByNodes(IInputSamples const & samples, COctree const & octree,
+                                         Basis const & basis, int depth, std::vector<float> & values);
 
 /// Counts the samples around each node of a depth with trilinear weights, and spreads the counts back to the
 /// samples with the node's basis function; the kernel is a single product. Linear in the samples. The same
 /// bits for any number of threads.
-SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
-                                    Basis const & basis, int estimationDepth, int threads,
-                                    CProgressCounter * progress, VsUt::IDebugLog * log);
+QZMATH_SISTER_API SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
+                                                      Basis const & basis, int estimationDepth, int threads,
+                                                      CProgressCounter * progress, VsUt::IDebugLog * log);
 
 } // namespace VolTr

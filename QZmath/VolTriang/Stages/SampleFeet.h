@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Backend/RawArray.h>
+#include <QZmath/Export.h>
 
 #include <array>
 
@@ -19,7 +20,7 @@ struct StageContext;
 /// The samples in an order in which neighbours stand close to each other, each with its foot: the point of
 /// the level set above or below it, along the gradient and at most one cell of the deepest nodes away. 16
 /// bytes a sample, and up to 20 before the feet are found.
-struct SampleFeet
+struct QZMATH_SISTER_API SampleFeet
 {
     /// Serves the progress up to `until`.
     SampleFeet(StageContext const & context, ImplicitFunction const & function, double isoValue,

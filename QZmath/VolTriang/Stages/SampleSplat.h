@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Stages/PipelineTypes.h>
 
 namespace VolTr
@@ -21,7 +22,7 @@ struct SplatShare
 /// weight is 1 and the depth the deepest.
 ///
 /// \param first, deepest  depths that carry nodes, both included
-SplatShare splatShareOf(SampleDensity const * density, int sample, int first, int deepest);
+QZMATH_SISTER_API SplatShare splatShareOf(SampleDensity const * density, int sample, int first, int deepest);
 
 /// Distributes the normals of all samples with trilinear weights on the nodes around them.
 void splatNormals(StageContext const & context, VectorField & field);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Stages/MomentLattice.h>
 
 #include <array>
@@ -33,7 +34,7 @@ class IInputSamples;
 ///
 /// Immutable once built; safe to use from many threads, each with a scratch of its own. Same bits for any
 /// number of threads.
-class SampleSurface
+class QZMATH_SISTER_API SampleSurface
 {
 public:
     struct Input

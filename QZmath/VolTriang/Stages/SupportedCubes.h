@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Stages/CubeFrame.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
 
@@ -18,7 +19,7 @@ namespace VolTr
 /// blocks of cubes, so a point sets a few hundred marks at most. Memory: some 200 bytes a brick.
 ///
 /// `levelOf` remembers where it was asked last, so an object serves one thread.
-class SupportedCubes
+class QZMATH_SISTER_API SupportedCubes
 {
 public:
     enum class Level

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Backend/Parallel.h>
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/CubeWalk.h>
@@ -18,11 +19,13 @@ namespace VolTr
 {
 
 /// The cubes within the reach of samples; none when the parameters set no limit.
-std::optional<SupportedCubes> findSupportedCubes(CubeFrame const & frame, StageContext const & context);
+QZMATH_SISTER_API std::optional<SupportedCubes> findSupportedCubes(CubeFrame const & frame,
+                                                                   StageContext const & context);
 
 /// The cubes that a walk may visit. Where samples support a surface, these are the ones that the octree's
 /// nodes span: beyond, the implicit function falls to zero, and its level set is a wall around the octree.
-CubeBox findLimits(CubeFrame const & frame, LevelSet const & levelSet, StageContext const & context);
+QZMATH_SISTER_API CubeBox findLimits(CubeFrame const & frame, LevelSet const & levelSet,
+                                     StageContext const & context);
 
 /// Walks over what the parameters want of a surface, and hands it to a sink.
 /// \tparam Cubes see `CubeWalk`

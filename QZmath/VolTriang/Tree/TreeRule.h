@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/Lattice.h>
 #include <QZmath/VolTriang/NodesPositioningPolicy.h>
 
@@ -21,10 +22,11 @@ class IInputSamples;
 /// The policy of a tree.
 /// \throws std::exception "Incorrect tree depth detected in VolTr::COctree constructor" for a depth that a
 ///         tree of this kind cannot have
-std::unique_ptr<INodesPositioningPolicy> makeTreePolicy(int depth, bool useCenter, int detalizationLevel);
+QZMATH_SISTER_API std::unique_ptr<INodesPositioningPolicy> makeTreePolicy(int depth, bool useCenter,
+                                                                          int detalizationLevel);
 
 /// The cube that a tree divides into its lattice.
-struct TreeCube
+struct QZMATH_SISTER_API TreeCube
 {
     double min[3] = {0.0, 0.0, 0.0};
     double max[3] = {0.0, 0.0, 0.0};
@@ -40,7 +42,7 @@ struct TreeCube
 
 /// The cube around all samples.
 /// \throws std::exception that names the first sample with a coordinate that is not finite
-TreeCube makeTreeCube(IInputSamples const & samples, INodesPositioningPolicy const & policy,
-                      QzBackend::LoopTeam & team);
+QZMATH_SISTER_API TreeCube makeTreeCube(IInputSamples const & samples, INodesPositioningPolicy const & policy,
+                                        QzBackend::LoopTeam & team);
 
 } // namespace VolTr
