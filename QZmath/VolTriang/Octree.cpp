@@ -69,6 +69,11 @@ std::int64_t sumUp(LoopTeam & team, std::vector<int> & counts)
     return sums.back();
 }
 
+int treeThreads(IInputSamples const & samples)
+{
+    return samples.pointsNumber() < leastForThreads ? 1 : CVescaThreadingTasksHelper::getNumOfPhisicalThread();
+}
+
 } // namespace
 
 // Cells and nodes are found sorted: the cells by sorting the samples, the nodes of a depth from the cells by
@@ -206,28 +211,41 @@ COctree::COctree(IInputSamples const * samples, int depth, CProgressCounter * pr
 {
     m_nodeDepthBegin = m_policy->getNodeDepthBegin();
     m_nodeDepthEnd = m_policy->getNodeDepthEnd();
+    int const threads = treeThreads(*samples);
+    {
+        CPrgCntSubPhase phase(progress, 0, 10, 0, true);
+        LoopTeam::run(threads, progress,
+                      [&](LoopTeam & team) { takeCube(makeTreeCube(*m_samples, *m_policy, team)); });
+    }
+    CPrgCntSubPhase phase(progress, 10, 90, 0, true);
+    buildOctree(progress);
+}
+
+COctree::COctree(IInputSamples const * samples, TreeCube const & cube, int depth, CProgressCounter * progress,
+                 bool useCenter, int detalizationLevel)
+    : m_boxMin{0.0, 0.0, 0.0}, m_boxMax{0.0, 0.0, 0.0}, m_depth(depth), m_nodeDepthBegin(0),
+      m_nodeDepthEnd(0), m_unit(-1.0), m_samples(samples),
+      m_policy(makeTreePolicy(depth, useCenter, detalizationLevel))
+{
+    m_nodeDepthBegin = m_policy->getNodeDepthBegin();
+    m_nodeDepthEnd = m_policy->getNodeDepthEnd();
+    takeCube(cube);
     buildOctree(progress);
 }
 
 COctree::~COctree() = default;
 
-void COctree::buildOctree(CProgressCounter * progress)
+void COctree::takeCube(TreeCube const & cube)
 {
-    int const threads = m_samples->pointsNumber() < leastForThreads
-                            ? 1
-                            : CVescaThreadingTasksHelper::getNumOfPhisicalThread();
-    {
-        CPrgCntSubPhase phase(progress, 0, 10, 0, true);
-        LoopTeam::run(threads, progress, [&](LoopTeam & team) {
-            m_cube = std::make_unique<TreeCube const>(makeTreeCube(*m_samples, *m_policy, team));
-        });
-    }
+    m_cube = std::make_unique<TreeCube const>(cube);
     std::copy_n(m_cube->min, 3, m_boxMin);
     std::copy_n(m_cube->max, 3, m_boxMax);
     m_unit = m_cube->size / m_cube->cellsPerAxis;
+}
 
-    CPrgCntSubPhase phase(progress, 10, 90, 0, true);
-    LoopTeam::run(threads, progress, [&](LoopTeam & team) { Builder(*this, team).run(); });
+void COctree::buildOctree(CProgressCounter * progress)
+{
+    LoopTeam::run(treeThreads(*m_samples), progress, [&](LoopTeam & team) { Builder(*this, team).run(); });
 }
 
 int COctree::realToLattice(double value, int axis, int ifNaN) const

@@ -45,6 +45,10 @@ public:
     ///         sample is read, or a text that names the first sample with a coordinate that is not finite
     COctree(IInputSamples const * samples, int depth, CProgressCounter * progress, bool useCenter,
             int detalizationLevel);
+    /// Over a given cube instead of the one around the samples, which are finite and inside; there may be
+    /// none. For clouds of which other processes hold the rest.
+    COctree(IInputSamples const * samples, TreeCube const & cube, int depth, CProgressCounter * progress,
+            bool useCenter, int detalizationLevel);
     virtual ~COctree();
     COctree(COctree const &) = delete;
     COctree & operator=(COctree const &) = delete;
@@ -140,6 +144,7 @@ public:
 
 private:
     void buildOctree(CProgressCounter * progress);
+    void takeCube(TreeCube const & cube);
 
     class Builder;
 

@@ -139,7 +139,7 @@ BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octre
 {
     EvenSpline const spline(kernel);
     int const deepest = lattice.endDepth() - 1;
-    if (!spline.isGood || deepest > greatestDepth || amplitudes.size() < lattice.nodes().size())
+    if (!spline.isGood || deepest > greatestDepth || amplitudes.size() < lattice.nodesNumber())
         throw CVescaTextException("Function in bricks: kernel, depth or amplitudes do not fit");
     int const finer = lattice.isCentred() ? 0 : 1;
     m_step = octree.getCellSize(deepest + finer);

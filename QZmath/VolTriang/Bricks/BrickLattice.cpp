@@ -6,6 +6,7 @@
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace VolTr
 {
@@ -149,7 +150,33 @@ void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level, QzBack
         slab = {};
     }
     level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()));
+    linkBricks(level, team);
+}
 
+BrickLattice::BrickLattice(int firstDepth, bool isCentred, std::vector<BrickLevel::Outline> outlines,
+                           QzBackend::LoopTeam & team)
+    : m_firstDepth(firstDepth), m_isCentred(isCentred), m_levels(outlines.size())
+{
+    std::uint32_t nodes = 0;
+    for (std::size_t index = 0; index < m_levels.size(); ++index) {
+        BrickLevel & level = m_levels[index];
+        level.depth = m_firstDepth + static_cast<int>(index);
+        level.bricks = std::move(outlines[index].bricks);
+        level.rows = std::move(outlines[index].rows);
+        level.firstNode.reserve(level.bricks.size() + 1);
+        for (int brick = 0; brick < level.bricksNumber(); ++brick) {
+            level.firstNode.push_back(nodes);
+            for (int row = 0; row < brickRows; ++row)
+                nodes += rowCounts.of[level.rowsOf(brick)[row]];
+        }
+        level.firstNode.push_back(nodes);
+        linkBricks(level, team);
+    }
+}
+
+// Makes the bricks of a level known to each other.
+void BrickLattice::linkBricks(BrickLevel & level, QzBackend::LoopTeam & team)
+{
     std::size_t slots = 4;
     while (slots < 2 * level.bricks.size())
         slots *= 2;

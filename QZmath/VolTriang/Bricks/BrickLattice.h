@@ -53,6 +53,13 @@ struct QZMATH_SISTER_API BrickLevel
     /// Index of a brick, or `noBrick`. Any numbers are allowed.
     int find(int x, int y, int z) const;
 
+    /// The bricks without their nodes' numbers: as they are sent to other processes.
+    struct Outline
+    {
+        std::vector<std::array<int, 3>> bricks; ///< ascending
+        std::vector<std::uint8_t> rows;
+    };
+
     std::vector<int> slots; ///< hash table of the bricks, a power of two of entries, `noBrick` where free
 };
 
@@ -62,6 +69,9 @@ class QZMATH_SISTER_API BrickLattice
 public:
     explicit BrickLattice(COctree const & octree);
     BrickLattice(COctree const & octree, QzBackend::LoopTeam & team);
+    /// Of given bricks, depth after depth from `firstDepth` on; without numbers of an octree's nodes.
+    BrickLattice(int firstDepth, bool isCentred, std::vector<BrickLevel::Outline> outlines,
+                 QzBackend::LoopTeam & team);
 
     int firstDepth() const { return m_firstDepth; }
     int endDepth() const { return m_firstDepth + static_cast<int>(m_levels.size()); }
@@ -70,7 +80,8 @@ public:
     {
         return m_levels[static_cast<std::size_t>(depth - m_firstDepth)];
     }
-    /// Node index of the octree for each compact index.
+    std::size_t nodesNumber() const { return m_levels.empty() ? 0 : m_levels.back().firstNode.back(); }
+    /// Node index of the octree for each compact index; empty when the bricks are not an octree's.
     std::vector<int> const & nodes() const { return m_nodes; }
     /// Do the nodes stand at the centres of the cells of their depth?
     bool isCentred() const { return m_isCentred; }
@@ -79,6 +90,7 @@ private:
     struct Slab;
     void build(COctree const & octree, QzBackend::LoopTeam & team);
     void buildLevel(COctree const & octree, BrickLevel & level, QzBackend::LoopTeam & team);
+    static void linkBricks(BrickLevel & level, QzBackend::LoopTeam & team);
 
     int m_firstDepth;
     bool m_isCentred;

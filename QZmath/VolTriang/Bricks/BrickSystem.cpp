@@ -131,7 +131,7 @@ BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom 
                          BrickPasses const & passes, LoopTeam & team)
     : m_lattice(lattice), m_passes(passes),
       m_tables(kernel, lattice.isCentred(), lattice.endDepth() - lattice.firstDepth() - 1), m_blocks(1),
-      m_size(lattice.nodes().size())
+      m_size(lattice.nodesNumber())
 {
     build(team);
 }
@@ -140,10 +140,21 @@ BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom 
                          BrickPasses const & passes)
     : m_lattice(lattice), m_passes(passes),
       m_tables(kernel, lattice.isCentred(), lattice.endDepth() - lattice.firstDepth() - 1), m_blocks(1),
-      m_size(lattice.nodes().size())
+      m_size(lattice.nodesNumber())
 {
     LoopTeam::run(1, nullptr, [&](LoopTeam & team) { build(team); });
 }
+
+BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
+                         BrickPasses const & passes, BrickShare & share, LoopTeam & team)
+    : m_lattice(lattice), m_passes(passes), m_share(&share),
+      m_tables(kernel, lattice.isCentred(), lattice.endDepth() - lattice.firstDepth() - 1), m_blocks(1),
+      m_size(lattice.nodesNumber())
+{
+    build(team);
+}
+
+BrickShare::~BrickShare() = default;
 
 void BrickSystem::build(LoopTeam & team)
 {
@@ -353,14 +364,41 @@ void BrickSystem::clearSums(LoopTeam & team)
     }
 }
 
-// Calls makeValues(brick) and then restrictBrick(brick, frame, delta, block) for all coarser depths, for all
+// Bricks of a level in an order: those of a list, or without one all.
+struct BrickSystem::BrickList
+{
+    int size;
+    int const * bricks = nullptr;
+
+    explicit BrickList(int all) : size(all) {}
+    explicit BrickList(std::vector<int> const & list)
+        : size(static_cast<int>(list.size())), bricks(list.data())
+    {}
+    int operator[](int index) const { return bricks != nullptr ? bricks[index] : index; }
+};
+
+template <class Body>
+void BrickSystem::forOwnBricks(int level, LoopTeam & team, Body const & body) const
+{
+    auto const run = [&](BrickList const & list) {
+        team.forEach(list.size, [&](int index) { body(list[index]); });
+    };
+    if (!isShared(level)) {
+        run(BrickList(m_levels[static_cast<std::size_t>(level)].bricks->bricksNumber()));
+        return;
+    }
+    run(BrickList(m_share->part(level).shared));
+    run(BrickList(m_share->part(level).inner));
+}
+
+// Calls makeValues(brick) and then restrictBrick(brick, frame, delta, block) for all coarser depths, for
 // bricks of a level, and adds the blocks to the sums there in the order of the bricks.
 template <class Make, class Restrict>
-void BrickSystem::restrictBricks(int level, LoopTeam & team, Make const & makeValues,
+void BrickSystem::restrictBricks(int level, BrickList const & list, LoopTeam & team, Make const & makeValues,
                                  Restrict const & restrictBrick)
 {
     Level const & fine = m_levels[static_cast<std::size_t>(level)];
-    int const bricks = fine.bricks->bricksNumber();
+    int const bricks = list.size;
     int const deltas = fine.coarserDepths;
     auto const makeBlock = [&](int brick, int delta, CoarseBlock & block) {
         CoarseFrame const frame = coarseFrame(level, brick, delta);
@@ -373,7 +411,8 @@ void BrickSystem::restrictBricks(int level, LoopTeam & team, Make const & makeVa
         scatter(coarseFrame(level, brick, delta), block, m_levels[static_cast<std::size_t>(level - delta)]);
     };
     if (team.threads() == 1) {
-        team.forEach(bricks, [&](int brick) {
+        team.forEach(bricks, [&](int index) {
+            int const brick = list[index];
             makeValues(brick);
             for (int delta = 1; delta <= deltas; ++delta) {
                 makeBlock(brick, delta, m_blocks[0]);
@@ -383,21 +422,52 @@ void BrickSystem::restrictBricks(int level, LoopTeam & team, Make const & makeVa
         return;
     }
     m_blocks.resize(std::max(m_blocks.size(), static_cast<std::size_t>(bricksPerRound * deltas)));
-    auto const blockOf = [&](int brick, int delta) -> CoarseBlock & {
-        return m_blocks[static_cast<std::size_t>(brick % bricksPerRound * deltas + delta - 1)];
+    auto const blockOf = [&](int index, int delta) -> CoarseBlock & {
+        return m_blocks[static_cast<std::size_t>(index % bricksPerRound * deltas + delta - 1)];
     };
     for (int first = 0; first < bricks; first += bricksPerRound) {
         int const end = std::min(first + bricksPerRound, bricks);
         team.forEach(end - first, [&](int index) {
-            makeValues(first + index);
+            int const brick = list[first + index];
+            makeValues(brick);
             for (int delta = 1; delta <= deltas; ++delta)
-                makeBlock(first + index, delta, blockOf(first + index, delta));
+                makeBlock(brick, delta, blockOf(first + index, delta));
         });
-        team.forEach(deltas, [&](int index) {
-            for (int brick = first; brick < end; ++brick)
-                addBlock(brick, index + 1, blockOf(brick, index + 1));
+        team.forEach(deltas, [&](int delta) {
+            for (int index = first; index < end; ++index)
+                addBlock(list[index], delta + 1, blockOf(index, delta + 1));
         });
     }
+}
+
+// The same for the bricks of a level that this process has to do, from the finest level to the coarsest: what
+// others restricted to them comes before they are made.
+template <class Make, class Restrict>
+void BrickSystem::restrictLevel(int index, LoopTeam & team, Make const & makeValues,
+                                Restrict const & restrictBrick)
+{
+    Level & level = m_levels[static_cast<std::size_t>(index)];
+    bool const hasSums = index + 1 < static_cast<int>(m_levels.size());
+    if (m_share == nullptr || m_share->part(index).isReplicated) {
+        bool const isFinestReplicated =
+            m_share != nullptr &&
+            (index + 1 == static_cast<int>(m_levels.size()) || !m_share->part(index + 1).isReplicated);
+        if (isFinestReplicated && hasSums) {
+            std::vector<float *> sums;
+            for (int coarse = 0; coarse <= index; ++coarse)
+                sums.push_back(numbersOf(m_levels[static_cast<std::size_t>(coarse)].sums));
+            m_share->sumReplicated(sums);
+        }
+        restrictBricks(index, BrickList(level.bricks->bricksNumber()), team, makeValues, restrictBrick);
+        return;
+    }
+    BrickShare::Part const & part = m_share->part(index);
+    if (hasSums)
+        m_share->beginCollect(index, numbersOf(level.sums));
+    restrictBricks(index, BrickList(part.inner), team, makeValues, restrictBrick);
+    if (hasSums)
+        m_share->endCollect(index, numbersOf(level.sums));
+    restrictBricks(index, BrickList(part.shared), team, makeValues, restrictBrick);
 }
 
 // Makes the values of a level, brick by brick, and adds their couplings to the sums of all coarser depths.
@@ -405,7 +475,7 @@ template <class Make>
 void BrickSystem::restrictValues(int index, LoopTeam & team, Make const & makeValues)
 {
     Level const & level = m_levels[static_cast<std::size_t>(index)];
-    restrictBricks(
+    restrictLevel(
         index, team, makeValues, [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
             m_passes.restrictToCoarse(level.values[static_cast<std::size_t>(brick) * brickRows].of,
                                       frame.tables, m_couplingScales[static_cast<std::size_t>(delta)],
@@ -425,6 +495,9 @@ void BrickSystem::sweepUp(Vector const & vector, LoopTeam & team)
                              level.sums.empty() ? nullptr : level.sums[firstRow].of, 1.0f / sweepDiagonal,
                              level.bricks->rowsOf(brick), level.values[firstRow].of);
         });
+        // They arrive until the sweep downwards needs them.
+        if (isShared(index))
+            m_share->beginSpread(index, numbersOf(level.values));
     }
 }
 
@@ -433,8 +506,24 @@ void BrickSystem::sweepUp(Vector const & vector, LoopTeam & team)
 void BrickSystem::sweepDown(Vector const & vector, bool withOwn, Vector & result, LoopTeam & team)
 {
     for (int index = 0; index < static_cast<int>(m_levels.size()); ++index) {
-        team.forEach(m_levels[static_cast<std::size_t>(index)].bricks->bricksNumber(),
-                     [&](int brick) { downBrick(index, brick, vector, withOwn, result); });
+        Level & level = m_levels[static_cast<std::size_t>(index)];
+        auto const sweep = [&](BrickList const & list) {
+            team.forEach(list.size, [&](int n) { downBrick(index, list[n], vector, withOwn, result); });
+        };
+        if (!isShared(index)) {
+            sweep(BrickList(level.bricks->bricksNumber()));
+            continue;
+        }
+        BrickShare::Part const & part = m_share->part(index);
+        bool const hasSums = index + 1 < static_cast<int>(m_levels.size());
+        if (withOwn)
+            m_share->endSpread(index, numbersOf(level.values));
+        sweep(BrickList(part.shared));
+        if (hasSums)
+            m_share->beginSpread(index, numbersOf(level.sums));
+        sweep(BrickList(part.inner));
+        if (hasSums)
+            m_share->endSpread(index, numbersOf(level.sums));
     }
 }
 
@@ -508,6 +597,7 @@ BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, 
     // Samples are splatted on few depths.
     std::vector<bool> hasField(m_levels.size(), false);
     for (std::size_t index = 0; index < m_levels.size(); ++index) {
+        hasField[index] = m_share != nullptr; // of other processes
         BrickLevel const & bricks = *m_levels[index].bricks;
         for (Vector const & component : field) {
             hasField[index] = hasField[index] || std::any_of(component.begin() + bricks.firstNode.front(),
@@ -538,7 +628,10 @@ BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, 
             Level & level = m_levels[static_cast<std::size_t>(index)];
             if (!hasField[static_cast<std::size_t>(index)])
                 continue;
-            restrictBricks(
+            if (isShared(index))
+                team.forEach(level.bricks->bricksNumber(),
+                             [&](int brick) { expandBrick(index, brick, component); });
+            restrictLevel(
                 index, team, [&](int brick) { expandBrick(index, brick, component); },
                 [&](int brick, CoarseFrame const & frame, int delta, CoarseBlock & block) {
                     m_passes.restrictTerm(level.values[static_cast<std::size_t>(brick) * brickRows].of,
@@ -548,7 +641,7 @@ BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, 
         }
         for (int index = 0; index < depths; ++index) {
             Level const & level = m_levels[static_cast<std::size_t>(index)];
-            team.forEach(level.bricks->bricksNumber(), [&](int brick) {
+            forOwnBricks(index, team, [&](int brick) {
                 BrickRows const & used = level.usedRows[static_cast<std::size_t>(brick)];
                 std::uint8_t const * const rows = level.bricks->rowsOf(brick);
                 std::size_t const firstRow = static_cast<std::size_t>(brick) * brickRows;
@@ -591,8 +684,7 @@ BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance,
                                          LoopTeam & team)
 {
     Solution solution;
-    Vector residual = emptyVector();
-    sweepDown(right, false, residual, team);
+    Vector residual = transformedRight(right, team);
     Vector direction = residual;
     Vector image = emptyVector();
     Vector unknown = emptyVector();
@@ -604,8 +696,7 @@ BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance,
     solution.hasConverged = squared == 0.0;
     solution.relativeResidual = solution.hasConverged ? 0.0 : 1.0;
     while (!solution.hasConverged && solution.iterations < maxIterations) {
-        sweepUp(direction, team);
-        sweepDown(direction, true, image, team);
+        transformedProduct(direction, image, team);
         double const energy = sumOverPieces(m_size, team, sums, [&](std::size_t begin, std::size_t end) {
             return dot(direction, image, begin, end);
         });
@@ -638,17 +729,38 @@ BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance,
                          std::log(std::min(tolerance, 0.5)));
     }
     if (solution.hasConverged) {
-        sweepUp(unknown, team);
+        toSolution(unknown, team);
         solution.values = std::move(unknown);
-        for (Level const & level : m_levels) {
-            team.forEach(level.bricks->bricksNumber(), [&](int brick) {
-                m_passes.compress(
-                    level.values[static_cast<std::size_t>(brick) * brickRows].of, level.bricks->rowsOf(brick),
-                    solution.values.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)]);
-            });
-        }
     }
     return solution;
+}
+
+BrickSystem::Vector BrickSystem::transformedRight(Vector const & right, LoopTeam & team)
+{
+    Vector result = emptyVector();
+    sweepDown(right, false, result, team);
+    return result;
+}
+
+void BrickSystem::transformedProduct(Vector const & vector, Vector & image, LoopTeam & team)
+{
+    sweepUp(vector, team);
+    sweepDown(vector, true, image, team);
+}
+
+void BrickSystem::toSolution(Vector & vector, LoopTeam & team)
+{
+    sweepUp(vector, team);
+    for (int index = 0; index < static_cast<int>(m_levels.size()); ++index) {
+        Level & level = m_levels[static_cast<std::size_t>(index)];
+        if (isShared(index))
+            m_share->endSpread(index, numbersOf(level.values));
+        forOwnBricks(index, team, [&](int brick) {
+            m_passes.compress(level.values[static_cast<std::size_t>(brick) * brickRows].of,
+                              level.bricks->rowsOf(brick),
+                              vector.data() + level.bricks->firstNode[static_cast<std::size_t>(brick)]);
+        });
+    }
 }
 
 } // namespace VolTr

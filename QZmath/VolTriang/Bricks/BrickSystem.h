@@ -6,6 +6,8 @@
 #include <QZmath/VolTriang/Bricks/BrickPasses.h>
 #include <QZmath/VolTriang/Bricks/BrickTables.h>
 
+#include <QZmath/VolTriang/Bricks/BrickShare.h>
+
 #include <array>
 #include <cstdint>
 #include <vector>
@@ -44,6 +46,11 @@ public:
                 BrickPasses const & passes);
     BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
                 BrickPasses const & passes, QzBackend::LoopTeam & team);
+    /// A system of which every process has a part: vectors are those of its own bricks and of replicated
+    /// levels, and what they hold at others is not used, but for fields, which need the numbers of all
+    /// bricks. `share` must outlive the system. All members are collective; neither `solve` nor `product`.
+    BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
+                BrickPasses const & passes, BrickShare & share, QzBackend::LoopTeam & team);
 
     /// Can the passes serve this kernel on nodes of so many depths? It must reach at most 1.5 cells, and the
     /// tables of more than 13 depths would become large.
@@ -61,6 +68,16 @@ public:
     Vector rightPart(std::array<Vector, 3> const & field, QzBackend::LoopTeam & team);
     /// \param tolerance on the relative residual
     Solution solve(Vector const & right, double tolerance, int maxIterations, QzBackend::LoopTeam & team);
+
+    /// What an iteration of somebody else's needs: the preconditioned system has the right side
+    /// `transformedRight` and the matrix of `transformedProduct`, which is symmetric and positive definite,
+    /// and `toSolution` makes the unknowns of its solution.
+    Vector transformedRight(Vector const & right, QzBackend::LoopTeam & team);
+    void transformedProduct(Vector const & vector, Vector & image, QzBackend::LoopTeam & team);
+    void toSolution(Vector & vector, QzBackend::LoopTeam & team);
+    /// Numbers that fit a vector, all 0.
+    Vector emptyVector() const;
+
     /// The product of the matrix with a vector.
     Vector product(Vector const & vector, QzBackend::LoopTeam & team);
 
@@ -74,6 +91,7 @@ private:
         float of[brickEdge];
     };
     using Dense = std::vector<Row>; // rows without nodes stay 0
+    static float * numbersOf(Dense & rows) { return rows.empty() ? nullptr : rows[0].of; }
     struct RowPlace;
     static Row const st_zeros[brickRows];
 
@@ -108,7 +126,6 @@ private:
 
     void build(QzBackend::LoopTeam & team);
     void buildBrick(Level & level, int brick) const;
-    Vector emptyVector() const;
     CoarseFrame coarseFrame(int level, int brick, int delta) const;
     std::uint64_t rowsOf(CoarseFrame const & frame, Level const & coarse, int half) const;
     void gather(CoarseFrame const & frame, BrickRows const & used, Level const & coarse, Dense const & values,
@@ -117,11 +134,18 @@ private:
     void gatherHalo(Level const & level, int brick, BrickHalo & halo) const;
     void expandBrick(int level, int brick, Vector const & vector);
 
+    struct BrickList;
     template <class Make, class Restrict>
-    void restrictBricks(int level, QzBackend::LoopTeam & team, Make const & makeValues,
-                        Restrict const & restrictBrick);
+    void restrictBricks(int level, BrickList const & list, QzBackend::LoopTeam & team,
+                        Make const & makeValues, Restrict const & restrictBrick);
+    template <class Make, class Restrict>
+    void restrictLevel(int level, QzBackend::LoopTeam & team, Make const & makeValues,
+                       Restrict const & restrictBrick);
     template <class Make>
     void restrictValues(int level, QzBackend::LoopTeam & team, Make const & makeValues);
+    template <class Body>
+    void forOwnBricks(int level, QzBackend::LoopTeam & team, Body const & body) const;
+    bool isShared(int level) const { return m_share != nullptr && !m_share->part(level).isReplicated; }
     void sweepUp(Vector const & vector, QzBackend::LoopTeam & team);
     void sweepDown(Vector const & vector, bool withOwn, Vector & result, QzBackend::LoopTeam & team);
     void downBrick(int level, int brick, Vector const & vector, bool withOwn, Vector & result);
@@ -129,6 +153,7 @@ private:
 
     BrickLattice const & m_lattice;
     BrickPasses const & m_passes;
+    BrickShare * const m_share = nullptr;
     BrickTables m_tables;
     std::vector<float> m_couplingScales; // by difference of depth
     std::vector<Level> m_levels;         // from the coarsest depth

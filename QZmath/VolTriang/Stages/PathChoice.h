@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/Stages/PipelineTypes.h>
 #include <QZmath/VolTriang/Stages/ReconstructionPath.h>
@@ -20,7 +21,7 @@ class IInputSamples;
 
 /// The kernel of a reconstruction: the sample kernel, wider or narrower by a factor; others than those above
 /// 0 leave it as it is.
-Kernel makeReconstructionKernel(float scaleFactor);
+QZMATH_SISTER_API Kernel makeReconstructionKernel(float scaleFactor);
 
 /// Which path a run takes, and why: the bricks when they are wanted and can serve, else the stored system.
 struct PathChoice

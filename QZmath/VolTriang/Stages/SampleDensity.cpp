@@ -509,14 +509,11 @@ void addDensityByNodes(IInputSamples const & samples, COctree const & octree, Ba
     }
 }
 
-SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
-                                    Basis const & basis, int estimationDepth, int threads,
-                                    CProgressCounter * progress, VsUt::IDebugLog * log)
+std::vector<float> countAroundSamples(IInputSamples const & samples, COctree const & octree,
+                                      Basis const & basis, int estimationDepth, int threads,
+                                      CProgressCounter * progress)
 {
-    SampleDensity density;
-    std::vector<float> & values = density.weights;
-    values.assign(static_cast<std::size_t>(samples.pointsNumber()), 0.0f);
-
+    std::vector<float> values(static_cast<std::size_t>(samples.pointsNumber()), 0.0f);
     if (octree.getUnit() > 10.0 * roundingOf(octree)) {
         LoopTeam::run(threads, progress, [&](LoopTeam & team) {
             DensityEstimator estimator(samples, octree, basis, estimationDepth, team);
@@ -527,7 +524,16 @@ SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const
         // All samples coincide, so far from the origin that rounding moves them out of their cells.
         addDensityByNodes(samples, octree, basis, estimationDepth, values);
     }
+    return values;
+}
 
+SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
+                                    Basis const & basis, int estimationDepth, int threads,
+                                    CProgressCounter * progress, VsUt::IDebugLog * log)
+{
+    SampleDensity density;
+    std::vector<float> & values = density.weights;
+    values = countAroundSamples(samples, octree, basis, estimationDepth, threads, progress);
     logValues(log, "Weights normalized by factor", normalizeByLast(values));
 
     float minimum = values.empty() ? 0.0f : FLT_MAX;

@@ -33,8 +33,13 @@ QZMATH_SISTER_API void addDensityByNodes(IInputSamples const & samples, COctree 
                                          Basis const & basis, int depth, std::vector<float> & values);
 
 /// Counts the samples around each node of a depth with trilinear weights, and spreads the counts back to the
-/// samples with the node's basis function; the kernel is a single product. Linear in the samples. The same
-/// bits for any number of threads.
+/// samples with the node's basis function; the kernel is a single product. What comes out is proportional to
+/// the density, or 0. Linear in the samples. The same bits for any number of threads.
+QZMATH_SISTER_API std::vector<float> countAroundSamples(IInputSamples const & samples, COctree const & octree,
+                                                        Basis const & basis, int estimationDepth, int threads,
+                                                        CProgressCounter * progress);
+
+/// The weights of all samples from these counts.
 QZMATH_SISTER_API SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const & octree,
                                                       Basis const & basis, int estimationDepth, int threads,
                                                       CProgressCounter * progress, VsUt::IDebugLog * log);

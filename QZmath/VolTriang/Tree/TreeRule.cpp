@@ -91,15 +91,20 @@ TreeCube makeTreeCube(IInputSamples const & samples, INodesPositioningPolicy con
             all.high[axis] = std::max(all.high[axis], own.high[axis]);
         }
     }
+    return makeTreeCube(all.low, all.high, policy);
+}
+
+TreeCube makeTreeCube(float const * low3, float const * high3, INodesPositioningPolicy const & policy)
+{
     // The floor makes a single sample, and samples that all coincide, legal.
     double extent = 1e-10;
     for (int axis = 0; axis < 3; ++axis)
-        extent = std::max(extent, static_cast<double>(all.high[axis]) - all.low[axis]);
+        extent = std::max(extent, static_cast<double>(high3[axis]) - low3[axis]);
     TreeCube cube;
     cube.cellsPerAxis = policy.getCellsPerAxis();
     cube.size = (policy.getBoxMargin() + 1.0) * extent;
     for (int axis = 0; axis < 3; ++axis) {
-        double const center = (static_cast<double>(all.low[axis]) + all.high[axis]) * 0.5;
+        double const center = (static_cast<double>(low3[axis]) + high3[axis]) * 0.5;
         cube.min[axis] = center - cube.size * 0.5;
         cube.max[axis] = center + cube.size * 0.5;
     }

@@ -40,6 +40,10 @@ struct QZMATH_SISTER_API TreeCube
     CInt3 cellOf(float const * point) const;
 };
 
+/// The cube around samples with these bounds.
+QZMATH_SISTER_API TreeCube makeTreeCube(float const * low3, float const * high3,
+                                        INodesPositioningPolicy const & policy);
+
 /// The cube around all samples.
 /// \throws std::exception that names the first sample with a coordinate that is not finite
 QZMATH_SISTER_API TreeCube makeTreeCube(IInputSamples const & samples, INodesPositioningPolicy const & policy,
