@@ -114,33 +114,14 @@ private:
 // Points that span no area have no surface: all in one place, or on a line but for rounding.
 void Call::refuseWithoutArea() const
 {
-    std::string const count = std::to_string(m_cloud.size()) + (m_cloud.size() == 1 ? " point" : " points");
-    if (!(m_cloud.extent() > 0.0))
-        throw ReconstructionError(Kind::input,
-                                  "the cloud has no extent: " + count + " in one place make no surface");
+    CloudScatter scatter(m_cloud.size(), m_cloud.extent());
+    scatter.refuseWithoutExtent();
     REmath::Point3D const * const points = m_cloud.points();
-    double sum[3] = {0.0, 0.0, 0.0};
-    double scatter[3][3] = {};
-    double const perPoint = 1.0 / m_cloud.size();
-    double const unit = 1.0 / m_cloud.extent();
     for (int i = 0; i < m_cloud.size(); ++i)
-        for (int axis = 0; axis < 3; ++axis)
-            sum[axis] += static_cast<double>(points[i].asArray()[axis]) * perPoint;
-    for (int i = 0; i < m_cloud.size(); ++i) {
-        double apart[3];
-        for (int axis = 0; axis < 3; ++axis)
-            apart[axis] = (static_cast<double>(points[i].asArray()[axis]) - sum[axis]) * unit;
-        for (int row = 0; row < 3; ++row)
-            for (int col = 0; col < 3; ++col)
-                scatter[row][col] += apart[row] * apart[col] * perPoint;
-    }
-    // The second invariant is the product of the two largest variances, nearly: area times area.
-    double const area = scatter[0][0] * scatter[1][1] - scatter[0][1] * scatter[1][0] +
-                        scatter[0][0] * scatter[2][2] - scatter[0][2] * scatter[2][0] +
-                        scatter[1][1] * scatter[2][2] - scatter[1][2] * scatter[2][1];
-    if (m_cloud.size() < 3 || !(area > 1e-12 * std::pow(scatter[0][0] + scatter[1][1] + scatter[2][2], 2)))
-        throw ReconstructionError(Kind::input,
-                                  "the " + count + " of the cloud lie on a line, so they make no surface");
+        scatter.addToMean(points[i].asArray());
+    for (int i = 0; i < m_cloud.size(); ++i)
+        scatter.addAroundMean(points[i].asArray());
+    scatter.refuseLine();
 }
 
 void Call::removeOutliers()
@@ -191,7 +172,7 @@ void Call::prepare()
 void Call::settleDepth()
 {
     m_depth = chooseDepth(m_cloud, m_options, m_measures);
-    m_cells.leaf = leafCellOf(m_cloud, m_depth);
+    m_cells.leaf = leafCellOf(m_cloud.extent(), m_depth);
     m_cells.spacing = m_measures.spacing;
     // Samples are no nearer to each other when cells are finer than they are.
     m_cells.trimDistance = m_options.trimDistance * std::max(m_cells.leaf, m_measures.spacing);

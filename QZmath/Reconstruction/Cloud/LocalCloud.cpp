@@ -40,19 +40,19 @@ public:
     void add(std::size_t point)
     {
         if (m_count++ == 0)
-            m_first = point;
+            m_first = static_cast<std::int64_t>(point);
     }
-    void refuseIfAny(char const * what) const
+    void refuseIfAny(char const * what, std::int64_t firstIndex) const
     {
         if (m_count > 0)
             refuse(std::string(what) + " at " + std::to_string(m_count) +
-                   (m_count == 1 ? " point" : " points") + ", the first at index " + std::to_string(m_first) +
-                   ", counted from 0");
+                   (m_count == 1 ? " point" : " points") + ", the first at index " +
+                   std::to_string(firstIndex + m_first) + ", counted from 0");
     }
 
 private:
     std::size_t m_count = 0;
-    std::size_t m_first = 0;
+    std::int64_t m_first = 0;
 };
 
 template <class Number, class Predicate>
@@ -61,25 +61,10 @@ bool anyOf3(Number const * triple, Predicate predicate)
     return predicate(triple[0]) || predicate(triple[1]) || predicate(triple[2]);
 }
 
-struct Box
-{
-    std::array<double, 3> low, high;
-
-    double extent() const
-    {
-        double longest = 0.0;
-        for (std::size_t axis = 0; axis < 3; ++axis)
-            longest = std::max(longest, high[axis] - low[axis]);
-        return longest;
-    }
-};
-
 template <class Number>
-Box boxOf(Number const * positions, std::size_t size)
+CloudBox boxOfPositions(Number const * positions, std::size_t size, std::int64_t firstIndex)
 {
-    Box box;
-    box.low.fill(std::numeric_limits<double>::infinity());
-    box.high.fill(-std::numeric_limits<double>::infinity());
+    CloudBox box;
     Flaw notFinite, tooLarge;
     for (std::size_t i = 0; i < size; ++i) {
         Number const * const point = positions + 3 * i;
@@ -95,28 +80,9 @@ Box boxOf(Number const * positions, std::size_t size)
             box.high[axis] = std::max(box.high[axis], static_cast<double>(point[axis]));
         }
     }
-    notFinite.refuseIfAny("the cloud has coordinates that are not finite");
-    tooLarge.refuseIfAny("the cloud has coordinates beyond 1e30");
+    notFinite.refuseIfAny("the cloud has coordinates that are not finite", firstIndex);
+    tooLarge.refuseIfAny("the cloud has coordinates beyond 1e30", firstIndex);
     return box;
-}
-
-LocalFrame frameOf(Box const & box)
-{
-    LocalFrame frame;
-    double const extent = box.extent();
-    if (!(extent > 0.0))
-        return frame;
-    double farthest = 0.0;
-    for (std::size_t axis = 0; axis < 3; ++axis)
-        farthest = std::max({farthest, std::abs(box.low[axis]), std::abs(box.high[axis])});
-    if (farthest > farOut * extent) {
-        double const step = std::ldexp(1.0, std::ilogb(extent) + 1);
-        for (std::size_t axis = 0; axis < 3; ++axis)
-            frame.origin[axis] = std::round((box.low[axis] + box.high[axis]) / 2.0 / step) * step;
-    }
-    if (extent < leastExtent || extent > greatestExtent)
-        frame.scale = std::ldexp(1.0, -std::ilogb(extent));
-    return frame;
 }
 
 template <class Number>
@@ -124,8 +90,7 @@ std::vector<float> toLocal(Number const * positions, std::size_t size, LocalFram
 {
     std::vector<float> local(3 * size);
     for (std::size_t i = 0; i < local.size(); ++i)
-        local[i] =
-            static_cast<float>((static_cast<double>(positions[i]) - frame.origin[i % 3]) * frame.scale);
+        local[i] = frame.toLocal(static_cast<double>(positions[i]), i % 3);
     return local;
 }
 
@@ -152,17 +117,114 @@ REmath::Point3D const * asPoints(float const * coords)
     return reinterpret_cast<REmath::Point3D const *>(coords);
 }
 
+double squaredLength(float const * normal)
+{
+    double sum = 0.0;
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        sum += std::pow(static_cast<double>(normal[axis]), 2);
+    return sum;
+}
+
 } // namespace
 
-LocalCloud::LocalCloud(PointCloudView const & cloud) : m_colors(cloud.colors), m_boundary(cloud.boundary)
+CloudBox::CloudBox()
 {
-    if (cloud.size == 0)
-        refuse("the cloud has no points");
+    low.fill(std::numeric_limits<double>::infinity());
+    high.fill(-std::numeric_limits<double>::infinity());
+}
+
+double CloudBox::extent() const
+{
+    double longest = 0.0;
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        longest = std::max(longest, high[axis] - low[axis]);
+    return longest;
+}
+
+void checkPositionArrays(PointCloudView const & cloud)
+{
     if ((cloud.positions != nullptr) == (cloud.positions64 != nullptr))
         throw ReconstructionError(ReconstructionError::Kind::options,
                                   "the cloud has to have positions in exactly one of the two precisions");
     if (cloud.size > static_cast<std::size_t>(std::numeric_limits<int>::max()))
         refuse("the cloud has " + std::to_string(cloud.size) + " points, more than 2147483647");
+}
+
+CloudBox boxOf(PointCloudView const & cloud, std::int64_t firstIndex)
+{
+    return cloud.positions != nullptr ? boxOfPositions(cloud.positions, cloud.size, firstIndex)
+                                      : boxOfPositions(cloud.positions64, cloud.size, firstIndex);
+}
+
+LocalFrame frameOf(CloudBox const & box)
+{
+    LocalFrame frame;
+    double const extent = box.extent();
+    if (!(extent > 0.0))
+        return frame;
+    if (extent < leastCloud)
+        refuse("the cloud is smaller than 1e-30 along its longest side");
+    double farthest = 0.0;
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        farthest = std::max({farthest, std::abs(box.low[axis]), std::abs(box.high[axis])});
+    if (farthest > farOut * extent) {
+        double const step = std::ldexp(1.0, std::ilogb(extent) + 1);
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            frame.origin[axis] = std::round((box.low[axis] + box.high[axis]) / 2.0 / step) * step;
+    }
+    if (extent < leastExtent || extent > greatestExtent)
+        frame.scale = std::ldexp(1.0, -std::ilogb(extent));
+    return frame;
+}
+
+NormalsState checkNormals(PointCloudView const & cloud, std::int64_t firstIndex)
+{
+    Flaw notFinite;
+    NormalsState state;
+    for (std::size_t i = 0; i < cloud.size; ++i) {
+        double const square = squaredLength(cloud.normals + 3 * i);
+        if (!std::isfinite(square))
+            notFinite.add(i);
+        state.areUnits = state.areUnits && (std::abs(square - 1.0) < 1e-4 || square == 0.0);
+        state.areZero = state.areZero && square == 0.0;
+    }
+    notFinite.refuseIfAny("the cloud has normals that are not finite", firstIndex);
+    return state;
+}
+
+void makeUnit(float const * normal, float * unit)
+{
+    double const length = std::sqrt(squaredLength(normal));
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        unit[axis] = length > 0.0 ? static_cast<float>(static_cast<double>(normal[axis]) / length) : 0.0F;
+}
+
+std::string CloudScatter::count() const
+{
+    return std::to_string(m_points) + (m_points == 1 ? " point" : " points");
+}
+
+void CloudScatter::refuseWithoutExtent() const
+{
+    if (!(m_extent > 0.0))
+        refuse("the cloud has no extent: " + count() + " in one place make no surface");
+}
+
+void CloudScatter::refuseLine() const
+{
+    // The second invariant is the product of the two largest variances, nearly: area times area.
+    double const area = scatter[0][0] * scatter[1][1] - scatter[0][1] * scatter[1][0] +
+                        scatter[0][0] * scatter[2][2] - scatter[0][2] * scatter[2][0] +
+                        scatter[1][1] * scatter[2][2] - scatter[1][2] * scatter[2][1];
+    if (m_points < 3 || !(area > 1e-12 * std::pow(scatter[0][0] + scatter[1][1] + scatter[2][2], 2)))
+        refuse("the " + count() + " of the cloud lie on a line, so they make no surface");
+}
+
+LocalCloud::LocalCloud(PointCloudView const & cloud) : m_colors(cloud.colors), m_boundary(cloud.boundary)
+{
+    if (cloud.size == 0)
+        refuse("the cloud has no points");
+    checkPositionArrays(cloud);
     m_size = static_cast<int>(cloud.size);
     takePositions(cloud);
     if (cloud.normals != nullptr)
@@ -171,10 +233,7 @@ LocalCloud::LocalCloud(PointCloudView const & cloud) : m_colors(cloud.colors), m
 
 void LocalCloud::takePositions(PointCloudView const & cloud)
 {
-    Box const box = cloud.positions != nullptr ? boxOf(cloud.positions, cloud.size)
-                                               : boxOf(cloud.positions64, cloud.size);
-    if (box.extent() > 0.0 && box.extent() < leastCloud)
-        refuse("the cloud is smaller than 1e-30 along its longest side");
+    CloudBox const box = boxOf(cloud);
     m_frame = frameOf(box);
     m_extent = box.extent() * m_frame.scale;
     if (cloud.positions64 != nullptr) {
@@ -190,36 +249,16 @@ void LocalCloud::takePositions(PointCloudView const & cloud)
 
 void LocalCloud::takeNormals(PointCloudView const & cloud)
 {
-    Flaw notFinite;
-    bool areUnits = true;
-    bool areZero = true;
-    auto const squaredLength = [&](std::size_t i) {
-        double sum = 0.0;
-        for (std::size_t axis = 0; axis < 3; ++axis)
-            sum += std::pow(static_cast<double>(cloud.normals[3 * i + axis]), 2);
-        return sum;
-    };
-    for (std::size_t i = 0; i < cloud.size; ++i) {
-        double const square = squaredLength(i);
-        if (!std::isfinite(square))
-            notFinite.add(i);
-        areUnits = areUnits && (std::abs(square - 1.0) < 1e-4 || square == 0.0);
-        areZero = areZero && square == 0.0;
-    }
-    notFinite.refuseIfAny("the cloud has normals that are not finite");
-    if (areZero)
+    NormalsState const state = checkNormals(cloud);
+    if (state.areZero)
         return;
-    if (areUnits) {
+    if (state.areUnits) {
         m_normals = cloud.normals;
         return;
     }
     m_ownNormals.resize(3 * cloud.size);
-    for (std::size_t i = 0; i < cloud.size; ++i) {
-        double const length = std::sqrt(squaredLength(i));
-        for (std::size_t axis = 0; axis < 3 && length > 0.0; ++axis)
-            m_ownNormals[3 * i + axis] =
-                static_cast<float>(static_cast<double>(cloud.normals[3 * i + axis]) / length);
-    }
+    for (std::size_t i = 0; i < cloud.size; ++i)
+        makeUnit(cloud.normals + 3 * i, m_ownNormals.data() + 3 * i);
     m_normals = m_ownNormals.data();
 }
 
@@ -265,7 +304,7 @@ void LocalCloud::remove(std::vector<std::uint8_t> const & marks)
     m_original = std::move(original);
     m_size = static_cast<int>(m_original.size());
     if (m_size > 0) // they are finite
-        m_extent = boxOf(m_positions, m_original.size()).extent();
+        m_extent = boxOfPositions(m_positions, m_original.size(), 0).extent();
 }
 
 } // namespace QZmath

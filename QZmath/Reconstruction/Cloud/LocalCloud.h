@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace QZmath
@@ -21,6 +22,77 @@ struct LocalFrame
     double scale = 1.0; ///< a power of 2, so that it changes no bit of what a cloud looks like
 
     double toCloud(double length) const { return length / scale; }
+    float toLocal(double coord, std::size_t axis) const
+    {
+        return static_cast<float>((coord - origin[axis]) * scale);
+    }
+};
+
+/// Bounds of the points of a cloud, in its own units; of none, without an inside.
+struct CloudBox
+{
+    std::array<double, 3> low, high;
+
+    QZMATH_SISTER_API CloudBox();
+    QZMATH_SISTER_API double extent() const; ///< along the longest side; 0 of no points
+};
+
+// What a `LocalCloud` is made by, for clouds of which a process has a part only. `firstIndex` is that of the
+// part's first point in the whole, for messages.
+
+/// \throws ReconstructionError unless there are positions in one precision, of at most 2147483647 points
+QZMATH_SISTER_API void checkPositionArrays(PointCloudView const & cloud);
+/// \throws ReconstructionError that names the first point that is not finite or too far out
+QZMATH_SISTER_API CloudBox boxOf(PointCloudView const & cloud, std::int64_t firstIndex = 0);
+/// \throws ReconstructionError for a cloud that is too small
+QZMATH_SISTER_API LocalFrame frameOf(CloudBox const & box);
+
+/// What decides how the normals of a whole cloud are taken: as they are, made unit vectors, or not at all.
+struct NormalsState
+{
+    bool areUnits = true;
+    bool areZero = true;
+};
+/// \throws ReconstructionError that names the first normal that is not finite
+QZMATH_SISTER_API NormalsState checkNormals(PointCloudView const & cloud, std::int64_t firstIndex = 0);
+/// The direction of a normal, in length 1; zero stays.
+QZMATH_SISTER_API void makeUnit(float const * normal, float * unit);
+
+/// Whether points span an area: sums over them in two rounds, the second of which needs the mean of the
+/// first. Sums of parts add up to those of the whole.
+struct CloudScatter
+{
+    double sum[3] = {0.0, 0.0, 0.0}; ///< of places by their number: the mean
+    double scatter[3][3] = {};
+
+    CloudScatter(std::int64_t points, double extent)
+        : m_points(points), m_extent(extent), m_perPoint(1.0 / static_cast<double>(points)),
+          m_unit(1.0 / extent)
+    {}
+    void addToMean(float const * place)
+    {
+        for (int axis = 0; axis < 3; ++axis)
+            sum[axis] += static_cast<double>(place[axis]) * m_perPoint;
+    }
+    void addAroundMean(float const * place)
+    {
+        double apart[3];
+        for (int axis = 0; axis < 3; ++axis)
+            apart[axis] = (static_cast<double>(place[axis]) - sum[axis]) * m_unit;
+        for (int row = 0; row < 3; ++row)
+            for (int col = 0; col < 3; ++col)
+                scatter[row][col] += apart[row] * apart[col] * m_perPoint;
+    }
+    /// \throws ReconstructionError when they are all in one place, which can be asked before the sums
+    QZMATH_SISTER_API void refuseWithoutExtent() const;
+    /// \throws ReconstructionError when they lie on a line but for rounding
+    QZMATH_SISTER_API void refuseLine() const;
+
+private:
+    std::string count() const;
+
+    std::int64_t m_points;
+    double m_extent, m_perPoint, m_unit;
 };
 
 /// A cloud as the stages take it: in `float`, near zero, of an extent that is far from the limits of `float`.
