@@ -144,6 +144,7 @@ RankLattice::RankLattice(Communicator const & ranks, Partition const & partition
                          VolTr::COctree const & octree, LoopTeam & team)
     : m_ranks(ranks), m_partition(partition)
 {
+    ensurePetsc();
     mergeBricks(octree, team);
 }
 
@@ -316,8 +317,10 @@ void RankLattice::connect(std::vector<Copies> const & copies)
         exchange->finish(m_ranks.get(), level.bricks.size() * brickRows * brickEdge);
         m_exchanges[static_cast<std::size_t>(index)] = std::move(exchange);
         for (std::size_t brick = 0; brick < level.bricks.size(); ++brick) {
-            if (isForeign[brick] != 0)
+            if (isForeign[brick] != 0) {
+                part.foreign.push_back(static_cast<int>(brick));
                 continue;
+            }
             (isShared[brick] != 0 ? part.shared : part.inner).push_back(static_cast<int>(brick));
             Range const nodes = {level.firstNode[brick], level.firstNode[brick + 1]};
             if (m_ownNodes.back().end == nodes.begin)

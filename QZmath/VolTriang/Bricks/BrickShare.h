@@ -24,12 +24,13 @@ public:
     struct Part
     {
         bool isReplicated = false;
-        std::vector<int> shared; ///< own bricks of which others have copies, ascending
-        std::vector<int> inner;  ///< the other own bricks, ascending; all bricks of a replicated level
+        std::vector<int> shared;  ///< own bricks of which others have copies, ascending
+        std::vector<int> inner;   ///< the other own bricks, ascending; all bricks of a replicated level
+        std::vector<int> foreign; ///< ascending
     };
     virtual Part const & part(int level) const = 0;
 
-    /// Foreign bricks get the numbers of their owners.
+    /// Nodes of foreign bricks get the numbers of their owners; places without a node keep theirs.
     virtual void beginSpread(int level, float * numbers) = 0;
     virtual void endSpread(int level, float * numbers) = 0;
     /// The numbers of foreign bricks are added to those of their owners.

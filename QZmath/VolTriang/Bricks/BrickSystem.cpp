@@ -518,6 +518,12 @@ void BrickSystem::sweepDown(Vector const & vector, bool withOwn, Vector & result
         bool const hasSums = index + 1 < static_cast<int>(m_levels.size());
         if (withOwn)
             m_share->endSpread(index, numbersOf(level.values));
+        // What was collected there would stay at places without a node.
+        for (int const brick : part.foreign) {
+            if (hasSums)
+                std::fill_n(level.sums.begin() + static_cast<std::ptrdiff_t>(brick) * brickRows, brickRows,
+                            Row{});
+        }
         sweep(BrickList(part.shared));
         if (hasSums)
             m_share->beginSpread(index, numbersOf(level.sums));

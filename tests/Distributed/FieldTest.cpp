@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Distributed/Cloud/CloudTravel.h>
+#include <QZmath/Distributed/Field/ImplicitField.h>
+
+#include <QZmath/VolTriang/Stages/BrickPath.h>
+#include <QZmath/VolTriang/Stages/PathChoice.h>
+#include <QZmath/VolTriang/Stages/RunPhases.h>
+#include <QZmath/VolTriang/Stages/SampleDensity.h>
+
+#include <gtest/gtest.h>
+#include <support/SampledClouds.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace
+{
+
+using namespace QZmath::Distributed;
+
+// A cloud dealt out to the ranks in pieces of unequal lengths.
+struct DealtCloud
+{
+    PointCloudSamples all;
+    std::vector<float> positions, normals;
+    std::int64_t firstNumber = 0;
+    QZmath::PointCloudView view;
+
+    DealtCloud(PointCloudSamples cloud, Communicator const & ranks) : all(std::move(cloud))
+    {
+        std::size_t const size = all.points.size();
+        auto const bound = [&](int rank) {
+            double const share = std::pow(static_cast<double>(rank) / ranks.size(), 1.5);
+            return static_cast<std::size_t>(share * static_cast<double>(size));
+        };
+        std::size_t const begin = bound(ranks.rank());
+        std::size_t const end = bound(ranks.rank() + 1);
+        firstNumber = static_cast<std::int64_t>(begin);
+        for (std::size_t n = begin; n < end; ++n) {
+            positions.insert(positions.end(), all.points[n].begin(), all.points[n].end());
+            normals.insert(normals.end(), all.normals[n].begin(), all.normals[n].end());
+        }
+        view.size = end - begin;
+        view.positions = positions.data();
+        view.normals = normals.data();
+    }
+};
+
+// The function of one process, over the same octree.
+struct WholeField
+{
+    VolTr::CVolTriangulationParams params;
+    std::optional<VolTr::COctree> octree;
+    std::optional<VolTr::Basis> basis;
+    VolTr::Kernel kernel = VolTr::makeReconstructionKernel(1.0f);
+    VolTr::SampleDensity density;
+    VolTr::CReconstructionReport report;
+    std::unique_ptr<VolTr::ImplicitFunction> function;
+    double isoValue = 0.0;
+
+    WholeField(PointCloudSamples const & samples, VolTr::CVolTriangulationParams const & same) : params(same)
+    {
+        kernel = VolTr::makeReconstructionKernel(params.getKernelScaleFactor());
+        octree.emplace(&samples, params.getOctreeDepth(), nullptr, params.getUseCenter(),
+                       params.getDetalizationLevel());
+        basis.emplace(kernel, &*octree, 0);
+        VolTr::StageContext context = {samples, params,  *octree, *basis, nullptr,
+                                       nullptr, nullptr, report,  1};
+        VolTr::BrickPath path;
+        path.prepare(context);
+        int const level = std::max(octree->getNodeDepthEnd() - params.getDensityEstimationDepthDelta() - 1,
+                                   octree->getNodeDepthBegin());
+        density = VolTr::estimateSampleDensity(samples, *octree, *basis, level, 1, nullptr, nullptr);
+        context.density = &density;
+        path.splat(context);
+        VolTr::RunPhases phases(nullptr, nullptr);
+        phases.add("update right part", 1);
+        path.assemble(context, phases);
+        function = path.solve(context);
+        isoValue = function->meanAtSamples(context);
+    }
+};
+
+struct Difference
+{
+    double greatest = 0.0; // of the heights over the surface at the samples, in leaf cells
+    double rms = 0.0;
+    DistributedReport report;
+};
+
+// The result of all ranks against that of one process.
+Difference compare(Communicator const & ranks, PointCloudSamples const & cloud,
+                   DistributedOptions const & options)
+{
+    DealtCloud const dealt(cloud, ranks);
+    Difference result;
+    CloudFrame frame;
+    std::optional<Partition> partition;
+    RankCloud const own =
+        gatherCloud(ranks, dealt.view, dealt.firstNumber, options, frame, partition, result.report);
+    VolTr::TreeCube const cube = treeCubeOf(frame);
+    ImplicitField field(ranks, *partition, own, cube, options, frame.depth, 1, result.report, nullptr);
+    field.buildTree();
+    field.estimateDensity();
+    field.splat();
+    field.solve();
+    field.findIsoValue();
+    WholeField const whole(dealt.all, field.context().params);
+    auto const evaluator = whole.function->makeEvaluator(1.0);
+    double const leaf = whole.octree->getUnit();
+    double squares = 0.0;
+    for (std::size_t sample = 0; sample < own.size(); ++sample) {
+        if (own.isOwn[sample] == 0)
+            continue;
+        double point[3], gradient[3], wholeGradient[3];
+        std::copy_n(own.positions.data() + 3 * sample, 3, point);
+        field.function().gradient(point, gradient);
+        evaluator->gradient(point, wholeGradient);
+        auto const heightOf = [&](double value, double const * slope) {
+            return value /
+                   (leaf * std::sqrt(slope[0] * slope[0] + slope[1] * slope[1] + slope[2] * slope[2]));
+        };
+        double const difference = heightOf(field.function().eval(point) - field.isoValue(), gradient) -
+                                  heightOf(evaluator->value(point) - whole.isoValue, wholeGradient);
+        result.greatest = std::max(result.greatest, std::fabs(difference));
+        squares += difference * difference;
+    }
+    result.greatest = ranks.greatest(result.greatest);
+    result.rms = std::sqrt(ranks.sum(squares) / static_cast<double>(own.total));
+    return result;
+}
+
+} // namespace
+
+// The function over ranks is that of one process: an even closed surface, one whose sparse parts are splatted
+// on coarser depths, and an open one whose middle lies on a corner of the coarsest units.
+TEST(DistributedField, IsThatOfOneProcess)
+{
+    Communicator const ranks(MPI_COMM_WORLD);
+    struct Case
+    {
+        char const * shape;
+        std::size_t points;
+        double densityRatio;
+        int depth;
+    };
+    for (Case const & of : {Case{"genus3", 30000, 1.0, 7}, Case{"genus3", 20000, 30.0, 7},
+                            Case{"sheet", 6000, 1.0, 6}, Case{"sphere", 40, 1.0, 8}}) {
+        DistributedOptions options;
+        options.depth = of.depth;
+        Difference const found =
+            compare(ranks, qz_test::sampledShape(of.shape, of.points, 0.0, of.densityRatio), options);
+        EXPECT_LT(found.greatest, 1e-3) << of.shape;
+        if (ranks.rank() == 0)
+            std::printf(
+                "%s %d: greatest %g rms %g, iterations %d, replicated %d depths, unit %d, balance %g %g\n",
+                of.shape, of.depth, found.greatest, found.rms, found.report.iterations,
+                found.report.replicatedDepths, found.report.unitDepth, found.report.sampleBalance,
+                found.report.cellBalance);
+    }
+}
