@@ -3,15 +3,14 @@
 
 #include <QZmath/Reconstruction/Call/CallRecord.h>
 #include <QZmath/Reconstruction/Call/FinishedMesh.h>
+#include <QZmath/Reconstruction/Call/MeshTarget.h>
 #include <QZmath/Reconstruction/Cloud/DepthChoice.h>
 #include <QZmath/Reconstruction/Cloud/LocalCloud.h>
 #include <QZmath/Reconstruction/Cloud/SampleNormals.h>
 
 #include <QZmath/Backend/FreeMemory.h>
 #include <QZmath/SurfaceAnalysis/CloudMeasures.h>
-#include <QZmath/VolTriang/MeshStoreDetail.h>
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
-#include <QZmath/VolTriang/TriangulationTarget.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolumetricTriangulator.h>
 
@@ -37,43 +36,6 @@ double const repeatedThatMatter = 0.01;
 
 // Of what no memory could hold, as much as can be counted.
 std::int64_t counted(double number) { return static_cast<std::int64_t>(std::min(number, 9e18)); }
-
-// Takes the mesh of the core, one by one or, where the core can, in its own arrays.
-class MeshTarget final : public VolTr::ITriangulationTarget, public VolTr::MeshStore
-{
-public:
-    MeshTarget(TriangleMesh & mesh, bool withNormals) : m_mesh(mesh), m_withNormals(withNormals) {}
-
-    void expect(std::size_t triangles) override { m_mesh.triangles.reserve(3 * triangles); }
-    std::int32_t * triangles(std::size_t count) override { return roomIn(m_mesh.triangles, count); }
-    float * positions(std::size_t count) override { return roomIn(m_mesh.positions, count); }
-    float * normals(std::size_t count) override { return roomIn(m_mesh.normals, count); }
-
-private:
-    template <class Number>
-    static Number * roomIn(std::vector<Number> & triples, std::size_t count)
-    {
-        triples.resize(3 * count);
-        return triples.data();
-    }
-    template <class Number>
-    void add(Number const * coords, Number const * normal)
-    {
-        for (int axis = 0; axis < 3; ++axis)
-            m_mesh.positions.push_back(static_cast<float>(coords[axis]));
-        for (int axis = 0; axis < 3 && m_withNormals; ++axis)
-            m_mesh.normals.push_back(static_cast<float>(normal[axis]));
-    }
-    void onAddNewVertex(int, double const * coords, double const * normal) override { add(coords, normal); }
-    void onAddNewVertex(int, float const * coords, float const * normal) override { add(coords, normal); }
-    void onAddNewTriangle(int a, int b, int c) override
-    {
-        m_mesh.triangles.insert(m_mesh.triangles.end(), {a, b, c});
-    }
-
-    TriangleMesh & m_mesh;
-    bool m_withNormals;
-};
 
 // One call: the stages in their order, and what lives from one to the next. Lengths are local.
 class Call

@@ -151,66 +151,18 @@ private:
     std::vector<std::int32_t> m_ends;
 };
 
-} // namespace
-
-std::vector<EdgeCrossing> findCrossings(TriangleMesh const & mesh,
-                                        std::vector<std::uint8_t> const & isOutside,
-                                        IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team)
+std::vector<Side> sidesOf(std::vector<std::uint8_t> const & isOutside)
 {
-    std::vector<EdgeCrossing> crossings;
-    for (std::size_t h = 0; h < mesh.triangles.size(); ++h) {
-        std::int32_t const a = mesh.triangles[h];
-        std::int32_t const b = mesh.triangles[at(nextInTriangle(static_cast<std::int32_t>(h)))];
-        if (isOutside[at(a)] != isOutside[at(b)])
-            crossings.push_back(isOutside[at(b)] ? EdgeCrossing{a, b, 0} : EdgeCrossing{b, a, 0});
-    }
-    std::sort(crossings.begin(), crossings.end(), [](EdgeCrossing const & a, EdgeCrossing const & b) {
-        return std::tie(a.inside, a.outside) < std::tie(b.inside, b.outside);
-    });
-    crossings.erase(std::unique(crossings.begin(), crossings.end(),
-                                [](EdgeCrossing const & a, EdgeCrossing const & b) {
-                                    return a.inside == b.inside && a.outside == b.outside;
-                                }),
-                    crossings.end());
-    forRanges(team, crossings.size(), 64, [&](std::size_t begin, std::size_t end) {
-        for (std::size_t n = begin; n < end; ++n) {
-            double low = 0;
-            double high = 1;
-            for (int step = 0; step < bisections; ++step) {
-                crossings[n].share = 0.5 * (low + high);
-                (isOutsideAt(placeOf(mesh, crossings[n])) ? high : low) = crossings[n].share;
-            }
-            crossings[n].share = 0.5 * (low + high);
-        }
-    });
-    return crossings;
-}
-
-std::size_t crossingOf(std::vector<EdgeCrossing> const & crossings, std::int32_t inside, std::int32_t outside)
-{
-    auto const place =
-        std::lower_bound(crossings.begin(), crossings.end(), std::make_pair(inside, outside),
-                         [](EdgeCrossing const & a, auto const & ends) {
-                             return std::tie(a.inside, a.outside) < std::tie(ends.first, ends.second);
-                         });
-    return static_cast<std::size_t>(place - crossings.begin());
-}
-
-Vec placeOf(TriangleMesh const & mesh, EdgeCrossing const & crossing)
-{
-    return vertexOf(mesh, crossing.inside) * (1 - crossing.share) +
-           vertexOf(mesh, crossing.outside) * crossing.share;
-}
-
-void cutOff(TriangleMesh & mesh, VertexStars const & stars, std::vector<std::uint8_t> const & isOutside,
-            IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team)
-{
-    std::vector<EdgeCrossing> const crossings = findCrossings(mesh, isOutside, isOutsideAt, team);
-    std::vector<Side> sides(mesh.vertexCount());
+    std::vector<Side> sides(isOutside.size());
     for (std::size_t v = 0; v < sides.size(); ++v)
         sides[v] = isOutside[v] ? Side::outside : Side::inside;
-    Snapping(mesh, stars, sides).run(crossings);
+    return sides;
+}
 
+// Takes from the triangles what is outside.
+void splitAlong(TriangleMesh & mesh, std::vector<EdgeCrossing> const & crossings,
+                std::vector<Side> const & sides)
+{
     // A vertex of its own for each crossing that is left.
     std::vector<std::int32_t> names(crossings.size(), -1);
     std::size_t vertices = mesh.vertexCount();
@@ -276,6 +228,74 @@ void cutOff(TriangleMesh & mesh, VertexStars const & stars, std::vector<std::uin
         }
     }
     mesh.triangles.swap(triangles);
+}
+
+} // namespace
+
+std::vector<EdgeCrossing> findCrossings(TriangleMesh const & mesh,
+                                        std::vector<std::uint8_t> const & isOutside,
+                                        IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team)
+{
+    std::vector<EdgeCrossing> crossings;
+    for (std::size_t h = 0; h < mesh.triangles.size(); ++h) {
+        std::int32_t const a = mesh.triangles[h];
+        std::int32_t const b = mesh.triangles[at(nextInTriangle(static_cast<std::int32_t>(h)))];
+        if (isOutside[at(a)] != isOutside[at(b)])
+            crossings.push_back(isOutside[at(b)] ? EdgeCrossing{a, b, 0} : EdgeCrossing{b, a, 0});
+    }
+    std::sort(crossings.begin(), crossings.end(), [](EdgeCrossing const & a, EdgeCrossing const & b) {
+        return std::tie(a.inside, a.outside) < std::tie(b.inside, b.outside);
+    });
+    crossings.erase(std::unique(crossings.begin(), crossings.end(),
+                                [](EdgeCrossing const & a, EdgeCrossing const & b) {
+                                    return a.inside == b.inside && a.outside == b.outside;
+                                }),
+                    crossings.end());
+    forRanges(team, crossings.size(), 64, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t n = begin; n < end; ++n) {
+            double low = 0;
+            double high = 1;
+            for (int step = 0; step < bisections; ++step) {
+                crossings[n].share = 0.5 * (low + high);
+                (isOutsideAt(placeOf(mesh, crossings[n])) ? high : low) = crossings[n].share;
+            }
+            crossings[n].share = 0.5 * (low + high);
+        }
+    });
+    return crossings;
+}
+
+std::size_t crossingOf(std::vector<EdgeCrossing> const & crossings, std::int32_t inside, std::int32_t outside)
+{
+    auto const place =
+        std::lower_bound(crossings.begin(), crossings.end(), std::make_pair(inside, outside),
+                         [](EdgeCrossing const & a, auto const & ends) {
+                             return std::tie(a.inside, a.outside) < std::tie(ends.first, ends.second);
+                         });
+    return static_cast<std::size_t>(place - crossings.begin());
+}
+
+Vec placeOf(TriangleMesh const & mesh, EdgeCrossing const & crossing)
+{
+    return vertexOf(mesh, crossing.inside) * (1 - crossing.share) +
+           vertexOf(mesh, crossing.outside) * crossing.share;
+}
+
+void cutOff(TriangleMesh & mesh, VertexStars const & stars, std::vector<std::uint8_t> const & isOutside,
+            IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team)
+{
+    std::vector<EdgeCrossing> const crossings = findCrossings(mesh, isOutside, isOutsideAt, team);
+    std::vector<Side> sides = sidesOf(isOutside);
+    Snapping(mesh, stars, sides).run(crossings);
+    splitAlong(mesh, crossings, sides);
+}
+
+std::vector<EdgeCrossing> cutThrough(TriangleMesh & mesh, std::vector<std::uint8_t> const & isOutside,
+                                     IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team)
+{
+    std::vector<EdgeCrossing> crossings = findCrossings(mesh, isOutside, isOutsideAt, team);
+    splitAlong(mesh, crossings, sidesOf(isOutside));
+    return crossings;
 }
 
 } // namespace QZmath::Stages

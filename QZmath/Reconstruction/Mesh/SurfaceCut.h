@@ -50,4 +50,11 @@ QZMATH_SISTER_API void cutOff(TriangleMesh & mesh, VertexStars const & stars,
                               std::vector<std::uint8_t> const & isOutside, IsOutsideAt const & isOutsideAt,
                               QzBackend::LoopTeam & team);
 
+/// The same without moving vertices, so that every triangle is cut by its own corners alone.
+/// \return the crossings that the new vertices stand on, in the order of these behind the others
+QZMATH_SISTER_API std::vector<EdgeCrossing> cutThrough(TriangleMesh & mesh,
+                                                       std::vector<std::uint8_t> const & isOutside,
+                                                       IsOutsideAt const & isOutsideAt,
+                                                       QzBackend::LoopTeam & team);
+
 } // namespace QZmath::Stages
