@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -10,7 +12,7 @@ namespace VolTr
 /// The arrays of a mesh, beside the interface of a target that keeps one: a sink that knows what it hands
 /// over writes there, on many threads, and nobody keeps a second copy. A target that is one gets no single
 /// vertices and triangles then.
-class MeshStore
+class QZMATH_SISTER_API MeshStore
 {
 public:
     virtual ~MeshStore() = default;

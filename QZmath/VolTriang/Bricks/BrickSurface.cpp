@@ -210,7 +210,7 @@ int BrickSurface::addBrick(std::array<int, 3> const & first)
 }
 
 // The bricks that hold the deepest nodes.
-void BrickSurface::collectBricks()
+void BrickSurface::collectBricks(BrickChoice const & isWanted)
 {
     if (!(m_function.deepestCell() < mostCubesPerCell * std::fabs(m_edge)))
         return;
@@ -234,7 +234,7 @@ void BrickSurface::collectBricks()
         for (first[0] = low[0]; first[0] <= high[0]; first[0] += brickEdge) {
             for (first[1] = low[1]; first[1] <= high[1]; first[1] += brickEdge) {
                 for (first[2] = low[2]; first[2] <= high[2]; first[2] += brickEdge) {
-                    if (findBrick(first) < 0)
+                    if (findBrick(first) < 0 && (!isWanted || isWanted(first)))
                         addBrick(first);
                 }
             }
@@ -430,9 +430,9 @@ void BrickSurface::findRefusals(int index)
     }
 }
 
-void BrickSurface::prepare(LoopTeam & team)
+void BrickSurface::prepare(LoopTeam & team, BrickChoice const & isWanted)
 {
-    collectBricks();
+    collectBricks(isWanted);
     int const count = static_cast<int>(m_bricks.size());
     int const batches = (count + batchBricks - 1) / batchBricks;
     // Calls body(first, end) for ranges of bricks, while the position moves on to `until`.

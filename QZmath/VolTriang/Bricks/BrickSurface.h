@@ -55,8 +55,15 @@ public:
     BrickSurface(BrickFunction const & function, double isoValue, double const * start, double edge,
                  int const * bounds, std::function<bool(double const *)> isRefused);
 
+    /// Edge of the bricks, in corners.
+    static constexpr int brickCorners = brickEdge;
+    /// Is a brick wanted? By the index of its first corner.
+    using BrickChoice = std::function<bool(std::array<int, 3> const &)>;
+
     /// Optional. The position of the team goes from 0 to 1.
-    void prepare(QzBackend::LoopTeam & team);
+    /// \param isWanted limits the bricks around the deepest nodes to some of them; may be empty. A vertex is
+    ///                 the same to the bit whenever those among them within two edges of its own are wanted.
+    void prepare(QzBackend::LoopTeam & team, BrickChoice const & isWanted = {});
     /// How many edges that the surface crosses are known so far.
     std::size_t solvedEdges() const { return m_edges.size(); }
 
@@ -80,6 +87,8 @@ public:
     /// Numbers the vertices of a cube that are new, and keeps the cube for `passOn`; passes on by itself when
     /// there are many.
     void addTriangles(Cube cube, CubePlan const & plan, TriangleSink & sink);
+    /// The number of the vertex on an edge of a cube whose triangles were added.
+    int vertexOf(Cube cube, CubePlan::Edge const & edge) const;
     void passOn(TriangleSink & sink);
 
 private:
@@ -121,7 +130,7 @@ private:
     struct SignPlanes;
     struct Evaluator;
 
-    void collectBricks();
+    void collectBricks(BrickChoice const & isWanted);
     int findBrick(std::array<int, 3> const & first) const;
     int addBrick(std::array<int, 3> const & first);
     void evaluate(Brick & brick, float * values, BrickFunction::GridScratch & scratch) const;
@@ -137,7 +146,6 @@ private:
     static std::uint64_t keyOf(Place first, int direction);
     std::int32_t & edgeAt(Place first, int direction);
     Place firstOf(Cube cube, CubePlan::Edge const & edge) const;
-    int vertexOf(Cube cube, CubePlan::Edge const & edge) const;
     bool isPositive(Place corner) const;
     bool isRefused(Place corner);
     double coordAt(int index, int axis) const { return m_start[axis] - (index - 0.5) * m_edge; }

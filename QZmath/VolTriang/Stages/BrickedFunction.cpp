@@ -22,7 +22,10 @@ namespace VolTr
 
 using QzBackend::LoopTeam;
 
-class BrickedFunction::PointEvaluator final : public ImplicitFunction::Evaluator
+namespace
+{
+
+class PointEvaluator final : public EvaluableFunction::Evaluator
 {
 public:
     explicit PointEvaluator(BrickFunction const & function) : m_function(function) {}
@@ -34,6 +37,13 @@ private:
     BrickFunction const & m_function;
     BrickFunction::Hint m_hint;
 };
+
+} // namespace
+
+std::unique_ptr<EvaluableFunction::Evaluator> BrickEvaluation::makeEvaluator(double) const
+{
+    return std::make_unique<PointEvaluator>(m_function);
+}
 
 BrickedFunction::BrickedFunction(BrickFunction function) : m_function(std::move(function)) {}
 

@@ -8,11 +8,25 @@
 namespace VolTr
 {
 
+/// Evaluates a function in bricks that somebody else keeps.
+class QZMATH_SISTER_API BrickEvaluation final : public EvaluableFunction
+{
+public:
+    explicit BrickEvaluation(BrickFunction const & function) : m_function(function) {}
+
+    std::unique_ptr<Evaluator> makeEvaluator(double extent) const override;
+
+private:
+    BrickFunction const & m_function;
+};
+
 /// The implicit function in bricks, as the accelerated path finds it.
 class QZMATH_SISTER_API BrickedFunction final : public ImplicitFunction
 {
 public:
     explicit BrickedFunction(BrickFunction function);
+
+    BrickFunction const & bricks() const { return m_function; }
 
     void add(COctree const & octree, int depth, std::function<double(int)> const & valueOf) override;
     std::unique_ptr<Evaluator> makeEvaluator(double extent) const override;
@@ -21,8 +35,6 @@ public:
                     TriangleSink & sink) const override;
 
 private:
-    class PointEvaluator;
-
     BrickFunction m_function;
 };
 

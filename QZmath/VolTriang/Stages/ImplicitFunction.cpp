@@ -6,6 +6,7 @@
 namespace VolTr
 {
 
+EvaluableFunction::~EvaluableFunction() = default;
 ImplicitFunction::~ImplicitFunction() = default;
 ReconstructionPath::~ReconstructionPath() = default;
 

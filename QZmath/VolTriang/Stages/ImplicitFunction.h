@@ -13,12 +13,9 @@ class TriangleSink;
 struct LevelSet;
 struct StageContext;
 
-/// The function X whose level set is the surface, in the form in which a path found it: a sum of kernels over
-/// the nodes of an octree, which must outlive it.
-///
-/// Many threads may evaluate it at the same time, each with an evaluator of its own; a point has the same
-/// bits with any evaluator.
-class QZMATH_SISTER_API ImplicitFunction
+/// A function of space. Many threads may evaluate it at the same time, each with an evaluator of its own; a
+/// point has the same bits with any evaluator.
+class QZMATH_SISTER_API EvaluableFunction
 {
 public:
     /// Evaluates on one thread; remembers where it was, so that points near the last ones cost less. The
@@ -33,14 +30,22 @@ public:
         virtual void gradient(double const * point, double * out3) = 0;
     };
 
-    virtual ~ImplicitFunction();
+    virtual ~EvaluableFunction();
+
+    /// \param extent size of the places, in model units, at which the points dwell
+    virtual std::unique_ptr<Evaluator> makeEvaluator(double extent) const = 0;
+};
+
+/// The function X whose level set is the surface, in the form in which a path found it: a sum of kernels over
+/// the nodes of an octree, which must outlive it.
+class QZMATH_SISTER_API ImplicitFunction : public EvaluableFunction
+{
+public:
+    ~ImplicitFunction() override;
 
     /// Adds the function that is about `valueOf(node)` around each node of a depth: a sum of the depth's
     /// kernels. Not while others evaluate; evaluators made before must not be used again.
     virtual void add(COctree const & octree, int depth, std::function<double(int)> const & valueOf) = 0;
-
-    /// \param extent size of the places, in model units, at which the points dwell
-    virtual std::unique_ptr<Evaluator> makeEvaluator(double extent) const = 0;
 
     /// Mean over the samples, each with its weight of the density step; 0 when the weights sum up to 0. The
     /// same to the bit for any number of threads. Moves the progress over its whole range.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
+
 #include <functional>
 
 namespace VolTr
@@ -12,7 +14,7 @@ class SampleSurface;
 struct StageContext;
 
 /// Edge of the polygoniser's cubes.
-double polygoniserEdge(StageContext const & context);
+QZMATH_SISTER_API double polygoniserEdge(StageContext const & context);
 
 /// Polygonises the level set of a function and hands it to the target, on the calling thread.
 /// \param surface onto which the vertices are moved; null when they stay on the level set

@@ -38,7 +38,7 @@ void normalizeGradient(double * normal)
 
 } // namespace
 
-MeshSink::MeshSink(ITriangulationTarget & target, ImplicitFunction const & function, double extent,
+MeshSink::MeshSink(ITriangulationTarget & target, EvaluableFunction const & function, double extent,
                    StageContext const & context, int expectedTriangles)
     : m_target(target), m_function(function), m_extent(extent), m_context(context),
       m_expectedTriangles(expectedTriangles), m_withNormals(context.params.getEstimateResultNormals()),

@@ -25,7 +25,7 @@ public:
     /// \param function its gradient gives the vertices their normals where the parameters want them
     /// \param extent of the region in which an evaluator serves at a time
     /// \param expectedTriangles only for the progress
-    MeshSink(ITriangulationTarget & target, ImplicitFunction const & function, double extent,
+    MeshSink(ITriangulationTarget & target, EvaluableFunction const & function, double extent,
              StageContext const & context, int expectedTriangles);
 
     void addVertex(double const * position) override;
@@ -48,12 +48,12 @@ private:
     double position() const;
 
     ITriangulationTarget & m_target;
-    ImplicitFunction const & m_function;
+    EvaluableFunction const & m_function;
     double const m_extent;
     StageContext const & m_context;
     int const m_expectedTriangles;
     bool const m_withNormals;
-    std::vector<std::unique_ptr<ImplicitFunction::Evaluator>> m_evaluators; // by slot of the team
+    std::vector<std::unique_ptr<EvaluableFunction::Evaluator>> m_evaluators; // by slot of the team
     int m_vertexCount = 0;
     int m_triangleCount = 0;
     int m_batchBegin = 0; // first vertex of the batch

@@ -33,7 +33,7 @@ void tellWidths(SampleSurface::Widths const & widths, StageContext const & conte
 
 } // namespace
 
-std::unique_ptr<SampleSurface> fitToSamples(StageContext const & context, ImplicitFunction const & function,
+std::unique_ptr<SampleSurface> fitToSamples(StageContext const & context, EvaluableFunction const & function,
                                             double isoValue, double edge)
 {
     COctree const & octree = context.octree;

@@ -58,12 +58,12 @@ void forItems(int task, std::size_t items, Body const & body)
 struct Tools
 {
     std::optional<SampleSurface::Scratch> scratch;
-    std::unique_ptr<ImplicitFunction::Evaluator> evaluator;
+    std::unique_ptr<EvaluableFunction::Evaluator> evaluator;
 };
 
 } // namespace
 
-RefiningSink::RefiningSink(SampleSurface const & surface, ImplicitFunction const & function, double edge,
+RefiningSink::RefiningSink(SampleSurface const & surface, EvaluableFunction const & function, double edge,
                            StageContext const & context, ITriangulationTarget & target, int expectedTriangles)
     : m_surface(surface), m_function(function), m_edge(edge), m_context(context), m_target(target),
       m_expectedTriangles(expectedTriangles), m_store(dynamic_cast<MeshStore *>(&target))
@@ -264,24 +264,27 @@ void RefiningSink::unfold()
                 });
             });
         });
-        bool hasFolds = false;
+        bool hasFolds = std::any_of(folded.begin(), folded.end(),
+                                    [](std::vector<int> const & vertices) { return !vertices.empty(); });
+        if (!hasFolds && !m_exchange)
+            return;
+        isHalved.assign(m_vertices.size(), 0);
         for (std::vector<int> const & vertices : folded) {
-            for (int const vertex : vertices) {
-                if (!hasFolds)
-                    isHalved.assign(m_vertices.size(), 0);
-                hasFolds = true;
-                char & mark = isHalved[static_cast<std::size_t>(vertex)];
-                if (mark != 0)
-                    continue;
-                mark = 1;
-                m_moves.halved += round == 0 ? 1 : 0;
-                float * const offset = offsetOf(static_cast<std::size_t>(vertex));
-                for (int axis = 0; axis < 3; ++axis)
-                    offset[axis] *= 0.5f;
-            }
+            for (int const vertex : vertices)
+                isHalved[static_cast<std::size_t>(vertex)] = 1;
         }
+        if (m_exchange)
+            hasFolds = m_exchange(isHalved);
         if (!hasFolds)
             return;
+        for (std::size_t vertex = 0; vertex < isHalved.size(); ++vertex) {
+            if (isHalved[vertex] == 0)
+                continue;
+            m_moves.halved += round == 0 ? 1 : 0;
+            float * const offset = offsetOf(vertex);
+            for (int axis = 0; axis < 3; ++axis)
+                offset[axis] *= 0.5f;
+        }
         if (m_context.progress != nullptr)
             m_context.progress->SetPosFloat(1.0);
     }

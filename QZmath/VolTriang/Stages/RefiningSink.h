@@ -7,13 +7,15 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace VolTr
 {
 
-class ImplicitFunction;
+class EvaluableFunction;
 class ITriangulationTarget;
 class MeshStore;
 class SampleSurface;
@@ -40,8 +42,14 @@ public:
         int halved = 0; ///< vertices that would have folded a face
     };
 
-    RefiningSink(SampleSurface const & surface, ImplicitFunction const & function, double edge,
+    RefiningSink(SampleSurface const & surface, EvaluableFunction const & function, double edge,
                  StageContext const & context, ITriangulationTarget & target, int expectedTriangles);
+
+    /// Of a mesh that is a part of a larger one: asked in each round of the unfolding, with a mark on the
+    /// vertices whose moves are to be halved. Adds the marks that other parts set on vertices of this one,
+    /// and says whether any part has set some.
+    using MarkExchange = std::function<bool(std::vector<char> &)>;
+    void setMarkExchange(MarkExchange exchange) { m_exchange = std::move(exchange); }
 
     void addVertex(double const * position) override;
     void addTriangle(int a, int b, int c) override;
@@ -106,7 +114,7 @@ private:
     std::array<double, 3> moved(int vertex) const;
 
     SampleSurface const & m_surface;
-    ImplicitFunction const & m_function;
+    EvaluableFunction const & m_function;
     double m_edge;
     StageContext const & m_context;
     ITriangulationTarget & m_target;
@@ -121,6 +129,7 @@ private:
     float * m_storedNormals = nullptr;
     Pieces<Offset> m_normals; // empty when none are wanted
     Moves m_moves;
+    MarkExchange m_exchange;
 };
 
 } // namespace VolTr

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Export.h>
+
 #include <QZsys/Progress.h>
 
 #include <chrono>
@@ -37,7 +39,7 @@ private:
 };
 
 /// The phases of a run: each moves the progress by its share of the sum of the registered weights.
-class RunPhases
+class QZMATH_SISTER_API RunPhases
 {
 public:
     /// \param progress may be null

@@ -194,7 +194,7 @@ double samplesPerSurfaceCell(CellCurve const & curve, int leafDepth, double samp
 }
 
 // From a sample to the level set below or above it, along the gradient; at most `limit`.
-std::array<float, 3> footOffset(ImplicitFunction::Evaluator & evaluator, float const * coords,
+std::array<float, 3> footOffset(EvaluableFunction::Evaluator & evaluator, float const * coords,
                                 double isoValue, double limit)
 {
     double const point[3] = {coords[0], coords[1], coords[2]};
@@ -213,7 +213,7 @@ std::array<float, 3> footOffset(ImplicitFunction::Evaluator & evaluator, float c
 
 } // namespace
 
-SampleFeet::SampleFeet(StageContext const & context, ImplicitFunction const & function, double isoValue,
+SampleFeet::SampleFeet(StageContext const & context, EvaluableFunction const & function, double isoValue,
                        QzBackend::LoopTeam & team, double until)
     : order(static_cast<std::size_t>(context.samples.pointsNumber()))
 {
@@ -226,7 +226,7 @@ SampleFeet::SampleFeet(StageContext const & context, ImplicitFunction const & fu
     }
     offsets = QzBackend::RawArray<std::array<float, 3>>(order.size());
     double const limit = octree.getCellSize(octree.getNodeDepthEnd() - 1);
-    std::vector<std::unique_ptr<ImplicitFunction::Evaluator>> evaluators(
+    std::vector<std::unique_ptr<EvaluableFunction::Evaluator>> evaluators(
         static_cast<std::size_t>(team.threads()));
     int const tasks = static_cast<int>((order.size() + samplesPerTask - 1) / samplesPerTask);
     team.forEachOnSlot(

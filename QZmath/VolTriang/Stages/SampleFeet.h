@@ -14,7 +14,7 @@ class LoopTeam;
 namespace VolTr
 {
 
-class ImplicitFunction;
+class EvaluableFunction;
 struct StageContext;
 
 /// The samples in an order in which neighbours stand close to each other, each with its foot: the point of
@@ -23,7 +23,7 @@ struct StageContext;
 struct QZMATH_SISTER_API SampleFeet
 {
     /// Serves the progress up to `until`.
-    SampleFeet(StageContext const & context, ImplicitFunction const & function, double isoValue,
+    SampleFeet(StageContext const & context, EvaluableFunction const & function, double isoValue,
                QzBackend::LoopTeam & team, double until);
 
     QzBackend::RawArray<int> order;
