@@ -106,7 +106,7 @@ Difference compare(Communicator const & ranks, PointCloudSamples const & cloud,
     field.buildTree();
     field.estimateDensity();
     field.splat();
-    field.solve();
+    field.take(field.solve());
     field.findIsoValue();
     WholeField const whole(dealt.all, field.context().params);
     auto const evaluator = whole.function->makeEvaluator(1.0);

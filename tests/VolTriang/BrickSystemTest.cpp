@@ -248,3 +248,42 @@ TEST(BrickLatticeTest, holdsEveryNodeOnceInTheOrderOfBricks)
             ASSERT_EQ(nodes[node], static_cast<int>(node));
     }
 }
+
+// Tables between depths farther apart than all of whose tables could be held: against sums over fine steps,
+// also where the finer function straddles a knot of the coarser one.
+TEST(BrickTables, CoupleDepthsThatAreFarApart)
+{
+    Kernel const kernel = qz_test::scaledKernel(1.0);
+    CSingleVarLimitedPolynom const & factor = kernel.getSummand(0).getMultiplier(0);
+    CSingleVarLimitedPolynom derivative;
+    factor.makeDerivative(&derivative);
+    for (int const delta : {13, 17, 20}) {
+        double const step = std::ldexp(1.0, -delta);
+        int const bricks = 1 << (delta - 3);
+        std::vector<std::vector<int>> asked(8, {0, bricks / 3, bricks / 2 - 1, bricks / 2, bricks - 1, -1});
+        BrickTables const tables(factor, true, delta, asked);
+        for (int const brick : asked[0]) {
+            CoarseTable const & table = tables.coarse(delta, brick);
+            int const position = brick & (bricks - 1);
+            for (int place = 0; place < brickEdge; ++place) {
+                double const coordinate = (8.0 * position + place + 0.5) * step - 0.5;
+                for (int coarse = 0; coarse < table.width; ++coarse) {
+                    double const x = coordinate - table.firstPlace - coarse;
+                    double mass = 0.0, stiffness = 0.0, gradient = 0.0;
+                    int const pieces = 3000;
+                    for (int piece = 0; piece < pieces; ++piece) {
+                        double const s = -1.5 + 3.0 * (piece + 0.5) / pieces;
+                        mass += factor.eval(x + step * s) * factor.eval(s);
+                        stiffness += derivative.eval(x + step * s) * derivative.eval(s);
+                        gradient += factor.eval(x + step * s) * derivative.eval(s);
+                    }
+                    double const width = 3.0 / pieces;
+                    EXPECT_NEAR(table.mass.byPlace[place][coarse], mass * width, 1e-5);
+                    EXPECT_NEAR(table.stiffness.byPlace[place][coarse], stiffness * width / step, 1e-3)
+                        << delta << ' ' << brick << ' ' << place;
+                    EXPECT_NEAR(table.gradient.byPlace[place][coarse], gradient * width / step, 1e-3);
+                }
+            }
+        }
+    }
+}

@@ -133,7 +133,7 @@ void ImplicitField::splat()
     m_report.messagesPerIteration = m_ranks.greatest(m_lattice->messagesPerProduct());
 }
 
-void ImplicitField::solve()
+std::vector<float> ImplicitField::solve()
 {
     std::size_t const nodes = m_lattice->lattice().nodesNumber();
     BrickSystem::Vector amplitudes;
@@ -190,6 +190,11 @@ void ImplicitField::solve()
         throw RankError(RankError::Kind::failed, 0,
                         "the iteration has not converged: after " + std::to_string(result.iterations) +
                             " steps the relative residual is " + withDigits(result.relativeResidual));
+    return amplitudes;
+}
+
+void ImplicitField::take(std::vector<float> amplitudes)
+{
     m_lattice->spread(amplitudes);
     m_ranks.together(
         [&] { m_function.emplace(m_lattice->lattice(), *m_octree, factorOf(m_kernel), amplitudes); });

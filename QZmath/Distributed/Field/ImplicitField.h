@@ -27,8 +27,8 @@ class RankLattice;
 /// least `functionMargin` leaf cells around it need it. Nodes have the same amplitudes on all ranks that have
 /// them.
 ///
-/// The members are called once each, in their order; each is collective, and throws as
-/// `Communicator::together` does.
+/// What makes the field is called once, in the order of the members; each of these is collective, and throws
+/// as `Communicator::together` does.
 class QZMATH_DISTRIBUTED_API ImplicitField
 {
 public:
@@ -48,11 +48,15 @@ public:
     void estimateDensity();
     /// The nodes of all ranks, and the field of the normals on them.
     void splat();
-    /// Right part and iteration. The system is gone afterwards.
+    /// Right part and iteration.
     /// \throws RankError when the iteration does not converge
-    void solve();
+    std::vector<float> solve();
+    /// The function with these amplitudes, given at own nodes and on replicated depths; the nodes are gone
+    /// afterwards.
+    void take(std::vector<float> amplitudes);
     void findIsoValue();
 
+    RankLattice const & lattice() const { return *m_lattice; } ///< from `splat` to `take`
     VolTr::BrickFunction const & function() const { return *m_function; }
     double isoValue() const { return m_isoValue; }
     VolTr::StageContext context();

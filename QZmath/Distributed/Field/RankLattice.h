@@ -55,6 +55,8 @@ public:
     std::int64_t ownNodesNumber() const { return m_ownNodesNumber; }
     std::int64_t replicatedNodes() const { return m_replicatedNodes; }
     int replicatedLevels() const { return m_replicatedLevels; }
+    /// Of a brick of a depth that is not replicated.
+    int ownerOf(int depth, std::array<int, 3> const & brick) const;
 
     /// Copies of nodes get the numbers of their owners, which are spread over a vector by compact index. Of
     /// replicated depths every rank gives its share.
@@ -84,7 +86,6 @@ private:
     void exchangeLevel(VolTr::BrickLevel::Outline & outline, int depth, bool isDeepest,
                        Copies & copies) const;
     void connect(std::vector<Copies> const & copies);
-    int ownerOf(int depth, std::array<int, 3> const & brick) const;
 
     Communicator const & m_ranks;
     Partition const & m_partition;

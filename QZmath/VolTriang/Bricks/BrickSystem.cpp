@@ -125,6 +125,23 @@ BrickRows usedRowsOf(std::uint8_t const * rows)
     return used;
 }
 
+// Where the bricks lie that have depths far above them, on any axis; by difference of depth.
+std::vector<std::vector<int>> farBricksOf(BrickLattice const & lattice)
+{
+    std::vector<std::vector<int>> result;
+    for (int delta = BrickTables::maxDelta + 1; delta < lattice.endDepth() - lattice.firstDepth(); ++delta) {
+        std::vector<int> numbers;
+        for (int depth = lattice.firstDepth() + delta; depth < lattice.endDepth(); ++depth) {
+            for (std::array<int, 3> const & brick : lattice.level(depth).bricks)
+                numbers.insert(numbers.end(), brick.begin(), brick.end());
+            std::sort(numbers.begin(), numbers.end());
+            numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+        }
+        result.push_back(std::move(numbers));
+    }
+    return result;
+}
+
 } // namespace
 
 BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
@@ -148,8 +165,9 @@ BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom 
 BrickSystem::BrickSystem(BrickLattice const & lattice, CSingleVarLimitedPolynom const & kernel,
                          BrickPasses const & passes, BrickShare & share, LoopTeam & team)
     : m_lattice(lattice), m_passes(passes), m_share(&share),
-      m_tables(kernel, lattice.isCentred(), lattice.endDepth() - lattice.firstDepth() - 1), m_blocks(1),
-      m_size(lattice.nodesNumber())
+      m_tables(kernel, lattice.isCentred(), lattice.endDepth() - lattice.firstDepth() - 1,
+               farBricksOf(lattice)),
+      m_blocks(1), m_size(lattice.nodesNumber())
 {
     build(team);
 }

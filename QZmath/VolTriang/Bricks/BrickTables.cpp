@@ -28,6 +28,8 @@ public:
 
     Integrals at(int delta, double x)
     {
+        if (delta > BrickTables::maxDelta)
+            return atFine(delta, x);
         double const scale = std::ldexp(1.0, delta);
         CSingleVarLimitedPolynom fine = placed(m_kernel, scale, x);
         CSingleVarLimitedPolynom fineDerivative = placed(m_derivative, scale, x);
@@ -36,6 +38,37 @@ public:
     }
 
 private:
+    // The same in cells of the finer depth, counted from its node, where powers of the scale do not cancel.
+    // Between their knots the products are polynomials of power 4, for which three points are enough.
+    Integrals atFine(int delta, double x)
+    {
+        double const step = std::ldexp(1.0, -delta);
+        std::vector<double> knots;
+        double const low = m_kernel.getLeftBound(), high = m_kernel.getRightBound();
+        for (int n = 0; n <= m_kernel.piecesNumber(); ++n) {
+            double const knot =
+                n < m_kernel.piecesNumber() ? m_kernel.getKnot(n) + m_kernel.getArgShift() : high;
+            knots.push_back(knot);
+            knots.push_back(std::clamp((knot - x) / step, low, high));
+        }
+        std::sort(knots.begin(), knots.end());
+        double const abscissae[3] = {-std::sqrt(0.6), 0.0, std::sqrt(0.6)};
+        double const weights[3] = {5.0 / 9.0, 8.0 / 9.0, 5.0 / 9.0};
+        Integrals sums = {0.0, 0.0, 0.0};
+        for (std::size_t n = 1; n < knots.size(); ++n) {
+            double const half = 0.5 * (knots[n] - knots[n - 1]);
+            for (std::size_t point = 0; point < 3 && half > 0.0; ++point) {
+                double const fine = knots[n - 1] + half * (1.0 + abscissae[point]);
+                double const coarse = x + step * fine;
+                double const weight = weights[point] * half;
+                sums.mass += weight * m_kernel.eval(fine) * m_kernel.eval(coarse);
+                sums.stiffness += weight * m_derivative.eval(fine) * m_derivative.eval(coarse) / step;
+                sums.gradient += weight * m_derivative.eval(fine) * m_kernel.eval(coarse) / step;
+            }
+        }
+        return sums;
+    }
+
     // t -> function(scale (t - x))
     static CSingleVarLimitedPolynom placed(CSingleVarLimitedPolynom const & function, double scale, double x)
     {
@@ -117,7 +150,16 @@ CoarseTable makeTable(KernelProducts & products, double reach, int delta, double
 
 } // namespace
 
-BrickTables::BrickTables(CSingleVarLimitedPolynom const & kernel, bool isCentred, int greatestDelta)
+std::size_t BrickTables::indexOf(int delta, int brick) const
+{
+    std::vector<int> const & positions = m_positions[static_cast<std::size_t>(delta - maxDelta - 1)];
+    int const position = brick & ((1 << (delta - 3)) - 1);
+    return static_cast<std::size_t>(std::lower_bound(positions.begin(), positions.end(), position) -
+                                    positions.begin());
+}
+
+BrickTables::BrickTables(CSingleVarLimitedPolynom const & kernel, bool isCentred, int greatestDelta,
+                         std::vector<std::vector<int>> const & bricks)
 {
     KernelProducts products(kernel);
     double const reach = std::max(-kernel.getLeftBound(), kernel.getRightBound());
@@ -135,6 +177,19 @@ BrickTables::BrickTables(CSingleVarLimitedPolynom const & kernel, bool isCentred
     for (int delta = 1; delta <= greatestDelta; ++delta) {
         int const positions = delta > 3 ? 1 << (delta - 3) : 1;
         std::vector<CoarseTable> tables;
+        if (delta > maxDelta) {
+            std::vector<int> asked;
+            for (int const brick : bricks.at(static_cast<std::size_t>(delta - maxDelta - 1)))
+                asked.push_back(brick & (positions - 1));
+            std::sort(asked.begin(), asked.end());
+            asked.erase(std::unique(asked.begin(), asked.end()), asked.end());
+            for (int const position : asked)
+                tables.push_back(
+                    makeTable(products, reach, delta, brickEdge * static_cast<double>(position), nodeOffset));
+            m_coarse.push_back(std::move(tables));
+            m_positions.push_back(std::move(asked));
+            continue;
+        }
         tables.reserve(static_cast<std::size_t>(positions));
         for (int position = 0; position < positions; ++position)
             tables.push_back(makeTable(products, reach, delta, brickEdge * position, nodeOffset));

@@ -23,18 +23,26 @@ namespace VolTr
 class BrickTables
 {
 public:
-    /// Greatest difference of depth that is served; the number of tables doubles with every one.
+    /// Greatest difference of depth that is served for all bricks; the number of tables doubles with every
+    /// one.
     static constexpr int maxDelta = 12;
     /// Greatest half width of a kernel in its own cells that is served.
     static constexpr double maxReach = 1.5;
 
     /// \param kernel symmetric around 0
-    BrickTables(CSingleVarLimitedPolynom const & kernel, bool isCentred, int greatestDelta);
+    /// \param bricks numbers of bricks on any axis, by difference of depth minus `maxDelta` + 1, ascending:
+    /// those
+    ///               that may be asked for where the difference is greater than `maxDelta`, as nobody could
+    ///               hold the tables of all
+    BrickTables(CSingleVarLimitedPolynom const & kernel, bool isCentred, int greatestDelta,
+                std::vector<std::vector<int>> const & bricks = {});
 
     /// The table of an axis for the brick of that number (its first place divided by 8).
     CoarseTable const & coarse(int delta, int brick) const
     {
         std::vector<CoarseTable> const & tables = m_coarse[static_cast<std::size_t>(delta - 1)];
+        if (delta > maxDelta)
+            return tables[indexOf(delta, brick)];
         // One position for each multiple of eight places in a coarse cell.
         return tables[static_cast<std::size_t>(brick) & (tables.size() - 1)];
     }
@@ -47,7 +55,10 @@ public:
     double ownScale() const { return m_ownScale; }
 
 private:
+    std::size_t indexOf(int delta, int brick) const;
+
     std::vector<std::vector<CoarseTable>> m_coarse;
+    std::vector<std::vector<int>> m_positions; // of the tables of the differences beyond `maxDelta`
     float m_ownMass[ownTaps];
     float m_ownStiffness[ownTaps];
     float m_ownGradient[ownTaps];
