@@ -91,24 +91,41 @@ struct Difference
     DistributedReport report;
 };
 
+// The field of a dealt cloud.
+struct RankField
+{
+    DealtCloud dealt;
+    DistributedReport report;
+    CloudFrame frame;
+    std::optional<Partition> partition;
+    RankCloud own;
+    VolTr::TreeCube cube;
+    std::optional<ImplicitField> field;
+
+    RankField(Communicator const & ranks, PointCloudSamples const & cloud, DistributedOptions const & options)
+        : dealt(cloud, ranks),
+          own(gatherCloud(ranks, dealt.view, dealt.firstNumber, options, frame, partition, report)),
+          cube(treeCubeOf(frame))
+    {
+        field.emplace(ranks, *partition, own, cube, options, frame.depth, 1, report, nullptr);
+        field->buildTree();
+        field->estimateDensity();
+        field->splat();
+        field->take(field->solve());
+        field->findIsoValue();
+    }
+};
+
 // The result of all ranks against that of one process.
 Difference compare(Communicator const & ranks, PointCloudSamples const & cloud,
                    DistributedOptions const & options)
 {
-    DealtCloud const dealt(cloud, ranks);
+    RankField made(ranks, cloud, options);
+    RankCloud const & own = made.own;
+    ImplicitField & field = *made.field;
     Difference result;
-    CloudFrame frame;
-    std::optional<Partition> partition;
-    RankCloud const own =
-        gatherCloud(ranks, dealt.view, dealt.firstNumber, options, frame, partition, result.report);
-    VolTr::TreeCube const cube = treeCubeOf(frame);
-    ImplicitField field(ranks, *partition, own, cube, options, frame.depth, 1, result.report, nullptr);
-    field.buildTree();
-    field.estimateDensity();
-    field.splat();
-    field.take(field.solve());
-    field.findIsoValue();
-    WholeField const whole(dealt.all, field.context().params);
+    result.report = made.report;
+    WholeField const whole(made.dealt.all, field.context().params);
     auto const evaluator = whole.function->makeEvaluator(1.0);
     double const leaf = whole.octree->getUnit();
     double squares = 0.0;
@@ -154,11 +171,33 @@ TEST(DistributedField, IsThatOfOneProcess)
         Difference const found =
             compare(ranks, qz_test::sampledShape(of.shape, of.points, 0.0, of.densityRatio), options);
         EXPECT_LT(found.greatest, 1e-3) << of.shape;
-        if (ranks.rank() == 0)
-            std::printf(
-                "%s %d: greatest %g rms %g, iterations %d, replicated %d depths, unit %d, balance %g %g\n",
-                of.shape, of.depth, found.greatest, found.rms, found.report.iterations,
-                found.report.replicatedDepths, found.report.unitDepth, found.report.sampleBalance,
-                found.report.cellBalance);
+    }
+}
+
+// Depths beyond those whose couplings one process can hold: the ranks against each of them alone.
+TEST(DistributedField, OfGreatDepthIsThatOfOneRank)
+{
+    Communicator const ranks(MPI_COMM_WORLD);
+    Communicator const self(MPI_COMM_SELF);
+    // Dense around a corner of the coarsest units, sparse elsewhere.
+    PointCloudSamples cloud = qz_test::sampledShape("sphere", 600);
+    for (std::size_t n = 0; n < cloud.points.size(); n += 2) {
+        for (float & coord : cloud.points[n])
+            coord *= 1e-4f;
+    }
+    DistributedOptions options;
+    options.depth = 17;
+    RankField const all(ranks, cloud, options);
+    RankField const alone(self, cloud, options);
+    ASSERT_EQ(all.report.unknowns, alone.report.unknowns);
+    EXPECT_NEAR(all.field->isoValue(), alone.field->isoValue(), 1e-6 * std::fabs(alone.field->isoValue()));
+    for (std::size_t sample = 0; sample < all.own.size(); ++sample) {
+        double point[3];
+        std::copy_n(all.own.positions.data() + 3 * sample, 3, point);
+        double const expected = alone.field->function().eval(point);
+        if (all.own.isOwn[sample] != 0) {
+            EXPECT_NEAR(all.field->function().eval(point), expected,
+                        1e-5 * std::fabs(alone.field->isoValue()));
+        }
     }
 }
