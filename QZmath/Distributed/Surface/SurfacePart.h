@@ -7,6 +7,8 @@
 #include <QZmath/Distributed/Export.h>
 #include <QZmath/Distributed/Ranks/Partition.h>
 
+#include <algorithm>
+
 namespace VolTr
 {
 class BrickFunction;
@@ -17,6 +19,9 @@ namespace QZmath::Distributed
 {
 
 /// What a rank needs to find its part of the surface. It only refers.
+///
+/// The margin, of samples and of where the function is exact, is at least `surfaceMargin(options)` leaf cells
+/// along each axis, or what the stages before need if that is more.
 struct SurfaceInput
 {
     Communicator const & ranks;
@@ -31,12 +36,19 @@ struct SurfaceInput
     DistributedOptions const & options;
 };
 
+/// See `SurfaceInput`: for the bricks that vertices are found with, and for the samples that support a place.
+inline double surfaceMargin(DistributedOptions const & options)
+{
+    return std::max(24.0, 2.0 * options.trimDistance + 8.0);
+}
+
 /// Finds the surface of the function and divides its mesh among the ranks. Collective.
 ///
 /// The cubes of the polygoniser stand on a lattice that the octree's cube fixes; each belongs to the rank in
 /// whose territory its least corner lies. A rank walks over its cubes, and tells the owner of a cube of which
 /// it knows that the surface enters it; so on until nobody learns anything. A vertex belongs to the lowest
-/// rank that has a triangle with it. Fills the mesh and, of the report, what is of the surface.
+/// rank that has a triangle with it. Fills the mesh, in the coordinates of the samples and with `origin` 0,
+/// and, of the report, what is of the surface.
 ///
 /// \throws RankError on all ranks, CUserIntrException likewise
 QZMATH_DISTRIBUTED_API void extractSurface(SurfaceInput const & input, MeshPart & mesh,

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "SurfaceScene.h"
+
+#include <support/SampledClouds.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace QZmath::Distributed;
+using namespace qz_test;
+
+namespace
+{
+
+PointCloudSamples joined(std::vector<PointCloudSamples> const & clouds,
+                         std::vector<std::array<float, 4>> const & placesAndScales)
+{
+    PointCloudSamples all;
+    for (std::size_t n = 0; n < clouds.size(); ++n) {
+        std::array<float, 4> const & frame = placesAndScales[n];
+        for (std::size_t point = 0; point < clouds[n].points.size(); ++point) {
+            std::array<float, 3> place = clouds[n].points[point];
+            for (std::size_t axis = 0; axis < 3; ++axis)
+                place[axis] = place[axis] * frame[3] + frame[axis];
+            all.add(place, clouds[n].normals[point]);
+        }
+    }
+    return all;
+}
+
+// Calls check(result) on the first rank for groups of several sizes, after it is known to be the same mesh,
+// to the bit, as that of one rank.
+template <class Check>
+void forGroups(WholeCloud const & whole, DistributedOptions const & options, int unitDepth,
+               Check const & check)
+{
+    std::vector<std::array<double, 9>> expected;
+    std::size_t vertices = 0;
+    for (int const size : {1, 2, 3, 5, 8}) {
+        if (size > RankGroup::worldSize())
+            break;
+        RankGroup const group(size);
+        if (!group.isMember())
+            continue;
+        SurfaceResult const result =
+            extract(whole, group.ranks(), partitionOf(whole, unitDepth, size), options);
+        if (group.ranks().rank() != 0)
+            continue;
+        SCOPED_TRACE("ranks " + std::to_string(size));
+        std::vector<std::array<double, 9>> const found = sortedTriangles(result.mesh);
+        if (size == 1) {
+            expected = found;
+            vertices = result.mesh.vertices.size();
+        }
+        EXPECT_EQ(found.size(), expected.size());
+        EXPECT_TRUE(found == expected);
+        EXPECT_EQ(result.mesh.vertices.size(), vertices);
+        EXPECT_EQ(result.report.isClosed, examine(result.mesh).boundaryEdges == 0);
+        check(result);
+    }
+}
+
+DistributedOptions plainOptions(double trimDistance)
+{
+    DistributedOptions options;
+    options.trimDistance = trimDistance;
+    options.refine = false;
+    return options;
+}
+
+} // namespace
+
+TEST(SurfacePart, FindsTheSameClosedSurfaceOnAnyNumberOfRanks)
+{
+    WholeCloud const whole(sampledShape("sphere", 20000), 6);
+    for (int const unitDepth : {2, 4, 6}) {
+        forGroups(whole, plainOptions(-1.0), unitDepth, [&](SurfaceResult const & result) {
+            Topology const topology = examine(result.mesh);
+            EXPECT_TRUE(topology.isClosed());
+            EXPECT_EQ(topology.eulerNumber(), 2);
+            EXPECT_EQ(topology.unusedVertices, 0);
+            EXPECT_TRUE(result.report.isClosed);
+            EXPECT_EQ(result.report.componentsFound, 1);
+            double greatest = 0.0;
+            for (REmath::Point3D_d const & vertex : result.mesh.vertices)
+                greatest =
+                    std::max(greatest, std::fabs(std::sqrt(vertex.x() * vertex.x() + vertex.y() * vertex.y() +
+                                                           vertex.z() * vertex.z()) -
+                                                 1.0));
+            EXPECT_LT(greatest, whole.leafCell());
+        });
+    }
+}
+
+TEST(SurfacePart, FollowsPiecesAndDropsSpecks)
+{
+    // Two spheres, and a speck on the scale of a few cells.
+    WholeCloud const whole(
+        joined({sampledShape("sphere", 8000), sampledShape("torus", 9000), sampledShape("sphere", 200)},
+               {{0.0f, 0.0f, 0.0f, 1.0f}, {2.5f, 0.3f, 0.2f, 0.8f}, {1.0f, 1.6f, -0.5f, 0.1f}}),
+        7);
+    DistributedOptions options = plainOptions(2.0);
+    options.smallestComponent = 0.0;
+    forGroups(whole, options, 4, [&](SurfaceResult const & result) {
+        Topology const topology = examine(result.mesh);
+        EXPECT_TRUE(topology.isClosed());
+        EXPECT_EQ(topology.components, 3);
+        EXPECT_EQ(topology.eulerNumber(), 4);
+        EXPECT_EQ(result.report.componentsFound, 3);
+        EXPECT_EQ(result.report.componentsKept, 3);
+    });
+    options.smallestComponent = 0.05;
+    forGroups(whole, options, 4, [&](SurfaceResult const & result) {
+        EXPECT_EQ(examine(result.mesh).components, 2);
+        EXPECT_EQ(result.report.componentsFound, 3);
+        EXPECT_EQ(result.report.componentsKept, 2);
+    });
+}
+
+TEST(SurfacePart, CutsAnOpenSheetAtTheTrimDistance)
+{
+    WholeCloud const whole(sampledShape("sheet", 20000), 6);
+    double const distance = 1.5;
+    forGroups(whole, plainOptions(distance), 4, [&](SurfaceResult const & result) {
+        Topology const topology = examine(result.mesh);
+        EXPECT_EQ(topology.badEdges, 0);
+        EXPECT_EQ(topology.brokenTriangles, 0);
+        EXPECT_EQ(topology.components, 1);
+        EXPECT_EQ(topology.eulerNumber(), 1);
+        EXPECT_FALSE(result.report.isClosed);
+        double greatest = 0.0;
+        for (REmath::Point3D_d const & vertex : result.mesh.vertices) {
+            double nearest = 1e30;
+            for (std::array<float, 3> const & point : whole.samples.points) {
+                double const x = vertex.x() - point[0];
+                double const y = vertex.y() - point[1];
+                double const z = vertex.z() - point[2];
+                nearest = std::min(nearest, x * x + y * y + z * z);
+            }
+            greatest = std::max(greatest, nearest);
+        }
+        double const limit = distance * whole.leafCell();
+        EXPECT_LT(std::sqrt(greatest), 1.01 * limit);
+        EXPECT_GT(std::sqrt(greatest), 0.99 * limit);
+    });
+}
+
+TEST(SurfacePart, GivesNormalsAndColours)
+{
+    WholeCloud whole(sampledShape("sphere", 12000), 6);
+    for (std::array<float, 3> const & point : whole.samples.points) {
+        whole.colors.push_back(point[0] > 0.0f ? 200 : 20);
+        whole.colors.push_back(100);
+        whole.colors.push_back(7);
+    }
+    forGroups(whole, plainOptions(-1.0), 3, [&](SurfaceResult const & result) {
+        ASSERT_EQ(result.normals.size(), 3 * result.mesh.vertices.size());
+        ASSERT_EQ(result.colors.size(), result.normals.size());
+        double least = 1.0;
+        bool isColoured = true;
+        for (std::size_t n = 0; n < result.mesh.vertices.size(); ++n) {
+            REmath::Point3D_d const & place = result.mesh.vertices[n];
+            double const length =
+                std::sqrt(place.x() * place.x() + place.y() * place.y() + place.z() * place.z());
+            double const along = (place.x() * result.normals[3 * n] + place.y() * result.normals[3 * n + 1] +
+                                  place.z() * result.normals[3 * n + 2]) /
+                                 length;
+            least = std::min(least, along);
+            bool const isClear = std::fabs(place.x()) > 3.0 * whole.leafCell();
+            isColoured = isColoured && result.colors[3 * n + 1] == 100 && result.colors[3 * n + 2] == 7 &&
+                         (!isClear || result.colors[3 * n] == (place.x() > 0.0 ? 200 : 20));
+        }
+        EXPECT_GT(least, 0.97);
+        EXPECT_TRUE(isColoured);
+    });
+}
+
+// Ranks without samples, without territory, and with a territory that nothing runs through.
+TEST(SurfacePart, LeavesRanksWithoutAPart)
+{
+    WholeCloud const whole(sampledShape("sphere", 3000), 5);
+    RankGroup const group(std::min(3, RankGroup::worldSize()));
+    if (!group.isMember())
+        return;
+    Communicator const & ranks = group.ranks();
+    SurfaceResult const all =
+        extract(whole, ranks, partitionOf(whole, 2, ranks.size(), true), plainOptions(-1.0));
+    EXPECT_EQ(all.trianglesByRank[0], static_cast<std::int64_t>(all.mesh.triangles.size()));
+    EXPECT_TRUE(examine(all.mesh).isClosed());
+    // More ranks than units.
+    SurfaceResult const few = extract(whole, ranks, partitionOf(whole, 0, ranks.size()), plainOptions(-1.0));
+    EXPECT_EQ(sortedTriangles(few.mesh), sortedTriangles(all.mesh));
+}
+
+TEST(SurfacePart, EndsOnAllRanksWhenNothingIsLeft)
+{
+    WholeCloud const whole(sampledShape("sphere", 3000), 5);
+    RankGroup const group(std::min(3, RankGroup::worldSize()));
+    if (!group.isMember())
+        return;
+    DistributedOptions options = plainOptions(-1.0);
+    options.smallestComponent = 1.1; // more than all
+    try {
+        extract(whole, group.ranks(), partitionOf(whole, 3, group.ranks().size()), options);
+        ADD_FAILURE();
+    } catch (RankError const & error) {
+        EXPECT_EQ(error.kind(), RankError::Kind::failed);
+    }
+}
