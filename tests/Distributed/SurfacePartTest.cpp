@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "SurfaceScene.h"
 
+#include <VolTriang/Runs.h>
 #include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
@@ -59,6 +60,16 @@ void forGroups(WholeCloud const & whole, DistributedOptions const & options, int
         EXPECT_EQ(result.report.isClosed, examine(result.mesh).boundaryEdges == 0);
         check(result);
     }
+}
+
+// Of the vertices of a mesh from the triangles of another.
+double greatestDistance(Mesh const & from, Mesh const & to)
+{
+    MeshDistance const distance(to);
+    double greatest = 0.0;
+    for (REmath::Point3D_d const & vertex : from.vertices)
+        greatest = std::max(greatest, distance(vertex));
+    return greatest;
 }
 
 DistributedOptions plainOptions(double trimDistance)
@@ -206,5 +217,45 @@ TEST(SurfacePart, EndsOnAllRanksWhenNothingIsLeft)
         ADD_FAILURE();
     } catch (RankError const & error) {
         EXPECT_EQ(error.kind(), RankError::Kind::failed);
+    }
+}
+
+// The sums over coarse lattices are rounded otherwise on other numbers of ranks: what differs is far below a
+// thousandth of a cell. What all ranks decide together is what one process decides.
+TEST(SurfacePart, RefinesAlikeOnAnyNumberOfRanks)
+{
+    for (auto const & [shape, noise] : {std::pair("block", 0.0), std::pair("genus3", 0.005)}) {
+        SCOPED_TRACE(shape);
+        WholeCloud const whole(sampledShape(shape, 30000, noise), 7);
+        DistributedOptions options = plainOptions(4.0);
+        options.refine = true;
+        SurfaceResult expected;
+        for (int const size : {1, 3, 8}) {
+            if (size > RankGroup::worldSize())
+                break;
+            RankGroup const group(size);
+            if (!group.isMember())
+                continue;
+            SurfaceResult result = extract(whole, group.ranks(), partitionOf(whole, 4, size), options);
+            if (group.ranks().rank() != 0)
+                continue;
+            SCOPED_TRACE("ranks " + std::to_string(size));
+            EXPECT_TRUE(examine(result.mesh).isClosed());
+            EXPECT_EQ(examine(result.mesh).eulerNumber(), std::string(shape) == "block" ? 2 : -4);
+            EXPECT_EQ(std::count(result.trianglesByRank.begin(), result.trianglesByRank.end(), 0), 0);
+            if (size == 1) {
+                expected = std::move(result);
+                VolTr::CVolTriangulationParams params = whole.params;
+                params.setAllComponents(true);
+                params.setRefine(true);
+                Mesh const alone = reconstruct(whole.samples, params, 1).mesh;
+                // Half a cube at creases, which another lattice cuts elsewhere.
+                EXPECT_LT(greatestDistance(alone, expected.mesh), 1.0 * whole.leafCell());
+                continue;
+            }
+            EXPECT_EQ(result.mesh.triangles.size(), expected.mesh.triangles.size());
+            EXPECT_EQ(result.mesh.vertices.size(), expected.mesh.vertices.size());
+            EXPECT_LT(greatestDistance(result.mesh, expected.mesh), 1e-4 * whole.leafCell());
+        }
     }
 }

@@ -3,6 +3,7 @@
 
 #include <QZmath/Distributed/Surface/CubeOwners.h>
 #include <QZmath/Distributed/Surface/PartMesh.h>
+#include <QZmath/Distributed/Surface/RankPeers.h>
 #include <QZmath/Distributed/Surface/RankWalk.h>
 #include <QZmath/Distributed/Surface/Steps.h>
 
@@ -112,6 +113,7 @@ private:
         LoopTeam::run(m_context.threads, nullptr, work);
     }
 
+    std::unique_ptr<VolTr::SampleSurface> fit();
     void findMesh();
     void walk(VolTr::TriangleSink & sink);
     void beginNearSamples(RankWalk & walk) const;
@@ -120,7 +122,7 @@ private:
     void addColours();
     void handOver(MeshPart & mesh);
     Stages::SampleIndex const & samples();
-    void share() { m_shared = SharedVertices(m_ranks, m_part.border, m_part.mesh.vertexCount()); }
+    void share(std::size_t vertices) { m_shared = SharedVertices(m_ranks, m_part.border, vertices); }
 
     SurfaceInput const & m_input;
     Communicator const & m_ranks;
@@ -137,13 +139,52 @@ private:
     bool m_isClosed = false;
 };
 
+// What the samples of all ranks say of the surface here; null when none is wanted or there is nothing to see.
+std::unique_ptr<VolTr::SampleSurface> SurfacePart::fit()
+{
+    std::unique_ptr<VolTr::SampleSurface> surface;
+    if (!m_input.options.refine)
+        return surface;
+    Steps steps(m_ranks);
+    RankPeers peers(steps, m_input.cloud, m_owners,
+                    surfaceMargin(m_input.options) * m_context.octree.getUnit());
+    steps.run([&] {
+        surface = VolTr::fitToSamples(m_context, m_evaluation, m_input.isoValue, m_frame.edge, &peers);
+    });
+    return surface;
+}
+
 void SurfacePart::findMesh()
 {
+    std::unique_ptr<VolTr::SampleSurface> surface;
+    {
+        CPrgCntSubPhase phase(m_context.progress, 0.0, 0.3, 0, true);
+        surface = fit();
+    }
     MeshTarget target(m_part.mesh, m_input.options.vertexNormals);
-    VolTr::MeshSink sink(target, m_evaluation, 4.0 * m_frame.edge, m_context, INT_MAX);
-    walk(sink);
-    m_ranks.together([&] { sink.finish(); });
-    share();
+    if (surface != nullptr) {
+        VolTr::RefiningSink sink(*surface, m_evaluation, m_frame.edge, m_context, target, INT_MAX);
+        {
+            CPrgCntSubPhase phase(m_context.progress, 0.3, 0.5, 0, true);
+            walk(sink);
+        }
+        share(static_cast<std::size_t>(sink.vertexCount()));
+        Steps steps(m_ranks);
+        sink.setMarkExchange([&](std::vector<char> & marks) {
+            steps.meet();
+            m_shared.unite(marks);
+            std::int64_t const marked = std::count(marks.begin(), marks.end(), 1);
+            return m_ranks.sum(marked) > 0;
+        });
+        CPrgCntSubPhase phase(m_context.progress, 0.8, 0.2, 0, true);
+        steps.run([&] { sink.complete(); });
+    } else {
+        VolTr::MeshSink sink(target, m_evaluation, 4.0 * m_frame.edge, m_context, INT_MAX);
+        CPrgCntSubPhase phase(m_context.progress, 0.3, 0.7, 0, true);
+        walk(sink);
+        m_ranks.together([&] { sink.finish(); });
+        share(m_part.mesh.vertexCount());
+    }
     m_shared.spread(m_part.mesh.positions, 3);
     if (m_input.options.vertexNormals)
         m_shared.spread(m_part.mesh.normals, 3);
@@ -263,7 +304,7 @@ void SurfacePart::trim()
         inTeam([&](LoopTeam & team) { trimPart(m_part, m_shared, numbers, index, distance, team); });
         dropUnused(m_part);
     });
-    share();
+    share(m_part.mesh.vertexCount());
 }
 
 void SurfacePart::dropPieces()
@@ -275,7 +316,7 @@ void SurfacePart::dropPieces()
         m_part.border = m_shared.border();
         dropUnused(m_part);
     });
-    share();
+    share(m_part.mesh.vertexCount());
 }
 
 void SurfacePart::addColours()

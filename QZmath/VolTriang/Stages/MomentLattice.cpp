@@ -410,6 +410,41 @@ void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopT
         team);
 }
 
+std::vector<MomentLattice::Block> MomentLattice::blocks() const
+{
+    std::vector<Block> result(m_bricks.size());
+    for (std::size_t n = 0; n < result.size(); ++n) {
+        Brick const & brick = m_bricks[n];
+        result[n].place = m_places[n];
+        for (std::size_t row = 0; row < 64; ++row) {
+            Row const & from = brick.rows[row];
+            std::copy_n(m_chunks[brick.chunk].data() + from.start, from.end - from.begin,
+                        result[n].nodes.data() + row * edge + from.begin);
+        }
+    }
+    return result;
+}
+
+void MomentLattice::buildFromBlocks(std::vector<Block> const & blocks, Payload payload,
+                                    QzBackend::LoopTeam & team)
+{
+    m_payload = payload;
+    std::vector<std::vector<Block const *>> byBrick;
+    for (Block const & block : blocks) {
+        std::size_t const brick = static_cast<std::size_t>(findOrAdd(block.place));
+        byBrick.resize(m_places.size());
+        byBrick[brick].push_back(&block);
+    }
+    fillBricks(
+        [&](int brick, Dense & dense) {
+            for (Block const * const block : byBrick[static_cast<std::size_t>(brick)]) {
+                for (std::size_t node = 0; node < dense.size(); ++node)
+                    addTo(dense[node], 1.0f, block->nodes[node]);
+            }
+        },
+        team);
+}
+
 int MomentLattice::Cursor::brickAt(MomentLattice const & lattice, int n)
 {
     int & index = m_around[static_cast<std::size_t>(n)];

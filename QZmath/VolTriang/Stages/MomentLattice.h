@@ -112,6 +112,17 @@ public:
     /// spline of a coarse node is a sum of splines of fine nodes.
     void buildFromFiner(MomentLattice const & finer, QzBackend::LoopTeam & team);
 
+    /// A brick with all its nodes.
+    struct Block
+    {
+        std::array<int, 3> place;
+        std::array<Moments, 512> nodes;
+    };
+    std::vector<Block> blocks() const;
+    /// The sums over the points of several lattices, from all their blocks near some place, taken in the
+    /// order of the blocks.
+    void buildFromBlocks(std::vector<Block> const & blocks, Payload payload, QzBackend::LoopTeam & team);
+
     bool isEmpty() const { return m_places.empty(); }
     int bricksNumber() const { return static_cast<int>(m_places.size()); }
     /// The sums of the node of a cell; zeros where no point reaches.

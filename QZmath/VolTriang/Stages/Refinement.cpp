@@ -4,6 +4,7 @@
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
+#include <QZmath/VolTriang/Stages/CloudPeers.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/Stages/SampleFeet.h>
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 namespace VolTr
 {
@@ -34,7 +36,7 @@ void tellWidths(SampleSurface::Widths const & widths, StageContext const & conte
 } // namespace
 
 std::unique_ptr<SampleSurface> fitToSamples(StageContext const & context, EvaluableFunction const & function,
-                                            double isoValue, double edge)
+                                            double isoValue, double edge, CloudPeers * peers)
 {
     COctree const & octree = context.octree;
     SampleSurface::Input input;
@@ -45,12 +47,14 @@ std::unique_ptr<SampleSurface> fitToSamples(StageContext const & context, Evalua
     input.deepestCell = octree.getCellSize(octree.getNodeDepthEnd() - 1);
     input.edge = edge;
     input.depth = octree.getLeafCellDepth();
-    if (context.samples.pointsNumber() == 0 || !(input.cubeEdge > 0.0) || !std::isfinite(input.cubeEdge))
+    input.peers = peers;
+    std::int64_t const samples = peers != nullptr ? peers->samples() : context.samples.pointsNumber();
+    if (samples == 0 || !(input.cubeEdge > 0.0) || !std::isfinite(input.cubeEdge))
         return nullptr;
 
     std::unique_ptr<SampleSurface> surface;
     QzBackend::LoopTeam::run(context.threads, context.progress, [&](QzBackend::LoopTeam & team) {
-        SampleFeet const feet(context, function, isoValue, team, 0.4);
+        SampleFeet const feet(context, function, isoValue, team, 0.4, peers);
         input.samplesPerCell = feet.samplesPerLeafCell;
         input.order = feet.order.data();
         input.feet = feet.offsets.data();

@@ -3,12 +3,14 @@
 
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Octree.h>
+#include <QZmath/VolTriang/Stages/CloudPeers.h>
 #include <QZmath/VolTriang/Stages/ImplicitFunction.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -36,28 +38,30 @@ std::uint64_t spread(std::uint64_t bits)
 class CellCurve
 {
 public:
-    CellCurve(COctree const & octree, QzBackend::LoopTeam & team)
-        : m_octree(octree), m_team(team), m_droppedBits(std::max(0, octree.getLeafCellDepth() - 21)),
+    CellCurve(COctree const & octree, CloudPeers * peers, QzBackend::LoopTeam & team)
+        : m_octree(octree), m_peers(peers), m_team(team),
+          m_droppedBits(std::max(0, octree.getLeafCellDepth() - 21)),
           m_cells(static_cast<std::size_t>(octree.getCellsNumberOnDeepestLevel()))
     {
         sort();
+        findOwn();
     }
 
-    // How many cells `up` depths above the leaves hold samples.
+    // How many cells `up` depths above the leaves hold samples, of all holders of the cloud.
     double occupied(int up) const
     {
         int const shift = 3 * std::max(0, up - m_droppedBits);
         std::vector<int> numbers(static_cast<std::size_t>(pieces()), 0);
         forPieces([&](int piece, std::size_t begin, std::size_t end) {
             int number = 0;
-            for (std::size_t n = begin; n < end; ++n)
-                number += n == 0 || m_cells[n].key >> shift != m_cells[n - 1].key >> shift;
+            for (std::size_t n = std::max(begin, m_ownBegin); n < std::min(end, m_ownEnd); ++n)
+                number += n == m_ownBegin || m_cells[n].key >> shift != m_cells[n - 1].key >> shift;
             numbers[static_cast<std::size_t>(piece)] = number;
         });
         double sum = 0.0;
         for (int const number : numbers)
             sum += number;
-        return sum;
+        return m_peers != nullptr ? joined(shift, sum) : sum;
     }
 
     // The samples of the cells.
@@ -92,6 +96,49 @@ private:
             return key != other.key ? key < other.key : position < other.position;
         }
     };
+
+    // The own cells of a holder follow each other on the curve.
+    void findOwn()
+    {
+        m_ownEnd = m_cells.size();
+        if (m_peers == nullptr)
+            return;
+        auto const isOwn = [&](std::size_t n) {
+            return m_peers->isOwn(*m_octree.getSamplesBegin(m_cells[n].position));
+        };
+        while (m_ownBegin < m_ownEnd && !isOwn(m_ownBegin))
+            ++m_ownBegin;
+        while (m_ownEnd > m_ownBegin && !isOwn(m_ownEnd - 1))
+            --m_ownEnd;
+    }
+
+    // The number of cells of all holders from that of each: the last of one may be the first of the next.
+    double joined(int shift, double own) const
+    {
+        struct Part
+        {
+            double cells;
+            std::uint64_t first, last;
+        };
+        Part part = {own, 0, 0};
+        if (m_ownBegin < m_ownEnd) {
+            part.first = m_cells[m_ownBegin].key >> shift;
+            part.last = m_cells[m_ownEnd - 1].key >> shift;
+        }
+        std::vector<char> bytes(sizeof part);
+        std::memcpy(bytes.data(), &part, sizeof part);
+        bytes = m_peers->gather(bytes);
+        double sum = 0.0;
+        Part before = {0.0, 0, 0};
+        for (std::size_t at = 0; at < bytes.size(); at += sizeof part) {
+            std::memcpy(&part, bytes.data() + at, sizeof part);
+            if (!(part.cells > 0.0))
+                continue;
+            sum += part.cells - (before.cells > 0.0 && before.last == part.first ? 1.0 : 0.0);
+            before = part;
+        }
+        return sum;
+    }
 
     static constexpr std::size_t mostPieces = 256;
     static constexpr std::size_t mostBuckets = 256;
@@ -171,9 +218,12 @@ private:
     }
 
     COctree const & m_octree;
+    CloudPeers * const m_peers;
     QzBackend::LoopTeam & m_team;
     int const m_droppedBits; // of each coordinate: the key holds 21
     QzBackend::RawArray<Cell> m_cells;
+    std::size_t m_ownBegin = 0;
+    std::size_t m_ownEnd = 0;
 };
 
 // Samples per leaf cell of the surface, occupied or not: of random points with a mean of rho a cell, the
@@ -214,14 +264,15 @@ std::array<float, 3> footOffset(EvaluableFunction::Evaluator & evaluator, float 
 } // namespace
 
 SampleFeet::SampleFeet(StageContext const & context, EvaluableFunction const & function, double isoValue,
-                       QzBackend::LoopTeam & team, double until)
+                       QzBackend::LoopTeam & team, double until, CloudPeers * peers)
     : order(static_cast<std::size_t>(context.samples.pointsNumber()))
 {
     COctree const & octree = context.octree;
     {
-        CellCurve const curve(octree, team);
-        samplesPerLeafCell =
-            samplesPerSurfaceCell(curve, octree.getLeafCellDepth(), static_cast<double>(order.size()));
+        CellCurve const curve(octree, peers, team);
+        double const samplesNumber =
+            static_cast<double>(peers != nullptr ? peers->samples() : context.samples.pointsNumber());
+        samplesPerLeafCell = samplesPerSurfaceCell(curve, octree.getLeafCellDepth(), samplesNumber);
         curve.writeSamples(order.data());
     }
     offsets = QzBackend::RawArray<std::array<float, 3>>(order.size());

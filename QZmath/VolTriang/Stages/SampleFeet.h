@@ -14,6 +14,7 @@ class LoopTeam;
 namespace VolTr
 {
 
+class CloudPeers;
 class EvaluableFunction;
 struct StageContext;
 
@@ -23,8 +24,9 @@ struct StageContext;
 struct QZMATH_SISTER_API SampleFeet
 {
     /// Serves the progress up to `until`.
+    /// \param peers null when the samples are the whole cloud
     SampleFeet(StageContext const & context, EvaluableFunction const & function, double isoValue,
-               QzBackend::LoopTeam & team, double until);
+               QzBackend::LoopTeam & team, double until, CloudPeers * peers = nullptr);
 
     QzBackend::RawArray<int> order;
     QzBackend::RawArray<std::array<float, 3>> offsets; ///< foot minus sample, in the order of `order`

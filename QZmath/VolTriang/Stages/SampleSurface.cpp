@@ -3,10 +3,14 @@
 
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/InputSamples.h>
+#include <QZmath/VolTriang/Stages/CloudPeers.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <iterator>
+#include <type_traits>
 #include <utility>
 
 namespace VolTr
@@ -46,6 +50,42 @@ std::vector<int> select(int count, QzBackend::LoopTeam & team, IsWanted const & 
     for (std::vector<int> const & part : parts)
         all.insert(all.end(), part.begin(), part.end());
     return all;
+}
+
+std::int64_t samplesOfAll(SampleSurface::Input const & input)
+{
+    return input.peers != nullptr ? input.peers->samples() : input.samples->pointsNumber();
+}
+
+bool isOwn(SampleSurface::Input const & input, int index)
+{
+    return input.peers == nullptr || input.peers->isOwn(input.order[index]);
+}
+
+// Over all holders of the cloud.
+void addUp(SampleSurface::Input const & input, double * values, std::size_t count)
+{
+    if (input.peers != nullptr)
+        input.peers->sum(values, count);
+}
+
+template <class Value>
+std::vector<char> bytesOf(std::vector<Value> const & values)
+{
+    static_assert(std::is_trivially_copyable_v<Value>, "bytes are sent as they are");
+    std::vector<char> bytes(values.size() * sizeof(Value));
+    if (!values.empty())
+        std::memcpy(bytes.data(), values.data(), bytes.size());
+    return bytes;
+}
+
+template <class Value>
+std::vector<Value> fromBytes(std::vector<char> const & bytes)
+{
+    std::vector<Value> values(bytes.size() / sizeof(Value));
+    if (!values.empty())
+        std::memcpy(static_cast<void *>(values.data()), bytes.data(), bytes.size());
+    return values;
 }
 
 // Squared length of the normal of a sample: 0 for one that says nothing.
@@ -93,18 +133,80 @@ SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
     }
     int const coarsest = std::max(0, depth - coarserLevels);
     int const finest = finestDepth(input, depth, coarsest, team);
-    m_levels.push_back(makeLevel(input, finest, nullptr, team));
+    m_levels.push_back(isWithinReach(input, finest) ? makeLevel(input, finest, nullptr, team)
+                                                    : makeJoinedLevel(input, finest, coarsest, team));
     while (static_cast<int>(m_levels.size()) <= finest - coarsest) {
+        int const next = finest - static_cast<int>(m_levels.size());
+        if (!isWithinReach(input, next) && isWithinReach(input, next + 1)) {
+            m_levels.push_back(makeJoinedLevel(input, next, coarsest, team));
+            continue;
+        }
         auto coarser = std::make_unique<Level>();
         coarser->frame = LatticeFrame(input.origin, 2.0 * m_levels.back()->frame.cell);
         coarser->lattice.buildFromFiner(m_levels.back()->lattice, team);
         m_levels.push_back(std::move(coarser));
     }
     chooseWidths(input, team);
-    if (finest < depth)
+    if (finest < depth && isWithinReach(input, finest))
         refineCreases(input, finest + 1, team);
     for (std::unique_ptr<Level> & level : m_levels)
         level->curvatureTerm = curvatureTerm(input.edge, level->frame.cell);
+}
+
+// Is what the lattice of a depth says in this holder's territory right with the samples that are here? A sum
+// rests on samples up to three cells away, and these stand at their feet.
+bool SampleSurface::isWithinReach(Input const & input, int depth)
+{
+    return input.peers == nullptr ||
+           3.0 * std::ldexp(input.cubeEdge, -depth) + 3.0 * input.deepestCell <= input.peers->reach();
+}
+
+// The lattice of the own samples of all holders, around the territory of this one, as far as it matters up to
+// the depth `coarsest`.
+std::unique_ptr<SampleSurface::Level> SampleSurface::makeJoinedLevel(Input const & input, int depth,
+                                                                     int coarsest, QzBackend::LoopTeam & team)
+{
+    std::vector<int> const own =
+        select(input.samples->pointsNumber(), team,
+               [&](int index, MomentLattice::Cursor &) { return isOwn(input, index); });
+    std::unique_ptr<Level> level = makeLevel(input, depth, &own, team);
+    std::vector<MomentLattice::Block> blocks = level->lattice.blocks();
+    double const around = 3.0 * (std::ldexp(input.cubeEdge, -coarsest) + input.deepestCell);
+    double const brick = MomentLattice::edge * level->frame.cell;
+    std::vector<CloudPeers::Box> boxes(blocks.size());
+    for (std::size_t n = 0; n < blocks.size(); ++n) {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            double const least = input.origin[axis] + blocks[n].place[axis] * brick;
+            boxes[n].low[axis] = least - around;
+            boxes[n].high[axis] = least + brick + around;
+        }
+    }
+    blocks = fromBytes<MomentLattice::Block>(
+        input.peers->deal(bytesOf(blocks), sizeof(MomentLattice::Block), boxes));
+    level->lattice = MomentLattice();
+    level->lattice.buildFromBlocks(blocks, MomentLattice::Payload::surface, team);
+    return level;
+}
+
+// Of about `greatestTests` samples, evenly from the whole cloud, those that are own.
+std::vector<int> SampleSurface::someOwn(Input const & input, QzBackend::LoopTeam & team)
+{
+    std::int64_t const stride = std::max<std::int64_t>(1, samplesOfAll(input) / greatestTests);
+    std::vector<int> indices;
+    if (input.peers == nullptr) {
+        for (std::int64_t index = 0; index < input.samples->pointsNumber(); index += stride)
+            indices.push_back(static_cast<int>(index));
+        return indices;
+    }
+    std::vector<int> const own =
+        select(input.samples->pointsNumber(), team,
+               [&](int index, MomentLattice::Cursor &) { return isOwn(input, index); });
+    std::int64_t const before = input.peers->samplesBefore();
+    std::int64_t const past = before % stride;
+    for (std::size_t n = static_cast<std::size_t>(past == 0 ? 0 : stride - past); n < own.size();
+         n += static_cast<std::size_t>(stride))
+        indices.push_back(own[n]);
+    return indices;
 }
 
 double SampleSurface::coherenceAt(Level const & level, double const * point, MomentLattice::Cursor & cursor)
@@ -126,16 +228,17 @@ void SampleSurface::refineCreases(Input const & input, int depth, QzBackend::Loo
 {
     if (m_levels.size() < 2)
         return;
-    int const stride = std::max(1, input.samples->pointsNumber() / greatestTests);
     std::vector<int> tests;
     MomentLattice::Cursor finest;
-    for (int index = 0; index < input.samples->pointsNumber(); index += stride) {
+    for (int const index : someOwn(input, team)) {
         double foot[3];
         footOf(input, index, foot);
         if (coherenceAt(*m_levels[0], foot, finest) < creaseCoherence)
             tests.push_back(index);
     }
-    if (static_cast<int>(tests.size()) < leastCreaseTests)
+    double number = static_cast<double>(tests.size());
+    addUp(input, &number, 1);
+    if (number < leastCreaseTests)
         return;
     std::vector<int> const around =
         select(input.samples->pointsNumber(), team, [&](int index, MomentLattice::Cursor & wider) {
@@ -148,21 +251,28 @@ void SampleSurface::refineCreases(Input const & input, int depth, QzBackend::Loo
     pair[1] = std::move(m_levels[0]);
     std::vector<Test> const results = leaveOut(input, tests, pair, team);
     m_levels[0] = std::move(pair[1]);
-    double errors[2] = {0.0, 0.0};
-    double shares = 0.0;
-    int good = 0;
+    enum
+    {
+        finer,
+        coarser,
+        shares,
+        good,
+        count
+    };
+    double sums[count] = {};
     for (Test const & test : results) {
         if (!test.isGood)
             continue;
-        ++good;
-        shares += test.ownShares[0];
-        errors[0] += test.errors[0];
-        errors[1] += test.errors[1];
+        sums[good] += 1.0;
+        sums[shares] += test.ownShares[0];
+        sums[finer] += test.errors[0];
+        sums[coarser] += test.errors[1];
     }
-    if (good < leastCreaseTests || !(errors[0] < errors[1]))
+    addUp(input, sums, count);
+    if (sums[good] < leastCreaseTests || !(sums[finer] < sums[coarser]))
         return;
     m_creases = std::move(pair[0]);
-    m_creases->meanOwnShare = shares / good;
+    m_creases->meanOwnShare = sums[shares] / sums[good];
     m_creases->curvatureTerm = curvatureTerm(input.edge, m_creases->frame.cell);
 }
 
@@ -177,7 +287,7 @@ int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzB
     int const samplesNumber = input.samples->pointsNumber();
     double const block = 32.0;
     double const margin = 6.0;
-    double const share = std::clamp(20000.0 / samplesNumber, 0.05, 1.0);
+    double const share = std::clamp(20000.0 / static_cast<double>(samplesOfAll(input)), 0.05, 1.0);
     LatticeFrame const blocks(input.origin, std::ldexp(input.cubeEdge, -depth) * block);
     auto const isProbed = [&](double const * point) {
         double place[3];
@@ -197,14 +307,16 @@ int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzB
         double foot[3];
         footOf(input, index, foot);
         double place[3];
-        bool isInside = blocks.placeOf(foot, place);
+        bool isInside = isOwn(input, index) && blocks.placeOf(foot, place);
         for (double const coord : place) {
             double const inBlock = (coord - std::floor(coord)) * block;
             isInside = isInside && inBlock >= margin && inBlock < block - margin;
         }
         return isInside;
     });
-    if (tests.empty())
+    double number = static_cast<double>(tests.size());
+    addUp(input, &number, 1);
+    if (!(number > 0.0))
         return depth;
     std::vector<std::unique_ptr<Level>> pair(2);
     pair[1] = makeLevel(input, depth - 1, &probed, team);
@@ -216,6 +328,7 @@ int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzB
             for (int n = 0; n < 2 && test.isGood; ++n)
                 errors[n] += test.errors[static_cast<std::size_t>(n)];
         }
+        addUp(input, errors, 2);
         if (!(errors[0] < errors[1]))
             return tried - 1;
         pair[1] = std::move(pair[0]);
@@ -400,13 +513,10 @@ std::vector<SampleSurface::Test> SampleSurface::leaveOut(Input const & input,
 void SampleSurface::chooseWidths(Input const & input, QzBackend::LoopTeam & team)
 {
     int const levels = static_cast<int>(m_levels.size());
-    int const samplesNumber = input.samples->pointsNumber();
-    int const stride = std::max(1, samplesNumber / greatestTests);
-    std::vector<int> indices;
-    for (int index = 0; index < samplesNumber; index += stride)
-        indices.push_back(index);
-    int const tests = static_cast<int>(indices.size());
-    std::vector<Test> const results = leaveOut(input, indices, m_levels, team);
+    std::vector<Test> results = leaveOut(input, someOwn(input, team), m_levels, team);
+    if (input.peers != nullptr)
+        results = fromBytes<Test>(input.peers->gather(bytesOf(results)));
+    int const tests = static_cast<int>(results.size());
     std::array<double, greatestLevels> means{};
     std::array<double, greatestLevels> shares{};
     int good = 0;

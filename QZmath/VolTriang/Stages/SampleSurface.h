@@ -11,6 +11,7 @@
 namespace VolTr
 {
 
+class CloudPeers;
 class IInputSamples;
 
 /// Where the samples themselves see the surface near a point: a moving plane through their positions and
@@ -32,6 +33,10 @@ class IInputSamples;
 /// Weights are taken at the samples' feet, the points of the level set below them: noisy samples would
 /// otherwise agree with those that are displaced alike, and follow their noise.
 ///
+/// Of a cloud that is spread over several holders, each sees the surface in its own territory. What is
+/// decided by the whole cloud is decided by all together; lattices too coarse for what is here of the
+/// neighbours' samples are summed up by their owners and put together, which changes the last bits only.
+///
 /// Immutable once built; safe to use from many threads, each with a scratch of its own. Same bits for any
 /// number of threads.
 class QZMATH_SISTER_API SampleSurface
@@ -49,6 +54,7 @@ public:
         double edge = 1.0;           ///< of the polygoniser's cubes, for the error of its chords
         double samplesPerCell = 1.0; ///< of the surface, at `depth`
         int depth = 0;
+        CloudPeers * peers = nullptr; ///< null when the samples are the whole cloud
     };
 
     static constexpr int greatestLevels = 7;
@@ -130,6 +136,10 @@ private:
     // Of the samples at those indices of the order; of all when there are none.
     static std::unique_ptr<Level> makeLevel(Input const & input, int depth, std::vector<int> const * indices,
                                             QzBackend::LoopTeam & team);
+    static std::unique_ptr<Level> makeJoinedLevel(Input const & input, int depth, int coarsest,
+                                                  QzBackend::LoopTeam & team);
+    static bool isWithinReach(Input const & input, int depth);
+    static std::vector<int> someOwn(Input const & input, QzBackend::LoopTeam & team);
     int finestDepth(Input const & input, int depth, int coarsest, QzBackend::LoopTeam & team) const;
     static std::vector<Test> leaveOut(Input const & input, std::vector<int> const & indices,
                                       std::vector<std::unique_ptr<Level>> const & ladder,
