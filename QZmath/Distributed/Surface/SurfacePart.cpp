@@ -232,6 +232,7 @@ void SurfacePart::walk(VolTr::TriangleSink & sink)
         int const bounds[3] = {bound, bound, bound};
         surface.emplace(m_input.function, m_input.isoValue, m_frame.start.data(), m_frame.edge, bounds,
                         nullptr);
+        surface->makeCrossingsContinuous();
         {
             CPrgCntSubPhase phase(m_context.progress, 0.0, 0.3, 0, true);
             int const around = 3; // edges, from which a vertex may ask for a value

@@ -106,9 +106,11 @@ struct CrossingGuess
 };
 
 // The place of a crossing between 0 and 1, within `accuracy`. Two probes beside the expected crossing, one on
-// each side, mostly close it in; if four have not, the interval is halved.
+// each side, mostly close it in; if four have not, the interval is halved. With `isContinuous` the place is
+// where the line through the last two probes crosses, so that it hardly changes with the last bits of the
+// function.
 template <class Function>
-double findCrossing(EdgeValues const & values, Function const & valueAt)
+double findCrossing(EdgeValues const & values, Function const & valueAt, bool isContinuous)
 {
     int const greatestProbes = 4;
     double const margin = 0.8 * accuracy;
@@ -123,6 +125,8 @@ double findCrossing(EdgeValues const & values, Function const & valueAt)
     for (int probes = 0;; ++probes) {
         if (!(guess > low && guess < high))
             guess = low - lowValue * (high - low) / (highValue - lowValue);
+        if (high - low <= 2.0 * accuracy && isContinuous)
+            return low - lowValue * (high - low) / (highValue - lowValue);
         if (high - low <= 2.0 * accuracy)
             return std::max(high - accuracy, std::min(low + accuracy, guess));
         double probe = 0.5 * (low + high);
@@ -390,7 +394,8 @@ void BrickSurface::solveEdges(int index, std::vector<float> const & values)
                     line[step + 1] = valueAt(corner);
                 }
                 Evaluator const evaluator(*this, hint, {index, x * brickRows + n}, direction);
-                double const t = findCrossing({line[0], line[1], line[2], line[3]}, evaluator);
+                double const t =
+                    findCrossing({line[0], line[1], line[2], line[3]}, evaluator, m_hasContinuousCrossings);
                 *edge++ = -2 - static_cast<std::int32_t>(t * edgeParts);
             }
         }
@@ -729,7 +734,8 @@ public:
             double place;
             if (made.place == unsolved) {
                 double const nan = std::nan("");
-                place = findCrossing({nan, evaluator(0.0), evaluator(1.0), nan}, evaluator);
+                place = findCrossing({nan, evaluator(0.0), evaluator(1.0), nan}, evaluator,
+                                     m_surface.m_hasContinuousCrossings);
             } else {
                 place = (-2 - made.place) / edgeParts;
             }

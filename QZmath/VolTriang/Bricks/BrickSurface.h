@@ -60,6 +60,10 @@ public:
     /// Is a brick wanted? By the index of its first corner.
     using BrickChoice = std::function<bool(std::array<int, 3> const &)>;
 
+    /// Before anything else. Vertices move by little when the last bits of the function change, by less than
+    /// a hundredth of what they may be off otherwise.
+    void makeCrossingsContinuous() { m_hasContinuousCrossings = true; }
+
     /// Optional. The position of the team goes from 0 to 1.
     /// \param isWanted limits the bricks around the deepest nodes to some of them; may be empty. A vertex is
     ///                 the same to the bit whenever those among them within two edges of its own are wanted.
@@ -158,6 +162,7 @@ private:
     int m_bounds[3];
     int m_align[3]; // first corner of brick 0
     std::function<bool(double const *)> const m_isRefused;
+    bool m_hasContinuousCrossings = false;
     std::vector<Brick> m_bricks;
     std::vector<Refusals> m_refusals; // by brick, empty where nothing is refused
     CLatticeHash m_table;
