@@ -4,8 +4,9 @@
 // with all values in their ranges, and alike a second time.
 
 #include <apps/qzrecon-sample/Options.h>
-#include <apps/qzrecon/Clouds.h>
 #include <apps/qzrecon/Options.h>
+
+#include <QZmath/Files/JoinedClouds.h>
 
 #include "Input.h"
 
@@ -107,7 +108,7 @@ void checkSampling(std::vector<char const *> const & arguments)
 // Files behind each other, of what they happen to have.
 void checkJoining(Input & input)
 {
-    qz_recon::JoinedClouds joined;
+    QZmath::JoinedClouds joined;
     std::size_t points = 0;
     int const files = 1 + input.upTo(3);
     for (int file = 0; file < files; ++file) {

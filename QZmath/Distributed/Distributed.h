@@ -6,3 +6,5 @@
 #include <QZmath/Distributed/Communicator.h>
 #include <QZmath/Distributed/DistributedReconstruction.h>
 #include <QZmath/Distributed/Export.h>
+#include <QZmath/Distributed/FileShares.h>
+#include <QZmath/Distributed/MeshFiles.h>

@@ -8,6 +8,7 @@
 
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Files/Export.h>
+#include <QZmath/Files/JoinedClouds.h>
 #include <QZmath/Files/MeshReader.h>
 #include <QZmath/Files/MeshWriter.h>
 #include <QZmath/Files/PendingFiles.h>

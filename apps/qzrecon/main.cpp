@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <apps/qzrecon/Clouds.h>
 #include <apps/qzrecon/ConsoleProgress.h>
 #include <apps/qzrecon/FileArguments.h>
 #include <apps/qzrecon/Interruption.h>
@@ -10,6 +9,7 @@
 #include <apps/qzrecon/RunLog.h>
 
 #include <QZmath/Files/Errors.h>
+#include <QZmath/Files/JoinedClouds.h>
 #include <QZmath/Files/PendingFiles.h>
 #include <QZmath/Files/PointReader.h>
 #include <QZmath/Reconstruction/Reconstruction.h>
@@ -90,7 +90,7 @@ std::string describe(QZmath::TriangleMesh const & mesh, Options const & options,
 
 QZmath::PointCloud readClouds(Options & options, ConsoleProgress & progress)
 {
-    JoinedClouds joined;
+    QZmath::JoinedClouds joined;
     int const files = static_cast<int>(options.inputs.size());
     for (int file = 0; file < files; ++file) {
         CPrgCntSubPhase const part(&progress, file, 1, files, true);

@@ -69,6 +69,10 @@ public:
     /// True when some colour is not black.
     bool isAny() const { return m_range == Range::bytes ? m_greatestByte > 0 : m_greatest > 0; }
     std::vector<std::uint8_t> finish();
+    /// Greatest number, on which the scale depends; 0 of bytes, which have theirs.
+    float greatest() const { return m_greatest; }
+    /// Counts a number that is elsewhere in the file.
+    void expect(float number) { m_greatest = number > m_greatest ? number : m_greatest; }
 
 private:
     Range m_range;

@@ -2,6 +2,7 @@
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Files/Formats/CloudColumns.h>
 #include <QZmath/Files/Formats/PointFormats.h>
+#include <QZmath/Files/Formats/PointShare.h>
 #include <QZmath/Files/Streams/SourceBlocks.h>
 
 #include <cmath>
@@ -79,8 +80,6 @@ Header readHeader(ByteSource & source)
     }
     if (header.pointsOffset < (minor == 4 ? newLength : oldLength))
         throw InputError("the header says that the points begin inside it");
-    if (header.points > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
-        throw InputError("the input has more than 2147483647 points");
     for (std::size_t axis = 0; axis < 3; ++axis) {
         header.scale[axis] = at<double>(bytes, 131 + 8 * axis);
         header.offset[axis] = at<double>(bytes, 155 + 8 * axis);
@@ -126,14 +125,33 @@ bool isWithheld(std::string_view bytes, unsigned format)
 
 } // namespace
 
-PointCloud readLas(ByteSource & source, ReadingProgress & reading)
+std::string noteOnWithheld(std::size_t points)
+{
+    return std::to_string(points) + (points == 1 ? " point" : " points") + " with the mark \"withheld\" " +
+           (points == 1 ? "is" : "are") + " left out";
+}
+
+PointCloud readLas(ByteSource & source, ReadingProgress & reading, PointShare * share)
 {
     Header const header = readHeader(source);
+    auto const refuseBeyond = [](std::uint64_t points) {
+        if (points > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
+            throw InputError("the input has more than 2147483647 points");
+    };
+    if (share == nullptr)
+        refuseBeyond(header.points);
     source.skip(header.pointsOffset);
     if (!source.mayHold(header.points, header.length))
         throwTruncated(header, source.remaining() / header.length);
+    RowRange rows{0, header.points};
+    if (share != nullptr) {
+        share->isCut = true;
+        rows = rowsOf(*share, header.pointsOffset, header.length, header.points);
+        refuseBeyond(rows.count);
+        source.skip(rows.first * header.length);
+    }
     std::size_t const colorPlace = st_records[header.format].color;
-    std::size_t const room = source.worthReserving(header.points);
+    std::size_t const room = source.worthReserving(rows.count);
     LasColumns columns;
     columns.positions.reserve(room);
     if (colorPlace != 0)
@@ -156,17 +174,20 @@ PointCloud readLas(ByteSource & source, ReadingProgress & reading)
         }
     };
     std::uint64_t const found = SourceBlocks(source).readEqual(
-        header.points, header.length, columns, LasColumns(), readBlock, [&] { reading.update(); });
-    if (found < header.points)
-        throwTruncated(header, found);
+        rows.count, header.length, columns, LasColumns(), readBlock, [&] { reading.update(); });
+    if (found < rows.count)
+        throwTruncated(header, rows.first + found);
     PointCloud cloud;
     columns.positions.moveTo(cloud);
+    if (share != nullptr) {
+        share->withheld = columns.withheld;
+        share->foundColor = columns.colors.greatest();
+        columns.colors.expect(share->greatestColor);
+    }
     if (columns.colors.isAny()) // where nobody has measured any, they are 0
         cloud.colors = columns.colors.finish();
-    std::size_t const withheld = columns.withheld;
-    if (withheld > 0)
-        cloud.notes.push_back(std::to_string(withheld) + (withheld == 1 ? " point" : " points") +
-                              " with the mark \"withheld\" " + (withheld == 1 ? "is" : "are") + " left out");
+    if (columns.withheld > 0 && share == nullptr)
+        cloud.notes.push_back(noteOnWithheld(columns.withheld));
     return cloud;
 }
 

@@ -2,6 +2,7 @@
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Files/Formats/CloudColumns.h>
 #include <QZmath/Files/Formats/PointFormats.h>
+#include <QZmath/Files/Formats/PointShare.h>
 #include <QZmath/Files/Streams/SourceBlocks.h>
 #include <QZmath/Files/Streams/Words.h>
 
@@ -270,9 +271,7 @@ ColorColumn::Range colorRangeOf(Element const & vertices)
 
 [[noreturn]] void throwTruncated(Element const & element, std::uint64_t found)
 {
-    throw InputError("the input is truncated: the header promises " + std::to_string(element.count) +
-                     " instances of \"" + quotable(element.name) + "\", the file ends after " +
-                     std::to_string(found));
+    throw InputError(truncatedElement(element.name, element.count, found));
 }
 
 // What a property of instances of equal size is to us.
@@ -540,8 +539,12 @@ public:
         m_density.clear();
     }
 
-    void moveTo(VertexData & data)
+    void moveTo(VertexData & data, PointShare * share)
     {
+        if (share != nullptr) {
+            share->foundColor = m_colors.greatest();
+            m_colors.expect(share->greatestColor);
+        }
         m_positions.moveTo(data.points);
         if (m_hasColors)
             data.points.colors = m_colors.finish();
@@ -599,6 +602,9 @@ private:
 
 void skipElement(ByteSource & source, Element const & element, Encoding encoding, ReadingProgress & reading)
 {
+    Layout const layout(element, encoding);
+    if (layout.isFixed && source.isSizeKnown() && element.count <= source.remaining() / layout.stride)
+        return source.skip(element.count * layout.stride);
     ElementReader reader(source, element, encoding);
     Row ignored;
     for (std::uint64_t i = 0; i < element.count; ++i) {
@@ -609,25 +615,37 @@ void skipElement(ByteSource & source, Element const & element, Encoding encoding
 }
 
 void readVertices(ByteSource & source, Element const & element, Encoding encoding, ReadingProgress & reading,
-                  VertexData & data)
+                  VertexData & data, PointShare * share)
 {
     if (!element.hasThree(position))
         throw InputError("the vertices have no properties x, y and z");
-    if (element.count > static_cast<std::uint64_t>(std::numeric_limits<int>::max()))
+    Layout const layout(element, encoding);
+    RowRange rows{0, element.count};
+    if (share != nullptr && layout.isFixed) {
+        rows = rowsOf(*share, source.position(), layout.stride, element.count);
+        source.skip(rows.first * layout.stride);
+    } else if (share != nullptr) {
+        double const all = static_cast<double>(source.remaining());
+        source.cutLines(share->begin, share->end, share->countsLines);
+        share->promise = PointShare::Promise::vertices;
+        share->promised = static_cast<std::int64_t>(element.count);
+        rows.count = static_cast<std::uint64_t>(static_cast<double>(element.count) *
+                                                static_cast<double>(source.remaining()) / std::max(all, 1.0));
+    }
+    if (rows.count > static_cast<std::uint64_t>(std::numeric_limits<int>::max()))
         throw InputError("the input has more than 2147483647 points");
 
     VertexColumns const none(element, encoding);
     VertexColumns columns = none;
-    columns.reserve(source.worthReserving(element.count));
-    Layout const layout(element, encoding);
+    columns.reserve(source.worthReserving(rows.count));
     SourceBlocks blocks(source);
     if (layout.isFixed) {
         auto const readBlock = [&](std::string_view bytes, VertexColumns & part) { part.add(bytes, layout); };
-        std::uint64_t const found = blocks.readEqual(element.count, layout.stride, columns, none, readBlock,
-                                                     [&] { reading.update(); });
-        if (found < element.count)
-            throwTruncated(element, found);
-        return columns.moveTo(data);
+        std::uint64_t const found =
+            blocks.readEqual(rows.count, layout.stride, columns, none, readBlock, [&] { reading.update(); });
+        if (found < rows.count)
+            throwTruncated(element, rows.first + found);
+        return columns.moveTo(data, share);
     }
 
     ElementReader reader(source, element, encoding);
@@ -635,8 +653,11 @@ void readVertices(ByteSource & source, Element const & element, Encoding encodin
     auto const readBy = [&](std::uint64_t end) {
         while (columns.size() < element.count && source.position() < end) {
             row.isFloatEnough = true;
-            if (!reader.readInto(row))
+            if (!reader.readInto(row)) {
+                if (share != nullptr)
+                    return false;
                 throwTruncated(element, columns.size());
+            }
             columns.add(row);
             reading.update();
         }
@@ -660,7 +681,23 @@ void readVertices(ByteSource & source, Element const & element, Encoding encodin
     };
     if (encoding != Encoding::ascii || blocks.readLines(none, readBlock, append, readBy))
         readBy(std::numeric_limits<std::uint64_t>::max());
-    columns.moveTo(data);
+    columns.moveTo(data, share);
+}
+
+// Whether a range of bytes tells which vertices are there: in rows of one size it does, of text when nothing
+// else is in the file.
+bool canBeCut(Header const & header)
+{
+    bool isAlone = true;
+    Element const * vertices = nullptr;
+    for (Element const & element : header.elements) {
+        if (element.name == "vertex" && vertices == nullptr)
+            vertices = &element;
+        else
+            isAlone = isAlone && element.count == 0;
+    }
+    return vertices != nullptr &&
+           (Layout(*vertices, header.encoding).isFixed || (header.encoding == Encoding::ascii && isAlone));
 }
 
 void readFaces(ByteSource & source, Element const & element, Encoding encoding, ReadingProgress & reading,
@@ -687,10 +724,17 @@ void readFaces(ByteSource & source, Element const & element, Encoding encoding, 
 
 } // namespace
 
-VertexData readPly(ByteSource & source, ReadingProgress & reading, Wanted wanted)
+VertexData readPly(ByteSource & source, ReadingProgress & reading, Wanted wanted, PointShare * share)
 {
     Header const header = readHeader(source);
     VertexData data;
+    if (share != nullptr) {
+        share->isCut = canBeCut(header);
+        if (!share->isCut && share->begin > 0)
+            return data;
+        if (!share->isCut)
+            share = nullptr;
+    }
     bool hasVertices = false;
     for (Element const & element : header.elements) {
         // Before any memory is taken, the count must fit into what is left of the source.
@@ -699,7 +743,7 @@ VertexData readPly(ByteSource & source, ReadingProgress & reading, Wanted wanted
             throwTruncated(element, source.remaining() / leastSize);
         if (element.name == "vertex" && !hasVertices) {
             hasVertices = true;
-            readVertices(source, element, header.encoding, reading, data);
+            readVertices(source, element, header.encoding, reading, data, share);
             if (wanted == Wanted::points)
                 return data; // what follows, faces for instance, does not matter
         } else if (element.name == "face" && wanted == Wanted::mesh) {

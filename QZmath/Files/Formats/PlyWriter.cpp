@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Files/Formats/MeshFormats.h>
+#include <QZmath/Files/Formats/PlyRows.h>
 
 #include <cstring>
+#include <string>
 
 namespace QZmath
 {
@@ -9,17 +11,14 @@ namespace QZmath
 namespace
 {
 
-void writeHeader(ByteSink & sink, std::size_t vertices, bool isWide, bool hasNormals, bool hasColors,
-                 char const * further)
+std::string headerOf(std::uint64_t vertices, bool isWide, bool hasNormals, bool hasColors,
+                     char const * further)
 {
     std::string const type = isWide ? "property double " : "property float ";
-    sink.text("ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(vertices) + "\n" +
-              type + "x\n" + type + "y\n" + type + "z\n");
-    if (hasNormals)
-        sink.text("property float nx\nproperty float ny\nproperty float nz\n");
-    if (hasColors)
-        sink.text("property uchar red\nproperty uchar green\nproperty uchar blue\n");
-    sink.text(further);
+    return "ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(vertices) + "\n" + type +
+           "x\n" + type + "y\n" + type + "z\n" +
+           (hasNormals ? "property float nx\nproperty float ny\nproperty float nz\n" : "") +
+           (hasColors ? "property uchar red\nproperty uchar green\nproperty uchar blue\n" : "") + further;
 }
 
 template <class T>
@@ -31,39 +30,51 @@ char * copied(char * place, T const * values, std::size_t count)
 
 } // namespace
 
+void PlyVertices::write(std::size_t vertex, char * row) const
+{
+    float const * const local = positions + 3 * vertex;
+    if (isWide()) {
+        double const position[3] = {origin[0] + static_cast<double>(local[0]),
+                                    origin[1] + static_cast<double>(local[1]),
+                                    origin[2] + static_cast<double>(local[2])};
+        row = copied(row, position, 3);
+    } else {
+        row = copied(row, local, 3);
+    }
+    if (normals != nullptr)
+        row = copied(row, normals + 3 * vertex, 3);
+    if (colors != nullptr)
+        row = copied(row, colors + 3 * vertex, 3);
+    if (density != nullptr)
+        copied(row, density + vertex, 1);
+}
+
+std::string plyMeshHeader(PlyVertices const & layout, std::uint64_t vertices, std::uint64_t triangles,
+                          char const * cornerType)
+{
+    return headerOf(vertices, layout.isWide(), layout.normals != nullptr, layout.colors != nullptr,
+                    layout.density != nullptr ? "property float density\n" : "") +
+           "element face " + std::to_string(triangles) + "\nproperty list uchar " + cornerType +
+           " vertex_indices\nend_header\n";
+}
+
 void writePly(TriangleMesh const & mesh, ByteSink & sink)
 {
-    bool const isWide = hasOrigin(mesh);
+    PlyVertices rows;
+    rows.origin = mesh.origin;
+    rows.positions = mesh.positions.data();
+    rows.normals = mesh.normals.empty() ? nullptr : mesh.normals.data();
+    rows.colors = mesh.colors.empty() ? nullptr : mesh.colors.data();
+    rows.density = mesh.density.empty() ? nullptr : mesh.density.data();
     std::size_t const vertices = mesh.vertexCount();
-    writeHeader(sink, vertices, isWide, !mesh.normals.empty(), !mesh.colors.empty(),
-                mesh.density.empty() ? "" : "property float density\n");
-    sink.text("element face " + std::to_string(mesh.triangleCount()) +
-              "\nproperty list uchar int vertex_indices\nend_header\n");
-    std::size_t const stride = (isWide ? 24 : 12) + (mesh.normals.empty() ? 0 : 12) +
-                               (mesh.colors.empty() ? 0 : 3) + (mesh.density.empty() ? 0 : 4);
+    sink.text(plyMeshHeader(rows, vertices, mesh.triangleCount(), "int"));
+    std::size_t const stride = rows.stride();
     if (stride == 12)
         sink.bytes(mesh.positions.data(), 12 * vertices); // as they lie in memory
-    sink.forEach(stride == 12 ? 0 : vertices, stride, [&](std::size_t i, ByteBlock & block) {
-        char * place = block.claim(stride);
-        float const * const local = mesh.positions.data() + 3 * i;
-        if (isWide) {
-            double const position[3] = {mesh.origin[0] + static_cast<double>(local[0]),
-                                        mesh.origin[1] + static_cast<double>(local[1]),
-                                        mesh.origin[2] + static_cast<double>(local[2])};
-            place = copied(place, position, 3);
-        } else {
-            place = copied(place, local, 3);
-        }
-        if (!mesh.normals.empty())
-            place = copied(place, mesh.normals.data() + 3 * i, 3);
-        if (!mesh.colors.empty())
-            place = copied(place, mesh.colors.data() + 3 * i, 3);
-        if (!mesh.density.empty())
-            copied(place, mesh.density.data() + i, 1);
-    });
-    std::size_t const faceLength = 13;
-    sink.forEach(mesh.triangleCount(), faceLength, [&](std::size_t i, ByteBlock & block) {
-        char * const place = block.claim(faceLength);
+    sink.forEach(stride == 12 ? 0 : vertices, stride,
+                 [&](std::size_t i, ByteBlock & block) { rows.write(i, block.claim(stride)); });
+    sink.forEach(mesh.triangleCount(), plyTriangleLength, [&](std::size_t i, ByteBlock & block) {
+        char * const place = block.claim(plyTriangleLength);
         *place = 3;
         copied(place + 1, mesh.triangles.data() + 3 * i, 3);
     });
@@ -72,9 +83,9 @@ void writePly(TriangleMesh const & mesh, ByteSink & sink)
 void writePly(PointCloudView const & cloud, ByteSink & sink)
 {
     bool const isWide = cloud.positions == nullptr;
-    writeHeader(sink, cloud.size, isWide, cloud.normals != nullptr, cloud.colors != nullptr,
-                cloud.boundary != nullptr ? "property uchar boundary\n" : "");
-    sink.text("end_header\n");
+    sink.text(headerOf(cloud.size, isWide, cloud.normals != nullptr, cloud.colors != nullptr,
+                       cloud.boundary != nullptr ? "property uchar boundary\n" : "") +
+              "end_header\n");
     std::size_t const stride = (isWide ? 24 : 12) + (cloud.normals != nullptr ? 12 : 0) +
                                (cloud.colors != nullptr ? 3 : 0) + (cloud.boundary != nullptr ? 1 : 0);
     sink.forEach(cloud.size, stride, [&](std::size_t i, ByteBlock & block) {

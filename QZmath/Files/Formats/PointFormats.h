@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Files/Export.h>
 #include <QZmath/Files/PointCloud.h>
 #include <QZmath/Files/Streams/ByteSource.h>
 
@@ -14,6 +15,7 @@ namespace QZmath
 {
 
 class ReadingProgress;
+struct PointShare;
 
 /// What a file says of its points, and of the triangles between them.
 struct VertexData
@@ -24,19 +26,30 @@ struct VertexData
 };
 
 /// The readers of one format each. Throw `InputError`, and whatever the progress counter throws. What
-/// `wanted` does not ask for is skipped.
+/// `wanted` does not ask for is skipped. Those with a `share` read only that of a file, unless it is null.
 enum class Wanted
 {
     points,
     mesh
 };
-VertexData readPly(ByteSource & source, ReadingProgress & reading, Wanted wanted);
+VertexData readPly(ByteSource & source, ReadingProgress & reading, Wanted wanted,
+                   PointShare * share = nullptr);
 VertexData readObj(ByteSource & source, ReadingProgress & reading, Wanted wanted);
 VertexData readStl(ByteSource & source, ReadingProgress & reading);
 PointCloud readText(ByteSource & source, ReadingProgress & reading, std::string const & columns,
-                    bool intensityFirst);
+                    bool intensityFirst, PointShare * share = nullptr);
 PointCloud readPcd(ByteSource & source, ReadingProgress & reading);
-PointCloud readLas(ByteSource & source, ReadingProgress & reading);
+PointCloud readLas(ByteSource & source, ReadingProgress & reading, PointShare * share = nullptr);
+
+/// The note on points of a LAS file that count as deleted.
+QZMATH_FILES_API std::string noteOnWithheld(std::size_t points);
+
+/// Things of one size, `count` of them from a place of a file on, of which a share has those from `first` on.
+struct RowRange
+{
+    std::uint64_t first, count;
+};
+RowRange rowsOf(PointShare const & share, std::uint64_t place, std::uint64_t size, std::uint64_t count);
 
 /// Reports the share of the source that has been read, each time 64 KiB more are.
 class ReadingProgress

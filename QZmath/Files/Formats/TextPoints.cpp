@@ -2,6 +2,7 @@
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Files/Formats/CloudColumns.h>
 #include <QZmath/Files/Formats/PointFormats.h>
+#include <QZmath/Files/Formats/PointShare.h>
 #include <QZmath/Files/Formats/TextColumns.h>
 #include <QZmath/Files/Streams/SourceBlocks.h>
 #include <QZmath/Files/Streams/Words.h>
@@ -158,6 +159,13 @@ struct Triple
         ofUnitLength = 0;
     }
     bool isColor() const { return isWhole && isAboveOne; }
+    // What decides on that, in bits that those of other ranges of a file can be added to.
+    unsigned marks() const { return (isWhole ? 0U : 1U) | (isAboveOne ? 2U : 0U); }
+    void expect(unsigned others)
+    {
+        isWhole = isWhole && (others & 1U) == 0;
+        isAboveOne = isAboveOne || (others & 2U) != 0;
+    }
     // Normals may have any length, but most have 1.
     bool isMostlyOfUnitLength() const { return 2 * ofUnitLength >= values.size() / 3; }
     bool isPerhapsColor() const { return isShare && !isMostlyOfUnitLength(); }
@@ -228,9 +236,13 @@ public:
         m_cloud.boundary.clear();
     }
 
-    PointCloud finish()
+    PointCloud finish(PointShare * share)
     {
         m_positions.moveTo(m_cloud);
+        if (share != nullptr) {
+            share->foundColor = m_colors.greatest();
+            m_colors.expect(share->greatestColor);
+        }
         if (m_columns.has(TextColumns::color))
             m_cloud.colors = m_colors.finish();
         return std::move(m_cloud);
@@ -306,8 +318,13 @@ public:
         m_shifted.clear();
     }
 
-    PointCloud finish()
+    PointCloud finish(PointShare * share)
     {
+        if (share != nullptr) {
+            share->foundMarks = m_second.marks() | m_shifted.marks() << 2;
+            m_second.expect(share->columnMarks & 3U);
+            m_shifted.expect(share->columnMarks >> 2);
+        }
         PointCloud cloud;
         m_positions.moveTo(cloud);
         if (m_columns == 4)
@@ -318,7 +335,7 @@ public:
         if (m_columns == 7)
             finishSeven(cloud);
         if (m_columns == 9)
-            finishNine(cloud);
+            finishNine(cloud, share);
         return cloud;
     }
 
@@ -356,9 +373,13 @@ private:
         }
     }
 
-    void finishNine(PointCloud & cloud)
+    void finishNine(PointCloud & cloud, PointShare * share)
     {
         bool const isColorFirst = m_second.isColor();
+        if (isColorFirst == m_shifted.isColor() && share != nullptr && !share->isSettled) {
+            share->isUnsure = true;
+            return;
+        }
         if (isColorFirst == m_shifted.isColor())
             throw InputError(
                 "nine columns of which not three are whole numbers from 0 to 255, for colours: choose "
@@ -394,7 +415,7 @@ bool isPoint(std::vector<std::string_view> const & words, TextColumns const & co
 // Reads the lines from the first point on, which `lines` holds. `points` is still empty.
 template <class TPoints>
 PointCloud readLines(ByteSource & source, TextLines & lines, TPoints & points, long long promised,
-                     ReadingProgress & reading)
+                     ReadingProgress & reading, PointShare * share)
 {
     bool const isCounted = promised >= 0;
     auto const most = static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
@@ -407,7 +428,7 @@ PointCloud readLines(ByteSource & source, TextLines & lines, TPoints & points, l
         if (lines.words.empty())
             return;
         long long more = 0;
-        if (isCounted && isComplete() && isCount(lines.words, more)) {
+        if (isCounted && (share != nullptr || isComplete()) && isCount(lines.words, more)) {
             promised = more < std::numeric_limits<long long>::max() - promised ? promised + more : promised;
             return; // another block
         }
@@ -434,20 +455,28 @@ PointCloud readLines(ByteSource & source, TextLines & lines, TPoints & points, l
         reading.update();
         return true;
     };
-    addLine();
+    long long const before = promised;
+    if (share == nullptr || share->begin == 0)
+        addLine();
+    if (share != nullptr) {
+        share->isCut = true;
+        source.cutLines(share->begin, share->end, share->countsLines);
+    }
     SourceBlocks(source).readLines(none, readBlock, append, readBy);
     readBy(std::numeric_limits<std::uint64_t>::max());
-    if (isCounted && points.size() < static_cast<std::size_t>(promised))
-        throw InputError("the input is truncated: " + std::to_string(promised) + " points are promised and " +
-                         std::to_string(points.size()) +
-                         " are there; without the line of their number it is read as it is");
-    return points.finish();
+    if (isCounted && share != nullptr) {
+        share->promise = PointShare::Promise::lines;
+        share->promised = promised - (share->begin == 0 ? 0 : before);
+    } else if (isCounted && points.size() < static_cast<std::size_t>(promised)) {
+        throw InputError(truncatedLines(promised, points.size()));
+    }
+    return points.finish(share);
 }
 
 } // namespace
 
 PointCloud readText(ByteSource & source, ReadingProgress & reading, std::string const & columnNames,
-                    bool intensityFirst)
+                    bool intensityFirst, PointShare * share)
 {
     int const mostHeaderLines = 100;
     TextLines lines(source);
@@ -470,11 +499,11 @@ PointCloud readText(ByteSource & source, ReadingProgress & reading, std::string 
             TextColumns const columns = columnNames.empty() ? header : TextColumns::fromNames(columnNames);
             if (isPoint(words, columns)) {
                 NamedPoints points(columns);
-                return readLines(source, lines, points, promised, reading);
+                return readLines(source, lines, points, promised, reading, share);
             }
         } else if (double ignored = 0; parseNumber(words[0], ignored)) {
             GuessedPoints points(lines, intensityFirst);
-            return readLines(source, lines, points, promised, reading);
+            return readLines(source, lines, points, promised, reading, share);
         }
         if (refused == 0)
             firstRefused = lines.notNumber(0);

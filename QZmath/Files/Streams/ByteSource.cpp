@@ -72,13 +72,15 @@ std::uint64_t ByteSource::remaining() const { return m_isSizeKnown ? m_size - m_
 
 double ByteSource::progress() const
 {
-    double const scale = m_isSizeKnown ? static_cast<double>(m_size) : 1e9;
-    double const share = static_cast<double>(m_position) / std::max(scale, 1.0);
+    double const scale = m_isSizeKnown ? static_cast<double>(m_size - m_begin) : 1e9;
+    double const share = static_cast<double>(m_position - m_begin) / std::max(scale, 1.0);
     return m_isSizeKnown ? share : share / (0.5 + share);
 }
 
 std::size_t ByteSource::fill(char * bytes, std::size_t length)
 {
+    if (m_isCut)
+        length = static_cast<std::size_t>(std::min<std::uint64_t>(length, m_size - m_position - m_available));
     std::size_t total = 0;
     while (total < length) {
         if (m_stream != nullptr) {
@@ -129,6 +131,14 @@ std::string_view ByteSource::ahead(std::size_t length)
 void ByteSource::skip(std::uint64_t length, std::uint64_t lines)
 {
     m_lines += lines;
+    if (m_file >= 0 && m_isSizeKnown && length > m_available + st_window) { // not worth reading
+        std::uint64_t const jump = std::min(length, remaining());
+        if (jump > m_available && lseek(m_file, static_cast<off_t>(jump - m_available), SEEK_CUR) >= 0) {
+            m_position += jump;
+            m_available = 0;
+            return;
+        }
+    }
     while (length > 0 && !peek(1).empty()) {
         std::size_t const step = static_cast<std::size_t>(std::min<std::uint64_t>(length, m_available));
         m_data += step;
@@ -136,6 +146,46 @@ void ByteSource::skip(std::uint64_t length, std::uint64_t lines)
         m_position += step;
         length -= step;
     }
+}
+
+std::uint64_t ByteSource::lineStartFrom(std::uint64_t position) const
+{
+    if (position <= m_position)
+        return m_position;
+    char bytes[4096];
+    bool isAfterReturn = false;
+    for (std::uint64_t at = position - 1; at < m_size;) {
+        ssize_t const count = pread(m_file, bytes, sizeof(bytes), static_cast<off_t>(at));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throw InputError("the input could not be read: " + VsUt::systemReason(errno));
+        if (count == 0)
+            break;
+        for (ssize_t i = 0; i < count; ++i, ++at) {
+            if (isAfterReturn)
+                return at + (bytes[i] == '\n' ? 1 : 0);
+            if (bytes[i] == '\n')
+                return at + 1;
+            isAfterReturn = bytes[i] == '\r';
+        }
+    }
+    return m_size;
+}
+
+void ByteSource::cutLines(std::uint64_t begin, std::uint64_t end, bool areCounted)
+{
+    std::uint64_t const first = lineStartFrom(begin);
+    std::uint64_t const last = std::max(first, lineStartFrom(end));
+    std::string_view line;
+    while (areCounted && m_position < first && readLine(line)) {
+    }
+    if (lseek(m_file, static_cast<off_t>(first), SEEK_SET) < 0)
+        throw InputError("the input could not be read: " + VsUt::systemReason(errno));
+    m_begin = m_position = first;
+    m_available = 0;
+    m_size = last;
+    m_isCut = true;
 }
 
 void ByteSource::read(std::uint64_t length, std::vector<char> & bytes)

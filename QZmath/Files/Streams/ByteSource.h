@@ -50,7 +50,8 @@ public:
     std::size_t expected(std::size_t count) const
     {
         double const share =
-            m_isSizeKnown ? static_cast<double>(m_position) / static_cast<double>(m_size) : 1;
+            m_isSizeKnown ? static_cast<double>(m_position - m_begin) / static_cast<double>(m_size - m_begin)
+                          : 1;
         return static_cast<std::size_t>(static_cast<double>(count) / std::clamp(share, 0.001, 1.0));
     }
     /// Share of the input that has been read; of an unknown size a number that rises to 1.
@@ -63,6 +64,10 @@ public:
     std::string_view ahead(std::size_t length);
     /// Takes away bytes, at most as many as remain, which end so many lines.
     void skip(std::uint64_t length, std::uint64_t lines = 0);
+    /// Cuts a file down, not what it has been read of: it goes on with the first line that starts at `begin`
+    /// or behind, and ends where the first one starts at `end` or behind. Lines that are left out are counted
+    /// only if they are to be, which takes reading them.
+    void cutLines(std::uint64_t begin, std::uint64_t end, bool areCounted);
     /// Appends the next `length` bytes, fewer at the end of the source.
     void read(std::uint64_t length, std::vector<char> & bytes);
     /// Takes a line without its end, which is a line feed, a carriage return or both in this order. False at
@@ -74,6 +79,7 @@ public:
 private:
     bool isMemory() const { return m_file < 0 && m_stream == nullptr; }
     std::size_t fill(char * bytes, std::size_t length);
+    std::uint64_t lineStartFrom(std::uint64_t position) const;
 
     int m_file = -1;
     std::istream * m_stream = nullptr;
@@ -81,7 +87,9 @@ private:
     char const * m_data = nullptr; ///< Unread bytes of the window.
     std::size_t m_available = 0;
     bool m_isSizeKnown = true;
-    std::uint64_t m_size = 0; ///< If known.
+    std::uint64_t m_size = 0;  ///< If known.
+    std::uint64_t m_begin = 0; ///< Of what is left of a file that was cut.
+    bool m_isCut = false;
     std::uint64_t m_position = 0;
     std::uint64_t m_lines = 0;
 };

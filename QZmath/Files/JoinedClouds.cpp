@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <apps/qzrecon/Clouds.h>
+#include <QZmath/Files/JoinedClouds.h>
 
 #include <utility>
 
-namespace qz_recon
+namespace QZmath
 {
 
 namespace
 {
 
-void widen(QZmath::PointCloud & cloud)
+void widen(PointCloud & cloud)
 {
     cloud.positions64.assign(cloud.positions.begin(), cloud.positions.end());
     cloud.positions = {};
@@ -29,7 +29,7 @@ void append(std::vector<T> & all, std::size_t before, std::vector<T> const & mor
 
 } // namespace
 
-void JoinedClouds::add(QZmath::PointCloud && cloud, std::string const & name)
+void JoinedClouds::add(PointCloud && cloud, std::string const & name)
 {
     std::size_t const before = m_cloud.size();
     std::size_t const added = cloud.size();
@@ -59,13 +59,18 @@ void JoinedClouds::add(QZmath::PointCloud && cloud, std::string const & name)
     append(m_cloud.boundary, before, cloud.boundary, added, 1);
 }
 
-QZmath::PointCloud JoinedClouds::take()
+char const * JoinedClouds::noteOnColors()
+{
+    return "only some of the files have colours, so the mesh gets none";
+}
+
+PointCloud JoinedClouds::take()
 {
     if (m_withColors > 0 && m_withColors < m_ends.size()) {
         m_cloud.colors = {};
-        m_cloud.notes.push_back("only some of the files have colours, so the mesh gets none");
+        m_cloud.notes.push_back(noteOnColors());
     }
     return std::move(m_cloud);
 }
 
-} // namespace qz_recon
+} // namespace QZmath
