@@ -8,3 +8,4 @@
 #include <QZmath/Distributed/Export.h>
 #include <QZmath/Distributed/FileShares.h>
 #include <QZmath/Distributed/MeshFiles.h>
+#include <QZmath/Distributed/MultigridCore.h>
