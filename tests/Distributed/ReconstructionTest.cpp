@@ -12,11 +12,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -53,6 +52,42 @@ struct OwnPoints
     }
 };
 
+// Finds the nearest of many places, up to the edge of a cell.
+class NearPlaces
+{
+public:
+    NearPlaces(std::vector<Place> const & places, double cell) : m_cell(cell)
+    {
+        for (Place const & place : places)
+            m_cells[indexOf(place, 0, 0, 0)].push_back(place);
+    }
+    double distance(Place const & place) const
+    {
+        double least = m_cell;
+        for (long step = 0; step < 27; ++step) {
+            auto const found = m_cells.find(indexOf(place, step / 9 - 1, step / 3 % 3 - 1, step % 3 - 1));
+            if (found == m_cells.end())
+                continue;
+            for (Place const & other : found->second)
+                least = std::min(least,
+                                 std::hypot(other[0] - place[0], other[1] - place[1], other[2] - place[2]));
+        }
+        return least;
+    }
+
+private:
+    using Index = std::array<long, 3>;
+    Index indexOf(Place const & place, long x, long y, long z) const
+    {
+        return {std::lround(std::floor(place[0] / m_cell)) + x,
+                std::lround(std::floor(place[1] / m_cell)) + y,
+                std::lround(std::floor(place[2] / m_cell)) + z};
+    }
+
+    double m_cell;
+    std::map<Index, std::vector<Place>> m_cells;
+};
+
 // The mesh of all ranks, on each.
 struct WholeMesh
 {
@@ -72,33 +107,22 @@ struct WholeMesh
         }));
     }
 
-    // The greatest distance of a vertex of this mesh from the nearest one of another.
-    double distanceTo(WholeMesh const & other, double cell) const
+    // The greatest distance of a vertex of this mesh from the nearest one of another: of those near samples,
+    // and of all.
+    std::array<double, 2> distancesTo(WholeMesh const & other, PointCloudSamples const & cloud,
+                                      double cell) const
     {
-        std::map<std::array<long, 3>, std::vector<Place>> near;
-        auto const cellOf = [cell](Place const & place, std::array<long, 3> const & step) {
-            std::array<long, 3> index;
-            for (std::size_t axis = 0; axis < 3; ++axis)
-                index[axis] = std::lround(std::floor(place[axis] / cell)) + step[axis];
-            return index;
-        };
-        for (Place const & place : other.vertices)
-            near[cellOf(place, {0, 0, 0})].push_back(place);
-        double greatest = 0.0;
+        NearPlaces const vertexAt(other.vertices, cell);
+        std::vector<Place> points;
+        for (std::array<float, 3> const & point : cloud.points)
+            points.push_back({point[0], point[1], point[2]});
+        NearPlaces const sampleAt(points, cell);
+        std::array<double, 2> greatest = {0.0, 0.0};
         for (Place const & place : vertices) {
-            double least = cell;
-            for (long x = -1; x <= 1; ++x)
-                for (long y = -1; y <= 1; ++y)
-                    for (long z = -1; z <= 1; ++z) {
-                        auto const found = near.find(cellOf(place, {x, y, z}));
-                        if (found == near.end())
-                            continue;
-                        for (Place const & candidate : found->second)
-                            least =
-                                std::min(least, std::hypot(candidate[0] - place[0], candidate[1] - place[1],
-                                                           candidate[2] - place[2]));
-                    }
-            greatest = std::max(greatest, least);
+            double const distance = vertexAt.distance(place);
+            greatest[1] = std::max(greatest[1], distance);
+            if (sampleAt.distance(place) < cell)
+                greatest[0] = std::max(greatest[0], distance);
         }
         return greatest;
     }
@@ -128,7 +152,6 @@ TEST(DistributedReconstruction, OfRandomCloudsIsThatOfOneRank)
     Communicator const ranks(MPI_COMM_WORLD);
     Communicator const self(MPI_COMM_SELF);
     int meshes = 0;
-    double worst = 0.0;
     for (unsigned seed = 1; seed <= 200; ++seed) {
         std::mt19937 random(seed);
         PointCloudSamples const cloud = randomCloud(random);
@@ -160,13 +183,76 @@ TEST(DistributedReconstruction, OfRandomCloudsIsThatOfOneRank)
         EXPECT_EQ(mesh.triangles.size(), expected.triangles.size()) << seed;
         EXPECT_EQ(report.isClosed, aloneReport.isClosed) << seed;
         EXPECT_EQ(report.componentsKept, aloneReport.componentsKept) << seed;
-        double const distance =
-            std::max(mesh.distanceTo(expected, report.leafCell), expected.distanceTo(mesh, report.leafCell)) /
-            report.leafCell;
-        worst = std::max(worst, distance);
-        EXPECT_LT(distance, 1e-3) << seed << " trim " << options.trimDistance << " depth " << options.depth << " refine " << options.refine << " points " << cloud.points.size();
+        // Far from samples the function is so flat that its last bits move the level set.
+        for (auto const & distances : {mesh.distancesTo(expected, cloud, report.leafCell),
+                                       expected.distancesTo(mesh, cloud, report.leafCell)}) {
+            EXPECT_LT(distances[0], 1e-3 * report.leafCell) << seed;
+            EXPECT_LT(distances[1], 0.5 * report.leafCell) << seed;
+        }
     }
     EXPECT_GT(meshes, 150);
-    if (ranks.rank() == 0)
-        std::printf("%d meshes, at most %.1e leaf cells apart\n", meshes, worst);
+}
+
+// A run is stopped on one rank, and goes on from what it left on another number of ranks: from the samples
+// alone, and from the solution. Damaged files are refused.
+TEST(DistributedReconstruction, GoesOnFromACheckpoint)
+{
+    Communicator const ranks(MPI_COMM_WORLD);
+    Communicator const self(MPI_COMM_SELF);
+    std::string folder;
+    std::optional<qz_test::TestFolder> made;
+    if (ranks.rank() == 0) {
+        made.emplace();
+        folder = made->path("checkpoint");
+    }
+    folder = ranks.broadcast(folder, 0);
+    PointCloudSamples const cloud = qz_test::sampledShape("genus3", 3000);
+    DistributedOptions options;
+    options.depth = 6;
+    options.threads = 1;
+    OwnPoints const own(cloud, ranks.rank(), ranks.size(), 5);
+    MeshPart whole;
+    reconstructDistributed(ranks.get(), own.view(), options, whole);
+    WholeMesh const expected(ranks, whole);
+
+    struct StopsAtOnce : CProgressCounter
+    {
+        void onPosition(double position) override
+        {
+            if (position > 0.4)
+                interrupt();
+        }
+    } stopping;
+    options.checkpoint = folder;
+    MeshPart part;
+    bool const isLast = ranks.rank() + 1 == ranks.size();
+    EXPECT_THROW(
+        reconstructDistributed(ranks.get(), own.view(), options, part, nullptr, isLast ? &stopping : nullptr),
+        CUserIntrException);
+    auto const resume = [&](Communicator const & group) {
+        DistributedOptions from;
+        from.resume = folder;
+        from.threads = 1;
+        DistributedReport report;
+        reconstructDistributed(group.get(), {}, from, part, &report);
+        WholeMesh const mesh(group, part);
+        EXPECT_EQ(mesh.triangles.size(), expected.triangles.size());
+        EXPECT_LT(mesh.distancesTo(expected, cloud, report.leafCell)[0], 1e-3 * report.leafCell);
+        return report.iterations;
+    };
+    EXPECT_GT(resume(self), 0); // only the samples were there
+    MPI_Barrier(ranks.get());
+    reconstructDistributed(ranks.get(), own.view(), options, part);
+    EXPECT_EQ(resume(self), 0);
+    EXPECT_EQ(resume(ranks), 0);
+
+    MPI_Barrier(ranks.get());
+    if (ranks.rank() == 0) {
+        std::fstream file(folder + "/solution-00000.bin", std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(5000);
+        file.put('x');
+    }
+    MPI_Barrier(ranks.get());
+    EXPECT_THROW(resume(ranks), RankError);
+    MPI_Barrier(ranks.get());
 }

@@ -15,7 +15,8 @@ namespace QZmath::Stages
 namespace
 {
 
-int const bisections = 10;
+// What cuts through triangles leaves slivers as they are, and is to change little when the mesh does.
+int const bisectionsThrough = 20;
 double const farthestSnap = 0.3;   // of an edge
 double const leastSnapSine = 0.17; // of the angles of triangles that a snap may leave, unless they had less
 
@@ -234,7 +235,8 @@ void splitAlong(TriangleMesh & mesh, std::vector<EdgeCrossing> const & crossings
 
 std::vector<EdgeCrossing> findCrossings(TriangleMesh const & mesh,
                                         std::vector<std::uint8_t> const & isOutside,
-                                        IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team)
+                                        IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team,
+                                        int bisections)
 {
     std::vector<EdgeCrossing> crossings;
     for (std::size_t h = 0; h < mesh.triangles.size(); ++h) {
@@ -293,7 +295,8 @@ void cutOff(TriangleMesh & mesh, VertexStars const & stars, std::vector<std::uin
 std::vector<EdgeCrossing> cutThrough(TriangleMesh & mesh, std::vector<std::uint8_t> const & isOutside,
                                      IsOutsideAt const & isOutsideAt, QzBackend::LoopTeam & team)
 {
-    std::vector<EdgeCrossing> crossings = findCrossings(mesh, isOutside, isOutsideAt, team);
+    std::vector<EdgeCrossing> crossings =
+        findCrossings(mesh, isOutside, isOutsideAt, team, bisectionsThrough);
     splitAlong(mesh, crossings, sidesOf(isOutside));
     return crossings;
 }

@@ -30,11 +30,11 @@ struct EdgeCrossing
 };
 
 /// The crossings of all edges with one end of each kind, in rising order of their ends, to a thousandth of
-/// the edge. `isOutside` has one entry a vertex.
+/// the edge, or as many halvings of it. `isOutside` has one entry a vertex.
 QZMATH_SISTER_API std::vector<EdgeCrossing> findCrossings(TriangleMesh const & mesh,
                                                           std::vector<std::uint8_t> const & isOutside,
                                                           IsOutsideAt const & isOutsideAt,
-                                                          QzBackend::LoopTeam & team);
+                                                          QzBackend::LoopTeam & team, int bisections = 10);
 
 /// The crossing of an edge among those of `findCrossings`, as an index.
 QZMATH_SISTER_API std::size_t crossingOf(std::vector<EdgeCrossing> const & crossings, std::int32_t inside,
