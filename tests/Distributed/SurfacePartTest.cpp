@@ -4,8 +4,13 @@
 #include <VolTriang/Runs.h>
 #include <support/SampledClouds.h>
 
+#include <QZsys/Exceptions.h>
+#include <QZsys/Progress.h>
+
 #include <gtest/gtest.h>
 
+#include <random>
+#include <stdexcept>
 #include <string>
 
 using namespace QZmath::Distributed;
@@ -257,5 +262,104 @@ TEST(SurfacePart, RefinesAlikeOnAnyNumberOfRanks)
             EXPECT_EQ(result.mesh.vertices.size(), expected.mesh.vertices.size());
             EXPECT_LT(greatestDistance(result.mesh, expected.mesh), 1e-4 * whole.leafCell());
         }
+    }
+}
+
+namespace
+{
+
+// Fails when the position reaches a place.
+class FailingProgress : public CProgressCounter
+{
+public:
+    explicit FailingProgress(double place) : m_place(place) {}
+
+private:
+    void onPosition(double overall) override
+    {
+        if (overall >= m_place)
+            throw std::runtime_error("no more");
+    }
+    double m_place;
+};
+
+} // namespace
+
+// Wherever one rank fails, all end with what it failed with.
+TEST(SurfacePart, EndsOnAllRanksWhereverOneFails)
+{
+    WholeCloud const whole(sampledShape("sphere", 3000), 5);
+    RankGroup const group(std::min(3, RankGroup::worldSize()));
+    if (!group.isMember())
+        return;
+    Communicator const & ranks = group.ranks();
+    DistributedOptions options = plainOptions(2.0);
+    options.refine = true;
+    for (double place = 0.0; place < 0.9; place += 0.06) {
+        SCOPED_TRACE(place);
+        int const failing = ranks.size() - 1;
+        FailingProgress failure(ranks.rank() == failing ? place : 2.0);
+        try {
+            extract(whole, ranks, partitionOf(whole, 3, ranks.size()), options, &failure);
+            ADD_FAILURE();
+        } catch (RankError const & error) {
+            EXPECT_EQ(error.rank(), failing);
+            EXPECT_EQ(error.cause(), "no more");
+        }
+    }
+    FailingProgress interrupted(2.0);
+    if (ranks.rank() == 0)
+        interrupted.interrupt();
+    EXPECT_THROW(extract(whole, ranks, partitionOf(whole, 3, ranks.size()), options, &interrupted),
+                 CUserIntrException);
+}
+
+// Territories of any shape, also none, that meet in any way.
+TEST(SurfacePart, DoesNotDependOnTheTerritories)
+{
+    std::mt19937 random(5);
+    auto const uniform = [&](double low, double high) {
+        return static_cast<float>(low + (high - low) * static_cast<double>(random() % 100000) / 100000.0);
+    };
+    char const * const shapes[] = {"sphere", "torus", "block", "sheet", "bumpy-sphere", "thin-plate"};
+    for (int round = 0; round < 24; ++round) {
+        SCOPED_TRACE(round);
+        std::vector<PointCloudSamples> clouds;
+        std::vector<std::array<float, 4>> places;
+        for (int pieces = 1 + static_cast<int>(random() % 3); pieces > 0; --pieces) {
+            clouds.push_back(sampledShape(shapes[random() % 6], 1500 + random() % 2000, uniform(0.0, 0.01)));
+            places.push_back({uniform(-1, 1), uniform(-1, 1), uniform(-1, 1), uniform(0.3, 1.0)});
+        }
+        WholeCloud const whole(joined(clouds, places), 5 + static_cast<int>(random() % 2));
+        DistributedOptions options = plainOptions(random() % 3 == 0 ? -1.0 : uniform(0.5, 5.0));
+        options.refine = random() % 2 == 0;
+        options.smallestComponent = random() % 2 == 0 ? 0.0 : 0.02;
+        int const unitDepth = 1 + static_cast<int>(random() % 5);
+        int const size = 2 + static_cast<int>(random() % 7);
+        std::vector<std::uint64_t> firstKeys;
+        for (int rank = 1; rank < size; ++rank)
+            firstKeys.push_back(random() % ((std::uint64_t{1} << 3 * unitDepth) + 3));
+        std::sort(firstKeys.begin(), firstKeys.end());
+        if (size > RankGroup::worldSize())
+            continue;
+        RankGroup const one(1), several(size);
+        if (!several.isMember())
+            continue;
+        SurfaceResult expected;
+        if (one.isMember())
+            expected = extract(whole, one.ranks(), Partition(unitDepth, {}), options);
+        SurfaceResult const found = extract(whole, several.ranks(), Partition(unitDepth, firstKeys), options);
+        if (!one.isMember())
+            continue;
+        EXPECT_EQ(found.mesh.vertices.size(), expected.mesh.vertices.size());
+        EXPECT_EQ(found.mesh.triangles.size(), expected.mesh.triangles.size());
+        EXPECT_EQ(found.report.componentsFound, expected.report.componentsFound);
+        EXPECT_EQ(found.report.componentsKept, expected.report.componentsKept);
+        EXPECT_EQ(found.report.isClosed, examine(found.mesh).boundaryEdges == 0);
+        EXPECT_EQ(examine(found.mesh).unusedVertices, 0);
+        if (options.refine)
+            EXPECT_LT(greatestDistance(found.mesh, expected.mesh), 1e-3 * whole.leafCell());
+        else
+            EXPECT_TRUE(sortedTriangles(found.mesh) == sortedTriangles(expected.mesh));
     }
 }

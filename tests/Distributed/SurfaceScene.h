@@ -187,11 +187,11 @@ struct RankScene
 
 inline SurfaceResult extract(WholeCloud const & whole, QZmath::Distributed::Communicator const & ranks,
                              QZmath::Distributed::Partition const & partition,
-                             QZmath::Distributed::DistributedOptions const & options, double margin = 24.0,
-                             int threads = 1)
+                             QZmath::Distributed::DistributedOptions const & options,
+                             CProgressCounter * progress = nullptr)
 {
     using namespace QZmath::Distributed;
-    RankScene const scene(whole, partition, ranks.rank(), margin);
+    RankScene const scene(whole, partition, ranks.rank(), surfaceMargin(options));
     RankSamples const samples(scene.cloud);
     VolTr::COctree const octree(&samples, whole.params.getOctreeDepth(), nullptr, whole.params.getUseCenter(),
                                 -1);
@@ -202,8 +202,8 @@ inline SurfaceResult extract(WholeCloud const & whole, QZmath::Distributed::Comm
         density.weights.push_back(whole.density.weights[static_cast<std::size_t>(number)]);
     density.averageDensity = whole.density.averageDensity;
     VolTr::CReconstructionReport report;
-    VolTr::StageContext const context = {samples, whole.params, octree, basis,  &density,
-                                         nullptr, nullptr,      report, threads};
+    VolTr::StageContext const context = {samples,  whole.params, octree, basis, &density,
+                                         progress, nullptr,      report, 1};
     SurfaceResult result;
     MeshPart part;
     extractSurface({ranks, partition, scene.cloud, context, whole.bricks(), whole.isoValue, options}, part,

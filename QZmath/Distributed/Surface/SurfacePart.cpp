@@ -77,6 +77,19 @@ CubeFrame latticeOf(VolTr::StageContext const & context)
     return frame;
 }
 
+// Like `CPrgCntSubPhase`. To open one is a progress operation, which may end the rank, so all meet there.
+class RankPhase
+{
+public:
+    RankPhase(Communicator const & ranks, CProgressCounter * progress, double start, double length)
+    {
+        ranks.together([&] { m_phase.emplace(progress, start, length, 0, true); });
+    }
+
+private:
+    std::optional<CPrgCntSubPhase> m_phase;
+};
+
 // Looks at one call from outside of its stages: they are local work, and what stands between them is not.
 class SurfacePart
 {
@@ -92,13 +105,18 @@ public:
     void run(MeshPart & mesh, DistributedReport & report)
     {
         {
-            CPrgCntSubPhase phase(m_context.progress, 0.0, 0.8, 0, true);
+            RankPhase const phase(m_ranks, m_context.progress, 0.0, 0.8);
             findMesh();
         }
-        CPrgCntSubPhase phase(m_context.progress, 0.8, 0.2, 0, true);
-        trim();
+        {
+            RankPhase const phase(m_ranks, m_context.progress, 0.8, 0.1);
+            trim();
+        }
         dropPieces();
-        addColours();
+        {
+            RankPhase const phase(m_ranks, m_context.progress, 0.9, 0.1);
+            addColours();
+        }
         handOver(mesh);
         report.surfaceRounds = m_rounds;
         report.componentsFound = m_pieces.found;
@@ -110,7 +128,7 @@ private:
     template <class Work>
     void inTeam(Work const & work) const
     {
-        LoopTeam::run(m_context.threads, nullptr, work);
+        LoopTeam::run(m_context.threads, m_context.progress, work);
     }
 
     std::unique_ptr<VolTr::SampleSurface> fit();
@@ -158,14 +176,14 @@ void SurfacePart::findMesh()
 {
     std::unique_ptr<VolTr::SampleSurface> surface;
     {
-        CPrgCntSubPhase phase(m_context.progress, 0.0, 0.3, 0, true);
+        RankPhase const phase(m_ranks, m_context.progress, 0.0, 0.3);
         surface = fit();
     }
     MeshTarget target(m_part.mesh, m_input.options.vertexNormals);
     if (surface != nullptr) {
         VolTr::RefiningSink sink(*surface, m_evaluation, m_frame.edge, m_context, target, INT_MAX);
         {
-            CPrgCntSubPhase phase(m_context.progress, 0.3, 0.5, 0, true);
+            RankPhase const phase(m_ranks, m_context.progress, 0.3, 0.5);
             walk(sink);
         }
         share(static_cast<std::size_t>(sink.vertexCount()));
@@ -176,11 +194,11 @@ void SurfacePart::findMesh()
             std::int64_t const marked = std::count(marks.begin(), marks.end(), 1);
             return m_ranks.sum(marked) > 0;
         });
-        CPrgCntSubPhase phase(m_context.progress, 0.8, 0.2, 0, true);
+        RankPhase const phase(m_ranks, m_context.progress, 0.8, 0.2);
         steps.run([&] { sink.complete(); });
     } else {
         VolTr::MeshSink sink(target, m_evaluation, 4.0 * m_frame.edge, m_context, INT_MAX);
-        CPrgCntSubPhase phase(m_context.progress, 0.3, 0.7, 0, true);
+        RankPhase const phase(m_ranks, m_context.progress, 0.3, 0.7);
         walk(sink);
         m_ranks.together([&] { sink.finish(); });
         share(m_part.mesh.vertexCount());
