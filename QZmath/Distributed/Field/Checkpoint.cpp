@@ -207,10 +207,11 @@ PointCloud Checkpoint::readSamples() const
                 continue;
             std::string const path = pathOf("samples", static_cast<int>(file), "ply");
             PointCloud const part = readPoints(path);
-            if (part.size() != wanted || part.positions64.size() != 3 * wanted ||
-                part.normals.size() != 3 * wanted)
+            if (part.size() != wanted || part.normals.size() != 3 * wanted)
                 throw InputError(quotable(path) + " is not what the run before has written");
+            // They come back in `float` where that holds all of them.
             all.positions64.insert(all.positions64.end(), part.positions64.begin(), part.positions64.end());
+            all.positions64.insert(all.positions64.end(), part.positions.begin(), part.positions.end());
             all.normals.insert(all.normals.end(), part.normals.begin(), part.normals.end());
             all.colors.insert(all.colors.end(), part.colors.begin(), part.colors.end());
         }
