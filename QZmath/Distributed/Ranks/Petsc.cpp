@@ -3,18 +3,54 @@
 
 #include <mpi.h>
 
+#include <array>
+#include <cstddef>
 #include <new>
 #include <stdexcept>
 #include <string>
 
+#include <signal.h>
+
 namespace QZmath::Distributed
 {
+
+namespace
+{
+
+// What the program does on signals, which comes back at the end: PETSc sets handlers of its own when it
+// begins, and leaves the system's when these are taken away.
+class KeptSignals
+{
+public:
+    KeptSignals()
+    {
+        for (int number = 1; number < static_cast<int>(m_actions.size()); ++number)
+            m_isKnown[static_cast<std::size_t>(number)] =
+                sigaction(number, nullptr, &m_actions[static_cast<std::size_t>(number)]) == 0;
+    }
+    ~KeptSignals()
+    {
+        for (int number = 1; number < static_cast<int>(m_actions.size()); ++number) {
+            if (m_isKnown[static_cast<std::size_t>(number)])
+                sigaction(number, &m_actions[static_cast<std::size_t>(number)], nullptr);
+        }
+    }
+    KeptSignals(KeptSignals const &) = delete;
+    KeptSignals & operator=(KeptSignals const &) = delete;
+
+private:
+    std::array<struct sigaction, 32> m_actions{}; // of the signals with names
+    std::array<bool, 32> m_isKnown{};
+};
+
+} // namespace
 
 void ensurePetsc()
 {
     PetscBool isInitialized = PETSC_FALSE;
     if (PetscInitialized(&isInitialized) != 0 || isInitialized == PETSC_TRUE)
         return;
+    KeptSignals const kept;
     if (PetscInitializeNoPointers(0, nullptr, nullptr, nullptr) != 0)
         throw std::runtime_error("PETSc cannot be initialised");
     checkPetsc(PetscPopSignalHandler());
