@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 #include <signal.h>
 #include <time.h>
@@ -33,6 +35,7 @@ enum Stage
 std::atomic<CProgressCounter *> g_counter{nullptr};
 std::atomic<int> g_stage{working};
 timer_t g_timer;
+char g_message[64] = "";
 
 void onSignal(int)
 {
@@ -52,8 +55,11 @@ void onSignal(int)
 
 } // namespace
 
-Interruption::Interruption(CProgressCounter & counter)
+Interruption::Interruption(CProgressCounter & counter, char const * program)
 {
+    g_message[0] = '\0';
+    if (program != nullptr)
+        std::snprintf(g_message, sizeof(g_message), "\n%s: interrupted\n", program);
     g_stage = working;
     g_counter = &counter;
     sigevent event{};
@@ -92,8 +98,7 @@ void Interruption::ignoreFromNowOn()
 void Interruption::endNow()
 {
     QZmath::PendingFiles::removeAllFromSignalHandler();
-    char const message[] = "\nqzrecon: interrupted\n";
-    if (write(STDERR_FILENO, message, sizeof(message) - 1) < 0) {
+    if (write(STDERR_FILENO, g_message, std::strlen(g_message)) < 0) {
         // nobody is left to be told
     }
     _exit(st_exitInterrupted);

@@ -15,7 +15,8 @@ int const st_exitInterrupted = 130;
 class Interruption
 {
 public:
-    explicit Interruption(CProgressCounter & counter);
+    /// \param program its name in the message on the end; null for none
+    explicit Interruption(CProgressCounter & counter, char const * program = "qzrecon");
     ~Interruption();
     Interruption(Interruption const &) = delete;
     Interruption & operator=(Interruption const &) = delete;

@@ -2,6 +2,7 @@
 #include <apps/qzrecon/Options.h>
 
 #include <apps/qzrecon/Outputs.h>
+#include <apps/qzrecon/PlainFormatter.h>
 
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Version.h>
@@ -42,19 +43,6 @@ Exit codes:
   3    the mesh, the log or the closing line could not be written
   130  interrupted by Ctrl-C or a request to end; no file was written
 )";
-
-// Without what the parser adds to the names: the values of flags, and the numbers behind choices.
-class PlainFormatter : public CLI::Formatter
-{
-    std::string make_option_name(CLI::Option const * option, bool isPositional) const override
-    {
-        std::string name = CLI::Formatter::make_option_name(option, isPositional);
-        std::string const value = "{false}";
-        for (std::size_t at; (at = name.find(value)) != std::string::npos;)
-            name.erase(at, value.size());
-        return name;
-    }
-};
 
 bool isPage(std::string const & output) { return outputKindOf(output) == OutputKind::page; }
 
