@@ -23,6 +23,8 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
+int const largestDirectSide = 64; // the factor of a larger cube takes minutes and gigabytes
+
 // Each point is coupled with its six neighbours; beyond the cube everything is zero.
 void stateLaplacian(REmath::CBulkSystem<double> & system, int side)
 {
@@ -47,12 +49,19 @@ void stateLaplacian(REmath::CBulkSystem<double> & system, int side)
                         coeffs.data());
 }
 
-double largestDistance(std::vector<double> const & one, std::vector<double> const & other)
+// |A x - b| / |b|
+double residualOf(REmath::CBulkSystem<double> const & system, std::vector<double> const & solution,
+                  std::vector<double> const & right)
 {
-    double largest = 0;
-    for (std::size_t k = 0; k < one.size(); ++k)
-        largest = std::fmax(largest, std::fabs(one[k] - other[k]));
-    return largest;
+    std::vector<double> product(right.size());
+    REmath::MatrixMultVector<double>(system.equationCount(), product.data(), system.freeMatrix(),
+                                     solution.data());
+    double difference = 0.0, whole = 0.0;
+    for (std::size_t k = 0; k < right.size(); ++k) {
+        difference += (product[k] - right[k]) * (product[k] - right[k]);
+        whole += right[k] * right[k];
+    }
+    return std::sqrt(difference / whole);
 }
 
 } // namespace
@@ -73,32 +82,34 @@ int main(int argc, char ** argv)
     std::vector<double> right(static_cast<std::size_t>(system.equationCount()));
     for (std::size_t point = 0; point < right.size(); ++point)
         right[point] = std::sin(0.7 * static_cast<double>(point % 1013));
-    std::vector<double> exact(right.size()), solution(right.size());
+    std::vector<double> solution(right.size());
     auto const solve = [&](char const * name, REmath::ILinSysSolverCore<double> & core,
-                           std::vector<double> & result, int const * iterations) {
+                           int const * iterations) {
         auto const start = Clock::now();
-        bool const succeeded = system.solve(core, 1, nullptr, right.data(), result.data(), nullptr);
+        bool const succeeded = system.solve(core, 1, nullptr, right.data(), solution.data(), nullptr);
         double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
         if (rank == 0)
-            std::printf("%-10s %7.3f s  iterations %4d  distance %.1e%s\n", name, seconds,
-                        iterations != nullptr ? *iterations : 0, largestDistance(result, exact),
+            std::printf("%-10s %7.3f s  iterations %4d  residual %.1e%s\n", name, seconds,
+                        iterations != nullptr ? *iterations : 0, residualOf(system, solution, right),
                         succeeded ? "" : "  FAILED");
         return succeeded;
     };
     bool succeeded = true;
     if (rank == 0) {
         std::printf("%d points, %d ranks\n", system.equationCount(), ranks);
-        REmath::CLinSysSolverSparseDss<double> direct;
-        succeeded = solve("direct", direct, exact, nullptr);
+        if (side <= largestDirectSide) {
+            REmath::CLinSysSolverSparseDss<double> direct;
+            succeeded = solve("direct", direct, nullptr);
+        }
         REmath::CLinSysSolverSparseMKL<double> iterative(1e-9, 10000);
         REmath::IterationReport<double> const & report = iterative.getIterationReport();
-        succeeded = solve("iterative", iterative, solution, &report.iterationsUsed) && succeeded;
+        succeeded = solve("iterative", iterative, &report.iterationsUsed) && succeeded;
     }
     MPI_Barrier(MPI_COMM_WORLD);
     {
         QZmath::Distributed::MultigridCore<double> multigrid(MPI_COMM_WORLD, 1e-9);
         REmath::IterationReport<double> const & report = multigrid.getIterationReport();
-        succeeded = solve("multigrid", multigrid, solution, &report.iterationsUsed) && succeeded;
+        succeeded = solve("multigrid", multigrid, &report.iterationsUsed) && succeeded;
     }
     MPI_Finalize();
     return succeeded ? 0 : 1;
