@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "SurfaceScene.h"
 
+#include <QZmath/VolTriang/Bricks/BrickLattice.h>
+
 #include <VolTriang/Runs.h>
 #include <support/SampledClouds.h>
 
@@ -361,5 +363,83 @@ TEST(SurfacePart, DoesNotDependOnTheTerritories)
             EXPECT_LT(greatestDistance(found.mesh, expected.mesh), 1e-3 * whole.leafCell());
         else
             EXPECT_TRUE(sortedTriangles(found.mesh) == sortedTriangles(expected.mesh));
+    }
+}
+
+// Each rank has the nodes of the function around its own samples and its margin only: what lies farther off
+// does not matter to the last bit, and refined to rounding.
+TEST(SurfacePart, NeedsTheFunctionAroundItsTerritoryOnly)
+{
+    WholeCloud const whole(sampledShape("torus", 60000), 8);
+    FunctionMaker const makeFunction = [&](VolTr::COctree const & octree, VolTr::Kernel const & kernel) {
+        VolTr::BrickLattice const lattice(octree);
+        std::vector<float> amplitudes;
+        for (int const node : lattice.nodes()) {
+            double place[3];
+            octree.getNodePosition(node, place);
+            double const wave =
+                std::sin(9.0 * place[0]) + std::sin(8.0 * place[1]) + std::sin(7.0 * place[2]);
+            double const distance = std::hypot(std::hypot(place[0], place[1]) - 1.0, place[2]) - 0.4;
+            bool const isFine = octree.getNodeDepth(node) >= octree.getNodeDepthEnd() - 2;
+            amplitudes.push_back(isFine ? static_cast<float>(0.01 * wave - distance) : 0.0f);
+        }
+        return VolTr::BrickFunction(lattice, octree, kernel.getSummand(0).getMultiplier(0), amplitudes);
+    };
+    int const size = RankGroup::worldSize();
+    RankGroup const one(1), all(size);
+    for (bool const isRefined : {false, true}) {
+        DistributedOptions options = plainOptions(3.0);
+        options.refine = isRefined;
+        SurfaceResult expected;
+        if (one.isMember())
+            expected = extract(whole, one.ranks(), partitionOf(whole, 4, 1), options, nullptr, makeFunction);
+        SurfaceResult const found =
+            extract(whole, all.ranks(), partitionOf(whole, 4, size), options, nullptr, makeFunction);
+        if (!one.isMember())
+            continue;
+        EXPECT_GT(expected.mesh.triangles.size(), std::size_t{10000});
+        EXPECT_EQ(found.mesh.triangles.size(), expected.mesh.triangles.size());
+        if (isRefined)
+            EXPECT_LT(greatestDistance(found.mesh, expected.mesh), 1e-4 * whole.leafCell());
+        else
+            EXPECT_TRUE(sortedTriangles(found.mesh) == sortedTriangles(expected.mesh));
+    }
+}
+
+// Against every unit of the box.
+TEST(CubeOwners, FindsTheRanksOfABox)
+{
+    std::mt19937 random(3);
+    for (int round = 0; round < 300; ++round) {
+        int const depth = static_cast<int>(random() % 5);
+        int const units = 1 << depth;
+        std::vector<std::uint64_t> firstKeys;
+        for (int rank = 0; rank < static_cast<int>(random() % 7); ++rank)
+            firstKeys.push_back(random() % (static_cast<std::uint64_t>(units * units * units) + 2));
+        std::sort(firstKeys.begin(), firstKeys.end());
+        Partition const partition(depth, firstKeys);
+        std::array<int, 3> low;
+        std::array<int, 3> high;
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            low[axis] = static_cast<int>(random() % static_cast<unsigned>(units));
+            high[axis] = low[axis] + static_cast<int>(random() % static_cast<unsigned>(units - low[axis]));
+        }
+        std::vector<char> expected(static_cast<std::size_t>(partition.ranks()), 0), found(expected);
+        std::vector<char> hasUnits(expected);
+        for (std::uint64_t key = 0; key < static_cast<std::uint64_t>(units * units * units); ++key) {
+            std::array<int, 3> const unit = Partition::unitOf(key);
+            std::size_t const owner = static_cast<std::size_t>(partition.ownerOfKey(key));
+            hasUnits[owner] = 1;
+            bool isInside = true;
+            for (std::size_t axis = 0; axis < 3; ++axis)
+                isInside = isInside && low[axis] <= unit[axis] && unit[axis] <= high[axis];
+            if (isInside)
+                expected[owner] = 1;
+        }
+        forRanksIn(partition, low, high, [&](int first, int last) {
+            for (int rank = first; rank <= last; ++rank)
+                found[static_cast<std::size_t>(rank)] = hasUnits[static_cast<std::size_t>(rank)];
+        });
+        EXPECT_EQ(found, expected);
     }
 }

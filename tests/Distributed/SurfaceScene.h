@@ -20,8 +20,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace qz_test
@@ -185,10 +187,14 @@ struct RankScene
     }
 };
 
+/// Makes the function of a rank from the octree of its samples.
+using FunctionMaker = std::function<VolTr::BrickFunction(VolTr::COctree const &, VolTr::Kernel const &)>;
+
+/// \param makeFunction empty, or for other functions than that of the cloud
 inline SurfaceResult extract(WholeCloud const & whole, QZmath::Distributed::Communicator const & ranks,
                              QZmath::Distributed::Partition const & partition,
                              QZmath::Distributed::DistributedOptions const & options,
-                             CProgressCounter * progress = nullptr)
+                             CProgressCounter * progress = nullptr, FunctionMaker const & makeFunction = {})
 {
     using namespace QZmath::Distributed;
     RankScene const scene(whole, partition, ranks.rank(), surfaceMargin(options));
@@ -197,6 +203,9 @@ inline SurfaceResult extract(WholeCloud const & whole, QZmath::Distributed::Comm
                                 -1);
     VolTr::Kernel const kernel = VolTr::makeReconstructionKernel(whole.params.getKernelScaleFactor());
     VolTr::Basis const basis(kernel, &octree, 0);
+    std::optional<VolTr::BrickFunction> ownFunction;
+    if (makeFunction)
+        ownFunction.emplace(makeFunction(octree, kernel));
     VolTr::SampleDensity density;
     for (int const number : scene.numbers)
         density.weights.push_back(whole.density.weights[static_cast<std::size_t>(number)]);
@@ -206,8 +215,9 @@ inline SurfaceResult extract(WholeCloud const & whole, QZmath::Distributed::Comm
                                          progress, nullptr,      report, 1};
     SurfaceResult result;
     MeshPart part;
-    extractSurface({ranks, partition, scene.cloud, context, whole.bricks(), whole.isoValue, options}, part,
-                   result.report);
+    extractSurface({ranks, partition, scene.cloud, context, ownFunction ? *ownFunction : whole.bricks(),
+                    ownFunction ? 0.0 : whole.isoValue, options},
+                   part, result.report);
     std::vector<float> const positions = ranks.gatherToAll(part.positions);
     std::vector<std::int64_t> const triangles = ranks.gatherToAll(part.triangles);
     result.normals = ranks.gatherToAll(part.normals);
