@@ -2,6 +2,7 @@
 #include <apps/qzrecon-sample/Options.h>
 
 #include <QZmath/Files/Errors.h>
+#include <QZmath/Files/PointReader.h>
 #include <QZmath/Files/PointWriter.h>
 #include <QZmath/Version.h>
 
@@ -9,6 +10,8 @@
 
 #include <cstddef>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace qz_sampling
 {
@@ -30,6 +33,24 @@ CLI::Validator within(double low, double high)
     return CLI::Validator(check, "");
 }
 
+// What concerns several options.
+void check(Options const & options)
+{
+    bool const isTerrain = options.shape == "terrain", isFolder = options.output.back() == '/';
+    auto const refuse = [](char const * what) { throw CLI::ValidationError(what); };
+    if (isTerrain && options.sampling.densityRatio != 1.0)
+        refuse("a terrain is sampled evenly, without --density-ratio");
+    if (isTerrain && !isFolder && options.output != "-" &&
+        QZmath::pointFormatOf(options.output) != QZmath::PointFormat::ply)
+        refuse("a terrain is written as .ply");
+    if (!isTerrain && options.sampling.pointNumber > 1000000000)
+        refuse("more than 1000000000 points are for the shape terrain only");
+    if (!isTerrain && options.tiles[0] > 0)
+        refuse("--tiles is for the shape terrain only");
+    if (isFolder != (options.tiles[0] > 0))
+        refuse("--tiles needs a folder to write to, -o DIR/, and a folder --tiles");
+}
+
 } // namespace
 
 std::optional<Options> parseOptions(int argc, char const * const * argv, std::ostream & output,
@@ -37,6 +58,9 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, std::os
 {
     Options options;
     SamplingOptions & sampling = options.sampling;
+    std::vector<std::string> shapes = shapeNames();
+    shapes.push_back("terrain");
+    std::vector<int> tiles;
     CLI::App app("Samples an oriented point cloud on an analytic surface, as a scanner would see it.",
                  "qzrecon-sample");
     app.set_version_flag("--version", std::string("qzrecon-sample ") + QZmath::versionString());
@@ -46,18 +70,18 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, std::os
     app.add_option("shape", options.shape, "Surface to sample")
         ->required()
         ->type_name("SHAPE")
-        ->check(CLI::IsMember(shapeNames()));
+        ->check(CLI::IsMember(shapes));
     app.add_option("-n,--points", sampling.pointNumber, "Number of points")
         ->capture_default_str()
-        ->check(CLI::Range(std::size_t{1}, std::size_t{1000000000}));
+        ->check(CLI::Range(std::size_t{1}, std::size_t{1000000000000}));
     app.add_option("-o,--output", options.output,
                    "File to write: .ply (binary, with a boundary mark per point of the sheet), .obj, .xyz, "
                    ".txt, .asc\n"
-                   "or .csv; - for PLY on standard output")
+                   "or .csv; - for PLY on standard output; DIR/ for the tiles of a terrain")
         ->required()
         ->type_name("FILE")
         ->check([](std::string const & name) {
-            return QZmath::isPointFileToWrite(name)
+            return QZmath::isPointFileToWrite(name) || (!name.empty() && name.back() == '/')
                        ? std::string()
                        : "\"" + QZmath::quotable(name) +
                              "\" does not end in .ply, .obj, .xyz, .txt, .asc or .csv";
@@ -72,9 +96,17 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, std::os
         ->capture_default_str()
         ->check(within(0, 1e6));
     app.add_option("--seed", sampling.seed, "Seed of the random numbers")->capture_default_str();
+    app.add_option("--tiles", tiles, "Cut a terrain into so many files along x and y, tile-0-0.ply and so on")
+        ->delimiter(',')
+        ->expected(2)
+        ->check(CLI::Range(1, 100000))
+        ->type_name("X,Y");
     app.add_flag("-q,--quiet", options.quiet, "Print nothing but errors");
     try {
         app.parse(argc, argv);
+        if (tiles.size() == 2)
+            options.tiles = {tiles[0], tiles[1]};
+        check(options);
     } catch (CLI::ParseError const & error) {
         exitCode = app.exit(error, output, errors) == 0 ? st_exitDone : st_exitUsage;
         return std::nullopt;

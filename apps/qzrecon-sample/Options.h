@@ -3,6 +3,7 @@
 
 #include <apps/sampling/SampleShapes.h>
 
+#include <array>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -17,8 +18,9 @@ int const st_exitUsage = 2;
 
 struct Options
 {
-    std::string shape;  ///< one of `shapeNames`
-    std::string output; ///< "-" is standard output
+    std::string shape;          ///< one of `shapeNames`, or "terrain"
+    std::string output;         ///< "-" is standard output
+    std::array<int, 2> tiles{}; ///< of a terrain, along x and y; 0: one file
     bool quiet = false;
     SamplingOptions sampling;
 };
