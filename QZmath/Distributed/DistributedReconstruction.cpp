@@ -147,6 +147,7 @@ void Run::run(PointCloudView const & localPoints, MeshPart & mesh)
             {m_ranks, *m_partition, m_cloud, field.context(), field.function(), field.isoValue(), m_options},
             mesh, m_report);
     });
+    m_report.spacing /= m_frame.scale;
     mesh.origin = m_frame.origin;
     if (m_frame.scale != 1.0) {
         for (float & coord : mesh.positions)
@@ -165,8 +166,8 @@ void DistributedOptions::check() const
         refuse("depth " + std::to_string(depth) + " is out of range: 2 to 21");
     if (!isIn(cellSize, 0.0, 1e300))
         refuse("cellSize is out of range: 0 or more");
-    if (!(trimDistance < 0.0) && !isIn(trimDistance, 0.5, 100.0))
-        refuse("trimDistance is out of range: 0.5 to 100, or below 0");
+    if (!(trimDistance < 0.0) && !isIn(trimDistance, 0.5, greatestTrimDistance))
+        refuse("trimDistance is out of range: 0.5 to 12, or below 0");
     if (!isIn(smallestComponent, 0.0, 1.0))
         refuse("smallestComponent is out of range: 0 to 1");
     if (threads < 0)

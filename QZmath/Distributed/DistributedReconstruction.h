@@ -34,9 +34,10 @@ struct DistributedOptions
     /// With depth 0: the least depth whose leaf cells are at most this large, in units of the cloud.
     double cellSize = 0;
 
-    /// The surface is cut off farther than so many leaf cells from all samples, 0.5 to 100; below 0: it is
-    /// followed wherever it goes, so that gaps close.
-    double trimDistance = 2;
+    /// The surface is cut off farther than so many leaf cells from all samples, or spacings of the samples
+    /// where these are larger, 0.5 to 12; so gaps of twice that width are closed, and no wider ones. Below 0:
+    /// it is followed wherever it goes, and all gaps close. Never farther than 12 leaf cells.
+    double trimDistance = 4;
     /// Pieces with a smaller share of the triangles are dropped, 0 to 1.
     double smallestComponent = 0.001;
 
@@ -79,6 +80,7 @@ struct MeshPart
 struct DistributedReport
 {
     int depth = 0;
+    double spacing = 0;  ///< of the samples on the surface, in units of the cloud; 0 when nothing is cut off
     double leafCell = 0; ///< edge, in units of the cloud
     std::int64_t samples = 0;
     std::int64_t leafCells = 0;
@@ -110,8 +112,9 @@ struct DistributedReport
 
 /// The surface of the points of all ranks. Collective; initialises PETSc over `comm` when nobody has.
 ///
-/// The mesh does not depend on which rank had which points, and on the number of ranks by less than a
-/// thousandth of a leaf cell: sums over the borders between ranks are taken in another order.
+/// The mesh does not depend on which rank had which points. On the number of ranks it does, as sums over the
+/// borders between ranks are rounded otherwise: vertices near samples move by less than a thousandth of a
+/// leaf cell; far from all, where the function is flat, by up to some hundredths.
 ///
 /// \param mesh     the part of this rank
 /// \param report   may be null

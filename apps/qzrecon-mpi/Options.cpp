@@ -101,7 +101,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
         "--closed,--watertight", [&wanted] { wanted.trimDistance = -1.0; },
         "Keep the surface far from all samples too, so that gaps are closed");
     app.add_option("--trim", wanted.trimDistance,
-                   "Leaf cells from the nearest sample at which the surface ends")
+                   "Leaf cells from the nearest sample, or spacings of the samples, at which the surface ends")
         ->type_name("D")
         ->capture_default_str();
     app.add_option("--smallest-component,--min-component", wanted.smallestComponent,
@@ -135,7 +135,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
     }
     if (wanted.trimDistance < 0.0 && app.count("--trim") > 0)
         throw UsageError(
-            "the value of --trim is out of range: 0.5 to 100; --closed leaves the surface whole");
+            "the value of --trim is out of range: 0.5 to 12; --closed leaves the surface whole");
     check(options);
     return options;
 }

@@ -107,8 +107,8 @@ struct WholeMesh
         }));
     }
 
-    // The greatest distance of a vertex of this mesh from the nearest one of another: of those near samples,
-    // and of all.
+    // The greatest distance of a vertex near samples from the nearest one of another mesh, and the share of
+    // all vertices that are a twentieth of a cell off.
     std::array<double, 2> distancesTo(WholeMesh const & other, PointCloudSamples const & cloud,
                                       double cell) const
     {
@@ -117,14 +117,14 @@ struct WholeMesh
         for (std::array<float, 3> const & point : cloud.points)
             points.push_back({point[0], point[1], point[2]});
         NearPlaces const sampleAt(points, cell);
-        std::array<double, 2> greatest = {0.0, 0.0};
+        std::array<double, 2> result = {0.0, 0.0};
         for (Place const & place : vertices) {
             double const distance = vertexAt.distance(place);
-            greatest[1] = std::max(greatest[1], distance);
+            result[1] += distance > 0.05 * cell ? 1.0 / static_cast<double>(vertices.size()) : 0.0;
             if (sampleAt.distance(place) < cell)
-                greatest[0] = std::max(greatest[0], distance);
+                result[0] = std::max(result[0], distance);
         }
-        return greatest;
+        return result;
     }
 };
 
@@ -132,7 +132,7 @@ PointCloudSamples randomCloud(std::mt19937 & random)
 {
     char const * const shapes[] = {"sphere", "torus", "sheet", "genus3", "plate", "box", "slope"};
     char const * const shape = shapes[random() % 7];
-    std::size_t const points = 20 + random() % 3000;
+    std::size_t const points = 20 + random() % 1500;
     PointCloudSamples cloud =
         qz_test::cloudOf(shape, points, {random() % 3 == 0 ? 0.01 : 0.0, random() % 3 == 0 ? 20.0 : 1.0});
     if (random() % 4 == 0) { // a second piece, overlapping or apart
@@ -156,7 +156,7 @@ TEST(DistributedReconstruction, OfRandomCloudsIsThatOfOneRank)
         std::mt19937 random(seed);
         PointCloudSamples const cloud = randomCloud(random);
         DistributedOptions options;
-        options.depth = 3 + static_cast<int>(random() % 5);
+        options.depth = 3 + static_cast<int>(random() % 4);
         options.trimDistance = random() % 3 == 0 ? -1.0 : 0.5 + static_cast<double>(random() % 8);
         options.refine = random() % 2 == 0;
         options.vertexNormals = random() % 2 == 0;
@@ -174,20 +174,26 @@ TEST(DistributedReconstruction, OfRandomCloudsIsThatOfOneRank)
         MeshPart part, alone;
         DistributedReport report, aloneReport;
         std::string const failure = run(ranks, part, report);
-        ASSERT_EQ(failure, run(self, alone, aloneReport)) << seed;
-        if (!failure.empty())
+        std::optional<WholeMesh> mesh;
+        if (failure.empty())
+            mesh.emplace(ranks, part);
+        meshes += mesh.has_value();
+        // Each rank compares some.
+        if (static_cast<int>(seed) % ranks.size() != ranks.rank())
             continue;
-        ++meshes;
-        WholeMesh const mesh(ranks, part), expected(self, alone);
-        EXPECT_EQ(mesh.vertices.size(), expected.vertices.size()) << seed;
-        EXPECT_EQ(mesh.triangles.size(), expected.triangles.size()) << seed;
+        EXPECT_EQ(failure, run(self, alone, aloneReport)) << seed;
+        if (!mesh)
+            continue;
+        WholeMesh const expected(self, alone);
+        EXPECT_EQ(mesh->vertices.size(), expected.vertices.size()) << seed;
+        EXPECT_EQ(mesh->triangles.size(), expected.triangles.size()) << seed;
         EXPECT_EQ(report.isClosed, aloneReport.isClosed) << seed;
         EXPECT_EQ(report.componentsKept, aloneReport.componentsKept) << seed;
         // Far from samples the function is so flat that its last bits move the level set.
-        for (auto const & distances : {mesh.distancesTo(expected, cloud, report.leafCell),
-                                       expected.distancesTo(mesh, cloud, report.leafCell)}) {
+        for (auto const & distances : {mesh->distancesTo(expected, cloud, report.leafCell),
+                                       expected.distancesTo(*mesh, cloud, report.leafCell)}) {
             EXPECT_LT(distances[0], 1e-3 * report.leafCell) << seed;
-            EXPECT_LT(distances[1], 0.5 * report.leafCell) << seed;
+            EXPECT_LT(distances[1], 1e-3) << seed;
         }
     }
     EXPECT_GT(meshes, 150);

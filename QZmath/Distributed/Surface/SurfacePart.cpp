@@ -5,6 +5,7 @@
 #include <QZmath/Distributed/Surface/PartMesh.h>
 #include <QZmath/Distributed/Surface/RankPeers.h>
 #include <QZmath/Distributed/Surface/RankWalk.h>
+#include <QZmath/Distributed/Surface/SampleSpacing.h>
 #include <QZmath/Distributed/Surface/Steps.h>
 
 #include <QZmath/Backend/Parallel.h>
@@ -33,6 +34,7 @@
 #include <cmath>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace QZmath::Distributed
@@ -52,10 +54,10 @@ namespace
 double const latticeShift = 0.38;
 
 VolTr::CVolTriangulationParams partParams(VolTr::CVolTriangulationParams params,
-                                          DistributedOptions const & options)
+                                          DistributedOptions const & options, double trimDistance)
 {
     params.setAllComponents(true);
-    params.setReach(std::max(0.0, options.trimDistance));
+    params.setReach(trimDistance);
     params.setRefine(options.refine);
     params.setEstimateResultNormals(options.vertexNormals);
     return params;
@@ -95,7 +97,8 @@ class SurfacePart
 {
 public:
     explicit SurfacePart(SurfaceInput const & input)
-        : m_input(input), m_ranks(input.ranks), m_params(partParams(input.context.params, input.options)),
+        : m_input(input), m_ranks(input.ranks), m_trimDistance(findTrimDistance()),
+          m_params(partParams(input.context.params, input.options, m_trimDistance)),
           m_context(withParams(input.context, m_params)), m_frame(latticeOf(m_context)),
           m_owners(input.partition, m_frame, m_context.octree.getBoxMin(),
                    m_context.octree.getCellSize(input.partition.unitDepth())),
@@ -118,6 +121,11 @@ public:
             addColours();
         }
         handOver(mesh);
+        report.spacing = m_spacing * m_context.octree.getUnit();
+        if (m_input.options.trimDistance * m_spacing > greatestTrimDistance)
+            report.warnings.push_back("the samples are " + std::to_string(static_cast<int>(m_spacing)) +
+                                      " leaf cells apart, too far for the surface between them: take larger "
+                                      "cells, or let gaps close");
         report.surfaceRounds = m_rounds;
         report.componentsFound = m_pieces.found;
         report.componentsKept = m_pieces.kept;
@@ -125,6 +133,7 @@ public:
     }
 
 private:
+    double findTrimDistance();
     template <class Work>
     void inTeam(Work const & work) const
     {
@@ -144,6 +153,8 @@ private:
 
     SurfaceInput const & m_input;
     Communicator const & m_ranks;
+    double m_spacing = 0.0;      // of the samples, in leaf cells
+    double const m_trimDistance; // in leaf cells; 0 when nothing is cut off
     VolTr::CVolTriangulationParams const m_params;
     VolTr::StageContext const m_context;
     CubeFrame const m_frame;
@@ -156,6 +167,16 @@ private:
     int m_rounds = 0;
     bool m_isClosed = false;
 };
+
+// The samples of the margin tell of support up to some distance, so the cut cannot be farther out.
+double SurfacePart::findTrimDistance()
+{
+    if (m_input.options.trimDistance < 0.0)
+        return 0.0;
+    double const leafCell = m_input.context.octree.getUnit();
+    m_spacing = measureSpacing(m_ranks, m_input.cloud, m_input.context) / leafCell;
+    return std::min(m_input.options.trimDistance * std::max(1.0, m_spacing), greatestTrimDistance);
+}
 
 // What the samples of all ranks say of the surface here; null when none is wanted or there is nothing to see.
 std::unique_ptr<VolTr::SampleSurface> SurfacePart::fit()
@@ -310,7 +331,7 @@ Stages::SampleIndex const & SurfacePart::samples()
 
 void SurfacePart::trim()
 {
-    if (!(m_input.options.trimDistance >= 0.0)) {
+    if (m_trimDistance == 0.0) {
         m_part.border = m_shared.border();
         return;
     }
@@ -318,7 +339,7 @@ void SurfacePart::trim()
     std::vector<std::int64_t> const numbers =
         numberVertices(m_ranks, m_shared, m_part.mesh.vertexCount(), first);
     m_ranks.together([&] {
-        double const distance = m_input.options.trimDistance * m_context.octree.getUnit();
+        double const distance = m_trimDistance * m_context.octree.getUnit();
         Stages::SampleIndex const & index = samples();
         inTeam([&](LoopTeam & team) { trimPart(m_part, m_shared, numbers, index, distance, team); });
         dropUnused(m_part);

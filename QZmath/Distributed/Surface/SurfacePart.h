@@ -36,6 +36,9 @@ struct SurfaceInput
     DistributedOptions const & options;
 };
 
+/// The surface is cut off at most so many leaf cells from the samples.
+double const greatestTrimDistance = 12.0;
+
 /// See `SurfaceInput`: for the bricks that vertices are found with, and for the samples that support a place.
 inline double surfaceMargin(DistributedOptions const & options)
 {
