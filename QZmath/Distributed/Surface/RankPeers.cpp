@@ -2,12 +2,14 @@
 #include <QZmath/Distributed/Surface/RankPeers.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace QZmath::Distributed
 {
 
 RankPeers::RankPeers(Steps & steps, RankCloud const & cloud, CubeOwners const & owners, double reach)
-    : m_steps(steps), m_cloud(cloud), m_owners(owners), m_reach(reach)
+    : m_steps(steps), m_cloud(cloud), m_owners(owners),
+      m_reach(steps.ranks().size() > 1 ? reach : std::numeric_limits<double>::infinity()) // one has all
 {
     std::int64_t const own =
         std::count_if(cloud.isOwn.begin(), cloud.isOwn.end(), [](std::uint8_t mark) { return mark != 0; });
