@@ -167,7 +167,7 @@ void DistributedOptions::check() const
     if (!isIn(cellSize, 0.0, 1e300))
         refuse("cellSize is out of range: 0 or more");
     if (!(trimDistance < 0.0) && !isIn(trimDistance, 0.5, greatestTrimDistance))
-        refuse("trimDistance is out of range: 0.5 to 12, or below 0");
+        refuse("trimDistance is out of range: 0.5 to 100, or below 0");
     if (!isIn(smallestComponent, 0.0, 1.0))
         refuse("smallestComponent is out of range: 0 to 1");
     if (threads < 0)

@@ -35,8 +35,8 @@ struct DistributedOptions
     double cellSize = 0;
 
     /// The surface is cut off farther than so many leaf cells from all samples, or spacings of the samples
-    /// where these are larger, 0.5 to 12; so gaps of twice that width are closed, and no wider ones. Below 0:
-    /// it is followed wherever it goes, and all gaps close. Never farther than 12 leaf cells.
+    /// where these are larger, 0.5 to 100; so gaps of twice that width are closed, and no wider ones. Below
+    /// 0: it is followed wherever it goes, and all gaps close. Never farther than 100 leaf cells.
     double trimDistance = 4;
     /// Pieces with a smaller share of the triangles are dropped, 0 to 1.
     double smallestComponent = 0.001;

@@ -135,7 +135,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
     }
     if (wanted.trimDistance < 0.0 && app.count("--trim") > 0)
         throw UsageError(
-            "the value of --trim is out of range: 0.5 to 12; --closed leaves the surface whole");
+            "the value of --trim is out of range: 0.5 to 100; --closed leaves the surface whole");
     check(options);
     return options;
 }

@@ -197,7 +197,7 @@ inline SurfaceResult extract(WholeCloud const & whole, QZmath::Distributed::Comm
                              CProgressCounter * progress = nullptr, FunctionMaker const & makeFunction = {})
 {
     using namespace QZmath::Distributed;
-    RankScene const scene(whole, partition, ranks.rank(), surfaceMargin(options));
+    RankScene const scene(whole, partition, ranks.rank(), surfaceMargin);
     RankSamples const samples(scene.cloud);
     VolTr::COctree const octree(&samples, whole.params.getOctreeDepth(), nullptr, whole.params.getUseCenter(),
                                 -1);

@@ -56,6 +56,22 @@ void forRanksIn(Partition const & partition, std::array<int, 3> const & low, std
     RankFinder(partition, low, high, visit).descend(0, partition.unitDepth());
 }
 
+std::vector<int> const & RanksNear::of(std::array<int, 3> const & low, std::array<int, 3> const & high)
+{
+    if (low == m_low && high == m_high)
+        return m_ranks;
+    m_low = low;
+    m_high = high;
+    m_ranks.clear();
+    forRanksIn(m_partition, low, high, [&](int first, int last) {
+        for (int rank = first; rank <= last; ++rank)
+            m_ranks.push_back(rank);
+    });
+    std::sort(m_ranks.begin(), m_ranks.end());
+    m_ranks.erase(std::unique(m_ranks.begin(), m_ranks.end()), m_ranks.end());
+    return m_ranks;
+}
+
 CubeOwners::CubeOwners(Partition const & partition, VolTr::CubeFrame const & frame, double const * boxMin,
                        double unitEdge)
     : m_partition(partition), m_frame(frame), m_boxMin{boxMin[0], boxMin[1], boxMin[2]},

@@ -19,6 +19,21 @@ QZMATH_DISTRIBUTED_API void forRanksIn(Partition const & partition, std::array<i
                                        std::array<int, 3> const & high,
                                        std::function<void(int, int)> const & visit);
 
+/// The ranks that have units of boxes, for boxes in a row that mostly have the same. Serves one thread.
+class RanksNear
+{
+public:
+    explicit RanksNear(Partition const & partition) : m_partition(partition) {}
+    /// Each once, ascending, and maybe some without units; valid until the next call.
+    std::vector<int> const & of(std::array<int, 3> const & low, std::array<int, 3> const & high);
+
+private:
+    Partition const & m_partition;
+    std::array<int, 3> m_low{-1, -1, -1};
+    std::array<int, 3> m_high{-1, -1, -1};
+    std::vector<int> m_ranks;
+};
+
 /// Which rank has which cube of the polygoniser: that of the unit in which the cube's least corner lies. The
 /// same on all ranks. Remembers where it was asked last, so an object serves one thread.
 class CubeOwners

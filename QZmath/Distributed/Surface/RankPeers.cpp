@@ -33,18 +33,11 @@ std::vector<char> RankPeers::deal(std::vector<char> const & records, std::size_t
                                   std::vector<Box> const & boxes)
 {
     std::vector<std::vector<char>> toRanks(static_cast<std::size_t>(m_steps.ranks().size()));
-    std::vector<int> owners;
+    RanksNear near(m_owners.partition());
     for (std::size_t n = 0; n < boxes.size(); ++n) {
-        owners.clear();
-        forRanksIn(m_owners.partition(), m_owners.unitAt(boxes[n].low.data()),
-                   m_owners.unitAt(boxes[n].high.data()), [&](int first, int last) {
-                       for (int rank = first; rank <= last; ++rank)
-                           owners.push_back(rank);
-                   });
-        std::sort(owners.begin(), owners.end());
-        owners.erase(std::unique(owners.begin(), owners.end()), owners.end());
         auto const record = records.begin() + static_cast<std::ptrdiff_t>(n * size);
-        for (int const rank : owners) {
+        for (int const rank :
+             near.of(m_owners.unitAt(boxes[n].low.data()), m_owners.unitAt(boxes[n].high.data()))) {
             std::vector<char> & target = toRanks[static_cast<std::size_t>(rank)];
             target.insert(target.end(), record, record + static_cast<std::ptrdiff_t>(size));
         }

@@ -109,6 +109,7 @@ public:
     {
         {
             RankPhase const phase(m_ranks, m_context.progress, 0.0, 0.8);
+            gatherFarSamples();
             findMesh();
         }
         {
@@ -148,6 +149,7 @@ private:
     void dropPieces();
     void addColours();
     void handOver(MeshPart & mesh);
+    void gatherFarSamples();
     Stages::SampleIndex const & samples();
     void share(std::size_t vertices) { m_shared = SharedVertices(m_ranks, m_part.border, vertices); }
 
@@ -163,12 +165,12 @@ private:
     PartMesh m_part;
     SharedVertices m_shared;
     std::optional<Stages::SampleIndex> m_samples;
+    std::vector<float> m_farSamples; // 3 coordinates each
     PieceFindings m_pieces;
     int m_rounds = 0;
     bool m_isClosed = false;
 };
 
-// The samples of the margin tell of support up to some distance, so the cut cannot be farther out.
 double SurfacePart::findTrimDistance()
 {
     if (m_input.options.trimDistance < 0.0)
@@ -185,8 +187,7 @@ std::unique_ptr<VolTr::SampleSurface> SurfacePart::fit()
     if (!m_input.options.refine)
         return surface;
     Steps steps(m_ranks);
-    RankPeers peers(steps, m_input.cloud, m_owners,
-                    surfaceMargin(m_input.options) * m_context.octree.getUnit());
+    RankPeers peers(steps, m_input.cloud, m_owners, surfaceMargin * m_context.octree.getUnit());
     steps.run([&] {
         surface = VolTr::fitToSamples(m_context, m_evaluation, m_input.isoValue, m_frame.edge, &peers);
     });
@@ -289,6 +290,8 @@ void SurfacePart::walk(VolTr::TriangleSink & sink)
         }
         sink.expectVertices(surface->solvedEdges());
         support = VolTr::findSupportedCubes(m_frame, m_context);
+        for (std::size_t n = 0; n < m_farSamples.size() && support; n += 3)
+            support->add(&m_farSamples[n]);
         VolTr::LevelSet const levelSet = {
             m_input.isoValue,
             {m_frame.edge,
@@ -329,6 +332,38 @@ Stages::SampleIndex const & SurfacePart::samples()
     return *m_samples;
 }
 
+// What a large trim distance asks for beyond the margin: the places of all samples that may support something
+// here. With them come those of the margin once more.
+void SurfacePart::gatherFarSamples()
+{
+    // Marks of supported cubes err by up to the distance, and cubes beside the territory count as well.
+    double const cells = 2.0 * m_trimDistance + 8.0;
+    if (!(cells > surfaceMargin) || m_ranks.size() == 1)
+        return;
+    std::vector<std::vector<float>> toRanks(static_cast<std::size_t>(m_ranks.size()));
+    m_ranks.together([&] {
+        double const distance = cells * m_context.octree.getUnit();
+        RanksNear near(m_input.partition);
+        RankCloud const & cloud = m_input.cloud;
+        for (std::size_t sample = 0; sample < cloud.size(); ++sample) {
+            if (cloud.isOwn[sample] == 0)
+                continue;
+            float const * const place = &cloud.positions[3 * sample];
+            double low[3];
+            double high[3];
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                low[axis] = place[axis] - distance;
+                high[axis] = place[axis] + distance;
+            }
+            for (int const rank : near.of(m_owners.unitAt(low), m_owners.unitAt(high))) {
+                if (rank != m_ranks.rank())
+                    toRanks[at(rank)].insert(toRanks[at(rank)].end(), place, place + 3);
+            }
+        }
+    });
+    m_farSamples = m_ranks.exchange(toRanks);
+}
+
 void SurfacePart::trim()
 {
     if (m_trimDistance == 0.0) {
@@ -340,8 +375,17 @@ void SurfacePart::trim()
         numberVertices(m_ranks, m_shared, m_part.mesh.vertexCount(), first);
     m_ranks.together([&] {
         double const distance = m_trimDistance * m_context.octree.getUnit();
-        Stages::SampleIndex const & index = samples();
-        inTeam([&](LoopTeam & team) { trimPart(m_part, m_shared, numbers, index, distance, team); });
+        if (m_farSamples.empty()) {
+            Stages::SampleIndex const & index = samples();
+            inTeam([&](LoopTeam & team) { trimPart(m_part, m_shared, numbers, index, distance, team); });
+        } else {
+            std::vector<float> & all = m_farSamples;
+            all.insert(all.end(), m_input.cloud.positions.begin(), m_input.cloud.positions.end());
+            inTeam([&](LoopTeam & team) {
+                Stages::SampleIndex const index(all.data(), all.size() / 3, team);
+                trimPart(m_part, m_shared, numbers, index, distance, team);
+            });
+        }
         dropUnused(m_part);
     });
     share(m_part.mesh.vertexCount());

@@ -7,8 +7,6 @@
 #include <QZmath/Distributed/Export.h>
 #include <QZmath/Distributed/Ranks/Partition.h>
 
-#include <algorithm>
-
 namespace VolTr
 {
 class BrickFunction;
@@ -18,10 +16,13 @@ struct StageContext;
 namespace QZmath::Distributed
 {
 
+/// For the bricks that vertices are found with, and the lattices that they are refined with.
+constexpr int surfaceMargin = 24;
+
 /// What a rank needs to find its part of the surface. It only refers.
 ///
-/// The margin, of samples and of where the function is exact, is at least `surfaceMargin(options)` leaf cells
-/// along each axis, or what the stages before need if that is more.
+/// The margin, of samples and of where the function is exact, is at least `surfaceMargin` leaf cells along
+/// each axis.
 struct SurfaceInput
 {
     Communicator const & ranks;
@@ -37,13 +38,7 @@ struct SurfaceInput
 };
 
 /// The surface is cut off at most so many leaf cells from the samples.
-double const greatestTrimDistance = 12.0;
-
-/// See `SurfaceInput`: for the bricks that vertices are found with, and for the samples that support a place.
-inline double surfaceMargin(DistributedOptions const & options)
-{
-    return std::max(24.0, 2.0 * options.trimDistance + 8.0);
-}
+double const greatestTrimDistance = 100.0;
 
 /// Finds the surface of the function and divides its mesh among the ranks. Collective.
 ///
