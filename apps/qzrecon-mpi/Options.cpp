@@ -32,6 +32,7 @@ Examples:
   mpirun -n 64 qzrecon-mpi tiles/*.ply -o city.ply --cell-size 0.02
   mpirun -n 64 qzrecon-mpi tiles/*.ply -o city/ --depth 16 --checkpoint state
   mpirun -n 48 qzrecon-mpi --resume state -o city/
+  qzrecon-mpi --plan 1e10,512
 
 Exit codes:
   0    the mesh was written
@@ -44,11 +45,13 @@ Exit codes:
 void check(Options const & options)
 {
     auto const & wanted = options.reconstruction;
+    if (options.output.empty())
+        throw UsageError("--output is required");
     if (options.inputs.empty() && wanted.resume.empty())
         throw UsageError("INPUT is required");
     if (!options.inputs.empty() && !wanted.resume.empty())
         throw UsageError("--resume takes the points of the earlier run, and no others");
-    if (std::count(options.inputs.begin(), options.inputs.end(), "") > 0 || options.output.empty())
+    if (std::count(options.inputs.begin(), options.inputs.end(), "") > 0)
         throw UsageError("the name of a file is empty");
     if (std::count(options.inputs.begin(), options.inputs.end(), "-") > 0)
         throw UsageError("standard input goes to one rank only; name a file instead");
@@ -74,6 +77,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
     Options options;
     auto & wanted = options.reconstruction;
     wanted.vertexNormals = false;
+    std::vector<double> plan;
 
     CLI::App app("Reconstructs one triangle mesh from a point cloud on the machines of a cluster.",
                  "qzrecon-mpi");
@@ -81,7 +85,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
     app.footer(st_footer);
     app.set_version_flag("--version", std::string("qzrecon-mpi ") + QZmath::versionString());
     app.add_option("INPUT", options.inputs, "Point clouds, which are taken as one")->option_text("FILES");
-    app.add_option("-o,--output", options.output, "The mesh to write")->required()->option_text("FILE|DIR/");
+    app.add_option("-o,--output", options.output, "The mesh to write")->option_text("FILE|DIR/");
     app.add_option("--columns", options.reading.columns,
                    "Columns of text files: x,y,z,nx,ny,nz,r,g,b,boundary,intensity in their order,\n"
                    "_ for one that is not wanted; guessed without")
@@ -122,6 +126,14 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
     app.add_option("--resume", wanted.resume,
                    "Folder of --checkpoint of an earlier run to go on from, on any number of ranks")
         ->type_name("DIR");
+    app.add_flag("--details", options.showsDetails,
+                 "Print the balance, the traffic, and time and memory of each phase behind the closing line");
+    app.add_option("--plan", plan,
+                   "Only print what so many leaf cells would need on so many ranks: memory, traffic and time")
+        ->delimiter(',')
+        ->expected(2)
+        ->check(CLI::Range(1.0, 1e18))
+        ->type_name("CELLS,RANKS");
     app.add_flag("-q,--quiet", options.quiet, "Print nothing but errors and warnings");
 
     try {
@@ -132,6 +144,10 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
         return std::nullopt;
     } catch (CLI::ParseError const & error) {
         throw UsageError(error.what());
+    }
+    if (plan.size() == 2) {
+        options.plan = {plan[0], plan[1]};
+        return options;
     }
     if (wanted.trimDistance < 0.0 && app.count("--trim") > 0)
         throw UsageError(

@@ -4,6 +4,7 @@
 #include <QZmath/Distributed/DistributedReconstruction.h>
 #include <QZmath/Files/PointReader.h>
 
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +19,8 @@ struct Options
     QZmath::ReadOptions reading;
     QZmath::Distributed::DistributedOptions reconstruction;
     bool quiet = false;
+    bool showsDetails = false;
+    std::array<double, 2> plan{}; ///< leaf cells and ranks of a run that is only reckoned; 0: none
 };
 
 /// Reads the command line. Nothing when the program has only been asked for its help or version, which is

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apps/qzrecon-mpi/Options.h>
+#include <apps/qzrecon-mpi/Plan.h>
 #include <apps/qzrecon/ConsoleProgress.h>
 #include <apps/qzrecon/FileArguments.h>
 #include <apps/qzrecon/Interruption.h>
@@ -112,6 +113,24 @@ std::string Run::description(MeshPart const & mesh, DistributedReport const & re
            formatted("%.0f", static_cast<double>(peak) / 1e6) + " MB";
 }
 
+std::string details(DistributedReport const & report)
+{
+    auto const count = [](std::int64_t number) { return std::to_string(number); };
+    std::string text = count(report.leafCells) + " leaf cells, " + count(report.unknowns) + " unknowns, " +
+                       count(report.replicatedUnknowns) + " of them on every rank, in the coarsest " +
+                       count(report.replicatedDepths) + " depths; units of depth " + count(report.unitDepth) +
+                       "\n";
+    text += "a rank has at most " + formatted("%.3f", report.sampleBalance) + " times the mean of samples, " +
+            formatted("%.3f", report.cellBalance) + " times that of leaf cells\n";
+    text += "an iteration sends at most " + count(report.bytesPerIteration) + " bytes in " +
+            count(report.messagesPerIteration) + " messages from a rank; " + count(report.surfaceRounds) +
+            " rounds of the surface\n";
+    for (DistributedReport::Phase const & phase : report.phases)
+        text += phase.name + ": " + formatted("%.3f", phase.seconds) + " s, up to " +
+                formatted("%.1f", static_cast<double>(phase.peakMemory) / 1e6) + " MB a rank\n";
+    return text;
+}
+
 void Run::run()
 {
     m_ranks.together([&] {
@@ -158,8 +177,10 @@ void Run::run()
             warn(note);
         for (std::string const & warning : report.warnings)
             warn(warning);
-        if (!m_options.quiet &&
-            (std::printf("%s\n", description(mesh, report).c_str()) < 0 || std::fflush(stdout) != 0))
+        std::string text = m_options.quiet ? "" : description(mesh, report) + "\n";
+        if (m_options.showsDetails)
+            text += details(report);
+        if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
             throw QZmath::OutputError(std::string("cannot write to standard output: ") +
                                       std::strerror(errno));
     });
@@ -197,10 +218,13 @@ int runProgram(int argc, char const * const * argv)
     bool const isFirst = ranks.rank() == 0;
     try {
         std::optional<Options> const options = qz_recon_mpi::parseOptions(argc, argv, isFirst);
-        if (options)
+        if (options && options->plan[0] == 0.0)
             Run(ranks, *options).run();
         else
-            ranks.together([] {
+            ranks.together([&] {
+                if (options && isFirst)
+                    std::fputs(qz_recon_mpi::planRun(options->plan[0], options->plan[1]).text.c_str(),
+                               stdout);
                 if (std::fflush(stdout) != 0)
                     throw QZmath::OutputError(std::string("cannot write to standard output: ") +
                                               std::strerror(errno));

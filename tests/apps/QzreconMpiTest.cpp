@@ -3,6 +3,7 @@
 #include <QZmath/Files/PointWriter.h>
 #include <QZmath/Foundation/TriangleMesh.h>
 #include <apps/ChildProcess.h>
+#include <apps/qzrecon-mpi/Plan.h>
 #include <apps/sampling/SampleShapes.h>
 
 #include <gmock/gmock.h>
@@ -203,6 +204,35 @@ TEST_F(QzreconMpi, EndsOnAllRanks)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         EXPECT_EQ(files(), before);
     }
+}
+
+// The model against a run, and what must be true of any model.
+TEST_F(QzreconMpi, PlansWhatARunNeeds)
+{
+    // 1054691 leaf cells on 8 ranks took 358 MB, sent 713292 bytes an iteration.
+    qz_recon_mpi::Plan const measured = qz_recon_mpi::planRun(1054691, 8);
+    EXPECT_NEAR(measured.memory, 358e6, 0.15 * 358e6);
+    EXPECT_NEAR(measured.bytesPerIteration, 713292, 0.15 * 713292);
+    for (double const cells : {1.0, 1e6, 1e11}) {
+        qz_recon_mpi::Plan before = qz_recon_mpi::planRun(cells, 1);
+        EXPECT_EQ(before.bytesPerIteration + before.copies + before.samplesSent, 0.0);
+        double const alone = before.memory;
+        for (double ranks = 2; ranks <= 4096; ranks *= 2) {
+            qz_recon_mpi::Plan const plan = qz_recon_mpi::planRun(cells, ranks);
+            EXPECT_GT(plan.memory * ranks, alone);
+            EXPECT_LE(plan.copies, 900.0 * cells);
+            if (cells > 1e10) {
+                EXPECT_LT(plan.memory, before.memory);
+                EXPECT_LT(plan.seconds, before.seconds);
+            }
+            before = plan;
+        }
+    }
+    ASSERT_EQ(run(1, {"--plan", "1e10,512"}), 0) << errors;
+    EXPECT_EQ(output, qz_recon_mpi::planRun(1e10, 512).text);
+    EXPECT_THAT(output, AllOf(HasSubstr("1e+10 leaf cells on 512 ranks"), HasSubstr("surface: "),
+                              HasSubstr("in all ")));
+    expectComplaint(2, {"--plan", "1e10,0"}, "--plan");
 }
 
 TEST_F(QzreconMpi, IsAloneInNeedingMpi)
