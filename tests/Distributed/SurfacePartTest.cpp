@@ -447,3 +447,47 @@ TEST(CubeOwners, FindsTheRanksOfABox)
         EXPECT_EQ(found, expected);
     }
 }
+
+// A belt without samples, wider than the margin, and units in the middle of it that ranks have for
+// themselves: what supports the surface there are samples of others.
+TEST(SurfacePart, IsSupportedBySamplesBeyondTheMargin)
+{
+    if (RankGroup::worldSize() < 8)
+        return;
+    PointCloudSamples const full = sampledShape("sphere", 40000);
+    PointCloudSamples belted;
+    for (std::size_t point = 0; point < full.points.size(); ++point) {
+        if (std::fabs(full.points[point][2]) > 0.65f)
+            belted.add(full.points[point], full.normals[point]);
+    }
+    WholeCloud const whole(belted, 7);
+    int const unitDepth = 4;
+    double const unit = whole.octree->getCellSize(unitDepth);
+    Partition const keys(unitDepth, {});
+    std::vector<std::uint64_t> firstKeys;
+    double const places[3][3] = {{0.54, 0.54, 0.02}, {0.54, -0.54, 0.02}, {-0.54, 0.54, 0.02}};
+    for (double const(&place)[3] : places) {
+        std::array<int, 3> at;
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            at[axis] = static_cast<int>((place[axis] - whole.octree->getBoxMin()[axis]) / unit);
+        firstKeys.push_back(keys.keyOf(at));
+        firstKeys.push_back(keys.keyOf(at) + 1);
+    }
+    std::sort(firstKeys.begin(), firstKeys.end());
+    Partition const partition(unitDepth, firstKeys);
+    RankGroup const one(1), several(partition.ranks());
+    if (!several.isMember())
+        return;
+    for (double const distance : {26.0, 44.0}) {
+        SurfaceResult expected;
+        if (one.isMember())
+            expected = extract(whole, one.ranks(), Partition(unitDepth, {}), plainOptions(distance));
+        SurfaceResult const found = extract(whole, several.ranks(), partition, plainOptions(distance));
+        if (!one.isMember())
+            continue;
+        EXPECT_TRUE(sortedTriangles(found.mesh) == sortedTriangles(expected.mesh));
+        EXPECT_EQ(found.report.isClosed, distance > 40.0);
+        // A rank in the middle of the belt has a part of what closes it.
+        EXPECT_EQ(found.trianglesByRank[1] > 0, found.report.isClosed);
+    }
+}
