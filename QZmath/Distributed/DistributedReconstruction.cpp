@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -62,7 +63,8 @@ public:
           m_threads(threadsOf(ranks, options))
     {}
 
-    void run(PointCloudView const & localPoints, MeshPart & mesh);
+    /// \param release called when the local points are not needed any more
+    void run(PointCloudView const & localPoints, std::function<void()> const & release, MeshPart & mesh);
 
 private:
     // The progress goes from the end of the phase before to `end`.
@@ -118,10 +120,12 @@ void Run::gatherAgain()
     });
 }
 
-void Run::run(PointCloudView const & localPoints, MeshPart & mesh)
+void Run::run(PointCloudView const & localPoints, std::function<void()> const & release, MeshPart & mesh)
 {
     CThreadNumberScope const threads(m_threads);
     inPhase("distribution", 0.15, [&] { m_options.resume.empty() ? gather(localPoints) : gatherAgain(); });
+    release();
+    QzBackend::returnFreedMemory(static_cast<double>(m_cloud.size()));
     std::optional<Checkpoint> written;
     if (!m_options.checkpoint.empty()) {
         written.emplace(m_ranks, m_options.checkpoint);
@@ -155,6 +159,24 @@ void Run::run(PointCloudView const & localPoints, MeshPart & mesh)
     }
 }
 
+void reconstructAll(MPI_Comm comm, PointCloudView const & localPoints, std::function<void()> const & release,
+                    DistributedOptions const & options, MeshPart & mesh, DistributedReport * report,
+                    CProgressCounter * progress)
+{
+    DistributedReport unread;
+    DistributedReport & filled = report != nullptr ? *report : unread;
+    filled = DistributedReport();
+    mesh = MeshPart();
+    Communicator const ranks(comm);
+    ranks.together([&] {
+        options.check();
+        if (!options.resume.empty() && localPoints.size > 0)
+            refuse("a run that is resumed takes no points");
+    });
+    ensurePetsc();
+    Run(ranks, options, filled, progress).run(localPoints, release, mesh);
+}
+
 } // namespace
 
 void DistributedOptions::check() const
@@ -184,18 +206,16 @@ void reconstructDistributed(MPI_Comm comm, PointCloudView const & localPoints,
                             DistributedOptions const & options, MeshPart & mesh, DistributedReport * report,
                             CProgressCounter * progress)
 {
-    DistributedReport unread;
-    DistributedReport & filled = report != nullptr ? *report : unread;
-    filled = DistributedReport();
-    mesh = MeshPart();
-    Communicator const ranks(comm);
-    ranks.together([&] {
-        options.check();
-        if (!options.resume.empty() && localPoints.size > 0)
-            refuse("a run that is resumed takes no points");
-    });
-    ensurePetsc();
-    Run(ranks, options, filled, progress).run(localPoints, mesh);
+    reconstructAll(
+        comm, localPoints, [] {}, options, mesh, report, progress);
+}
+
+void reconstructDistributed(MPI_Comm comm, PointCloud && localPoints, DistributedOptions const & options,
+                            MeshPart & mesh, DistributedReport * report, CProgressCounter * progress)
+{
+    PointCloud points = std::move(localPoints);
+    reconstructAll(
+        comm, points.view(), [&points] { points = PointCloud(); }, options, mesh, report, progress);
 }
 
 } // namespace QZmath::Distributed

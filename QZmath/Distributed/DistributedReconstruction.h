@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Distributed/Export.h>
+#include <QZmath/Files/PointCloud.h>
 #include <QZmath/Foundation/PointCloudView.h>
 
 #include <array>
@@ -122,6 +123,12 @@ struct DistributedReport
 /// \throws RankError on all ranks, of the lowest rank that failed
 /// \throws CUserIntrException on all ranks
 QZMATH_DISTRIBUTED_API void reconstructDistributed(MPI_Comm comm, PointCloudView const & localPoints,
+                                                   DistributedOptions const & options, MeshPart & mesh,
+                                                   DistributedReport * report = nullptr,
+                                                   CProgressCounter * progress = nullptr);
+
+/// The same with points that are not needed afterwards: they are freed once they have been sent.
+QZMATH_DISTRIBUTED_API void reconstructDistributed(MPI_Comm comm, PointCloud && localPoints,
                                                    DistributedOptions const & options, MeshPart & mesh,
                                                    DistributedReport * report = nullptr,
                                                    CProgressCounter * progress = nullptr);

@@ -159,12 +159,11 @@ void Run::run()
     {
         std::optional<CPrgCntSubPhase> part;
         m_ranks.together([&] { part.emplace(&m_progress, 10, 80, 0, true); });
-        reconstructDistributed(m_ranks.get(), shares.cloud.view(), m_options.reconstruction, mesh, &report,
+        reconstructDistributed(m_ranks.get(), std::move(shares.cloud), m_options.reconstruction, mesh, &report,
                                &m_progress);
     }
     for (DistributedReport::Phase const & phase : report.phases)
         m_phases.emplace_back(phase.name, phase.seconds);
-    shares.cloud = QZmath::PointCloud();
     inPhase("write", 90, 10, [&] { output.write(mesh, &m_progress); });
     m_ranks.together([] {}); // nobody has been stopped
     Interruption::ignoreFromNowOn();
