@@ -41,6 +41,25 @@ std::vector<PointCloudSamples> makeClouds()
     return clouds;
 }
 
+// Weights that follow from the definition, walked through one by one.
+std::vector<float> weightsByDefinition(PointCloudSamples const & cloud, COctree const & octree,
+                                       Basis const & basis, int estimation)
+{
+    std::vector<float> expected(cloud.points.size(), 0.0f);
+    addDensityByNodes(cloud, octree, basis, estimation, expected);
+    normalizeByLast(expected);
+    for (float & value : expected)
+        value = value > 0.0f ? 1.0f / value : value;
+    return expected;
+}
+
+// Also where a weight is NaN.
+bool areSameBits(std::vector<float> const & one, std::vector<float> const & other)
+{
+    return one.size() == other.size() &&
+           std::memcmp(one.data(), other.data(), one.size() * sizeof(float)) == 0;
+}
+
 } // namespace
 
 TEST(SampleDensity, SameBitsAsByItsDefinition)
@@ -60,19 +79,33 @@ TEST(SampleDensity, SameBitsAsByItsDefinition)
                                      << estimation << ", factor " << factor << ", centred " << centred);
                         SampleDensity const density =
                             estimateSampleDensity(cloud, octree, basis, estimation, 3, nullptr, nullptr);
-                        std::vector<float> expected(cloud.points.size(), 0.0f);
-                        addDensityByNodes(cloud, octree, basis, estimation, expected);
-                        normalizeByLast(expected);
-                        for (float & value : expected)
-                            value = value > 0.0f ? 1.0f / value : value;
-                        ASSERT_EQ(density.weights.size(), expected.size());
-                        // Also where a weight is NaN.
-                        EXPECT_EQ(std::memcmp(density.weights.data(), expected.data(),
-                                              expected.size() * sizeof(float)),
-                                  0);
+                        EXPECT_TRUE(areSameBits(density.weights,
+                                                weightsByDefinition(cloud, octree, basis, estimation)));
                     }
                 }
             }
+        }
+    }
+}
+
+// Nearly all samples in one cell, and many in each of a few: more than one thread takes at a time.
+TEST(SampleDensity, SameBitsWhereSamplesCrowd)
+{
+    std::mt19937 random(4);
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    for (float const width : {0.01f, 0.8f}) {
+        PointCloudSamples cloud;
+        for (int n = 0; n < 280000; ++n)
+            cloud.add({0.3f + width * uniform(random), 0.2f + width * uniform(random), 0.4f}, {});
+        for (int n = 0; n < 300; ++n)
+            cloud.add({2.0f * uniform(random), 2.0f * uniform(random), 2.0f * uniform(random)}, {});
+        COctree const octree(&cloud, 3, nullptr, true, -1);
+        Basis const basis(qz_test::scaledKernel(1.0), &octree, 0);
+        std::vector<float> const expected = weightsByDefinition(cloud, octree, basis, 1);
+        for (int const threads : {1, 3}) {
+            SampleDensity const density =
+                estimateSampleDensity(cloud, octree, basis, 1, threads, nullptr, nullptr);
+            EXPECT_TRUE(areSameBits(density.weights, expected)) << width << ", threads " << threads;
         }
     }
 }

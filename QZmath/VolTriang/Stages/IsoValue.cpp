@@ -7,6 +7,7 @@
 #include <QZmath/VolTriang/OctreeFuncEvalHelper.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
+#include <QZmath/VolTriang/Stages/SampleTurns.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 
 #include <QZsys/ParallelTasks.h>
@@ -105,6 +106,9 @@ private:
 
 // Leaf cells in a row whose samples are added up for themselves.
 int const pieceCells = 256;
+// More of them in a piece are not one thread's alone.
+std::int64_t const crowdedSamples = 1 << 16;
+int const samplesAhead = 12; // that are fetched while one is at hand
 
 using StripTask = tf_calcMeanIsoValueCycleByPoints<Kernel, std::vector<float>>;
 
@@ -173,23 +177,68 @@ double calcMeanIsoValue(BrickFunction const & function, StageContext const & con
     int const cells = octree.getCellsNumberOnDeepestLevel();
     int const pieces = (cells + pieceCells - 1) / pieceCells;
     std::vector<PlaneSums> sums(static_cast<std::size_t>(pieces));
+    auto const pieceEnd = [&](int piece) { return std::min(cells, (piece + 1) * pieceCells); };
+    auto const isCrowded = [&](int piece) {
+        std::int64_t samplesNumber = 0;
+        for (int cell = piece * pieceCells; cell < pieceEnd(piece); ++cell)
+            samplesNumber += octree.getSamplesEnd(cell) - octree.getSamplesBegin(cell);
+        return samplesNumber > crowdedSamples;
+    };
+    struct Term
+    {
+        double weightedValue;
+        float weight;
+    };
+    int const * const samplesEnd = cells > 0 ? octree.getSamplesEnd(cells - 1) : nullptr;
+    auto const termOf = [&](int const * at, BrickFunction::Hint & hint) {
+        // Samples of neighbouring cells may lie anywhere in memory.
+        if (samplesEnd - at > samplesAhead)
+            __builtin_prefetch(samples.getSampleCoords3(at[samplesAhead]));
+        int const sample = *at;
+        float const * coords = samples.getSampleCoords3(sample);
+        double const point[3] = {coords[0], coords[1], coords[2]};
+        float const weight = weights != nullptr ? (*weights)[static_cast<std::size_t>(sample)] : 1.0f;
+        return Term{function.eval(point, hint) * weight, weight};
+    };
+    auto const add = [](Term const & term, PlaneSums & to) {
+        to.weights += term.weight;
+        to.weightedValues += term.weightedValue;
+    };
     auto const sumPiece = [&](int piece) {
+        if (isCrowded(piece))
+            return;
         BrickFunction::Hint hint;
         PlaneSums pieceSums;
-        int const end = std::min(cells, (piece + 1) * pieceCells);
-        for (int cell = piece * pieceCells; cell < end; ++cell) {
-            for (int const * it = octree.getSamplesBegin(cell); it != octree.getSamplesEnd(cell); ++it) {
-                float const * coords = samples.getSampleCoords3(*it);
-                double const point[3] = {coords[0], coords[1], coords[2]};
-                float const weight = weights != nullptr ? (*weights)[static_cast<std::size_t>(*it)] : 1.0f;
-                pieceSums.weights += weight;
-                pieceSums.weightedValues += function.eval(point, hint) * weight;
-            }
+        for (int cell = piece * pieceCells; cell < pieceEnd(piece); ++cell) {
+            for (int const * it = octree.getSamplesBegin(cell); it != octree.getSamplesEnd(cell); ++it)
+                add(termOf(it, hint), pieceSums);
         }
         sums[static_cast<std::size_t>(piece)] = pieceSums;
     };
-    LoopTeam::run(context.threads, context.progress,
-                  [&](LoopTeam & team) { team.forEach(pieces, sumPiece, 1.0); });
+    LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
+        team.forEach(pieces, sumPiece, 1.0);
+        std::vector<BrickFunction::Hint> hints(static_cast<std::size_t>(team.threads()));
+        for (int piece = 0; piece < pieces; ++piece) {
+            if (!isCrowded(piece))
+                continue;
+            PlaneSums & pieceSums = sums[static_cast<std::size_t>(piece)];
+            auto turns = makeSampleTurns<Term>(
+                team,
+                [&](int slot, int, int const * of, int count, Term * terms) {
+                    for (int n = 0; n < count; ++n)
+                        terms[n] = termOf(of + n, hints[static_cast<std::size_t>(slot)]);
+                },
+                [&](int, Term const * terms, int count) {
+                    PlaneSums total = pieceSums;
+                    for (int n = 0; n < count; ++n)
+                        add(terms[n], total);
+                    pieceSums = total;
+                });
+            for (int cell = piece * pieceCells; cell < pieceEnd(piece); ++cell)
+                turns.add(0, octree.getSamplesBegin(cell), octree.getSamplesEnd(cell));
+            turns.finish();
+        }
+    });
     PlaneSums total;
     for (PlaneSums const & piece : sums) {
         total.weightedValues += piece.weightedValues;

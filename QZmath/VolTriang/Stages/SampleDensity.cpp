@@ -7,6 +7,7 @@
 #include <QZmath/VolTriang/OctreeIterators.h>
 #include <QZmath/VolTriang/Stages/LogLine.h>
 #include <QZmath/VolTriang/Stages/NormalizeByLast.h>
+#include <QZmath/VolTriang/Stages/SampleTurns.h>
 #include <QZmath/VolTriang/Tree/TrilinearShare.h>
 
 #include <algorithm>
@@ -165,9 +166,18 @@ public:
     void count(double until)
     {
         std::vector<Tile> const tiles = makeTiles();
+        std::vector<std::uint8_t> isCrowded(tiles.size());
         m_team.forEach(
             static_cast<int>(tiles.size()),
-            [&](int tile) { countTile(tiles[static_cast<std::size_t>(tile)]); }, until);
+            [&](int number) {
+                std::size_t const tile = static_cast<std::size_t>(number);
+                isCrowded[tile] = countTile(tiles[tile]) ? 0 : 1;
+            },
+            until);
+        for (std::size_t tile = 0; tile < tiles.size(); ++tile) {
+            if (isCrowded[tile] != 0)
+                countCrowdedTile(tiles[tile]);
+        }
         std::vector<int> doubtful;
         for (int position = 0; position < m_nodes.size(); ++position) {
             if (m_isDoubtful[static_cast<std::size_t>(position)].load(std::memory_order_relaxed) != 0)
@@ -197,16 +207,16 @@ public:
             for (std::vector<Lanes> & factors : own.factors)
                 factors.resize(static_cast<std::size_t>(2 * m_reach));
         }
-        std::vector<NodeCubes::Cube const *> cubes;
+        std::vector<Piece> pieces;
         for (NodeCubes::Plane const & plane : m_cubes.planes()) {
             for (NodeCubes::Cube const & cube : plane)
-                cubes.push_back(&cube);
+                cutForSpread(cube, pieces);
         }
         m_team.forEachOnSlot(
-            static_cast<int>(cubes.size()),
+            static_cast<int>(pieces.size()),
             [&](int slot, int n) {
-                spreadOverCube(*cubes[static_cast<std::size_t>(n)], values,
-                               scratch[static_cast<std::size_t>(slot)]);
+                spreadOverPiece(pieces[static_cast<std::size_t>(n)], values,
+                                scratch[static_cast<std::size_t>(slot)]);
             },
             1.0);
     }
@@ -221,6 +231,9 @@ private:
     };
     static int const tileEdge = 8;
     static int const samplesAhead = 12; // that are fetched while one is at hand
+    // More of them in a tile are not one thread's alone.
+    static std::int64_t const crowdedSamples = 1 << 18;
+    static int const samplesPerSpread = 1 << 14; // that one body spreads over
 
     // A number of nodes along each axis.
     CInt3 steps(int number) const { return CInt3(number * m_step, number * m_step, number * m_step); }
@@ -250,16 +263,70 @@ private:
         return tiles;
     }
 
-    // Calls visit(sample, point) for the samples of a cube.
-    template <class Visitor>
-    void visitSamples(NodeCubes::Cube const & cube, Visitor visit) const
+    // Samples of a cube.
+    struct Piece
     {
+        NodeCubes::Cube const * cube;
+        int firstCell;   // in the cells of all cubes
+        int firstSample; // of that cell
+        int samples;
+    };
+
+    int samplesOf(NodeCubes::Cube const & cube) const
+    {
+        std::ptrdiff_t samples = 0;
         for (int n = cube.begin; n < cube.end; ++n) {
             int const cell = m_cubes.cells[static_cast<std::size_t>(n)];
-            for (int const * it = m_octree.getSamplesBegin(cell); it != m_octree.getSamplesEnd(cell); ++it) {
-                // Samples of neighbouring cells may lie anywhere in memory.
-                if (m_samplesEnd - it > samplesAhead)
-                    __builtin_prefetch(m_samples.getSampleCoords3(it[samplesAhead]));
+            samples += m_octree.getSamplesEnd(cell) - m_octree.getSamplesBegin(cell);
+        }
+        return static_cast<int>(samples);
+    }
+
+    void cutForSpread(NodeCubes::Cube const & cube, std::vector<Piece> & pieces) const
+    {
+        int left = samplesOf(cube);
+        if (left <= samplesPerSpread) {
+            pieces.push_back({&cube, cube.begin, 0, left});
+            return;
+        }
+        int own = 0; // of the piece at the end
+        for (int n = cube.begin; n < cube.end; ++n) {
+            int const cell = m_cubes.cells[static_cast<std::size_t>(n)];
+            int const inCell =
+                static_cast<int>(m_octree.getSamplesEnd(cell) - m_octree.getSamplesBegin(cell));
+            for (int taken = 0; taken < inCell;) {
+                if (own == 0)
+                    pieces.push_back({&cube, n, taken, std::min(left, samplesPerSpread)});
+                int const next = std::min(inCell - taken, pieces.back().samples - own);
+                taken += next;
+                left -= next;
+                own += next;
+                own = own == pieces.back().samples ? 0 : own;
+            }
+        }
+    }
+
+    // Samples of neighbouring cells may lie anywhere in memory.
+    void fetchAhead(int const * sample) const
+    {
+        if (m_samplesEnd - sample > samplesAhead)
+            __builtin_prefetch(m_samples.getSampleCoords3(sample[samplesAhead]));
+    }
+
+    // Calls visit(sample, point) for the samples of a piece.
+    template <class Visitor>
+    void visitSamples(Piece const & piece, Visitor visit) const
+    {
+        int left = piece.samples;
+        int skipped = piece.firstSample;
+        for (int n = piece.firstCell; left > 0; ++n) {
+            int const cell = m_cubes.cells[static_cast<std::size_t>(n)];
+            int const * it = m_octree.getSamplesBegin(cell) + skipped;
+            int const * const end = it + std::min<std::ptrdiff_t>(left, m_octree.getSamplesEnd(cell) - it);
+            left -= static_cast<int>(end - it);
+            skipped = 0;
+            for (; it != end; ++it) {
+                fetchAhead(it);
                 float const * coords = m_samples.getSampleCoords3(*it);
                 visit(*it, Point{coords[0], coords[1], coords[2]});
             }
@@ -267,7 +334,7 @@ private:
     }
 
     // The nodes of a tile add up the cubes around them by z, y and x, from above.
-    void countTile(Tile const & tile)
+    std::vector<NodeCubes::Cube const *> cubesAround(Tile const & tile) const
     {
         int const edge = tileEdge * m_step;
         auto const isInRange = [&](int coord, int low) {
@@ -288,57 +355,162 @@ private:
                 return a->place.z() > b->place.z();
             return a->place.y() != b->place.y() ? a->place.y() > b->place.y() : a->place.x() > b->place.x();
         });
-        for (NodeCubes::Cube const * cube : cubes)
-            countCube(*cube, tile);
+        return cubes;
     }
 
-    // Adds `calcTrilinearWeight` of the samples to those corners that are in the tile.
-    void countCube(NodeCubes::Cube const & cube, Tile const & tile)
+    // False, with nothing done, for a tile that is crowded.
+    bool countTile(Tile const & tile)
+    {
+        std::vector<NodeCubes::Cube const *> const cubes = cubesAround(tile);
+        std::int64_t samplesNumber = 0;
+        for (NodeCubes::Cube const * cube : cubes)
+            samplesNumber += samplesOf(*cube);
+        if (samplesNumber > crowdedSamples)
+            return false;
+        for (NodeCubes::Cube const * cube : cubes)
+            countCube(*cube, tile);
+        return true;
+    }
+
+    void countCrowdedTile(Tile const & tile)
+    {
+        std::vector<NodeCubes::Cube const *> const cubes = cubesAround(tile);
+        std::vector<Corners> corners;
+        corners.reserve(cubes.size());
+        for (NodeCubes::Cube const * cube : cubes)
+            corners.push_back(cornersOf(*cube, tile));
+        std::vector<std::uint8_t> isDoubtful(cubes.size());
+        struct Term
+        {
+            std::array<double, 8> shares;
+            bool isDoubtful;
+        };
+        auto turns = makeSampleTurns<Term>(
+            m_team,
+            [&](int, int cube, int const * samples, int count, Term * terms) {
+                for (int n = 0; n < count; ++n) {
+                    fetchAhead(samples + n);
+                    float const * coords = m_samples.getSampleCoords3(samples[n]);
+                    terms[n].isDoubtful = sharesOf(Point{coords[0], coords[1], coords[2]},
+                                                   corners[static_cast<std::size_t>(cube)], terms[n].shares);
+                }
+            },
+            [&](int number, Term const * terms, int count) {
+                std::size_t const cube = static_cast<std::size_t>(number);
+                std::array<double, 8> sums = sumsAt(corners[cube]);
+                bool isAnyDoubtful = false;
+                for (int n = 0; n < count; ++n) {
+                    for (std::size_t corner = 0; corner < 8; ++corner)
+                        sums[corner] += terms[n].shares[corner];
+                    isAnyDoubtful |= terms[n].isDoubtful;
+                }
+                keepSums(corners[cube], sums);
+                if (isAnyDoubtful)
+                    isDoubtful[cube] = 1;
+            });
+        for (std::size_t cube = 0; cube < cubes.size(); ++cube) {
+            for (int n = cubes[cube]->begin; n < cubes[cube]->end; ++n) {
+                int const cell = m_cubes.cells[static_cast<std::size_t>(n)];
+                turns.add(static_cast<int>(cube), m_octree.getSamplesBegin(cell),
+                          m_octree.getSamplesEnd(cell));
+            }
+        }
+        turns.finish();
+        for (std::size_t cube = 0; cube < cubes.size(); ++cube) {
+            if (isDoubtful[cube] != 0)
+                markDoubtful(*cubes[cube]);
+        }
+    }
+
+    // Where a cube and its corners lie.
+    struct Corners
     {
         Point ends[2]; // of the cube, from below: as nodes
         Point widths[2];
-        m_octree.cellCoordsToReal(ends[0].data(), cube.place);
-        m_octree.cellCoordsToReal(ends[1].data(), cube.place + steps(1));
+        std::array<std::size_t, 8> positions; // in the counts; behind them for one of another tile
+    };
+
+    Corners cornersOf(NodeCubes::Cube const & cube, Tile const & tile) const
+    {
+        Corners corners;
+        m_octree.cellCoordsToReal(corners.ends[0].data(), cube.place);
+        m_octree.cellCoordsToReal(corners.ends[1].data(), cube.place + steps(1));
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            widths[0][axis] = ends[0][axis] + m_edge - ends[0][axis];
-            widths[1][axis] = ends[1][axis] - (ends[1][axis] - m_edge);
+            double const low = corners.ends[0][axis];
+            double const high = corners.ends[1][axis];
+            corners.widths[0][axis] = low + m_edge - low;
+            corners.widths[1][axis] = high - (high - m_edge);
         }
         int const edge = tileEdge * m_step;
-        std::size_t const none = m_counts.size();
-        std::array<std::size_t, 8> positions;
-        std::array<double, 8> sums = {};
         for (unsigned corner = 0; corner < 8; ++corner) {
             CInt3 const place = cube.place + CInt3(static_cast<int>(corner & 1) * m_step,
                                                    static_cast<int>(corner >> 1 & 1) * m_step,
                                                    static_cast<int>(corner >> 2 & 1) * m_step);
             bool const isOwn = place.x() >= tile.lowX && place.x() < tile.lowX + edge &&
                                place.y() >= tile.lowY && place.y() < tile.lowY + edge;
-            positions[corner] = isOwn ? static_cast<std::size_t>(m_nodes.find(place)) : none;
-            if (isOwn)
-                sums[corner] = m_counts[positions[corner]];
+            corners.positions[corner] =
+                isOwn ? static_cast<std::size_t>(m_nodes.find(place)) : m_counts.size();
         }
-        bool isDoubtful = false;
-        visitSamples(cube, [&](int, Point const & point) {
-            double shares[3][2];
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                isDoubtful = isDoubtful || !(point[axis] > ends[0][axis] + m_doubt &&
-                                             point[axis] < ends[1][axis] - m_doubt);
-                for (std::size_t end = 0; end < 2; ++end)
-                    shares[axis][end] = trilinearShare(point[axis], ends[end][axis], widths[end][axis]);
-            }
-            for (std::size_t corner = 0; corner < 8; ++corner)
-                sums[corner] += shares[0][corner & 1] * shares[1][corner >> 1 & 1] * shares[2][corner >> 2];
-        });
+        return corners;
+    }
+
+    std::array<double, 8> sumsAt(Corners const & corners) const
+    {
+        std::array<double, 8> sums = {};
         for (std::size_t corner = 0; corner < 8; ++corner) {
-            if (positions[corner] != none)
-                m_counts[positions[corner]] = sums[corner];
+            if (corners.positions[corner] != m_counts.size())
+                sums[corner] = m_counts[corners.positions[corner]];
         }
-        if (isDoubtful) {
-            // Rounding decides in which cubes a sample on a face counts.
-            for (CLatticeBoxCursor it(&m_nodes, cube.place + steps(-1), cube.place + steps(2));
-                 !it.isFinished(); it.next())
-                m_isDoubtful[static_cast<std::size_t>(it.position())].store(1, std::memory_order_relaxed);
+        return sums;
+    }
+
+    void keepSums(Corners const & corners, std::array<double, 8> const & sums)
+    {
+        for (std::size_t corner = 0; corner < 8; ++corner) {
+            if (corners.positions[corner] != m_counts.size())
+                m_counts[corners.positions[corner]] = sums[corner];
         }
+    }
+
+    // `calcTrilinearWeight` of a sample for each corner. True when rounding decides in which cubes it counts.
+    bool sharesOf(Point const & point, Corners const & corners, std::array<double, 8> & shares) const
+    {
+        bool isDoubtful = false;
+        double ofAxis[3][2];
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            isDoubtful = isDoubtful || !(point[axis] > corners.ends[0][axis] + m_doubt &&
+                                         point[axis] < corners.ends[1][axis] - m_doubt);
+            for (std::size_t end = 0; end < 2; ++end)
+                ofAxis[axis][end] =
+                    trilinearShare(point[axis], corners.ends[end][axis], corners.widths[end][axis]);
+        }
+        for (std::size_t corner = 0; corner < 8; ++corner)
+            shares[corner] = ofAxis[0][corner & 1] * ofAxis[1][corner >> 1 & 1] * ofAxis[2][corner >> 2];
+        return isDoubtful;
+    }
+
+    // Adds the shares of the samples to those corners that are in the tile.
+    void countCube(NodeCubes::Cube const & cube, Tile const & tile)
+    {
+        Corners const corners = cornersOf(cube, tile);
+        std::array<double, 8> sums = sumsAt(corners);
+        bool isDoubtful = false;
+        visitSamples({&cube, cube.begin, 0, samplesOf(cube)}, [&](int, Point const & point) {
+            std::array<double, 8> shares;
+            isDoubtful = sharesOf(point, corners, shares) || isDoubtful;
+            for (std::size_t corner = 0; corner < 8; ++corner)
+                sums[corner] += shares[corner];
+        });
+        keepSums(corners, sums);
+        if (isDoubtful)
+            markDoubtful(cube);
+    }
+
+    void markDoubtful(NodeCubes::Cube const & cube)
+    {
+        for (CLatticeBoxCursor it(&m_nodes, cube.place + steps(-1), cube.place + steps(2)); !it.isFinished();
+             it.next())
+            m_isDoubtful[static_cast<std::size_t>(it.position())].store(1, std::memory_order_relaxed);
     }
 
     // What a place along each axis reaches.
@@ -378,9 +550,9 @@ private:
         std::vector<Lanes> factors[3]; // by place along the axis
     };
 
-    void spreadOverCube(NodeCubes::Cube const & cube, std::vector<float> & values,
-                        SpreadScratch & scratch) const
+    void spreadOverPiece(Piece const & piece, std::vector<float> & values, SpreadScratch & scratch) const
     {
+        NodeCubes::Cube const & cube = *piece.cube;
         CInt3 const first = cube.place + steps(1 - m_reach);
         scratch.reaching.clear();
         scratch.rows.clear();
@@ -416,7 +588,7 @@ private:
             }
         }
         Batch batch;
-        visitSamples(cube, [&](int sample, Point const & point) {
+        visitSamples(piece, [&](int sample, Point const & point) {
             __builtin_prefetch(&values[static_cast<std::size_t>(sample)], 1);
             batch.samples[batch.size] = sample;
             batch.points[batch.size] = point;
