@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
@@ -6,6 +7,7 @@
 #include <QZmath/VolTriang/Stages/BrickedFunction.h>
 #include <QZmath/VolTriang/Stages/CombinationFunction.h>
 #include <QZmath/VolTriang/Stages/IsoSurface.h>
+#include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
@@ -20,6 +22,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <random>
@@ -220,6 +223,62 @@ TEST(BrickFunction, RefusesWhatItCannotHold)
     for (CSingleVarLimitedPolynom const & kernel : {wide, slope, shifted, CSingleVarLimitedPolynom()})
         EXPECT_THROW(BrickFunction(model.lattice, model.octree, kernel, amplitudes), std::exception);
     EXPECT_THROW(BrickFunction(model.lattice, model.octree, spline, {}), std::exception);
+}
+
+TEST(BrickFunction, ATeamMakesTheSame)
+{
+    Model model(makeSphere(20000), 7, true, -1, 0.95);
+    std::mt19937 random(11);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    model.setAmplitudes([&](int) { return uniform(random); });
+    BrickFunction const alone = model.function();
+    CSingleVarLimitedPolynom const & factor = model.kernel.getSummand(0).getMultiplier(0);
+    for (int threads = 1; threads <= 3; ++threads) {
+        QzBackend::LoopTeam::run(threads, nullptr, [&](QzBackend::LoopTeam & team) {
+            BrickFunction const together(model.lattice, model.octree, factor, model.amplitudes, team);
+            for (int n = 0; n < 2000; ++n) {
+                double const point[3] = {0.3 + 1.2 * uniform(random), -1.7 + 1.2 * uniform(random),
+                                         5.0 + 1.2 * uniform(random)};
+                ASSERT_EQ(together.eval(point), alone.eval(point));
+            }
+            ASSERT_EQ(together.deepestBoxes(), alone.deepestBoxes());
+            for (int box = 0; box < alone.deepestBoxes(); ++box) {
+                std::array<double, 6> own, expected;
+                together.deepestBox(box, own.data(), own.data() + 3);
+                alone.deepestBox(box, expected.data(), expected.data() + 3);
+                ASSERT_EQ(own, expected);
+            }
+        });
+    }
+}
+
+// More samples than one thread takes at a time, in few cells: added in the order of one loop over them.
+TEST(BrickFunction, MeanOfCrowdedSamplesIsThatOfOneLoop)
+{
+    std::mt19937 random(12);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    PointCloudSamples cloud = makeSphere(200);
+    for (int n = 0; n < 150000; ++n)
+        cloud.add(cloud.points[static_cast<std::size_t>(n % 7)], {});
+    Model model(cloud, 4, true, -1, 0.95);
+    model.setAmplitudes([&](int) { return uniform(random); });
+    BrickFunction const function = model.function();
+    int const cells = model.octree.getCellsNumberOnDeepestLevel();
+    ASSERT_LT(cells, 256); // that are one piece
+    double values = 0.0;
+    double weights = 0.0;
+    for (int cell = 0; cell < cells; ++cell) {
+        int const * const end = model.octree.getSamplesEnd(cell);
+        for (int const * it = model.octree.getSamplesBegin(cell); it != end; ++it) {
+            float const * const coords = model.samples.getSampleCoords3(*it);
+            double const point[3] = {coords[0], coords[1], coords[2]};
+            values += function.eval(point);
+            weights += 1.0;
+        }
+    }
+    EXPECT_EQ(weights, static_cast<double>(cloud.points.size()));
+    for (int threads = 1; threads <= 3; ++threads)
+        EXPECT_EQ(calcMeanIsoValue(function, model.context(threads)), values / weights);
 }
 
 TEST(BrickFunction, MeanAndSurfaceAgreeWithTheSumOverNodes)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
@@ -29,6 +30,8 @@
 
 namespace VolTr
 {
+
+using QzBackend::LoopTeam;
 
 namespace
 {
@@ -66,6 +69,34 @@ inline bool areEqual(Int4 a, Int4 b)
     using Long2 = std::int64_t __attribute__((vector_size(16)));
     Long2 const difference = reinterpret_cast<Long2>(a ^ b);
     return (difference[0] | difference[1]) == 0;
+}
+
+int const bricksPerPiece = 256;
+
+// Calls visit(brick) for 0 <= brick < count, by pieces of some bricks on the threads of a team.
+template <class Visit>
+void forPieces(LoopTeam & team, std::size_t count, Visit const & visit)
+{
+    int const pieces = static_cast<int>((count + bricksPerPiece - 1) / bricksPerPiece);
+    team.forEach(pieces, [&](int piece) {
+        std::size_t const begin = static_cast<std::size_t>(piece) * bricksPerPiece;
+        std::size_t const end = std::min(count, begin + bricksPerPiece);
+        for (std::size_t brick = begin; brick < end; ++brick)
+            visit(brick);
+    });
+}
+
+// The same on the calling thread, brick after brick; asks for interruption now and then.
+template <class Visit>
+void forAllInOrder(LoopTeam & team, std::size_t count, Visit const & visit)
+{
+    std::size_t const perTurn = std::size_t{1} << 16;
+    for (std::size_t begin = 0; begin < count; begin += perTurn) {
+        team.forEach(1, [&](int) {
+            for (std::size_t brick = begin; brick < std::min(count, begin + perTurn); ++brick)
+                visit(brick);
+        });
+    }
 }
 
 std::uint64_t hashOfBrick(int x, int y, int z) { return CLatticeHash::hashOf(CInt3(x, y, z), 0); }
@@ -137,6 +168,21 @@ BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octre
                              bool usesVectors)
     : m_usesVectors(usesVectors && hasVectors()), m_firstDepth(lattice.firstDepth())
 {
+    LoopTeam::run(1, nullptr, [&](LoopTeam & team) { make(lattice, octree, kernel, amplitudes, team); });
+}
+
+BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octree,
+                             CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes,
+                             LoopTeam & team, bool usesVectors)
+    : m_usesVectors(usesVectors && hasVectors()), m_firstDepth(lattice.firstDepth())
+{
+    make(lattice, octree, kernel, amplitudes, team);
+}
+
+void BrickFunction::make(BrickLattice const & lattice, COctree const & octree,
+                         CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes,
+                         LoopTeam & team)
+{
     EvenSpline const spline(kernel);
     int const deepest = lattice.endDepth() - 1;
     if (!spline.isGood || deepest > greatestDepth || amplitudes.size() < lattice.nodesNumber())
@@ -158,16 +204,22 @@ BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octre
         level.half = allInts(lattice.isCentred() ? 0 : 1 << (shift - 1));
         level.scale = all(std::ldexp(1.0f, -shift));
         level.perUnit = 1.0 / octree.getCellSize(depth);
-        makeLevel(lattice.level(depth), amplitudes.data(), level);
+        makeLevel(lattice.level(depth), amplitudes.data(), team, level);
     }
     m_deepestCell = octree.getCellSize(deepest);
     m_deepestShift = lattice.isCentred() ? 0.5 : 0.0;
-    BrickLevel const & last = lattice.level(deepest);
-    m_deepestBoxes.reserve(last.bricks.size());
-    for (int brick = 0; brick < last.bricksNumber(); ++brick) {
-        Box box = {{brickEdge, brickEdge, brickEdge}, {-1, -1, -1}};
+    makeDeepestBoxes(lattice.level(deepest), team);
+}
+
+void BrickFunction::makeDeepestBoxes(BrickLevel const & deepest, LoopTeam & team)
+{
+    m_deepestBoxes.resize(deepest.bricks.size());
+    forPieces(team, deepest.bricks.size(), [&](std::size_t brick) {
+        Box & box = m_deepestBoxes[brick];
+        box = {{brickEdge, brickEdge, brickEdge}, {-1, -1, -1}};
+        std::uint8_t const * const rows = deepest.rowsOf(static_cast<int>(brick));
         for (int n = 0; n < brickPlaces; ++n) {
-            if ((last.rowsOf(brick)[n >> 3] >> (n & 7) & 1) == 0)
+            if ((rows[n >> 3] >> (n & 7) & 1) == 0)
                 continue;
             std::array<int, 3> const place = {n >> 6, n >> 3 & 7, n & 7};
             for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -176,12 +228,11 @@ BrickFunction::BrickFunction(BrickLattice const & lattice, COctree const & octre
             }
         }
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            int const first = brickEdge * last.bricks[static_cast<std::size_t>(brick)][axis];
+            int const first = brickEdge * deepest.bricks[brick][axis];
             box.low[axis] += first;
             box.high[axis] += first;
         }
-        m_deepestBoxes.push_back(box);
-    }
+    });
 }
 
 void BrickFunction::deepestBox(int box, double * low3, double * high3) const
@@ -208,8 +259,7 @@ int BrickFunction::Level::brickIndex(int x, int y, int z) const
 
 float const * BrickFunction::Level::brickAt(int x, int y, int z) const
 {
-    return rows.data() +
-           static_cast<std::size_t>(brickIndex(x, y, z)) * static_cast<std::size_t>(brickStride);
+    return rows.get() + static_cast<std::size_t>(brickIndex(x, y, z)) * static_cast<std::size_t>(brickStride);
 }
 
 void BrickFunction::addAmplitude(int depth, std::array<int, 3> const & place, float amplitude)
@@ -238,45 +288,56 @@ double BrickFunction::kernelSum() const
     return sum * sum * sum;
 }
 
-void BrickFunction::makeLevel(BrickLevel const & source, float const * amplitudes, Level & level) const
+void BrickFunction::makeLevel(BrickLevel const & source, float const * amplitudes, LoopTeam & team,
+                              Level & level)
 {
     // A brick without nodes is needed where the end of its rows repeats nodes of the next one.
     std::size_t const own = source.bricks.size();
+    std::vector<std::uint8_t> isRepeated(own);
+    forPieces(team, own, [&](std::size_t brick) {
+        std::uint8_t const * const rows = source.rowsOf(static_cast<int>(brick));
+        isRepeated[brick] =
+            std::any_of(rows, rows + brickRows, [](std::uint8_t row) { return (row & 3) != 0; }) ? 1 : 0;
+    });
     level.bricks.push_back({std::numeric_limits<int>::min(), 0, 0});
     level.bricks.insert(level.bricks.end(), source.bricks.begin(), source.bricks.end());
     std::vector<std::size_t> before(own); // the brick that precedes each along z
-    for (std::size_t brick = 0; brick < own; ++brick) {
+    forAllInOrder(team, own, [&](std::size_t brick) {
         int const neighbour = source.neighboursOf(static_cast<int>(brick))[9 * 1 + 3 * 1 + 0];
-        std::uint8_t const * const rows = source.rowsOf(static_cast<int>(brick));
-        bool const isRepeated =
-            std::any_of(rows, rows + brickRows, [](std::uint8_t row) { return (row & 3) != 0; });
         before[brick] = neighbour >= 0 ? static_cast<std::size_t>(neighbour) + 1 : 0;
-        if (neighbour < 0 && isRepeated) {
+        if (neighbour < 0 && isRepeated[brick] != 0) {
             std::array<int, 3> place = source.bricks[brick];
             --place[2];
             before[brick] = level.bricks.size();
             level.bricks.push_back(place);
         }
-    }
+    });
     level.bricks.shrink_to_fit();
     std::size_t slots = 4;
     while (slots < 2 * level.bricks.size())
         slots *= 2;
     level.slots.assign(slots, -1);
-    for (std::size_t brick = 1; brick < level.bricks.size(); ++brick) {
+    forAllInOrder(team, level.bricks.size(), [&](std::size_t brick) {
+        if (brick == 0)
+            return;
         std::array<int, 3> const & place = level.bricks[brick];
         std::size_t slot = hashOfBrick(place[0], place[1], place[2]) & (slots - 1);
         while (level.slots[slot] >= 0)
             slot = (slot + 1) & (slots - 1);
         level.slots[slot] = static_cast<int>(brick);
-    }
-    level.rows.assign(level.bricks.size() * static_cast<std::size_t>(brickStride) + loadMargin, 0.0f);
-    for (std::size_t brick = 0; brick < own; ++brick) {
+    });
+    // Left as it comes: pages of memory are made where they are first written to, by all threads.
+    std::size_t const stride = static_cast<std::size_t>(brickStride);
+    level.rows.reset(new float[level.bricks.size() * stride + loadMargin]);
+    forPieces(team, level.bricks.size(),
+              [&](std::size_t brick) { std::fill_n(level.rows.get() + brick * stride, stride, 0.0f); });
+    std::fill_n(level.rows.get() + level.bricks.size() * stride, loadMargin, 0.0f);
+    // Each brick has one before it, whose ends of rows no other one repeats in.
+    forPieces(team, own, [&](std::size_t brick) {
         std::uint8_t const * const masks = source.rowsOf(static_cast<int>(brick));
         float const * amplitude = amplitudes + source.firstNode[brick];
-        float * const dense = level.rows.data() + (brick + 1) * static_cast<std::size_t>(brickStride);
-        float * const denseBefore =
-            level.rows.data() + before[brick] * static_cast<std::size_t>(brickStride) + brickEdge;
+        float * const dense = level.rows.get() + (brick + 1) * stride;
+        float * const denseBefore = level.rows.get() + before[brick] * stride + brickEdge;
         for (int row = 0; row < brickRows; ++row) {
             for (int z = 0; z < brickEdge; ++z) {
                 if ((masks[row] >> z & 1) == 0)
@@ -287,7 +348,7 @@ void BrickFunction::makeLevel(BrickLevel const & source, float const * amplitude
                 ++amplitude;
             }
         }
-    }
+    });
 }
 
 // Splits a point into whole steps of the lattice and the rest. False where no node reaches, and for NaN.
@@ -571,7 +632,7 @@ void BrickFunction::addLevelOnGrid(Level const & level, GridScratch::Box & box, 
                 for (int z = low[2]; z <= high[2]; ++z) {
                     float const * const brick = level.brickAt(x, y, z);
                     box.bricks[x - low[0]][y - low[1]][z - low[2]] = brick;
-                    box.isEmpty = box.isEmpty && brick == level.rows.data();
+                    box.isEmpty = box.isEmpty && brick == level.rows.get();
                 }
             }
         }

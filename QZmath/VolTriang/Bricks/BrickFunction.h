@@ -8,7 +8,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <vector>
+
+namespace QzBackend
+{
+class LoopTeam;
+}
 
 namespace VolTr
 {
@@ -94,6 +100,10 @@ public:
     BrickFunction(BrickLattice const & lattice, COctree const & octree,
                   CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes,
                   bool usesVectors = true);
+    /// The same by the threads of a team, which asks for interruption between pieces of a few milliseconds.
+    BrickFunction(BrickLattice const & lattice, COctree const & octree,
+                  CSingleVarLimitedPolynom const & kernel, std::vector<float> const & amplitudes,
+                  QzBackend::LoopTeam & team, bool usesVectors = true);
 
     /// Can a function have nodes as deep as `depth` and `kernel` as k?
     static bool canServe(int depth, CSingleVarLimitedPolynom const & kernel);
@@ -154,7 +164,7 @@ private:
         double perUnit; // cells of the depth in a model unit
         std::vector<std::array<int, 3>> bricks;
         std::vector<int> slots;
-        std::vector<float> rows;
+        std::unique_ptr<float[]> rows;
 
         Window around(Int4 step, Float4 rest) const;
         int brickIndex(int x, int y, int z) const; // the empty brick 0 where there is none
@@ -171,7 +181,11 @@ private:
         float outerFactor;
     };
 
-    void makeLevel(BrickLevel const & source, float const * amplitudes, Level & level) const;
+    void make(BrickLattice const & lattice, COctree const & octree, CSingleVarLimitedPolynom const & kernel,
+              std::vector<float> const & amplitudes, QzBackend::LoopTeam & team);
+    static void makeLevel(BrickLevel const & source, float const * amplitudes, QzBackend::LoopTeam & team,
+                          Level & level);
+    void makeDeepestBoxes(BrickLevel const & deepest, QzBackend::LoopTeam & team);
     double sumPlain(Int4 step, Float4 rest, Hint & hint) const;
     // The same bits, two levels at a time.
     static bool hasVectors();

@@ -113,8 +113,12 @@ std::unique_ptr<ImplicitFunction> BrickPath::solve(StageContext const & context)
     toAmplitudes(solution.values);
     m_system.reset(); // its memory serves the function
     m_right = {};
-    return std::make_unique<BrickedFunction>(BrickFunction(
-        *m_lattice, context.octree, kernelFactor(*context.basis.getSamplePtr()), solution.values));
+    std::unique_ptr<ImplicitFunction> function;
+    LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
+        function = std::make_unique<BrickedFunction>(BrickFunction(
+            *m_lattice, context.octree, kernelFactor(*context.basis.getSamplePtr()), solution.values, team));
+    });
+    return function;
 }
 
 // Up to a common positive factor.
