@@ -240,7 +240,7 @@ TEST(DistributedReconstruction, GoesOnFromACheckpoint)
         from.resume = folder;
         from.threads = 1;
         DistributedReport report;
-        reconstructDistributed(group.get(), {}, from, part, &report);
+        reconstructDistributed(group.get(), QZmath::PointCloudView(), from, part, &report);
         WholeMesh const mesh(group, part);
         EXPECT_EQ(mesh.triangles.size(), expected.triangles.size());
         EXPECT_LT(mesh.distancesTo(expected, cloud, report.leafCell)[0], 1e-3 * report.leafCell);
