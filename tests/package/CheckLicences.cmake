@@ -28,5 +28,11 @@ execute_process(COMMAND "${COMPILER}" "${WORK_DIR}/main.cpp" -o "${WORK_DIR}/pre
                 "${WORK_DIR}/libforeign.so" "-Wl,-rpath,${WORK_DIR}" COMMAND_ERROR_IS_FATAL ANY)
 check("libforeign.so () is not in docs/licences.md" 1)
 check("cholmod_like is linked in from a library under the GPL" 1)
+# What is for clusters, in another program.
+if(EXISTS "${WORK_DIR}/prefix/bin/qzrecon-mpi")
+    file(COPY_FILE "${WORK_DIR}/prefix/bin/qzrecon-mpi" "${WORK_DIR}/prefix/bin/other-mpi")
+    check("libmpi.so.40 is for clusters only" 1)
+    file(REMOVE "${WORK_DIR}/prefix/bin/other-mpi")
+endif()
 file(REMOVE "${WORK_DIR}/prefix/bin/foreign" "${WORK_DIR}/prefix/share/doc/QZmath/notices/libsuperlu5")
 check("no notices of libsuperlu5 are installed" 1)
