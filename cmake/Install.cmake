@@ -1,14 +1,18 @@
 # SPDX-License-Identifier: Apache-2.0
 include(CMakePackageConfigHelpers)
 
-set(libraries QZsys QZmath QZmathFiles QZmathViewer)
-if(QZMATH_BUILD_MPI)
-    list(APPEND libraries QZmathDistributed)
-endif()
-install(TARGETS ${libraries} EXPORT QZmathTargets
+install(TARGETS QZsys QZmath QZmathFiles QZmathViewer EXPORT QZmathTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(EXPORT QZmathTargets NAMESPACE QZmath:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath COMPONENT development)
+# Apart, because clients of it need MPI too.
+if(QZMATH_BUILD_MPI)
+    install(TARGETS QZmathDistributed EXPORT QZmathDistributedTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT cluster
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT cluster)
+    install(EXPORT QZmathDistributedTargets NAMESPACE QZmath:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath
+            COMPONENT cluster)
+endif()
 
 configure_package_config_file(cmake/QZmathConfig.cmake.in QZmathConfig.cmake
     INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/QZmath)

@@ -14,7 +14,7 @@ run("${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" --config "$
 # Nothing private may have come along, and the files of the package must be where they are looked for.
 file(GLOB_RECURSE headers RELATIVE "${prefix}/include" "${prefix}/include/*")
 foreach(header IN LISTS headers)
-    if(header MATCHES "(Impl|Detail)\\.h$|/Backend/|/(Files|Viewer)/.*/|\\.cpp$")
+    if(header MATCHES "(Impl|Detail)\\.h$|/Backend/|/(Files|Viewer|Distributed)/.*/|\\.cpp$")
         message(FATAL_ERROR "private file installed: ${header}")
     endif()
 endforeach()
@@ -37,6 +37,9 @@ run("${CMAKE_COMMAND}" --build "${WORK_DIR}/client" --config "${CONFIGURATION}")
 run("${WORK_DIR}/client/client")
 run("${WORK_DIR}/client/files")
 run("${WORK_DIR}/client/viewer")
+if(EXISTS "${WORK_DIR}/client/cluster")
+    run("${WORK_DIR}/client/cluster")
+endif()
 file(RENAME "${moved}" "${prefix}")
 
 # Through pkg-config, and the older dynamic linker path.
