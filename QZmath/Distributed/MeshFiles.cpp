@@ -60,8 +60,7 @@ std::string reasonOf(int code)
     return VsUt::escaped(std::string(text, static_cast<std::size_t>(length)));
 }
 
-// Takes the room on the disk at once, where the system can, so that a full one shows before anything is
-// written.
+// Takes the room on the disk at once, where the system can, so that a full one shows before all writing.
 void makeRoom(std::string const & pendingPath, std::string const & path, std::uint64_t size)
 {
     int const file = open(pendingPath.c_str(), O_WRONLY | O_CLOEXEC);

@@ -13,8 +13,7 @@ namespace qz_sampling
 /// An open landscape without end: a fractal height field over the plane, z = height(x, y), in metres. It is
 /// the sum of gradient noise (Perlin, An image synthesizer, 1985) of wavelengths from 1024 down to 2, each
 /// less high than the one before. What is random comes from hashes of lattice coordinates, so that any place
-/// costs the same, nothing is stored, and the same seed gives the same bits on every platform with IEEE
-/// numbers.
+/// costs the same, nothing is stored, and a seed gives the same bits wherever numbers are those of IEEE.
 class Terrain
 {
 public:

@@ -23,8 +23,7 @@ using namespace QZmath::Distributed;
 using QZmath::PointCloudView;
 using testing::HasSubstr;
 
-// A cloud far from the origin, so that its local coordinates are others, with colours that tell the points
-// apart.
+// A cloud far from the origin, so that its local coordinates are others. Colours tell the points apart.
 struct WholeCloud
 {
     std::vector<double> positions;
