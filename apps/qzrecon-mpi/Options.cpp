@@ -104,8 +104,9 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
     app.add_flag_callback(
         "--closed,--watertight", [&wanted] { wanted.trimDistance = -1.0; },
         "Keep the surface far from all samples too, so that gaps are closed");
-    app.add_option("--trim", wanted.trimDistance,
-                   "Leaf cells from the nearest sample, or spacings of the samples, at which the surface ends")
+    app.add_option(
+           "--trim", wanted.trimDistance,
+           "Leaf cells from the nearest sample, or spacings of the samples, at which the surface ends")
         ->type_name("D")
         ->capture_default_str();
     app.add_option("--smallest-component,--min-component", wanted.smallestComponent,

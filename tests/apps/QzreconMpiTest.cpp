@@ -174,7 +174,7 @@ TEST_F(QzreconMpi, SaysOnceWhatIsWrongAndLeavesNothing)
     expectComplaint(3, withTiles({"-o", path("none/mesh.ply"), "--depth", "6"}), "rank 0: cannot write ");
 }
 
-// Whoever is told to end, the launcher or a rank, and be it killed: nobody hangs, and no part of a file stays.
+// Whoever is told to end, the launcher or a rank, and be it killed: nobody hangs, and no pending file stays.
 TEST_F(QzreconMpi, EndsOnAllRanks)
 {
     writeTiles(600000);
