@@ -45,6 +45,7 @@ struct Failure
 {
     std::int64_t code = 0; // 0: none, 1: interrupted, else 2 + kind
     std::string cause;
+    std::int64_t rank = -1; // that failed, when all have learned of it before; else the own one
 };
 
 Kind kindOf(ReconstructionError::Kind kind)
@@ -74,7 +75,9 @@ Failure describe(std::exception_ptr const & exception)
     } catch (CUserIntrException const &) {
         return {1, ""};
     } catch (RankError const & error) {
-        return failed(error.kind(), error.cause().c_str());
+        Failure known = failed(error.kind(), error.cause().c_str());
+        known.rank = error.rank();
+        return known;
     } catch (ReconstructionError const & error) {
         return failed(kindOf(error.kind()), error.what());
     } catch (InputError const & error) {
@@ -214,7 +217,8 @@ void Communicator::agree(std::exception_ptr const & failure) const
         throw CUserIntrException("interrupted");
     std::int64_t const code = broadcast(own.code, failing);
     std::string const cause = broadcast(own.cause, failing);
-    throw RankError(static_cast<Kind>(code - 2), failing, cause);
+    int const rank = static_cast<int>(broadcast(own.rank < 0 ? std::int64_t{m_rank} : own.rank, failing));
+    throw RankError(static_cast<Kind>(code - 2), rank, cause);
 }
 
 std::vector<std::size_t> Communicator::exchangeCounts(std::vector<std::size_t> const & sizes) const
@@ -264,6 +268,10 @@ void Communicator::exchangeElements(std::vector<void const *> const & sources,
         return static_cast<std::size_t>(total);
     };
     std::vector<char> out, in;
+    together([&] { // no round is larger than the first one
+        out.reserve(plan(sizes, 0, sent, sentAt) * bytes);
+        in.reserve(plan(arriving, 0, received, receivedAt) * bytes);
+    });
     for (std::size_t begin = 0; begin < most; begin += perPair) {
         out.resize(plan(sizes, begin, sent, sentAt) * bytes);
         in.resize(plan(arriving, begin, received, receivedAt) * bytes);

@@ -49,8 +49,9 @@ public:
     void sum(double * values, std::size_t count) const;
     void sum(std::int64_t * values, std::size_t count) const;
 
-    /// Sends `toRanks[r]` to each rank r; gives what came from all ranks, in their order.
-    /// \param counts optional: how many elements came from each rank
+    /// Sends `toRanks[r]` to each rank r; gives what came from all ranks, in their order. Throws as
+    /// `together` does where a rank has no memory for it. \param counts optional: how many elements came from
+    /// each rank
     template <class T>
     std::vector<T> exchange(std::vector<std::vector<T>> const & toRanks,
                             std::vector<std::size_t> * counts = nullptr) const
@@ -66,7 +67,8 @@ public:
         std::size_t total = 0;
         for (std::size_t const count : arriving)
             total += count;
-        std::vector<T> result(total);
+        std::vector<T> result;
+        together([&] { result.resize(total); });
         exchangeElements(sources, sizes, arriving, result.data(), sizeof(T));
         if (counts != nullptr)
             *counts = arriving;
@@ -82,7 +84,8 @@ public:
         std::size_t total = 0;
         for (std::size_t const count : arriving)
             total += count;
-        std::vector<T> result(total);
+        std::vector<T> result;
+        together([&] { result.resize(total); });
         gatherElements(own.data(), own.size(), arriving, result.data(), sizeof(T));
         if (counts != nullptr)
             *counts = arriving;

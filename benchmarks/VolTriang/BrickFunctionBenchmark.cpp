@@ -58,8 +58,12 @@ struct Model
             double const radius = std::hypot(position[0], position[1], position[2]);
             amplitudes.push_back(static_cast<float>((1.0 - radius) * std::exp2(octree.getNodeDepth(node))));
         }
-        function = std::make_unique<BrickFunction>(lattice, octree, kernel.getSummand(0).getMultiplier(0),
-                                                   amplitudes);
+        function = std::make_unique<BrickFunction>(makeFunction());
+    }
+
+    BrickFunction makeFunction() const
+    {
+        return BrickFunction(lattice, octree, kernel.getSummand(0).getMultiplier(0), amplitudes);
     }
 
     StageContext context() const
@@ -166,7 +170,7 @@ private:
 void meanAtSamples(benchmark::State & state)
 {
     Model & model = modelOfDepth(static_cast<int>(state.range(0)));
-    BrickedFunction const function(*model.function);
+    BrickedFunction const function(model.makeFunction());
     std::int64_t evaluated = 0;
     for (auto _ : state) {
         benchmark::DoNotOptimize(function.meanAtSamples(model.context()));
@@ -180,7 +184,7 @@ template <bool isInBricks>
 void extractSurface(benchmark::State & state)
 {
     Model & model = modelOfDepth(static_cast<int>(state.range(0)));
-    BrickedFunction const inBricks(*model.function);
+    BrickedFunction const inBricks(model.makeFunction());
     double const isoValue = inBricks.meanAtSamples(model.context());
     auto combination = std::make_unique<Combination>(model.basis.get());
     for (std::size_t n = 0; n < model.amplitudes.size(); ++n) {
