@@ -159,8 +159,8 @@ void Run::run()
     {
         std::optional<CPrgCntSubPhase> part;
         m_ranks.together([&] { part.emplace(&m_progress, 10, 80, 0, true); });
-        reconstructDistributed(m_ranks.get(), std::move(shares.cloud), m_options.reconstruction, mesh, &report,
-                               &m_progress);
+        reconstructDistributed(m_ranks.get(), std::move(shares.cloud), m_options.reconstruction, mesh,
+                               &report, &m_progress);
     }
     for (DistributedReport::Phase const & phase : report.phases)
         m_phases.emplace_back(phase.name, phase.seconds);
