@@ -19,13 +19,14 @@ FOLDERS = {
     "Foundation": "Points, matrices, frames, small numerics",
     "Files": "Readers and writers of clouds and meshes",
     "Viewer": "Meshes as pages for a browser and as stills",
+    "Distributed": "Reconstruction and linear systems over the ranks of a cluster",
     "BlockProcessor": "Work on the blocks of a model",
     "Persistence": "Documents, data out of memory, heap, colours",
     "QZsys": "Progress, threads, exceptions, log",
 }
 GUIDE = ["tutorial", "gallery", "parameters", "troubleshooting", "qzrecon", "python", "viewer"]
-SUBJECTS = ["reconstruction", "files", "linear-systems", "fitting", "surface-analysis", "foundation", "persistence",
-            "block-processing", "kernels-and-bases"]
+SUBJECTS = ["reconstruction", "distributed", "files", "linear-systems", "fitting", "surface-analysis", "foundation",
+            "persistence", "block-processing", "kernels-and-bases"]
 HOUSE = ["benchmarks", "reliability", "architecture", "licences"]
 
 
@@ -39,7 +40,7 @@ def headers(xml: Path) -> "dict[str, list[str]]":
         assert place is not None
         path = place.attrib["file"]
         parts = path.split("/")
-        if parts[-1] in ("QZmath.h", "QZsys.h", "Files.h", "Viewer.h", "Export.h", "Version.h"):
+        if parts[-1] in ("QZmath.h", "QZsys.h", "Files.h", "Viewer.h", "Distributed.h", "Export.h", "Version.h"):
             continue
         found.setdefault("QZsys" if parts[0] == "QZsys" else parts[1], []).append(path)
     return {folder: sorted(paths) for folder, paths in found.items()}
