@@ -147,9 +147,10 @@ void Run::run(PointCloudView const & localPoints, std::function<void()> const & 
     inPhase("iso-value", 0.6, [&] { field.findIsoValue(); });
     QzBackend::returnFreedMemory(static_cast<double>(m_cloud.size()));
     inPhase("surface", 1.0, [&] {
-        extractSurface(
-            {m_ranks, *m_partition, m_cloud, field.context(), field.function(), field.isoValue(), m_options},
-            mesh, m_report);
+        VolTr::StageContext const stage = field.context();
+        extractSurface({m_ranks, *m_partition, m_cloud, stage, field.function(), field.isoValue(), m_options,
+                        [&field] { field.release(); }},
+                       mesh, m_report);
     });
     m_report.spacing /= m_frame.scale;
     mesh.origin = m_frame.origin;

@@ -74,6 +74,12 @@ VolTr::StageContext ImplicitField::context()
             m_progress, nullptr,  m_coreReport, m_threads};
 }
 
+void ImplicitField::release()
+{
+    m_function.reset();
+    m_density = VolTr::SampleDensity();
+}
+
 void ImplicitField::buildTree()
 {
     m_ranks.together([&] {

@@ -60,6 +60,8 @@ public:
     VolTr::BrickFunction const & function() const { return *m_function; }
     double isoValue() const { return m_isoValue; }
     VolTr::StageContext context();
+    /// Frees the function and the weights; the context tells of neither afterwards.
+    void release();
 
 private:
     Communicator const & m_ranks;

@@ -8,6 +8,7 @@
 #include <QZmath/Distributed/Surface/SampleSpacing.h>
 #include <QZmath/Distributed/Surface/Steps.h>
 
+#include <QZmath/Backend/FreeMemory.h>
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/Reconstruction/Call/MeshTarget.h>
 #include <QZmath/Reconstruction/Mesh/Attributes.h>
@@ -112,6 +113,9 @@ public:
             gatherFarSamples();
             findMesh();
         }
+        if (m_input.releaseFunction)
+            m_input.releaseFunction();
+        QzBackend::returnFreedMemory(static_cast<double>(m_input.cloud.size()));
         {
             RankPhase const phase(m_ranks, m_context.progress, 0.8, 0.1);
             trim();
@@ -121,6 +125,7 @@ public:
             RankPhase const phase(m_ranks, m_context.progress, 0.9, 0.1);
             addColours();
         }
+        m_samples.reset();
         handOver(mesh);
         report.spacing = m_spacing * m_context.octree.getUnit();
         if (m_input.options.trimDistance * m_spacing > greatestTrimDistance)
@@ -201,6 +206,7 @@ void SurfacePart::findMesh()
         RankPhase const phase(m_ranks, m_context.progress, 0.0, 0.3);
         surface = fit();
     }
+    QzBackend::returnFreedMemory(static_cast<double>(m_input.cloud.size()));
     MeshTarget target(m_part.mesh, m_input.options.vertexNormals);
     if (surface != nullptr) {
         VolTr::RefiningSink sink(*surface, m_evaluation, m_frame.edge, m_context, target, INT_MAX);
@@ -208,6 +214,7 @@ void SurfacePart::findMesh()
             RankPhase const phase(m_ranks, m_context.progress, 0.3, 0.5);
             walk(sink);
         }
+        QzBackend::returnFreedMemory(static_cast<double>(m_input.cloud.size()));
         share(static_cast<std::size_t>(sink.vertexCount()));
         Steps steps(m_ranks);
         sink.setMarkExchange([&](std::vector<char> & marks) {

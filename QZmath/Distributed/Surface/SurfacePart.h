@@ -7,6 +7,8 @@
 #include <QZmath/Distributed/Export.h>
 #include <QZmath/Distributed/Ranks/Partition.h>
 
+#include <functional>
+
 namespace VolTr
 {
 class BrickFunction;
@@ -35,6 +37,8 @@ struct SurfaceInput
     VolTr::BrickFunction const & function;
     double isoValue;
     DistributedOptions const & options;
+    /// Called when neither the function nor the weights of the samples are needed any more; may be empty.
+    std::function<void()> releaseFunction{};
 };
 
 /// The surface is cut off at most so many leaf cells from the samples.

@@ -155,7 +155,7 @@ private:
         }
     }
 
-    static int const samplesAhead = 8; // that are fetched while one is at hand
+    static constexpr int samplesAhead = 8; // that are fetched while one is at hand
 
     StageContext const & m_context;
     BrickLevel const & m_level;

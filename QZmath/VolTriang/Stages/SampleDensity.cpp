@@ -229,11 +229,11 @@ private:
     {
         int lowX, lowY; // up to lowX + tileEdge, lowY + tileEdge steps
     };
-    static int const tileEdge = 8;
-    static int const samplesAhead = 12; // that are fetched while one is at hand
+    static constexpr int tileEdge = 8;
+    static constexpr int samplesAhead = 12; // that are fetched while one is at hand
     // More of them in a tile are not one thread's alone.
     static std::int64_t const crowdedSamples = 1 << 18;
-    static int const samplesPerSpread = 1 << 14; // that one body spreads over
+    static constexpr int samplesPerSpread = 1 << 14; // that one body spreads over
 
     // A number of nodes along each axis.
     CInt3 steps(int number) const { return CInt3(number * m_step, number * m_step, number * m_step); }
