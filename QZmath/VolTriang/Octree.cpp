@@ -71,7 +71,8 @@ std::int64_t sumUp(LoopTeam & team, std::vector<int> & counts)
 
 int treeThreads(IInputSamples const & samples)
 {
-    return samples.pointsNumber() < leastForThreads ? 1 : CVescaThreadingTasksHelper::getNumOfPhisicalThread();
+    return samples.pointsNumber() < leastForThreads ? 1
+                                                    : CVescaThreadingTasksHelper::getNumOfPhisicalThread();
 }
 
 } // namespace
