@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# bash completion of qzrecon and qzrecon-sample: options out of their help, values of those that have a list there.
+# bash completion of qzrecon, qzrecon-sample and qzrecon-mpi: options out of their help, values of those that have a list there.
 _qzrecon()
 {
     local cur prev words cword split
@@ -17,4 +17,4 @@ _qzrecon()
     else
         _filedir
     fi
-} && complete -F _qzrecon qzrecon qzrecon-sample
+} && complete -F _qzrecon qzrecon qzrecon-sample qzrecon-mpi
