@@ -7,6 +7,7 @@
 #include <QZmath/VolTriang/Stages/RunPhases.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 
+#include <Distributed/DealtPoints.h>
 #include <gtest/gtest.h>
 #include <support/SampledClouds.h>
 
@@ -20,34 +21,6 @@ namespace
 {
 
 using namespace QZmath::Distributed;
-
-// A cloud dealt out to the ranks in pieces of unequal lengths.
-struct DealtCloud
-{
-    PointCloudSamples all;
-    std::vector<float> positions, normals;
-    std::int64_t firstNumber = 0;
-    QZmath::PointCloudView view;
-
-    DealtCloud(PointCloudSamples cloud, Communicator const & ranks) : all(std::move(cloud))
-    {
-        std::size_t const size = all.points.size();
-        auto const bound = [&](int rank) {
-            double const share = std::pow(static_cast<double>(rank) / ranks.size(), 1.5);
-            return static_cast<std::size_t>(share * static_cast<double>(size));
-        };
-        std::size_t const begin = bound(ranks.rank());
-        std::size_t const end = bound(ranks.rank() + 1);
-        firstNumber = static_cast<std::int64_t>(begin);
-        for (std::size_t n = begin; n < end; ++n) {
-            positions.insert(positions.end(), all.points[n].begin(), all.points[n].end());
-            normals.insert(normals.end(), all.normals[n].begin(), all.normals[n].end());
-        }
-        view.size = end - begin;
-        view.positions = positions.data();
-        view.normals = normals.data();
-    }
-};
 
 // The function of one process, over the same octree.
 struct WholeField
@@ -94,7 +67,7 @@ struct Difference
 // The field of a dealt cloud.
 struct RankField
 {
-    DealtCloud dealt;
+    qz_test::DealtPoints const dealt;
     DistributedReport report;
     CloudFrame frame;
     std::optional<Partition> partition;
@@ -103,8 +76,9 @@ struct RankField
     std::optional<ImplicitField> field;
 
     RankField(Communicator const & ranks, PointCloudSamples const & cloud, DistributedOptions const & options)
-        : dealt(cloud, ranks),
-          own(gatherCloud(ranks, dealt.view, dealt.firstNumber, options, frame, partition, report)),
+        : dealt(cloud, ranks.rank(), ranks.size(), 3),
+          own(gatherCloud(ranks, dealt.view(), ranks.sumBefore(static_cast<std::int64_t>(dealt.view().size)),
+                          options, frame, partition, report)),
           cube(treeCubeOf(frame))
     {
         field.emplace(ranks, *partition, own, cube, options, frame.depth, 1, report, nullptr);
@@ -125,7 +99,7 @@ Difference compare(Communicator const & ranks, PointCloudSamples const & cloud,
     ImplicitField & field = *made.field;
     Difference result;
     result.report = made.report;
-    WholeField const whole(made.dealt.all, field.context().params);
+    WholeField const whole(cloud, field.context().params);
     auto const evaluator = whole.function->makeEvaluator(1.0);
     double const leaf = whole.octree->getUnit();
     double squares = 0.0;
