@@ -38,7 +38,8 @@ run("${WORK_DIR}/client/client")
 run("${WORK_DIR}/client/files")
 run("${WORK_DIR}/client/viewer")
 if(EXISTS "${WORK_DIR}/client/cluster")
-    run("${WORK_DIR}/client/cluster")
+    # MPI keeps some memory to the end, which is none of ours.
+    run("${CMAKE_COMMAND}" -E env "ASAN_OPTIONS=detect_leaks=0" "${WORK_DIR}/client/cluster")
 endif()
 file(RENAME "${moved}" "${prefix}")
 
