@@ -193,6 +193,10 @@ void DistributedOptions::check() const
         refuse("trimDistance is out of range: 0.5 to 100, or below 0");
     if (!isIn(smallestComponent, 0.0, 1.0))
         refuse("smallestComponent is out of range: 0 to 1");
+    if (normalNeighbours < 3 || normalNeighbours > 1000)
+        refuse("normalNeighbours is out of range: 3 to 1000");
+    if (!std::isfinite(viewpoint[0] + viewpoint[1] + viewpoint[2]))
+        refuse("viewpoint is not finite");
     if (threads < 0)
         refuse("threads is out of range: 0 or more");
     if (!isIn(tolerance, 0.0, 0.5))

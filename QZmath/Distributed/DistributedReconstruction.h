@@ -23,7 +23,8 @@ class CProgressCounter;
 ///     QZmath::Distributed::reconstructDistributed(MPI_COMM_WORLD, own, {}, mesh);
 ///
 /// Which rank has which points does not matter; they may overlap in space. Every call here is collective. The
-/// cloud needs normals, as no rank sees enough of it to tell inside from outside.
+/// cloud needs normals, or a place that it was seen from, as no rank sees enough of it to tell inside from
+/// outside.
 namespace QZmath::Distributed
 {
 
@@ -41,6 +42,13 @@ struct DistributedOptions
     double trimDistance = 4;
     /// Pieces with a smaller share of the triangles are dropped, 0 to 1.
     double smallestComponent = 0.001;
+
+    /// Where the points were seen from, in units of the cloud: those that come without normals get that of
+    /// the plane of their neighbours, towards this place. For what was seen from the air, one far above.
+    /// Points with normals keep theirs.
+    std::array<double, 3> viewpoint{};
+    bool hasViewpoint = false;
+    int normalNeighbours = 20; ///< points that an estimated normal is taken from, 3 to 1000
 
     bool refine = true; ///< `VolTr::CVolTriangulationParams::refine`
     bool vertexNormals = true;

@@ -83,7 +83,7 @@ std::vector<OwnPiece> piecesOf(Communicator const & communicator, std::vector<st
 
 // What a range of a file looks like may show in the other ranges only.
 void readAgain(std::vector<OwnPiece> & pieces, std::vector<Piece> const & all,
-               std::vector<std::string> const & paths, ReadOptions const & options)
+               std::vector<std::string> const & paths, ReadOptions const & options, bool needsNormals)
 {
     for (OwnPiece & own : pieces) {
         float greatest = own.share.foundColor;
@@ -100,7 +100,7 @@ void readAgain(std::vector<OwnPiece> & pieces, std::vector<Piece> const & all,
             own.share.columnMarks = marks;
             own.cloud = readPointShare(paths[own.file], options, own.share, nullptr);
         }
-        if (own.cloud.size() > 0 && own.cloud.normals.empty())
+        if (needsNormals && own.cloud.size() > 0 && own.cloud.normals.empty())
             throw InputError(quotable(paths[own.file]) +
                              ": the input has no normals, and no rank sees enough of it to make them");
     }
@@ -154,7 +154,7 @@ std::vector<std::string> notesOf(Communicator const & communicator, std::vector<
 } // namespace
 
 FileShares readFileShares(Communicator const & communicator, std::vector<std::string> const & paths,
-                          ReadOptions const & options, CProgressCounter * progress)
+                          ReadOptions const & options, CProgressCounter * progress, bool needsNormals)
 {
     std::vector<std::uint64_t> const sizes = sizesOf(communicator, paths);
     std::vector<OwnPiece> pieces;
@@ -178,7 +178,7 @@ FileShares readFileShares(Communicator const & communicator, std::vector<std::st
     FileShares shares;
     JoinedClouds joined;
     communicator.together([&] {
-        readAgain(pieces, all, paths, options);
+        readAgain(pieces, all, paths, options, needsNormals);
         settle(pieces, all, before, paths);
         for (OwnPiece & own : pieces) {
             if (own.cloud.size() > 0)

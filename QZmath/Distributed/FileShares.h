@@ -31,8 +31,9 @@ struct FileShares
 /// them; other files, and pipes, as a whole by the rank to which their first byte falls. Every file must be
 /// open to every rank. A rank may get no points.
 ///
-/// Missing normals of one file are an error. Colours are dropped, with a note, unless all files have some.
-/// What a file's text columns are is guessed by each rank from its own lines and the first ones.
+/// Missing normals of one file are an error where they are needed. Colours are dropped, with a note, unless
+/// all files have some. What a file's text columns are is guessed by each rank from its own lines and the
+/// first ones.
 ///
 /// \param progress of this rank; may be null
 /// \throws RankError on all ranks; its cause names the file
@@ -40,6 +41,7 @@ struct FileShares
 QZMATH_DISTRIBUTED_API FileShares readFileShares(Communicator const & communicator,
                                                  std::vector<std::string> const & paths,
                                                  ReadOptions const & options,
-                                                 CProgressCounter * progress = nullptr);
+                                                 CProgressCounter * progress = nullptr,
+                                                 bool needsNormals = true);
 
 } // namespace QZmath::Distributed

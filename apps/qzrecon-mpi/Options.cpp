@@ -24,7 +24,7 @@ namespace
 using qz_recon::UsageError;
 
 char const st_footer[] = R"(
-Input:  .ply, .obj, .pcd, .las, .xyz .xyzn .asc .txt .csv .pts with normals; several files are one cloud. Ranks
+Input:  .ply, .obj, .pcd, .las, .xyz .xyzn .asc .txt .csv .pts; several files are one cloud. Ranks
         share the bytes of .las, text, and .ply that is binary or has points only; others are read by one each.
 Output: .ply (binary), written by all ranks together; or DIR/, a .ply of each rank
 
@@ -109,6 +109,12 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
            "Leaf cells from the nearest sample, or spacings of the samples, at which the surface ends")
         ->type_name("D")
         ->capture_default_str();
+    CLI::Option const * const viewpoint =
+        app.add_option(
+               "--viewpoint", wanted.viewpoint,
+               "Where the scanner stood, for points without normals: these get some towards it; far above\n"
+               "for what was seen from the air")
+            ->type_name("X Y Z");
     app.add_option("--smallest-component,--min-component", wanted.smallestComponent,
                    "Share of the triangles below which a piece is dropped")
         ->type_name("A")
@@ -146,6 +152,7 @@ std::optional<Options> parseOptions(int argc, char const * const * argv, bool ma
     } catch (CLI::ParseError const & error) {
         throw UsageError(error.what());
     }
+    wanted.hasViewpoint = viewpoint->count() > 0;
     if (plan.size() == 2) {
         options.plan = {plan[0], plan[1]};
         return options;

@@ -150,8 +150,10 @@ void Run::run()
 
     FileShares shares;
     if (!m_options.inputs.empty()) {
-        inPhase("read", 0, 10,
-                [&] { shares = readFileShares(m_ranks, m_options.inputs, m_options.reading, &m_progress); });
+        inPhase("read", 0, 10, [&] {
+            shares = readFileShares(m_ranks, m_options.inputs, m_options.reading, &m_progress,
+                                    !m_options.reconstruction.hasViewpoint);
+        });
     }
     MeshPart mesh;
     DistributedReport report;

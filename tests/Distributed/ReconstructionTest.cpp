@@ -237,3 +237,31 @@ TEST(DistributedReconstruction, GoesOnFromACheckpoint)
     EXPECT_THROW(resume(ranks), RankError);
     MPI_Barrier(ranks.get());
 }
+
+// What was seen from the air needs no normals: the mesh is that of the true ones.
+TEST(DistributedReconstruction, MakesNormalsTowardsAViewpoint)
+{
+    Communicator const ranks(MPI_COMM_WORLD);
+    PointCloudSamples const cloud = qz_test::sampledShape("sheet", 6000);
+    qz_test::DealtPoints const own(cloud, ranks.rank(), ranks.size(), 5);
+    DistributedOptions options;
+    options.depth = 6;
+    options.threads = 1;
+    DistributedReport report;
+    MeshPart part;
+    reconstructDistributed(ranks.get(), own.view(), options, part, &report);
+    WholeMesh const expected(ranks, part);
+    QZmath::PointCloudView bare = own.view();
+    bare.normals = nullptr;
+    EXPECT_THROW(reconstructDistributed(ranks.get(), bare, options, part), RankError);
+    options.viewpoint = {0.0, 0.0, 100.0};
+    options.hasViewpoint = true;
+    reconstructDistributed(ranks.get(), bare, options, part);
+    WholeMesh const mesh(ranks, part);
+    EXPECT_NEAR(static_cast<double>(mesh.triangles.size()), static_cast<double>(expected.triangles.size()),
+                0.03 * static_cast<double>(expected.triangles.size()));
+    EXPECT_LT(mesh.distancesTo(expected, cloud, report.leafCell)[0], 0.9 * report.leafCell);
+    qz_test::DealtPoints const some(cloud, 0, 1, 5);
+    EXPECT_THROW(reconstructDistributed(ranks.get(), ranks.rank() == 0 ? some.view() : bare, options, part),
+                 RankError);
+}

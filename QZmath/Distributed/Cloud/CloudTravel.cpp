@@ -5,6 +5,7 @@
 #include <QZmath/Reconstruction/Cloud/DepthChoice.h>
 #include <QZmath/Reconstruction/Cloud/LocalCloud.h>
 #include <QZmath/Reconstruction/Reconstruction.h>
+#include <QZmath/SurfaceAnalysis/CloudNormals.h>
 
 #include <QZsys/ParallelTasks.h>
 
@@ -87,13 +88,14 @@ class LocalPoints
 {
 public:
     LocalPoints(Communicator const & communicator, PointCloudView const & points, std::int64_t firstNumber,
-                bool withColors, CloudFrame & frame, DistributedReport & report)
+                DistributedOptions const & options, CloudFrame & frame, DistributedReport & report)
         : m_communicator(communicator), m_points(points)
     {
-        checkArrays(firstNumber);
+        checkArrays(firstNumber, options.hasViewpoint);
         settleFrame(firstNumber, frame);
-        settleNormals(firstNumber);
-        settleColors(withColors, report);
+        if (m_hasNormals)
+            settleNormals(firstNumber);
+        settleColors(options.vertexColors, report);
         refuseWithoutArea();
         settleBounds(frame);
         report.samples = m_total;
@@ -104,6 +106,7 @@ public:
     LocalFrame const & frame() const { return m_frame; }
     double extent() const { return m_extent; } // local
     bool hasColors() const { return m_hasColors; }
+    bool hasNormals() const { return m_hasNormals; } // else all are 0
 
     void placeOf(std::size_t point, float * place) const
     {
@@ -122,7 +125,7 @@ public:
         float const * const normal = m_points.normals + 3 * point;
         if (m_areNormalsUnits)
             std::copy(normal, normal + 3, sample.normal);
-        else
+        else if (m_hasNormals)
             makeUnit(normal, sample.normal);
         if (m_hasColors)
             std::copy_n(m_points.colors + 3 * point, 3, sample.color);
@@ -130,15 +133,20 @@ public:
     }
 
 private:
-    void checkArrays(std::int64_t firstNumber)
+    void checkArrays(std::int64_t firstNumber, bool mayLackNormals)
     {
+        std::int64_t const with =
+            m_communicator.sum(std::int64_t{m_points.size > 0 && m_points.normals != nullptr});
+        m_hasNormals = with > 0 || !mayLackNormals;
         m_communicator.together([&] {
             if (m_points.size == 0)
                 return;
             checkPositionArrays(m_points);
             if (firstNumber < 0)
                 throw ReconstructionError(Kind::options, "the points have negative numbers");
-            if (m_points.normals == nullptr)
+            if (m_points.normals == nullptr && with > 0)
+                throw ReconstructionError(Kind::input, "only some of the points have normals");
+            if (m_points.normals == nullptr && !mayLackNormals)
                 throw ReconstructionError(Kind::input,
                                           "the cloud has no normals, and no rank sees enough of it to make "
                                           "them");
@@ -235,6 +243,7 @@ private:
     std::int64_t m_total = 0;
     LocalFrame m_frame;
     double m_extent = 0.0;
+    bool m_hasNormals = true;
     bool m_areNormalsUnits = false;
     bool m_hasColors = false;
 };
@@ -622,11 +631,44 @@ VolTr::TreeCube treeCubeOf(CloudFrame const & frame)
     return cube;
 }
 
+namespace
+{
+
+// Those of the margin too: its samples have neighbours enough where anybody looks at them.
+void estimateNormals(Communicator const & communicator, LocalFrame const & frame,
+                     DistributedOptions const & options, RankCloud & cloud)
+{
+    using REmath::Point3D;
+    static_assert(sizeof(Point3D) == 3 * sizeof(float), "places are taken for points");
+    CEstimateNormalsPrms prms;
+    prms.neighbourhood.count = options.normalNeighbours;
+    prms.orientation = NormalOrientation::viewpoint;
+    double viewpoint[3];
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        viewpoint[axis] = (options.viewpoint[axis] - frame.origin[axis]) * frame.scale;
+    prms.viewpoint = Point3D(viewpoint);
+    std::int64_t made = 0;
+    communicator.together([&] {
+        made = EstimateNormals(static_cast<int>(cloud.size()),
+                               reinterpret_cast<Point3D const *>(cloud.positions.data()), prms,
+                               reinterpret_cast<Point3D *>(cloud.normals.data()));
+    });
+    made = communicator.sum(made);
+    communicator.together([&] {
+        if (made == 0)
+            throw ReconstructionError(Kind::input,
+                                      "no normals can be estimated: there is no point whose nearest ones "
+                                      "span a plane");
+    });
+}
+
+} // namespace
+
 RankCloud gatherCloud(Communicator const & communicator, PointCloudView const & local,
                       std::int64_t firstNumber, DistributedOptions const & options, CloudFrame & frame,
                       std::optional<Partition> & partition, DistributedReport & report)
 {
-    LocalPoints const points(communicator, local, firstNumber, options.vertexColors, frame, report);
+    LocalPoints const points(communicator, local, firstNumber, options, frame, report);
     communicator.together([&] { frame.depth = depthOf(points, options); });
     report.depth = frame.depth;
     report.leafCell = points.frame().toCloud(leafCellOf(points.extent(), frame.depth));
@@ -648,6 +690,8 @@ RankCloud gatherCloud(Communicator const & communicator, PointCloudView const & 
     report.unitDepth = partition->unitDepth();
 
     RankCloud cloud = travel(communicator, points, firstNumber, leaves, *partition, frame.depth);
+    if (!points.hasNormals())
+        estimateNormals(communicator, points.frame(), options, cloud);
     reportBalance(communicator, cloud, leaves, report);
     return cloud;
 }
