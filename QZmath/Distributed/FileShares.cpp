@@ -101,8 +101,9 @@ void readAgain(std::vector<OwnPiece> & pieces, std::vector<Piece> const & all,
             own.cloud = readPointShare(paths[own.file], options, own.share, nullptr);
         }
         if (needsNormals && own.cloud.size() > 0 && own.cloud.normals.empty())
-            throw InputError(quotable(paths[own.file]) +
-                             ": the input has no normals, and no rank sees enough of it to make them");
+            throw InputError(
+                quotable(paths[own.file]) +
+                ": the input has no normals, and no rank sees enough of it to make them without a viewpoint");
     }
 }
 

@@ -149,7 +149,7 @@ private:
             if (m_points.normals == nullptr && !mayLackNormals)
                 throw ReconstructionError(Kind::input,
                                           "the cloud has no normals, and no rank sees enough of it to make "
-                                          "them");
+                                          "them without a viewpoint");
         });
         m_total = m_communicator.sum(static_cast<std::int64_t>(m_points.size));
         m_communicator.together([&] {
