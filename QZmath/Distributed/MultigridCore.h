@@ -85,6 +85,7 @@ extern template class MultigridCore<double>;
 namespace REmath
 {
 
+#ifndef QZ_DOCUMENTATION // whose tools take the specialisation for a second class of that name
 /// Makes the core of a composed solver over all ranks of the process' world.
 template <class T>
 struct LinSysCoreDefaults<QZmath::Distributed::MultigridCore<T>>
@@ -94,5 +95,6 @@ struct LinSysCoreDefaults<QZmath::Distributed::MultigridCore<T>>
         return QZmath::Distributed::MultigridCore<T>(MPI_COMM_WORLD);
     }
 };
+#endif
 
 } // namespace REmath
