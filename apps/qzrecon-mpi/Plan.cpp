@@ -36,14 +36,13 @@ Stage const stages[] = {
 };
 
 double const programBytes = 80e6; // that a rank takes without any cloud
-double const cellBytes =
-    850; // a leaf cell of the territory at the peak, which is that of the surface: P = 1
+double const cellBytes = 850; // a leaf cell of the territory at the peak, which is that of the surface: P = 1
 double const copiedCellBytes = 1100; // a leaf cell around it: P = 8
-double const margin = 32;           // leaf cells around a territory, of which it has copies
-double const borderFactor = 3;      // border of a territory over that of a square: P = 8, by the traffic
-double const borderBytes = 160;     // an iteration sends for a leaf cell of the border: P = 4
-double const messages = 66;         // an iteration sends: P = 8
-double const unitsPerRank = 16;     // that the balance takes, nearly
+double const margin = 32;            // leaf cells around a territory, of which it has copies
+double const borderFactor = 3;       // border of a territory over that of a square: P = 8, by the traffic
+double const borderBytes = 160;      // an iteration sends for a leaf cell of the border: P = 4
+double const messages = 66;          // an iteration sends: P = 8
+double const unitsPerRank = 16;      // that the balance takes, nearly
 double const mostUnits = 131072;
 double const replicatedPerUnit = 58; // unknowns of depths that every rank has: P = 8
 double const unknownBytes = 80;
