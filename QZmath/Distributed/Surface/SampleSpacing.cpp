@@ -99,7 +99,8 @@ double measureSpacing(Communicator const & ranks, RankCloud const & cloud,
     auto const middle = found.begin() + static_cast<std::ptrdiff_t>(found.size() / 2);
     std::nth_element(found.begin(), middle, found.end());
     double const pi = 3.14159265358979323846;
-    return std::isfinite(*middle) ? static_cast<double>(*middle) * std::sqrt(pi / neighbour) : 0.0;
+    double const distance = std::min(static_cast<double>(*middle), sampleMargin * context.octree.getUnit());
+    return distance * std::sqrt(pi / neighbour);
 }
 
 } // namespace QZmath::Distributed

@@ -13,9 +13,9 @@ class Communicator;
 struct RankCloud;
 
 /// Edge of the square of surface that one sample of all ranks stands for: the median over some thousand
-/// samples, chosen by their coordinates, of the distance to the eighth nearest other place. 0 where too few
-/// tell. The same for any number of ranks while it is less than the margin of the cloud. Local units;
-/// collective.
+/// samples, chosen by their coordinates, of the distance to the eighth nearest other place. No more than
+/// that of samples which have the margin of the cloud to themselves, so that it is the same for any number of
+/// ranks. Local units; collective.
 double measureSpacing(Communicator const & ranks, RankCloud const & cloud,
                       VolTr::StageContext const & context);
 

@@ -49,6 +49,9 @@ using VolTr::CubeIndex;
 namespace
 {
 
+// In leaf cells; as in one process.
+double const spacingThatWarns = 4.5;
+
 // Of an edge, from the least corner of the octree's cube to the next plane of the lattice's corners: no
 // simple part, so that the planes run neither along cells of the octree nor in the middle of them, where
 // symmetric objects have their faces.
@@ -128,10 +131,10 @@ public:
         m_samples.reset();
         handOver(mesh);
         report.spacing = m_spacing * m_context.octree.getUnit();
-        if (m_input.options.trimDistance * m_spacing > greatestTrimDistance)
+        if (m_spacing > spacingThatWarns)
             report.warnings.push_back("the samples are " + std::to_string(static_cast<int>(m_spacing)) +
-                                      " leaf cells apart, too far for the surface between them: take larger "
-                                      "cells, or let gaps close");
+                                      " or more leaf cells apart, so gaps may stay open between them: take "
+                                      "larger cells");
         report.surfaceRounds = m_rounds;
         report.componentsFound = m_pieces.found;
         report.componentsKept = m_pieces.kept;
