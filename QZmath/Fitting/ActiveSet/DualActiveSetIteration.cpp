@@ -196,7 +196,8 @@ CDualActiveSet::Result CDualActiveSet::admit(Index id, int maxIterations)
             if (id < m_rows)
                 m_rowValues[id] += step * rest * rest * m_norms[id];
         }
-        if (full <= partial) {
+        // Both are infinite where the quotient of a huge multiplier overflows: a dependent one never enters.
+        if (isIndependent && full <= partial) {
             add(id, multiplier);
             return Result::Solved;
         }
