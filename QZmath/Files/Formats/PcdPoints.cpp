@@ -2,6 +2,7 @@
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Files/Formats/CloudColumns.h>
 #include <QZmath/Files/Formats/PointFormats.h>
+#include <QZmath/Files/Streams/SourceBlocks.h>
 #include <QZmath/Files/Streams/Words.h>
 
 #include <lzf.h>
@@ -206,15 +207,18 @@ double decode(char const * bytes, Field const & field)
 class Points
 {
 public:
-    Points(Header const & header, ByteSource const & source)
+    explicit Points(Header const & header)
         : m_hasNormals(header.hasThree(normal)), m_hasColors(header.has(color)),
           m_hasMarks(header.has(boundary)),
           m_positions(header.encoding == "ascii" ? PositionColumn::Origin::text
                                                  : PositionColumn::Origin::numbers)
     {
-        std::size_t const room = source.worthReserving(header.points);
-        m_positions.reserve(room);
         m_cloud.viewpoint = header.viewpoint;
+    }
+
+    void reserve(std::size_t room)
+    {
+        m_positions.reserve(room);
         if (m_hasNormals)
             m_cloud.normals.reserve(3 * room);
         if (m_hasColors)
@@ -241,6 +245,26 @@ public:
             m_cloud.boundary.push_back(row[boundary] != 0);
     }
 
+    // Those of the same header, behind its own.
+    void append(Points const & other)
+    {
+        m_positions.append(other.m_positions);
+        appendTo(m_cloud.normals, other.m_cloud.normals);
+        appendTo(m_cloud.colors, other.m_cloud.colors);
+        appendTo(m_cloud.boundary, other.m_cloud.boundary);
+        m_leftOut += other.m_leftOut;
+    }
+    void clear()
+    {
+        m_positions.clear();
+        m_cloud.normals.clear();
+        m_cloud.colors.clear();
+        m_cloud.boundary.clear();
+        m_leftOut = 0;
+    }
+
+    std::uint64_t rows() const { return m_positions.size() + m_leftOut; }
+
     PointCloud finish()
     {
         m_positions.moveTo(m_cloud);
@@ -251,6 +275,12 @@ public:
     }
 
 private:
+    template <class Value>
+    static void appendTo(std::vector<Value> & all, std::vector<Value> const & more)
+    {
+        all.insert(all.end(), more.begin(), more.end());
+    }
+
     bool m_hasNormals, m_hasColors, m_hasMarks;
     PositionColumn m_positions;
     PointCloud m_cloud;
@@ -263,59 +293,80 @@ private:
                      " points, the file ends after " + std::to_string(found));
 }
 
+void addLine(std::string_view line, Header const & header, ByteSource const & source, Points & points)
+{
+    std::string_view rest = line;
+    if (takeWord(rest).empty())
+        return;
+    std::array<double, roles> row{};
+    bool isFloatEnough = true;
+    for (Field const & field : header.fields)
+        for (std::size_t k = 0; k < field.count; ++k) {
+            std::string_view const word = takeWord(line);
+            double value = 0;
+            if (word.empty() || (field.role != none && !parseNumber(word, value)))
+                throw InputError("line " + std::to_string(source.lineNumber()) +
+                                 " does not hold the numbers that the header promises");
+            if (field.role == none)
+                continue;
+            if (field.role < normal && !QZmath::isFloatEnough(word, value))
+                isFloatEnough = false;
+            if (field.role == color) {
+                float const asFloat = static_cast<float>(value);
+                std::uint32_t packed = 0;
+                if (field.type == 'F')
+                    std::memcpy(&packed, &asFloat, sizeof(packed));
+                else if (std::fabs(value) <= std::numeric_limits<std::uint32_t>::max())
+                    packed = static_cast<std::uint32_t>(static_cast<std::int64_t>(value));
+                value = packed;
+            }
+            row[static_cast<std::size_t>(field.role)] = value;
+        }
+    points.add(row, isFloatEnough);
+}
+
 void readAscii(ByteSource & source, Header const & header, ReadingProgress & reading, Points & points)
 {
     std::string_view line;
-    for (std::uint64_t i = 0; i < header.points;) {
-        if (!source.readLine(line))
-            throwTruncated(header, i);
-        std::string_view rest = line;
-        if (takeWord(rest).empty())
-            continue;
-        std::array<double, roles> row{};
-        bool isFloatEnough = true;
-        for (Field const & field : header.fields)
-            for (std::size_t k = 0; k < field.count; ++k) {
-                std::string_view const word = takeWord(line);
-                double value = 0;
-                if (word.empty() || (field.role != none && !parseNumber(word, value)))
-                    throw InputError("line " + std::to_string(source.lineNumber()) +
-                                     " does not hold the numbers that the header promises");
-                if (field.role == none)
-                    continue;
-                if (field.role < normal && !QZmath::isFloatEnough(word, value))
-                    isFloatEnough = false;
-                if (field.role == color) {
-                    float const asFloat = static_cast<float>(value);
-                    std::uint32_t packed = 0;
-                    if (field.type == 'F')
-                        std::memcpy(&packed, &asFloat, sizeof(packed));
-                    else if (std::fabs(value) <= std::numeric_limits<std::uint32_t>::max())
-                        packed = static_cast<std::uint32_t>(static_cast<std::int64_t>(value));
-                    value = packed;
-                }
-                row[static_cast<std::size_t>(field.role)] = value;
-            }
-        points.add(row, isFloatEnough);
-        ++i;
+    auto const readBy = [&](std::uint64_t end) {
+        while (points.rows() < header.points && source.position() < end) {
+            if (!source.readLine(line))
+                throwTruncated(header, points.rows());
+            addLine(line, header, source, points);
+            reading.update();
+        }
+        return points.rows() < header.points;
+    };
+    auto const readBlock = [&](ByteSource & block, Points & part) {
+        for (std::string_view blockLine; block.readLine(blockLine);)
+            addLine(blockLine, header, block, part);
+    };
+    auto const append = [&](Points const & part) {
+        if (points.rows() + part.rows() > header.points) // something else follows the points
+            return false;
+        points.append(part);
         reading.update();
-    }
+        return true;
+    };
+    if (SourceBlocks(source).readLines(Points(header), readBlock, append, readBy))
+        readBy(std::numeric_limits<std::uint64_t>::max());
 }
 
 void readBinary(ByteSource & source, Header const & header, ReadingProgress & reading, Points & points)
 {
-    for (std::uint64_t i = 0; i < header.points; ++i) {
-        std::string_view const bytes = source.peek(header.stride);
-        if (bytes.size() < header.stride)
-            throwTruncated(header, i);
-        std::array<double, roles> row{};
-        for (Field const & field : header.fields)
-            if (field.role != none)
-                row[static_cast<std::size_t>(field.role)] = decode(bytes.data() + field.offset, field);
-        points.add(row, true);
-        source.skip(header.stride);
-        reading.update();
-    }
+    auto const readBlock = [&](std::string_view bytes, Points & part) {
+        for (; !bytes.empty(); bytes.remove_prefix(header.stride)) {
+            std::array<double, roles> row{};
+            for (Field const & field : header.fields)
+                if (field.role != none)
+                    row[static_cast<std::size_t>(field.role)] = decode(bytes.data() + field.offset, field);
+            part.add(row, true);
+        }
+    };
+    std::uint64_t const found = SourceBlocks(source).readEqual(
+        header.points, header.stride, points, Points(header), readBlock, [&] { reading.update(); });
+    if (found < header.points)
+        throwTruncated(header, found);
 }
 
 // The points compressed as one block, in which each field stands for itself.
@@ -368,7 +419,8 @@ PointCloud readPcd(ByteSource & source, ReadingProgress & reading)
         throwTruncated(header, source.remaining() / each);
     if (isCompressed && !source.mayHold(header.points * header.stride / 88, 1))
         throwTruncated(header, 0);
-    Points points(header, source);
+    Points points(header);
+    points.reserve(source.worthReserving(header.points));
     if (isAscii)
         readAscii(source, header, reading, points);
     else if (isCompressed)

@@ -28,6 +28,19 @@ std::size_t lineLength(std::string_view bytes)
     return length;
 }
 
+// What a read of the system gives, tried again after a signal; 0 at the end.
+template <class Read>
+std::size_t readFrom(Read const & read)
+{
+    for (;;) {
+        ssize_t const count = read();
+        if (count >= 0)
+            return static_cast<std::size_t>(count);
+        if (errno != EINTR)
+            throw InputError("the input could not be read: " + VsUt::systemReason(errno));
+    }
+}
+
 } // namespace
 
 ByteSource::ByteSource(std::string const & path)
@@ -89,14 +102,10 @@ std::size_t ByteSource::fill(char * bytes, std::size_t length)
                 throw InputError("the input could not be read: the stream failed");
             return total + static_cast<std::size_t>(m_stream->gcount());
         }
-        ssize_t const count = ::read(m_file, bytes + total, length - total);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            throw InputError("the input could not be read: " + VsUt::systemReason(errno));
+        std::size_t const count = readFrom([&] { return ::read(m_file, bytes + total, length - total); });
         if (count == 0)
             break;
-        total += static_cast<std::size_t>(count);
+        total += count;
     }
     return total;
 }
@@ -155,14 +164,11 @@ std::uint64_t ByteSource::lineStartFrom(std::uint64_t position) const
     char bytes[4096];
     bool isAfterReturn = false;
     for (std::uint64_t at = position - 1; at < m_size;) {
-        ssize_t const count = pread(m_file, bytes, sizeof(bytes), static_cast<off_t>(at));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            throw InputError("the input could not be read: " + VsUt::systemReason(errno));
+        std::size_t const count =
+            readFrom([&] { return pread(m_file, bytes, sizeof(bytes), static_cast<off_t>(at)); });
         if (count == 0)
             break;
-        for (ssize_t i = 0; i < count; ++i, ++at) {
+        for (std::size_t i = 0; i < count; ++i, ++at) {
             if (isAfterReturn)
                 return at + (bytes[i] == '\n' ? 1 : 0);
             if (bytes[i] == '\n')
