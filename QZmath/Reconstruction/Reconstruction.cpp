@@ -166,7 +166,7 @@ VolTr::CVolTriangulationParams Call::coreParameters() const
 ReconstructionEstimate Call::estimateCore(VolTr::CVolTriangulationParams const & params) const
 {
     VolTr::CReconstructionEstimate const core =
-        VolTr::estimateReconstruction(LocalSamples(m_cloud), params, false);
+        VolTr::estimateReconstruction(LocalSamples(m_cloud), params, false, m_progress);
     double const samples = static_cast<double>(m_cloud.size());
     // Where cells are finer than the samples' spacing, the core counts too few triangles: the surface goes on
     // between the samples. Cutting cubes makes nine triangles for each of their faces' areas.
@@ -320,8 +320,12 @@ TriangleMesh Call::run()
 
 ReconstructionEstimate Call::estimate()
 {
-    prepare();
+    {
+        CPrgCntSubPhase const part(m_progress, 0.0, 0.5, 0, true);
+        prepare();
+    }
     settleDepth();
+    CPrgCntSubPhase const part(m_progress, 0.5, 0.5, 0, true);
     return estimateCore(coreParameters());
 }
 
@@ -339,12 +343,13 @@ TriangleMesh reconstruct(PointCloudView const & cloud, ReconstructionOptions con
 }
 
 ReconstructionEstimate estimateReconstruction(PointCloudView const & cloud,
-                                              ReconstructionOptions const & options)
+                                              ReconstructionOptions const & options,
+                                              CProgressCounter * progress)
 {
     ReconstructionReport unread;
     options.check();
     CThreadNumberScope const threads(options.threads);
-    return Call(cloud, options, unread, nullptr).estimate();
+    return Call(cloud, options, unread, progress).estimate();
 }
 
 } // namespace QZmath

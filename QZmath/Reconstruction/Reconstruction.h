@@ -207,8 +207,10 @@ QZMATH_API TriangleMesh reconstruct(PointCloudView const & cloud, Reconstruction
 
 /// What `reconstruct` with the same arguments would take: the memory within a third of it for clouds as most
 /// are, but without what smoothing the surface over large gaps takes, about 1.5 kB a vertex of the largest.
-/// Throws as it does for what is refused before the work begins, but for the memory limit.
+/// Throws as it does for what is refused before the work begins, but for the memory limit, and when the
+/// progress counter, which may be null, was interrupted.
 QZMATH_API ReconstructionEstimate estimateReconstruction(PointCloudView const & cloud,
-                                                         ReconstructionOptions const & options = {});
+                                                         ReconstructionOptions const & options = {},
+                                                         CProgressCounter * progress = nullptr);
 
 } // namespace QZmath

@@ -8,6 +8,8 @@
 #include <QZmath/VolTriang/Stages/PathChoice.h>
 #include <QZmath/VolTriang/Stages/SolverChoice.h>
 #include <QZmath/VolTriang/Stages/SystemAssembly.h>
+#include <QZmath/VolTriang/Tree/LatticeSweep.h>
+#include <QZmath/VolTriang/Tree/SortedCells.h>
 #include <QZmath/VolTriang/Tree/TreeRule.h>
 #include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
@@ -17,7 +19,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -28,107 +29,15 @@ namespace
 {
 
 using Solver = CReconstructionReport::Solver;
-using Places = std::vector<CInt3>; // distinct, ascending in x, y, z
 
-void sortUnique(Places & places)
+// The leaf cells that hold samples, each with the payload 0.
+CLatticeIndex findLeafCells(IInputSamples const & samples, INodesPositioningPolicy const & policy,
+                            QzBackend::LoopTeam & team)
 {
-    std::sort(places.begin(), places.end());
-    places.erase(std::unique(places.begin(), places.end()), places.end());
+    TreeCube const cube = makeTreeCube(samples, policy, team);
+    std::vector<CInt3> const places = sortIntoCells(samples, cube, team, 0.6).places;
+    return LatticeSweep(team).sorted(places, std::vector<int>(places.size(), 0));
 }
-
-// The leaf cells that hold samples. A thread never keeps more than twice as many entries as there are such
-// cells, or some thousands.
-Places findLeafCells(IInputSamples const & samples, INodesPositioningPolicy const & policy)
-{
-    int const samplesPerChunk = 1 << 14;
-    int const count = samples.pointsNumber();
-    Places all;
-    auto const find = [&](QzBackend::LoopTeam & team) {
-        TreeCube const cube = makeTreeCube(samples, policy, team);
-        std::vector<Places> parts(static_cast<std::size_t>(team.threads()));
-        team.forEachOnSlot(count / samplesPerChunk + 1, [&](int slot, int chunk) {
-            Places & cells = parts[static_cast<std::size_t>(slot)];
-            cells.reserve(1 << 14);
-            int const begin = chunk * samplesPerChunk;
-            for (int sample = begin; sample < begin + std::min(samplesPerChunk, count - begin); ++sample) {
-                CInt3 const cell = cube.cellOf(samples.getSampleCoords3(sample));
-                if (!cells.empty() && cells.back() == cell)
-                    continue;
-                if (cells.size() == cells.capacity()) {
-                    sortUnique(cells);
-                    cells.reserve(std::max(cells.capacity(), 2 * cells.size()));
-                }
-                cells.push_back(cell);
-            }
-        });
-        team.forEach(team.threads(), [&](int part) { sortUnique(parts[static_cast<std::size_t>(part)]); });
-        for (Places & part : parts) {
-            Places merged;
-            merged.reserve(all.size() + part.size());
-            std::set_union(all.begin(), all.end(), part.begin(), part.end(), std::back_inserter(merged));
-            all = std::move(merged);
-            part = {};
-        }
-    };
-    QzBackend::LoopTeam::run(CVescaThreadingTasksHelper::getNumOfPhisicalThread(), nullptr, find);
-    return all;
-}
-
-// Adds to each place the one at an offset. The shifted places keep their order, so it is a merge.
-Places withShifted(Places const & places, CInt3 const & offset)
-{
-    Places merged;
-    merged.reserve(places.size() + places.size() / 2);
-    auto next = places.begin();
-    for (CInt3 const & place : places) {
-        CInt3 const shifted = place + offset;
-        while (next != places.end() && *next < shifted)
-            merged.push_back(*next++);
-        if (next != places.end() && *next == shifted)
-            ++next;
-        merged.push_back(shifted);
-    }
-    return merged;
-}
-
-// The nodes of a depth: around each cell the corners of a box, whose first corner the policy tells.
-Places findNodes(Places const & leafCells, INodesPositioningPolicy const & policy, int depth)
-{
-    Places nodes;
-    for (CInt3 const & cell : leafCells) {
-        CTreeNode first;
-        policy.makeCellNode(&first, depth, &cell, 0);
-        if (nodes.empty() || !(nodes.back() == first.shift()))
-            nodes.push_back(first.shift());
-    }
-    sortUnique(nodes);
-    CInt3 const origin(0, 0, 0);
-    CTreeNode first;
-    policy.makeCellNode(&first, depth, &origin, 0);
-    for (int corner = 1; corner < policy.getNodesPerCell(); corner *= 2) {
-        CTreeNode other;
-        policy.makeCellNode(&other, depth, &origin, corner);
-        CInt3 offset = other.shift();
-        offset -= first.shift();
-        nodes = withShifted(nodes, offset);
-    }
-    return nodes;
-}
-
-// Bricks that hold nodes, whose neighbours stand 2^`spacingShift` lattice steps apart.
-std::int64_t countBricks(Places const & nodes, int spacingShift)
-{
-    Places bricks;
-    for (CInt3 const & node : nodes) {
-        CInt3 const brick((node.x() >> spacingShift) >> 3, (node.y() >> spacingShift) >> 3,
-                          (node.z() >> spacingShift) >> 3);
-        if (bricks.empty() || !(bricks.back() == brick))
-            bricks.push_back(brick);
-    }
-    sortUnique(bricks);
-    return static_cast<std::int64_t>(bricks.size());
-}
-static_assert(brickEdge == 8, "a brick has 2^3 places along an axis");
 
 // Elements that a vector has room for when it has grown one by one.
 double grown(double size) { return size <= 1.0 ? size : std::exp2(std::ceil(std::log2(size))); }
@@ -251,47 +160,78 @@ double exactBytes(Counts const & counts, CVolTriangulationParams const & params,
 } // namespace
 
 CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
-                                               CVolTriangulationParams const & params, bool ofBothPaths)
+                                               CVolTriangulationParams const & params, bool ofBothPaths,
+                                               CProgressCounter * progress)
 {
     std::unique_ptr<INodesPositioningPolicy> const policy =
         makeTreePolicy(params.getOctreeDepth(), params.getUseCenter(), params.getDetalizationLevel());
-    Places const leafCells = findLeafCells(samples, *policy);
     Kernel const kernel = makeReconstructionKernel(params.getKernelScaleFactor());
     double const reach = kernel.getCommonSupportRef().getMax()[0];
-    CReconstructionEstimate estimate;
-    estimate.path = choosePath(samples, params, kernel, nullptr).path;
-    bool const isExactWanted = ofBothPaths || estimate.path == CReconstructionReport::Path::exact;
     Functions functions;
     functions.spacing = policy->getScaleFactor();
     functions.areWide = reach > 1.5 * (1 + 1e-6);
-
     Counts counts;
     counts.samples = samples.pointsNumber();
-    counts.leafCells = static_cast<double>(leafCells.size());
-    std::vector<SupportCube> & supports = functions.supports;
-    for (int depth = policy->getNodeDepthBegin(); depth < policy->getNodeDepthEnd(); ++depth) {
-        Places const nodes = findNodes(leafCells, *policy, depth);
-        int const spacingShift = params.getOctreeDepth() - depth;
-        counts.addDepth(static_cast<double>(nodes.size()),
-                        static_cast<double>(countBricks(nodes, spacingShift)));
-        Solver const solver = solverOf(params.getPrefferedSolver(), static_cast<std::int64_t>(counts.nodes));
-        if (!isExactWanted || (solver != Solver::direct && !functions.areWide)) {
-            supports = {};
-            continue;
-        }
-        supports.reserve(supports.size() + nodes.size());
-        float const nodeReach = static_cast<float>(std::ldexp(reach, spacingShift));
-        for (CInt3 const & node : nodes)
-            supports.push_back(
-                {{static_cast<float>(node.x()), static_cast<float>(node.y()), static_cast<float>(node.z())},
-                 nodeReach});
-    }
+    CReconstructionEstimate estimate;
+    estimate.path = choosePath(samples, params, kernel, nullptr).path;
+    bool const isExactWanted = ofBothPaths || estimate.path == CReconstructionReport::Path::exact;
+    bool areSupportsWanted = isExactWanted; // as long as something depends on them
+    std::vector<std::vector<SupportCube>> supports;
 
-    estimate.leafCells = static_cast<std::int64_t>(leafCells.size());
+    // Depth by depth from the deepest, as the octree makes its nodes.
+    auto const count = [&](QzBackend::LoopTeam & team) {
+        LatticeSweep sweep(team);
+        CLatticeIndex const leafCells = findLeafCells(samples, *policy, team);
+        estimate.leafCells = leafCells.size();
+        counts.leafCells = static_cast<double>(leafCells.size());
+        int const leaf = params.getOctreeDepth();
+        int const begin = policy->getNodeDepthBegin(), end = policy->getNodeDepthEnd();
+        bool const isCentred = end <= leaf;
+        std::vector<std::pair<int, int>> sizes; // nodes and bricks
+        std::int64_t total = 0;
+        CLatticeIndex cells; // of the depth
+        CLatticeIndex const * deeper = &leafCells;
+        for (int depth = end - 1; depth >= begin; --depth) {
+            CLatticeIndex const cubes = isCentred ? sweep.halved(*deeper, -1) : CLatticeIndex();
+            CLatticeIndex nodes = sweep.surrounded(isCentred ? cubes : *deeper).index;
+            CLatticeIndex bricks;
+            for (int edge = 1; edge < brickEdge; edge *= 2)
+                bricks = sweep.halved(edge == 1 ? nodes : bricks, 0);
+            sizes.emplace_back(nodes.size(), bricks.size());
+            total += nodes.size();
+            if (!functions.areWide && solverOf(params.getPrefferedSolver(), total) != Solver::direct)
+                areSupportsWanted = false;
+            if (!areSupportsWanted)
+                supports.clear();
+            if (areSupportsWanted) {
+                int const shift = leaf - depth;
+                sweep.scale(nodes, shift, isCentred ? 1 << (shift - 1) : 0);
+                float const nodeReach = static_cast<float>(std::ldexp(reach, shift));
+                supports.emplace_back(static_cast<std::size_t>(nodes.size()));
+                sweep.forEachPoint(nodes, [&](int position, CInt3 const & place, int &) {
+                    supports.back()[static_cast<std::size_t>(position)] = {{static_cast<float>(place.x()),
+                                                                            static_cast<float>(place.y()),
+                                                                            static_cast<float>(place.z())},
+                                                                           nodeReach};
+                });
+            }
+            if (depth > begin) {
+                cells = sweep.halved(*deeper, 0);
+                deeper = &cells;
+            }
+            team.setPosition(1.0 - 0.4 * (depth - begin) / (end - begin));
+        }
+        for (auto size = sizes.rbegin(); size != sizes.rend(); ++size)
+            counts.addDepth(size->first, size->second);
+    };
+    QzBackend::LoopTeam::run(CVescaThreadingTasksHelper::getNumOfPhisicalThread(), progress, count);
+
     estimate.nodes = static_cast<std::int64_t>(counts.nodes);
     estimate.unknowns = estimate.nodes;
     estimate.triangles = countTriangles(counts, params);
     estimate.solver = solverOf(params.getPrefferedSolver(), estimate.unknowns);
+    for (; !supports.empty(); supports.pop_back()) // the finest last
+        functions.supports.insert(functions.supports.end(), supports.back().begin(), supports.back().end());
     estimate.exactBytes = isExactWanted ? exactBytes(counts, params, estimate.solver, functions) : 0.0;
     estimate.acceleratedBytes = acceleratedBytes(counts, params);
     return estimate;

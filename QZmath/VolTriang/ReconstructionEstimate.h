@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+class CProgressCounter;
+
 namespace VolTr
 {
 
@@ -41,17 +43,19 @@ struct CReconstructionEstimate
 /// uneven and open clouds. What occupies the machine's memory can be a fifth less, since a part of it is not
 /// touched.
 ///
-/// Reads the coordinates of each sample twice, as the tree does; normals and marks are not asked for. Takes
-/// O(n log n) time for n occupied leaf cells, a small part of a run's. Keeps one depth of nodes at a time, at
-/// 12 bytes each, beside the leaf cells; all of them, at 16 bytes, where the direct solver is the choice of
-/// the exact path. Can be called from several threads.
+/// Sorts the samples and counts the nodes as the tree does, on all threads, and so takes about as long as the
+/// tree; normals and marks are not asked for. Keeps 12 bytes a sample, then one depth of nodes at a time; all
+/// of them, at 16 bytes each, where the direct solver is the choice of the exact path. Can be called from
+/// several threads.
 ///
 /// \param ofBothPaths false: without the exact path, which costs most, where the accelerated one will be
 /// taken;
 ///                    its bytes are 0 then
+/// \param progress    null for none; what it throws to interrupt goes through
 /// \throws what `run` throws for a depth out of range, a coordinate that is not finite and an unknown solver
 QZMATH_API CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
                                                           CVolTriangulationParams const & params,
-                                                          bool ofBothPaths = true);
+                                                          bool ofBothPaths = true,
+                                                          CProgressCounter * progress = nullptr);
 
 } // namespace VolTr

@@ -179,8 +179,9 @@ py::tuple estimate(py::array const & points, py::object const & normals, py::obj
     QZmath::ReconstructionEstimate found;
     CallProgress progress{py::none()};
     try {
-        progress.run(options.threads,
-                     [&](CProgressCounter &) { found = QZmath::estimateReconstruction(cloud, options); });
+        progress.run(options.threads, [&](CProgressCounter & counter) {
+            found = QZmath::estimateReconstruction(cloud, options, &counter);
+        });
     } catch (ReconstructionError const & error) {
         return py::make_tuple(py::none(), kindName(error.kind()), error.what());
     }
