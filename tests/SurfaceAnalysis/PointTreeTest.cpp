@@ -95,3 +95,28 @@ TEST(PointTree, NeighboursAreThoseOfBruteForce)
     for (std::size_t copies : {1U, 300U})
         expectBruteForce(std::vector<Point3D>(copies, Point3D(3, 4, 5)), 20, everywhere, 1);
 }
+
+TEST(PointTree, ManyPointsAreSplitAtTheMedian)
+{
+    // Of few distinct coordinates, so that the index decides at every cut.
+    Random random(2);
+    std::vector<Point3D> points(1300000);
+    for (Point3D & point : points)
+        point = Point3D(std::round(random.uniform(0, 40)), std::round(random.uniform(0, 9)), 3);
+    CPointTree const tree(static_cast<int>(points.size()), points.data(), nullptr);
+    for (int node = 1, leaves = tree.leafCount(); node < 64;
+         leaves = tree.leafCount() >> std::ilogb(++node)) {
+        CPointTree::Node const & box = tree.node(node);
+        int const axis = box.high[1] - box.low[1] > box.high[0] - box.low[0] ? 1 : 0;
+        int const firstLeaf = node * leaves - tree.leafCount();
+        std::pair<float, std::uint32_t> last(-1.0F, 0), first(1e9F, 0);
+        for (int at = tree.leafBegin(firstLeaf); at < tree.leafBegin(firstLeaf + leaves); ++at) {
+            std::pair<float, std::uint32_t> const key(tree.coords(axis)[at], tree.index(at));
+            if (at < tree.leafBegin(firstLeaf + leaves / 2))
+                last = std::max(last, key);
+            else
+                first = std::min(first, key);
+        }
+        ASSERT_LT(last, first) << node;
+    }
+}

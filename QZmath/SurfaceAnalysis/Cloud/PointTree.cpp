@@ -6,10 +6,12 @@
 #include <QZsys/ParallelTasks.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <numeric>
+#include <utility>
 
 namespace REmath::Detail
 {
@@ -17,7 +19,8 @@ namespace REmath::Detail
 namespace
 {
 
-constexpr std::int64_t largestLeaf = 14;
+constexpr int largestLeaf = 14;
+constexpr int recordsPerChunk = 1 << 15;
 
 // How much farther than the last leaf's neighbours the candidates of the next are looked for, squared.
 constexpr float reachMargin = 1.3F;
@@ -115,47 +118,87 @@ float squaredDistanceOf(std::uint64_t key)
 
 CPointTree::CPointTree(int n, Point3D const * points, CProgressCounter * progress) : m_unit(unitOf(n, points))
 {
-    std::vector<Record> records;
-    records.reserve(static_cast<std::size_t>(std::max(n, 0)));
-    for (int i = 0; i < n; ++i) {
-        if (!isFinite(points[i]))
-            continue;
-        Record record{{}, static_cast<std::uint32_t>(i)};
-        for (int axis = 0; axis < 3; ++axis)
-            record.coords[axis] = narrow(static_cast<double>(points[i].asArray()[axis]) * m_unit);
-        records.push_back(record);
+    QzBackend::LoopTeam::run(usefulThreads(std::max(n, 0)), progress, [&](QzBackend::LoopTeam & team) {
+        std::vector<Record> records = recordsOf(n, points, team);
+        while (std::int64_t(largestLeaf) * m_leafCount < static_cast<std::int64_t>(records.size()))
+            m_leafCount = 1 << ++m_leafLevel;
+        m_size = static_cast<int>(records.size());
+        m_nodes.resize(2 * static_cast<std::size_t>(m_leafCount));
+        if (!records.empty())
+            split(records, team);
+    });
+}
+
+int CPointTree::usefulThreads(int points)
+{
+    int const pointsForEach = 64 * largestLeaf;
+    return std::clamp(points / pointsForEach, 1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+}
+
+// The finite points in their order, scaled.
+std::vector<CPointTree::Record> CPointTree::recordsOf(int n, Point3D const * points,
+                                                      QzBackend::LoopTeam & team) const
+{
+    int const chunks = (std::max(n, 0) + recordsPerChunk - 1) / recordsPerChunk;
+    std::vector<int> begins(static_cast<std::size_t>(chunks) + 1, 0);
+    team.forEach(
+        chunks,
+        [&](int chunk) {
+            Point3D const * const begin = points + chunk * std::int64_t(recordsPerChunk);
+            Point3D const * const end =
+                points + std::min<std::int64_t>(n, (chunk + 1) * std::int64_t(recordsPerChunk));
+            begins[static_cast<std::size_t>(chunk) + 1] =
+                static_cast<int>(std::count_if(begin, end, isFinite));
+        },
+        0.02);
+    std::partial_sum(begins.begin(), begins.end(), begins.begin());
+    std::vector<Record> records(static_cast<std::size_t>(begins.back()));
+    team.forEach(
+        chunks,
+        [&](int chunk) {
+            auto next = static_cast<std::size_t>(begins[static_cast<std::size_t>(chunk)]);
+            int const begin = chunk * recordsPerChunk, end = begin + std::min(recordsPerChunk, n - begin);
+            for (int i = begin; i < end; ++i) {
+                if (!isFinite(points[i]))
+                    continue;
+                Record & record = records[next++];
+                record.index = static_cast<std::uint32_t>(i);
+                for (int axis = 0; axis < 3; ++axis)
+                    record.coords[axis] = narrow(static_cast<double>(points[i].asArray()[axis]) * m_unit);
+            }
+        },
+        0.05);
+    return records;
+}
+
+// The upper levels node by node, those of many points by all threads together, and below them whole subtrees.
+void CPointTree::split(std::vector<Record> & records, QzBackend::LoopTeam & team)
+{
+    int const mostForOne = 1 << 19, mostForSubtree = 1 << 15; // a few milliseconds each
+    int nodes = 1;
+    int const levels = std::max(1, std::ilogb(std::max(1.0, double(m_size) / mostForSubtree)) + 1);
+    {
+        std::vector<Record> spare;
+        for (int level = 0; nodes < m_leafCount && m_size / nodes > mostForSubtree; nodes *= 2, ++level) {
+            double const until = 0.05 + 0.6 * (level + 1) / levels;
+            int const leaves = m_leafCount / nodes;
+            if (m_size / nodes <= mostForOne) {
+                team.forEach(
+                    nodes, [&](int node) { splitNode(records, nodes + node, leaves); }, until);
+                continue;
+            }
+            spare.resize(records.size());
+            for (int node = nodes; node < 2 * nodes; ++node)
+                splitTogether(records, spare, node, leaves, team);
+            records.swap(spare);
+            team.setPosition(until);
+        }
     }
-    while (largestLeaf * m_leafCount < static_cast<std::int64_t>(records.size()))
-        m_leafCount = 1 << ++m_leafLevel;
-    m_indices.resize(records.size());
     for (std::vector<float> & coords : m_coords)
         coords.resize(records.size());
-    m_nodes.resize(2 * static_cast<std::size_t>(m_leafCount));
-    if (!records.empty())
-        splitOnAllThreads(records, progress);
-}
-
-int CPointTree::usefulThreads() const
-{
-    int const leavesForEach = 64;
-    return std::clamp(m_leafCount / leavesForEach, 1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
-}
-
-void CPointTree::splitOnAllThreads(std::vector<Record> & records, CProgressCounter * progress)
-{
-    // The upper levels one by one, and below them whole subtrees.
-    constexpr int subtrees = 16;
-    QzBackend::LoopTeam::run(usefulThreads(), progress, [&](QzBackend::LoopTeam & team) {
-        double position = 0;
-        for (int nodes = 1; nodes < std::min(subtrees, m_leafCount); nodes *= 2) {
-            position += 0.06;
-            team.forEach(
-                nodes, [&](int node) { splitNode(records, nodes + node, m_leafCount / nodes); }, position);
-        }
-        int const nodes = std::min(subtrees, m_leafCount);
-        team.forEach(
-            nodes, [&](int node) { splitBelow(records, nodes + node, m_leafCount / nodes); }, 1);
-    });
+    m_indices.resize(records.size());
+    team.forEach(
+        nodes, [&](int node) { splitBelow(records, nodes + node, m_leafCount / nodes); }, 1);
 }
 
 void CPointTree::splitBelow(std::vector<Record> & records, int node, int leaves)
@@ -167,36 +210,108 @@ void CPointTree::splitBelow(std::vector<Record> & records, int node, int leaves)
     }
 }
 
-// Fills a node above `leaves` leaves and divides its records among its children.
-void CPointTree::splitNode(std::vector<Record> & records, int node, int leaves)
+CPointTree::Node CPointTree::boxOf(Record const * begin, Record const * end)
 {
-    int const firstLeaf = node * leaves - m_leafCount;
-    auto const begin = records.begin() + leafBegin(firstLeaf);
-    auto const end = records.begin() + leafBegin(firstLeaf + leaves);
-    Node & box = m_nodes[static_cast<std::size_t>(node)];
+    Node box;
     std::copy_n(begin->coords, 3, box.low);
     std::copy_n(begin->coords, 3, box.high);
     box.leastIndex = begin->index;
-    for (auto record = begin; record != end; ++record) {
+    for (Record const * record = begin; record != end; ++record) {
         for (int axis = 0; axis < 3; ++axis) {
             box.low[axis] = std::min(box.low[axis], record->coords[axis]);
             box.high[axis] = std::max(box.high[axis], record->coords[axis]);
         }
         box.leastIndex = std::min(box.leastIndex, record->index);
     }
-    if (leaves == 1) {
-        storeLeaf(records, firstLeaf);
-        return;
-    }
+    return box;
+}
+
+int CPointTree::longestSide(Node const & box)
+{
     int axis = 0;
     for (int other = 1; other < 3; ++other) {
         if (box.high[other] - box.low[other] > box.high[axis] - box.low[axis])
             axis = other;
     }
-    auto const middle = records.begin() + leafBegin(firstLeaf + leaves / 2);
-    std::nth_element(begin, middle, end, [axis](Record const & a, Record const & b) {
-        return a.coords[axis] < b.coords[axis] || (a.coords[axis] == b.coords[axis] && a.index < b.index);
+    return axis;
+}
+
+// Fills a node above `leaves` leaves and divides its records among its children.
+void CPointTree::splitNode(std::vector<Record> & records, int node, int leaves)
+{
+    int const firstLeaf = node * leaves - m_leafCount;
+    Record * const begin = records.data() + leafBegin(firstLeaf);
+    Record * const end = records.data() + leafBegin(firstLeaf + leaves);
+    Node const box = m_nodes[static_cast<std::size_t>(node)] = boxOf(begin, end);
+    if (leaves == 1)
+        storeLeaf(records, firstLeaf);
+    else
+        std::nth_element(begin, records.data() + leafBegin(firstLeaf + leaves / 2), end,
+                         Before{longestSide(box)});
+}
+
+// The same by all threads, with the records in `spare` afterwards: two records of a sample that have the
+// middle one between them part the others, which leaves few to be ordered.
+void CPointTree::splitTogether(std::vector<Record> const & records, std::vector<Record> & spare, int node,
+                               int leaves, QzBackend::LoopTeam & team)
+{
+    int const firstLeaf = node * leaves - m_leafCount;
+    Record const * const all = records.data() + leafBegin(firstLeaf);
+    int const count = leafBegin(firstLeaf + leaves) - leafBegin(firstLeaf);
+    int const middle = leafBegin(firstLeaf + leaves / 2) - leafBegin(firstLeaf);
+    int const chunks = (count + recordsPerChunk - 1) / recordsPerChunk;
+    auto const chunkBegin = [&](int chunk) { return all + std::min(count, chunk * recordsPerChunk); };
+    std::vector<Node> boxes(static_cast<std::size_t>(chunks));
+    team.forEach(chunks, [&](int chunk) {
+        boxes[static_cast<std::size_t>(chunk)] = boxOf(chunkBegin(chunk), chunkBegin(chunk + 1));
     });
+    Node & box = m_nodes[static_cast<std::size_t>(node)] = boxes[0];
+    for (Node const & part : boxes) {
+        for (int axis = 0; axis < 3; ++axis) {
+            box.low[axis] = std::min(box.low[axis], part.low[axis]);
+            box.high[axis] = std::max(box.high[axis], part.high[axis]);
+        }
+        box.leastIndex = std::min(box.leastIndex, part.leastIndex);
+    }
+    Before const isBefore{longestSide(box)};
+
+    int const sampleSize = std::clamp(count / 256, 1024, 1 << 16);
+    int const margin = 2 * static_cast<int>(std::sqrt(sampleSize)); // four standard deviations of the median
+    std::vector<Record> sample;
+    for (int n = 0; n < sampleSize; ++n)
+        sample.push_back(all[std::int64_t(count) * n / sampleSize]);
+    std::sort(sample.begin(), sample.end(), isBefore);
+    Record const low = sample[static_cast<std::size_t>(sampleSize / 2 - margin)];
+    Record const high = sample[static_cast<std::size_t>(sampleSize / 2 + margin)];
+    auto const classOf = [&](Record const & record) {
+        return isBefore(record, low) ? 0U : isBefore(high, record) ? 2U : 1U;
+    };
+    std::vector<std::array<int, 3>> places(
+        static_cast<std::size_t>(chunks)); // of each chunk's next in a class
+    team.forEach(chunks, [&](int chunk) {
+        std::array<int, 3> & sizes = places[static_cast<std::size_t>(chunk)];
+        sizes = {};
+        for (Record const * record = chunkBegin(chunk); record != chunkBegin(chunk + 1); ++record)
+            ++sizes[classOf(*record)];
+    });
+    int const begin = leafBegin(firstLeaf);
+    int place = begin;
+    std::array<int, 4> bounds{};
+    for (std::size_t ofClass = 0; ofClass < 3; ++ofClass) {
+        bounds[ofClass] = place;
+        for (std::array<int, 3> & ofChunk : places)
+            place += std::exchange(ofChunk[ofClass], place);
+    }
+    bounds[3] = place;
+    team.forEach(chunks, [&](int chunk) {
+        std::array<int, 3> next = places[static_cast<std::size_t>(chunk)];
+        for (Record const * record = chunkBegin(chunk); record != chunkBegin(chunk + 1); ++record)
+            spare[static_cast<std::size_t>(next[classOf(*record)]++)] = *record;
+    });
+    // An odd sample puts the middle one into another class.
+    std::size_t const ofMiddle = begin + middle < bounds[1] ? 0 : begin + middle < bounds[2] ? 1 : 2;
+    std::nth_element(spare.begin() + bounds[ofMiddle], spare.begin() + begin + middle,
+                     spare.begin() + bounds[ofMiddle + 1], isBefore);
 }
 
 void CPointTree::storeLeaf(std::vector<Record> & records, int leaf)

@@ -9,6 +9,11 @@
 
 class CProgressCounter;
 
+namespace QzBackend
+{
+class LoopTeam;
+}
+
 namespace REmath::Detail
 {
 
@@ -34,7 +39,7 @@ public:
 
     CPointTree(int n, Point3D const * points, CProgressCounter * progress);
 
-    int size() const { return static_cast<int>(m_indices.size()); }
+    int size() const { return m_size; }
     int leafCount() const { return m_leafCount; }
     /// Positions of the points of a leaf: from `leafBegin(leaf)` to `leafBegin(leaf + 1)`.
     int leafBegin(int leaf) const
@@ -57,7 +62,7 @@ public:
     double unit() const { return m_unit; }
     /// How many threads are worth their while for work on all points: those of the tasks helper, but none
     /// with only a few leaves to do.
-    int usefulThreads() const;
+    int usefulThreads() const { return usefulThreads(m_size); }
 
 private:
     struct Record
@@ -66,7 +71,23 @@ private:
         std::uint32_t index;
     };
 
-    void splitOnAllThreads(std::vector<Record> & records, CProgressCounter * progress);
+    // The order along an axis, ties by index.
+    struct Before
+    {
+        int axis;
+        bool operator()(Record const & a, Record const & b) const
+        {
+            return a.coords[axis] < b.coords[axis] || (a.coords[axis] == b.coords[axis] && a.index < b.index);
+        }
+    };
+
+    static int usefulThreads(int points);
+    static Node boxOf(Record const * begin, Record const * end);
+    static int longestSide(Node const & box);
+    std::vector<Record> recordsOf(int n, Point3D const * points, QzBackend::LoopTeam & team) const;
+    void split(std::vector<Record> & records, QzBackend::LoopTeam & team);
+    void splitTogether(std::vector<Record> const & records, std::vector<Record> & spare, int node, int leaves,
+                       QzBackend::LoopTeam & team);
     void splitBelow(std::vector<Record> & records, int node, int leaves);
     void splitNode(std::vector<Record> & records, int node, int leaves);
     void storeLeaf(std::vector<Record> & records, int leaf);
@@ -74,6 +95,7 @@ private:
     std::vector<float> m_coords[3];
     std::vector<std::uint32_t> m_indices;
     std::vector<Node> m_nodes;
+    int m_size = 0;
     int m_leafLevel = 0; ///< leafCount() is 1 << m_leafLevel
     int m_leafCount = 1;
     double m_unit = 1;
