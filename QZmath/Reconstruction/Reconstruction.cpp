@@ -43,7 +43,7 @@ class Call
 public:
     Call(PointCloudView const & cloud, ReconstructionOptions const & options, ReconstructionReport & report,
          CProgressCounter * progress)
-        : m_options(options), m_report(report), m_progress(progress), m_cloud(cloud)
+        : m_options(options), m_report(report), m_progress(progress), m_cloud(cloud, progress)
     {}
 
     TriangleMesh run();
@@ -78,11 +78,7 @@ void Call::refuseWithoutArea() const
 {
     CloudScatter scatter(m_cloud.size(), m_cloud.extent());
     scatter.refuseWithoutExtent();
-    REmath::Point3D const * const points = m_cloud.points();
-    for (int i = 0; i < m_cloud.size(); ++i)
-        scatter.addToMean(points[i].asArray());
-    for (int i = 0; i < m_cloud.size(); ++i)
-        scatter.addAroundMean(points[i].asArray());
+    scatter.addAll(m_cloud.points(), m_progress);
     scatter.refuseLine();
 }
 
@@ -111,7 +107,7 @@ void Call::removeRepeated()
     if (m_measures.repeated < repeatedThatMatter)
         return;
     std::vector<std::uint8_t> marks(static_cast<std::size_t>(m_cloud.size()));
-    int const marked = FindRepeatedPoints(m_cloud.size(), m_cloud.points(), marks.data());
+    int const marked = FindRepeatedPoints(m_cloud.size(), m_cloud.points(), marks.data(), m_progress);
     m_cloud.remove(marks);
     m_report.repeatedRemoved = static_cast<std::size_t>(marked);
     measure();

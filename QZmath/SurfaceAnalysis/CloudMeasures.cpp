@@ -3,18 +3,24 @@
 
 #include <QZmath/SurfaceAnalysis/Cloud/Neighbourhoods.h>
 #include <QZmath/SurfaceAnalysis/Cloud/PointTree.h>
+#include <QZmath/SurfaceAnalysis/Cloud/StablePartition.h>
 #include <QZmath/SurfaceAnalysis/Neighbourhood/Scatter.h>
 
+#include <QZmath/Backend/Parallel.h>
 #include <QZmath/Foundation/IndexDetail.h>
 #include <QZmath/Foundation/VectorProductsDetail.h>
 
+#include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <numeric>
 #include <optional>
+#include <utility>
 #include <vector>
 
 using REmath::Point3D;
@@ -108,15 +114,15 @@ double distanceOfRank(Gathered const & gathered, int rank)
     return std::sqrt(squares[index(rank - 1)]);
 }
 
-// What the neighbourhood of one point says of the cloud; negative where it does not.
+// What the neighbourhoods of the examined points say of the cloud, for each; negative where they do not.
 struct PointMeasures
 {
     std::vector<float> spacings, noises;
     std::vector<std::uint8_t> normals;  // bits: 1 judged, 2 off the plane, 4 against the others
     std::vector<std::uint8_t> repeated; // 1 where another point is in the same place
 
-    explicit PointMeasures(int n)
-        : spacings(index(n), -1.0F), noises(index(n), -1.0F), normals(index(n), 0), repeated(index(n), 0)
+    explicit PointMeasures(std::size_t n)
+        : spacings(n, -1.0F), noises(n, -1.0F), normals(n, 0), repeated(n, 0)
     {}
 };
 
@@ -141,7 +147,7 @@ std::uint8_t judgeNormal(Gathered const & gathered, CPointTree const & tree, Pla
     return verdict;
 }
 
-void measurePoint(std::uint32_t point, Gathered const & gathered, CPointTree const & tree,
+void measurePoint(std::size_t point, Gathered const & gathered, CPointTree const & tree,
                   Point3D const * normals, PointMeasures & measures)
 {
     auto const isHere = [own = gathered.data()](Point3D const & other) {
@@ -177,22 +183,64 @@ bool isFinite(Point3D const & point)
     return std::isfinite(point.x()) && std::isfinite(point.y()) && std::isfinite(point.z());
 }
 
-// One point of each place.
-std::vector<Point3D> placesOf(int n, Point3D const * points)
+// One point of each place, in lexicographic order.
+std::vector<Point3D> placesOf(int n, Point3D const * points, CProgressCounter * progress)
 {
-    std::vector<Point3D> places(points, points + n);
-    auto const isBefore = [](Point3D const & a, Point3D const & b) {
+    std::vector<std::uint8_t> isRepeated(index(std::max(n, 0)));
+    FindRepeatedPoints(n, points, isRepeated.data(), progress);
+    std::vector<Point3D> places;
+    for (int i = 0; i < n; ++i) {
+        if (isRepeated[index(i)] == 0 && isFinite(points[i]))
+            places.push_back(points[i]);
+    }
+    std::sort(places.begin(), places.end(), [](Point3D const & a, Point3D const & b) {
         return std::lexicographical_compare(a.asArray(), a.asArray() + 3, b.asArray(), b.asArray() + 3);
-    };
-    places.erase(
-        std::remove_if(places.begin(), places.end(), [](Point3D const & point) { return !isFinite(point); }),
-        places.end());
-    std::sort(places.begin(), places.end(), isBefore);
-    places.erase(
-        std::unique(places.begin(), places.end(),
-                    [&](Point3D const & a, Point3D const & b) { return !isBefore(a, b) && !isBefore(b, a); }),
-        places.end());
+    });
     return places;
+}
+
+// The same for equal places, of which 0 and -0 are two forms.
+std::uint64_t hashOf(Point3D const & place)
+{
+    std::uint64_t hash = 0;
+    for (int axis = 0; axis < 3; ++axis) {
+        float const coordinate = place.asArray()[axis] + 0.0F;
+        std::uint32_t bits;
+        std::memcpy(&bits, &coordinate, sizeof(bits));
+        hash = (hash ^ bits) * UINT64_C(0x9E3779B97F4A7C15);
+        hash ^= hash >> 32;
+    }
+    return hash * UINT64_C(0xD6E8FEB86659FD93);
+}
+
+// Marks the points that repeat one before them in a list; gives how many.
+int markRepeated(int const * begin, int const * end, Point3D const * points, std::uint8_t * isRepeated)
+{
+    std::vector<int> firsts(16, -1); // an open table, at most half full
+    std::size_t places = 0;
+    auto const slotOf = [&](int point) -> int & {
+        float const * const here = points[point].asArray();
+        std::size_t const mask = firsts.size() - 1;
+        std::size_t slot = hashOf(points[point]) >> 24 & mask;
+        while (firsts[slot] >= 0 && !std::equal(here, here + 3, points[firsts[slot]].asArray()))
+            slot = (slot + 1) & mask;
+        return firsts[slot];
+    };
+    for (int const * point = begin; point != end; ++point) {
+        int & first = slotOf(*point);
+        isRepeated[*point] = first >= 0;
+        if (first >= 0)
+            continue;
+        first = *point;
+        if (2 * ++places < firsts.size())
+            continue;
+        std::vector<int> const fewer = std::exchange(firsts, std::vector<int>(2 * firsts.size(), -1));
+        for (int const moved : fewer) {
+            if (moved >= 0)
+                slotOf(moved) = moved;
+        }
+    }
+    return static_cast<int>(end - begin) - static_cast<int>(places);
 }
 
 } // namespace
@@ -201,17 +249,23 @@ CCloudMeasures MeasureCloud(int n, Point3D const * points, Point3D const * norma
                             CProgressCounter * progress)
 {
     CCloudMeasures found;
-    PointMeasures measures(std::max(n, 0));
     CPrgCntSubPhase growing(progress, 0.0, 0.7, 0, true);
     CPointTree const tree(n, points, progress);
     growing.Finish();
     CPrgCntSubPhase const measuring(progress, 0.7, 0.3, 0, true);
+    auto const strideFor = [&](int neighbours) {
+        return 1 + tree.size() / (enoughPoints / neighbours * measuredNeighbours);
+    };
+    PointMeasures measures(index(tree.leafCount() / strideFor(measuredNeighbours) + 1) *
+                           index(tree.leafSize()));
     auto const measureWith = [&](int neighbours) {
-        int const stride = 1 + tree.size() / (enoughPoints / neighbours * measuredNeighbours);
+        int const stride = strideFor(neighbours);
         return forAllNeighbourhoods(
             tree, neighbours, unlimited, progress,
-            [&](std::uint32_t point, Gathered const & gathered) {
-                measurePoint(point, gathered, tree, normals, measures);
+            [&](std::uint32_t, Gathered const & gathered) {
+                int const position = gathered.positions()[0], leaf = tree.leafOf(position);
+                int const place = leaf / stride * tree.leafSize() + position - tree.leafBegin(leaf);
+                measurePoint(index(place), gathered, tree, normals, measures);
                 return true;
             },
             stride);
@@ -224,7 +278,7 @@ CCloudMeasures MeasureCloud(int n, Point3D const * points, Point3D const * norma
     std::vector<float> spacings = valuesOf(measures.spacings);
     // Where most points repeat one another, places count.
     if (2 * spacings.size() < index(found.examined)) {
-        std::vector<Point3D> const places = placesOf(n, points);
+        std::vector<Point3D> const places = placesOf(n, points, progress);
         if (places.size() < index(tree.size())) {
             CCloudMeasures ofPlaces =
                 MeasureCloud(static_cast<int>(places.size()), places.data(), nullptr, nullptr);
@@ -254,32 +308,26 @@ CCloudMeasures MeasureCloud(int n, Point3D const * points, Point3D const * norma
     return found;
 }
 
-int FindRepeatedPoints(int n, Point3D const * points, std::uint8_t * isRepeated)
+int FindRepeatedPoints(int n, Point3D const * points, std::uint8_t * isRepeated, CProgressCounter * progress)
 {
-    std::fill_n(isRepeated, std::max(n, 0), std::uint8_t(0));
-    auto const isBefore = [points](int a, int b) {
-        float const *left = points[a].asArray(), *right = points[b].asArray();
-        for (int axis = 0; axis < 3; ++axis) {
-            if (left[axis] != right[axis])
-                return left[axis] < right[axis];
-        }
-        return a < b;
-    };
-    std::vector<int> order;
-    for (int i = 0; i < n; ++i) {
-        if (isFinite(points[i]))
-            order.push_back(i);
-    }
-    std::sort(order.begin(), order.end(), isBefore);
-    int marked = 0;
-    for (std::size_t place = 1; place < order.size(); ++place) {
-        float const *here = points[order[place]].asArray(), *before = points[order[place - 1]].asArray();
-        if (std::equal(here, here + 3, before)) {
-            isRepeated[order[place]] = 1;
-            ++marked;
-        }
-    }
-    return marked;
+    // By hash into lists that are looked through one by one; the last one is of points that are not finite.
+    int const lists = std::clamp(n >> 12, 1, 1 << 10);
+    std::vector<int> order(index(std::max(n, 0)));
+    std::vector<int> marked(index(lists), 0);
+    int const threads = std::clamp(lists, 1, CVescaThreadingTasksHelper::getNumOfPhisicalThread());
+    QzBackend::LoopTeam::run(threads, progress, [&](QzBackend::LoopTeam & team) {
+        std::fill_n(isRepeated, std::max(n, 0), std::uint8_t(0));
+        auto const listOf = [&](int point) {
+            return isFinite(points[point]) ? static_cast<int>(hashOf(points[point]) >> 54) % lists : lists;
+        };
+        auto const put = [&](int point, int place) { order[index(place)] = point; };
+        std::vector<int> const begins = REmath::Detail::partitionStably(n, lists + 1, listOf, put, team);
+        team.forEach(lists, [&](int list) {
+            marked[index(list)] = markRepeated(order.data() + begins[index(list)],
+                                               order.data() + begins[index(list + 1)], points, isRepeated);
+        });
+    });
+    return std::accumulate(marked.begin(), marked.end(), 0);
 }
 
 namespace

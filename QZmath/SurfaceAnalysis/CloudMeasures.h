@@ -32,14 +32,15 @@ struct CCloudMeasures
 
 /// Measures spacing and noise of a cloud, and checks its normals.
 ///
-/// About O(n log n) for the search tree; the rest does not grow with n. 40 bytes a point.
+/// About O(n log n) for the search tree; the rest does not grow with n. 32 bytes a point.
 /// \param normals of the points, of any length, zero for unknown; null when there are none
 QZMATH_API CCloudMeasures MeasureCloud(int n, REmath::Point3D const * points, REmath::Point3D const * normals,
                                        CProgressCounter * progress = nullptr);
 
 /// Marks the points in whose place there is one of a lower index. The return value is the number of marks.
-/// O(n log n), 4 bytes a point.
-QZMATH_API int FindRepeatedPoints(int n, REmath::Point3D const * points, std::uint8_t * isRepeated);
+/// O(n), some 16 bytes a point.
+QZMATH_API int FindRepeatedPoints(int n, REmath::Point3D const * points, std::uint8_t * isRepeated,
+                                  CProgressCounter * progress = nullptr);
 
 /// Marks the points that do not belong to the surface: those whose neighbours are far away compared with
 /// those of the other points, and those that stand off the plane of their neighbours by much more than these

@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Reconstruction/Cloud/LocalCloud.h>
 
+#include <QZmath/Backend/ParallelPieces.h>
 #include <QZmath/Reconstruction/Reconstruction.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <string>
 #include <type_traits>
 
 namespace QZmath
 {
+
+using QzBackend::findInPieces;
+using QzBackend::forPieces;
 
 namespace
 {
@@ -42,6 +47,12 @@ public:
         if (m_count++ == 0)
             m_first = static_cast<std::int64_t>(point);
     }
+    void add(Flaw const & later)
+    {
+        if (m_count == 0)
+            m_first = later.m_first;
+        m_count += later.m_count;
+    }
     void refuseIfAny(char const * what, std::int64_t firstIndex) const
     {
         if (m_count > 0)
@@ -61,36 +72,62 @@ bool anyOf3(Number const * triple, Predicate predicate)
     return predicate(triple[0]) || predicate(triple[1]) || predicate(triple[2]);
 }
 
-template <class Number>
-CloudBox boxOfPositions(Number const * positions, std::size_t size, std::int64_t firstIndex)
+struct CheckedBox
 {
     CloudBox box;
     Flaw notFinite, tooLarge;
-    for (std::size_t i = 0; i < size; ++i) {
+};
+
+template <class Number>
+CheckedBox checkPositions(Number const * positions, std::size_t begin, std::size_t end)
+{
+    CheckedBox found;
+    for (std::size_t i = begin; i < end; ++i) {
         Number const * const point = positions + 3 * i;
         if (anyOf3(point, [](Number value) { return !std::isfinite(value); })) {
-            notFinite.add(i);
+            found.notFinite.add(i);
             continue;
         }
         if (anyOf3(point,
                    [](Number value) { return std::abs(static_cast<double>(value)) > greatestCoordinate; }))
-            tooLarge.add(i);
+            found.tooLarge.add(i);
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            box.low[axis] = std::min(box.low[axis], static_cast<double>(point[axis]));
-            box.high[axis] = std::max(box.high[axis], static_cast<double>(point[axis]));
+            found.box.low[axis] = std::min(found.box.low[axis], static_cast<double>(point[axis]));
+            found.box.high[axis] = std::max(found.box.high[axis], static_cast<double>(point[axis]));
         }
     }
-    notFinite.refuseIfAny("the cloud has coordinates that are not finite", firstIndex);
-    tooLarge.refuseIfAny("the cloud has coordinates beyond 1e30", firstIndex);
-    return box;
+    return found;
 }
 
 template <class Number>
-std::vector<float> toLocal(Number const * positions, std::size_t size, LocalFrame const & frame)
+CloudBox boxOfPositions(Number const * positions, std::size_t size, std::int64_t firstIndex,
+                        CProgressCounter * progress)
+{
+    CheckedBox all;
+    for (CheckedBox const &part : findInPieces(static_cast<int>(size), progress, [&](int begin, int end) {
+             return checkPositions(positions, static_cast<std::size_t>(begin), static_cast<std::size_t>(end));
+         })) {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            all.box.low[axis] = std::min(all.box.low[axis], part.box.low[axis]);
+            all.box.high[axis] = std::max(all.box.high[axis], part.box.high[axis]);
+        }
+        all.notFinite.add(part.notFinite);
+        all.tooLarge.add(part.tooLarge);
+    }
+    all.notFinite.refuseIfAny("the cloud has coordinates that are not finite", firstIndex);
+    all.tooLarge.refuseIfAny("the cloud has coordinates beyond 1e30", firstIndex);
+    return all.box;
+}
+
+template <class Number>
+std::vector<float> toLocal(Number const * positions, std::size_t size, LocalFrame const & frame,
+                           CProgressCounter * progress)
 {
     std::vector<float> local(3 * size);
-    for (std::size_t i = 0; i < local.size(); ++i)
-        local[i] = frame.toLocal(static_cast<double>(positions[i]), i % 3);
+    forPieces(static_cast<int>(size), progress, [&](int begin, int end) {
+        for (std::size_t i = 3 * static_cast<std::size_t>(begin); i < 3 * static_cast<std::size_t>(end); ++i)
+            local[i] = frame.toLocal(static_cast<double>(positions[i]), i % 3);
+    });
     return local;
 }
 
@@ -150,10 +187,10 @@ void checkPositionArrays(PointCloudView const & cloud)
         refuse("the cloud has " + std::to_string(cloud.size) + " points, more than 2147483647");
 }
 
-CloudBox boxOf(PointCloudView const & cloud, std::int64_t firstIndex)
+CloudBox boxOf(PointCloudView const & cloud, std::int64_t firstIndex, CProgressCounter * progress)
 {
-    return cloud.positions != nullptr ? boxOfPositions(cloud.positions, cloud.size, firstIndex)
-                                      : boxOfPositions(cloud.positions64, cloud.size, firstIndex);
+    return cloud.positions != nullptr ? boxOfPositions(cloud.positions, cloud.size, firstIndex, progress)
+                                      : boxOfPositions(cloud.positions64, cloud.size, firstIndex, progress);
 }
 
 LocalFrame frameOf(CloudBox const & box)
@@ -177,19 +214,32 @@ LocalFrame frameOf(CloudBox const & box)
     return frame;
 }
 
-NormalsState checkNormals(PointCloudView const & cloud, std::int64_t firstIndex)
+NormalsState checkNormals(PointCloudView const & cloud, std::int64_t firstIndex, CProgressCounter * progress)
 {
-    Flaw notFinite;
-    NormalsState state;
-    for (std::size_t i = 0; i < cloud.size; ++i) {
-        double const square = squaredLength(cloud.normals + 3 * i);
-        if (!std::isfinite(square))
-            notFinite.add(i);
-        state.areUnits = state.areUnits && (std::abs(square - 1.0) < 1e-4 || square == 0.0);
-        state.areZero = state.areZero && square == 0.0;
+    struct Part
+    {
+        Flaw notFinite;
+        NormalsState state;
+    };
+    auto const check = [&](int begin, int end) {
+        Part part;
+        for (std::size_t i = static_cast<std::size_t>(begin); i < static_cast<std::size_t>(end); ++i) {
+            double const square = squaredLength(cloud.normals + 3 * i);
+            if (!std::isfinite(square))
+                part.notFinite.add(i);
+            part.state.areUnits = part.state.areUnits && (std::abs(square - 1.0) < 1e-4 || square == 0.0);
+            part.state.areZero = part.state.areZero && square == 0.0;
+        }
+        return part;
+    };
+    Part all;
+    for (Part const & part : findInPieces(static_cast<int>(cloud.size), progress, check)) {
+        all.notFinite.add(part.notFinite);
+        all.state.areUnits = all.state.areUnits && part.state.areUnits;
+        all.state.areZero = all.state.areZero && part.state.areZero;
     }
-    notFinite.refuseIfAny("the cloud has normals that are not finite", firstIndex);
-    return state;
+    all.notFinite.refuseIfAny("the cloud has normals that are not finite", firstIndex);
+    return all.state;
 }
 
 void makeUnit(float const * normal, float * unit)
@@ -202,6 +252,32 @@ void makeUnit(float const * normal, float * unit)
 std::string CloudScatter::count() const
 {
     return std::to_string(m_points) + (m_points == 1 ? " point" : " points");
+}
+
+void CloudScatter::addAll(REmath::Point3D const * places, CProgressCounter * progress)
+{
+    auto const count = static_cast<int>(m_points);
+    auto const sumOf = [&](void (CloudScatter::*add)(float const *)) {
+        CloudScatter none = *this;
+        std::fill_n(&none.scatter[0][0], 9, 0.0);
+        return findInPieces(count, progress, [&, none](int begin, int end) {
+            auto part = std::make_unique<CloudScatter>(none);
+            for (int i = begin; i < end; ++i)
+                ((*part).*add)(places[i].asArray());
+            return part;
+        });
+    };
+    std::array<double, 3> mean{};
+    for (auto const & part : sumOf(&CloudScatter::addToMean)) {
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            mean[axis] += part->sum[axis];
+    }
+    std::copy(mean.begin(), mean.end(), sum);
+    for (auto const & part : sumOf(&CloudScatter::addAroundMean)) {
+        for (int row = 0; row < 3; ++row)
+            for (int col = 0; col < 3; ++col)
+                scatter[row][col] += part->scatter[row][col];
+    }
 }
 
 void CloudScatter::refuseWithoutExtent() const
@@ -220,26 +296,27 @@ void CloudScatter::refuseLine() const
         refuse("the " + count() + " of the cloud lie on a line, so they make no surface");
 }
 
-LocalCloud::LocalCloud(PointCloudView const & cloud) : m_colors(cloud.colors), m_boundary(cloud.boundary)
+LocalCloud::LocalCloud(PointCloudView const & cloud, CProgressCounter * progress)
+    : m_colors(cloud.colors), m_boundary(cloud.boundary)
 {
     if (cloud.size == 0)
         refuse("the cloud has no points");
     checkPositionArrays(cloud);
     m_size = static_cast<int>(cloud.size);
-    takePositions(cloud);
+    takePositions(cloud, progress);
     if (cloud.normals != nullptr)
-        takeNormals(cloud);
+        takeNormals(cloud, progress);
 }
 
-void LocalCloud::takePositions(PointCloudView const & cloud)
+void LocalCloud::takePositions(PointCloudView const & cloud, CProgressCounter * progress)
 {
-    CloudBox const box = boxOf(cloud);
+    CloudBox const box = boxOf(cloud, 0, progress);
     m_frame = frameOf(box);
     m_extent = box.extent() * m_frame.scale;
     if (cloud.positions64 != nullptr) {
-        m_ownPositions = toLocal(cloud.positions64, cloud.size, m_frame);
+        m_ownPositions = toLocal(cloud.positions64, cloud.size, m_frame, progress);
     } else if (m_frame.scale != 1.0 || m_frame.origin != std::array<double, 3>{}) {
-        m_ownPositions = toLocal(cloud.positions, cloud.size, m_frame);
+        m_ownPositions = toLocal(cloud.positions, cloud.size, m_frame, progress);
     } else {
         m_positions = cloud.positions;
         return;
@@ -247,9 +324,9 @@ void LocalCloud::takePositions(PointCloudView const & cloud)
     m_positions = m_ownPositions.data();
 }
 
-void LocalCloud::takeNormals(PointCloudView const & cloud)
+void LocalCloud::takeNormals(PointCloudView const & cloud, CProgressCounter * progress)
 {
-    NormalsState const state = checkNormals(cloud);
+    NormalsState const state = checkNormals(cloud, 0, progress);
     if (state.areZero)
         return;
     if (state.areUnits) {
@@ -257,8 +334,10 @@ void LocalCloud::takeNormals(PointCloudView const & cloud)
         return;
     }
     m_ownNormals.resize(3 * cloud.size);
-    for (std::size_t i = 0; i < cloud.size; ++i)
-        makeUnit(cloud.normals + 3 * i, m_ownNormals.data() + 3 * i);
+    forPieces(static_cast<int>(cloud.size), progress, [&](int begin, int end) {
+        for (std::size_t i = static_cast<std::size_t>(begin); i < static_cast<std::size_t>(end); ++i)
+            makeUnit(cloud.normals + 3 * i, m_ownNormals.data() + 3 * i);
+    });
     m_normals = m_ownNormals.data();
 }
 
@@ -304,7 +383,7 @@ void LocalCloud::remove(std::vector<std::uint8_t> const & marks)
     m_original = std::move(original);
     m_size = static_cast<int>(m_original.size());
     if (m_size > 0) // they are finite
-        m_extent = boxOfPositions(m_positions, m_original.size(), 0).extent();
+        m_extent = boxOfPositions(m_positions, m_original.size(), 0, nullptr).extent();
 }
 
 } // namespace QZmath

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+class CProgressCounter;
+
 namespace QZmath
 {
 
@@ -43,7 +45,8 @@ struct CloudBox
 /// \throws ReconstructionError unless there are positions in one precision, of at most 2147483647 points
 QZMATH_SISTER_API void checkPositionArrays(PointCloudView const & cloud);
 /// \throws ReconstructionError that names the first point that is not finite or too far out
-QZMATH_SISTER_API CloudBox boxOf(PointCloudView const & cloud, std::int64_t firstIndex = 0);
+QZMATH_SISTER_API CloudBox boxOf(PointCloudView const & cloud, std::int64_t firstIndex = 0,
+                                 CProgressCounter * progress = nullptr);
 /// \throws ReconstructionError for a cloud that is too small
 QZMATH_SISTER_API LocalFrame frameOf(CloudBox const & box);
 
@@ -54,7 +57,8 @@ struct NormalsState
     bool areZero = true;
 };
 /// \throws ReconstructionError that names the first normal that is not finite
-QZMATH_SISTER_API NormalsState checkNormals(PointCloudView const & cloud, std::int64_t firstIndex = 0);
+QZMATH_SISTER_API NormalsState checkNormals(PointCloudView const & cloud, std::int64_t firstIndex = 0,
+                                            CProgressCounter * progress = nullptr);
 /// The direction of a normal, in length 1; zero stays.
 QZMATH_SISTER_API void makeUnit(float const * normal, float * unit);
 
@@ -83,6 +87,8 @@ struct CloudScatter
             for (int col = 0; col < 3; ++col)
                 scatter[row][col] += apart[row] * apart[col] * m_perPoint;
     }
+    /// Both rounds over all points.
+    void addAll(REmath::Point3D const * places, CProgressCounter * progress);
     /// \throws ReconstructionError when they are all in one place, which can be asked before the sums
     QZMATH_SISTER_API void refuseWithoutExtent() const;
     /// \throws ReconstructionError when they lie on a line but for rounding
@@ -104,8 +110,9 @@ private:
 class QZMATH_SISTER_API LocalCloud
 {
 public:
-    /// Checks the cloud. \throws ReconstructionError that names the first point that cannot be used
-    explicit LocalCloud(PointCloudView const & cloud);
+    /// Checks the cloud. \throws ReconstructionError that names the first point that cannot be used, and what
+    /// the progress counter, which may be null, throws
+    explicit LocalCloud(PointCloudView const & cloud, CProgressCounter * progress = nullptr);
 
     int size() const { return m_size; }
     LocalFrame const & frame() const { return m_frame; }
@@ -127,8 +134,8 @@ public:
     void remove(std::vector<std::uint8_t> const & marks);
 
 private:
-    void takePositions(PointCloudView const & cloud);
-    void takeNormals(PointCloudView const & cloud);
+    void takePositions(PointCloudView const & cloud, CProgressCounter * progress);
+    void takeNormals(PointCloudView const & cloud, CProgressCounter * progress);
 
     int m_size = 0;
     LocalFrame m_frame;

@@ -1,26 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/SurfaceAnalysis/Cloud/PointTree.h>
 
-#include <QZmath/Backend/Parallel.h>
+#include <QZmath/Backend/ParallelPieces.h>
+#include <QZmath/SurfaceAnalysis/Cloud/StablePartition.h>
 
 #include <QZsys/ParallelTasks.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <numeric>
-#include <utility>
 
 namespace REmath::Detail
 {
+
+using QzBackend::forPieces;
+using QzBackend::itemsPerPiece;
+using QzBackend::piecesOf;
 
 namespace
 {
 
 constexpr int largestLeaf = 14;
-constexpr int recordsPerChunk = 1 << 15;
 
 // How much farther than the last leaf's neighbours the candidates of the next are looked for, squared.
 constexpr float reachMargin = 1.3F;
@@ -139,25 +141,21 @@ int CPointTree::usefulThreads(int points)
 std::vector<CPointTree::Record> CPointTree::recordsOf(int n, Point3D const * points,
                                                       QzBackend::LoopTeam & team) const
 {
-    int const chunks = (std::max(n, 0) + recordsPerChunk - 1) / recordsPerChunk;
-    std::vector<int> begins(static_cast<std::size_t>(chunks) + 1, 0);
-    team.forEach(
-        chunks,
-        [&](int chunk) {
-            Point3D const * const begin = points + chunk * std::int64_t(recordsPerChunk);
-            Point3D const * const end =
-                points + std::min<std::int64_t>(n, (chunk + 1) * std::int64_t(recordsPerChunk));
-            begins[static_cast<std::size_t>(chunk) + 1] =
-                static_cast<int>(std::count_if(begin, end, isFinite));
+    std::vector<int> begins(static_cast<std::size_t>(piecesOf(std::max(n, 0))) + 1, 0);
+    auto const pieceOf = [](int begin) { return static_cast<std::size_t>(begin / itemsPerPiece); };
+    forPieces(
+        n, team,
+        [&](int begin, int end) {
+            begins[pieceOf(begin) + 1] =
+                static_cast<int>(std::count_if(points + begin, points + end, isFinite));
         },
         0.02);
     std::partial_sum(begins.begin(), begins.end(), begins.begin());
     std::vector<Record> records(static_cast<std::size_t>(begins.back()));
-    team.forEach(
-        chunks,
-        [&](int chunk) {
-            auto next = static_cast<std::size_t>(begins[static_cast<std::size_t>(chunk)]);
-            int const begin = chunk * recordsPerChunk, end = begin + std::min(recordsPerChunk, n - begin);
+    forPieces(
+        n, team,
+        [&](int begin, int end) {
+            auto next = static_cast<std::size_t>(begins[pieceOf(begin)]);
             for (int i = begin; i < end; ++i) {
                 if (!isFinite(points[i]))
                     continue;
@@ -257,13 +255,12 @@ void CPointTree::splitTogether(std::vector<Record> const & records, std::vector<
 {
     int const firstLeaf = node * leaves - m_leafCount;
     Record const * const all = records.data() + leafBegin(firstLeaf);
+    Record * const parted = spare.data() + leafBegin(firstLeaf);
     int const count = leafBegin(firstLeaf + leaves) - leafBegin(firstLeaf);
     int const middle = leafBegin(firstLeaf + leaves / 2) - leafBegin(firstLeaf);
-    int const chunks = (count + recordsPerChunk - 1) / recordsPerChunk;
-    auto const chunkBegin = [&](int chunk) { return all + std::min(count, chunk * recordsPerChunk); };
-    std::vector<Node> boxes(static_cast<std::size_t>(chunks));
-    team.forEach(chunks, [&](int chunk) {
-        boxes[static_cast<std::size_t>(chunk)] = boxOf(chunkBegin(chunk), chunkBegin(chunk + 1));
+    std::vector<Node> boxes(static_cast<std::size_t>(piecesOf(count)));
+    forPieces(count, team, [&](int begin, int end) {
+        boxes[static_cast<std::size_t>(begin / itemsPerPiece)] = boxOf(all + begin, all + end);
     });
     Node & box = m_nodes[static_cast<std::size_t>(node)] = boxes[0];
     for (Node const & part : boxes) {
@@ -283,35 +280,14 @@ void CPointTree::splitTogether(std::vector<Record> const & records, std::vector<
     std::sort(sample.begin(), sample.end(), isBefore);
     Record const low = sample[static_cast<std::size_t>(sampleSize / 2 - margin)];
     Record const high = sample[static_cast<std::size_t>(sampleSize / 2 + margin)];
-    auto const classOf = [&](Record const & record) {
-        return isBefore(record, low) ? 0U : isBefore(high, record) ? 2U : 1U;
-    };
-    std::vector<std::array<int, 3>> places(
-        static_cast<std::size_t>(chunks)); // of each chunk's next in a class
-    team.forEach(chunks, [&](int chunk) {
-        std::array<int, 3> & sizes = places[static_cast<std::size_t>(chunk)];
-        sizes = {};
-        for (Record const * record = chunkBegin(chunk); record != chunkBegin(chunk + 1); ++record)
-            ++sizes[classOf(*record)];
-    });
-    int const begin = leafBegin(firstLeaf);
-    int place = begin;
-    std::array<int, 4> bounds{};
-    for (std::size_t ofClass = 0; ofClass < 3; ++ofClass) {
-        bounds[ofClass] = place;
-        for (std::array<int, 3> & ofChunk : places)
-            place += std::exchange(ofChunk[ofClass], place);
-    }
-    bounds[3] = place;
-    team.forEach(chunks, [&](int chunk) {
-        std::array<int, 3> next = places[static_cast<std::size_t>(chunk)];
-        for (Record const * record = chunkBegin(chunk); record != chunkBegin(chunk + 1); ++record)
-            spare[static_cast<std::size_t>(next[classOf(*record)]++)] = *record;
-    });
+    std::vector<int> const begins = partitionStably(
+        count, 3, [&](int item) { return isBefore(all[item], low)    ? 0
+                                         : isBefore(high, all[item]) ? 2
+                                                                     : 1; },
+        [&](int item, int place) { parted[place] = all[item]; }, team);
     // An odd sample puts the middle one into another class.
-    std::size_t const ofMiddle = begin + middle < bounds[1] ? 0 : begin + middle < bounds[2] ? 1 : 2;
-    std::nth_element(spare.begin() + bounds[ofMiddle], spare.begin() + begin + middle,
-                     spare.begin() + bounds[ofMiddle + 1], isBefore);
+    auto const behind = std::upper_bound(begins.begin(), begins.end() - 1, middle);
+    std::nth_element(parted + behind[-1], parted + middle, parted + *behind, isBefore);
 }
 
 void CPointTree::storeLeaf(std::vector<Record> & records, int leaf)

@@ -46,6 +46,15 @@ public:
     {
         return static_cast<int>(static_cast<std::int64_t>(size()) * leaf >> m_leafLevel);
     }
+    int leafOf(int position) const
+    {
+        int leaf = static_cast<int>((static_cast<std::int64_t>(position) << m_leafLevel) / size());
+        while (leafBegin(leaf + 1) <= position)
+            ++leaf;
+        return leaf;
+    }
+    /// Most points of a leaf.
+    int leafSize() const { return (size() - 1) / m_leafCount + 1; }
     Node const & node(int number) const { return m_nodes[static_cast<std::size_t>(number)]; }
     Node const & leafNode(int leaf) const { return node(m_leafCount + leaf); }
 
