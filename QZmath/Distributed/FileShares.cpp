@@ -192,7 +192,7 @@ FileShares readFileShares(Communicator const & communicator, std::vector<std::st
     communicator.together([&] {
         shares.cloud = joined.take();
         if (without > 0)
-            shares.cloud.colors = {};
+            shares.cloud.colors = decltype(shares.cloud.colors)();
         if (with > 0 && without > 0) // the same as that of a rank that has files of both kinds
             shares.cloud.notes.push_back(JoinedClouds::noteOnColors());
     });

@@ -12,7 +12,7 @@ namespace
 void widen(PointCloud & cloud)
 {
     cloud.positions64.assign(cloud.positions.begin(), cloud.positions.end());
-    cloud.positions = {};
+    cloud.positions = decltype(cloud.positions)();
 }
 
 // Appends rows, or as many zeros where a file has none of the kind and others have.
@@ -67,7 +67,7 @@ char const * JoinedClouds::noteOnColors()
 PointCloud JoinedClouds::take()
 {
     if (m_withColors > 0 && m_withColors < m_ends.size()) {
-        m_cloud.colors = {};
+        m_cloud.colors = decltype(m_cloud.colors)();
         m_cloud.notes.push_back(noteOnColors());
     }
     return std::move(m_cloud);

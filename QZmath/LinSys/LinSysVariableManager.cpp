@@ -37,7 +37,7 @@ void CVertexNumbering::add(int vertex)
         }
         for (int k = 0; k <= index; ++k)
             m_scattered.emplace_hint(m_scattered.end(), at(k), k);
-        m_table = {};
+        m_table = decltype(m_table)();
         m_tableBegin = 0;
         return;
     }

@@ -307,8 +307,8 @@ bool COctree::isInLeafCell(double const * point) const
 
 void COctree::releaseNodes()
 {
-    m_nodes = {};
-    m_sampleCells = {};
+    m_nodes = decltype(m_nodes)();
+    m_sampleCells = decltype(m_sampleCells)();
     for (CLatticeIndex & index : m_nodeIndex)
         index = CLatticeIndex();
 }

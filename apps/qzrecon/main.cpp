@@ -107,7 +107,7 @@ QZmath::PointCloud readClouds(Options & options, ConsoleProgress & progress)
     if (cloud.normals.empty() && !options.mayEstimateNormals)
         throw QZmath::InputError("the input has no normals; --estimate-normals 20 makes them");
     if (!options.withColors)
-        cloud.colors = {};
+        cloud.colors = decltype(cloud.colors)();
     return cloud;
 }
 

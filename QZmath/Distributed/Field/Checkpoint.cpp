@@ -249,7 +249,7 @@ std::vector<float> Checkpoint::readSolution(RankLattice const & lattice) const
         }
     });
     std::vector<char> arrived = m_ranks.exchange(toRanks);
-    toRanks = {};
+    toRanks = decltype(toRanks)();
     toAll = m_ranks.gatherToAll(toAll);
     std::vector<float> amplitudes;
     m_ranks.together([&] {

@@ -166,7 +166,7 @@ IterationResult Iteration::solve(BrickSystem::Vector & right, double tolerance, 
 
     right = m_system.transformedRight(right, m_team);
     toPetsc(right, b.object);
-    right = {};
+    right = BrickSystem::Vector();
     PetscErrorCode const code = KSPSolve(solver.object, b.object, x.object);
     if (m_failure != nullptr)
         std::rethrow_exception(m_failure);

@@ -161,7 +161,7 @@ std::vector<float> ImplicitField::solve()
                 for (std::size_t index = 0; index < nodes; ++index)
                     values[axis][index] = static_cast<float>(m_field[index][axis] * scale);
             }
-            m_field = {};
+            m_field = decltype(m_field)();
             system = std::make_unique<BrickSystem>(m_lattice->lattice(), factorOf(m_kernel),
                                                    VolTr::bestBrickPasses(), *m_lattice, team);
         });

@@ -123,8 +123,8 @@ struct RankLattice::Exchange
         checkPetsc(PetscSFSetGraph(forest, toPetsc(numbers), toPetsc(leaves.size()), leaves.data(),
                                    PETSC_COPY_VALUES, roots.data(), PETSC_COPY_VALUES));
         checkPetsc(PetscSFSetUp(forest));
-        leaves = {};
-        roots = {};
+        leaves = decltype(leaves)();
+        roots = decltype(roots)();
     }
 };
 

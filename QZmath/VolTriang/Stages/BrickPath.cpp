@@ -88,7 +88,7 @@ void BrickPath::makeRightPart(StageContext const & context)
         for (std::size_t index = 0; index < m_field.size(); ++index)
             values[axis][index] = static_cast<float>(m_field[index][axis] * scale);
     }
-    m_field = {};
+    m_field = decltype(m_field)();
     LoopTeam::run(context.threads, context.progress,
                   [&](LoopTeam & team) { m_right = m_system->rightPart(values, team); });
 }
@@ -112,7 +112,7 @@ std::unique_ptr<ImplicitFunction> BrickPath::solve(StageContext const & context)
     }
     toAmplitudes(solution.values);
     m_system.reset(); // its memory serves the function
-    m_right = {};
+    m_right = decltype(m_right)();
     std::unique_ptr<ImplicitFunction> function;
     LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
         function = std::make_unique<BrickedFunction>(BrickFunction(

@@ -185,7 +185,7 @@ void MomentLattice::build(
                 entry.local[axis] = static_cast<float>(place[axis] - static_cast<double>(brick[axis]) * edge);
             entry.point = point;
         });
-        runs = {};
+        std::vector<Run>().swap(runs);
     });
     int const ownBricks = static_cast<int>(m_places.size());
     addReachedBricks(entries, firstEntry, team);
