@@ -171,13 +171,14 @@ ReconstructionEstimate Call::estimateCore(VolTr::CVolTriangulationParams const &
     double const triangles = std::max(core.triangles, 9.0 * area / (cube * cube));
     // A triangle: itself and half a vertex with all that it can have, in arrays that grow by doubling unless
     // the core, which counts it with the refinement, writes there itself; and what the stages behind the core
-    // keep of each.
+    // keep of each, more where a boundary is cut.
     double const mesh = (12.0 + 0.5 * 31.0) * triangles;
-    double const behind = 75.0 * triangles + 40.0 * samples;
+    double const behind = 67.0 * triangles + 30.0 * samples;
     double const extraction =
         core.peakBytes() + 32.0 * (triangles - core.triangles) + (params.getRefine() ? 0.3 : 1.5) * mesh;
     double const before = (m_cloud.normals() != nullptr ? 40.0 : 190.0) * samples;
-    double const copies = 24.0 * samples;
+    bool const areNormalsToCome = m_cloud.normals() == nullptr || m_options.normals == Normals::estimate;
+    double const copies = static_cast<double>(m_cloud.ownBytes()) + (areNormalsToCome ? 12.0 * samples : 0.0);
     ReconstructionEstimate estimate;
     estimate.depth = m_depth;
     estimate.nodes = core.nodes;

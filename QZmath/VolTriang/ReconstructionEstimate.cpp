@@ -6,6 +6,8 @@
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Stages/FactorEstimate.h>
 #include <QZmath/VolTriang/Stages/PathChoice.h>
+#include <QZmath/VolTriang/Stages/SampleFeet.h>
+#include <QZmath/VolTriang/Stages/SampleSurface.h>
 #include <QZmath/VolTriang/Stages/SolverChoice.h>
 #include <QZmath/VolTriang/Stages/SystemAssembly.h>
 #include <QZmath/VolTriang/Tree/LatticeSweep.h>
@@ -51,7 +53,8 @@ struct Counts
     double nodes = 0;
     double bricks = 0;
     double deepestBricks = 0;
-    double brickBytes = 0; // of lattice and system, what goes with the bricks
+    double brickBytes = 0;  // of lattice and system, what goes with the bricks
+    double momentBytes = 0; // a sample, of the lattices that refine
     int depths = 0;
 
     void addDepth(double depthNodes, double depthBricks)
@@ -67,9 +70,11 @@ struct Counts
         ++depths;
     }
 
-    // The octree: cells and nodes have places in a sorted index, and some 3 bytes of the index's lines go
-    // with one; a sample has its cell and its place in the list of the cell.
-    double tree() const { return 8 * samples + (12 + 4 + 8 + 3) * leafCells + (16 + 8 + 3) * nodes; }
+    // Of the octree, what stays until the surface is there: cells have places in a sorted index, with some 3
+    // bytes of its lines, and lists of their samples.
+    double cellsOfTree() const { return 4 * samples + (12 + 4 + 8 + 3) * leafCells; }
+    // And with the nodes, which go with the system, and the cell of each sample.
+    double tree() const { return cellsOfTree() + 4 * samples + (16 + 8 + 3) * nodes; }
 };
 
 // A closed surface in this many triangles, which are four for each cube of the polygoniser. Where samples are
@@ -85,26 +90,41 @@ double countTriangles(Counts const & counts, CVolTriangulationParams const & par
     return 370 * counts.deepestBricks * cubesPerSpacing * cubesPerSpacing;
 }
 
+// Bytes a sample of the lattices that refine: a cell of the surface has 3.3 nodes of 32 bytes, and coarser
+// lattices add a third. The finest one is mostly one depth above that where the search for it begins.
+double countMomentBytes(std::vector<int> const & occupied, double samples)
+{
+    if (samples <= 0)
+        return 0;
+    int depth = static_cast<int>(occupied.size()) - 1;
+    double perCell =
+        samplesPerSurfaceCell([&](int up) { return occupied[static_cast<std::size_t>(up)]; }, depth, samples);
+    SampleSurface::goToSparseDepth(depth, perCell);
+    return 32.0 * 3.3 * 4.0 / 3.0 / (4.0 * perCell);
+}
+
 // What the refinement adds to the extraction, of a function of that many bytes: while its lattices are made,
-// it needs the samples in two orders and parts of them a second time; later the lattices and the waiting mesh
-// stand beside what the extraction has itself.
+// it needs the samples' feet and what is known of those that are left out; later the lattices and the waiting
+// mesh stand beside what the extraction has itself.
 double withRefinement(double extracting, double functionBytes, Counts const & counts,
                       CVolTriangulationParams const & params)
 {
     if (!params.getRefine())
         return extracting;
-    return std::max(functionBytes + 190 * counts.samples,
-                    extracting + 20 * countTriangles(counts, params) + 80 * counts.samples);
+    double const tests = 170 * std::min(counts.samples, 40000.0);
+    return std::max(functionBytes + (22 + counts.momentBytes) * counts.samples + tests,
+                    extracting + 20 * countTriangles(counts, params) + counts.momentBytes * counts.samples);
 }
 
 double acceleratedBytes(Counts const & counts, CVolTriangulationParams const & params)
 {
-    double const kept = counts.tree() + (params.getVariableDensity() ? 4 * counts.samples : 0);
-    // The deepest level has one dense vector only. A compact index, and ten compact vectors of the iteration.
-    // Threads pass blocks to each other in rounds.
+    double const weights = params.getVariableDensity() ? 4 * counts.samples : 0;
+    // The deepest level has one dense vector only. A compact index, and five compact vectors of the
+    // iteration. Threads pass blocks to each other in rounds.
     bool const isShared = CVescaThreadingTasksHelper::getNumOfPhisicalThread() > 1;
     double const blocks = isShared ? 64.0 * sizeof(CoarseBlock) * std::max(counts.depths - 1, 0) : 0.0;
-    double const solving = counts.brickBytes - 2048 * counts.deepestBricks + (4 + 44) * counts.nodes + blocks;
+    double const system = counts.brickBytes - 2048 * counts.deepestBricks;
+    double const solving = system + std::max((4 + 20) * counts.nodes + blocks, (4 + 36) * counts.nodes);
     // Rows of the function, with those that repeat a neighbour's; then bricks of the surface with their
     // values, crossed edges and vertices; and what is handed over at a time, four triangles for each of the
     // cubes.
@@ -112,7 +132,7 @@ double acceleratedBytes(Counts const & counts, CVolTriangulationParams const & p
     double const handedOver = params.getRefine() ? 0.0 : 45 * std::min(triangles, 4.0 * 8192);
     double const extracting = withRefinement(2850 * counts.bricks + 12.5 * triangles + handedOver,
                                              2600 * counts.bricks, counts, params);
-    return kept + std::max(solving, extracting);
+    return std::max(counts.tree() + weights + solving, counts.cellsOfTree() + extracting);
 }
 
 // The basis functions, for what depends on their couplings.
@@ -187,7 +207,8 @@ CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
         int const leaf = params.getOctreeDepth();
         int const begin = policy->getNodeDepthBegin(), end = policy->getNodeDepthEnd();
         bool const isCentred = end <= leaf;
-        std::vector<std::pair<int, int>> sizes; // nodes and bricks
+        std::vector<std::pair<int, int>> sizes;         // nodes and bricks
+        std::vector<int> occupied(1, leafCells.size()); // cells, from the leaves up
         std::int64_t total = 0;
         CLatticeIndex cells; // of the depth
         CLatticeIndex const * deeper = &leafCells;
@@ -218,9 +239,11 @@ CReconstructionEstimate estimateReconstruction(IInputSamples const & samples,
             if (depth > begin) {
                 cells = sweep.halved(*deeper, 0);
                 deeper = &cells;
+                occupied.push_back(cells.size());
             }
             team.setPosition(1.0 - 0.4 * (depth - begin) / (end - begin));
         }
+        counts.momentBytes = countMomentBytes(occupied, counts.samples);
         for (auto size = sizes.rbegin(); size != sizes.rend(); ++size)
             counts.addDepth(size->first, size->second);
     };

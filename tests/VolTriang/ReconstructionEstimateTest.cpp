@@ -78,9 +78,12 @@ TEST(ReconstructionEstimate, BytesAreThoseOfRunsOnEveryDepth)
     void (*const open)(CVolTriangulationParams &) = [](CVolTriangulationParams & params) {
         params.setClosed(false);
     };
+    void (*const refined)(CVolTriangulationParams &) = [](CVolTriangulationParams & params) {
+        params.setRefine(true);
+    };
     for (bool isAccelerated : {true, false}) {
-        std::printf("%-12s   %-8s %-8s %-8s %-8s\n", isAccelerated ? "accelerated" : "exact", "clean",
-                    "noisy", "uneven", "open");
+        std::printf("%-12s   %-8s %-8s %-8s %-8s %-8s\n", isAccelerated ? "accelerated" : "exact", "clean",
+                    "noisy", "uneven", "open", "refined");
         for (int depth = 6; depth <= (isAccelerated ? 10 : 7); ++depth) {
             std::size_t const points = depth < 9 ? 100000 : 1000000;
             std::printf("depth %-6d", depth);
@@ -88,7 +91,8 @@ TEST(ReconstructionEstimate, BytesAreThoseOfRunsOnEveryDepth)
                  {EstimatedRun{"genus3", points, 0, 1, depth, isAccelerated, nullptr},
                   EstimatedRun{"genus3", points, 0.002, 1, depth, isAccelerated, nullptr},
                   EstimatedRun{"torus", points, 0, 50, depth, isAccelerated, nullptr},
-                  EstimatedRun{"sheet", points, 0, 1, depth, isAccelerated, open}})
+                  EstimatedRun{"sheet", points, 0, 1, depth, isAccelerated, open},
+                  EstimatedRun{"genus3", points, 0, 1, depth, isAccelerated, refined}})
                 std::printf("   %.3f", compareWithRun(run));
             std::printf("\n");
         }

@@ -115,6 +115,12 @@ public:
     explicit LocalCloud(PointCloudView const & cloud, CProgressCounter * progress = nullptr);
 
     int size() const { return m_size; }
+    /// Of the arrays that are not the caller's.
+    std::size_t ownBytes() const
+    {
+        return sizeof(float) * (m_ownPositions.size() + m_ownNormals.size()) + m_ownColors.size() +
+               m_ownBoundary.size() + sizeof(std::uint32_t) * m_original.size();
+    }
     LocalFrame const & frame() const { return m_frame; }
     double extent() const { return m_extent; } ///< along the longest side
 

@@ -226,23 +226,6 @@ private:
     std::size_t m_ownEnd = 0;
 };
 
-// Samples per leaf cell of the surface, occupied or not: of random points with a mean of rho a cell, the
-// cells that have any hold rho / (1 - exp(-rho)). Measured where cells hold several, since scans are more
-// even than random.
-double samplesPerSurfaceCell(CellCurve const & curve, int leafDepth, double samplesNumber)
-{
-    int up = 0;
-    double perOccupied = samplesNumber / curve.occupied(up);
-    while (perOccupied < 4.0 && up < leafDepth) {
-        ++up;
-        perOccupied = samplesNumber / curve.occupied(up);
-    }
-    double mean = perOccupied;
-    for (int step = 0; step < 100; ++step)
-        mean = perOccupied * (1.0 - std::exp(-mean));
-    return std::ldexp(mean, -2 * up);
-}
-
 // From a sample to the level set below or above it, along the gradient; at most `limit`.
 std::array<float, 3> footOffset(EvaluableFunction::Evaluator & evaluator, float const * coords,
                                 double isoValue, double limit)
@@ -263,6 +246,21 @@ std::array<float, 3> footOffset(EvaluableFunction::Evaluator & evaluator, float 
 
 } // namespace
 
+// Measured where cells hold several samples, since scans are more even than random.
+double samplesPerSurfaceCell(std::function<double(int)> const & occupied, int leafDepth, double samplesNumber)
+{
+    int up = 0;
+    double perOccupied = samplesNumber / occupied(up);
+    while (perOccupied < 4.0 && up < leafDepth) {
+        ++up;
+        perOccupied = samplesNumber / occupied(up);
+    }
+    double mean = perOccupied;
+    for (int step = 0; step < 100; ++step)
+        mean = perOccupied * (1.0 - std::exp(-mean));
+    return std::ldexp(mean, -2 * up);
+}
+
 SampleFeet::SampleFeet(StageContext const & context, EvaluableFunction const & function, double isoValue,
                        QzBackend::LoopTeam & team, double until, CloudPeers * peers)
     : order(static_cast<std::size_t>(context.samples.pointsNumber()))
@@ -272,7 +270,8 @@ SampleFeet::SampleFeet(StageContext const & context, EvaluableFunction const & f
         CellCurve const curve(octree, peers, team);
         double const samplesNumber =
             static_cast<double>(peers != nullptr ? peers->samples() : context.samples.pointsNumber());
-        samplesPerLeafCell = samplesPerSurfaceCell(curve, octree.getLeafCellDepth(), samplesNumber);
+        samplesPerLeafCell = samplesPerSurfaceCell([&](int up) { return curve.occupied(up); },
+                                                   octree.getLeafCellDepth(), samplesNumber);
         curve.writeSamples(order.data());
     }
     offsets = QzBackend::RawArray<std::array<float, 3>>(order.size());

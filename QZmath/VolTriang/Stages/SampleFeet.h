@@ -5,6 +5,7 @@
 #include <QZmath/Export.h>
 
 #include <array>
+#include <functional>
 
 namespace QzBackend
 {
@@ -17,6 +18,12 @@ namespace VolTr
 class CloudPeers;
 class EvaluableFunction;
 struct StageContext;
+
+/// Samples per leaf cell of the surface, occupied or not: of random points with a mean of rho a cell, the
+/// cells that have any hold rho / (1 - exp(-rho)).
+/// \param occupied occupied(up): how many cells `up` depths above the leaves hold samples, up to the root's
+QZMATH_SISTER_API double samplesPerSurfaceCell(std::function<double(int)> const & occupied, int leafDepth,
+                                               double samplesNumber);
 
 /// The samples in an order in which neighbours stand close to each other, each with its foot: the point of
 /// the level set above or below it, along the gradient and at most one cell of the deepest nodes away. 16

@@ -117,12 +117,8 @@ double curvatureTerm(double edge, double cell)
 
 SampleSurface::Scratch::Scratch() : m_cursors(static_cast<std::size_t>(greatestLevels) + 2) {}
 
-SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
-    : m_deepestCell(input.deepestCell)
+void SampleSurface::goToSparseDepth(int & depth, double & perCell)
 {
-    // The depth with 0.3 to 1.2 samples a cell of the surface; a depth has a quarter of the one above it.
-    int depth = input.depth;
-    double perCell = input.samplesPerCell;
     while (perCell >= 1.2 && depth < greatestDepth) {
         perCell /= 4.0;
         ++depth;
@@ -131,6 +127,14 @@ SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
         perCell *= 4.0;
         --depth;
     }
+}
+
+SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
+    : m_deepestCell(input.deepestCell)
+{
+    int depth = input.depth;
+    double perCell = input.samplesPerCell;
+    goToSparseDepth(depth, perCell);
     int const coarsest = std::max(0, depth - coarserLevels);
     int const finest = finestDepth(input, depth, coarsest, team);
     m_levels.push_back(isWithinReach(input, finest) ? makeLevel(input, finest, nullptr, team)

@@ -86,6 +86,10 @@ public:
 
     SampleSurface(Input const & input, QzBackend::LoopTeam & team);
 
+    /// From a depth, and the samples a cell of the surface there, to the depth with 0.3 to 1.2, where the
+    /// search for the finest lattice begins. A depth has a quarter of the one above it.
+    static void goToSparseDepth(int & depth, double & perCell);
+
     /// The move that brings a point of the level set onto the surface that the samples suggest. No
     /// allocation.
     Height heightOf(double const * point, Scratch & scratch) const;
