@@ -285,11 +285,21 @@ void LoopTeam::setPosition(double position)
     m_progress->SetPosFloat(position);
 }
 
+bool LoopTeam::isServiceDue() const
+{
+    return m_progress != nullptr && coarseMilliseconds() - m_lastServed >= servingPeriod;
+}
+
+void LoopTeam::serve()
+{
+    if (isServiceDue())
+        setPosition(m_position);
+}
+
 void LoopTeam::serveProgress(Loop const & loop, int index)
 {
-    if (m_progress == nullptr || coarseMilliseconds() - m_lastServed < servingPeriod)
-        return;
-    setPosition(loop.from + (loop.until - loop.from) * index / loop.count);
+    if (isServiceDue())
+        setPosition(loop.from + (loop.until - loop.from) * index / loop.count);
 }
 
 void LoopTeam::runLoop(int count, BlockCall call, void const * body, double until)

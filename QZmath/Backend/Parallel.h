@@ -76,6 +76,10 @@ public:
     /// Position of the job, 0 to 1. \throws what the progress counter throws
     void setPosition(double position);
 
+    /// For what the job does between loops: asks the progress counter where it stands whether to stop, when
+    /// that has not been done for some 20 ms. A few nanoseconds. \throws what the progress counter throws
+    void serve();
+
 private:
     /// Calls the body for `index` up to `end`, and leaves in `index` the one that threw.
     using BlockCall = void (*)(void const * body, int slot, int & index, int end);
@@ -85,6 +89,7 @@ private:
     LoopTeam(int threads, CProgressCounter * progress);
     void runLoop(int count, BlockCall call, void const * body, double until);
     static void takeBlocks(void * context, int slot);
+    bool isServiceDue() const;
     void serveProgress(Loop const & loop, int index);
 
     int const m_threads;

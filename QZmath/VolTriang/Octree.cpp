@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Octree.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Tree/LatticeSweep.h>
 #include <QZmath/VolTriang/Tree/SortedCells.h>
@@ -117,14 +118,15 @@ private:
             return static_cast<std::size_t>(
                 cells.samples[static_cast<std::size_t>(cells.samplesBegin[cell])]);
         };
-        sampleCells.assign(samplesNumber, 0);
+        QzBackend::assignLarge(m_team, sampleCells, samplesNumber);
         forChunks(m_team, cellsNumber, [&](std::size_t begin, std::size_t end) {
             for (std::size_t cell = begin; cell < end; ++cell)
                 sampleCells[leastSample(cell)] = 1;
         });
         sumUp(m_team, sampleCells);
-        std::vector<int> numbers(cellsNumber);
-        m_octree.m_cells.resize(cellsNumber);
+        std::vector<int> numbers;
+        QzBackend::assignLarge(m_team, numbers, cellsNumber);
+        QzBackend::assignLarge(m_team, m_octree.m_cells, cellsNumber);
         forChunks(m_team, cellsNumber, [&](std::size_t begin, std::size_t end) {
             for (std::size_t cell = begin; cell < end; ++cell) {
                 numbers[cell] = sampleCells[leastSample(cell)];
@@ -169,7 +171,8 @@ private:
 
     void numberNodes()
     {
-        std::vector<int> next(m_octree.m_cells.size(), 0); // of each cell's nodes
+        std::vector<int> next; // of each cell's nodes
+        QzBackend::assignLarge(m_team, next, m_octree.m_cells.size());
         auto const addOwned = [&](Level const & level) {
             forChunks(m_team, level.owned.size(), [&](std::size_t begin, std::size_t end) {
                 for (std::size_t cell = begin; cell < end; ++cell)
@@ -178,7 +181,7 @@ private:
         };
         for (Level const & level : m_levels)
             addOwned(level);
-        m_octree.m_nodes.resize(static_cast<std::size_t>(sumUp(m_team, next)));
+        QzBackend::assignLarge(m_team, m_octree.m_nodes, static_cast<std::size_t>(sumUp(m_team, next)));
         m_octree.m_nodeIndex.resize(m_levels.size());
         for (int depth = m_octree.m_nodeDepthBegin; depth < m_octree.m_nodeDepthEnd; ++depth) {
             Level & level = m_levels[static_cast<std::size_t>(depth)];

@@ -146,8 +146,8 @@ IterationResult Iteration::solve(BrickSystem::Vector & right, double tolerance, 
     PetscInt const own = static_cast<PetscInt>(m_lattice.ownNodesNumber());
     MPI_Comm const comm = m_ranks.get();
     m_ranks.together([&] {
-        m_direction = m_system.emptyVector();
-        m_image = m_system.emptyVector();
+        m_direction = m_system.emptyVector(m_team);
+        m_image = m_system.emptyVector(m_team);
     });
     checkPetsc(VecCreateMPI(comm, own, PETSC_DETERMINE, &b.object));
     checkPetsc(VecDuplicate(b.object, &x.object));

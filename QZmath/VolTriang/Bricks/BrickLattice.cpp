@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickLattice.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/Tree/LatticeHash.h>
@@ -13,6 +14,8 @@ namespace VolTr
 
 namespace
 {
+
+std::size_t const bricksPerTurn = 1 << 14; // on one thread
 
 std::uint64_t hashOfBrick(int x, int y, int z) { return CLatticeHash::hashOf(CInt3(x, y, z), 0); }
 
@@ -108,14 +111,17 @@ BrickLattice::BrickLattice(COctree const & octree, QzBackend::LoopTeam & team)
 
 void BrickLattice::build(COctree const & octree, QzBackend::LoopTeam & team)
 {
-    m_nodes.reserve(static_cast<std::size_t>(octree.getNodesNumber()));
+    QzBackend::assignLarge(team, m_nodes, static_cast<std::size_t>(octree.getNodesNumber()));
+    std::size_t nodes = 0;
     for (std::size_t index = 0; index < m_levels.size(); ++index) {
         m_levels[index].depth = m_firstDepth + static_cast<int>(index);
-        buildLevel(octree, m_levels[index], team);
+        buildLevel(octree, m_levels[index], nodes, team);
     }
 }
 
-void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level, QzBackend::LoopTeam & team)
+// `nodes` counts those of the levels so far.
+void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level, std::size_t & nodes,
+                              QzBackend::LoopTeam & team)
 {
     // The index holds the nodes of the depth by x, y and z, so the slabs of bricks follow each other.
     CLatticeIndex const & index = octree.getNodeIndex(level.depth);
@@ -141,15 +147,33 @@ void BrickLattice::buildLevel(COctree const & octree, BrickLevel & level, QzBack
     }
     team.forEach(static_cast<int>(slabs.size()),
                  [&](int n) { slabs[static_cast<std::size_t>(n)].fill(octree, index, shift); });
-    for (Slab & slab : slabs) {
-        for (std::uint32_t const first : slab.firstNode)
-            level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()) + first);
-        level.bricks.insert(level.bricks.end(), slab.bricks.begin(), slab.bricks.end());
-        level.rows.insert(level.rows.end(), slab.rows.begin(), slab.rows.end());
-        m_nodes.insert(m_nodes.end(), slab.nodes.begin(), slab.nodes.end());
-        slab = {};
+    struct Begin
+    {
+        std::size_t brick, node;
+    };
+    std::vector<Begin> begins;
+    std::size_t bricks = 0;
+    for (Slab const & slab : slabs) {
+        begins.push_back({bricks, nodes});
+        bricks += slab.bricks.size();
+        nodes += slab.nodes.size();
     }
-    level.firstNode.push_back(static_cast<std::uint32_t>(m_nodes.size()));
+    QzBackend::assignLarge(team, level.bricks, bricks);
+    QzBackend::assignLarge(team, level.rows, bricks * brickRows);
+    QzBackend::assignLarge(team, level.firstNode, bricks + 1, static_cast<std::uint32_t>(nodes));
+    team.forEach(static_cast<int>(slabs.size()), [&](int n) {
+        Slab & slab = slabs[static_cast<std::size_t>(n)];
+        Begin const & begin = begins[static_cast<std::size_t>(n)];
+        auto const from = [](auto & values, std::size_t at) {
+            return values.begin() + static_cast<std::ptrdiff_t>(at);
+        };
+        std::copy(slab.bricks.begin(), slab.bricks.end(), from(level.bricks, begin.brick));
+        std::copy(slab.rows.begin(), slab.rows.end(), from(level.rows, begin.brick * brickRows));
+        std::copy(slab.nodes.begin(), slab.nodes.end(), from(m_nodes, begin.node));
+        std::transform(slab.firstNode.begin(), slab.firstNode.end(), from(level.firstNode, begin.brick),
+                       [&](std::uint32_t first) { return static_cast<std::uint32_t>(begin.node) + first; });
+        slab = {};
+    });
     linkBricks(level, team);
 }
 
@@ -180,8 +204,10 @@ void BrickLattice::linkBricks(BrickLevel & level, QzBackend::LoopTeam & team)
     std::size_t slots = 4;
     while (slots < 2 * level.bricks.size())
         slots *= 2;
-    level.slots.assign(slots, BrickLevel::noBrick);
+    QzBackend::assignLarge(team, level.slots, slots, int{BrickLevel::noBrick});
     for (std::size_t brick = 0; brick < level.bricks.size(); ++brick) {
+        if (brick % bricksPerTurn == 0)
+            team.serve();
         std::array<int, 3> const & place = level.bricks[brick];
         std::size_t slot = hashOfBrick(place[0], place[1], place[2]) & (slots - 1);
         while (level.slots[slot] != BrickLevel::noBrick)
@@ -189,7 +215,7 @@ void BrickLattice::linkBricks(BrickLevel & level, QzBackend::LoopTeam & team)
         level.slots[slot] = static_cast<int>(brick);
     }
 
-    level.neighbours.resize(27 * level.bricks.size());
+    QzBackend::assignLarge(team, level.neighbours, 27 * level.bricks.size());
     team.forEach(level.bricksNumber(), [&](int brick) {
         std::array<int, 3> const & place = level.bricks[static_cast<std::size_t>(brick)];
         int * neighbour = level.neighbours.data() + static_cast<std::size_t>(brick) * 27;

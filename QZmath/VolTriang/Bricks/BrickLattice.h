@@ -89,7 +89,8 @@ public:
 private:
     struct Slab;
     void build(COctree const & octree, QzBackend::LoopTeam & team);
-    void buildLevel(COctree const & octree, BrickLevel & level, QzBackend::LoopTeam & team);
+    void buildLevel(COctree const & octree, BrickLevel & level, std::size_t & nodes,
+                    QzBackend::LoopTeam & team);
     static void linkBricks(BrickLevel & level, QzBackend::LoopTeam & team);
 
     int m_firstDepth;

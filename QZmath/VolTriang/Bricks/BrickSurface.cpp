@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickSurface.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 
 #include <algorithm>
@@ -37,6 +38,7 @@ namespace
 
 // Bricks that a thread takes at a time.
 int const batchBricks = 16;
+std::size_t const bricksPerTurn = 1 << 12; // on one thread
 // With cubes much smaller than the deepest cells most bricks around a node hold no surface.
 double const mostCubesPerCell = 2.5;
 
@@ -214,11 +216,16 @@ int BrickSurface::addBrick(std::array<int, 3> const & first)
 }
 
 // The bricks that hold the deepest nodes.
-void BrickSurface::collectBricks(BrickChoice const & isWanted)
+void BrickSurface::collectBricks(LoopTeam & team, BrickChoice const & isWanted)
 {
     if (!(m_function.deepestCell() < mostCubesPerCell * std::fabs(m_edge)))
         return;
+    std::size_t const expected = static_cast<std::size_t>(m_function.deepestBoxes());
+    if (!isWanted)
+        QzBackend::reserveLarge(m_bricks, expected + expected / 16);
     for (int n = 0; n < m_function.deepestBoxes(); ++n) {
+        if (static_cast<std::size_t>(n) % bricksPerTurn == 0)
+            team.serve();
         double box[2][3];
         m_function.deepestBox(n, box[0], box[1]);
         std::array<int, 3> low;
@@ -437,7 +444,7 @@ void BrickSurface::findRefusals(int index)
 
 void BrickSurface::prepare(LoopTeam & team, BrickChoice const & isWanted)
 {
-    collectBricks(isWanted);
+    collectBricks(team, isWanted);
     int const count = static_cast<int>(m_bricks.size());
     int const batches = (count + batchBricks - 1) / batchBricks;
     // Calls body(first, end) for ranges of bricks, while the position moves on to `until`.
@@ -446,7 +453,8 @@ void BrickSurface::prepare(LoopTeam & team, BrickChoice const & isWanted)
             batches,
             [&](int batch) { body(batch * batchBricks, std::min(count, (batch + 1) * batchBricks)); }, until);
     };
-    std::vector<float> values(static_cast<std::size_t>(count) * brickPlaces);
+    std::vector<float> values;
+    QzBackend::assignLarge(team, values, static_cast<std::size_t>(count) * brickPlaces);
     forBatches(0.2, [&](int first, int end) {
         BrickFunction::GridScratch scratch;
         for (int brick = first; brick < end; ++brick)
@@ -458,11 +466,15 @@ void BrickSurface::prepare(LoopTeam & team, BrickChoice const & isWanted)
             findCrossings(m_bricks[static_cast<std::size_t>(brick)]);
     });
     std::size_t edges = 0;
-    for (Brick & brick : m_bricks) {
-        brick.firstEdge = static_cast<std::uint32_t>(edges);
-        edges += brick.edges;
+    for (std::size_t n = 0; n < m_bricks.size(); ++n) {
+        if (n % bricksPerTurn == 0)
+            team.serve();
+        m_bricks[n].firstEdge = static_cast<std::uint32_t>(edges);
+        edges += m_bricks[n].edges;
     }
-    m_edges.resize(edges, unsolved);
+    // The walk adds those of some bricks more.
+    QzBackend::reserveLarge(m_edges, edges + edges / 16);
+    QzBackend::assignLarge(team, m_edges, edges, unsolved);
     forBatches(1.0, [&](int first, int end) {
         for (int brick = first; brick < end; ++brick) {
             solveEdges(brick, values);

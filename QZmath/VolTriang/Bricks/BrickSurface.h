@@ -134,7 +134,7 @@ private:
     struct SignPlanes;
     struct Evaluator;
 
-    void collectBricks(BrickChoice const & isWanted);
+    void collectBricks(QzBackend::LoopTeam & team, BrickChoice const & isWanted);
     int findBrick(std::array<int, 3> const & first) const;
     int addBrick(std::array<int, 3> const & first);
     void evaluate(Brick & brick, float * values, BrickFunction::GridScratch & scratch) const;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickSystem.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 
 #include <algorithm>
@@ -39,6 +40,9 @@ float const sweepDiagonal = 1.6f;
 
 // Numbers that a piece of a sum has.
 std::size_t const pieceSize = 8192;
+
+// Numbers that one thread looks at before it asks for interruption.
+std::size_t const nodesPerTurn = std::size_t{1} << 20;
 
 // Bricks that are restricted before their blocks are added up.
 int const bricksPerRound = 64;
@@ -187,11 +191,11 @@ void BrickSystem::build(LoopTeam & team)
         level.bricks = &m_lattice.level(m_lattice.firstDepth() + index);
         level.coarserDepths = index;
         std::size_t const bricks = static_cast<std::size_t>(level.bricks->bricksNumber());
-        level.values.resize(bricks * brickRows);
+        QzBackend::assignLarge(team, level.values, bricks * brickRows);
         if (index + 1 < depths)
-            level.sums.resize(bricks * brickRows);
-        level.usedRows.resize(bricks);
-        level.coarseBricks.resize(bricks * static_cast<std::size_t>(index) * 8);
+            QzBackend::assignLarge(team, level.sums, bricks * brickRows);
+        QzBackend::assignLarge(team, level.usedRows, bricks);
+        QzBackend::assignLarge(team, level.coarseBricks, bricks * static_cast<std::size_t>(index) * 8);
         team.forEach(static_cast<int>(bricks), [&](int brick) { buildBrick(level, brick); });
     }
 }
@@ -227,7 +231,12 @@ double BrickSystem::amplitudeOfUnknown(int depth) const
     return std::exp2(-0.5 * (m_lattice.endDepth() - 1 - depth));
 }
 
-BrickSystem::Vector BrickSystem::emptyVector() const { return Vector(m_size + brickEdge, 0.0f); }
+BrickSystem::Vector BrickSystem::emptyVector(LoopTeam & team) const
+{
+    Vector vector;
+    QzBackend::assignLarge(team, vector, m_size + brickEdge, 0.0f);
+    return vector;
+}
 
 BrickSystem::CoarseFrame BrickSystem::coarseFrame(int level, int brick, int delta) const
 {
@@ -582,7 +591,7 @@ void BrickSystem::downBrick(int index, int brick, Vector const & vector, bool wi
 BrickSystem::Vector BrickSystem::product(Vector const & vector, LoopTeam & team)
 {
     clearSums(team);
-    Vector result = emptyVector();
+    Vector result = emptyVector(team);
     for (int index = static_cast<int>(m_levels.size()) - 1; index >= 0; --index)
         restrictValues(index, team, [&](int brick) { expandBrick(index, brick, vector); });
     for (int index = 0; index < static_cast<int>(m_levels.size()); ++index) {
@@ -616,7 +625,7 @@ BrickSystem::Vector BrickSystem::product(Vector const & vector, LoopTeam & team)
 
 BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, LoopTeam & team)
 {
-    Vector right = emptyVector();
+    Vector right = emptyVector(team);
     int const depths = static_cast<int>(m_levels.size());
     // Samples are splatted on few depths.
     std::vector<bool> hasField(m_levels.size(), false);
@@ -624,9 +633,14 @@ BrickSystem::Vector BrickSystem::rightPart(std::array<Vector, 3> const & field, 
         hasField[index] = m_share != nullptr; // of other processes
         BrickLevel const & bricks = *m_levels[index].bricks;
         for (Vector const & component : field) {
-            hasField[index] = hasField[index] || std::any_of(component.begin() + bricks.firstNode.front(),
-                                                             component.begin() + bricks.firstNode.back(),
-                                                             [](float value) { return value != 0.0f; });
+            for (std::size_t begin = bricks.firstNode.front();
+                 begin < bricks.firstNode.back() && !hasField[index]; begin += nodesPerTurn) {
+                team.serve();
+                float const * const first = component.data() + begin;
+                hasField[index] =
+                    std::any_of(first, first + std::min(nodesPerTurn, bricks.firstNode.back() - begin),
+                                [](float value) { return value != 0.0f; });
+            }
         }
     }
     // In cells of the deepest depth: the test function carries the power 5/2 of its cell, and the product the
@@ -709,9 +723,18 @@ BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance,
 {
     Solution solution;
     Vector residual = transformedRight(right, team);
-    Vector direction = residual;
-    Vector image = emptyVector();
-    Vector unknown = emptyVector();
+    Vector direction = emptyVector(team);
+    auto const forPieces = [&](auto const & body) {
+        team.forEach(piecesOf(m_size), [&](int piece) {
+            std::size_t const begin = static_cast<std::size_t>(piece) * pieceSize;
+            body(begin, std::min(begin + pieceSize, m_size));
+        });
+    };
+    forPieces([&](std::size_t begin, std::size_t end) {
+        std::copy(residual.data() + begin, residual.data() + end, direction.data() + begin);
+    });
+    Vector image = emptyVector(team);
+    Vector unknown = emptyVector(team);
     std::vector<double> sums;
     double const start = sumOverPieces(m_size, team, sums, [&](std::size_t begin, std::size_t end) {
         return dot(residual, residual, begin, end);
@@ -743,9 +766,7 @@ BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance,
         }
         float const conjugation = static_cast<float>(next / squared);
         squared = next;
-        team.forEach(piecesOf(m_size), [&](int piece) {
-            std::size_t const begin = static_cast<std::size_t>(piece) * pieceSize;
-            std::size_t const end = std::min(begin + pieceSize, m_size);
+        forPieces([&](std::size_t begin, std::size_t end) {
             for (std::size_t index = begin; index < end; ++index)
                 direction[index] = residual[index] + conjugation * direction[index];
         });
@@ -761,7 +782,7 @@ BrickSystem::Solution BrickSystem::solve(Vector const & right, double tolerance,
 
 BrickSystem::Vector BrickSystem::transformedRight(Vector const & right, LoopTeam & team)
 {
-    Vector result = emptyVector();
+    Vector result = emptyVector(team);
     sweepDown(right, false, result, team);
     return result;
 }

@@ -76,7 +76,7 @@ public:
     void transformedProduct(Vector const & vector, Vector & image, QzBackend::LoopTeam & team);
     void toSolution(Vector & vector, QzBackend::LoopTeam & team);
     /// Numbers that fit a vector, all 0.
-    Vector emptyVector() const;
+    Vector emptyVector(QzBackend::LoopTeam & team) const;
 
     /// The product of the matrix with a vector.
     Vector product(Vector const & vector, QzBackend::LoopTeam & team);

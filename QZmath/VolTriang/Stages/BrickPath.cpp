@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Stages/BrickPath.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Octree.h>
@@ -28,6 +29,17 @@ namespace
 {
 
 int const maxIterations = 200;
+std::size_t const nodesPerPiece = 1 << 15;
+
+// Calls body(begin, end) for pieces of a range of nodes, on any thread.
+template <class Body>
+void forPieces(LoopTeam & team, std::size_t first, std::size_t last, Body const & body)
+{
+    team.forEach(static_cast<int>((last - first + nodesPerPiece - 1) / nodesPerPiece), [&](int piece) {
+        std::size_t const begin = first + static_cast<std::size_t>(piece) * nodesPerPiece;
+        body(begin, std::min(last, begin + nodesPerPiece));
+    });
+}
 
 // The one-variable factor of the kernel, the same on each axis.
 CSingleVarLimitedPolynom const & kernelFactor(Kernel const & kernel)
@@ -76,21 +88,30 @@ void BrickPath::makeRightPart(StageContext const & context)
     logValues(context.log, "System size", m_field.size());
     // The solution follows the scale of the field, which `float` may not hold. Components that are not finite
     // make the iteration fail.
-    double greatest = 0.0;
-    for (std::array<double, 3> const & value : m_field) {
-        for (double const component : value)
-            greatest = std::max(greatest, std::fabs(component));
-    }
-    double const scale = greatest > 0.0 ? 1.0 / greatest : 1.0;
-    std::array<BrickSystem::Vector, 3> values;
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        values[axis].assign(m_field.size() + brickEdge, 0.0f);
-        for (std::size_t index = 0; index < m_field.size(); ++index)
-            values[axis][index] = static_cast<float>(m_field[index][axis] * scale);
-    }
-    m_field = decltype(m_field)();
-    LoopTeam::run(context.threads, context.progress,
-                  [&](LoopTeam & team) { m_right = m_system->rightPart(values, team); });
+    LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
+        std::vector<double> greatestOf(m_field.size() / nodesPerPiece + 1, 0.0);
+        forPieces(team, 0, m_field.size(), [&](std::size_t begin, std::size_t end) {
+            double greatest = 0.0;
+            for (std::size_t index = begin; index < end; ++index) {
+                for (double const component : m_field[index])
+                    greatest = std::max(greatest, std::fabs(component));
+            }
+            greatestOf[begin / nodesPerPiece] = greatest;
+        });
+        double const greatest = *std::max_element(greatestOf.begin(), greatestOf.end());
+        double const scale = greatest > 0.0 ? 1.0 / greatest : 1.0;
+        std::array<BrickSystem::Vector, 3> values;
+        for (BrickSystem::Vector & component : values)
+            QzBackend::assignLarge(team, component, m_field.size() + brickEdge, 0.0f);
+        forPieces(team, 0, m_field.size(), [&](std::size_t begin, std::size_t end) {
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                for (std::size_t index = begin; index < end; ++index)
+                    values[axis][index] = static_cast<float>(m_field[index][axis] * scale);
+            }
+        });
+        m_field = decltype(m_field)();
+        m_right = m_system->rightPart(values, team);
+    });
 }
 
 std::unique_ptr<ImplicitFunction> BrickPath::solve(StageContext const & context)
@@ -110,11 +131,11 @@ std::unique_ptr<ImplicitFunction> BrickPath::solve(StageContext const & context)
         logText(context.log, "Accelerated solver did not converge");
         return nullptr;
     }
-    toAmplitudes(solution.values);
-    m_system.reset(); // its memory serves the function
-    m_right = decltype(m_right)();
     std::unique_ptr<ImplicitFunction> function;
     LoopTeam::run(context.threads, context.progress, [&](LoopTeam & team) {
+        toAmplitudes(solution.values, team);
+        m_system.reset(); // its memory serves the function
+        m_right = decltype(m_right)();
         function = std::make_unique<BrickedFunction>(BrickFunction(
             *m_lattice, context.octree, kernelFactor(*context.basis.getSamplePtr()), solution.values, team));
     });
@@ -122,13 +143,16 @@ std::unique_ptr<ImplicitFunction> BrickPath::solve(StageContext const & context)
 }
 
 // Up to a common positive factor.
-void BrickPath::toAmplitudes(std::vector<float> & unknowns) const
+void BrickPath::toAmplitudes(std::vector<float> & unknowns, LoopTeam & team) const
 {
     for (int depth = m_lattice->firstDepth(); depth < m_lattice->endDepth(); ++depth) {
         BrickLevel const & level = m_lattice->level(depth);
         float const factor = static_cast<float>(m_system->amplitudeOfUnknown(depth));
-        for (std::size_t index = level.firstNode.front(); index < level.firstNode.back(); ++index)
-            unknowns[index] *= factor;
+        forPieces(team, level.firstNode.front(), level.firstNode.back(),
+                  [&](std::size_t begin, std::size_t end) {
+                      for (std::size_t index = begin; index < end; ++index)
+                          unknowns[index] *= factor;
+                  });
     }
 }
 

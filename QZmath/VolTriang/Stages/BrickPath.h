@@ -30,7 +30,7 @@ public:
 
 private:
     void makeRightPart(StageContext const & context);
-    void toAmplitudes(std::vector<float> & unknowns) const;
+    void toAmplitudes(std::vector<float> & unknowns, QzBackend::LoopTeam & team) const;
 
     std::optional<BrickLattice> m_lattice;
     std::optional<BrickSystem> m_system;

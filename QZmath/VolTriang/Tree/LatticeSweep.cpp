@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Tree/LatticeSweep.h>
 
+#include <QZmath/Backend/LargeVector.h>
+
 #include <climits>
 
 namespace VolTr
@@ -256,11 +258,11 @@ LatticeSweep::Surroundings LatticeSweep::join(std::vector<Part> & parts)
         return result;
     bool const hasCorners = !last->corners.empty();
     index.m_planes.resize(planes + 1);
-    index.m_lines.resize(lines + 1);
-    index.m_points.resize(points);
+    QzBackend::assignLarge(m_team, index.m_lines, lines + 1);
+    QzBackend::assignLarge(m_team, index.m_points, points);
     index.m_planes.back() = {0, static_cast<int>(lines)};
     index.m_lines.back() = {0, static_cast<int>(points)};
-    result.corners.resize(hasCorners ? points : 0);
+    QzBackend::assignLarge(m_team, result.corners, hasCorners ? points : 0);
     m_team.forEach(static_cast<int>(parts.size()), [&](int number) {
         Part & part = parts[static_cast<std::size_t>(number)];
         Begin const & begin = begins[static_cast<std::size_t>(number)];

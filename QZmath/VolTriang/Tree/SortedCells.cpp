@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Tree/SortedCells.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/Tree/TreeRule.h>
@@ -22,7 +23,8 @@ int const samplesPerChunk = 1 << 15;
 int const samplesPerPart = 1 << 10;
 int const mostParts = 1 << 12;
 int const candidatesPerPart = 8;
-std::size_t const samplesAhead = 16; // that are fetched while one is at hand
+std::size_t const partsTogether = 64; // whose places one body counts up
+std::size_t const samplesAhead = 16;  // that are fetched while one is at hand
 // Parts are sorted some at a time, so that what they find is kept in few pieces.
 int const samplesPerTask = 1 << 15;
 
@@ -93,6 +95,7 @@ private:
         keys.reserve(static_cast<std::size_t>(candidates));
         for (std::int64_t n = 0; n < candidates; ++n)
             keys.push_back(keyOf(static_cast<int>(n * m_count / candidates)));
+        m_team.serve();
         std::sort(keys.begin(), keys.end());
         for (std::size_t n = candidatesPerPart; n < keys.size(); n += candidatesPerPart) {
             // A cell with very many samples goes to several parts.
@@ -126,8 +129,10 @@ private:
     void sortIntoParts(double until)
     {
         int const chunks = (m_count - 1) / samplesPerChunk + 1;
-        std::vector<int> partOfSample(static_cast<std::size_t>(m_count));
-        std::vector<int> next(static_cast<std::size_t>(chunks) * parts(), 0);
+        std::vector<int> partOfSample;
+        QzBackend::assignLarge(m_team, partOfSample, static_cast<std::size_t>(m_count));
+        std::vector<int> next;
+        QzBackend::assignLarge(m_team, next, static_cast<std::size_t>(chunks) * parts());
         auto const forChunk = [&](int chunk, auto const & visit) {
             int const first = chunk * samplesPerChunk;
             int * const own = next.data() + static_cast<std::size_t>(chunk) * parts();
@@ -144,17 +149,26 @@ private:
                 });
             },
             0.7 * until);
-        m_partsBegin.assign(1, 0);
-        int total = 0;
-        for (std::size_t part = 0; part < parts(); ++part) {
-            for (std::size_t n = part; n < next.size(); n += parts()) {
-                int const count = next[n];
-                next[n] = total;
-                total += count;
-            }
-            m_partsBegin.push_back(static_cast<std::size_t>(total));
-        }
-        m_result.samples.resize(static_cast<std::size_t>(m_count));
+        // Counts become places: first from the begin of their part on, whose size is what they sum up to.
+        m_partsBegin.assign(parts() + 1, 0);
+        auto const forParts = [&](auto const & visit) {
+            m_team.forEach(static_cast<int>((parts() - 1) / partsTogether + 1), [&](int group) {
+                std::size_t const first = static_cast<std::size_t>(group) * partsTogether;
+                for (std::size_t row = 0; row < next.size(); row += parts()) {
+                    for (std::size_t part = first; part < std::min(first + partsTogether, parts()); ++part)
+                        visit(part, next[row + part]);
+                }
+            });
+        };
+        forParts([&](std::size_t part, int & count) {
+            int const own = count;
+            count = static_cast<int>(m_partsBegin[part + 1]);
+            m_partsBegin[part + 1] += static_cast<std::size_t>(own);
+        });
+        for (std::size_t part = 0; part < parts(); ++part)
+            m_partsBegin[part + 1] += m_partsBegin[part];
+        forParts([&](std::size_t part, int & place) { place += static_cast<int>(m_partsBegin[part]); });
+        QzBackend::assignLarge(m_team, m_result.samples, static_cast<std::size_t>(m_count));
         m_team.forEach(
             chunks,
             [&](int chunk) {
@@ -226,8 +240,8 @@ private:
             last = task.places.empty() ? last : task.places.back();
             begins.push_back(begins.back() + task.places.size());
         }
-        m_result.places.resize(begins.back());
-        m_result.samplesBegin.resize(begins.back() + 1);
+        QzBackend::assignLarge(m_team, m_result.places, begins.back());
+        QzBackend::assignLarge(m_team, m_result.samplesBegin, begins.back() + 1);
         m_result.samplesBegin.back() = m_count;
         m_team.forEach(static_cast<int>(m_tasks.size()), [&](int number) {
             Task & task = m_tasks[static_cast<std::size_t>(number)];
