@@ -39,13 +39,16 @@ double squaredDistance(double const * a, double const * b)
 
 // Walks from the middle of the octree toward the samples. The point moves with every sample that is nearer to
 // it than the last step was long, so the result is a sample near the middle, not always the nearest.
-Point3D_d findStartPoint(IInputSamples const & samples, COctree const & octree)
+Point3D_d findStartPoint(IInputSamples const & samples, COctree const & octree, CProgressCounter * progress)
 {
+    int const samplesPerTurn = 1 << 20;
     double start[3];
     octree.getBoxCenter(start);
     double best = DBL_MAX;
     int const samplesNumber = samples.pointsNumber();
     for (int sample = 0; sample < samplesNumber; ++sample) {
+        if (progress != nullptr && sample % samplesPerTurn == 0)
+            progress->SetPosFloat(0.0);
         float const * coords = samples.getSampleCoords3(sample);
         double const point[3] = {coords[0], coords[1], coords[2]};
         double const distance = squaredDistance(start, point);
@@ -75,7 +78,7 @@ SurfaceLattice makeLattice(StageContext const & context)
     lattice.edge = polygoniserEdge(context);
     int const cubes = cubesPerSide(params.getReconstructFactor(), context.octree.getLeafCellDepth());
     std::fill(lattice.bounds, lattice.bounds + 3, cubes);
-    lattice.start = findStartPoint(context.samples, context.octree);
+    lattice.start = findStartPoint(context.samples, context.octree, context.progress);
     return lattice;
 }
 

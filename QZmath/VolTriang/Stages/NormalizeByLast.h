@@ -7,20 +7,31 @@
 namespace VolTr
 {
 
-/// Scales a vector by the magnitude of its last element and returns that magnitude, 0 for an empty vector. A
-/// magnitude of 0, or one that is not finite, leaves the vector as it is. The last element rather than the
-/// greatest: the scale is free, and logs and meshes of earlier versions stay comparable to the bit.
+/// 0 for an empty vector.
+template <class T>
+T magnitudeOfLast(std::vector<T> const & values)
+{
+    return values.empty() ? T(0) : std::fabs(values.back());
+}
+
+/// Divides by a factor, unless it is 0 or not finite.
+template <class T>
+void normalize(T * begin, T * end, T factor)
+{
+    if (!(factor > T(0)) || !std::isfinite(factor))
+        return;
+    T const scale = T(1) / factor;
+    for (; begin != end; ++begin)
+        *begin *= scale;
+}
+
+/// Scales a vector by the magnitude of its last element and returns that magnitude. The last element rather
+/// than the greatest: the scale is free, and logs and meshes of earlier versions stay comparable to the bit.
 template <class T>
 T normalizeByLast(std::vector<T> & values)
 {
-    if (values.empty())
-        return T(0);
-    T const factor = std::fabs(values.back());
-    if (factor > T(0) && std::isfinite(factor)) {
-        T const scale = T(1) / factor;
-        for (T & value : values)
-            value *= scale;
-    }
+    T const factor = magnitudeOfLast(values);
+    normalize(values.data(), values.data() + values.size(), factor);
     return factor;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Basis/KernelEvaluator.h>
 #include <QZmath/VolTriang/Kernels.h>
@@ -209,6 +210,7 @@ public:
         }
         std::vector<Piece> pieces;
         for (NodeCubes::Plane const & plane : m_cubes.planes()) {
+            m_team.serve();
             for (NodeCubes::Cube const & cube : plane)
                 cutForSpread(cube, pieces);
         }
@@ -247,6 +249,7 @@ private:
             return a.lowX != b.lowX ? a.lowX < b.lowX : a.lowY < b.lowY;
         };
         for (NodeCubes::Plane const & plane : m_cubes.planes()) {
+            m_team.serve();
             for (NodeCubes::Cube const & cube : plane) {
                 for (int corner = 0; corner < 4; ++corner) {
                     Tile const tile = {tileOf(cube.place.x() + (corner & 1) * m_step),
@@ -685,7 +688,10 @@ std::vector<float> countAroundSamples(IInputSamples const & samples, COctree con
                                       Basis const & basis, int estimationDepth, int threads,
                                       CProgressCounter * progress)
 {
-    std::vector<float> values(static_cast<std::size_t>(samples.pointsNumber()), 0.0f);
+    std::vector<float> values;
+    LoopTeam::run(threads, progress, [&](LoopTeam & team) {
+        QzBackend::assignLarge(team, values, static_cast<std::size_t>(samples.pointsNumber()), 0.0f);
+    });
     if (octree.getUnit() > 10.0 * roundingOf(octree)) {
         LoopTeam::run(threads, progress, [&](LoopTeam & team) {
             DensityEstimator estimator(samples, octree, basis, estimationDepth, team);
@@ -706,17 +712,26 @@ SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const
     SampleDensity density;
     std::vector<float> & values = density.weights;
     values = countAroundSamples(samples, octree, basis, estimationDepth, threads, progress);
-    logValues(log, "Weights normalized by factor", normalizeByLast(values));
+    float const factor = magnitudeOfLast(values);
+    logValues(log, "Weights normalized by factor", factor);
 
     float minimum = values.empty() ? 0.0f : FLT_MAX;
     float maximum = 0.0f;
-    for (float & value : values) {
-        density.averageDensity += value;
-        minimum = value < minimum ? value : minimum;
-        maximum = value > maximum ? value : maximum;
-        if (value > 0.0f)
-            value = 1.0f / value;
-    }
+    LoopTeam::run(threads, progress, [&](LoopTeam & team) {
+        std::size_t const perTurn = std::size_t{1} << 20;
+        for (std::size_t begin = 0; begin < values.size(); begin += perTurn) {
+            team.setPosition(1.0);
+            float * const end = values.data() + std::min(values.size(), begin + perTurn);
+            normalize(values.data() + begin, end, factor);
+            for (float * value = values.data() + begin; value != end; ++value) {
+                density.averageDensity += *value;
+                minimum = *value < minimum ? *value : minimum;
+                maximum = *value > maximum ? *value : maximum;
+                if (*value > 0.0f)
+                    *value = 1.0f / *value;
+            }
+        }
+    });
     if (!values.empty())
         density.averageDensity /= static_cast<float>(values.size());
     logValues(log, "Average density", density.averageDensity);

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -16,6 +16,7 @@ namespace
 {
 
 int const partsPerThread = 4;
+std::ptrdiff_t const samplesPerTurn = 1 << 15; // and part
 
 double reachOf(StageContext const & context)
 {
@@ -37,18 +38,25 @@ std::optional<SupportedCubes> findSupportedCubes(CubeFrame const & frame, StageC
     std::optional<SupportedCubes> cubes;
     QzBackend::LoopTeam::run(context.threads, context.progress, [&](QzBackend::LoopTeam & team) {
         int const cells = octree.getCellsNumberOnDeepestLevel();
+        int const * const samples = octree.getSamplesBegin(0); // of all cells in a row
+        std::ptrdiff_t const samplesNumber = octree.getSamplesEnd(cells - 1) - samples;
         int const parts = team.threads() == 1 ? 1 : partsPerThread * team.threads();
         std::vector<std::optional<SupportedCubes>> marked(static_cast<std::size_t>(parts));
-        team.forEach(parts, [&](int part) {
-            SupportedCubes & own = marked[static_cast<std::size_t>(part)].emplace(none);
-            auto const bound = [&](int n) { return static_cast<int>(std::int64_t{cells} * n / parts); };
-            for (int cell = bound(part); cell < bound(part + 1); ++cell) {
-                for (int const * it = octree.getSamplesBegin(cell); it != octree.getSamplesEnd(cell); ++it)
-                    own.add(context.samples.getSampleCoords3(*it));
-            }
-        });
+        for (std::optional<SupportedCubes> & own : marked)
+            own.emplace(none);
+        // Each part goes on by some samples at a time.
+        std::ptrdiff_t const perPart = (samplesNumber - 1) / parts + 1;
+        for (std::ptrdiff_t done = 0; done < perPart; done += samplesPerTurn) {
+            team.forEach(parts, [&](int part) {
+                std::ptrdiff_t const end =
+                    std::min({samplesNumber, part * perPart + done + samplesPerTurn, (part + 1) * perPart});
+                for (std::ptrdiff_t n = part * perPart + done; n < end; ++n)
+                    marked[static_cast<std::size_t>(part)]->add(context.samples.getSampleCoords3(samples[n]));
+            });
+        }
         cubes = std::move(marked[0]);
         for (std::size_t part = 1; part < marked.size(); ++part) {
+            team.serve();
             cubes->add(*marked[part]);
             marked[part].reset();
         }

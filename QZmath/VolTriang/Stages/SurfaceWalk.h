@@ -10,6 +10,8 @@
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 
+#include <QZsys/Progress.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -52,7 +54,7 @@ void walkSurface(Cubes & cubes, CubeFrame const & frame, LevelSet const & levelS
     for (int first = 0; first < samplesNumber; first += length) {
         length = std::min(samplesNumber - first, std::min(2 * length, 1 << 20));
         isLeft.assign(static_cast<std::size_t>(length), 0);
-        QzBackend::LoopTeam::run(context.threads, nullptr, [&](QzBackend::LoopTeam & team) {
+        QzBackend::LoopTeam::run(context.threads, context.progress, [&](QzBackend::LoopTeam & team) {
             team.forEach((length + samplesPerTask - 1) / samplesPerTask, [&](int task) {
                 for (int n = task * samplesPerTask; n < std::min(length, (task + 1) * samplesPerTask); ++n)
                     isLeft[static_cast<std::size_t>(n)] = !walk.isSettled(cubeOf(first + n));
@@ -61,6 +63,8 @@ void walkSurface(Cubes & cubes, CubeFrame const & frame, LevelSet const & levelS
         for (int n = 0; n < length; ++n) {
             if (!params.getAllComponents() && walk.counts().pieces > 0)
                 break;
+            if (context.progress != nullptr && n % samplesPerTask == 0)
+                context.progress->SetPosFloat(0.0); // it never falls back
             if (isLeft[static_cast<std::size_t>(n)] != 0)
                 walk.walkNear(cubeOf(first + n));
         }
