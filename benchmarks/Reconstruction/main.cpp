@@ -17,6 +17,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <deque>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -52,7 +53,7 @@ private:
 class VertexTarget : public VolTr::ITriangulationTarget
 {
 public:
-    std::vector<std::array<double, 3>> vertices;
+    std::deque<std::array<double, 3>> vertices; // grows without a long copy
     long triangles = 0;
 
 private:
@@ -84,7 +85,7 @@ struct Case
 // Microseconds of processor time per evaluation of a combination around the vertices of a mesh: eleven points
 // on a lattice edge each, as the bisection of the polygoniser takes them.
 double evaluationMicroseconds(CloudSamples const & samples, int depth,
-                              std::vector<std::array<double, 3>> const & vertices)
+                              std::deque<std::array<double, 3>> const & vertices)
 {
     VolTr::COctree const octree(&samples, depth, nullptr, true, -1);
     auto kernel = VolTr::makeApproxGaussian<VolTr::CProductPiecewisePolynom>();
