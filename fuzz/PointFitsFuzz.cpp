@@ -16,7 +16,6 @@
 #include "Input.h"
 
 #include <memory>
-#include <numeric>
 
 namespace
 {

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The core of the reconstruction on small clouds, with any parameters, on both paths. A mesh has no edge with
-// two triangles on the same side, is closed unless the report tells why not, and has the same bits for one
-// thread and for two; what the caller's progress, samples or target throw ends the run and nothing else.
+// The core of the reconstruction on small clouds, with any parameters, on both paths, as it was estimated. A
+// mesh has no edge with two triangles on the same side, is closed unless the report tells why not, and has
+// the same bits for one thread and for two; what the caller's progress, samples or target throw ends the run
+// and nothing else.
 
 #include <QZmath/VolTriang/InputSamples.h>
 #include <QZmath/VolTriang/ReconstructionEstimate.h>
@@ -144,6 +145,19 @@ std::string run(VolTr::CVolTriangulationParams const & params, Samples const & s
     return {};
 }
 
+void checkEstimate(VolTr::CVolTriangulationParams const & params, Samples const & samples, bool isDone,
+                   VolTr::CReconstructionReport const & report)
+{
+    try {
+        VolTr::CReconstructionEstimate const estimate = VolTr::estimateReconstruction(samples, params);
+        require(estimate.exactBytes >= 0 && estimate.acceleratedBytes >= 0, "an estimate is a number");
+        require(estimate.nodes == report.nodes && estimate.leafCells == report.leafCells,
+                "a run has the nodes that were estimated");
+    } catch (std::exception const &) {
+        require(!isDone, "no run does what the estimate refused");
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size)
@@ -164,6 +178,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
     Mesh one, two;
     VolTr::CReconstructionReport report, reportOfTwo;
     std::string const end = run(params, samples, 1, one, report, nullptr);
+    checkEstimate(params, samples, end.empty(), report);
     require(run(params, samples, 2, two, reportOfTwo, nullptr) == end,
             "threads have no influence on the end");
     require(Bits(one.numbers, one.triangles) == Bits(two.numbers, two.triangles),

@@ -2,7 +2,6 @@
 #include <QZmath/Persistence/ComponentFilters.h>
 #include <QZmath/Persistence/GraphObject.h>
 #include <QZmath/Persistence/ModelSizer.h>
-#include <QZmath/Persistence/OutputHooks.h>
 #include <QZmath/Persistence/SortRecords.h>
 
 #include <gtest/gtest.h>
@@ -84,17 +83,6 @@ TEST(ModelSizer, GivesTheDefaultUnlessTheSubclassKnowsBetter)
     sizer.updateLimits();
     sizer.GetLinearLimits(&transform, &limits);
     EXPECT_TRUE(sizer.resets == 1 && limits == 7);
-}
-
-TEST(OutputHooks, AreThoseThatWereSetLast)
-{
-    auto const write = [](char const *) {};
-    QZmath_setCB_WriteLog(write);
-    QZmath_setCB_WriteOutput(write);
-    EXPECT_TRUE(QZmath_CB_WriteLog == write && QZmath_CB_WriteOutput == write);
-    QZmath_setCB_WriteLog(nullptr);
-    QZmath_setCB_WriteOutput(nullptr);
-    EXPECT_TRUE(!QZmath_CB_WriteLog && !QZmath_CB_WriteOutput);
 }
 
 // The order looks at the key, equality at all.
