@@ -153,27 +153,6 @@ TEST(Colours, areMeansOfLightOnTheSameSide)
     EXPECT_EQ(colorOf(3), (std::array<std::uint8_t, 3>{1, 2, 3}));
 }
 
-TEST(Colours, ofATwoColouredSphereChangeAtItsEquator)
-{
-    CoreRun const run(qz_test::spiralSphere(20000), 6);
-    std::vector<std::uint8_t> colors;
-    for (std::size_t n = 0; n < run.positions.size(); n += 3) {
-        bool const isUpper = run.positions[n + 2] > 0;
-        colors.insert(colors.end(), {std::uint8_t(isUpper ? 255 : 0), 7, std::uint8_t(isUpper ? 0 : 255)});
-    }
-    TriangleMesh const result = onAnyThreads(run.mesh, [&](TriangleMesh & mesh, QzBackend::LoopTeam & team) {
-        SampleIndex const index(run.positions.data(), run.positions.size() / 3, team);
-        colourVertices(mesh, index, colors.data(), run.normals.data(), run.leafCell, team);
-    });
-    for (std::size_t v = 0; v < result.vertexCount(); ++v) {
-        float const z = result.positions[3 * v + 2];
-        EXPECT_EQ(result.colors[3 * v + 1], 7);
-        if (std::abs(z) > 1.6 * run.leafCell) {
-            EXPECT_EQ(result.colors[3 * v], z > 0 ? 255 : 0);
-        }
-    }
-}
-
 TEST(Density, isThatOfThePlaneAndFallsAwayFromIt)
 {
     std::mt19937 random(4);

@@ -4,10 +4,10 @@
 #include <Reconstruction/StageSupport.h>
 
 #include <QZsys/Exceptions.h>
-#include <QZsys/Progress.h>
 
 #include <apps/sampling/SampleShapes.h>
 #include <support/MeasureMemory.h>
+#include <support/Recorders.h>
 #include <support/SampledClouds.h>
 #include <support/SurfaceScores.h>
 
@@ -366,25 +366,12 @@ TEST(Reconstruction, BitsDoNotDependOnThreadsAndInterruptionsEndIt)
         EXPECT_TRUE(qz_test::isSame(run(points, options).mesh, first.mesh)) << threads;
     }
 
-    class Interrupter : public CProgressCounter
-    {
-    public:
-        explicit Interrupter(double at) : m_at(at) {}
-
-    private:
-        void onPosition(double overall) override
-        {
-            EXPECT_GE(overall, m_last);
-            m_last = overall;
-            if (overall >= m_at)
-                interrupt();
-        }
-        double m_at, m_last = 0;
-    };
-    for (double const at : {0.0, 0.02, 0.1, 0.3, 0.79, 0.85, 0.95}) {
-        Interrupter progress(at);
+    for (double const at : {-1.0, 0.02, 0.1, 0.3, 0.79, 0.85, 0.95}) {
+        qz_test::ProgressRecorder progress;
+        progress.interruptBeyond = at;
         ReconstructionReport report;
         EXPECT_THROW(reconstruct(points.view(), options, &report, &progress), CUserIntrException) << at;
+        EXPECT_TRUE(progress.isMonotone());
         EXPECT_FALSE(report.phases.empty());
     }
 }

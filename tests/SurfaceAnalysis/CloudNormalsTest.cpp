@@ -5,11 +5,11 @@
 
 #include <QZsys/Exceptions.h>
 #include <QZsys/ParallelTasks.h>
-#include <QZsys/Progress.h>
 
 #include "TestPoints.h"
 
 #include <gtest/gtest.h>
+#include <support/Recorders.h>
 
 #include <algorithm>
 #include <cmath>
@@ -22,12 +22,6 @@ using REmath::Point3D_d;
 
 namespace
 {
-
-struct OnThreads
-{
-    explicit OnThreads(int count) { CVescaThreadingTasksHelper::setNumOfPhisicalThread(count); }
-    ~OnThreads() { CVescaThreadingTasksHelper::setNumOfPhisicalThread(0); }
-};
 
 using Oriented = qz_test::OrientedPoints;
 using qz_test::samplePoints;
@@ -50,21 +44,6 @@ std::vector<Point3D> estimate(std::vector<Point3D> const & points, NormalOrienta
                                   [](Point3D const & n) { return n != Point3D(); }));
     return normals;
 }
-
-// Asks for the end at a position.
-class Interrupter : public CProgressCounter
-{
-public:
-    explicit Interrupter(double at) : m_at(at) {}
-
-private:
-    void onPosition(double overall) override
-    {
-        if (overall >= m_at)
-            interrupt();
-    }
-    double m_at;
-};
 
 } // namespace
 
@@ -160,7 +139,7 @@ TEST(CloudNormals, BitsDependOnNeitherThreadsNorPowersOfTwo)
     auto const normals = estimate(scaled, NormalOrientation::spanningTree);
     std::vector<CPointCurvatures> curvatures[3];
     for (int i : {0, 1, 2}) {
-        OnThreads const setting(i + 1);
+        CThreadNumberScope const scope(i + 1);
         EXPECT_EQ(estimate(cloud.points, NormalOrientation::spanningTree), normals);
         curvatures[i].resize(4000);
         EstimateCurvatures(4000, cloud.points.data(), {}, nullptr, curvatures[i].data());
@@ -226,9 +205,10 @@ TEST(CloudNormals, InterruptionEndsTheWork)
     Oriented const cloud = samplePoints("sphere", 40000);
     std::vector<Point3D> normals(cloud.points.size());
     for (int threads : {1, 2}) {
-        OnThreads const setting(threads);
-        for (double at : {0.0, 0.3, 0.6, 0.85}) {
-            Interrupter progress(at);
+        CThreadNumberScope const scope(threads);
+        for (double at : {-1.0, 0.3, 0.6, 0.85}) {
+            qz_test::ProgressRecorder progress;
+            progress.interruptBeyond = at;
             EXPECT_THROW(EstimateNormals(cloud.size(), cloud.points.data(), {}, normals.data(), &progress),
                          CUserIntrException)
                 << at;
