@@ -10,14 +10,10 @@
 #include <QZmath/VolTriang/Stages/IsoValue.h>
 #include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
-#include <QZmath/VolTriang/VolTriangulationError.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
-
-#include <QZsys/Exceptions.h>
 
 #include <VolTriang/ScaledKernel.h>
 #include <support/Mesh.h>
-#include <support/Recorders.h>
 #include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
@@ -356,43 +352,4 @@ TEST(BrickFunction, MeanAndSurfaceAgreeWithTheSumOverNodes)
             EXPECT_TRUE(mesh == single);
         }
     }
-}
-
-TEST(BrickFunction, SurfaceFailsAndStopsLikeTheSumOverNodes)
-{
-    PointCloudSamples const cloud = makeSphere(5000);
-    Model model(cloud, 5, true, -1, 0.95);
-    model.setAmplitudes([&](int node) {
-        double position[3];
-        model.octree.getNodePosition(node, position);
-        return 1.0 - std::hypot(position[0] - 0.3, position[1] + 1.7, position[2] - 5.0);
-    });
-    BrickedFunction const function(model.function());
-    auto const extract = [&](double isoValue, float factor, CProgressCounter * progress, int threads) {
-        qz_test::MeshTarget target;
-        model.params.setReconstructFactor(factor);
-        StageContext context = model.context(threads);
-        context.progress = progress;
-        extractIsoSurface(context, function, isoValue, nullptr, target);
-        return target.mesh().vertices.size();
-    };
-    double const good = function.meanAtSamples(model.context(2));
-    EXPECT_GT(extract(good, 1.0f, nullptr, 2), 100U);
-    double const nan = std::nan("");
-    EXPECT_THROW(extract(1e9, 1.0f, nullptr, 2), CVolTriangulationError);
-    EXPECT_THROW(extract(nan, 1.0f, nullptr, 1), CVolTriangulationError);
-    for (float const factor : {0.0f, -1.0f, std::numeric_limits<float>::infinity(), static_cast<float>(nan)})
-        EXPECT_THROW(extract(good, factor, nullptr, 1), CVolTriangulationError);
-    for (int threads = 1; threads <= 2; ++threads) {
-        for (double const limit : {0.0, 0.1, 0.5}) {
-            qz_test::ProgressRecorder progress;
-            progress.interruptBeyond = limit;
-            EXPECT_THROW(extract(good, 1.0f, &progress, threads), CUserIntrException);
-        }
-    }
-    CProgressCounter progress;
-    progress.interrupt();
-    StageContext context = model.context(1);
-    context.progress = &progress;
-    EXPECT_THROW(function.meanAtSamples(context), CUserIntrException);
 }

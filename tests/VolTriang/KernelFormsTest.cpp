@@ -247,6 +247,31 @@ TEST_P(KernelFormsOnOctree, ScalarProductsAgree)
     }
 }
 
+TEST_P(KernelFormsOnOctree, ProductWithACombinationIsTheSumOverItsFunctions)
+{
+    COctreeFuncLinCombTmpl<Separable> combination(separable[1]);
+    int const count = octree.getNodesNumber(), parity[3] = {-1, 1, 1};
+    for (int node = 0; node < count; ++node)
+        combination.setBasisCoefficient(node, node % 3 == 0 ? 0.0 : uniform(random, -1.0, 1.0));
+    CCSFProductHelperTmpl<Separable> helper(separable[0], separable[1], BasisSymmetryNone, 6, parity);
+    int const size = helper.cashSize();
+    for (int i = 0; i < count; i += 17) {
+        auto const f = separable[0]->makeFunctionByIndex(i);
+        double sum = 0.0;
+        double magnitudes = 0.0;
+        for (int j = 0; j < count; ++j) {
+            double const term = combination.getBasisCoefficient(j) *
+                                helper.evalScalarProduct(f, separable[1]->makeFunctionByIndex(j));
+            sum += term;
+            magnitudes += std::fabs(term);
+        }
+        EXPECT_NEAR(helper.evalScalarProduct(f, combination), sum, 1e-12 * magnitudes);
+    }
+    EXPECT_EQ(helper.cashSize(), size);
+    combination.setBasisCoefficient(3, std::numeric_limits<double>::quiet_NaN());
+    EXPECT_TRUE(std::isnan(helper.evalScalarProduct(separable[0]->makeFunctionByIndex(3), combination)));
+}
+
 // Nothing beyond the reach of a function, whatever place or depth is given, and no table grows for it.
 template <class TKernel>
 void expectNoProductsOutOfReach(COctreeFuncBasisTmpl<TKernel> const & basis, double width, double touching)
@@ -290,5 +315,38 @@ INSTANTIATE_TEST_SUITE_P(Kinds, KernelFormsOnOctree,
                          testing::Values(std::tuple(false, -1, 1.0), std::tuple(false, 1, 0.7),
                                          std::tuple(true, -1, 0.95), std::tuple(true, 1, 1.0),
                                          std::tuple(true, 1, 1.3)));
+
+// Depths far apart, whose tables would not fit into memory.
+TEST(ScalarProductHelper, DeepTreesTakeLittleMemory)
+{
+    PointCloudSamples samples;
+    samples.add({0.0f, 0.0f, 0.0f}, {0.0f, 0.0f, 1.0f});
+    samples.add({1.0f, 0.7f, 0.4f}, {0.0f, 0.0f, 1.0f});
+    for (bool useCenter : {false, true}) {
+        COctree const octree(&samples, COctree::MAX_DEPTH, nullptr, useCenter, -1);
+        double const width = 0.95;
+        Bases<Separable> const bases(octree, width);
+        COctreeFuncBasisTmpl<Separable> const & basis = *bases[0];
+        int const parity[3] = {1, 1, 1};
+        CCSFProductHelperTmpl<Separable> helper(&basis, &basis, BasisSymmetryFull, 7, parity);
+        EXPECT_EQ(helper.cashSize(), std::numeric_limits<int>::max());
+        std::mt19937 random(13);
+        int const count = basis.getFunctionsNumber();
+        for (int trial = 0; trial < 4000; ++trial) {
+            int const i = std::uniform_int_distribution<int>(0, count - 1)(random);
+            int const j = std::uniform_int_distribution<int>(0, count - 1)(random);
+            auto const f = basis.makeFunctionByIndex(i);
+            auto const g = basis.makeFunctionByIndex(j);
+            auto const & deeper = f.getNodeDepth() > g.getNodeDepth() ? f : g;
+            auto const & coarser = f.getNodeDepth() > g.getNodeDepth() ? g : f;
+            // To the other one, a far deeper function is a point with its integral as weight.
+            if (deeper.getNodeDepth() - coarser.getNodeDepth() < 12)
+                continue;
+            double const value = width * width * width * coarser.eval(deeper.getArgumentShift());
+            double const tolerance = 1e-6 * coarser.getNormalizationScale();
+            EXPECT_NEAR(helper.evalScalarProduct(f, g), value, tolerance);
+        }
+    }
+}
 
 } // namespace

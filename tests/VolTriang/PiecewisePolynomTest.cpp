@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-
 using namespace VolTr;
 using namespace TestPolynomials;
 

@@ -152,7 +152,7 @@ TEST(ReconstructionEstimate, BytesAreThoseOfRuns)
     };
     for (EstimatedRun const & run : runs) {
         for (int threads = 1; threads <= (run.isAccelerated ? 2 : 1); ++threads) {
-            qz_test::ThreadNumber const number(threads);
+            CThreadNumberScope const scope(threads);
             compareWithRun(run);
         }
     }

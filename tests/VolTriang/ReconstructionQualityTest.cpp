@@ -9,7 +9,6 @@
 #include <cmath>
 #include <ostream>
 #include <string>
-#include <vector>
 
 using namespace VolTr;
 using namespace qz_test;

@@ -19,13 +19,6 @@
 namespace qz_test
 {
 
-/// Sets the thread number of the process and gives the machine's back.
-struct ThreadNumber
-{
-    explicit ThreadNumber(int number) { CVescaThreadingTasksHelper::setNumOfPhisicalThread(number); }
-    ~ThreadNumber() { CVescaThreadingTasksHelper::setNumOfPhisicalThread(0); }
-};
-
 /// What a whole reconstruction gave.
 struct Result
 {
@@ -37,7 +30,7 @@ struct Result
 inline Result reconstruct(VolTr::IInputSamples const & samples, VolTr::CVolTriangulationParams const & params,
                           int threads = 0, CProgressCounter * progress = nullptr)
 {
-    ThreadNumber const number(threads);
+    CThreadNumberScope const scope(threads);
     MeshTarget target;
     Result run;
     try {

@@ -6,7 +6,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <string>

@@ -82,24 +82,4 @@ double gaussLegendreOnBox(TFunction const & function, VolTr::CParallelepiped con
     });
 }
 
-/// Integral over the whole line of a function that is a polynomial of degree up to 9 between its knots, given
-/// in ascending order.
-template <class TFunction>
-double integrateBetweenKnots(TFunction const & function, std::vector<double> const & knots)
-{
-    double sum = 0.0;
-    for (std::size_t i = 1; i < knots.size(); ++i)
-        sum += gaussLegendre(function, knots[i - 1], knots[i]);
-    return sum;
-}
-
-/// The knots as values of x.
-inline std::vector<double> absoluteKnots(VolTr::CSingleVarLimitedPolynom const & function)
-{
-    std::vector<double> knots;
-    for (int i = 0; !function.empty() && i <= function.piecesNumber(); ++i)
-        knots.push_back(function.getKnot(i) + function.getArgShift());
-    return knots;
-}
-
 } // namespace TestPolynomials
