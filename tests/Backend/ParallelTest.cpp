@@ -17,7 +17,6 @@
 #include <iterator>
 #include <numeric>
 #include <stdexcept>
-#include <string>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>

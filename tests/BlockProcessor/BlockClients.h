@@ -3,13 +3,11 @@
 
 #include <QZmath/BlockProcessor/BlockProc.h>
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <set>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 struct Block : IVescaFragmentDescriptor_Old

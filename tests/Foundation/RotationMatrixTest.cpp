@@ -11,7 +11,6 @@
 
 #include <cmath>
 #include <limits>
-#include <stdexcept>
 
 using qz_sampling::Random;
 using qz_test::randomPoint;

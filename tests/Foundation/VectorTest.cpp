@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cmath>
-#include <limits>
 #include <utility>
 #include <vector>
 

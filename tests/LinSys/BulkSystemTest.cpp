@@ -3,7 +3,6 @@
 
 #include <QZmath/LinSys/LinSysSolverCoreMkl.h>
 #include <QZmath/LinSys/LinSysSolverDecomposed.h>
-#include <QZmath/LinSys/LinSysSolverMKL.h>
 #include <QZmath/LinSys/LinSysSolverSparseDss.h>
 #include <QZmath/LinSys/LinSysSolverSparseMKL.h>
 
@@ -12,9 +11,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <map>
+#include <initializer_list>
+#include <numeric>
 #include <random>
 #include <vector>
+
+#include <support/SparseSystems.h>
 
 using namespace REmath;
 
@@ -40,21 +42,12 @@ struct Equations
     }
 };
 
-struct Positions : IVertexPosInformer<double>, IEqSysResultReciever<double>
-{
-    std::map<int, double> of;
-    double GetVertexPosition(int vertex) const override { return of.at(vertex); }
-    void SetVertexPosition(int vertex, double position) override { of[vertex] = position; }
-};
-
 } // namespace
 
-// The same equations one by one, through the interface of vertices and a dense solver.
-TEST(BulkSystem, SolvesAsTheSystemOfSingleEquationsWithEveryCore)
+TEST(BulkSystem, SolvesTheSystemThatItsEquationsStateWithEveryCore)
 {
     for (unsigned seed = 0; seed < 60; ++seed) {
         std::mt19937 random(seed);
-        std::uniform_real_distribution<double> number(-1, 1);
         bool const symmetric = seed % 2 == 0;
         int const freeCount = 2 + int(random() % 30), fixedCount = int(random() % 4), parts = 3;
         std::vector<int> vertices(std::size_t(freeCount + fixedCount));
@@ -65,81 +58,51 @@ TEST(BulkSystem, SolvesAsTheSystemOfSingleEquationsWithEveryCore)
         ASSERT_TRUE(bulk.defineFree(freeCount, vertices.data()));
         ASSERT_TRUE(bulk.defineFixed(fixedCount, vertices.data() + freeCount));
 
-        std::vector<std::vector<double>> matrix(std::size_t(freeCount),
-                                                std::vector<double>(vertices.size(), 0.0));
-        for (int row = 0; row < freeCount; ++row)
-            for (int column = 0; column < freeCount + fixedCount; ++column)
-                if (column == row)
-                    matrix[std::size_t(row)][std::size_t(column)] = 9;
-                else if (random() % 8 == 0)
-                    matrix[std::size_t(row)][std::size_t(column)] = number(random);
-        for (int row = 0; row < freeCount && symmetric; ++row)
-            for (int column = 0; column < row; ++column)
-                matrix[std::size_t(row)][std::size_t(column)] = matrix[std::size_t(column)][std::size_t(row)];
-
-        CLinSysSolverMKL<double> single;
-        for (int k = 0; k < freeCount; ++k)
-            single.DefineFreeVertex(vertices[std::size_t(k)]);
-        for (int k = 0; k < fixedCount; ++k)
-            single.DefineFixedVertex(vertices[std::size_t(freeCount + k)]);
-        int const ownSide = 10000; // a vertex of position 1 for each right side
-        for (int row = 0; row < freeCount; ++row)
-            single.DefineFixedVertex(ownSide + row);
+        auto const matrix = testSupport::randomSparse(freeCount, freeCount / 8.0, symmetric, 1.5, random);
+        std::vector<double> const positions = testSupport::randomVector(fixedCount * parts, random);
+        std::vector<double> sides = testSupport::randomVector(freeCount * parts, random);
+        for (std::size_t row = 0; row < std::size_t(freeCount) && fixedCount == 0; ++row)
+            sides[row * parts + 1] = 0; // no start for iterations
+        std::vector<std::vector<double>> rights(parts, std::vector<double>(std::size_t(freeCount)));
         Equations halves[2];
         for (int row = 0; row < freeCount; ++row) {
-            CVertexLinearCombination<double> equation;
             Equations & half = halves[row < freeCount / 2 ? 0 : 1];
-            std::vector<std::size_t> order(vertices.size());
-            for (std::size_t k = 0; k < order.size(); ++k)
-                order[k] = k;
+            std::vector<int> order(vertices.size());
+            std::iota(order.begin(), order.end(), 0);
             std::shuffle(order.begin(), order.end(), random);
-            for (std::size_t const column : order) {
-                double const coeff = matrix[std::size_t(row)][column];
+            for (std::size_t part = 0; part < parts; ++part)
+                rights[part][std::size_t(row)] = sides[std::size_t(row) * parts + part];
+            for (int const column : order) {
+                double const coeff = column < freeCount ? matrix(row, column) : int(random() % 5) - 2;
                 if (coeff == 0)
                     continue;
-                equation.AddVertex(vertices[column], coeff);
-                half.add(vertices[column], coeff / 4); // repeated terms add up
-                half.add(vertices[column], coeff - coeff / 4);
+                half.add(vertices[std::size_t(column)], coeff / 4); // repeated terms add up
+                half.add(vertices[std::size_t(column)], coeff - coeff / 4);
+                for (std::size_t part = 0; part < parts && column >= freeCount; ++part)
+                    rights[part][std::size_t(row)] -=
+                        coeff * positions[std::size_t(column - freeCount) * parts + part];
             }
             half.end();
-            equation.AddVertex(ownSide + row, -1);
-            single.AddEquation(equation);
         }
         ASSERT_EQ(halves[0].giveTo(bulk), BulkFault::none);
         ASSERT_FALSE(bulk.isComplete());
         ASSERT_EQ(halves[1].giveTo(bulk), BulkFault::none);
         ASSERT_TRUE(bulk.isComplete());
 
-        std::vector<double> positions, sides;
-        for (int k = 0; k < fixedCount * parts; ++k)
-            positions.push_back(number(random));
-        for (int k = 0; k < freeCount * parts; ++k)
-            sides.push_back(fixedCount == 0 && k % parts == 1 ? 0
-                                                              : number(random)); // no start for iterations
-        std::vector<double> expected(sides.size());
-        for (int part = 0; part < parts; ++part) {
-            Positions known, solved;
-            for (int k = 0; k < fixedCount; ++k)
-                known.of[vertices[std::size_t(freeCount + k)]] = positions[std::size_t(k * parts + part)];
-            for (int row = 0; row < freeCount; ++row)
-                known.of[ownSide + row] = sides[std::size_t(row * parts + part)];
-            IVertexPosInformer<double> const * informer = &known;
-            IEqSysResultReciever<double> * receiver = &solved;
-            ASSERT_TRUE(single.SolveSystem(1, &informer, &receiver, nullptr));
-            for (int k = 0; k < freeCount; ++k)
-                expected[std::size_t(k * parts + part)] = solved.of.at(vertices[std::size_t(k)]);
-        }
         CLinSysSolverSparseDss<double> direct;
         CLinSysSolverSparseMKL<double> iterative(1e-13, 1000);
         CLinSysSolverCoreMkl<double> dense;
         CLinSysSolverDecomposed<double> decomposing({}, 1e-13, 1000);
         for (ILinSysSolverCore<double> * core :
              std::initializer_list<ILinSysSolverCore<double> *>{&direct, &iterative, &dense, &decomposing}) {
-            std::vector<double> solutions(expected.size(), NAN);
+            std::vector<double> solutions(sides.size(), NAN);
             ASSERT_TRUE(bulk.solve(*core, parts, positions.data(), sides.data(), solutions.data(), nullptr))
                 << seed;
-            for (std::size_t k = 0; k < expected.size(); ++k)
-                ASSERT_NEAR(solutions[k], expected[k], 1e-11) << seed;
+            for (std::size_t part = 0; part < parts; ++part) {
+                std::vector<double> const expected = testSupport::eliminate(matrix, rights[part]);
+                for (std::size_t k = 0; k < expected.size(); ++k)
+                    ASSERT_NEAR(solutions[k * parts + part], expected[k], 1e-11) << seed;
+            }
         }
     }
 }

@@ -8,7 +8,6 @@
 #include <array>
 #include <climits>
 #include <random>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 

@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 #include <memory>
 #include <random>
 #include <vector>

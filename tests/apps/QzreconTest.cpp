@@ -10,7 +10,6 @@
 
 #include <array>
 #include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <set>
 #include <sstream>

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <map>
-#include <random>
 #include <vector>
 
 #include <support/SparseSystems.h>
