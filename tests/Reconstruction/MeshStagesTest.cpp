@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Reconstruction/Mesh/Attributes.h>
 #include <QZmath/Reconstruction/Mesh/Components.h>
+#include <QZmath/Reconstruction/Mesh/Fairing.h>
 #include <QZmath/Reconstruction/Mesh/MeshTopology.h>
 #include <QZmath/Reconstruction/Mesh/PointDistances.h>
 #include <QZmath/Reconstruction/Mesh/Simplification.h>
@@ -334,6 +335,11 @@ TEST(MeshStages, canBeInterruptedAndTakeEmptyMeshes)
             colourVertices(mesh, index, colors.data(), nullptr, 1, team, 1);
         },
         [](auto & mesh, auto & index, auto & team) { measureDensity(mesh, index, nullptr, 1, team, 1); },
+        [](auto & mesh, auto & index, auto & team) {
+            FairingRule rule;
+            rule.trimDistance = 0.3;
+            fairPatches(mesh, index, rule, team, 0, 1);
+        },
         [](auto & mesh, auto & index, auto & team) { samplesFarFromMesh(index, mesh, 0.1, team, 1); }};
     TriangleMesh const sphere = qz_test::dividedSphere(60);
     for (Stage const & stage : stages) {
