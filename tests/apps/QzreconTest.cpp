@@ -133,26 +133,6 @@ TEST_F(Qzrecon, writesTheClosedMesh)
     EXPECT_EQ(files(), (std::set<std::string>{"cloud.ply", "mesh.ply", "mesh.stl", "mesh.gltf", "mesh.bin"}));
 }
 
-TEST_F(Qzrecon, theSameCloudGivesTheSameFile)
-{
-    qz_sampling::Cloud const points = sphereCloud(20000);
-    qz_sampling::writeCloud(points, path("cloud.obj"));
-    qz_sampling::writeCloud(points, path("cloud.xyz"));
-    std::vector<Arguments> const ways = {
-        {cloud(), "--threads", "1"}, {cloud(), "--threads", "2"}, {path("cloud.obj")}, {path("cloud.xyz")}};
-    std::string first;
-    for (Arguments way : ways) {
-        way.insert(way.end(), {"-o", path("mesh.ply"), "--depth", "6", "--normals", "--quiet"});
-        ASSERT_EQ(run(way), 0) << errors;
-        EXPECT_EQ(output + errors, "") << "quiet";
-        std::string const mesh = contents("mesh.ply");
-        EXPECT_GT(mesh.size(), 10000u);
-        if (first.empty())
-            first = mesh;
-        EXPECT_TRUE(mesh == first) << way[0];
-    }
-}
-
 TEST_F(Qzrecon, progressOnAFileIsALinePerPhase)
 {
     ASSERT_EQ(run({cloud(), "-o", path("mesh.ply"), "-d", "5", "--threads", "2", "--log", path("log.txt")}),
