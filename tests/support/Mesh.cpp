@@ -1,25 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <support/Mesh.h>
 
+#include <QZmath/Foundation/VectorProductsDetail.h>
+
 #include <algorithm>
-#include <cmath>
+#include <cstdint>
 #include <limits>
 #include <numeric>
 
+using REmath::Point3D;
 using REmath::Point3D_d;
+using REmath::Detail::cross;
+using REmath::Detail::dot;
 
 namespace qz_test
 {
 
 namespace
 {
-
-double dot(Point3D_d const & a, Point3D_d const & b) { return a.x() * b.x() + a.y() * b.y() + a.z() * b.z(); }
-
-Point3D_d cross(Point3D_d const & a, Point3D_d const & b)
-{
-    return {a.y() * b.z() - a.z() * b.y(), a.z() * b.x() - a.x() * b.z(), a.x() * b.y() - a.y() * b.x()};
-}
 
 Point3D_d const & corner(Mesh const & mesh, std::array<int, 3> const & triangle, int number)
 {
@@ -99,15 +97,6 @@ void forEachEdge(std::vector<Side> const & sides, Action action)
         action(first, last);
         first = last;
     }
-}
-
-double distanceToSegment(Point3D_d const & point, Point3D_d const & a, Point3D_d const & b)
-{
-    Point3D_d const along = b - a;
-    double const squaredLength = dot(along, along);
-    double const position =
-        squaredLength > 0 ? std::clamp(dot(point - a, along) / squaredLength, 0.0, 1.0) : 0.0;
-    return (point - (a + along * position)).length();
 }
 
 } // namespace
@@ -207,97 +196,23 @@ double area(Mesh const & mesh)
     return sum / 2;
 }
 
-double distanceToTriangle(Point3D_d const & point, Point3D_d const & a, Point3D_d const & b,
-                          Point3D_d const & c)
+MeshDistance::MeshDistance(Mesh const & mesh)
 {
-    Point3D_d const normal = cross(b - a, c - a);
-    double const doubledArea = normal.length();
-    auto const isLeftOf = [&](Point3D_d const & from, Point3D_d const & to) {
-        return dot(cross(to - from, point - from), normal) >= 0;
-    };
-    if (doubledArea > 0 && isLeftOf(a, b) && isLeftOf(b, c) && isLeftOf(c, a))
-        return std::abs(dot(point - a, normal)) / doubledArea;
-    return std::min(
-        {distanceToSegment(point, a, b), distanceToSegment(point, b, c), distanceToSegment(point, c, a)});
-}
-
-MeshDistance::MeshDistance(Mesh const & mesh) : m_mesh(mesh), m_triangles(mesh.triangles)
-{
-    build(0, 0, m_triangles.size());
-}
-
-void MeshDistance::build(std::size_t node, std::size_t first, std::size_t last)
-{
-    if (m_boxes.size() <= node)
-        m_boxes.resize(node + 1);
-    Box & box = m_boxes[node];
-    box.low.fill(std::numeric_limits<double>::infinity());
-    box.high.fill(-std::numeric_limits<double>::infinity());
-    std::size_t longest = 0;
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        for (std::size_t t = first; t < last; ++t) {
-            for (int n = 0; n < 3; ++n) {
-                double const coord = corner(m_mesh, m_triangles[t], n).asArray()[axis];
-                box.low[axis] = std::min(box.low[axis], coord);
-                box.high[axis] = std::max(box.high[axis], coord);
-            }
-        }
-        if (box.high[axis] - box.low[axis] > box.high[longest] - box.low[longest])
-            longest = axis;
-    }
-    if (last - first <= leafSize)
-        return;
-    auto const at = [&](std::size_t t) { return m_triangles.begin() + static_cast<std::ptrdiff_t>(t); };
-    auto const place = [&](std::array<int, 3> const & triangle) {
-        return corner(m_mesh, triangle, 0).asArray()[longest];
-    };
-    std::size_t const middle = first + (last - first) / 2;
-    std::nth_element(at(first), at(middle), at(last),
-                     [&](auto const & a, auto const & b) { return place(a) < place(b); });
-    build(2 * node + 1, first, middle);
-    build(2 * node + 2, middle, last);
-}
-
-double MeshDistance::distanceToBox(std::size_t node, Point3D_d const & point) const
-{
-    double sum = 0;
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        double const coord = point.asArray()[axis];
-        double const outside =
-            std::max({m_boxes[node].low[axis] - coord, coord - m_boxes[node].high[axis], 0.0});
-        sum += outside * outside;
-    }
-    return std::sqrt(sum);
-}
-
-void MeshDistance::search(std::size_t node, std::size_t first, std::size_t last, Point3D_d const & point,
-                          double & best) const
-{
-    // Rounding must not keep the nearest triangle out.
-    if (distanceToBox(node, point) * (1 - 1e-12) > best)
-        return;
-    if (last - first <= leafSize) {
-        for (std::size_t t = first; t < last; ++t) {
-            std::array<int, 3> const & triangle = m_triangles[t];
-            best =
-                std::min(best, distanceToTriangle(point, corner(m_mesh, triangle, 0),
-                                                  corner(m_mesh, triangle, 1), corner(m_mesh, triangle, 2)));
-        }
-        return;
-    }
-    std::size_t const middle = first + (last - first) / 2;
-    bool const isLeftNearer = distanceToBox(2 * node + 1, point) < distanceToBox(2 * node + 2, point);
-    for (bool const goesLeft : {isLeftNearer, !isLeftNearer})
-        goesLeft ? search(2 * node + 1, first, middle, point, best)
-                 : search(2 * node + 2, middle, last, point, best);
+    std::vector<Point3D> vertices;
+    for (Point3D_d const & vertex : mesh.vertices)
+        vertices.emplace_back(vertex.asArray());
+    std::vector<std::int32_t> corners;
+    for (std::array<int, 3> const & triangle : mesh.triangles)
+        corners.insert(corners.end(), triangle.begin(), triangle.end());
+    m_projector.emplace(static_cast<int>(vertices.size()), vertices.data(),
+                        static_cast<int>(mesh.triangles.size()), corners.data());
 }
 
 double MeshDistance::operator()(Point3D_d const & point) const
 {
-    double best = std::numeric_limits<double>::infinity();
-    if (!m_triangles.empty())
-        search(0, 0, m_triangles.size(), point, best);
-    return best;
+    CMeshProjector::Foot const foot = m_projector->project(Point3D(point.asArray()));
+    return foot.triangle < 0 ? std::numeric_limits<double>::infinity()
+                             : (Point3D_d(foot.point.asArray()) - point).length();
 }
 
 } // namespace qz_test

@@ -2,10 +2,11 @@
 #pragma once
 
 #include <QZmath/Foundation/Point3D.h>
+#include <QZmath/SurfaceAnalysis/MeshProjection.h>
 #include <QZmath/VolTriang/TriangulationTarget.h>
 
 #include <array>
-#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -74,35 +75,16 @@ Topology examine(Mesh const & mesh);
 double signedVolume(Mesh const & mesh);
 double area(Mesh const & mesh);
 
-/// Distance of one point to the triangles of a mesh, by a tree of boxes. Refers to the mesh.
+/// Distance of one point to the triangles of a mesh, with places in single precision.
 class MeshDistance
 {
 public:
     explicit MeshDistance(Mesh const & mesh);
-    /// Exact; infinite for a mesh without triangles.
+    /// Infinite for a mesh without triangles.
     double operator()(REmath::Point3D_d const & point) const;
 
 private:
-    struct Box
-    {
-        std::array<double, 3> low, high;
-    };
-    static constexpr std::size_t leafSize = 4;
-
-    void build(std::size_t node, std::size_t first, std::size_t last);
-    double distanceToBox(std::size_t node, REmath::Point3D_d const & point) const;
-    void search(std::size_t node, std::size_t first, std::size_t last, REmath::Point3D_d const & point,
-                double & best) const;
-
-    Mesh const & m_mesh;
-    /// Halved again and again along the longest side of their box; the halves of node n are 2 n + 1 and 2 n
-    /// + 2.
-    std::vector<std::array<int, 3>> m_triangles;
-    std::vector<Box> m_boxes;
+    std::optional<CMeshProjector> m_projector;
 };
-
-/// Distance of a point to one triangle, degenerate ones included.
-double distanceToTriangle(REmath::Point3D_d const & point, REmath::Point3D_d const & a,
-                          REmath::Point3D_d const & b, REmath::Point3D_d const & c);
 
 } // namespace qz_test
