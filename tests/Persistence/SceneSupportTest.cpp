@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Persistence/ComponentFilters.h>
 #include <QZmath/Persistence/GraphObject.h>
-#include <QZmath/Persistence/ModelSizer.h>
 #include <QZmath/Persistence/SortRecords.h>
 
 #include <gtest/gtest.h>
@@ -54,35 +53,6 @@ TEST(GraphObject, IsSelectedByItsActivityAlone)
     object.setOwnColor(5);
     object.deleteOwnColor();
     EXPECT_FALSE(object.getOwnColor(color));
-}
-
-// Knows better than the default along z.
-struct Sizer : IModelSizer
-{
-    int resets = 0;
-    double told = 0;
-
-private:
-    void OnGetLimits(double *) override {}
-    void OnGetLinearLimits(double const * transform, double * limits) override { *limits = *transform; }
-    void OnUpdateLimits() override { ++resets; }
-    void OnGetModelSize(double &, double &, double & z) const override { z *= 10; }
-    void OnSetModelSize(double x, double, double) override { told = x; }
-};
-
-TEST(ModelSizer, GivesTheDefaultUnlessTheSubclassKnowsBetter)
-{
-    Sizer sizer;
-    double x = 0, y = 0, z = 0, limits = 0, transform = 7;
-    sizer.setModelSize(2, 3, 4);
-    sizer.getModelSize(x, y, z);
-    EXPECT_TRUE(x == 2 && y == 3 && z == 40 && sizer.told == 2);
-    sizer.resetModelSize();
-    sizer.getModelSize(x, y, z);
-    EXPECT_TRUE(x == 1 && y == 1 && z == 10);
-    sizer.updateLimits();
-    sizer.GetLinearLimits(&transform, &limits);
-    EXPECT_TRUE(sizer.resets == 1 && limits == 7);
 }
 
 // The order looks at the key, equality at all.
