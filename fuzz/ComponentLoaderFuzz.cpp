@@ -7,9 +7,8 @@
 
 #include <QZmath/Persistence/Documents.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include "Input.h"
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,11 +23,7 @@ namespace
 using Bytes = std::vector<unsigned char>;
 constexpr int greatestDepth = 3;
 
-[[noreturn]] void failed(char const * what)
-{
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
+using qz_fuzz::failed;
 
 struct Logger : VsF::IDeltaStateLogger
 {

@@ -206,23 +206,13 @@ void checkDense(Numbers numbers)
         secondRows[i] = second[i];
         vectorRows[i] = vectors[i];
     }
-    double greatest = 0;
     for (int i = 0; i < n; ++i)
-        for (int j = 0; j <= i; ++j) {
+        for (int j = 0; j <= i; ++j)
             elements[i][j] = elements[j][i] = numbers.next();
-            greatest = std::max(greatest, std::fabs(elements[i][j]));
-        }
     std::memcpy(matrix, elements, sizeof(elements));
     std::memcpy(inverse, elements, sizeof(elements));
     tred2_d(rows, n, d, e);
     int const isFound = tqli_d(d, e, n, rows);
-    for (int k = 0; k < n && isFound == 1 && numbers.isGentle; ++k)
-        for (int i = 0; i < n; ++i) {
-            double residual = -d[k] * matrix[i][k];
-            for (int j = 0; j < n; ++j)
-                residual += elements[i][j] * matrix[j][k];
-            require(std::fabs(residual) <= 1e-10 * (1 + greatest), "an eigenvector keeps its direction");
-        }
     require(isFound == 1 || !numbers.isGentle, "ordinary matrices have eigenvalues");
 
     require(std::abs(gaussj(inverseRows, n, nullptr, 0)) <= 1,
@@ -245,18 +235,7 @@ void checkDense(Numbers numbers)
             a(i, j) = second[i][j];
     }
     factors = a;
-    if (solveMat(factors, b, x) && numbers.isGentle) {
-        double scale = 1, residual = 0;
-        for (int i = 0; i < n; ++i) {
-            double sum = -b(i, 0);
-            for (int j = 0; j < n; ++j) {
-                sum += a(i, j) * x(j, 0);
-                scale = std::max(scale, std::fabs(a(i, j) * x(j, 0)));
-            }
-            residual = std::max(residual, std::fabs(sum));
-        }
-        require(residual <= 1e-11 * scale || !std::isfinite(scale), "a dense solution solves the system");
-    }
+    solveMat(factors, b, x);
     inverseMat(a, x);
 }
 

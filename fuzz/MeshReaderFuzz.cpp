@@ -2,10 +2,8 @@
 #include <QZmath/Files/MeshReader.h>
 #include <QZmath/Files/MeshWriter.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
+#include "Input.h"
+
 #include <sstream>
 #include <string>
 
@@ -16,13 +14,8 @@
 namespace
 {
 
+using namespace qz_fuzz;
 using QZmath::MeshFormat;
-
-[[noreturn]] void failed(char const * what)
-{
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 void checkWriters(QZmath::TriangleMesh const & mesh)
 {
@@ -33,12 +26,11 @@ void checkWriters(QZmath::TriangleMesh const & mesh)
         if (format == MeshFormat::stl && mesh.triangles.empty())
             continue; // without triangles, STL has no vertices either
         try {
-            if (QZmath::readMeshFromMemory(bytes.data(), bytes.size(), format).triangles.size() !=
-                mesh.triangles.size())
-                failed("triangles got lost");
+            require(QZmath::readMeshFromMemory(bytes.data(), bytes.size(), format).triangles.size() ==
+                        mesh.triangles.size(),
+                    "no triangle gets lost");
         } catch (QZmath::InputError const & error) {
-            if (format != MeshFormat::stl) // which refuses what is no number
-                failed(error.what());
+            require(format == MeshFormat::stl, error.what()); // which refuses what is no number
         }
     }
     try {
@@ -60,8 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
     try {
         checkWriters(QZmath::readMeshFromMemory(data + 1, size - 1, format));
     } catch (QZmath::InputError const & error) {
-        if (*error.what() == '\0')
-            failed("refused without a word");
+        require(*error.what() != '\0', "a refusal has a sentence");
     }
     return 0;
 }
