@@ -211,44 +211,6 @@ INSTANTIATE_TEST_SUITE_P(Configurations, BrickSystemTest,
                                          Config{5, true, 0, 0.7}, Config{3, false, 2, 0.8},
                                          Config{6, true, -1, 0.7}, Config{5, true, -1, 0.1}));
 
-TEST(BrickLatticeTest, holdsEveryNodeOnceInTheOrderOfBricks)
-{
-    PointCloudSamples const samples = qz_test::sampledShape("sphere", 500, 0.01);
-    for (bool useCenter : {false, true}) {
-        COctree const octree(&samples, 6, nullptr, useCenter, -1);
-        BrickLattice const lattice(octree);
-        std::vector<int> nodes = lattice.nodes();
-        ASSERT_EQ(nodes.size(), static_cast<std::size_t>(octree.getNodesNumber()));
-        std::size_t compact = 0;
-        for (int depth = lattice.firstDepth(); depth < lattice.endDepth(); ++depth) {
-            BrickLevel const & level = lattice.level(depth);
-            double const cell = std::exp2(octree.getLeafCellDepth() - depth);
-            for (int brick = 0; brick < level.bricksNumber(); ++brick) {
-                ASSERT_EQ(level.firstNode[static_cast<std::size_t>(brick)], compact);
-                auto const & place = level.bricks[static_cast<std::size_t>(brick)];
-                EXPECT_EQ(level.find(place[0], place[1], place[2]), brick);
-                EXPECT_EQ(level.neighboursOf(brick)[13], brick);
-                for (int index = 0; index < brickPlaces; ++index) {
-                    if ((level.rowsOf(brick)[index / 8] >> index % 8 & 1) == 0)
-                        continue;
-                    int offset[3];
-                    octree.getNodeOffset(nodes[compact], offset);
-                    ASSERT_EQ(octree.getNodeDepth(nodes[compact]), depth);
-                    int const local[3] = {index / 64, index / 8 % 8, index % 8};
-                    for (std::size_t axis = 0; axis < 3; ++axis)
-                        ASSERT_EQ((8 * place[axis] + local[axis] + (useCenter ? 0.5 : 0.0)) * cell,
-                                  offset[axis]);
-                    ++compact;
-                }
-            }
-            EXPECT_EQ(level.find(1000, 0, -5), BrickLevel::noBrick);
-        }
-        std::sort(nodes.begin(), nodes.end());
-        for (std::size_t node = 0; node < nodes.size(); ++node)
-            ASSERT_EQ(nodes[node], static_cast<int>(node));
-    }
-}
-
 // Tables between depths farther apart than all of whose tables could be held: against sums over fine steps,
 // also where the finer function straddles a knot of the coarser one.
 TEST(BrickTables, CoupleDepthsThatAreFarApart)
