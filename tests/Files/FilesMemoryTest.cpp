@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <support/MeasureMemory.h>
+#include <support/SphereMesh.h>
 #include <support/TestFolder.h>
 
 #include <sstream>
@@ -26,16 +27,7 @@ TEST(FilesMemory, writersNeedLittleBesideTheMesh)
 {
     if (!qz_test::isMemoryMeasured)
         GTEST_SKIP() << "sanitizers count themselves";
-    TriangleMesh mesh;
-    std::int32_t const vertices = 1000000;
-    for (std::int32_t i = 0; i < vertices; ++i) {
-        for (int axis = 0; axis < 3; ++axis) {
-            mesh.positions.push_back(static_cast<float>((i * (axis + 7)) % 1000) / 10);
-            mesh.normals.push_back(0.5f);
-            mesh.colors.push_back(static_cast<std::uint8_t>(i));
-        }
-        mesh.triangles.insert(mesh.triangles.end(), {i, (i + 1) % vertices, (i + 2) % vertices});
-    }
+    TriangleMesh const mesh = qz_test::sphere(1000, 1000);
     qz_test::TestFolder const folder;
     for (char const * name : {"m.ply", "m.obj", "m.stl", "m.gltf", "m.glb"})
         EXPECT_LT(qz_test::peakBytesOf([&] { writeMesh(mesh, folder.path(name)); }), 16e6) << name;

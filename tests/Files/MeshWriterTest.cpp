@@ -9,6 +9,7 @@
 #include <assimp/scene.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <support/SphereMesh.h>
 #include <support/TestFolder.h>
 
 #include <cmath>
@@ -30,32 +31,6 @@ namespace
 {
 
 char const * const st_endings[] = {"ply", "obj", "stl", "gltf", "glb"};
-
-// A torus of `around` times `across` quads, closed and oriented, every vertex with all that one can have.
-TriangleMesh torus(unsigned around, unsigned across)
-{
-    TriangleMesh mesh;
-    double const turn = 2 * std::acos(-1.0);
-    for (unsigned i = 0; i < around; ++i)
-        for (unsigned j = 0; j < across; ++j) {
-            double const a = turn * i / around;
-            double const b = turn * j / across;
-            for (double coord :
-                 {(3 + std::cos(b)) * std::cos(a), (3 + std::cos(b)) * std::sin(a), std::sin(b)})
-                mesh.positions.push_back(static_cast<float>(coord));
-            for (double coord : {std::cos(b) * std::cos(a), std::cos(b) * std::sin(a), std::sin(b)})
-                mesh.normals.push_back(static_cast<float>(coord));
-            for (unsigned channel = 1; channel <= 3; ++channel)
-                mesh.colors.push_back(static_cast<std::uint8_t>(channel * (i * across + j)));
-            mesh.density.push_back(static_cast<float>(i) / 7);
-            unsigned const i1 = (i + 1) % around;
-            unsigned const j1 = (j + 1) % across;
-            for (unsigned corner : {i * across + j, i1 * across + j, i1 * across + j1, i * across + j,
-                                    i1 * across + j1, i * across + j1})
-                mesh.triangles.push_back(static_cast<std::int32_t>(corner));
-        }
-    return mesh;
-}
 
 // Where a corner of a triangle is.
 double place(TriangleMesh const & mesh, std::size_t corner, std::size_t axis)
@@ -79,7 +54,7 @@ class MeshWriter : public testing::Test, protected qz_test::TestFolder
 TEST_F(MeshWriter, threadsWriteTheBytesOfOneThread)
 {
     for (unsigned has = 0; has < 4; ++has) {
-        TriangleMesh mesh = torus(200, 120); // many blocks
+        TriangleMesh mesh = qz_test::sphere(200, 120); // many blocks
         if (has & 1)
             mesh.normals.clear();
         if (has & 2)
@@ -119,7 +94,7 @@ TEST_F(MeshWriter, threadsWriteTheBytesOfOneThread)
 TEST_F(MeshWriter, everyFormatGivesTheMeshBack)
 {
     for (unsigned has = 0; has < 16; ++has) {
-        TriangleMesh mesh = torus(40, 25);
+        TriangleMesh mesh = qz_test::sphere(40, 25);
         if (has & 1)
             mesh.normals.clear();
         if (has & 2)
@@ -160,7 +135,7 @@ TEST_F(MeshWriter, everyFormatGivesTheMeshBack)
 
 TEST_F(MeshWriter, othersReadWhatIsWritten)
 {
-    TriangleMesh const mesh = torus(40, 25);
+    TriangleMesh const mesh = qz_test::sphere(40, 25);
     for (std::string const ending : st_endings) {
         SCOPED_TRACE(ending);
         writeMesh(mesh, path("mesh." + ending));
@@ -187,7 +162,7 @@ TEST_F(MeshWriter, othersReadWhatIsWritten)
 
 TEST_F(MeshWriter, streamsGetTheSameBytesAsFiles)
 {
-    TriangleMesh const mesh = torus(30, 20);
+    TriangleMesh const mesh = qz_test::sphere(30, 20);
     for (auto const & [ending, format] :
          {std::pair("ply", MeshFormat::ply), std::pair("obj", MeshFormat::obj),
           std::pair("stl", MeshFormat::stl), std::pair("glb", MeshFormat::glb)}) {
@@ -218,7 +193,7 @@ TEST_F(MeshWriter, streamsGetTheSameBytesAsFiles)
 
 TEST_F(MeshWriter, nothingIsLeftOfAFailure)
 {
-    TriangleMesh const mesh = torus(12, 8);
+    TriangleMesh const mesh = qz_test::sphere(12, 8);
     {
         PendingFiles dropped;
         writeMesh(mesh, path("dropped.gltf"), MeshFormat::gltf, dropped);
@@ -266,7 +241,7 @@ TEST_F(MeshWriter, nothingIsLeftOfAFailure)
 
 TEST_F(MeshWriter, aReplacedFileKeepsItsModeAndLinksAreFollowed)
 {
-    TriangleMesh const mesh = torus(12, 8);
+    TriangleMesh const mesh = qz_test::sphere(12, 8);
     writeMesh(mesh, path("new.ply"));
     EXPECT_EQ(modeOf(path("new.ply")) & 0600, 0600u);
     chmod(path("new.ply").c_str(), 0440); // also one that could not be opened to write
@@ -274,14 +249,14 @@ TEST_F(MeshWriter, aReplacedFileKeepsItsModeAndLinksAreFollowed)
     fs::create_symlink("../new.ply", path("inner/link.ply"));
     fs::create_symlink("inner/link.ply", path("link.ply"));
     fs::create_symlink("nothing.ply", path("dangling.ply"));
-    TriangleMesh const other = torus(5, 4);
+    TriangleMesh const other = qz_test::sphere(5, 4);
     writeMesh(other, path("link.ply"));
     writeMesh(other, path("dangling.ply"));
     EXPECT_TRUE(fs::is_symlink(path("link.ply")) && fs::is_symlink(path("inner/link.ply")));
     EXPECT_FALSE(fs::is_symlink(path("nothing.ply")));
     EXPECT_EQ(modeOf(path("new.ply")), 0440u);
-    EXPECT_EQ(readMesh(path("new.ply")).vertexCount(), 20u);
-    EXPECT_EQ(readMesh(path("nothing.ply")).vertexCount(), 20u);
+    EXPECT_EQ(readMesh(path("new.ply")).vertexCount(), 22u);
+    EXPECT_EQ(readMesh(path("nothing.ply")).vertexCount(), 22u);
     EXPECT_EQ(files().size(), 5u);
     // A pipe has no place beside it.
     ASSERT_EQ(mkfifo(path("pipe.ply").c_str(), 0600), 0);
@@ -289,7 +264,7 @@ TEST_F(MeshWriter, aReplacedFileKeepsItsModeAndLinksAreFollowed)
     std::thread reader([&] { vertices = readMesh(path("pipe.ply")).vertexCount(); });
     writeMesh(mesh, path("pipe.ply"));
     reader.join();
-    EXPECT_EQ(vertices, 96u);
+    EXPECT_EQ(vertices, 98u);
     EXPECT_TRUE(fs::is_fifo(path("pipe.ply")));
 }
 

@@ -105,50 +105,6 @@ inline QZmath::TriangleMesh flatGrid(int cells)
     return mesh;
 }
 
-/// A sphere of radius 1: an octahedron whose faces are divided into `cells` x `cells` triangles.
-inline QZmath::TriangleMesh dividedSphere(int cells)
-{
-    QZmath::TriangleMesh mesh;
-    std::vector<std::array<int, 3>> places;
-    auto const name = [&](int x, int y, int z) {
-        std::array<int, 3> const place = {x, y, z};
-        places.push_back(place);
-        return place;
-    };
-    std::vector<std::array<std::array<int, 3>, 3>> faces;
-    for (int octant = 0; octant < 8; ++octant) {
-        int const sx = octant & 1 ? -1 : 1, sy = octant & 2 ? -1 : 1, sz = octant & 4 ? -1 : 1;
-        auto const at = [&](int i, int j) { return name(sx * i, sy * j, sz * (cells - i - j)); };
-        bool const isTurned = sx * sy * sz < 0;
-        auto const add = [&](std::array<int, 3> const & a, std::array<int, 3> const & b,
-                             std::array<int, 3> const & c) {
-            faces.push_back(isTurned ? std::array{a, c, b} : std::array{a, b, c});
-        };
-        for (int i = 0; i < cells; ++i) {
-            for (int j = 0; i + j < cells; ++j) {
-                add(at(i, j), at(i + 1, j), at(i, j + 1));
-                if (i + j + 1 < cells)
-                    add(at(i + 1, j), at(i + 1, j + 1), at(i, j + 1));
-            }
-        }
-    }
-    std::sort(places.begin(), places.end());
-    places.erase(std::unique(places.begin(), places.end()), places.end());
-    for (std::array<int, 3> const & place : places) {
-        double const length = std::hypot(place[0], place[1], place[2]);
-        for (int const coord : place) {
-            mesh.positions.push_back(static_cast<float>(coord / length));
-            mesh.normals.push_back(mesh.positions.back());
-        }
-    }
-    for (auto const & face : faces) {
-        for (std::array<int, 3> const & corner : face)
-            mesh.triangles.push_back(
-                static_cast<int>(std::lower_bound(places.begin(), places.end(), corner) - places.begin()));
-    }
-    return mesh;
-}
-
 /// Runs a job on a team of so many threads.
 inline void onTeam(int threads, std::function<void(QzBackend::LoopTeam &)> const & job)
 {

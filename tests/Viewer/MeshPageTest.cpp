@@ -5,11 +5,11 @@
 #include <QZsys/ParallelTasks.h>
 #include <QZsys/Progress.h>
 
-#include <Viewer/ShownMeshes.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <meshoptimizer.h>
 #include <nlohmann/json.hpp>
+#include <support/SphereMesh.h>
 #include <support/TestFolder.h>
 
 #include <algorithm>

@@ -2,9 +2,9 @@
 #include <QZmath/Files/Errors.h>
 #include <QZmath/Viewer/MeshStill.h>
 
-#include <Viewer/ShownMeshes.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <support/SphereMesh.h>
 #include <zlib.h>
 
 #include <algorithm>
