@@ -11,6 +11,10 @@
 
 #include <signal.h>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 namespace QZmath::Distributed
 {
 
@@ -42,6 +46,16 @@ private:
     std::array<struct sigaction, 32> m_actions{}; // of the signals with names
     std::array<bool, 32> m_isKnown{};
 };
+
+#ifdef __GLIBC__
+// One of the solvers that PETSc is linked with (SuperLU_DIST) forbids the C library, as soon as it is loaded,
+// to give any memory back to the system. What it forbids is allowed again here: libraries are made ready
+// after those that they need, and before the program, which may still decide otherwise. Large blocks are then
+// pages of their own, and a rank has them only as long as something is in them.
+[[maybe_unused]] bool const givesMemoryBack = mallopt(M_MMAP_MAX, 1 << 14) != 0 &&
+                                              mallopt(M_MMAP_THRESHOLD, 1 << 18) != 0 &&
+                                              mallopt(M_TRIM_THRESHOLD, 1 << 20) != 0;
+#endif
 
 } // namespace
 
