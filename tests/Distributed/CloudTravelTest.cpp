@@ -64,7 +64,8 @@ struct Shares
     {
         inOrder,
         backwards,
-        allOnLast
+        allOnLast,
+        full // in order
     };
     Shares(Kind kind, std::size_t points, int ranks)
     {
@@ -105,16 +106,16 @@ DistributedOptions ofDepth(int depth)
 }
 
 // Whether a rank has a unit that a cell is not farther from than the margin, unit by unit.
-bool isInReach(Partition const & partition, int depth, VolTr::CInt3 const & cell, int rank)
+bool isInReach(Partition const & partition, int depth, int margin, VolTr::CInt3 const & cell, int rank)
 {
     int const units = 1 << partition.unitDepth(), side = 1 << (depth - partition.unitDepth());
     auto const distance = [&](int coord, int unit) {
         return std::max({0, unit * side - coord, coord - (unit * side + side - 1)});
     };
     for (int x = 0; x < units; ++x) {
-        for (int y = 0; y < units && distance(cell.x(), x) <= sampleMargin; ++y) {
+        for (int y = 0; y < units && distance(cell.x(), x) <= margin; ++y) {
             for (int z = 0; z < units; ++z) {
-                if (distance(cell.y(), y) <= sampleMargin && distance(cell.z(), z) <= sampleMargin &&
+                if (distance(cell.y(), y) <= margin && distance(cell.z(), z) <= margin &&
                     partition.ownerOfUnit({x, y, z}) == rank)
                     return true;
             }
@@ -125,15 +126,17 @@ bool isInReach(Partition const & partition, int depth, VolTr::CInt3 const & cell
 
 } // namespace
 
-// Against the cloud as one process has it, point by point, whoever had the points at first.
+// Against the cloud as one process has it, point by point, whoever had the points at first; a sparse one, and
+// one that fills its leaf cells.
 TEST(CloudTravel, BringsEachRankWhatItsTerritoryNeeds)
 {
     Communicator const ranks(MPI_COMM_WORLD);
-    WholeCloud const whole(6000);
-    QZmath::LocalCloud const local(whole.part(0, whole.size()));
-    int const depth = 8;
     for (Shares::Kind const kind :
-         {Shares::Kind::inOrder, Shares::Kind::backwards, Shares::Kind::allOnLast}) {
+         {Shares::Kind::inOrder, Shares::Kind::backwards, Shares::Kind::allOnLast, Shares::Kind::full}) {
+        bool const isFull = kind == Shares::Kind::full;
+        WholeCloud const whole(isFull ? 16000 : 6000);
+        QZmath::LocalCloud const local(whole.part(0, whole.size()));
+        int const depth = isFull ? 6 : 8;
         Shares const shares(kind, whole.size(), ranks.size());
         std::size_t const begin = shares.begins[static_cast<std::size_t>(ranks.rank())];
         std::size_t const end = shares.ends[static_cast<std::size_t>(ranks.rank())];
@@ -141,18 +144,23 @@ TEST(CloudTravel, BringsEachRankWhatItsTerritoryNeeds)
         EXPECT_EQ(all.frame.origin, local.frame().origin);
         EXPECT_NE(all.frame.origin[0], 0.0);
         EXPECT_EQ(all.frame.scale, local.frame().scale);
-        EXPECT_EQ(all.report.samples, 6000);
+        EXPECT_EQ(all.report.samples, static_cast<std::int64_t>(whole.size()));
         EXPECT_LE(all.report.sampleBalance, 1.1);
         EXPECT_LE(all.report.cellBalance, 1.1);
 
+        Margins const & margins = isFull ? narrowMargins : wideMargins;
+        EXPECT_EQ(all.cloud.margins.samples, margins.samples);
+        EXPECT_EQ(all.cloud.margins.surface, margins.surface);
+
         VolTr::TreeCube const cube = treeCubeOf(all.frame);
+        std::vector<float> ofOwners(all.cloud.size(), -1.0F), numbers; // in the whole cloud
         std::size_t next = 0;
         std::set<std::uint64_t> cells;
         for (std::size_t i = 0; i < whole.size(); ++i) {
             float const * const place = local.positions() + 3 * i;
             VolTr::CInt3 const cell = cube.cellOf(place);
             cells.insert(Partition(depth, {}).keyOf({cell.x(), cell.y(), cell.z()}));
-            if (!isInReach(*all.partition, depth, cell, ranks.rank()))
+            if (!isInReach(*all.partition, depth, all.cloud.margins.samples, cell, ranks.rank()))
                 continue;
             ASSERT_LT(next, all.cloud.size());
             bool const isOwn =
@@ -163,10 +171,14 @@ TEST(CloudTravel, BringsEachRankWhatItsTerritoryNeeds)
                 ASSERT_EQ(all.cloud.normals[3 * next + axis], local.normals()[3 * i + axis]);
                 ASSERT_EQ(all.cloud.colors[3 * next + axis], whole.colors[3 * i + axis]);
             }
+            numbers.push_back(static_cast<float>(i));
+            ofOwners[next] = isOwn ? numbers.back() : -1.0F;
             ++next;
         }
         EXPECT_EQ(next, all.cloud.size());
-        EXPECT_EQ(all.cloud.total, 6000);
+        spreadToCopies(ranks, all.cloud, *all.partition, cube, depth, ofOwners);
+        EXPECT_EQ(ofOwners, numbers);
+        EXPECT_EQ(all.cloud.total, static_cast<std::int64_t>(whole.size()));
         EXPECT_EQ(all.report.leafCells, static_cast<std::int64_t>(cells.size()));
     }
 }

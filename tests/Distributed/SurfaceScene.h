@@ -147,7 +147,7 @@ struct RankScene
     std::vector<int> numbers; // in the whole cloud
 
     RankScene(WholeCloud const & whole, QZmath::Distributed::Partition const & partition, int rank,
-              double margin)
+              QZmath::Distributed::Margins const & margins)
     {
         VolTr::COctree const & octree = *whole.octree;
         std::vector<char> isWanted(whole.samples.points.size(), 0);
@@ -159,7 +159,8 @@ struct RankScene
             isWanted[static_cast<std::size_t>(ends.second - whole.samples.points.begin())] = 1;
         }
         int const shift = octree.getLeafCellDepth() - partition.unitDepth();
-        int const reach = static_cast<int>(std::ceil(margin));
+        int const reach = margins.samples;
+        cloud.margins = margins;
         cloud.total = static_cast<std::int64_t>(isWanted.size());
         for (std::size_t sample = 0; sample < isWanted.size(); ++sample) {
             VolTr::CInt3 const cell =
@@ -197,7 +198,7 @@ inline SurfaceResult extract(WholeCloud const & whole, QZmath::Distributed::Comm
                              CProgressCounter * progress = nullptr, FunctionMaker const & makeFunction = {})
 {
     using namespace QZmath::Distributed;
-    RankScene const scene(whole, partition, ranks.rank(), surfaceMargin);
+    RankScene const scene(whole, partition, ranks.rank(), wideMargins);
     RankSamples const samples(scene.cloud);
     VolTr::COctree const octree(&samples, whole.params.getOctreeDepth(), nullptr, whole.params.getUseCenter(),
                                 -1);

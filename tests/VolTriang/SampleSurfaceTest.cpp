@@ -58,6 +58,7 @@ SampleSurface makeSurface(NoisySphere const & sphere, double cubeEdge, int depth
     SampleSurface::Input input;
     input.samples = &sphere;
     input.order = sphere.order.data();
+    input.count = static_cast<int>(sphere.order.size());
     input.weights = &sphere.weights;
     input.feet = sphere.feet.data();
     input.origin = {-1.7, -1.6, -1.5};

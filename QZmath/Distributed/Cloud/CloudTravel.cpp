@@ -40,6 +40,9 @@ std::int64_t const mostCountedCells = std::int64_t{1} << 22;
 // Samples that a rank sends in a round.
 std::size_t const samplesPerRound = std::size_t{1} << 18;
 int const samplesPerChunk = 1 << 15;
+// Of one of the deepest units, of 16 leaf cells, that a surface with a sample in most of its leaf cells runs
+// through.
+std::int64_t const samplesOfFullUnit = 128;
 
 // A sample on its way.
 struct Sample
@@ -417,12 +420,23 @@ Partition choosePartition(Communicator const & communicator, std::vector<Unit> c
     return *best;
 }
 
+// By the deepest units of all ranks. Those of normals that are still to be estimated must have neighbours
+// themselves.
+Margins marginsFor(Communicator const & communicator, std::vector<Unit> const & units, int leafDepths,
+                   LocalPoints const & points)
+{
+    std::int64_t const occupied = communicator.sum(static_cast<std::int64_t>(units.size()));
+    bool const isFull = leafDepths == unitsAboveLeaves && points.total() >= samplesOfFullUnit * occupied;
+    return isFull && points.hasNormals() ? narrowMargins : wideMargins;
+}
+
 // Tells for each sample which ranks get it: lists of ranks, the owner first, of which there are few.
 class Destinations
 {
 public:
-    Destinations(Partition const & partition, int depth)
-        : m_partition(partition), m_depth(depth), m_shift(depth - partition.unitDepth())
+    /// \param margin in leaf cells, at most that of `wideMargins`
+    Destinations(Partition const & partition, int depth, int margin)
+        : m_partition(partition), m_depth(depth), m_margin(margin), m_shift(depth - partition.unitDepth())
     {}
 
     std::vector<int> const & operator[](std::uint32_t list) const { return m_lists[list]; }
@@ -435,12 +449,12 @@ public:
         int const last = (1 << m_depth) - 1;
         for (std::size_t axis = 0; axis < 3; ++axis) {
             unit[axis] = cell[axis] >> m_shift;
-            low[axis] = std::max(cell[axis] - sampleMargin, 0) >> m_shift;
-            high[axis] = std::min(cell[axis] + sampleMargin, last) >> m_shift;
+            low[axis] = std::max(cell[axis] - m_margin, 0) >> m_shift;
+            high[axis] = std::min(cell[axis] + m_margin, last) >> m_shift;
             reach = 9 * reach +
                     static_cast<std::uint64_t>(3 * (unit[axis] - low[axis]) + high[axis] - unit[axis]);
         }
-        static_assert(sampleMargin >> unitsAboveLeaves <= 2, "0 to 2 units to either side");
+        static_assert(wideMargins.samples >> unitsAboveLeaves <= 2, "0 to 2 units to either side");
         std::uint64_t const key = m_partition.keyOf(unit) << 10 | reach;
         if (key == m_lastKey)
             return m_lastList;
@@ -472,7 +486,7 @@ private:
     }
 
     Partition const & m_partition;
-    int m_depth, m_shift;
+    int m_depth, m_margin, m_shift;
     std::unordered_map<std::uint64_t, std::uint32_t> m_listOf;
     std::map<std::vector<int>, std::uint32_t> m_numbers;
     std::vector<std::vector<int>> m_lists;
@@ -534,9 +548,9 @@ private:
 };
 
 RankCloud travel(Communicator const & communicator, LocalPoints const & points, std::int64_t firstNumber,
-                 LeafKeys const & leaves, Partition const & partition, int depth)
+                 LeafKeys const & leaves, Partition const & partition, int depth, Margins const & margins)
 {
-    Destinations destinations(partition, depth);
+    Destinations destinations(partition, depth, margins.samples);
     std::vector<std::uint32_t> lists; // of each sample
     std::vector<std::vector<std::int64_t>> counts;
     std::vector<std::vector<Sample>> toRanks;
@@ -559,6 +573,7 @@ RankCloud travel(Communicator const & communicator, LocalPoints const & points, 
     Arrivals arrivals(cloud);
     communicator.together([&] { arrivals.makeRoom(arriving, firstNumbers, points.hasColors()); });
     cloud.total = points.total();
+    cloud.margins = margins;
 
     auto const most =
         static_cast<std::size_t>(communicator.greatest(static_cast<std::int64_t>(points.size())));
@@ -689,11 +704,43 @@ RankCloud gatherCloud(Communicator const & communicator, PointCloudView const & 
     partition = choosePartition(communicator, units, deepestUnits);
     report.unitDepth = partition->unitDepth();
 
-    RankCloud cloud = travel(communicator, points, firstNumber, leaves, *partition, frame.depth);
+    RankCloud cloud = travel(communicator, points, firstNumber, leaves, *partition, frame.depth,
+                             marginsFor(communicator, units, frame.depth - deepestUnits, points));
     if (!points.hasNormals())
         estimateNormals(communicator, points.frame(), options, cloud);
     reportBalance(communicator, cloud, leaves, report);
     return cloud;
+}
+
+void spreadToCopies(Communicator const & communicator, RankCloud const & cloud, Partition const & partition,
+                    VolTr::TreeCube const & cube, int depth, std::vector<float> & values)
+{
+    // Owner and holder have the samples in the same order.
+    Destinations destinations(partition, depth, cloud.margins.samples);
+    auto const destinationsOf = [&](std::size_t sample) -> std::vector<int> const & {
+        VolTr::CInt3 const cell = cube.cellOf(cloud.positions.data() + 3 * sample);
+        return destinations[destinations.listOf({cell.x(), cell.y(), cell.z()})];
+    };
+    std::vector<std::vector<float>> toRanks(static_cast<std::size_t>(communicator.size()));
+    communicator.together([&] {
+        for (std::size_t sample = 0; sample < cloud.size(); ++sample) {
+            for (int const rank : destinationsOf(sample)) {
+                if (cloud.isOwn[sample] != 0 && rank != communicator.rank())
+                    toRanks[static_cast<std::size_t>(rank)].push_back(values[sample]);
+            }
+        }
+    });
+    std::vector<std::size_t> counts;
+    std::vector<float> const arrived = communicator.exchange(toRanks, &counts);
+    communicator.together([&] {
+        std::vector<std::size_t> next(counts.size(), 0);
+        for (std::size_t rank = 1; rank < next.size(); ++rank)
+            next[rank] = next[rank - 1] + counts[rank - 1];
+        for (std::size_t sample = 0; sample < cloud.size(); ++sample) {
+            if (cloud.isOwn[sample] == 0)
+                values[sample] = arrived.at(next[static_cast<std::size_t>(destinationsOf(sample).front())]++);
+        }
+    });
 }
 
 } // namespace QZmath::Distributed

@@ -11,13 +11,10 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace QZmath::Distributed
 {
-
-/// How far around its territory a rank has copies of the samples of others, in leaf cells along each axis:
-/// what the density, the kernel and the refinement of a place look at.
-int const sampleMargin = 32;
 
 /// Units end so many depths above the leaf cells, so that the smallest one holds a brick of 8 deepest nodes.
 int const unitsAboveLeaves = 4;
@@ -30,7 +27,8 @@ QZMATH_DISTRIBUTED_API VolTr::TreeCube treeCubeOf(CloudFrame const & frame);
 /// First the ranks agree on the coordinates, which are those of one process that had all points, and on the
 /// depth. Then they count samples and leaf cells by units, cut the curve through the units so that no rank
 /// has more than 1.1 times its share of either where units allow that, and send each sample once to its
-/// owner and to each rank that is not farther than the margin. Units are as coarse as this allows.
+/// owner and to each rank that is not farther than the margin, which is narrow where the cells of 16 leaf
+/// cells that have any hold as many on average as a full surface does. Units are as coarse as this allows.
 ///
 /// Samples stand in the order of their numbers, so neither the ranks that had them nor the timing show. The
 /// samples on their way take little more than the result: they travel in rounds.
@@ -44,5 +42,12 @@ QZMATH_DISTRIBUTED_API RankCloud gatherCloud(Communicator const & communicator, 
                                              std::int64_t firstNumber, DistributedOptions const & options,
                                              CloudFrame & frame, std::optional<Partition> & partition,
                                              DistributedReport & report);
+
+/// Gives the copies of samples the values that their owners have. Collective.
+/// \param cloud, partition from `gatherCloud`, with the octree's cube and depth
+/// \param values a sample; those of own samples count
+QZMATH_DISTRIBUTED_API void spreadToCopies(Communicator const & communicator, RankCloud const & cloud,
+                                           Partition const & partition, VolTr::TreeCube const & cube,
+                                           int depth, std::vector<float> & values);
 
 } // namespace QZmath::Distributed

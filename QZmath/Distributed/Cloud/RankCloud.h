@@ -21,6 +21,19 @@ struct CloudFrame
     int depth = 0; ///< of the leaf cells
 };
 
+/// How far around its territory a rank sees, in leaf cells along each axis.
+struct Margins
+{
+    int samples; ///< copies of the samples of others
+    int surface; ///< of these, those that the refinement looks at; the function is exact there
+};
+
+/// Of any cloud: for what asks for a number of samples around a place, and finds few.
+constexpr Margins wideMargins = {32, 28};
+/// Of one that fills its leaf cells: the density looks 20 around. The refinement sums lattices with cells of
+/// up to 2 leaf cells from samples that are up to three cells away, by their feet.
+constexpr Margins narrowMargins = {20, 12};
+
 /// The samples that a rank has: those of its territory, and copies of others around it.
 struct RankCloud
 {
@@ -29,6 +42,7 @@ struct RankCloud
     std::vector<std::uint8_t> colors; ///< 3 a sample, or empty on all ranks
     std::vector<std::uint8_t> isOwn;  ///< 1 a sample: in the territory of the rank?
     std::int64_t total = 0;           ///< own samples of all ranks
+    Margins margins = wideMargins;    ///< the same on all ranks
 
     std::size_t size() const { return isOwn.size(); }
 };

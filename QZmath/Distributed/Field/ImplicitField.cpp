@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Distributed/Field/ImplicitField.h>
 
+#include <QZmath/Distributed/Cloud/CloudTravel.h>
 #include <QZmath/Distributed/Field/FieldIteration.h>
 #include <QZmath/Distributed/Field/RankLattice.h>
 
@@ -113,12 +114,15 @@ void ImplicitField::estimateDensity()
     m_density.averageDensity = static_cast<float>(mean * static_cast<double>(scale));
     for (float & weight : weights)
         weight = weight > 0.0f ? 1.0f / (weight * scale) : 0.0f;
+    // The margin has neighbours enough for own samples only.
+    spreadToCopies(m_ranks, m_cloud, m_partition, m_cube, m_octree->getLeafCellDepth(), weights);
 }
 
 void ImplicitField::splat()
 {
     LoopTeam::run(m_threads, nullptr, [&](LoopTeam & team) {
-        m_lattice = std::make_unique<RankLattice>(m_ranks, m_partition, *m_octree, team);
+        m_lattice =
+            std::make_unique<RankLattice>(m_ranks, m_partition, *m_octree, m_cloud.margins.surface, team);
     });
     m_octree->releaseNodes();
     m_ranks.together([&] {

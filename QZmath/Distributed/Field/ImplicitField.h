@@ -24,7 +24,7 @@ namespace QZmath::Distributed
 class RankLattice;
 
 /// The implicit function of the samples of all ranks: on each rank as far as its territory and a margin of at
-/// least `functionMargin` leaf cells around it need it. Nodes have the same amplitudes on all ranks that have
+/// least the surface's around it need it. Nodes have the same amplitudes on all ranks that have
 /// them.
 ///
 /// What makes the field is called once, in the order of the members; each of these is collective, and throws
@@ -32,9 +32,6 @@ class RankLattice;
 class QZMATH_DISTRIBUTED_API ImplicitField
 {
 public:
-    /// Bricks of the deepest nodes, of 16 leaf cells, are there up to two beyond the territory.
-    static constexpr int functionMargin = 24;
-
     /// All arguments must outlive the field.
     /// \param progress may be null
     ImplicitField(Communicator const & ranks, Partition const & partition, RankCloud const & cloud,

@@ -27,8 +27,9 @@ namespace
 {
 
 int const brickShift = 3; // a brick has 2^3 places along an axis
-// How far copies of the deepest bricks lie from the territory, in bricks; of the others it is 1.
-int const deepestReach = 2;
+// In leaf cells: of a brick of the deepest nodes, and how far such a node reaches.
+int const deepestBrick = 2 * brickEdge;
+int const deepestSupport = 3;
 
 using BrickPlace = std::array<int, 3>;
 
@@ -141,8 +142,9 @@ struct RankLattice::Copies
 };
 
 RankLattice::RankLattice(Communicator const & ranks, Partition const & partition,
-                         VolTr::COctree const & octree, LoopTeam & team)
-    : m_ranks(ranks), m_partition(partition)
+                         VolTr::COctree const & octree, int margin, LoopTeam & team)
+    : m_ranks(ranks), m_partition(partition),
+      m_deepestReach((margin + deepestSupport + deepestBrick - 1) / deepestBrick)
 {
     ensurePetsc();
     mergeBricks(octree, team);
@@ -199,7 +201,7 @@ void RankLattice::exchangeLevel(BrickLevel::Outline & outline, int depth, bool i
             recordOf(outline, brick));
     outline = merge(m_ranks.exchange(toOwners));
 
-    int const reach = isDeepest ? deepestReach : 1;
+    int const reach = isDeepest ? m_deepestReach : 1;
     std::vector<std::vector<BrickRecord>> toRanks(ranks);
     copies.sent.resize(ranks);
     std::vector<std::pair<int, bool>> around;

@@ -30,15 +30,16 @@ namespace QZmath::Distributed
 ///
 /// A depth has owners where its bricks fit into the units of the partition; the coarser ones are replicated.
 /// Of the others a rank has copies of the bricks that touch its territory, and of the deepest those that
-/// touch these. The copies that touch it take part in the exchange of an iteration, which PETSc's star
-/// forests carry.
+/// touch these where the margin is wider than one. The copies that touch it take part in the exchange of an
+/// iteration, which PETSc's star forests carry.
 class RankLattice final : public VolTr::BrickShare
 {
 public:
     /// Collective.
     /// \param octree of the samples that this rank has, over the cube of all ranks
+    /// \param margin around the territory in which the function is to be exact, in leaf cells
     RankLattice(Communicator const & ranks, Partition const & partition, VolTr::COctree const & octree,
-                QzBackend::LoopTeam & team);
+                int margin, QzBackend::LoopTeam & team);
     ~RankLattice() override;
     RankLattice(RankLattice const &) = delete;
     RankLattice & operator=(RankLattice const &) = delete;
@@ -89,6 +90,7 @@ private:
 
     Communicator const & m_ranks;
     Partition const & m_partition;
+    int const m_deepestReach; // of copies of the deepest bricks, in bricks
     std::optional<VolTr::BrickLattice> m_lattice;
     int m_replicatedLevels = 0;
     std::int64_t m_replicatedNodes = 0;

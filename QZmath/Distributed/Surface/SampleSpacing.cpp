@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Distributed/Surface/SampleSpacing.h>
 
-#include <QZmath/Distributed/Cloud/CloudTravel.h>
 #include <QZmath/Distributed/Cloud/RankCloud.h>
 #include <QZmath/Distributed/Communicator.h>
 
@@ -40,10 +39,10 @@ std::uint64_t hashOf(float const * position)
 }
 
 // Distance to the eighth nearest other place; below 0 where the margin has no more.
-double neighbourDistance(VolTr::StageContext const & context, float const * position)
+double neighbourDistance(VolTr::StageContext const & context, float const * position, int margin)
 {
     std::vector<double> squares;
-    for (double cells = 1.0; cells <= sampleMargin; cells *= 2.0) {
+    for (double cells = 1.0; cells <= margin; cells *= 2.0) {
         double const radius = cells * context.octree.getUnit();
         VolTr::CParallelepiped box;
         for (int axis = 0; axis < 3; ++axis)
@@ -85,8 +84,8 @@ double measureSpacing(Communicator const & ranks, RankCloud const & cloud,
         QzBackend::LoopTeam::run(context.threads, context.progress, [&](QzBackend::LoopTeam & team) {
             team.forEach(static_cast<int>(chosen.size()), [&](int n) {
                 std::size_t const index = static_cast<std::size_t>(n);
-                found[index] = static_cast<float>(
-                    neighbourDistance(context, cloud.positions.data() + 3 * chosen[index]));
+                found[index] = static_cast<float>(neighbourDistance(
+                    context, cloud.positions.data() + 3 * chosen[index], cloud.margins.samples));
             });
         });
     });
@@ -99,7 +98,8 @@ double measureSpacing(Communicator const & ranks, RankCloud const & cloud,
     auto const middle = found.begin() + static_cast<std::ptrdiff_t>(found.size() / 2);
     std::nth_element(found.begin(), middle, found.end());
     double const pi = 3.14159265358979323846;
-    double const distance = std::min(static_cast<double>(*middle), sampleMargin * context.octree.getUnit());
+    double const distance =
+        std::min(static_cast<double>(*middle), cloud.margins.samples * context.octree.getUnit());
     return distance * std::sqrt(pi / neighbour);
 }
 

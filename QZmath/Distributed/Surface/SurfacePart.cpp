@@ -195,7 +195,7 @@ std::unique_ptr<VolTr::SampleSurface> SurfacePart::fit()
     if (!m_input.options.refine)
         return surface;
     Steps steps(m_ranks);
-    RankPeers peers(steps, m_input.cloud, m_owners, surfaceMargin * m_context.octree.getUnit());
+    RankPeers peers(steps, m_input.cloud, m_owners, m_context.octree.getUnit());
     steps.run([&] {
         surface = VolTr::fitToSamples(m_context, m_evaluation, m_input.isoValue, m_frame.edge, &peers);
     });
@@ -348,7 +348,7 @@ void SurfacePart::gatherFarSamples()
 {
     // Marks of supported cubes err by up to the distance, and cubes beside the territory count as well.
     double const cells = 2.0 * m_trimDistance + 8.0;
-    if (!(cells > surfaceMargin) || m_ranks.size() == 1)
+    if (!(cells > m_input.cloud.margins.samples) || m_ranks.size() == 1)
         return;
     std::vector<std::vector<float>> toRanks(static_cast<std::size_t>(m_ranks.size()));
     m_ranks.together([&] {

@@ -18,13 +18,7 @@ struct StageContext;
 namespace QZmath::Distributed
 {
 
-/// For the bricks that vertices are found with, and the lattices that they are refined with.
-constexpr int surfaceMargin = 24;
-
 /// What a rank needs to find its part of the surface. It only refers.
-///
-/// The margin, of samples and of where the function is exact, is at least `surfaceMargin` leaf cells along
-/// each axis.
 struct SurfaceInput
 {
     Communicator const & ranks;
@@ -33,7 +27,7 @@ struct SurfaceInput
     /// The samples of `cloud`, the octree over the cube of all ranks with the cells of those samples, the
     /// weights of all of them, and the parameters, which are the same on all ranks.
     VolTr::StageContext const & context;
-    /// Has the values of the whole function in the territory and in a margin around it.
+    /// Has the values of the whole function in the territory and in the surface's margin around it.
     VolTr::BrickFunction const & function;
     double isoValue;
     DistributedOptions const & options;

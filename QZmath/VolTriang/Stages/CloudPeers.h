@@ -26,12 +26,21 @@ public:
 
     virtual ~CloudPeers();
 
+    // From any threads.
+
     virtual bool isOwn(int sample) const = 0;
+    /// Is a place in the territory of this holder? Each is in that of one.
+    virtual bool isOwnPlace(double const * place) const = 0;
+    /// True for all places closer to the territory than `reach`, along each axis, and for few others.
+    virtual bool isNear(float const * place) const = 0;
+    /// Does a box meet the territory of another holder?
+    virtual bool isForOthers(Box const & box) const = 0;
     /// Own samples of all holders.
     virtual std::int64_t samples() const = 0;
     /// Own samples of the holders before this one.
     virtual std::int64_t samplesBefore() const = 0;
-    /// All samples that lie closer to the territory than this are here; in model units, along each axis.
+    /// All samples that lie closer to the territory than this are here, and the function is exact there; in
+    /// model units, along each axis.
     virtual double reach() const = 0;
 
     // All holders call what follows, in the same order. It may throw on all when one has failed.
@@ -42,9 +51,10 @@ public:
     virtual std::vector<char> gather(std::vector<char> const & own) = 0;
     /// Gives each record to all whose territory meets its box. What this one gets comes by holders, in their
     /// order.
-    /// \param size of a record, in bytes
-    virtual std::vector<char> deal(std::vector<char> const & records, std::size_t size,
-                                   std::vector<Box> const & boxes) = 0;
+    /// \param size        of a record, in bytes
+    /// \param isForItself does this one get records of its own?
+    virtual std::vector<char> deal(std::vector<char> records, std::size_t size,
+                                   std::vector<Box> const & boxes, bool isForItself) = 0;
 };
 
 } // namespace VolTr

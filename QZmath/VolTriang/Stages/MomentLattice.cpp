@@ -410,26 +410,50 @@ void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopT
         team);
 }
 
-std::vector<MomentLattice::Block> MomentLattice::blocks() const
+// Calls visit(place, node) for those of a brick that a filter lets through.
+template <class Visit>
+void MomentLattice::forNodes(int brick, Filter const & hasNode, Visit const & visit) const
 {
-    std::vector<Block> result(m_bricks.size());
-    for (std::size_t n = 0; n < result.size(); ++n) {
-        Brick const & brick = m_bricks[n];
-        result[n].place = m_places[n];
-        for (std::size_t row = 0; row < 64; ++row) {
-            Row const & from = brick.rows[row];
-            std::copy_n(m_chunks[brick.chunk].data() + from.start, from.end - from.begin,
-                        result[n].nodes.data() + row * edge + from.begin);
+    std::array<int, 3> const & place = m_places[static_cast<std::size_t>(brick)];
+    Brick const & of = m_bricks[static_cast<std::size_t>(brick)];
+    for (int row = 0; row < edge * edge; ++row) {
+        Row const & from = of.rows[static_cast<std::size_t>(row)];
+        for (int z = from.begin; z < from.end; ++z) {
+            if (hasNode({edge * place[0] + row / edge, edge * place[1] + row % edge, edge * place[2] + z}))
+                visit(static_cast<std::size_t>(row * edge + z),
+                      m_chunks[of.chunk][from.start + static_cast<std::uint32_t>(z - from.begin)]);
         }
+    }
+}
+
+std::vector<MomentLattice::Block> MomentLattice::blocks(Filter const & isWanted, Filter const & hasNode) const
+{
+    std::vector<Block> result;
+    for (int brick = 0; brick < bricksNumber(); ++brick) {
+        if (!isWanted(m_places[static_cast<std::size_t>(brick)]))
+            continue;
+        Block block = {m_places[static_cast<std::size_t>(brick)], {}};
+        bool isEmpty = true;
+        forNodes(brick, hasNode, [&](std::size_t place, Moments const & node) {
+            block.nodes[place] = node;
+            isEmpty = false;
+        });
+        if (!isEmpty)
+            result.push_back(block);
     }
     return result;
 }
 
-void MomentLattice::buildFromBlocks(std::vector<Block> const & blocks, Payload payload,
+void MomentLattice::buildFromBlocks(MomentLattice const * first, Filter const & hasNode,
+                                    std::vector<Block> const & blocks, Payload payload,
                                     QzBackend::LoopTeam & team)
 {
     m_payload = payload;
-    std::vector<std::vector<Block const *>> byBrick;
+    if (first != nullptr) {
+        for (std::array<int, 3> const & place : first->m_places)
+            findOrAdd(place);
+    }
+    std::vector<std::vector<Block const *>> byBrick(m_places.size());
     for (Block const & block : blocks) {
         std::size_t const brick = static_cast<std::size_t>(findOrAdd(block.place));
         byBrick.resize(m_places.size());
@@ -437,6 +461,9 @@ void MomentLattice::buildFromBlocks(std::vector<Block> const & blocks, Payload p
     }
     fillBricks(
         [&](int brick, Dense & dense) {
+            if (first != nullptr && brick < first->bricksNumber())
+                first->forNodes(brick, hasNode,
+                                [&](std::size_t place, Moments const & node) { dense[place] = node; });
             for (Block const * const block : byBrick[static_cast<std::size_t>(brick)]) {
                 for (std::size_t node = 0; node < dense.size(); ++node)
                     addTo(dense[node], 1.0f, block->nodes[node]);

@@ -118,10 +118,16 @@ public:
         std::array<int, 3> place;
         std::array<Moments, 512> nodes;
     };
-    std::vector<Block> blocks() const;
+    using Filter = std::function<bool(std::array<int, 3> const &)>;
+    /// \param isWanted of a brick
+    /// \param hasNode  of a node by its cell: the others are zeros
+    std::vector<Block> blocks(Filter const & isWanted, Filter const & hasNode) const;
     /// The sums over the points of several lattices, from all their blocks near some place, taken in the
-    /// order of the blocks.
-    void buildFromBlocks(std::vector<Block> const & blocks, Payload payload, QzBackend::LoopTeam & team);
+    /// order of the blocks, and before them from the nodes of a lattice.
+    /// \param first   may be null
+    /// \param hasNode of `first`
+    void buildFromBlocks(MomentLattice const * first, Filter const & hasNode,
+                         std::vector<Block> const & blocks, Payload payload, QzBackend::LoopTeam & team);
 
     bool isEmpty() const { return m_places.empty(); }
     int bricksNumber() const { return static_cast<int>(m_places.size()); }
@@ -206,6 +212,8 @@ private:
     int findOrAdd(std::array<int, 3> const & place);
     void addReachedBricks(QzBackend::RawArray<Entry> const & entries,
                           std::vector<std::uint32_t> const & firstEntry, QzBackend::LoopTeam & team);
+    template <class Visit>
+    void forNodes(int brick, Filter const & hasNode, Visit const & visit) const;
     void keep(Dense const & dense, std::size_t brick, std::uint32_t chunk);
     void fillBricks(std::function<void(int, Dense &)> const & fillBrick, QzBackend::LoopTeam & team);
     static void addEntry(Window const & window, std::array<int, 3> const & offset, Moments const & moments,

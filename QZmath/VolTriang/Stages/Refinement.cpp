@@ -57,6 +57,7 @@ std::unique_ptr<SampleSurface> fitToSamples(StageContext const & context, Evalua
         SampleFeet const feet(context, function, isoValue, team, 0.4, peers);
         input.samplesPerCell = feet.samplesPerLeafCell;
         input.order = feet.order.data();
+        input.count = static_cast<int>(feet.order.size());
         input.feet = feet.offsets.data();
         surface = std::make_unique<SampleSurface>(input, team);
         team.setPosition(1.0);

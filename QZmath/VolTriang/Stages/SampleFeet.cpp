@@ -38,8 +38,9 @@ std::uint64_t spread(std::uint64_t bits)
 class CellCurve
 {
 public:
-    CellCurve(COctree const & octree, CloudPeers * peers, QzBackend::LoopTeam & team)
-        : m_octree(octree), m_peers(peers), m_team(team),
+    CellCurve(IInputSamples const & samples, COctree const & octree, CloudPeers * peers,
+              QzBackend::LoopTeam & team)
+        : m_samples(samples), m_octree(octree), m_peers(peers), m_team(team),
           m_droppedBits(std::max(0, octree.getLeafCellDepth() - 21)),
           m_cells(static_cast<std::size_t>(octree.getCellsNumberOnDeepestLevel()))
     {
@@ -64,25 +65,30 @@ public:
         return m_peers != nullptr ? joined(shift, sum) : sum;
     }
 
-    // The samples of the cells.
-    void writeSamples(int * order) const
+    // The samples of the cells that matter here.
+    QzBackend::RawArray<int> samples() const
     {
         std::vector<std::size_t> places(static_cast<std::size_t>(pieces()) + 1, 0);
         forPieces([&](int piece, std::size_t begin, std::size_t end) {
             std::size_t number = 0;
             for (std::size_t n = begin; n < end; ++n)
-                number += static_cast<std::size_t>(m_octree.getSamplesEnd(m_cells[n].position) -
-                                                   m_octree.getSamplesBegin(m_cells[n].position));
+                if (isNear(n))
+                    number += static_cast<std::size_t>(m_octree.getSamplesEnd(m_cells[n].position) -
+                                                       m_octree.getSamplesBegin(m_cells[n].position));
             places[static_cast<std::size_t>(piece) + 1] = number;
         });
         for (std::size_t piece = 1; piece < places.size(); ++piece)
             places[piece] += places[piece - 1];
+        QzBackend::RawArray<int> order(places.back());
         forPieces([&](int piece, std::size_t begin, std::size_t end) {
-            int * next = order + places[static_cast<std::size_t>(piece)];
-            for (std::size_t n = begin; n < end; ++n)
-                next = std::copy(m_octree.getSamplesBegin(m_cells[n].position),
-                                 m_octree.getSamplesEnd(m_cells[n].position), next);
+            int * next = order.data() + places[static_cast<std::size_t>(piece)];
+            for (std::size_t n = begin; n < end; ++n) {
+                if (isNear(n))
+                    next = std::copy(m_octree.getSamplesBegin(m_cells[n].position),
+                                     m_octree.getSamplesEnd(m_cells[n].position), next);
+            }
         });
+        return order;
     }
 
 private:
@@ -96,6 +102,14 @@ private:
             return key != other.key ? key < other.key : position < other.position;
         }
     };
+
+    bool isNear(std::size_t n) const
+    {
+        if (m_peers == nullptr || (n >= m_ownBegin && n < m_ownEnd))
+            return true;
+        int const sample = *m_octree.getSamplesBegin(m_cells[n].position);
+        return m_peers->isNear(m_samples.getSampleCoords3(sample));
+    }
 
     // The own cells of a holder follow each other on the curve.
     void findOwn()
@@ -217,6 +231,7 @@ private:
         });
     }
 
+    IInputSamples const & m_samples;
     COctree const & m_octree;
     CloudPeers * const m_peers;
     QzBackend::LoopTeam & m_team;
@@ -263,16 +278,15 @@ double samplesPerSurfaceCell(std::function<double(int)> const & occupied, int le
 
 SampleFeet::SampleFeet(StageContext const & context, EvaluableFunction const & function, double isoValue,
                        QzBackend::LoopTeam & team, double until, CloudPeers * peers)
-    : order(static_cast<std::size_t>(context.samples.pointsNumber()))
 {
     COctree const & octree = context.octree;
     {
-        CellCurve const curve(octree, peers, team);
+        CellCurve const curve(context.samples, octree, peers, team);
         double const samplesNumber =
             static_cast<double>(peers != nullptr ? peers->samples() : context.samples.pointsNumber());
         samplesPerLeafCell = samplesPerSurfaceCell([&](int up) { return curve.occupied(up); },
                                                    octree.getLeafCellDepth(), samplesNumber);
-        curve.writeSamples(order.data());
+        order = curve.samples();
     }
     offsets = QzBackend::RawArray<std::array<float, 3>>(order.size());
     double const limit = octree.getCellSize(octree.getNodeDepthEnd() - 1);

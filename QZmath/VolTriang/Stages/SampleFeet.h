@@ -27,7 +27,8 @@ QZMATH_SISTER_API double samplesPerSurfaceCell(std::function<double(int)> const 
 
 /// The samples in an order in which neighbours stand close to each other, each with its foot: the point of
 /// the level set above or below it, along the gradient and at most one cell of the deepest nodes away. 16
-/// bytes a sample, and up to 20 before the feet are found.
+/// bytes a sample, and up to 20 before the feet are found. Where others hold samples too, those near the own
+/// territory.
 struct QZMATH_SISTER_API SampleFeet
 {
     /// Serves the progress up to `until`.

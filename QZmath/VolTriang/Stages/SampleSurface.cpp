@@ -3,7 +3,6 @@
 
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/InputSamples.h>
-#include <QZmath/VolTriang/Stages/CloudPeers.h>
 
 #include <algorithm>
 #include <cmath>
@@ -54,7 +53,7 @@ std::vector<int> select(int count, QzBackend::LoopTeam & team, IsWanted const & 
 
 std::int64_t samplesOfAll(SampleSurface::Input const & input)
 {
-    return input.peers != nullptr ? input.peers->samples() : input.samples->pointsNumber();
+    return input.peers != nullptr ? input.peers->samples() : input.count;
 }
 
 bool isOwn(SampleSurface::Input const & input, int index)
@@ -86,6 +85,16 @@ std::vector<Value> fromBytes(std::vector<char> const & bytes)
     if (!values.empty())
         std::memcpy(static_cast<void *>(values.data()), bytes.data(), bytes.size());
     return values;
+}
+
+std::vector<MomentLattice::Block> dealt(SampleSurface::Input const & input,
+                                        std::vector<MomentLattice::Block> blocks,
+                                        std::vector<CloudPeers::Box> const & boxes, bool isForItself)
+{
+    std::vector<char> bytes = bytesOf(blocks);
+    blocks = {};
+    bytes = input.peers->deal(std::move(bytes), sizeof(MomentLattice::Block), boxes, isForItself);
+    return fromBytes<MomentLattice::Block>(bytes);
 }
 
 // Squared length of the normal of a sample: 0 for one that says nothing.
@@ -141,17 +150,12 @@ SampleSurface::SampleSurface(Input const & input, QzBackend::LoopTeam & team)
                                                     : makeJoinedLevel(input, finest, coarsest, team));
     while (static_cast<int>(m_levels.size()) <= finest - coarsest) {
         int const next = finest - static_cast<int>(m_levels.size());
-        if (!isWithinReach(input, next) && isWithinReach(input, next + 1)) {
-            m_levels.push_back(makeJoinedLevel(input, next, coarsest, team));
-            continue;
-        }
-        auto coarser = std::make_unique<Level>();
-        coarser->frame = LatticeFrame(input.origin, 2.0 * m_levels.back()->frame.cell);
-        coarser->lattice.buildFromFiner(m_levels.back()->lattice, team);
-        m_levels.push_back(std::move(coarser));
+        m_levels.push_back(makeCoarser(*m_levels.back(), team));
+        if (!isWithinReach(input, next) && isWithinReach(input, next + 1))
+            exchangeNodes(input, coarsest, *m_levels.back(), team);
     }
     chooseWidths(input, team);
-    if (finest < depth && isWithinReach(input, finest))
+    if (finest < depth && isWithinReach(input, finest + 1))
         refineCreases(input, finest + 1, team);
     for (std::unique_ptr<Level> & level : m_levels)
         level->curvatureTerm = curvatureTerm(input.edge, level->frame.cell);
@@ -165,31 +169,72 @@ bool SampleSurface::isWithinReach(Input const & input, int depth)
            3.0 * std::ldexp(input.cubeEdge, -depth) + 3.0 * input.deepestCell <= input.peers->reach();
 }
 
+std::unique_ptr<SampleSurface::Level> SampleSurface::makeCoarser(Level const & finer,
+                                                                 QzBackend::LoopTeam & team)
+{
+    auto coarser = std::make_unique<Level>();
+    coarser->frame = LatticeFrame(finer.frame.origin, 2.0 * finer.frame.cell);
+    coarser->lattice.buildFromFiner(finer.lattice, team);
+    return coarser;
+}
+
+// Where the nodes of a brick matter, up to the depth `coarsest`.
+CloudPeers::Box SampleSurface::boxAround(Input const & input, int coarsest, Level const & level,
+                                         std::array<int, 3> const & brick)
+{
+    double const around = 3.0 * (std::ldexp(input.cubeEdge, -coarsest) + input.deepestCell);
+    double const edge = MomentLattice::edge * level.frame.cell;
+    CloudPeers::Box box;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        double const least = input.origin[axis] + brick[axis] * edge;
+        box.low[axis] = least - around;
+        box.high[axis] = least + edge + around;
+    }
+    return box;
+}
+
 // The lattice of the own samples of all holders, around the territory of this one, as far as it matters up to
-// the depth `coarsest`.
+// the depth `coarsest`. The sums of other numbers of holders differ in the last bits.
 std::unique_ptr<SampleSurface::Level> SampleSurface::makeJoinedLevel(Input const & input, int depth,
                                                                      int coarsest, QzBackend::LoopTeam & team)
 {
     std::vector<int> const own =
-        select(input.samples->pointsNumber(), team,
-               [&](int index, MomentLattice::Cursor &) { return isOwn(input, index); });
+        select(input.count, team, [&](int index, MomentLattice::Cursor &) { return isOwn(input, index); });
     std::unique_ptr<Level> level = makeLevel(input, depth, &own, team);
-    std::vector<MomentLattice::Block> blocks = level->lattice.blocks();
-    double const around = 3.0 * (std::ldexp(input.cubeEdge, -coarsest) + input.deepestCell);
-    double const brick = MomentLattice::edge * level->frame.cell;
-    std::vector<CloudPeers::Box> boxes(blocks.size());
-    for (std::size_t n = 0; n < blocks.size(); ++n) {
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            double const least = input.origin[axis] + blocks[n].place[axis] * brick;
-            boxes[n].low[axis] = least - around;
-            boxes[n].high[axis] = least + brick + around;
-        }
-    }
-    blocks = fromBytes<MomentLattice::Block>(
-        input.peers->deal(bytesOf(blocks), sizeof(MomentLattice::Block), boxes));
+    std::vector<MomentLattice::Block> blocks =
+        level->lattice.blocks([](auto const &) { return true; }, [](auto const &) { return true; });
     level->lattice = MomentLattice();
-    level->lattice.buildFromBlocks(blocks, MomentLattice::Payload::surface, team);
+    std::vector<CloudPeers::Box> boxes(blocks.size());
+    for (std::size_t n = 0; n < blocks.size(); ++n)
+        boxes[n] = boxAround(input, coarsest, *level, blocks[n].place);
+    blocks = dealt(input, std::move(blocks), boxes, true);
+    level->lattice.buildFromBlocks(nullptr, nullptr, blocks, MomentLattice::Payload::surface, team);
     return level;
+}
+
+// The nodes of a level that stand in this holder's territory are right: they rest on samples one cell and a
+// half away. Those around it come from the holders in whose territories they stand.
+void SampleSurface::exchangeNodes(Input const & input, int coarsest, Level & level,
+                                  QzBackend::LoopTeam & team)
+{
+    auto const isOwnNode = [&](std::array<int, 3> const & node) {
+        double place[3];
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            place[axis] = level.frame.origin[axis] + (node[axis] + 0.5) * level.frame.cell;
+        return input.peers->isOwnPlace(place);
+    };
+    std::vector<MomentLattice::Block> blocks = level.lattice.blocks(
+        [&](std::array<int, 3> const & brick) {
+            return input.peers->isForOthers(boxAround(input, coarsest, level, brick));
+        },
+        isOwnNode);
+    std::vector<CloudPeers::Box> boxes(blocks.size());
+    for (std::size_t n = 0; n < blocks.size(); ++n)
+        boxes[n] = boxAround(input, coarsest, level, blocks[n].place);
+    blocks = dealt(input, std::move(blocks), boxes, false);
+    MomentLattice joined;
+    joined.buildFromBlocks(&level.lattice, isOwnNode, blocks, MomentLattice::Payload::surface, team);
+    level.lattice = std::move(joined);
 }
 
 // Of about `greatestTests` samples, evenly from the whole cloud, those that are own.
@@ -198,13 +243,12 @@ std::vector<int> SampleSurface::someOwn(Input const & input, QzBackend::LoopTeam
     std::int64_t const stride = std::max<std::int64_t>(1, samplesOfAll(input) / greatestTests);
     std::vector<int> indices;
     if (input.peers == nullptr) {
-        for (std::int64_t index = 0; index < input.samples->pointsNumber(); index += stride)
+        for (std::int64_t index = 0; index < input.count; index += stride)
             indices.push_back(static_cast<int>(index));
         return indices;
     }
     std::vector<int> const own =
-        select(input.samples->pointsNumber(), team,
-               [&](int index, MomentLattice::Cursor &) { return isOwn(input, index); });
+        select(input.count, team, [&](int index, MomentLattice::Cursor &) { return isOwn(input, index); });
     std::int64_t const before = input.peers->samplesBefore();
     std::int64_t const past = before % stride;
     for (std::size_t n = static_cast<std::size_t>(past == 0 ? 0 : stride - past); n < own.size();
@@ -244,12 +288,11 @@ void SampleSurface::refineCreases(Input const & input, int depth, QzBackend::Loo
     addUp(input, &number, 1);
     if (number < leastCreaseTests)
         return;
-    std::vector<int> const around =
-        select(input.samples->pointsNumber(), team, [&](int index, MomentLattice::Cursor & wider) {
-            double foot[3];
-            footOf(input, index, foot);
-            return coherenceAt(*m_levels[1], foot, wider) < creaseCoherence;
-        });
+    std::vector<int> const around = select(input.count, team, [&](int index, MomentLattice::Cursor & wider) {
+        double foot[3];
+        footOf(input, index, foot);
+        return coherenceAt(*m_levels[1], foot, wider) < creaseCoherence;
+    });
     std::vector<std::unique_ptr<Level>> pair(2);
     pair[0] = makeLevel(input, depth, &around, team);
     pair[1] = std::move(m_levels[0]);
@@ -288,7 +331,7 @@ int SampleSurface::finestDepth(Input const & input, int depth, int coarsest, QzB
         return depth;
     // Blocks of 32 cells of `depth`; the samples well inside them are left out, the others are their
     // neighbours.
-    int const samplesNumber = input.samples->pointsNumber();
+    int const samplesNumber = input.count;
     double const block = 32.0;
     double const margin = 6.0;
     double const share = std::clamp(20000.0 / static_cast<double>(samplesOfAll(input)), 0.05, 1.0);
@@ -361,8 +404,7 @@ std::unique_ptr<SampleSurface::Level> SampleSurface::makeLevel(Input const & inp
         return indices != nullptr ? (*indices)[static_cast<std::size_t>(n)] : n;
     };
     level->lattice.build(
-        indices != nullptr ? static_cast<int>(indices->size()) : input.samples->pointsNumber(),
-        MomentLattice::Payload::surface,
+        indices != nullptr ? static_cast<int>(indices->size()) : input.count, MomentLattice::Payload::surface,
         [&](int n, double * place) {
             int const index = indexOf(n);
             int const sample = input.order[index];

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QZmath/Export.h>
+#include <QZmath/VolTriang/Stages/CloudPeers.h>
 #include <QZmath/VolTriang/Stages/MomentLattice.h>
 
 #include <array>
@@ -11,7 +12,6 @@
 namespace VolTr
 {
 
-class CloudPeers;
 class IInputSamples;
 
 /// Where the samples themselves see the surface near a point: a moving plane through their positions and
@@ -34,8 +34,8 @@ class IInputSamples;
 /// otherwise agree with those that are displaced alike, and follow their noise.
 ///
 /// Of a cloud that is spread over several holders, each sees the surface in its own territory. What is
-/// decided by the whole cloud is decided by all together; lattices too coarse for what is here of the
-/// neighbours' samples are summed up by their owners and put together, which changes the last bits only.
+/// decided by the whole cloud is decided by all together. Of lattices too coarse for what is here of the
+/// neighbours' samples, holders have the nodes in their territory right, and give each other these.
 ///
 /// Immutable once built; safe to use from many threads, each with a scratch of its own. Same bits for any
 /// number of threads.
@@ -45,7 +45,8 @@ public:
     struct Input
     {
         IInputSamples const * samples = nullptr;
-        int const * order = nullptr;                  ///< all samples, neighbours close to each other
+        int const * order = nullptr;                  ///< samples, neighbours close to each other
+        int count = 0;                                ///< of `order`: all, or those near the territory
         std::vector<float> const * weights = nullptr; ///< of the samples; null when all are 1
         std::array<float, 3> const * feet = nullptr;  ///< of the samples minus their positions
         std::array<double, 3> origin{};               ///< least corner of the cloud's cube
@@ -142,6 +143,10 @@ private:
                                             QzBackend::LoopTeam & team);
     static std::unique_ptr<Level> makeJoinedLevel(Input const & input, int depth, int coarsest,
                                                   QzBackend::LoopTeam & team);
+    static std::unique_ptr<Level> makeCoarser(Level const & finer, QzBackend::LoopTeam & team);
+    static void exchangeNodes(Input const & input, int coarsest, Level & level, QzBackend::LoopTeam & team);
+    static CloudPeers::Box boxAround(Input const & input, int coarsest, Level const & level,
+                                     std::array<int, 3> const & brick);
     static bool isWithinReach(Input const & input, int depth);
     static std::vector<int> someOwn(Input const & input, QzBackend::LoopTeam & team);
     int finestDepth(Input const & input, int depth, int coarsest, QzBackend::LoopTeam & team) const;
