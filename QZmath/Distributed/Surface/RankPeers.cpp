@@ -8,7 +8,7 @@ namespace QZmath::Distributed
 {
 
 RankPeers::RankPeers(Steps & steps, RankCloud const & cloud, CubeOwners const & owners, double leafCell)
-    : m_steps(steps), m_cloud(cloud), m_owners(owners), m_near((cloud.margins.surface + 1) * leafCell),
+    : m_steps(steps), m_cloud(cloud), m_owners(owners),
       m_reach(steps.ranks().size() > 1 ? cloud.margins.surface * leafCell
                                        : std::numeric_limits<double>::infinity()) // one has all
 {
@@ -30,13 +30,13 @@ std::vector<char> RankPeers::gather(std::vector<char> const & own)
     return m_steps.ranks().gatherToAll(own);
 }
 
-bool RankPeers::isNear(float const * place) const
+bool RankPeers::isNear(double const * place, double distance) const
 {
     double low[3];
     double high[3];
     for (std::size_t axis = 0; axis < 3; ++axis) {
-        low[axis] = place[axis] - m_near;
-        high[axis] = place[axis] + m_near;
+        low[axis] = place[axis] - distance;
+        high[axis] = place[axis] + distance;
     }
     int const self = m_steps.ranks().rank();
     bool isFound = false;

@@ -21,7 +21,7 @@ public:
     std::int64_t samples() const override { return m_samples; }
     std::int64_t samplesBefore() const override { return m_before; }
     double reach() const override { return m_reach; }
-    bool isNear(float const * place) const override;
+    bool isNear(double const * place, double distance) const override;
     bool isOwnPlace(double const * place) const override
     {
         return m_owners.partition().ownerOfUnit(m_owners.unitAt(place)) == m_steps.ranks().rank();
@@ -36,7 +36,6 @@ private:
     Steps & m_steps;
     RankCloud const & m_cloud;
     CubeOwners const & m_owners;
-    double const m_near;
     double const m_reach;
     std::int64_t m_samples;
     std::int64_t m_before;

@@ -31,8 +31,8 @@ public:
     virtual bool isOwn(int sample) const = 0;
     /// Is a place in the territory of this holder? Each is in that of one.
     virtual bool isOwnPlace(double const * place) const = 0;
-    /// True for all places closer to the territory than `reach`, along each axis, and for few others.
-    virtual bool isNear(float const * place) const = 0;
+    /// True for all places not farther from the territory than that along each axis, and for few others.
+    virtual bool isNear(double const * place, double distance) const = 0;
     /// Does a box meet the territory of another holder?
     virtual bool isForOthers(Box const & box) const = 0;
     /// Own samples of all holders.

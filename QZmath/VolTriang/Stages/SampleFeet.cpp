@@ -108,7 +108,9 @@ private:
         if (m_peers == nullptr || (n >= m_ownBegin && n < m_ownEnd))
             return true;
         int const sample = *m_octree.getSamplesBegin(m_cells[n].position);
-        return m_peers->isNear(m_samples.getSampleCoords3(sample));
+        float const * const coords = m_samples.getSampleCoords3(sample);
+        double const place[3] = {coords[0], coords[1], coords[2]};
+        return m_peers->isNear(place, m_peers->reach() + m_octree.getUnit());
     }
 
     // The own cells of a holder follow each other on the curve.

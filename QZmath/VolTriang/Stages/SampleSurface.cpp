@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <numeric>
 #include <type_traits>
 #include <utility>
 
@@ -247,13 +248,27 @@ std::vector<int> SampleSurface::someOwn(Input const & input, QzBackend::LoopTeam
             indices.push_back(static_cast<int>(index));
         return indices;
     }
-    std::vector<int> const own =
-        select(input.count, team, [&](int index, MomentLattice::Cursor &) { return isOwn(input, index); });
-    std::int64_t const before = input.peers->samplesBefore();
-    std::int64_t const past = before % stride;
-    for (std::size_t n = static_cast<std::size_t>(past == 0 ? 0 : stride - past); n < own.size();
-         n += static_cast<std::size_t>(stride))
-        indices.push_back(own[n]);
+    int const tasks = (input.count + indicesPerTask - 1) / indicesPerTask;
+    std::vector<std::int64_t> places(static_cast<std::size_t>(tasks) + 1, 0); // of their first own ones
+    std::vector<std::vector<int>> chosen(static_cast<std::size_t>(tasks));
+    auto const forOwn = [&](auto const & visit) {
+        team.forEach(tasks, [&](int task) {
+            int const begin = task * indicesPerTask;
+            for (int index = begin; index < begin + std::min(indicesPerTask, input.count - begin); ++index) {
+                if (isOwn(input, index))
+                    visit(static_cast<std::size_t>(task), index);
+            }
+        });
+    };
+    forOwn([&](std::size_t task, int) { ++places[task + 1]; });
+    places[0] = input.peers->samplesBefore();
+    std::partial_sum(places.begin(), places.end(), places.begin());
+    forOwn([&](std::size_t task, int index) {
+        if (places[task]++ % stride == 0)
+            chosen[task].push_back(index);
+    });
+    for (std::vector<int> const & some : chosen)
+        indices.insert(indices.end(), some.begin(), some.end());
     return indices;
 }
 
@@ -531,7 +546,6 @@ std::vector<SampleSurface::Test> SampleSurface::leaveOut(Input const & input,
                 sums.of[4] -= static_cast<float>(share * across);
                 Plane const plane = planeOf(sums, local, level.frame.cell);
                 test.ownShares[slot] = share;
-                test.coherences[slot] = static_cast<float>(plane.coherence);
                 double error = -1.0;
                 if (plane.mass >= leastMass * share && plane.coherence >= leastCoherence) {
                     double const height = 0.5 * (plane.overPlanes + plane.overCentre);
@@ -562,7 +576,6 @@ void SampleSurface::chooseWidths(Input const & input, QzBackend::LoopTeam & team
     std::vector<Test> results = leaveOut(input, someOwn(input, team), m_levels, team);
     if (input.peers != nullptr)
         results = fromBytes<Test>(input.peers->gather(bytesOf(results)));
-    int const tests = static_cast<int>(results.size());
     std::array<double, greatestLevels> means{};
     std::array<double, greatestLevels> shares{};
     int good = 0;
@@ -590,8 +603,16 @@ void SampleSurface::chooseWidths(Input const & input, QzBackend::LoopTeam & team
     m_choiceFrame = m_levels[static_cast<std::size_t>(std::min(coarserLevels, levels - 1))]->frame;
     if (good == 0)
         return;
+    if (input.peers != nullptr) {
+        double const reach = 3.0 * (m_choiceFrame.cell + input.deepestCell);
+        results.erase(std::remove_if(results.begin(), results.end(),
+                                     [&](Test const & test) {
+                                         return !test.isGood || !input.peers->isNear(test.foot, reach);
+                                     }),
+                      results.end());
+    }
     m_choice.build(
-        tests, MomentLattice::Payload::plain,
+        static_cast<int>(results.size()), MomentLattice::Payload::plain,
         [&](int at, double * place) {
             m_choiceFrame.placeOf(results[static_cast<std::size_t>(at)].foot, place);
             return results[static_cast<std::size_t>(at)].isGood;

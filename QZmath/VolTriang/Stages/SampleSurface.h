@@ -133,7 +133,6 @@ private:
         double foot[3];
         std::array<float, greatestLevels> errors;
         std::array<float, greatestLevels> ownShares;
-        std::array<float, greatestLevels> coherences;
         bool isGood = false;
     };
 
