@@ -1,18 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <Files/CloudFiles.h>
-#include <QZmath/Files/Formats/PointShare.h>
-#include <QZmath/Files/JoinedClouds.h>
 #include <QZmath/Files/PointWriter.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <support/PointShares.h>
 #include <support/TestFolder.h>
 
 #include <algorithm>
 #include <random>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 using namespace QZmath;
@@ -50,44 +48,6 @@ std::string withoutLists(PointCloud const & cloud, bool isBinary, TestFolder con
     return text.str();
 }
 
-// Reads a file in ranges as several processes would, and settles what they found of each other.
-PointCloud readInShares(std::string const & path, std::vector<std::uint64_t> const & bounds)
-{
-    std::vector<PointShare> shares;
-    std::vector<PointCloud> clouds;
-    float greatest = 0;
-    unsigned marks = 0;
-    std::int64_t points = 0, promised = 0;
-    for (std::size_t i = 0; i + 1 < bounds.size(); ++i) {
-        PointShare share;
-        share.begin = bounds[i];
-        share.end = bounds[i + 1];
-        clouds.push_back(readPointShare(path, {}, share, nullptr));
-        shares.push_back(share);
-        greatest = std::max(greatest, share.foundColor);
-        marks |= share.foundMarks;
-        points += static_cast<std::int64_t>(clouds.back().size());
-        promised =
-            share.promise == PointShare::Promise::vertices ? share.promised : promised + share.promised;
-    }
-    JoinedClouds joined;
-    std::int64_t before = 0;
-    for (std::size_t i = 0; i < shares.size(); ++i) {
-        if (isDecidedByOthers(shares[i], greatest, marks)) {
-            shares[i].isSettled = true;
-            shares[i].greatestColor = greatest;
-            shares[i].columnMarks = marks;
-            clouds[i] = readPointShare(path, {}, shares[i], nullptr);
-        }
-        auto const size = static_cast<std::int64_t>(clouds[i].size());
-        settleShare(path, shares[i], clouds[i], before, points, promised);
-        before += size;
-        if (clouds[i].size() > 0)
-            joined.add(std::move(clouds[i]), "");
-    }
-    return joined.take();
-}
-
 std::string complaintOf(std::string const & path, std::vector<std::uint64_t> const & bounds)
 {
     try {
@@ -111,6 +71,9 @@ TEST(PointShare, GivesEachPointOnceInTheOrderOfTheFile)
     PointCloud wide = randomCloud(3000, {true, false, true, false}, 3);
     wide.colors = cloud.colors;
     std::string const text = textFile(cloud, ";");
+    std::string shares = "x,y,z,r,g,b\n"; // whole numbers for the first ranges, which are shares of 1 as well
+    for (int i = 0; i < 3000; ++i)
+        shares += std::to_string(i) + (i < 2990 ? ",0,0,1,0,1\n" : ",0,0,.5,0,1\n");
     std::vector<std::pair<std::string, std::string>> files = {
         {"whole.ply", plyFile(cloud, "ascii", 5)},
         {"lists.ply", plyFile(cloud, "binary_little_endian", 6)},
@@ -119,6 +82,7 @@ TEST(PointShare, GivesEachPointOnceInTheOrderOfTheFile)
         {"more.ply", withoutLists(cloud, false, folder) + "1 2 3 4 5 6 7 8 9\n1 2 3 4 5 6 7 8 9\n"},
         {"cloud.pcd", pcdFile(cloud, "binary_compressed", 7)},
         {"columns.xyz", text},
+        {"shares.csv", shares},
         {"counted.pts", "3000\n" + text.substr(text.find("\n\n") + 2)},
         {"old.las", lasFile(wide, 3)},
         {"new.las", lasFile(wide, 7)},

@@ -71,8 +71,13 @@ public:
     std::vector<std::uint8_t> finish();
     /// Greatest number, on which the scale depends; 0 of bytes, which have theirs.
     float greatest() const { return m_greatest; }
-    /// Counts a number that is elsewhere in the file.
-    void expect(float number) { m_greatest = number > m_greatest ? number : m_greatest; }
+    bool isBroken() const { return m_isBroken; }
+    /// Counts a number that is elsewhere in the file, and whether one there is broken.
+    void expect(float number, bool isBroken = false)
+    {
+        m_greatest = number > m_greatest ? number : m_greatest;
+        m_isBroken = m_isBroken || isBroken;
+    }
 
 private:
     Range m_range;

@@ -31,7 +31,7 @@ struct PointShare
 
     bool isCut = false;      ///< the points are those of the range
     float foundColor = 0;    ///< greatest number of a colour whose scale depends on it
-    unsigned foundMarks = 0; ///< bits on what the values of columns are that nobody has named
+    unsigned foundMarks = 0; ///< bits on what the values of columns of text are
     bool isUnsure = false;   ///< the other ranges decide what the columns are: nothing of them has been taken
     std::size_t withheld = 0; ///< points that count as deleted
 

@@ -241,7 +241,8 @@ public:
         m_positions.moveTo(m_cloud);
         if (share != nullptr) {
             share->foundColor = m_colors.greatest();
-            m_colors.expect(share->greatestColor);
+            share->foundMarks = m_colors.isBroken() ? 1U : 0U;
+            m_colors.expect(share->greatestColor, share->columnMarks != 0);
         }
         if (m_columns.has(TextColumns::color))
             m_cloud.colors = m_colors.finish();
