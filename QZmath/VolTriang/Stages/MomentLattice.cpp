@@ -310,6 +310,8 @@ void MomentLattice::keep(Dense const & dense, std::size_t brick, std::uint32_t c
 {
     std::vector<Moments> & nodes = m_chunks[chunk];
     m_bricks[brick].chunk = chunk;
+    std::size_t const firstNode = nodes.size();
+    m_bricks[brick].firstNode = static_cast<std::uint32_t>(firstNode);
     for (std::size_t row = 0; row < 64; ++row) {
         Moments const * const source = dense.data() + row * edge;
         auto const isUsed = [&](int z) { return source[z].of[0] != 0.0f; };
@@ -320,7 +322,7 @@ void MomentLattice::keep(Dense const & dense, std::size_t brick, std::uint32_t c
         while (end > begin && !isUsed(end - 1))
             --end;
         Row & target = m_bricks[brick].rows[row];
-        target.start = static_cast<std::uint32_t>(nodes.size());
+        target.start = static_cast<std::uint16_t>(nodes.size() - firstNode);
         target.begin = static_cast<std::uint8_t>(begin);
         target.end = static_cast<std::uint8_t>(end);
         nodes.insert(nodes.end(), source + begin, source + end);
@@ -357,7 +359,7 @@ void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopT
                 if (index < 0)
                     continue;
                 Brick const & fine = finer.m_bricks[static_cast<std::size_t>(index)];
-                Moments const * const nodes = finer.m_chunks[fine.chunk].data();
+                Moments const * const nodes = finer.nodesOf(fine);
                 // Of the fine brick's corner from this one's, in fine cells.
                 float const shift[3] = {static_cast<float>(edge * (step[0] - 1)),
                                         static_cast<float>(edge * (step[1] - 1)),
@@ -420,8 +422,7 @@ void MomentLattice::forNodes(int brick, Filter const & hasNode, Visit const & vi
         Row const & from = of.rows[static_cast<std::size_t>(row)];
         for (int z = from.begin; z < from.end; ++z) {
             if (hasNode({edge * place[0] + row / edge, edge * place[1] + row % edge, edge * place[2] + z}))
-                visit(static_cast<std::size_t>(row * edge + z),
-                      m_chunks[of.chunk][from.start + static_cast<std::uint32_t>(z - from.begin)]);
+                visit(static_cast<std::size_t>(row * edge + z), nodesOf(of)[from.start + (z - from.begin)]);
         }
     }
 }
@@ -588,7 +589,7 @@ Moments MomentLattice::nodeAt(std::array<int, 3> const & cell) const
     int const z = cell[2] & 7;
     if (z < row.begin || z >= row.end)
         return Moments();
-    return m_chunks[brick.chunk][row.start + static_cast<std::uint32_t>(z - row.begin)];
+    return nodesOf(brick)[row.start + (z - row.begin)];
 }
 
 } // namespace VolTr

@@ -147,15 +147,20 @@ public:
 private:
     struct Row
     {
-        std::uint32_t start = 0; // in the chunk, of the node at `begin`
+        std::uint16_t start = 0; // among the brick's, of the node at `begin`
         std::uint8_t begin = 0;
         std::uint8_t end = 0;
     };
     struct Brick
     {
         std::uint32_t chunk = 0;
+        std::uint32_t firstNode = 0; // in the chunk
         std::array<Row, 64> rows;
     };
+    Moments const * nodesOf(Brick const & brick) const
+    {
+        return m_chunks[brick.chunk].data() + brick.firstNode;
+    }
 
 public:
     /// Reads a lattice around points; fast for points that follow each other in the same brick.
@@ -189,7 +194,7 @@ public:
                 end = std::min(end, row.end - first[2]);
                 if (begin >= end)
                     return nullptr;
-                return lattice.m_chunks[at.chunk].data() + row.start +
+                return lattice.nodesOf(at) + row.start +
                        static_cast<std::size_t>(begin + first[2] - row.begin);
             }
         };
