@@ -35,10 +35,10 @@ Stage const stages[] = {
     {"surface", 7.3e-6, false},
 };
 
-double const programBytes = 80e6; // that a rank takes without any cloud
-double const cellBytes = 850; // a leaf cell of the territory at the peak, which is that of the surface: P = 1
-double const copiedCellBytes = 1100; // a leaf cell around it: P = 8
-double const margin = 32;            // leaf cells around a territory, of which it has copies
+double const programBytes = 50e6; // that a rank takes without any cloud
+double const cellBytes = 875; // a leaf cell of the territory at the peak, which is that of the surface: P = 1
+double const copiedCellBytes = 1150; // a leaf cell around it: P = 8
+double const margin = 20;            // leaf cells around a territory, of which it has copies
 double const borderFactor = 3;       // border of a territory over that of a square: P = 8, by the traffic
 double const borderBytes = 160;      // an iteration sends for a leaf cell of the border: P = 4
 double const messages = 66;          // an iteration sends: P = 8
