@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Stages/MomentLattice.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/Backend/RawArray.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <iterator>
@@ -21,7 +23,12 @@ int const places = edge * edge * edge;
 // Bricks that a thread fills at a time; their nodes lie together.
 int const bricksPerChunk = 16;
 int const pointsPerChunk = 1 << 14;
-std::size_t const bricksPerLookChunk = 256;
+std::size_t const bricksPerTurn = 1 << 10; // on one thread
+std::size_t const entriesPerTurn = 1 << 15;
+// What a thread does before it looks for an interruption: some 10 ms, in units of a point that is looked at;
+// one that reaches the brick takes some more.
+int const workPerTurn = 1 << 19;
+int const workOfReaching = 3;
 
 std::uint64_t hashOf(std::array<int, 3> const & place)
 {
@@ -154,6 +161,7 @@ void MomentLattice::build(
     });
     std::vector<std::uint32_t> firstEntry(1, 0);
     for (std::vector<Run> & runs : chunks) {
+        team.serve();
         for (Run & run : runs) {
             run.target = static_cast<std::size_t>(findOrAdd(run.place));
             firstEntry.resize(m_places.size() + 1, 0);
@@ -165,6 +173,7 @@ void MomentLattice::build(
     {
         std::vector<std::uint32_t> next(firstEntry.begin(), firstEntry.end() - 1);
         for (std::vector<Run> & runs : chunks) {
+            team.serve();
             for (Run & run : runs) {
                 std::uint32_t & place = next[run.target];
                 run.target = place;
@@ -191,9 +200,9 @@ void MomentLattice::build(
     addReachedBricks(entries, firstEntry, team);
 
     fillBricks(
-        [&](int brick, Dense & dense) {
+        [&](int brick, Dense & dense, FillState & state) {
             std::array<int, 3> const & place = m_places[static_cast<std::size_t>(brick)];
-            for (int n = 0; n < 27; ++n) {
+            for (int & n = state.neighbour; n < 27; ++n, state.entries = 0) {
                 std::array<int, 3> const offset = {n / 9 - 1, n / 3 % 3 - 1, n % 3 - 1};
                 std::array<int, 3> const source = {place[0] + offset[0], place[1] + offset[1],
                                                    place[2] + offset[2]};
@@ -202,8 +211,11 @@ void MomentLattice::build(
                     continue;
                 std::size_t const begin = firstEntry[static_cast<std::size_t>(index)];
                 std::size_t const end = firstEntry[static_cast<std::size_t>(index) + 1];
-                for (std::size_t at = begin; at < end; ++at) {
-                    Entry const & entry = entries[at];
+                for (; state.entries < end - begin; ++state.entries) {
+                    if (state.left <= 0)
+                        return false;
+                    --state.left;
+                    Entry const & entry = entries[begin + state.entries];
                     Window const window(source, entry.local);
                     // The brick lies at -offset as seen from the point's.
                     if (!reaches(window.cell[0], -offset[0]) || !reaches(window.cell[1], -offset[1]) ||
@@ -214,8 +226,10 @@ void MomentLattice::build(
                     if (m_payload == Payload::surface)
                         rebase(moments, offset);
                     addEntry(window, offset, moments, dense);
+                    state.left -= workOfReaching;
                 }
             }
+            return true;
         },
         team);
 }
@@ -259,12 +273,16 @@ void MomentLattice::addReachedBricks(QzBackend::RawArray<Entry> const & entries,
                                      QzBackend::LoopTeam & team)
 {
     std::size_t const ownBricks = m_places.size();
-    std::vector<std::uint32_t> reached(ownBricks, 0); // bit n: the neighbour n = 9 x + 3 y + z
-    int const chunks = static_cast<int>((ownBricks + bricksPerLookChunk - 1) / bricksPerLookChunk);
+    std::vector<std::atomic<std::uint32_t>> reached(ownBricks); // bit n: the neighbour n = 9 x + 3 y + z
+    int const chunks = static_cast<int>((entries.size() + entriesPerTurn - 1) / entriesPerTurn);
     team.forEach(chunks, [&](int chunk) {
-        std::size_t const begin = static_cast<std::size_t>(chunk) * bricksPerLookChunk;
-        for (std::size_t brick = begin; brick < std::min(ownBricks, begin + bricksPerLookChunk); ++brick) {
-            for (std::size_t at = firstEntry[brick]; at < firstEntry[brick + 1]; ++at) {
+        std::size_t at = static_cast<std::size_t>(chunk) * entriesPerTurn;
+        std::size_t const end = std::min(entries.size(), at + entriesPerTurn);
+        std::size_t brick = static_cast<std::size_t>(
+            std::upper_bound(firstEntry.begin(), firstEntry.end(), at) - firstEntry.begin() - 1);
+        for (; at < end; ++brick) {
+            std::uint32_t here = 0;
+            for (; at < std::min<std::size_t>(end, firstEntry[brick + 1]); ++at) {
                 bool isReached[3][3] = {}; // by axis: does the point reach -1, 0, 1 there?
                 for (int axis = 0; axis < 3; ++axis) {
                     int const cell = std::min(static_cast<int>(entries[at].local[axis]), edge - 1);
@@ -273,37 +291,84 @@ void MomentLattice::addReachedBricks(QzBackend::RawArray<Entry> const & entries,
                 }
                 for (int n = 0; n < 27; ++n) {
                     if (isReached[0][n / 9] && isReached[1][n / 3 % 3] && isReached[2][n % 3])
-                        reached[brick] |= 1U << n;
+                        here |= 1U << n;
                 }
             }
+            reached[brick].fetch_or(here, std::memory_order_relaxed);
         }
     });
     for (std::size_t brick = 0; brick < ownBricks; ++brick) {
+        if (brick % bricksPerTurn == 0)
+            team.serve();
         for (int n = 0; n < 27; ++n) {
             std::array<int, 3> const place = m_places[brick];
-            if ((reached[brick] >> n & 1) != 0)
+            if ((reached[brick].load(std::memory_order_relaxed) >> n & 1) != 0)
                 findOrAdd({place[0] + n / 9 - 1, place[1] + n / 3 % 3 - 1, place[2] + n % 3 - 1});
         }
     }
 }
 
-void MomentLattice::fillBricks(std::function<void(int, Dense &)> const & fillBrick,
-                               QzBackend::LoopTeam & team)
+void MomentLattice::fillBricks(BrickFilling const & fillBrick, QzBackend::LoopTeam & team)
 {
     int const bricks = bricksNumber();
     int const chunks = (bricks + bricksPerChunk - 1) / bricksPerChunk;
-    m_bricks.resize(m_places.size());
+    QzBackend::assignLarge(team, m_bricks, m_places.size());
     m_chunks.resize(static_cast<std::size_t>(chunks));
+    std::vector<std::vector<int>> crowded(m_chunks.size()); // bricks that are left when the turn is over
     team.forEach(chunks, [&](int chunk) {
         Dense dense(static_cast<std::size_t>(places));
+        int left = workPerTurn;
         for (int brick = chunk * bricksPerChunk; brick < std::min(bricks, (chunk + 1) * bricksPerChunk);
              ++brick) {
             std::fill(dense.begin(), dense.end(), Moments());
-            fillBrick(brick, dense);
-            keep(dense, static_cast<std::size_t>(brick), static_cast<std::uint32_t>(chunk));
+            FillState state = {left, 0, 0};
+            if (fillBrick(brick, dense, state))
+                keep(dense, static_cast<std::size_t>(brick), static_cast<std::uint32_t>(chunk));
+            else
+                crowded[static_cast<std::size_t>(chunk)].push_back(brick);
+            left = state.left;
         }
         m_chunks[static_cast<std::size_t>(chunk)].shrink_to_fit();
     });
+    std::vector<int> left;
+    for (std::vector<int> const & some : crowded)
+        left.insert(left.end(), some.begin(), some.end());
+    fillCrowdedBricks(left, fillBrick, team);
+}
+
+// Some bricks at a time, turn by turn, each in a chunk of its own.
+void MomentLattice::fillCrowdedBricks(std::vector<int> const & bricks, BrickFilling const & fillBrick,
+                                      QzBackend::LoopTeam & team)
+{
+    struct Open
+    {
+        int brick;
+        Dense dense;
+        FillState state;
+        bool isDone;
+    };
+    std::size_t const together = 16 * static_cast<std::size_t>(team.threads());
+    for (std::size_t first = 0; first < bricks.size(); first += together) {
+        std::vector<Open> open;
+        for (std::size_t n = first; n < std::min(bricks.size(), first + together); ++n)
+            open.push_back({bricks[n], Dense(static_cast<std::size_t>(places)), {0, 0, 0}, false});
+        while (!open.empty()) {
+            team.forEach(static_cast<int>(open.size()), [&](int number) {
+                Open & own = open[static_cast<std::size_t>(number)];
+                own.state.left = workPerTurn;
+                own.isDone = fillBrick(own.brick, own.dense, own.state);
+            });
+            for (Open const & own : open) {
+                if (!own.isDone)
+                    continue;
+                m_chunks.emplace_back();
+                keep(own.dense, static_cast<std::size_t>(own.brick),
+                     static_cast<std::uint32_t>(m_chunks.size() - 1));
+            }
+            open.erase(std::remove_if(open.begin(), open.end(), [](Open const & own) { return own.isDone; }),
+                       open.end());
+        }
+    }
 }
 
 void MomentLattice::keep(Dense const & dense, std::size_t brick, std::uint32_t chunk)
@@ -336,7 +401,10 @@ void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopT
     m_payload = finer.m_payload;
     // Fine brick b covers the fine places 8 b to 8 b + 7, which belong to the coarse places 4 b - 1 to 4 b +
     // 4: those of the brick above it, and of the neighbour on the side where it lies.
-    for (std::array<int, 3> const & place : finer.m_places) {
+    for (std::size_t brick = 0; brick < finer.m_places.size(); ++brick) {
+        if (brick % bricksPerTurn == 0)
+            team.serve();
+        std::array<int, 3> const & place = finer.m_places[brick];
         for (int n = 0; n < 8; ++n) {
             std::array<int, 3> coarse;
             for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -348,7 +416,7 @@ void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopT
     }
     bool const hasPlaces = m_payload == Payload::surface;
     fillBricks(
-        [&](int brick, Dense & dense) {
+        [&](int brick, Dense & dense, FillState &) {
             std::array<int, 3> const & place = m_places[static_cast<std::size_t>(brick)];
             for (int n = 0; n < 64; ++n) {
                 std::array<int, 3> const step = {n >> 4, n >> 2 & 3,
@@ -408,6 +476,7 @@ void MomentLattice::buildFromFiner(MomentLattice const & finer, QzBackend::LoopT
                     }
                 }
             }
+            return true;
         },
         team);
 }
@@ -461,7 +530,7 @@ void MomentLattice::buildFromBlocks(MomentLattice const * first, Filter const & 
         byBrick[brick].push_back(&block);
     }
     fillBricks(
-        [&](int brick, Dense & dense) {
+        [&](int brick, Dense & dense, FillState &) {
             if (first != nullptr && brick < first->bricksNumber())
                 first->forNodes(brick, hasNode,
                                 [&](std::size_t place, Moments const & node) { dense[place] = node; });
@@ -469,6 +538,7 @@ void MomentLattice::buildFromBlocks(MomentLattice const * first, Filter const & 
                 for (std::size_t node = 0; node < dense.size(); ++node)
                     addTo(dense[node], 1.0f, block->nodes[node]);
             }
+            return true;
         },
         team);
 }

@@ -220,7 +220,18 @@ private:
     template <class Visit>
     void forNodes(int brick, Filter const & hasNode, Visit const & visit) const;
     void keep(Dense const & dense, std::size_t brick, std::uint32_t chunk);
-    void fillBricks(std::function<void(int, Dense &)> const & fillBrick, QzBackend::LoopTeam & team);
+    // How far the filling of a brick has come, and what more it may do in this turn.
+    struct FillState
+    {
+        int left;
+        int neighbour;       // of 27
+        std::size_t entries; // done of the neighbour's
+    };
+    // False when the turn was over before the brick was full.
+    using BrickFilling = std::function<bool(int brick, Dense &, FillState &)>;
+    void fillBricks(BrickFilling const & fillBrick, QzBackend::LoopTeam & team);
+    void fillCrowdedBricks(std::vector<int> const & bricks, BrickFilling const & fillBrick,
+                           QzBackend::LoopTeam & team);
     static void addEntry(Window const & window, std::array<int, 3> const & offset, Moments const & moments,
                          Dense & dense);
     static void rebase(Moments & moments, std::array<int, 3> const & shift);
