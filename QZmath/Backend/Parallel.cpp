@@ -24,7 +24,7 @@ namespace
 {
 
 int const mostThreads = 1024;
-long const servingPeriod = 20; // milliseconds
+long const servingPeriod = 10; // milliseconds
 
 // A few nanoseconds; steps of some milliseconds are fine enough here.
 long coarseMilliseconds()

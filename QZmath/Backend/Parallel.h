@@ -17,7 +17,7 @@ namespace QzBackend
 /// each body writes what belongs to its index only and sums are taken piece by piece, then over the pieces in
 /// order.
 ///
-/// The progress counter is touched on the calling thread only: in `setPosition`, and about every 20 ms
+/// The progress counter is touched on the calling thread only: in `setPosition`, and about every 10 ms
 /// between the bodies that this thread calls itself. What the counter throws there ends the loop after the
 /// bodies at hand and is thrown on from `forEach`, so the job unwinds like any function.
 ///
@@ -77,7 +77,7 @@ public:
     void setPosition(double position);
 
     /// For what the job does between loops: asks the progress counter where it stands whether to stop, when
-    /// that has not been done for some 20 ms. A few nanoseconds. \throws what the progress counter throws
+    /// that has not been done for some 10 ms. A few nanoseconds. \throws what the progress counter throws
     void serve();
 
 private:

@@ -188,7 +188,10 @@ std::string reasonOf(ImplicitFunction::Evaluator & evaluator, LevelSet const & l
         return "reconstructFactor gives the cubes of the lattice no size";
     double low = std::numeric_limits<double>::infinity();
     double high = -low;
+    int const samplesPerTurn = 1 << 12;
     for (int sample = 0; sample < samplesNumber; ++sample) {
+        if (context.progress != nullptr && sample % samplesPerTurn == 0)
+            context.progress->SetPosFloat(0.0);
         float const * const coords = context.samples.getSampleCoords3(sample);
         double const point[3] = {coords[0], coords[1], coords[2]};
         double const value = evaluator.value(point);

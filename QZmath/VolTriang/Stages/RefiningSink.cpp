@@ -235,7 +235,8 @@ void RefiningSink::unfold()
     std::vector<std::vector<int>> folded(static_cast<std::size_t>(tasksFor(m_triangleCount)));
     std::vector<char> isHalved; // in the round at hand
     for (int round = 0; round < greatestRounds; ++round) {
-        QzBackend::LoopTeam::run(m_context.threads, nullptr, [&](QzBackend::LoopTeam & team) {
+        QzBackend::LoopTeam::run(m_context.threads, m_context.progress, [&](QzBackend::LoopTeam & team) {
+            team.setPosition(1.0);
             std::vector<Tools> tools(static_cast<std::size_t>(team.threads()));
             team.forEachOnSlot(tasksFor(m_triangleCount), [&](int slot, int task) {
                 std::vector<int> & mine = folded[static_cast<std::size_t>(task)];
@@ -299,7 +300,8 @@ void RefiningSink::summarise()
         std::size_t moved = 0;
     };
     std::vector<Part> parts(static_cast<std::size_t>(tasksFor(m_vertices.size())));
-    QzBackend::LoopTeam::run(m_context.threads, nullptr, [&](QzBackend::LoopTeam & team) {
+    QzBackend::LoopTeam::run(m_context.threads, m_context.progress, [&](QzBackend::LoopTeam & team) {
+        team.setPosition(1.0);
         team.forEach(static_cast<int>(parts.size()), [&](int task) {
             Part & part = parts[static_cast<std::size_t>(task)];
             forItems(task, m_vertices.size(), [&](std::size_t vertex) {
@@ -372,6 +374,11 @@ void RefiningSink::handOverToStore()
                 });
             },
             1.0);
+        for (std::size_t vertex = 0; vertex < m_vertices.size(); ++vertex) {
+            if (vertex % itemsPerReport == 0)
+                team.serve();
+            m_vertices.release(vertex);
+        }
     });
 }
 
