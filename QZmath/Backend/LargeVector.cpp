@@ -5,6 +5,7 @@
 
 #ifdef __linux__
 #include <sys/mman.h>
+#include <unistd.h>
 #endif
 
 namespace QzBackend
@@ -39,10 +40,12 @@ void adviseLargePages([[maybe_unused]] void * memory, [[maybe_unused]] std::size
 #ifdef MADV_HUGEPAGE
     if (bytes < leastForLargePages)
         return;
-    LargePages const pages(memory, bytes);
-    // A hint: what the system makes of it changes no result.
-    static_cast<void>(
-        madvise(static_cast<unsigned char *>(memory) + pages.lead, pages.count * largePage, MADV_HUGEPAGE));
+    // All pages of the mapping: in one of two kinds of pages it could not be moved any more. A hint: what the
+    // system makes of it changes no result.
+    std::uintptr_t const size = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    std::uintptr_t const first = reinterpret_cast<std::uintptr_t>(memory) / size * size;
+    std::uintptr_t const end = (reinterpret_cast<std::uintptr_t>(memory) + bytes + size - 1) / size * size;
+    static_cast<void>(madvise(reinterpret_cast<void *>(first), end - first, MADV_HUGEPAGE));
 #endif
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/SingleVarPolynom.h>
@@ -328,7 +329,9 @@ void BrickFunction::makeLevel(BrickLevel const & source, float const * amplitude
     });
     // Left as it comes: pages of memory are made where they are first written to, by all threads.
     std::size_t const stride = static_cast<std::size_t>(brickStride);
-    level.rows.reset(new float[level.bricks.size() * stride + loadMargin]);
+    std::size_t const numbers = level.bricks.size() * stride + loadMargin;
+    level.rows.reset(new float[numbers]);
+    QzBackend::adviseLargePages(level.rows.get(), numbers * sizeof(float));
     forPieces(team, level.bricks.size(),
               [&](std::size_t brick) { std::fill_n(level.rows.get() + brick * stride, stride, 0.0f); });
     std::fill_n(level.rows.get() + level.bricks.size() * stride, loadMargin, 0.0f);

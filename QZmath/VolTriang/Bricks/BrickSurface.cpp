@@ -50,6 +50,7 @@ std::uint64_t const allPlaces = ~UINT64_C(0);
 
 // Cubes that wait, and those of them whose triangles are made together.
 std::size_t const mostVisited = 1 << 13;
+std::size_t const mostNewBricks = 32; // that the walk evaluates meanwhile
 int const cubesPerPart = 64;
 static_assert(cubesPerPart * 12 <= TriangleRun::mostInPart); // two triangles in each of six tetrahedra
 
@@ -191,9 +192,9 @@ int BrickSurface::addBrick(std::array<int, 3> const & first)
         return CLatticeHash::hashOf(CInt3(place[0], place[1], place[2]), 0);
     };
     int const index = static_cast<int>(m_bricks.size());
-    m_bricks.emplace_back();
+    m_bricks.emplaceBack();
     if (m_isRefused)
-        m_refusals.emplace_back();
+        m_refusals.emplaceBack();
     Brick & brick = m_bricks.back();
     brick.first = first;
     for (int dx = -1; dx <= 1; ++dx) {
@@ -222,7 +223,7 @@ void BrickSurface::collectBricks(LoopTeam & team, BrickChoice const & isWanted)
         return;
     std::size_t const expected = static_cast<std::size_t>(m_function.deepestBoxes());
     if (!isWanted)
-        QzBackend::reserveLarge(m_bricks, expected + expected / 16);
+        m_bricks.reserve(expected + expected / 16);
     for (int n = 0; n < m_function.deepestBoxes(); ++n) {
         if (static_cast<std::size_t>(n) % bricksPerTurn == 0)
             team.serve();
@@ -472,9 +473,7 @@ void BrickSurface::prepare(LoopTeam & team, BrickChoice const & isWanted)
         m_bricks[n].firstEdge = static_cast<std::uint32_t>(edges);
         edges += m_bricks[n].edges;
     }
-    // The walk adds those of some bricks more.
-    QzBackend::reserveLarge(m_edges, edges + edges / 16);
-    QzBackend::assignLarge(team, m_edges, edges, unsolved);
+    QzBackend::resizeLarge(team, m_edges, edges, unsolved);
     forBatches(1.0, [&](int first, int end) {
         for (int brick = first; brick < end; ++brick) {
             solveEdges(brick, values);
@@ -674,6 +673,41 @@ bool BrickSurface::findRank(Place first, int direction, std::size_t & rank) cons
     return true;
 }
 
+// Where a key is, or where it will be.
+std::size_t BrickSurface::LateEdges::Table::slotOf(std::uint64_t key) const
+{
+    std::size_t const mask = slots.size() - 1;
+    std::size_t slot = hashOf(key) >> 20 & mask;
+    while (slots[slot].key != key && slots[slot].key != noKey)
+        slot = (slot + 1) & mask;
+    return slot;
+}
+
+std::int32_t & BrickSurface::LateEdges::at(std::uint64_t key)
+{
+    Table & table = m_tables[tableOf(key)];
+    if (4 * (table.count + 1) > 3 * table.slots.size()) {
+        std::vector<Slot> const before = std::move(table.slots);
+        table.slots.assign(std::max<std::size_t>(2 * before.size(), 16), {noKey, unsolved});
+        for (Slot const & slot : before) {
+            if (slot.key != noKey)
+                table.slots[table.slotOf(slot.key)] = slot;
+        }
+    }
+    Slot & slot = table.slots[table.slotOf(key)];
+    if (slot.key == noKey) {
+        slot.key = key;
+        ++table.count;
+    }
+    return slot.number;
+}
+
+std::int32_t BrickSurface::LateEdges::find(std::uint64_t key) const
+{
+    Table const & table = m_tables[tableOf(key)];
+    return table.slots[table.slotOf(key)].number;
+}
+
 std::uint64_t BrickSurface::keyOf(Place first, int direction)
 {
     return static_cast<std::uint64_t>(first.brick) << 12 | static_cast<std::uint64_t>(first.local) << 3 |
@@ -685,7 +719,7 @@ std::int32_t & BrickSurface::edgeAt(Place first, int direction)
     std::size_t rank;
     if (findRank(first, direction, rank))
         return m_edges[rank];
-    return m_otherEdges.emplace(keyOf(first, direction), unsolved).first->second;
+    return m_otherEdges.at(keyOf(first, direction));
 }
 
 // The place of the smaller end of an edge of a cube.
@@ -704,7 +738,7 @@ int BrickSurface::vertexOf(Cube cube, CubePlan::Edge const & edge) const
     std::size_t rank;
     if (findRank(first, edge.direction, rank))
         return m_edges[rank];
-    return m_otherEdges.find(keyOf(first, edge.direction))->second;
+    return m_otherEdges.find(keyOf(first, edge.direction));
 }
 
 void BrickSurface::addTriangles(Cube cube, CubePlan const & plan, TriangleSink & sink)
@@ -719,7 +753,7 @@ void BrickSurface::addTriangles(Cube cube, CubePlan const & plan, TriangleSink &
         m_newVertices.push_back({first, edge.direction, entry});
         entry = m_vertices++;
     }
-    if (m_visited.size() == mostVisited)
+    if (m_visited.size() == mostVisited || m_bricks.size() - m_bricksPassedOn >= mostNewBricks)
         passOn(sink);
 }
 
@@ -792,6 +826,7 @@ void BrickSurface::passOn(TriangleSink & sink)
     m_visited.clear();
     m_newVertices.clear();
     m_newTriangles = 0;
+    m_bricksPassedOn = m_bricks.size();
 }
 
 } // namespace VolTr

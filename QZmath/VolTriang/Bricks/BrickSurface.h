@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Backend/GrowingArray.h>
 #include <QZmath/Export.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Polygoniser/CubePlan.h>
@@ -12,7 +13,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <unordered_map>
 #include <vector>
 
 namespace QzBackend
@@ -131,6 +131,35 @@ private:
         std::uint64_t isKnown[brickEdge];
         std::uint64_t isRefused[brickEdge];
     };
+    // Numbers of edges by their keys. In many small tables, of which each grows by itself: a growing large
+    // one would keep an interruption waiting.
+    class LateEdges
+    {
+    public:
+        /// `unsolved` where the key is new. Good until the next key.
+        std::int32_t & at(std::uint64_t key);
+        /// Of a key that is there.
+        std::int32_t find(std::uint64_t key) const;
+
+    private:
+        struct Slot
+        {
+            std::uint64_t key;
+            std::int32_t number;
+        };
+        struct Table
+        {
+            std::vector<Slot> slots; // a power of two of them, `noKey` where free
+            std::size_t count = 0;
+            std::size_t slotOf(std::uint64_t key) const;
+        };
+        static constexpr std::uint64_t noKey = ~UINT64_C(0);
+        static constexpr int tableBits = 8;
+        static std::uint64_t hashOf(std::uint64_t key) { return key * UINT64_C(0x9E3779B97F4A7C15); }
+        static std::size_t tableOf(std::uint64_t key) { return hashOf(key) >> (64 - tableBits); }
+
+        std::array<Table, std::size_t{1} << tableBits> m_tables;
+    };
     struct SignPlanes;
     struct Evaluator;
 
@@ -163,17 +192,18 @@ private:
     int m_align[3]; // first corner of brick 0
     std::function<bool(double const *)> const m_isRefused;
     bool m_hasContinuousCrossings = false;
-    std::vector<Brick> m_bricks;
-    std::vector<Refusals> m_refusals; // by brick, empty where nothing is refused
+    QzBackend::GrowingArray<Brick> m_bricks;
+    QzBackend::GrowingArray<Refusals> m_refusals; // by brick, empty where nothing is refused
     CLatticeHash m_table;
     // Of a crossed edge: the index of its vertex, `unsolved`, or -2 - t 2^30 for a vertex at t of the way
     // from its smaller corner that was not asked for yet.
-    std::vector<std::int32_t> m_edges;
-    std::unordered_map<std::uint64_t, std::int32_t> m_otherEdges; // between bricks that met late
+    QzBackend::GrowingArray<std::int32_t> m_edges;
+    LateEdges m_otherEdges; // between bricks that met late
     int m_vertices = 0;
     std::vector<VisitedCube> m_visited;
     std::vector<NewVertex> m_newVertices;
     int m_newTriangles = 0;
+    std::size_t m_bricksPassedOn = 0; // known when the visited cubes were passed on
     BrickFunction::GridScratch m_scratch;
 };
 
