@@ -162,7 +162,11 @@ private:
             Sums sums = {};
             bool isAny = false;
             for (int const * it = begin; it != end; ++it)
-                isAny = add(termOf(it, corner), sums) || isAny;
+                isAny = forCorners(it, corner,
+                                   [&](std::size_t n, double factor, float const * normal) {
+                                       add(sums[n], factor, normal);
+                                   }) ||
+                        isAny;
             if (isAny)
                 keepSums(cell, sums, column, brick);
             return true;
@@ -188,15 +192,24 @@ private:
             [&](int, int cell, int const * samples, int count, Term * terms) {
                 double corner[3];
                 octree.cellCoordsToReal(corner, cells[static_cast<std::size_t>(cell)].cube);
-                for (int n = 0; n < count; ++n)
-                    terms[n] = termOf(samples + n, corner);
+                for (int n = 0; n < count; ++n) {
+                    Term & term = terms[n];
+                    term.isAny = forCorners(samples + n, corner,
+                                            [&](std::size_t at, double factor, float const * normal) {
+                                                term.factors[at] = factor;
+                                                std::copy_n(normal, 3, term.normal);
+                                            });
+                }
             },
             [&](int number, Term const * terms, int count) {
                 std::size_t const cell = static_cast<std::size_t>(number);
                 Sums own = sums[cell];
                 bool isAnyOwn = false;
-                for (int n = 0; n < count; ++n)
-                    isAnyOwn = add(terms[n], own) || isAnyOwn;
+                for (int n = 0; n < count; ++n) {
+                    for (std::size_t at = 0; at < 8 && terms[n].isAny; ++at)
+                        add(own[at], terms[n].factors[at], terms[n].normal);
+                    isAnyOwn = terms[n].isAny || isAnyOwn;
+                }
                 sums[cell] = own;
                 isAny[cell] = isAnyOwn ? 1 : isAny[cell];
             });
@@ -211,7 +224,10 @@ private:
         }
     }
 
-    Term termOf(int const * it, double const (&corner)[3]) const
+    // Calls take(n, factor, normal) for the corners n of the cell of a sample: what it adds there is its
+    // normal times the factor. False for a sample of another depth.
+    template <class Take>
+    bool forCorners(int const * it, double const (&corner)[3], Take const & take) const
     {
         // Samples of neighbouring cells may lie anywhere in memory.
         if (m_samplesEnd - it > samplesAhead) {
@@ -223,32 +239,26 @@ private:
             if (m_depths != nullptr)
                 __builtin_prefetch(&(*m_depths)[static_cast<std::size_t>(later)]);
         }
-        Term term;
-        term.isAny = m_depths == nullptr ||
-                     (*m_depths)[static_cast<std::size_t>(*it)] == static_cast<std::uint8_t>(m_level.depth);
-        if (!term.isAny)
-            return term;
+        if (m_depths != nullptr &&
+            (*m_depths)[static_cast<std::size_t>(*it)] != static_cast<std::uint8_t>(m_level.depth))
+            return false;
         float const weight = splatShareOf(m_context.density, *it, m_first, m_deepest).weight;
         float const * const point = m_context.samples.getSampleCoords3(*it);
         float const * const normal = m_context.samples.getSampleNormal3(*it);
         double share[3][2];
         for (int axis = 0; axis < 3; ++axis) {
-            term.normal[axis] = normal[axis];
             share[axis][0] = trilinearShare(point[axis], corner[axis], m_edge);
             share[axis][1] = trilinearShare(point[axis], corner[axis] + m_edge, m_edge);
         }
         for (std::size_t n = 0; n < 8; ++n)
-            term.factors[n] = share[0][n >> 2] * share[1][n >> 1 & 1] * weight * share[2][n & 1];
-        return term;
+            take(n, share[0][n >> 2] * share[1][n >> 1 & 1] * weight * share[2][n & 1], normal);
+        return true;
     }
 
-    static bool add(Term const & term, Sums & sums)
+    static void add(std::array<double, 3> & sum, double factor, float const * normal)
     {
-        for (std::size_t n = 0; n < 8 && term.isAny; ++n) {
-            for (std::size_t axis = 0; axis < 3; ++axis)
-                sums[n][axis] += term.normal[axis] * term.factors[n];
-        }
-        return term.isAny;
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            sum[axis] += normal[axis] * factor;
     }
 
     void keepSums(Cell const & cell, Sums const & sums, std::array<int, 2> const & column, int & brick)

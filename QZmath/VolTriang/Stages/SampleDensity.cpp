@@ -717,19 +717,27 @@ SampleDensity estimateSampleDensity(IInputSamples const & samples, COctree const
 
     float minimum = values.empty() ? 0.0f : FLT_MAX;
     float maximum = 0.0f;
+    std::size_t const perTurn = std::size_t{1} << 20;
+    auto const finish = [&](std::size_t begin, std::size_t end) {
+        normalize(values.data() + begin, values.data() + end, factor);
+        float sum = density.averageDensity;
+        float least = minimum, greatest = maximum;
+        for (std::size_t n = begin; n < end; ++n) {
+            float & value = values[n];
+            sum += value;
+            least = value < least ? value : least;
+            greatest = value > greatest ? value : greatest;
+            if (value > 0.0f)
+                value = 1.0f / value;
+        }
+        density.averageDensity = sum;
+        minimum = least;
+        maximum = greatest;
+    };
     LoopTeam::run(threads, progress, [&](LoopTeam & team) {
-        std::size_t const perTurn = std::size_t{1} << 20;
         for (std::size_t begin = 0; begin < values.size(); begin += perTurn) {
             team.setPosition(1.0);
-            float * const end = values.data() + std::min(values.size(), begin + perTurn);
-            normalize(values.data() + begin, end, factor);
-            for (float * value = values.data() + begin; value != end; ++value) {
-                density.averageDensity += *value;
-                minimum = *value < minimum ? *value : minimum;
-                maximum = *value > maximum ? *value : maximum;
-                if (*value > 0.0f)
-                    *value = 1.0f / *value;
-            }
+            finish(begin, std::min(values.size(), begin + perTurn));
         }
     });
     if (!values.empty())
