@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <QZmath/Backend/LargeVector.h>
 #include <QZmath/Backend/Parallel.h>
 
 #include <QZsys/Exceptions.h>
@@ -141,12 +142,22 @@ TEST(LoopTeamTest, ServesAndInterruptsOnTheCallingThread)
         std::chrono::duration<double> const seconds = steady_clock::now() - start;
         EXPECT_EQ(counter.getPosFloat(), 0.75);
         EXPECT_GE(counter.positions.size(), 4u);
-        EXPECT_LE(double(counter.positions.size()), 4 + seconds.count() / 0.015);
+        EXPECT_LE(double(counter.positions.size()), 4 + seconds.count() / 0.0075);
 
         called = 0;
         interruptAt = 10;
         EXPECT_THROW(LoopTeam::run(threads, &counter, longLoop), CUserIntrException);
         EXPECT_LT(called, 390);
+
+        std::vector<double> values;
+        auto const fill = [&](LoopTeam & team) {
+            std::this_thread::sleep_for(milliseconds(20));
+            QzBackend::assignLarge(team, values, 5000000, 1.0);
+        };
+        LoopTeam::run(threads, &counter, fill);
+        EXPECT_EQ(std::accumulate(values.begin(), values.end(), 0.0), 5e6);
+        counter.interrupt();
+        EXPECT_THROW(LoopTeam::run(threads, &counter, fill), CUserIntrException);
     }
 }
 

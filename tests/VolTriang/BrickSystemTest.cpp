@@ -3,7 +3,12 @@
 #include <QZmath/VolTriang/Bricks/BrickSystem.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncBasis.h>
+#include <QZmath/VolTriang/ReconstructionReport.h>
 #include <QZmath/VolTriang/ScalarProductHelper.h>
+#include <QZmath/VolTriang/Stages/BrickSplat.h>
+#include <QZmath/VolTriang/Stages/SampleSplat.h>
+#include <QZmath/VolTriang/Stages/StageContext.h>
+#include <QZmath/VolTriang/VolTriangulationParams.h>
 
 #include <VolTriang/ScaledKernel.h>
 #include <support/SampledClouds.h>
@@ -13,6 +18,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -213,6 +219,33 @@ INSTANTIATE_TEST_SUITE_P(Configurations, BrickSystemTest,
 
 // Tables between depths farther apart than all of whose tables could be held: against sums over fine steps,
 // also where the finer function straddles a knot of the coarser one.
+TEST(BrickSplat, AddsUpCrowdedColumnsAsTheExactPathDoes)
+{
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
+    PointCloudSamples cloud;
+    for (int n = 0; n < 160000; ++n) {
+        float const width = n % 50 == 0 ? 1.0f : 0.02f;
+        cloud.add({width * uniform(random), width * uniform(random), uniform(random)},
+                  {uniform(random), uniform(random), uniform(random)});
+    }
+    Model const model(cloud, {5, true, -1, 0.95});
+    CVolTriangulationParams const params;
+    CReconstructionReport report;
+    StageContext const context = {cloud,  params, model.octree, model.basis, nullptr, nullptr, nullptr,
+                                  report, 1};
+    VectorField expected;
+    for (auto & component : expected)
+        component = std::make_unique<Combination>(&model.basis);
+    splatNormals(context, expected);
+    LoopTeam::run(2, nullptr, [&](LoopTeam & team) {
+        auto const field = splatOnBricks(context, model.lattice, nullptr, team);
+        for (std::size_t n = 0; n < 3 * field.size(); ++n)
+            ASSERT_NEAR(field[n / 3][n % 3],
+                        expected[n % 3]->getBasisCoefficient(model.lattice.nodes()[n / 3]), 1e-9);
+    });
+}
+
 TEST(BrickTables, CoupleDepthsThatAreFarApart)
 {
     Kernel const kernel = qz_test::scaledKernel(1.0);
