@@ -288,7 +288,7 @@ private:
         Cutout const cutout = cutOut(patch);
         if (cutout.vertices.size() == patch.size() || leastHandles(cutout.plate) > mostHandles)
             return false;
-        ThinPlate plate(cutout.plate);
+        ThinPlate plate(cutout.plate, &progress);
         // Over several rims a membrane makes a neck, or closes each of them and leaves nothing between.
         bool const isDisc = !hasSeveralRims(cutout.plate);
         std::vector<Vec> stretched = cutout.plate.places;

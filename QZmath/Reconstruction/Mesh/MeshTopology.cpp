@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Reconstruction/Mesh/MeshTopology.h>
 
+#include <QZmath/Backend/LargeVector.h>
+
 #include <algorithm>
 #include <tuple>
 #include <utility>
@@ -48,8 +50,9 @@ void pack(std::vector<Value> & values, std::size_t width, IsWanted const & isWan
 } // namespace
 
 VertexStars::VertexStars(TriangleMesh const & mesh, QzBackend::LoopTeam & team)
-    : m_starts(mesh.vertexCount() + 1, 0), m_halfEdges(mesh.triangles.size())
+    : m_halfEdges(mesh.triangles.size())
 {
+    QzBackend::assignLarge(team, m_starts, mesh.vertexCount() + 1);
     // Sorted by blocks of vertices first, piece by piece, then by vertices, block by block; in their order
     // both times.
     std::size_t const count = mesh.triangles.size();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Reconstruction/Mesh/SampleIndex.h>
 
+#include <QZmath/Backend/LargeVector.h>
+
 #include <QZmath/Reconstruction/Mesh/Ranges.h>
 
 #include <algorithm>
@@ -9,13 +11,14 @@ namespace QZmath::Stages
 {
 
 SampleIndex::SampleIndex(float const * positions, std::size_t count, QzBackend::LoopTeam & team)
-    : m_points(count), m_slots(count)
 {
+    QzBackend::assignLarge(team, m_points, count);
+    QzBackend::assignLarge(team, m_slots, count);
     std::size_t leaves = 1;
     while (leaves * leafSize < count)
         leaves *= 2;
     m_firstLeaf = leaves - 1;
-    m_boxes.resize(2 * leaves - 1);
+    QzBackend::assignLarge(team, m_boxes, 2 * leaves - 1);
     forRanges(team, count, 4096, [&](std::size_t begin, std::size_t end) {
         for (std::size_t n = begin; n < end; ++n)
             m_points[n] = {{positions[3 * n], positions[3 * n + 1], positions[3 * n + 2]},

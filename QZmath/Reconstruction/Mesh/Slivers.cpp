@@ -227,6 +227,8 @@ public:
           m_bound(greatestMove * leafCell * greatestMove * leafCell), m_isChanged(mesh.vertexCount(), 0)
     {}
 
+    static constexpr std::size_t sliversPerTurn = 256; // that are looked at before an interruption is
+
     /// \return the slivers left
     std::size_t run(std::vector<std::int32_t> slivers)
     {
@@ -237,6 +239,8 @@ public:
             std::vector<Edit> const edits = searchAll(slivers);
             std::vector<std::int32_t> left;
             for (std::size_t n = 0; n < slivers.size(); ++n) {
+                if (n % sliversPerTurn == 0)
+                    m_team.serve();
                 std::int32_t const t = slivers[n];
                 if (!isSliver(t))
                     continue;

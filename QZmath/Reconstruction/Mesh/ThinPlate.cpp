@@ -98,31 +98,50 @@ private:
 
 ThinPlate::~ThinPlate() = default;
 
-ThinPlate::ThinPlate(PlatePatch const & patch) : m_patch(patch)
+ThinPlate::ThinPlate(PlatePatch const & patch, CProgressCounter * progress) : m_patch(patch)
 {
     std::size_t const count = at(patch.free + patch.balanced);
-    std::vector<std::pair<std::int32_t, std::int32_t>> edges;
-    edges.reserve(6 * patch.triangles.size());
-    for (std::array<std::int32_t, 3> const & corners : patch.triangles) {
-        for (std::size_t k = 0; k < 3; ++k) {
-            std::int32_t const a = corners[k];
-            std::int32_t const b = corners[(k + 1) % 3];
-            if (at(a) < count)
-                edges.push_back({a, b});
-            if (at(b) < count)
-                edges.push_back({b, a});
+    std::size_t const itemsPerTurn = 1 << 14; // before an interruption is asked for
+    auto const serve = [&](std::size_t item) {
+        if (progress != nullptr && item % itemsPerTurn == 0)
+            progress->SetPosFloat(0.0);
+    };
+    // Calls visit(row, neighbour) for the edges of all triangles, most of them twice.
+    auto const forEdges = [&](auto const & visit) {
+        for (std::size_t triangle = 0; triangle < patch.triangles.size(); ++triangle) {
+            serve(triangle);
+            for (std::size_t k = 0; k < 3; ++k) {
+                std::int32_t const a = patch.triangles[triangle][k];
+                std::int32_t const b = patch.triangles[triangle][(k + 1) % 3];
+                if (at(a) < count)
+                    visit(at(a), b);
+                if (at(b) < count)
+                    visit(at(b), a);
+            }
         }
-    }
-    std::sort(edges.begin(), edges.end());
-    edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
-    m_starts.assign(count + 1, 0);
-    m_neighbours.reserve(edges.size());
-    for (auto const & edge : edges) {
-        ++m_starts[at(edge.first) + 1];
-        m_neighbours.push_back(edge.second);
-    }
+    };
+    // Where the rows begin, then, as they are filled, where they end.
+    std::vector<std::int32_t> ends(count + 1, 0);
+    forEdges([&](std::size_t row, std::int32_t) { ++ends[row + 1]; });
     for (std::size_t row = 0; row < count; ++row)
-        m_starts[row + 1] += m_starts[row];
+        ends[row + 1] += ends[row];
+    m_neighbours.resize(at(ends[count]));
+    forEdges([&](std::size_t row, std::int32_t neighbour) { m_neighbours[at(ends[row]++)] = neighbour; });
+    m_starts.assign(1, 0);
+    m_starts.reserve(count + 1);
+    auto last = m_neighbours.begin();
+    std::int32_t begin = 0;
+    for (std::size_t row = 0; row < count; ++row) {
+        serve(row);
+        auto const first = m_neighbours.begin() + begin;
+        auto const end = m_neighbours.begin() + ends[row];
+        begin = ends[row];
+        std::sort(first, end);
+        auto const rowEnd = std::unique(first, end);
+        last = last == first ? rowEnd : std::move(first, rowEnd, last);
+        m_starts.push_back(static_cast<std::int32_t>(last - m_neighbours.begin()));
+    }
+    m_neighbours.erase(last, m_neighbours.end());
 }
 
 ThinPlate::Weights ThinPlate::weigh(std::vector<Vec> const & places) const

@@ -47,7 +47,8 @@ class ThinPlate
 {
 public:
     /// \param patch kept by reference; every connected part of it has held vertices
-    explicit ThinPlate(PlatePatch const & patch);
+    /// \throws what the progress counter throws; it may be null
+    ThinPlate(PlatePatch const & patch, CProgressCounter * progress);
     ~ThinPlate();
 
     /// Sets the free vertices of `places` to the membrane. False when the system is singular or the result
