@@ -108,6 +108,13 @@ public:
         m_next += count;
     }
 
+    std::vector<float> floats(std::size_t count)
+    {
+        std::vector<float> result;
+        for (std::size_t k = 0; k < count; ++k)
+            result.push_back(float(number()));
+        return result;
+    }
     REmath::Point3D_d point()
     {
         double const x = number(), y = number(), z = number();

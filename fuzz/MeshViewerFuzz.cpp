@@ -16,14 +16,6 @@ namespace
 
 using namespace qz_fuzz;
 
-std::vector<float> floats(Input & input, std::size_t count)
-{
-    std::vector<float> result;
-    for (std::size_t k = 0; k < count; ++k)
-        result.push_back(float(input.number()));
-    return result;
-}
-
 std::string text(Input & input)
 {
     std::string result;
@@ -48,19 +40,19 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
     QZmath::TriangleMesh mesh;
     int const habit = input.byte();
     std::size_t const vertices = std::size_t(input.upTo(30));
-    mesh.positions = floats(input, 3 * vertices);
+    mesh.positions = input.floats(3 * vertices);
     if ((habit & 1) != 0)
-        mesh.normals = floats(input, 3 * vertices);
+        mesh.normals = input.floats(3 * vertices);
     if ((habit & 2) != 0)
-        mesh.density = floats(input, vertices);
+        mesh.density = input.floats(vertices);
     if ((habit & 4) != 0)
         mesh.colors.assign(3 * vertices, std::uint8_t(input.byte()));
     if ((habit & 8) != 0)
         mesh.origin = {input.number(), input.number(), input.number()};
     for (int k = vertices > 0 ? 3 * input.upTo(60) : 0; k > 0; --k)
         mesh.triangles.push_back(input.upTo(int(vertices) - 1));
-    std::vector<float> const distances = floats(input, (habit & 16) != 0 ? vertices : 0);
-    std::vector<float> const samples = floats(input, 3 * std::size_t(input.upTo(20)));
+    std::vector<float> const distances = input.floats((habit & 16) != 0 ? vertices : 0);
+    std::vector<float> const samples = input.floats(3 * std::size_t(input.upTo(20)));
 
     QZmath::MeshScene scene;
     scene.mesh = &mesh;

@@ -24,14 +24,6 @@ using namespace qz_fuzz;
 using QZmath::MeshFormat;
 using QZmath::TriangleMesh;
 
-std::vector<float> floats(Input & input, std::size_t count)
-{
-    std::vector<float> result;
-    for (std::size_t k = 0; k < count; ++k)
-        result.push_back(float(input.number()));
-    return result;
-}
-
 std::vector<std::uint8_t> bytes(Input & input, std::size_t count)
 {
     std::vector<std::uint8_t> result;
@@ -45,15 +37,15 @@ TriangleMesh drawMesh(Input & input)
     TriangleMesh mesh;
     int const habit = input.byte();
     std::size_t const vertices = std::size_t(input.upTo(12));
-    mesh.positions = floats(input, 3 * vertices);
+    mesh.positions = input.floats(3 * vertices);
     if ((habit & 1) != 0)
         mesh.origin = {input.number(), input.number(), input.number()};
     if ((habit & 2) != 0)
-        mesh.normals = floats(input, 3 * vertices);
+        mesh.normals = input.floats(3 * vertices);
     if ((habit & 4) != 0)
         mesh.colors = bytes(input, 3 * vertices);
     if ((habit & 8) != 0)
-        mesh.density = floats(input, vertices);
+        mesh.density = input.floats(vertices);
     for (int k = 3 * input.upTo(10); k > 0; --k)
         mesh.triangles.push_back(vertices > 0 ? input.upTo(int(vertices) - 1) : 0);
     if (habit > 240 && !mesh.triangles.empty())
@@ -164,10 +156,10 @@ void checkCloud(Input & input)
         for (std::size_t k = 0; k < 3 * count; ++k)
             cloud.positions64.push_back(input.number());
     } else {
-        cloud.positions = floats(input, 3 * count);
+        cloud.positions = input.floats(3 * count);
     }
     if ((habit & 2) != 0)
-        cloud.normals = floats(input, 3 * count);
+        cloud.normals = input.floats(3 * count);
     if ((habit & 4) != 0)
         cloud.colors = bytes(input, 3 * count);
     if ((habit & 8) != 0)

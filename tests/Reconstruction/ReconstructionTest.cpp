@@ -297,12 +297,11 @@ TEST(Reconstruction, OutliersLeaveNoTrace)
     Result const clean = run(points);
     REmath::Point3D_d const half = qz_sampling::makeShape("genus3")->halfExtent();
     qz_sampling::Random random(5);
-    auto const uniform = [&] { return 2.0 * static_cast<double>(random.next() >> 11) * 0x1p-53 - 1.0; };
     for (int n = 0; n < 2000; ++n) {
         for (double const side : {half.x(), half.y(), half.z()})
-            points.positions.push_back(static_cast<float>(uniform() * side));
+            points.positions.push_back(static_cast<float>(random.uniform(-1, 1) * side));
         for (int axis = 0; axis < 3; ++axis)
-            points.normals.push_back(static_cast<float>(uniform()));
+            points.normals.push_back(static_cast<float>(random.uniform(-1, 1)));
     }
     ReconstructionOptions options;
     options.outlierRemoval = 3;

@@ -34,8 +34,6 @@ Cloud cloudOn(std::string const & shape, std::size_t count, double noise = 0.0)
     return {qz_test::samplePoints(shape, count, noise)};
 }
 
-double uniform(Random & random) { return static_cast<double>(random.next() >> 11) * 0x1p-53; }
-
 TEST(CloudMeasures, SpacingIsThatOfTheSurfaceWhateverTheNumberOfPoints)
 {
     for (char const * shape : {"sphere", "torus", "genus3", "block"}) {
@@ -104,9 +102,8 @@ TEST(CloudMeasures, OutliersAreFoundAndTheSurfaceIsKept)
         REmath::Point3D_d const half = surface->halfExtent();
         Random random(3);
         for (int i = 0; i < 1000; ++i)
-            cloud.points.emplace_back((2 * uniform(random) - 1) * half.x(),
-                                      (2 * uniform(random) - 1) * half.y(),
-                                      (2 * uniform(random) - 1) * half.z());
+            cloud.points.emplace_back(random.uniform(-1, 1) * half.x(), random.uniform(-1, 1) * half.y(),
+                                      random.uniform(-1, 1) * half.z());
         std::vector<std::uint8_t> marks(cloud.points.size());
         int const found = FindOutliers(cloud.size(), cloud.points.data(), 20, 3.0, marks.data());
         int wronglyMarked = 0, farMissed = 0, marked = 0;
