@@ -27,6 +27,7 @@ struct CloudCase
     int depth;
     bool useCenter;
     float kernelScale;
+    float subdivision = 1.0f;
 };
 
 class AcceleratedSurface : public testing::TestWithParam<CloudCase>
@@ -41,6 +42,7 @@ TEST_P(AcceleratedSurface, liesWhereTheOtherOneLies)
     CVolTriangulationParams params = paramsOf(c.depth, false);
     params.setUseCenter(c.useCenter);
     params.setKernelScaleFactor(c.kernelScale);
+    params.setReconstructFactor(c.subdivision);
     params.setClosed(qz_sampling::makeShape(c.shape)->isClosed());
     Mesh const exact = reconstruct(samples, params).mesh;
     params.setAccelerated(true);
@@ -66,7 +68,9 @@ INSTANTIATE_TEST_SUITE_P(Clouds, AcceleratedSurface,
                          testing::Values(CloudCase{"sphere", 0.0, 1.0, 6, true, 0.95f},
                                          CloudCase{"genus3", 0.002, 1.0, 6, true, 0.95f},
                                          CloudCase{"bumpy-sphere", 0.0, 10.0, 6, true, 1.0f},
-                                         CloudCase{"torus", 0.002, 10.0, 5, false, 0.95f},
+                                         CloudCase{"torus", 0.002, 10.0, 5, false, 0.95f, 2.0f},
+                                         CloudCase{"sphere", 0.0, 1.0, 4, true, 0.8f, 3.7f},
+                                         CloudCase{"sphere", 0.002, 1.0, 6, true, 0.95f, 0.3f},
                                          CloudCase{"sheet", 0.0, 1.0, 6, true, 0.95f}));
 
 TEST(AcceleratedReconstruction, goesTheOtherWayWhereItCannotServe)

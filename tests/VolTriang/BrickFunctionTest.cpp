@@ -4,16 +4,11 @@
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeFuncLinComb.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
-#include <QZmath/VolTriang/Stages/BrickedFunction.h>
-#include <QZmath/VolTriang/Stages/CombinationFunction.h>
-#include <QZmath/VolTriang/Stages/IsoSurface.h>
 #include <QZmath/VolTriang/Stages/IsoValue.h>
-#include <QZmath/VolTriang/Stages/SampleDensity.h>
 #include <QZmath/VolTriang/Stages/StageContext.h>
 #include <QZmath/VolTriang/VolTriangulationParams.h>
 
 #include <VolTriang/ScaledKernel.h>
-#include <support/Mesh.h>
 #include <support/SampledClouds.h>
 
 #include <gtest/gtest.h>
@@ -169,41 +164,6 @@ TEST(BrickFunction, AgreesWithTheSumOverNodes)
     }
 }
 
-TEST(BrickFunction, GridsAgreeWithPoints)
-{
-    PointCloudSamples const cloud = makeSphere(3000);
-    for (Shape const & shape : shapes) {
-        SCOPED_TRACE(describe(shape));
-        Model model(cloud, shape.depth, shape.centred, shape.levels, shape.kernelFactor);
-        std::mt19937 random(8);
-        std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-        model.setAmplitudes([&](int) { return uniform(random); });
-        BrickFunction const function = model.function();
-        double const cell = model.octree.getCellSize(model.octree.getNodeDepthEnd() - 1);
-        BrickFunction::GridScratch scratch;
-        for (int n = 0; n < 60; ++n) {
-            float const * middle = cloud.points[random() % cloud.points.size()].data();
-            double const step = n % 2 == 0 ? cell : cell * std::exp2(2.5 * uniform(random));
-            BrickFunction::GridCoords coords;
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                double const first = middle[axis] + 6.0 * cell * uniform(random);
-                double const direction = uniform(random) < 0.0 ? -step : step;
-                for (std::size_t place = 0; place < 8; ++place)
-                    coords[axis][place] = first + static_cast<double>(place) * direction;
-            }
-            if (n % 7 == 0)
-                coords[static_cast<std::size_t>(n) % 3][3] = n % 14 == 0 ? std::nan("") : 1e30;
-            std::vector<float> values(brickPlaces);
-            function.evalGrid(coords, values.data(), scratch);
-            for (std::size_t place = 0; place < values.size(); ++place) {
-                double const point[3] = {coords[0][place >> 6], coords[1][place >> 3 & 7],
-                                         coords[2][place & 7]};
-                ASSERT_NEAR(values[place], function.eval(point), 3e-6);
-            }
-        }
-    }
-}
-
 TEST(BrickFunction, RefusesWhatItCannotHold)
 {
     Model model(makeSphere(100), 3, true, -1, 0.95);
@@ -275,81 +235,4 @@ TEST(BrickFunction, MeanOfCrowdedSamplesIsThatOfOneLoop)
     EXPECT_EQ(weights, static_cast<double>(cloud.points.size()));
     for (int threads = 1; threads <= 3; ++threads)
         EXPECT_EQ(calcMeanIsoValue(function, model.context(threads)), values / weights);
-}
-
-TEST(BrickFunction, MeanAndSurfaceAgreeWithTheSumOverNodes)
-{
-    struct Case
-    {
-        Shape shape;
-        float reconstructFactor;
-        bool isClosed;
-    };
-    for (Case const & test : {Case{{6, true, -1, 0.95}, 1.0f, true}, Case{{5, false, -1, 0.95}, 1.0f, true},
-                              Case{{4, true, -1, 1.0}, 2.0f, true}, Case{{3, true, -1, 0.8}, 3.7f, true},
-                              Case{{6, true, -1, 0.95}, 0.3f, true}, Case{{5, true, -1, 0.95}, 1.0f, false},
-                              Case{{3, true, -1, 0.95}, 3.0f, false}}) {
-        SCOPED_TRACE(describe(test.shape) + " factor " + std::to_string(test.reconstructFactor));
-        PointCloudSamples cloud;
-        PointCloudSamples const sphere = makeSphere(6000);
-        for (std::size_t n = 0; n < sphere.points.size(); ++n) {
-            double const height = sphere.normals[n][2];
-            if (test.isClosed || height < 0.5)
-                cloud.add(sphere.points[n], sphere.normals[n], height > 0.45);
-        }
-        Model model(cloud, test.shape.depth, test.shape.centred, test.shape.levels, test.shape.kernelFactor);
-        std::mt19937 random(9);
-        std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-        // A rough ball: positive inside.
-        model.setAmplitudes([&](int node) {
-            double position[3];
-            model.octree.getNodePosition(node, position);
-            double const radius = std::hypot(position[0] - 0.3, position[1] + 1.7, position[2] - 5.0);
-            return (1.0 - radius) * std::exp2(model.octree.getNodeDepth(node)) + 0.2 * uniform(random);
-        });
-        BrickFunction const function = model.function();
-        BrickedFunction const inBricks(model.function());
-        CombinationFunction const reference(std::make_unique<Combination>(model.combination(model.basis)));
-        model.params.setReconstructFactor(test.reconstructFactor);
-        model.params.setClosed(test.isClosed);
-        model.params.setEstimateResultNormals(true);
-        SampleDensity density;
-        for (std::size_t n = 0; n < cloud.points.size(); ++n)
-            density.weights.push_back(static_cast<float>(2.0 + uniform(random)));
-        StageContext context = model.context(1);
-        context.density = &density;
-
-        double const isoValue = reference.meanAtSamples(context);
-        double const fastValue = inBricks.meanAtSamples(context);
-        EXPECT_NEAR(fastValue, isoValue, 1e-5);
-        qz_test::MeshTarget sum;
-        extractIsoSurface(context, reference, isoValue, nullptr, sum);
-        qz_test::Mesh const & expected = sum.mesh();
-        ASSERT_GT(expected.vertices.size(), 100U);
-        qz_test::Mesh single;
-        for (int threads = 1; threads <= 3; ++threads) {
-            qz_test::MeshTarget target;
-            context.threads = threads;
-            EXPECT_EQ(inBricks.meanAtSamples(context), fastValue);
-            extractIsoSurface(context, inBricks, isoValue, nullptr, target);
-            qz_test::Mesh const & mesh = target.mesh();
-            ASSERT_EQ(target.violation(), "");
-            ASSERT_TRUE(mesh.triangles == expected.triangles)
-                << mesh.vertices.size() << " and " << expected.vertices.size() << " vertices";
-            // Both are within 1/2048 of an edge, at most a diagonal, from a crossing. Where an edge has
-            // several, they may have chosen different ones.
-            double const accuracy = model.octree.getCellSize(test.shape.depth - 1) / test.reconstructFactor *
-                                    std::sqrt(3.0) / 2048;
-            std::size_t others = 0;
-            for (std::size_t n = 0; n < mesh.vertices.size(); ++n) {
-                bool const isSame = (mesh.vertices[n] - expected.vertices[n]).length() < 2.02 * accuracy;
-                others += isSame ? 0 : 1;
-                ASSERT_TRUE(!isSame || (mesh.normals[n] - expected.normals[n]).length() < 0.05);
-            }
-            EXPECT_LT(others, 3 + mesh.vertices.size() / 1000);
-            if (threads == 1)
-                single = mesh;
-            EXPECT_TRUE(mesh == single);
-        }
-    }
 }
