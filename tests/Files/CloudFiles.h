@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QZmath/Files/Errors.h>
 #include <QZmath/Files/PointCloud.h>
 
 #include <algorithm>
@@ -19,6 +20,18 @@
 /// Clouds as files of all forms, written by other means than the library's.
 namespace qz_test
 {
+
+/// The sentence of the `InputError` that `read` throws, empty when there is none.
+template <class Read>
+std::string complaintOf(Read read)
+{
+    try {
+        read();
+    } catch (QZmath::InputError const & error) {
+        return error.what();
+    }
+    return std::string();
+}
 
 struct Parts
 {

@@ -338,12 +338,7 @@ TEST(MeshReader, gltfScenesAreTakenAsTheyStand)
         return readMeshFromMemory(bytes.data(), bytes.size(), MeshFormat::gltf);
     };
     auto const complaintOf = [&](std::string const & bytes) {
-        try {
-            read(bytes);
-        } catch (InputError const & error) {
-            return std::string(error.what());
-        }
-        return std::string();
+        return qz_test::complaintOf([&] { read(bytes); });
     };
     // A quarter turn about z of a mesh that is twice as large, moved, and the same mesh at its own place.
     TriangleMesh const placed = read(scene(

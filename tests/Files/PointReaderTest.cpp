@@ -35,15 +35,9 @@ PointCloud readFrom(std::string const & bytes, ReadOptions const & options = {})
     return readPointsFromMemory(bytes.data(), bytes.size(), options);
 }
 
-// The sentence of the `InputError`, empty when there is none.
 std::string complaintOf(std::string const & bytes, ReadOptions const & options = {})
 {
-    try {
-        readFrom(bytes, options);
-    } catch (InputError const & error) {
-        return error.what();
-    }
-    return std::string();
+    return qz_test::complaintOf([&] { readFrom(bytes, options); });
 }
 
 void expectSame(PointCloud const & read, PointCloud const & expected)
@@ -140,13 +134,9 @@ TEST(PointReader, blocksOnThreadsGiveWhatOneThreadGives)
         SCOPED_TRACE(file.substr(0, 60));
         auto const readOn = [](int threads, std::string const & bytes, std::string & complaint) {
             CThreadNumberScope const scope(threads);
-            complaint.clear();
-            try {
-                return readFrom(bytes);
-            } catch (InputError const & error) {
-                complaint = error.what();
-                return PointCloud();
-            }
+            PointCloud cloud;
+            complaint = qz_test::complaintOf([&] { cloud = readFrom(bytes); });
+            return cloud;
         };
         std::string expectedComplaint, complaint;
         PointCloud const expected = readOn(1, file, expectedComplaint);

@@ -2,6 +2,8 @@
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/OctreeIterators.h>
 
+#include "QZsys/TaskSupport.h"
+
 #include <support/SampledClouds.h>
 
 #include <QZsys/Exceptions.h>
@@ -11,7 +13,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <map>
 #include <random>
@@ -78,16 +79,6 @@ protected:
     COctree octree{&samples, GetParam().depth, nullptr, GetParam().useCenter, GetParam().detalizationLevel};
     ReferenceTree reference{samples, octree};
 };
-
-std::string what(std::function<void()> const & action)
-{
-    try {
-        action();
-    } catch (std::exception const & error) {
-        return error.what();
-    }
-    return "nothing thrown";
-}
 
 } // namespace
 
@@ -218,7 +209,7 @@ TEST(Octree, DepthRanges)
     EXPECT_EQ(range(5, false, 2), std::pair(3, 6));
     for (auto const & [depth, useCenter] :
          {std::pair(-1, true), {1, true}, {0, false}, {30, true}, {1000, false}}) {
-        EXPECT_EQ(what([&, d = depth, c = useCenter] { COctree(&samples, d, nullptr, c, -1); }),
+        EXPECT_EQ(thrownBy([&, d = depth, c = useCenter] { COctree(&samples, d, nullptr, c, -1); }),
                   "Incorrect tree depth detected in VolTr::COctree constructor");
     }
 }
@@ -244,7 +235,7 @@ TEST(Octree, DegenerateClouds)
     for (float bad : {infinity, -infinity, std::numeric_limits<float>::quiet_NaN()}) {
         PointCloudSamples broken = boxCloud(3, 10);
         broken.add({0.0f, bad, 0.0f}, {0.0f, 0.0f, 1.0f});
-        EXPECT_EQ(what([&] { COctree(&broken, 4, nullptr, true, -1); }),
+        EXPECT_EQ(thrownBy([&] { COctree(&broken, 4, nullptr, true, -1); }),
                   "Sample 10 has a coordinate that is not finite");
     }
 

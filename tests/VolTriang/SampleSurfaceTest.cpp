@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <numeric>
 
 using namespace VolTr;
@@ -52,8 +51,7 @@ struct NoisySphere : PointCloudSamples
 };
 
 // One lattice only when `depth` is 0: the cube's edge is then the cell.
-SampleSurface makeSurface(NoisySphere const & sphere, double cubeEdge, int depth, double edge,
-                          int threads = 1)
+SampleSurface makeSurface(NoisySphere const & sphere, double cubeEdge, int depth, double edge)
 {
     SampleSurface::Input input;
     input.samples = &sphere;
@@ -68,7 +66,7 @@ SampleSurface makeSurface(NoisySphere const & sphere, double cubeEdge, int depth
     input.samplesPerCell = 0.7;
     input.depth = depth;
     std::unique_ptr<SampleSurface> surface;
-    Team::run(threads, nullptr, [&](Team & team) { surface = std::make_unique<SampleSurface>(input, team); });
+    Team::run(1, nullptr, [&](Team & team) { surface = std::make_unique<SampleSurface>(input, team); });
     return std::move(*surface);
 }
 
@@ -180,28 +178,6 @@ TEST(SampleSurface, noiseWidensTheChoice)
         return widths.cells[static_cast<std::size_t>(widths.level)];
     };
     EXPECT_GT(levelFor(0.005), 1.9 * levelFor(0.0));
-}
-
-TEST(SampleSurface, hasTheSameBitsForAnyNumberOfThreads)
-{
-    NoisySphere const sphere(20000, 0.001);
-    std::vector<double> moves;
-    for (int const threads : {1, 2, 3, 8, 16}) {
-        SampleSurface const surface = makeSurface(sphere, 3.4, 6, 0.05, threads);
-        SampleSurface::Scratch scratch;
-        std::vector<double> mine;
-        for (std::size_t n = 0; n < sphere.order.size(); n += 7) {
-            double point[3];
-            for (std::size_t axis = 0; axis < 3; ++axis)
-                point[axis] = double(sphere.points[n][axis]) + sphere.feet[n][axis];
-            SampleSurface::Height const height = surface.heightOf(point, scratch);
-            mine.insert(mine.end(), height.move.begin(), height.move.end());
-            mine.insert(mine.end(), height.normal.begin(), height.normal.end());
-        }
-        if (moves.empty())
-            moves = mine;
-        EXPECT_EQ(std::memcmp(moves.data(), mine.data(), mine.size() * sizeof(double)), 0) << threads;
-    }
 }
 
 // Samples with normals of no length, or of no number, say nothing; those far off move nothing here.
