@@ -7,11 +7,22 @@
 #include <cstdlib>
 #include <new>
 
+#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-/// Replaces the allocation functions of a test program by ones that count and that fail on demand. To be
+// Names of the system's functions are those of its C library.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QZ_IS_SANITIZED
+#endif
+#endif
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(QZ_IS_SANITIZED)
+#define QZ_COUNTS_MEMORY
+#endif
+
+/// Replaces the allocation functions of a test program by ones that count, add up and fail on demand. To be
 /// included by exactly one source file of the program.
 ///
 /// The functions of the C library are replaced, on which operator new, oneTBB, BLAS and LAPACK build, and the
@@ -21,6 +32,9 @@ namespace qz_test
 
 /// Allocations of this thread.
 inline thread_local int allocations = 0;
+
+/// Of all threads, and the most there were; 0 where they are not counted.
+inline std::atomic<long> allocatedBytes{0}, mostAllocatedBytes{0};
 
 /// Allocations of all threads: which of them fail. Numbers start at 1 with `begin`.
 class ShortMemory
@@ -52,7 +66,20 @@ public:
         long const seen = ++s_seen;
         return seen == s_number || (s_isLasting && seen > s_number);
     }
-    static void note(long blocks) { s_live += blocks; }
+    static void noteAllocated(void * memory)
+    {
+        long const bytes = static_cast<long>(malloc_usable_size(memory)); // 0 for null
+        long const now = allocatedBytes += bytes;
+        long most = mostAllocatedBytes;
+        while (now > most && !mostAllocatedBytes.compare_exchange_weak(most, now)) {
+        }
+        s_live += memory != nullptr;
+    }
+    static void noteFreed(bool isBlock, std::size_t bytes)
+    {
+        allocatedBytes -= static_cast<long>(bytes);
+        s_live -= isBlock;
+    }
 
 private:
     static inline std::atomic<bool> s_isOn{false}, s_isLasting{false};
@@ -61,7 +88,7 @@ private:
 
 } // namespace qz_test
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifndef QZ_COUNTS_MEMORY
 
 // Not inlined: the compiler would complain of what is allocated one way and freed another.
 __attribute__((noinline)) void * operator new(std::size_t size)
@@ -97,7 +124,7 @@ void * allocateUnlessShort(Allocate allocate) noexcept
     void * const memory = ShortMemory::takes() ? nullptr : allocate();
     if (memory == nullptr)
         errno = ENOMEM;
-    ShortMemory::note(memory != nullptr);
+    ShortMemory::noteAllocated(memory);
     return memory;
 }
 
@@ -119,8 +146,13 @@ void * realloc(void * memory, std::size_t size) noexcept
         errno = ENOMEM;
         return nullptr;
     }
+    // Old and new exist for a moment, unless the system finds the room behind the old.
+    std::size_t const before = malloc_usable_size(memory);
     void * const moved = __libc_realloc(memory, size);
-    qz_test::ShortMemory::note((moved != nullptr) - (memory != nullptr && (moved != nullptr || size == 0)));
+    if (moved != nullptr || size == 0) {
+        qz_test::ShortMemory::noteAllocated(moved);
+        qz_test::ShortMemory::noteFreed(memory != nullptr, before);
+    }
     return moved;
 }
 void * memalign(std::size_t alignment, std::size_t size) noexcept
@@ -138,7 +170,7 @@ int posix_memalign(void ** memory, std::size_t alignment, std::size_t size) noex
 }
 void free(void * memory) noexcept
 {
-    qz_test::ShortMemory::note(-(memory != nullptr));
+    qz_test::ShortMemory::noteFreed(memory != nullptr, malloc_usable_size(memory));
     __libc_free(memory);
 }
 void * mmap(void * place, std::size_t size, int protection, int flags, int file, off_t offset) noexcept
