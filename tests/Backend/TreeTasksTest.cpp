@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Backend/TreeTasks.h>
 #include <QZsys/Exceptions.h>
-#include <QZsys/Progress.h>
 
 #include <algorithm>
 #include <atomic>
@@ -11,6 +10,8 @@
 #include <stdexcept>
 #include <thread>
 #include <vector>
+
+#include "support/Recorders.h"
 
 namespace
 {
@@ -76,17 +77,11 @@ TEST(TreeTasks, ExceptionsOfTasksAndOfTheCounterComeOut)
                                  }),
                      std::runtime_error);
 
-        struct Counter : CProgressCounter
-        {
-            void onPosition(double) override
-            {
-                EXPECT_EQ(std::this_thread::get_id(), caller);
-                if (++calls == 3)
-                    interrupt();
-            }
-            std::thread::id const caller = std::this_thread::get_id();
-            int calls = 0;
-        } counter;
+        qz_test::ProgressRecorder counter;
+        counter.inPosition = [&counter] {
+            if (counter.positions.size() == 3)
+                counter.interrupt();
+        };
         TreeTasks interrupted(parent, &counter, 1e9);
         std::atomic<int> begun{0};
         EXPECT_THROW(interrupted.run(threads,

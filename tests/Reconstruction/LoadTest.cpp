@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QZmath/Reconstruction/Reconstruction.h>
 #include <QZsys/Exceptions.h>
-#include <QZsys/Progress.h>
 
 #include <gtest/gtest.h>
 
@@ -17,6 +16,7 @@
 
 #include <apps/sampling/SampleShapes.h>
 #include <support/MeasureMemory.h>
+#include <support/Recorders.h>
 
 // Many small reconstructions at the same time, of which some are cancelled anywhere. As a slow test 10,000 of
 // them or what nine minutes allow; else enough for the threads to get into each other's way.
@@ -32,21 +32,6 @@ constexpr int allJobs = 144, jobsPerRound = 48;
 constexpr int threadCount = 8;
 constexpr std::chrono::minutes longest{9};
 constexpr long toleratedBytes = 100000; // of what the threads of the loops keep for themselves
-
-// Cancels its run after so many positions.
-class Cancelling : public CProgressCounter
-{
-public:
-    explicit Cancelling(unsigned positions) : m_left(positions) {}
-
-private:
-    void onPosition(double) override
-    {
-        if (m_left-- == 0)
-            interrupt();
-    }
-    unsigned m_left;
-};
 
 struct Input
 {
@@ -119,10 +104,15 @@ TEST(Load, ConcurrentCallsAndCancelsChangeNoBitAndLeaveNothing)
             std::size_t const which = random() % inputs.size();
             QZmath::ReconstructionOptions options = inputs[which].options;
             options.threads = 1 + int(random() % 3);
-            Cancelling cancelling(random() % 3 == 0 ? unsigned(random() % 300) : ~0U);
+            qz_test::ProgressRecorder progress;
+            if (random() % 3 == 0)
+                progress.inPosition = [&progress, last = random() % 300] {
+                    if (progress.positions.size() > last)
+                        progress.interrupt();
+                };
             try {
                 QZmath::TriangleMesh const mesh =
-                    QZmath::reconstruct(inputs[which].view, options, nullptr, &cancelling);
+                    QZmath::reconstruct(inputs[which].view, options, nullptr, &progress);
                 different += haveSameBits(mesh, expected[which]) ? 0 : 1;
             } catch (CUserIntrException const &) {
                 ++cancelled;
