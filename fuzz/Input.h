@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <map>
+#include <utility>
 #include <vector>
 
 /// What the fuzz targets share: values that are drawn from the bytes of an input, ordinary and hostile ones
@@ -217,6 +219,22 @@ inline double dot(REmath::Point3D_d const & a, REmath::Point3D_d const & b)
 inline bool isUnit(REmath::Point3D_d const & p, double tolerance = 1e-9)
 {
     return isFinite(p) && std::fabs(dot(p, p) - 1) < tolerance;
+}
+
+/// Whether every edge of a mesh has two triangles. They are of its vertices, and on different sides of it.
+template <class Index>
+bool isClosedMesh(std::vector<Index> const & triangles, std::size_t vertices)
+{
+    std::map<std::pair<Index, Index>, int> edges;
+    for (std::size_t corner = 0; corner < triangles.size(); ++corner) {
+        Index const from = triangles[corner], to = triangles[corner % 3 == 2 ? corner - 2 : corner + 1];
+        require(from >= 0 && static_cast<std::size_t>(from) < vertices && from != to,
+                "a triangle has three vertices of the mesh");
+        require(++edges[{from, to}] == 1, "an edge has one triangle on each side");
+    }
+    return std::all_of(edges.begin(), edges.end(), [&edges](auto const & edge) {
+        return edges.count({edge.first.second, edge.first.first}) > 0;
+    });
 }
 
 /// A result as bits, to be compared with that of a second call.

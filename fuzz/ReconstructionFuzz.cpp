@@ -11,10 +11,8 @@
 
 #include "Input.h"
 
-#include <map>
 #include <optional>
 #include <string>
-#include <utility>
 
 namespace
 {
@@ -82,17 +80,7 @@ void check(QZmath::TriangleMesh const & mesh, QZmath::ReconstructionReport const
     };
     require(fits(mesh.normals.size(), 3) && fits(mesh.colors.size(), 3) && fits(mesh.density.size(), 1),
             "the arrays of a mesh have one length");
-    std::map<std::pair<std::int32_t, std::int32_t>, int> edges;
-    for (std::size_t corner = 0; corner < mesh.triangles.size(); ++corner) {
-        std::int32_t const from = mesh.triangles[corner];
-        std::int32_t const to = mesh.triangles[corner % 3 == 2 ? corner - 2 : corner + 1];
-        require(from >= 0 && static_cast<std::size_t>(from) < vertices && from != to,
-                "a triangle has three vertices of the mesh");
-        require(++edges[{from, to}] == 1, "an edge has one triangle on each side");
-    }
-    bool const isClosed = std::all_of(edges.begin(), edges.end(), [&edges](auto const & edge) {
-        return edges.count({edge.first.second, edge.first.first}) > 0;
-    });
+    bool const isClosed = isClosedMesh(mesh.triangles, vertices);
     require(isClosed == report.isClosed && !mesh.triangles.empty(), "a mesh is as reported");
 }
 

@@ -16,9 +16,7 @@
 
 #include "Input.h"
 
-#include <map>
 #include <string>
-#include <utility>
 
 namespace
 {
@@ -48,20 +46,6 @@ public:
     std::vector<double> numbers;
     std::vector<int> triangles;
     int mostVertices = -1;
-
-    // Whether every edge has two triangles.
-    bool isClosed(int vertices) const
-    {
-        std::map<std::pair<int, int>, int> edges;
-        for (std::size_t corner = 0; corner < triangles.size(); ++corner) {
-            int const from = triangles[corner], to = triangles[corner % 3 == 2 ? corner - 2 : corner + 1];
-            require(from >= 0 && from < vertices && from != to, "a triangle has three vertices of the mesh");
-            require(++edges[{from, to}] == 1, "an edge has one triangle on each side");
-        }
-        return std::all_of(edges.begin(), edges.end(), [&edges](auto const & edge) {
-            return edges.count({edge.first.second, edge.first.first}) > 0;
-        });
-    }
 
 private:
     void onAddNewVertex(int index, double const * coords, double const * normal) override
@@ -183,7 +167,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
             "threads have no influence on the end");
     require(Bits(one.numbers, one.triangles) == Bits(two.numbers, two.triangles),
             "threads have no influence on the mesh");
-    bool const isClosed = one.isClosed(int(one.numbers.size() / 6));
+    bool const isClosed = isClosedMesh(one.triangles, one.numbers.size() / 6);
     if (end.empty()) {
         require(report.vertices == int(one.numbers.size() / 6) &&
                     report.triangles == int(one.triangles.size() / 3) && report.pieces > 0,
