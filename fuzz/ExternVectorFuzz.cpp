@@ -9,7 +9,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t size)
 {
-    GTEST_FLAG_SET(break_on_failure, true);
+    GTEST_FLAG_SET(throw_on_failure, true);
     qz_fuzz::Input input(data, size);
     auto const word = [&input] {
         int const high = input.byte();
