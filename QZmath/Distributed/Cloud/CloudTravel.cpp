@@ -40,9 +40,9 @@ std::int64_t const mostCountedCells = std::int64_t{1} << 22;
 // Samples that a rank sends in a round.
 std::size_t const samplesPerRound = std::size_t{1} << 18;
 int const samplesPerChunk = 1 << 15;
-// Of one of the deepest units, of 16 leaf cells, that a surface with a sample in most of its leaf cells runs
-// through.
-std::int64_t const samplesOfFullUnit = 128;
+// Leaf cells with samples in one of the deepest units, of 16 along each axis, on average over those that have
+// any, where a surface has samples in most of its leaf cells.
+std::int64_t const cellsOfFullUnit = 96;
 
 // A sample on its way.
 struct Sample
@@ -426,7 +426,10 @@ Margins marginsFor(Communicator const & communicator, std::vector<Unit> const & 
                    LocalPoints const & points)
 {
     std::int64_t const occupied = communicator.sum(static_cast<std::int64_t>(units.size()));
-    bool const isFull = leafDepths == unitsAboveLeaves && points.total() >= samplesOfFullUnit * occupied;
+    std::int64_t const cells = communicator.sum(
+        std::accumulate(units.begin(), units.end(), std::int64_t{0},
+                        [](std::int64_t sum, Unit const & unit) { return sum + unit.cells; }));
+    bool const isFull = leafDepths == unitsAboveLeaves && cells >= cellsOfFullUnit * occupied;
     return isFull && points.hasNormals() ? narrowMargins : wideMargins;
 }
 
@@ -715,6 +718,8 @@ RankCloud gatherCloud(Communicator const & communicator, PointCloudView const & 
 void spreadToCopies(Communicator const & communicator, RankCloud const & cloud, Partition const & partition,
                     VolTr::TreeCube const & cube, int depth, std::vector<float> & values)
 {
+    if (communicator.size() == 1)
+        return;
     // Owner and holder have the samples in the same order.
     Destinations destinations(partition, depth, cloud.margins.samples);
     auto const destinationsOf = [&](std::size_t sample) -> std::vector<int> const & {
@@ -724,8 +729,10 @@ void spreadToCopies(Communicator const & communicator, RankCloud const & cloud, 
     std::vector<std::vector<float>> toRanks(static_cast<std::size_t>(communicator.size()));
     communicator.together([&] {
         for (std::size_t sample = 0; sample < cloud.size(); ++sample) {
+            if (cloud.isOwn[sample] == 0)
+                continue;
             for (int const rank : destinationsOf(sample)) {
-                if (cloud.isOwn[sample] != 0 && rank != communicator.rank())
+                if (rank != communicator.rank())
                     toRanks[static_cast<std::size_t>(rank)].push_back(values[sample]);
             }
         }

@@ -27,8 +27,8 @@ QZMATH_DISTRIBUTED_API VolTr::TreeCube treeCubeOf(CloudFrame const & frame);
 /// First the ranks agree on the coordinates, which are those of one process that had all points, and on the
 /// depth. Then they count samples and leaf cells by units, cut the curve through the units so that no rank
 /// has more than 1.1 times its share of either where units allow that, and send each sample once to its
-/// owner and to each rank that is not farther than the margin, which is narrow where the cells of 16 leaf
-/// cells that have any hold as many on average as a full surface does. Units are as coarse as this allows.
+/// owner and to each rank that is not farther than the margin. Units are as coarse as this allows. The margin
+/// is narrow for a cloud with normals that has samples in most of the leaf cells of its surface.
 ///
 /// Samples stand in the order of their numbers, so neither the ranks that had them nor the timing show. The
 /// samples on their way take little more than the result: they travel in rounds.

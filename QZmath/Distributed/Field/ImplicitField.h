@@ -23,9 +23,8 @@ namespace QZmath::Distributed
 
 class RankLattice;
 
-/// The implicit function of the samples of all ranks: on each rank as far as its territory and a margin of at
-/// least the surface's around it need it. Nodes have the same amplitudes on all ranks that have
-/// them.
+/// The implicit function of the samples of all ranks: on each rank as far as its territory and the margin of
+/// the surface around it need it. Nodes have the same amplitudes on all ranks that have them.
 ///
 /// What makes the field is called once, in the order of the members; each of these is collective, and throws
 /// as `Communicator::together` does.
