@@ -36,8 +36,8 @@ Stage const stages[] = {
 };
 
 double const programBytes = 50e6; // that a rank takes without any cloud
-double const cellBytes = 875; // a leaf cell of the territory at the peak, which is that of the surface: P = 1
-double const copiedCellBytes = 1150; // a leaf cell around it: P = 8
+double const cellBytes = 840; // a leaf cell of the territory at the peak, which is that of the surface: P = 1
+double const copiedCellBytes = 1120; // a leaf cell around it: P = 8
 double const margin = 20;            // leaf cells around a territory, of which it has copies
 double const borderFactor = 3;       // border of a territory over that of a square: P = 8, by the traffic
 double const borderBytes = 160;      // an iteration sends for a leaf cell of the border: P = 4
