@@ -479,7 +479,7 @@ SampleSurface::Plane SampleSurface::planeOf(Moments const & sums, double const *
 double SampleSurface::bestLevel(double const * errors, int levels)
 {
     double const least = *std::min_element(errors, errors + levels);
-    if (!(least > 0.0))
+    if (!(least > 0.0) || !std::isfinite(least)) // none has errors to compare, or all overflow
         return static_cast<double>(std::min_element(errors, errors + levels) - errors);
     double sum = 0.0;
     double weights = 0.0;
@@ -654,7 +654,9 @@ SampleSurface::Height SampleSurface::heightOf(double const * point, Scratch & sc
     double finestPlace[3]; // where the others are, the coarser levels and the creases are as well
     if (!m_levels[0]->frame.placeOf(point, finestPlace))
         return Height();
-    double const best = std::clamp(levelAt(point, scratch), 0.0, static_cast<double>(m_levels.size() - 1));
+    // Not a number where sums overflow.
+    double const level = levelAt(point, scratch);
+    double const best = level > 0.0 ? std::min(level, static_cast<double>(m_levels.size() - 1)) : 0.0;
     // A share that small is not worth the look at a level.
     std::size_t const first = static_cast<std::size_t>(best + leastShare);
     double const beyond = best - static_cast<double>(first);
