@@ -457,7 +457,7 @@ PointCloud readLines(ByteSource & source, TextLines & lines, TPoints & points, l
         return true;
     };
     long long const before = promised;
-    if (share == nullptr || share->begin == 0)
+    if (share == nullptr || (share->begin == 0 && share->end > 0))
         addLine();
     if (share != nullptr) {
         share->isCut = true;
