@@ -111,7 +111,7 @@ double withRefinement(double extracting, double functionBytes, Counts const & co
 {
     if (!params.getRefine())
         return extracting;
-    double const tests = 170 * std::min(counts.samples, 40000.0);
+    double const tests = 130 * std::min(counts.samples, 40000.0);
     return std::max(functionBytes + (22 + counts.momentBytes) * counts.samples + tests,
                     extracting + 20 * countTriangles(counts, params) + counts.momentBytes * counts.samples);
 }
