@@ -227,7 +227,7 @@ private:
     // Calls take(n, factor, normal) for the corners n of the cell of a sample: what it adds there is its
     // normal times the factor. False for a sample of another depth.
     template <class Take>
-    bool forCorners(int const * it, double const (&corner)[3], Take const & take) const
+    [[gnu::always_inline]] bool forCorners(int const * it, double const (&corner)[3], Take const & take) const
     {
         // Samples of neighbouring cells may lie anywhere in memory.
         if (m_samplesEnd - it > samplesAhead) {
@@ -255,7 +255,7 @@ private:
         return true;
     }
 
-    static void add(std::array<double, 3> & sum, double factor, float const * normal)
+    [[gnu::always_inline]] static void add(std::array<double, 3> & sum, double factor, float const * normal)
     {
         for (std::size_t axis = 0; axis < 3; ++axis)
             sum[axis] += normal[axis] * factor;
