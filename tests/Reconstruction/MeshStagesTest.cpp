@@ -123,7 +123,7 @@ TEST(Colours, areMeansOfLightOnTheSameSide)
     std::vector<float> positions, normals;
     std::vector<std::uint8_t> colors;
     auto const add = [&](float x, float y, float z, std::array<std::uint8_t, 3> const & color) {
-        positions.insert(positions.end(), {x, y, z});
+        positions.insert(positions.end(), {2 * x, 2 * y, 2 * z});
         normals.insert(normals.end(), {0, 0, z > 0 ? 1.0f : -1.0f});
         colors.insert(colors.end(), color.begin(), color.end());
     };
@@ -137,11 +137,11 @@ TEST(Colours, areMeansOfLightOnTheSameSide)
     }
     add(60, 10, 0.1f, {1, 2, 3});
     TriangleMesh mesh;
-    mesh.positions = {4, 10, 0.1f, 15.25f, 10, 0.1f, 15, 10, -0.1f, 50, 10, 0.1f};
+    mesh.positions = {8, 20, 0.2f, 30.2f, 20.1f, 0.2f, 30, 20, -0.2f, 100, 20, 0.2f};
     mesh.normals = {0, 0, 1, 0, 0, 1, 0, 0, -1, 0, 0, 1};
     auto const colour = [&](TriangleMesh & part, QzBackend::LoopTeam & team) {
         SampleIndex const index(positions.data(), positions.size() / 3, team);
-        colourVertices(part, index, colors.data(), normals.data(), 1, team);
+        colourVertices(part, index, colors.data(), normals.data(), 2, team);
     };
     TriangleMesh const result = onAnyThreads(mesh, colour);
     ASSERT_EQ(result.colors.size(), 12u);
@@ -184,7 +184,7 @@ TEST(Density, isThatOfThePlaneAndFallsAwayFromIt)
         }
     }
     EXPECT_NEAR(sum / count, 3, 0.1);
-    EXPECT_LT(std::sqrt(squares / count), 0.13);
+    EXPECT_LT(std::sqrt(squares / count), 0.115); // 0.126 of the nearest disc alone
 
     // Many samples on one spot are many, not infinitely many.
     std::vector<float> const spot(3 * 1000, 1.0f);
