@@ -18,19 +18,9 @@ QZMATH_SISTER_API void adviseLargePages(void * memory, std::size_t bytes);
 /// zero to some bytes.
 QZMATH_SISTER_API void touchPages(LoopTeam & team, void * memory, std::size_t bytes);
 
-/// `values.reserve(count)` for a vector that grows slowly.
-template <class Value>
-void reserveLarge(std::vector<Value> & values, std::size_t count)
-{
-    if (count <= values.capacity())
-        return;
-    values.reserve(count);
-    adviseLargePages(values.data() + values.size(), (count - values.size()) * sizeof(Value));
-}
-
 /// `values.assign(count, value)`, open to interruption, and where the memory is new, with its pages from all
-/// threads: one thread gets 500 MB a second from the system, but fills 10 GB a second that are there. The
-/// elements before are gone when the memory is new.
+/// threads: the system takes many times as long to give a page as a thread takes to fill it. The elements
+/// before are gone when the memory is new.
 template <class Value>
 void assignLarge(LoopTeam & team, std::vector<Value> & values, std::size_t count,
                  Value const & value = Value())
@@ -39,7 +29,8 @@ void assignLarge(LoopTeam & team, std::vector<Value> & values, std::size_t count
     values.clear();
     if (values.capacity() < count) {
         values = std::vector<Value>();
-        reserveLarge(values, count);
+        values.reserve(count);
+        adviseLargePages(values.data(), count * sizeof(Value));
         touchPages(team, values.data(), count * sizeof(Value));
     }
     while (values.size() < count) {

@@ -12,23 +12,33 @@
 namespace QzBackend
 {
 
+/// Calls body(begin, end) for pieces of 0 .. count - 1, which are the same for any number of threads. `until`
+/// is that of `LoopTeam::forEach`.
+template <class Body>
+void forRanges(LoopTeam & team, std::size_t count, std::size_t perPiece, Body const & body, double until = 0)
+{
+    team.forEach(
+        static_cast<int>((count + perPiece - 1) / perPiece),
+        [&](int piece) {
+            std::size_t const begin = static_cast<std::size_t>(piece) * perPiece;
+            body(begin, std::min(count, begin + perPiece));
+        },
+        until);
+}
+
 /// Ranges of many like items, cut into pieces that take a millisecond or so. Where pieces begin depends on
 /// the range only, so what is summed piece by piece has the same bits for any number of threads.
 constexpr int itemsPerPiece = 1 << 15;
 
 inline int piecesOf(int count) { return count / itemsPerPiece + (count % itemsPerPiece != 0 ? 1 : 0); }
 
-/// Calls body(begin, end) for the pieces of 0 to count - 1, on any thread of the team. `until` is that of
-/// `LoopTeam::forEach`.
+/// Calls body(begin, end) for the pieces of 0 to count - 1, in `int`.
 template <class Body>
 void forPieces(int count, LoopTeam & team, Body const & body, double until = 0)
 {
-    team.forEach(
-        piecesOf(count),
-        [&](int piece) {
-            int const begin = piece * itemsPerPiece;
-            body(begin, begin + std::min(itemsPerPiece, count - begin));
-        },
+    forRanges(
+        team, static_cast<std::size_t>(count), itemsPerPiece,
+        [&](std::size_t begin, std::size_t end) { body(static_cast<int>(begin), static_cast<int>(end)); },
         until);
 }
 

@@ -2,7 +2,7 @@
 #include <QZmath/VolTriang/Octree.h>
 
 #include <QZmath/Backend/LargeVector.h>
-#include <QZmath/Backend/Parallel.h>
+#include <QZmath/Backend/ParallelPieces.h>
 #include <QZmath/VolTriang/Tree/LatticeSweep.h>
 #include <QZmath/VolTriang/Tree/SortedCells.h>
 #include <QZmath/VolTriang/Tree/TreeRule.h>
@@ -41,10 +41,7 @@ int bitsIn(unsigned bits)
 template <class Body>
 void forChunks(LoopTeam & team, std::size_t count, Body const & body)
 {
-    team.forEach(static_cast<int>((count + elementsPerChunk - 1) / elementsPerChunk), [&](int chunk) {
-        std::size_t const begin = static_cast<std::size_t>(chunk) * elementsPerChunk;
-        body(begin, std::min(count, begin + elementsPerChunk));
-    });
+    QzBackend::forRanges(team, count, elementsPerChunk, body);
 }
 
 // Replaces counts by the sums of those before them, and returns the sum of all.

@@ -1,31 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QZmath/Backend/Parallel.h>
+#include <QZmath/Backend/ParallelPieces.h>
 #include <QZmath/Backend/RawArray.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <vector>
 
 namespace QZmath::Stages
 {
 
+using QzBackend::forRanges;
 using QzBackend::RawArray;
-
-/// Calls body(begin, end) for pieces of 0 .. count - 1, which are the same for any number of threads.
-template <class Body>
-void forRanges(QzBackend::LoopTeam & team, std::size_t count, std::size_t perPiece, Body const & body,
-               double until = 0)
-{
-    team.forEach(
-        static_cast<int>((count + perPiece - 1) / perPiece),
-        [&](int piece) {
-            std::size_t const begin = static_cast<std::size_t>(piece) * perPiece;
-            body(begin, std::min(count, begin + perPiece));
-        },
-        until);
-}
 
 /// The sum of term(index), taken piece by piece and then over the pieces in order: the same bits for any
 /// number of threads.

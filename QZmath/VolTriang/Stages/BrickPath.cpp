@@ -2,7 +2,7 @@
 #include <QZmath/VolTriang/Stages/BrickPath.h>
 
 #include <QZmath/Backend/LargeVector.h>
-#include <QZmath/Backend/Parallel.h>
+#include <QZmath/Backend/ParallelPieces.h>
 #include <QZmath/VolTriang/Bricks/BrickFunction.h>
 #include <QZmath/VolTriang/Octree.h>
 #include <QZmath/VolTriang/ReconstructionReport.h>
@@ -35,10 +35,8 @@ std::size_t const nodesPerPiece = 1 << 15;
 template <class Body>
 void forPieces(LoopTeam & team, std::size_t first, std::size_t last, Body const & body)
 {
-    team.forEach(static_cast<int>((last - first + nodesPerPiece - 1) / nodesPerPiece), [&](int piece) {
-        std::size_t const begin = first + static_cast<std::size_t>(piece) * nodesPerPiece;
-        body(begin, std::min(last, begin + nodesPerPiece));
-    });
+    QzBackend::forRanges(team, last - first, nodesPerPiece,
+                         [&](std::size_t begin, std::size_t end) { body(first + begin, first + end); });
 }
 
 // The one-variable factor of the kernel, the same on each axis.
